@@ -1,0 +1,271 @@
+/*
+ * zul: compression of 3-D point clouds from sensors.
+ *
+ * A point has a position in double precision and up to three optional attributes: a colour, an
+ * integer reflection value and a unit normal. zul quantises positions to a fixed step, reduces the
+ * attributes, and stores the points in a chunked, self-describing stream: eight signature bytes,
+ * one file header, then independent chunks. Its only loss is quantisation: no point is dropped or
+ * merged, but the points of a chunk come back in stored (sorted) order, not in the order given.
+ *
+ * What zul does not do: it has no messages, no log, no configuration and no threads. Every
+ * function that can fail returns a zul_Status and nothing else. A failed allocation leaves the
+ * library as a C++ exception (std::bad_alloc); there is no status for exhausted memory.
+ *
+ * Threads: the library starts no thread and takes no lock. A single context is not safe to use by
+ * multiple threads concurrently. However, different threads may use different contexts
+ * concurrently. The one process-wide setting is zul_test_useFixedRandomSeed, which is to be set
+ * before contexts are opened.
+ *
+ * Ownership: records and arrays given to the library are read during the call and copied if they
+ * are needed later. What the library hands out (signature, file header, chunks, decoded arrays)
+ * belongs to the context that handed it out and is never freed by the caller.
+ *
+ * This header compiles as C99 and as C++.
+ */
+#ifndef ZUL_H
+#define ZUL_H
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32)
+#if defined(ZUL_BUILDING_LIBRARY)
+#define ZUL_API __declspec(dllexport)
+#else
+#define ZUL_API __declspec(dllimport)
+#endif
+#else
+#define ZUL_API __attribute__((visibility("default")))
+#endif
+
+/* A host may store any 32-bit value in an enumeration field (the library refuses what is out of
+ * range). In C++ the enumerations therefore get a fixed 32-bit base, so that such a value is a
+ * valid value of the type; in C an enumeration is an int-sized integer anyway. */
+#ifdef __cplusplus
+#define ZUL_ENUM(name) enum name : int32_t
+#else
+#define ZUL_ENUM(name) enum name
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---------------------------------------------------------------------------------------------
+ * Status codes. Below 1000 a status is about data or files; from 1000 about a misuse of the API.
+ * ------------------------------------------------------------------------------------------- */
+typedef ZUL_ENUM(zul_Status){
+    /* Success. */
+    zul_STATUS_OK = 0,
+    /* The file ends exactly at a chunk boundary: the normal end of a read loop. */
+    zul_STATUS_END_OF_FILE = 1,
+    /* The file cannot be opened for reading, or a read fails before the end of the file. */
+    zul_STATUS_READ_ERROR = 2,
+    /* The file ends inside the signature, the file header, a sync marker, a chunk header or a
+     * chunk body. */
+    zul_STATUS_TRUNCATED = 3,
+    /* The file cannot be created, or writing to it fails. */
+    zul_STATUS_WRITE_ERROR = 4,
+    /* The eight signature bytes are not this format's. */
+    zul_STATUS_BAD_SIGNATURE = 5,
+    /* The signature is this format's, but its version byte is neither 1 nor 2. */
+    zul_STATUS_BAD_VERSION = 6,
+    /* A file header, sync marker, chunk header or chunk body holds what no writer produces. */
+    zul_STATUS_CORRUPT_DATA = 7,
+    /* A required pointer is null, or a value is outside what the function accepts. */
+    zul_STATUS_INVALID_ARGUMENT = 1000,
+    /* The call comes at the wrong time for the context. */
+    zul_STATUS_INVALID_STATE = 1001} zul_Status;
+
+/* ---------------------------------------------------------------------------------------------
+ * Attribute modes.
+ * ------------------------------------------------------------------------------------------- */
+typedef ZUL_ENUM(zul_ColorMode){
+    zul_COLOR_NONE = 0,   /* no colour */
+    zul_COLOR_RGB565 = 1, /* red, green, blue kept at 5, 6 and 5 bits */
+    zul_COLOR_RGB888 = 2  /* 8 bits a channel */
+} zul_ColorMode;
+
+typedef ZUL_ENUM(zul_ReflectionMode){
+    zul_REFLECTION_NONE = 0,   /* no reflection value */
+    zul_REFLECTION_CLAMPED = 1 /* one integer a point, clamped to 0 .. maxReflection */
+} zul_ReflectionMode;
+
+typedef ZUL_ENUM(zul_NormalMode){
+    zul_NORMAL_NONE = 0,     /* no normal */
+    zul_NORMAL_SPHERICAL = 1 /* a latitude row of 7 bits and a longitude cell of up to 8 bits */
+} zul_NormalMode;
+
+/* How the sensor was mounted. The library validates, stores and returns the number and attaches
+ * no meaning to it. Valid: 0, 10 to 13, 20 to 22, 30 to 32. */
+typedef ZUL_ENUM(zul_SensorMount){
+    zul_SENSOR_MOUNT_DEFAULT = 0, zul_SENSOR_MOUNT_10 = 10, zul_SENSOR_MOUNT_11 = 11,
+    zul_SENSOR_MOUNT_12 = 12,     zul_SENSOR_MOUNT_13 = 13, zul_SENSOR_MOUNT_20 = 20,
+    zul_SENSOR_MOUNT_21 = 21,     zul_SENSOR_MOUNT_22 = 22, zul_SENSOR_MOUNT_30 = 30,
+    zul_SENSOR_MOUNT_31 = 31,     zul_SENSOR_MOUNT_32 = 32} zul_SensorMount;
+
+/* Which kind of sensor, handled like zul_SensorMount. Valid: 0 to 10. */
+typedef ZUL_ENUM(zul_SensorType){
+    zul_SENSOR_TYPE_DEFAULT = 0, zul_SENSOR_TYPE_1 = 1,  zul_SENSOR_TYPE_2 = 2,
+    zul_SENSOR_TYPE_3 = 3,       zul_SENSOR_TYPE_4 = 4,  zul_SENSOR_TYPE_5 = 5,
+    zul_SENSOR_TYPE_6 = 6,       zul_SENSOR_TYPE_7 = 7,  zul_SENSOR_TYPE_8 = 8,
+    zul_SENSOR_TYPE_9 = 9,       zul_SENSOR_TYPE_10 = 10} zul_SensorType;
+
+/* ---------------------------------------------------------------------------------------------
+ * Records. They carry no version or size word: host and library share the layout declared here.
+ * ------------------------------------------------------------------------------------------- */
+
+/* What a stream stores for each point. Fixed when a stream is opened, for all its chunks. */
+typedef struct zul_DataType {
+    float quantizationStep;            /* grid step of positions, 9.9e-10 .. 10.0; default 0.0001 */
+    zul_ColorMode colorMode;           /* zul_COLOR_* */
+    zul_ReflectionMode reflectionMode; /* zul_REFLECTION_* */
+    int32_t maxReflection;             /* largest stored reflection, >= 1; 0 without reflection */
+    zul_NormalMode normalMode;         /* zul_NORMAL_* */
+    uint32_t reserved[5];              /* must be 0 */
+} zul_DataType;
+
+/* The optional sensor header. Enabled, it makes the stream a version 2 stream and carries a
+ * rigid transformation with an optional uniform scale that takes stored positions to their final
+ * place. `transformation` is a 4x4 matrix stored column after column: x' = m[0]x + m[4]y + m[8]z +
+ * m[12], and so on; the bottom row m[3], m[7], m[11], m[15] must be 0, 0, 0, 1. A flag that is
+ * true permits (a scale, a rotation, a translation); it does not demand. */
+typedef struct zul_Header2 {
+    bool enabled;                /* true: in force, the stream is of version 2 */
+    uint8_t reservedBytes[3];    /* zero */
+    zul_SensorMount sensorMount; /* stored, never acted on */
+    zul_SensorType sensorType;   /* stored, never acted on */
+    bool hasScaling;             /* the matrix may carry a uniform scale other than 1 */
+    bool hasUnsupportedScaling;  /* always false; a record or file with it set is refused */
+    bool hasRotation;            /* the matrix may carry a rotation */
+    bool hasTranslation;         /* the matrix may carry a translation */
+    double transformation[16];   /* column-major 4x4 matrix */
+    uint64_t reservedWords[2];   /* zero; copied with the record, never stored in a file */
+} zul_Header2;
+
+/* The points of one chunk as parallel packed arrays: point i of a three-component array is at
+ * elements 3i, 3i+1, 3i+2. Arrays of attributes the zul_DataType lacks are not read (input) and
+ * are null (output). */
+typedef struct zul_PointData {
+    int32_t numPoints;    /* number of points */
+    double* positions;    /* x, y, z a point; always present */
+    uint8_t* colors;      /* red, green, blue a point, 0..255 whatever the colour mode */
+    int32_t* reflections; /* one a point */
+    float* normals;       /* x, y, z a point */
+} zul_PointData;
+
+/* One point, as the file layer passes it. Fields of attributes the stream lacks are neither read
+ * on writing nor written on reading. */
+typedef struct zul_Point {
+    double position[3]; /* x, y, z */
+    uint8_t color[3];   /* red, green, blue */
+    int32_t reflection; /* reflection value */
+    float normal[3];    /* x, y, z */
+} zul_Point;
+
+/* Decoder options. */
+typedef struct zul_dec_Params {
+    int32_t applyTransformation; /* 1 (the default): bring decoded points through the version 2
+                                    header's matrix; 0: leave them in the stored frame */
+    uint32_t reserved[4];        /* copied, never read */
+} zul_dec_Params;
+
+/* ---------------------------------------------------------------------------------------------
+ * Handles: one opaque context type a family.
+ * ------------------------------------------------------------------------------------------- */
+typedef struct zul_enc_ContextStruct* zul_enc_Context; /* encoder, in memory */
+typedef struct zul_dec_ContextStruct* zul_dec_Context; /* decoder, in memory */
+typedef struct zul_out_ContextStruct* zul_out_Context; /* file writer */
+typedef struct zul_in_ContextStruct* zul_in_Context;   /* file reader */
+
+/* ---------------------------------------------------------------------------------------------
+ * Version of the library (not of the file format). Safe from any thread.
+ * ------------------------------------------------------------------------------------------- */
+
+/* Returns the major version of the library: 1. */
+ZUL_API int zul_libversion_major(void);
+/* Returns the minor version of the library: 1. */
+ZUL_API int zul_libversion_minor(void);
+/* Returns the patch version of the library: 0. */
+ZUL_API int zul_libversion_patch(void);
+
+/* ---------------------------------------------------------------------------------------------
+ * Starting records and the reproducible sync marker.
+ * ------------------------------------------------------------------------------------------- */
+
+/* Fills the starting records; a null pointer leaves that record alone. `dataType` becomes the
+ * default (step 0.0001, no attributes), `header` an enabled header with the identity matrix,
+ * mount 0 and type 0 (passing it on gives a version 2 stream). Returns nothing. */
+ZUL_API void zul_init_headers(zul_DataType* dataType, zul_Header2* header);
+
+/* With `useFixedSeed` true, every sync marker drawn afterwards in this process comes from `seed`,
+ * so streams become reproducible; false goes back to the platform's random device and leaves the
+ * stored seed as it was. Not synchronised: call it while no context is being opened. */
+ZUL_API void zul_test_useFixedRandomSeed(bool useFixedSeed, unsigned int seed);
+
+/* ---------------------------------------------------------------------------------------------
+ * Encoder (in memory). A caller stores, in this order, what createFileSignature (8 bytes),
+ * encodeFileHeader (28 or 164 bytes) and encodeChunk (once a chunk) hand back; the concatenation
+ * is the stream. Output pointers point into the context: the signature and file header stay
+ * valid until zul_enc_close. One context is used by one thread at a time.
+ * ------------------------------------------------------------------------------------------- */
+
+/* Opens an encoder for a version 1 stream, as zul_enc_open2 with a null header. */
+ZUL_API zul_Status zul_enc_open(zul_enc_Context* context, const zul_DataType* dataType);
+
+/* Opens an encoder; an enabled `header` (may be null) makes a version 2 stream. Returns
+ * zul_STATUS_OK and stores the handle; zul_STATUS_INVALID_ARGUMENT for a null `context` (nothing
+ * written), or for a null or invalid `dataType` or an invalid enabled `header` (stores null in
+ * `*context`). The records are copied. */
+ZUL_API zul_Status zul_enc_open2(zul_enc_Context* context, const zul_DataType* dataType,
+                                 const zul_Header2* header);
+
+/* Stores the address of the stream's 8 signature bytes in `*signature`. Returns zul_STATUS_OK, or
+ * zul_STATUS_INVALID_ARGUMENT for a null argument. */
+ZUL_API zul_Status zul_enc_createFileSignature(zul_enc_Context context, const char** signature);
+
+/* Builds the file header (28 bytes in version 1, 164 in version 2, with the stream's sync
+ * marker) and stores its address and size. Returns zul_STATUS_OK, or zul_STATUS_INVALID_ARGUMENT
+ * for a null argument. Repeated calls give the same bytes. */
+ZUL_API zul_Status zul_enc_encodeFileHeader(zul_enc_Context context, const char** bytes, int* size);
+
+/* Frees the encoder and sets `*context` to null; does nothing for a null pointer or handle. */
+ZUL_API void zul_enc_close(zul_enc_Context* context);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+/* The record layouts are part of the interface: a host compiled against this header and the
+ * library must agree byte for byte. */
+#if defined(__cplusplus)
+#define ZUL_LAYOUT_CHECK(cond, what) static_assert(cond, what)
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define ZUL_LAYOUT_CHECK(cond, what) _Static_assert(cond, what)
+#endif
+#ifdef ZUL_LAYOUT_CHECK
+ZUL_LAYOUT_CHECK(sizeof(void*) == 8, "zul is built for 64-bit hosts");
+ZUL_LAYOUT_CHECK(sizeof(zul_Status) == 4, "zul_Status is 32 bits");
+ZUL_LAYOUT_CHECK(sizeof(zul_ColorMode) == 4, "zul_ColorMode is 32 bits");
+ZUL_LAYOUT_CHECK(sizeof(zul_SensorMount) == 4, "zul_SensorMount is 32 bits");
+ZUL_LAYOUT_CHECK(sizeof(bool) == 1, "bool fields are 8 bits");
+ZUL_LAYOUT_CHECK(sizeof(zul_DataType) == 40, "zul_DataType layout");
+ZUL_LAYOUT_CHECK(offsetof(zul_DataType, maxReflection) == 12, "zul_DataType layout");
+ZUL_LAYOUT_CHECK(offsetof(zul_DataType, reserved) == 20, "zul_DataType layout");
+ZUL_LAYOUT_CHECK(sizeof(zul_Header2) == 160, "zul_Header2 layout");
+ZUL_LAYOUT_CHECK(offsetof(zul_Header2, sensorMount) == 4, "zul_Header2 layout");
+ZUL_LAYOUT_CHECK(offsetof(zul_Header2, hasScaling) == 12, "zul_Header2 layout");
+ZUL_LAYOUT_CHECK(offsetof(zul_Header2, transformation) == 16, "zul_Header2 layout");
+ZUL_LAYOUT_CHECK(offsetof(zul_Header2, reservedWords) == 144, "zul_Header2 layout");
+ZUL_LAYOUT_CHECK(sizeof(zul_PointData) == 40, "zul_PointData layout");
+ZUL_LAYOUT_CHECK(offsetof(zul_PointData, positions) == 8, "zul_PointData layout");
+ZUL_LAYOUT_CHECK(sizeof(zul_Point) == 48, "zul_Point layout");
+ZUL_LAYOUT_CHECK(offsetof(zul_Point, color) == 24, "zul_Point layout");
+ZUL_LAYOUT_CHECK(offsetof(zul_Point, reflection) == 28, "zul_Point layout");
+ZUL_LAYOUT_CHECK(offsetof(zul_Point, normal) == 32, "zul_Point layout");
+ZUL_LAYOUT_CHECK(sizeof(zul_dec_Params) == 20, "zul_dec_Params layout");
+#undef ZUL_LAYOUT_CHECK
+#endif
+
+#endif /* ZUL_H */

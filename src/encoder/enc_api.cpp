@@ -1,0 +1,44 @@
+// The exported zul_enc_ functions: argument checks at the boundary, then the context's members.
+#include "encoder/enc_context.h"
+#include "frame/data_type.h"
+#include "frame/header2.h"
+#include "zul.h"
+
+extern "C" {
+
+ZUL_API zul_Status zul_enc_open(zul_enc_Context* context, const zul_DataType* dataType) {
+    return zul_enc_open2(context, dataType, nullptr);
+}
+
+ZUL_API zul_Status zul_enc_open2(zul_enc_Context* context, const zul_DataType* dataType,
+                                 const zul_Header2* header) {
+    if (!context) return zul_STATUS_INVALID_ARGUMENT;
+    *context = nullptr;
+    if (!dataType || !zullib::DataType::isValid(*dataType)) return zul_STATUS_INVALID_ARGUMENT;
+    // A disabled header is not looked at any further: none of its other fields has to be valid.
+    if (header && !zullib::Header2::isValid(*header, true)) return zul_STATUS_INVALID_ARGUMENT;
+    const zul_Header2 copied = header ? *header : zullib::Header2::disabled();
+    *context = new zul_enc_ContextStruct(*dataType, copied);
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_enc_createFileSignature(zul_enc_Context context, const char** signature) {
+    if (!context || !signature) return zul_STATUS_INVALID_ARGUMENT;
+    *signature = context->getFileSignature();
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_enc_encodeFileHeader(zul_enc_Context context, const char** bytes,
+                                            int* size) {
+    if (!context || !bytes || !size) return zul_STATUS_INVALID_ARGUMENT;
+    context->encodeFileHeader(bytes, size);
+    return zul_STATUS_OK;
+}
+
+ZUL_API void zul_enc_close(zul_enc_Context* context) {
+    if (!context || !*context) return;
+    delete *context;
+    *context = nullptr;
+}
+
+}  // extern "C"

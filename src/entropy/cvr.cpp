@@ -1,0 +1,91 @@
+#include "entropy/cvr.h"
+
+namespace zullib {
+
+namespace {
+const int kEscape = 255;
+const int64_t kEscapeBound = INT64_MAX;
+
+// Range arithmetic wraps at 64 bits: bounds built from corrupt lengths may overflow, and a
+// signed overflow must not happen. 2^w for w >= 64 wraps to 0.
+int64_t wrapAdd(int64_t a, uint64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) + b);
+}
+int64_t wrapSub(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
+}
+uint64_t powerOfTwo(int w) { return w >= 0 && w < 64 ? uint64_t{1} << w : 0; }
+
+CVR::RangeEntry escapeEntry(int absoluteBits) { return {absoluteBits, kEscapeBound, kEscapeBound}; }
+}  // namespace
+
+void CVR::buildRangeLookupTable(LookupTable& table, const std::vector<int>& bitLengths,
+                                int absoluteBits, bool nonNegative) {
+    int64_t upper = -1;
+    for (int b : bitLengths) {
+        if (b == kEscape) {
+            table.positiveRanges.push_back(escapeEntry(absoluteBits));
+            upper = kEscapeBound;
+        } else if (b == 0 && !nonNegative) {
+            table.positiveRanges.push_back({0, 0, 0});
+            upper = 0;
+        } else {
+            const uint64_t span = powerOfTwo(nonNegative ? b : b - 1);
+            table.positiveRanges.push_back({b, wrapAdd(upper, 1), wrapAdd(upper, span)});
+            upper = wrapAdd(upper, span);
+        }
+    }
+    if (nonNegative) return;
+
+    int64_t lower = 0;
+    for (int b : bitLengths) {
+        if (b == 0) {
+            // Keeps the indices of the two lists aligned; no negative delta matches it.
+            table.negativeRanges.push_back({0, 0, 0});
+        } else if (b == kEscape) {
+            table.negativeRanges.push_back(escapeEntry(absoluteBits));
+            lower = kEscapeBound;
+        } else {
+            const uint64_t span = powerOfTwo(b - 1);
+            table.negativeRanges.push_back(
+                {b, wrapSub(lower, static_cast<int64_t>(span)), wrapSub(lower, 1)});
+            lower = wrapSub(lower, static_cast<int64_t>(span));
+        }
+    }
+}
+
+void CVR::encodeDeltaOrAbsolute(int64_t& value, int& prefixIndex, int& numBits,
+                                const LookupTable& table, int64_t absoluteValue, int64_t delta) {
+    value = kEscapeBound;
+    numBits = 0;
+    prefixIndex = 0;
+    const bool positive = delta >= 0;
+    for (const RangeEntry& entry : positive ? table.positiveRanges : table.negativeRanges) {
+        if (entry.maxDelta == kEscapeBound) {
+            numBits = entry.numBits;
+            value = absoluteValue;
+            return;
+        }
+        if (positive ? delta <= entry.maxDelta : delta >= entry.minDelta) {
+            numBits = entry.numBits;
+            value = positive ? wrapSub(delta, entry.minDelta)
+                             : wrapSub(wrapSub(delta, entry.maxDelta), 1);
+            return;
+        }
+        ++prefixIndex;
+    }
+}
+
+void CVR::decodeDelta(int64_t& delta, const LookupTable& table, int64_t payload, int prefixIndex) {
+    const std::vector<RangeEntry>& ranges =
+        payload >= 0 ? table.positiveRanges : table.negativeRanges;
+    if (prefixIndex < 0 || static_cast<size_t>(prefixIndex) >= ranges.size()) {
+        delta = payload;
+        return;
+    }
+    delta = payload >= 0
+                ? wrapAdd(ranges[prefixIndex].minDelta, static_cast<uint64_t>(payload))
+                : wrapAdd(wrapAdd(payload, 1), static_cast<uint64_t>(ranges[prefixIndex].maxDelta));
+}
+
+}  // namespace zullib

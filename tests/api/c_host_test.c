@@ -1,0 +1,119 @@
+/* A C99 host linked to the shared library only: proves that zul.h compiles as C, that the records
+ * have the layout the library expects, and that the stream head comes out byte for byte. */
+#include <stddef.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "zul.h"
+
+/* A C99 static assertion: a negative array size fails to compile. */
+#define LAYOUT(cond, name) typedef char layout_##name[(cond) ? 1 : -1]
+LAYOUT(sizeof(zul_DataType) == 40, data_type);
+LAYOUT(offsetof(zul_DataType, normalMode) == 16, data_type_normal);
+LAYOUT(sizeof(zul_Header2) == 160, header2);
+LAYOUT(offsetof(zul_Header2, hasTranslation) == 15, header2_flags);
+LAYOUT(offsetof(zul_Header2, transformation) == 16, header2_matrix);
+LAYOUT(sizeof(zul_PointData) == 40, point_data);
+LAYOUT(offsetof(zul_PointData, normals) == 32, point_data_normals);
+LAYOUT(sizeof(zul_Point) == 48, point);
+LAYOUT(offsetof(zul_Point, reflection) == 28, point_reflection);
+LAYOUT(sizeof(zul_dec_Params) == 20, params);
+LAYOUT(sizeof(zul_Status) == 4, status);
+
+static int failures = 0;
+
+#define CHECK(cond)                                                            \
+    do {                                                                       \
+        if (!(cond)) {                                                         \
+            fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #cond); \
+            ++failures;                                                        \
+        }                                                                      \
+    } while (0)
+
+/* The first four outputs of MT19937 for the seed 5489, least significant byte first. */
+static const unsigned char kMarker5489[16] = {0x5C, 0xBB, 0x91, 0xD0, 0xF6, 0x9E, 0xAE, 0x22,
+                                              0xEE, 0xFA, 0xE1, 0xE7, 0x79, 0x1F, 0xC3, 0xD5};
+
+static void versionOne(void) {
+    zul_DataType dataType;
+    zul_enc_Context encoder = NULL;
+    const char* bytes = NULL;
+    int size = 0;
+    static const unsigned char front[12] = {0, 0, 0, 0, 0x17, 0xB7, 0xD1, 0x38, 0, 0, 0, 0};
+
+    zul_init_headers(&dataType, NULL);
+    CHECK(zul_enc_open(&encoder, &dataType) == zul_STATUS_OK);
+    CHECK(zul_enc_createFileSignature(encoder, &bytes) == zul_STATUS_OK);
+    CHECK(memcmp(bytes, "ZUL\x01\x0D\x0A\x1A\x0A", 8) == 0);
+    CHECK(zul_enc_encodeFileHeader(encoder, &bytes, &size) == zul_STATUS_OK);
+    CHECK(size == 28);
+    CHECK(memcmp(bytes, front, 12) == 0);
+    CHECK(memcmp(bytes + 12, kMarker5489, 16) == 0);
+    zul_enc_close(&encoder);
+    CHECK(encoder == NULL);
+}
+
+static void versionTwo(void) {
+    zul_DataType dataType;
+    zul_Header2 header;
+    zul_enc_Context encoder = NULL;
+    const char* bytes = NULL;
+    int size = 0;
+    static const unsigned char sensor[8] = {20, 4, 0, 0, 0, 1, 0, 0};
+    static const unsigned char one[8] = {0, 0, 0, 0, 0, 0, 0xF0, 0x3F};
+    static const unsigned char translationX[8] = {0, 0, 0, 0, 0, 0, 0x24, 0x40}; /* 10.0 */
+
+    zul_init_headers(&dataType, &header);
+    dataType.colorMode = zul_COLOR_RGB888;
+    dataType.reflectionMode = zul_REFLECTION_CLAMPED;
+    dataType.maxReflection = 255;
+    header.sensorMount = zul_SENSOR_MOUNT_20;
+    header.sensorType = zul_SENSOR_TYPE_4;
+    header.hasTranslation = true;
+    header.transformation[12] = 10.0;
+    CHECK(zul_enc_open2(&encoder, &dataType, &header) == zul_STATUS_OK);
+    CHECK(zul_enc_createFileSignature(encoder, &bytes) == zul_STATUS_OK);
+    CHECK(bytes[3] == 2);
+    CHECK(zul_enc_encodeFileHeader(encoder, &bytes, &size) == zul_STATUS_OK);
+    CHECK(size == 164);
+    CHECK(bytes[0] == 2 && bytes[1] == 1 && bytes[2] == 0);
+    CHECK((unsigned char)bytes[8] == 255 && bytes[9] == 0);
+    CHECK(memcmp(bytes + 12, sensor, 8) == 0);
+    CHECK(memcmp(bytes + 20, one, 8) == 0);          /* m[0] */
+    CHECK(memcmp(bytes + 20 + 8 * 15, one, 8) == 0); /* m[15] */
+    CHECK(memcmp(bytes + 20 + 8 * 12, translationX, 8) == 0);
+    CHECK(memcmp(bytes + 148, kMarker5489, 16) == 0);
+    zul_enc_close(&encoder);
+}
+
+static void refusals(void) {
+    zul_DataType dataType;
+    zul_Header2 header;
+    zul_enc_Context encoder = NULL;
+
+    zul_init_headers(&dataType, &header);
+    CHECK(zul_enc_open2(NULL, &dataType, &header) == zul_STATUS_INVALID_ARGUMENT);
+    header.transformation[3] = 1e-300;
+    CHECK(zul_enc_open2(&encoder, &dataType, &header) == zul_STATUS_INVALID_ARGUMENT);
+    CHECK(encoder == NULL);
+    header.enabled = false; /* a disabled header is not looked at */
+    CHECK(zul_enc_open2(&encoder, &dataType, &header) == zul_STATUS_OK);
+    CHECK(zul_enc_encodeFileHeader(encoder, NULL, NULL) == zul_STATUS_INVALID_ARGUMENT);
+    zul_enc_close(&encoder);
+    zul_enc_close(&encoder);
+    zul_enc_close(NULL);
+    dataType.quantizationStep = 11.0f;
+    CHECK(zul_enc_open(&encoder, &dataType) == zul_STATUS_INVALID_ARGUMENT);
+}
+
+int main(void) {
+    CHECK(zul_libversion_major() == 1);
+    CHECK(zul_libversion_minor() == 1);
+    CHECK(zul_libversion_patch() == 0);
+    zul_test_useFixedRandomSeed(true, 5489u);
+    versionOne();
+    versionTwo();
+    refusals();
+    if (failures) fprintf(stderr, "%d check(s) failed\n", failures);
+    return failures ? 1 : 0;
+}

@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# The shared library exports the C API and the members of the listed classes, and nothing else.
+# usage: exported_symbols.sh path/to/libzul.so
+set -euo pipefail
+library=$1
+
+exported=$(nm -D --defined-only "$library" | awk '$2 ~ /^[TWDBRVi]$/ {print $3}' | c++filt | sort -u)
+
+status=0
+stray=$(grep -vE '^(zul_[A-Za-z0-9_]+$|zullib::|zul_enc_ContextStruct::|zul_dec_ContextStruct::)' \
+    <<<"$exported" || true)
+if [ -n "$stray" ]; then
+    echo "exported but not part of the interface:"
+    echo "$stray"
+    status=1
+fi
+
+required=(
+    zul_libversion_major zul_libversion_minor zul_libversion_patch
+    zul_init_headers zul_test_useFixedRandomSeed
+    zul_enc_open zul_enc_open2 zul_enc_createFileSignature zul_enc_encodeFileHeader zul_enc_close
+    'zullib::BitStreamIn::BitStreamIn(' 'zullib::BitStreamIn::readBits(' 'zullib::BitStreamIn::readByteAligned('
+    'zullib::BitStreamIn::readByteAlignedUInt8(' 'zullib::BitStreamIn::readByteAlignedUInt16('
+    'zullib::BitStreamIn::readByteAlignedUInt32(' 'zullib::BitStreamIn::readByteAlignedUInt64('
+    'zullib::BitStreamOut::writeBits('
+    'zullib::CVR::buildRangeLookupTable(' 'zullib::CVR::encodeDeltaOrAbsolute(' 'zullib::CVR::decodeDelta('
+    'zullib::DataType::isValid(' 'zullib::DataType::equal(' 'zullib::DataType::init(' 'zullib::DataType::getChunkHeaderSize('
+    'zullib::Header2::init(' 'zullib::Header2::disabled(' 'zullib::Header2::isValid(' 'zullib::Header2::isSensorValid('
+    'zullib::Header2::equal(' 'zullib::Header2::setScaling(' 'zullib::Header2::setTranslation('
+    'zullib::RandomGenerator::RandomGenerator()' 'zullib::RandomGenerator::RandomGenerator(unsigned int)'
+    'zullib::RandomGenerator::getRandomBytes(' 'zullib::RandomGenerator::useFixedSeed(' 'zullib::RandomGenerator::getSeed('
+    'zullib::zul_FileSignature::zul_FileSignature(int)' 'zullib::zul_FileSignature::zul_FileSignature(char const*)'
+    'zullib::zul_SyncMarker::zul_SyncMarker(' 'zullib::zul_SyncMarker::randomize(' 'zullib::zul_SyncMarker::setBytes('
+    'zullib::zul_SyncMarker::equals('
+    'zul_enc_ContextStruct::zul_enc_ContextStruct(' 'zul_enc_ContextStruct::~zul_enc_ContextStruct('
+    'zul_enc_ContextStruct::getFileSignature(' 'zul_enc_ContextStruct::encodeFileHeader('
+)
+for name in "${required[@]}"; do
+    if ! grep -qF -- "$name" <<<"$exported"; then
+        echo "missing export: $name"
+        status=1
+    fi
+done
+[ "$status" -eq 0 ] && echo "$(wc -l <<<"$exported") symbols exported, all of the interface"
+exit "$status"

@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Each library folder may include only itself and the folders below it; programs outside the
+# library see only the public header. usage: layering.sh path/to/source/root
+set -euo pipefail
+cd "$1"
+
+allowed() {
+    case $1 in
+        src/frame) echo "frame" ;;
+        src/entropy) echo "frame entropy" ;;
+        src/encoder) echo "frame entropy encoder" ;;
+        src/decoder) echo "frame entropy decoder" ;;
+        src/file) echo "frame entropy encoder decoder file" ;;
+    esac
+}
+
+status=0
+for folder in src/*/; do
+    folder=${folder%/}
+    permitted=$(allowed "$folder")
+    while IFS= read -r line; do
+        file=${line%%:*}
+        target=$(sed -E 's/.*#include "([a-z_]+)\/.*/\1/' <<<"$line")
+        if [[ " $permitted " != *" $target "* ]]; then
+            echo "$file includes $target/, which $folder may not use"
+            status=1
+        fi
+    done < <(grep -rnE '#include "[a-z_]+/' "$folder" || true)
+done
+
+for folder in tools examples; do
+    [ -d "$folder" ] || continue
+    if grep -rnE '#include "' "$folder" | grep -vE '#include "zul(\.h|\.hpp)"'; then
+        echo "programs in $folder/ may include the public headers only"
+        status=1
+    fi
+done
+exit "$status"
