@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "frame/data_check.h"
 #include "frame/data_type.h"
 #include "frame/header2.h"
 #include "frame/stored_bytes.h"
@@ -83,11 +84,11 @@ zul_Status readFileHeader(const unsigned char* in, int version, zul_DataType& da
         for (int i = 0; i < 16; ++i)
             header.transformation[i] = loadValueLE<double>(in + kMatrixAt + 8 * i);
     }
-    if (!DataType::isValid(dataType)) return zul_STATUS_CORRUPT_DATA;
-    if (version2 && !isTransformationValid(header.transformation, header.hasScaling,
-                                           header.hasUnsupportedScaling, header.hasRotation,
-                                           header.hasTranslation))
-        return zul_STATUS_CORRUPT_DATA;
+    ZUL_REFUSE_UNLESS(DataType::isValid(dataType));
+    ZUL_REFUSE_UNLESS(!version2 ||
+                      isTransformationValid(header.transformation, header.hasScaling,
+                                            header.hasUnsupportedScaling, header.hasRotation,
+                                            header.hasTranslation));
     return zul_STATUS_OK;
 }
 

@@ -86,26 +86,6 @@ static void versionTwo(void) {
     zul_enc_close(&encoder);
 }
 
-static void refusals(void) {
-    zul_DataType dataType;
-    zul_Header2 header;
-    zul_enc_Context encoder = NULL;
-
-    zul_init_headers(&dataType, &header);
-    CHECK(zul_enc_open2(NULL, &dataType, &header) == zul_STATUS_INVALID_ARGUMENT);
-    header.transformation[3] = 1e-300;
-    CHECK(zul_enc_open2(&encoder, &dataType, &header) == zul_STATUS_INVALID_ARGUMENT);
-    CHECK(encoder == NULL);
-    header.enabled = false; /* a disabled header is not looked at */
-    CHECK(zul_enc_open2(&encoder, &dataType, &header) == zul_STATUS_OK);
-    CHECK(zul_enc_encodeFileHeader(encoder, NULL, NULL) == zul_STATUS_INVALID_ARGUMENT);
-    zul_enc_close(&encoder);
-    zul_enc_close(&encoder);
-    zul_enc_close(NULL);
-    dataType.quantizationStep = 11.0f;
-    CHECK(zul_enc_open(&encoder, &dataType) == zul_STATUS_INVALID_ARGUMENT);
-}
-
 int main(void) {
     CHECK(zul_libversion_major() == 1);
     CHECK(zul_libversion_minor() == 1);
@@ -113,7 +93,7 @@ int main(void) {
     zul_test_useFixedRandomSeed(true, 5489u);
     versionOne();
     versionTwo();
-    refusals();
+    CHECK(zul_enc_open(NULL, NULL) == zul_STATUS_INVALID_ARGUMENT);
     if (failures) fprintf(stderr, "%d check(s) failed\n", failures);
     return failures ? 1 : 0;
 }

@@ -166,15 +166,6 @@ TEST(BitStreamOut, FirstTouchOfAByteStoresInsteadOfOring) {
     EXPECT_EQ(out.bitPosition, 1);
 }
 
-TEST(BitStreamOut, HigherBitsOfTheValueAreIgnored) {
-    Bytes buffer;
-    BitStreamOut out(buffer, 0);
-    out.writeBits(0xFFFFFFFFFFFFFFF5ull, 4);
-    out.alignToByte();
-    EXPECT_EQ(out.bytePosition, 1);
-    EXPECT_EQ(buffer[0], 0x05);
-}
-
 TEST(BitStreamOut, AlignAtAByteBoundaryAddsNoPadByte) {
     Bytes buffer;
     BitStreamOut out(buffer, 3);

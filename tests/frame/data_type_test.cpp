@@ -102,19 +102,6 @@ TEST(DataType, EqualComparesStepAsFloatsAndEveryMode) {
     EXPECT_TRUE(DataType::equal(makeType(0.0f), makeType(-0.0f)));
 }
 
-TEST(DataType, InitStoresValuesAndZeroesReserved) {
-    zul_DataType dataType;
-    std::memset(&dataType, 0xAB, sizeof dataType);
-    DataType::init(dataType, 0.25f, zul_COLOR_RGB565, zul_REFLECTION_CLAMPED, 100,
-                   zul_NORMAL_SPHERICAL);
-    EXPECT_EQ(dataType.quantizationStep, 0.25f);
-    EXPECT_EQ(dataType.colorMode, zul_COLOR_RGB565);
-    EXPECT_EQ(dataType.reflectionMode, zul_REFLECTION_CLAMPED);
-    EXPECT_EQ(dataType.maxReflection, 100);
-    EXPECT_EQ(dataType.normalMode, zul_NORMAL_SPHERICAL);
-    for (uint32_t word : dataType.reserved) EXPECT_EQ(word, 0u);
-}
-
 TEST(DataType, ChunkHeaderSizeAddsFourBytesForEachAttribute) {
     for (int color = 0; color <= 2; ++color)
         for (int reflection = 0; reflection <= 1; ++reflection)
