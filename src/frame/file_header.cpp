@@ -7,7 +7,6 @@
 #include "frame/data_type.h"
 #include "frame/header2.h"
 #include "frame/stored_bytes.h"
-#include "frame/transformation_check.h"
 
 namespace zullib {
 
@@ -85,10 +84,8 @@ zul_Status readFileHeader(const unsigned char* in, int version, zul_DataType& da
             header.transformation[i] = loadValueLE<double>(in + kMatrixAt + 8 * i);
     }
     ZUL_REFUSE_UNLESS(DataType::isValid(dataType));
-    ZUL_REFUSE_UNLESS(!version2 ||
-                      isTransformationValid(header.transformation, header.hasScaling,
-                                            header.hasUnsupportedScaling, header.hasRotation,
-                                            header.hasTranslation));
+    // Version 1 has the disabled header, which passes; the sensor pair is not a reader's concern.
+    ZUL_REFUSE_UNLESS(Header2::isValid(header, false));
     return zul_STATUS_OK;
 }
 
