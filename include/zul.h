@@ -208,7 +208,8 @@ ZUL_API void zul_test_useFixedRandomSeed(bool useFixedSeed, unsigned int seed);
  * Encoder (in memory). A caller stores, in this order, what createFileSignature (8 bytes),
  * encodeFileHeader (28 or 164 bytes) and encodeChunk (once a chunk) hand back; the concatenation
  * is the stream. Output pointers point into the context: the signature and file header stay
- * valid until zul_enc_close. One context is used by one thread at a time.
+ * valid until zul_enc_close, a chunk until the next chunk. One context is used by one thread at a
+ * time.
  * ------------------------------------------------------------------------------------------- */
 
 /* Opens an encoder for a version 1 stream, as zul_enc_open2 with a null header. */
@@ -229,6 +230,18 @@ ZUL_API zul_Status zul_enc_createFileSignature(zul_enc_Context context, const ch
  * marker) and stores its address and size. Returns zul_STATUS_OK, or zul_STATUS_INVALID_ARGUMENT
  * for a null argument. Repeated calls give the same bytes. */
 ZUL_API zul_Status zul_enc_encodeFileHeader(zul_enc_Context context, const char** bytes, int* size);
+
+/* Encodes the points into one chunk (sync marker, chunk header, body) and stores its address and
+ * length; the bytes stay valid until the next zul_enc_encodeChunk or zul_enc_close. The points
+ * come back from a decoder sorted, not in the order given here; none is dropped or merged. A
+ * chunk to store holds at least 1 point (a chunk of 0 points is encoded, but no reader accepts
+ * it). Returns zul_STATUS_OK; or zul_STATUS_INVALID_ARGUMENT, with `*bytes` and `*size`
+ * untouched, for a null argument, a negative numPoints, or a null array that the data type needs
+ * for a positive numPoints; or zul_STATUS_INVALID_ARGUMENT, with `*bytes` null and `*size` 0, for
+ * a normal shorter than 1e-6: the chunk is lost, the last chunk's bytes stay valid, and the
+ * context can go on with other points. */
+ZUL_API zul_Status zul_enc_encodeChunk(zul_enc_Context context, const char** bytes, int* size,
+                                       const zul_PointData* points);
 
 /* Frees the encoder and sets `*context` to null; does nothing for a null pointer or handle. */
 ZUL_API void zul_enc_close(zul_enc_Context* context);

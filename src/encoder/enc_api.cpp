@@ -35,6 +35,25 @@ ZUL_API zul_Status zul_enc_encodeFileHeader(zul_enc_Context context, const char*
     return zul_STATUS_OK;
 }
 
+ZUL_API zul_Status zul_enc_encodeChunk(zul_enc_Context context, const char** bytes, int* size,
+                                       const zul_PointData* points) {
+    if (!context || !bytes || !size || !points) return zul_STATUS_INVALID_ARGUMENT;
+    // The arrays are read, never trusted to be there: a negative count or a missing array that
+    // the data type needs is refused before the first point is touched.
+    const zul_DataType& dataType = context->dataType;
+    if (points->numPoints < 0) return zul_STATUS_INVALID_ARGUMENT;
+    if (points->numPoints > 0) {
+        if (!points->positions) return zul_STATUS_INVALID_ARGUMENT;
+        if (dataType.colorMode != zul_COLOR_NONE && !points->colors)
+            return zul_STATUS_INVALID_ARGUMENT;
+        if (dataType.reflectionMode != zul_REFLECTION_NONE && !points->reflections)
+            return zul_STATUS_INVALID_ARGUMENT;
+        if (dataType.normalMode != zul_NORMAL_NONE && !points->normals)
+            return zul_STATUS_INVALID_ARGUMENT;
+    }
+    return context->encodeChunk(bytes, size, points);
+}
+
 ZUL_API void zul_enc_close(zul_enc_Context* context) {
     if (!context || !*context) return;
     delete *context;

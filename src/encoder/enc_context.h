@@ -2,8 +2,12 @@
 // does no input or output: every piece it hands out lives in the context.
 #pragma once
 
+#include <map>
 #include <vector>
 
+#include "entropy/bit_stream_out.h"
+#include "entropy/quantized_point.h"
+#include "frame/bounding_box.h"
 #include "frame/file_header.h"
 #include "frame/file_signature.h"
 #include "frame/sync_marker.h"
@@ -21,6 +25,11 @@ struct ZUL_API zul_enc_ContextStruct {
     // Fills the file header of the stream's version and hands out its address and size (28 or
     // 164); the same bytes on every call.
     void encodeFileHeader(const char** bytes, int* size);
+    // Encodes the points into one chunk (sync marker, chunk header, body) in chunkBuffer and hands
+    // out its address and length, valid until the next call or close. On failure *bytes is null,
+    // *size is 0, and chunkBuffer keeps the previous chunk: a normal shorter than 1e-6 is
+    // zul_STATUS_INVALID_ARGUMENT. The arrays of `points` are trusted to be there.
+    zul_Status encodeChunk(const char** bytes, int* size, const zul_PointData* points);
 
     zul_DataType dataType;
     zul_Header2 header;
@@ -29,4 +38,30 @@ struct ZUL_API zul_enc_ContextStruct {
     unsigned char fileHeaderV2[zullib::kFileHeaderSizeV2];
     zullib::zul_SyncMarker syncMarker;
     std::vector<unsigned char> chunkBuffer;
+
+private:
+    using QuantizedPoints = std::vector<zullib::zul_QuantizedPoint>;
+    using Frequencies = std::map<int, int>;
+
+    // Makes one integer record per input point, in input order: positions on the grid of the
+    // step, colour, reflection and normal reduced by their modes. Then permutes the coordinate
+    // slots by extent and subtracts the box minimum. Hands out the box in x, y, z grid units.
+    zul_Status quantizeRemapAndShiftPoints(QuantizedPoints& points, int (&axisRemap)[3],
+                                           int (&coordinateBits)[3],
+                                           zullib::BoundingBox3d<long long>& box,
+                                           const zul_PointData* pointData);
+    // Lexicographic order on the three slots, signed; attributes travel with their coordinates.
+    void sortQuantizedPoints(QuantizedPoints& points);
+    // Adds, per stream component, how many deltas need how many bits.
+    void countDeltaBitLengthFrequencies(const QuantizedPoints& points,
+                                        Frequencies (&coordinateFrequencies)[3],
+                                        Frequencies (&rgbFrequencies)[3],
+                                        Frequencies (&reflectionFrequencies)[1],
+                                        Frequencies (&normalFrequencies)[2]);
+    void writeDataStreamHeader(zullib::BitStreamOut& out, const std::vector<int>* tables,
+                               int numTables);
+    template <class Accessor>
+    void writeDataStreamBody(zullib::BitStreamOut& out, const QuantizedPoints& points,
+                             const int (&absoluteBits)[Accessor::kNumComponents],
+                             const std::vector<int> (&tables)[Accessor::kNumComponents]);
 };

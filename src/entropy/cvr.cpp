@@ -1,19 +1,15 @@
 #include "entropy/cvr.h"
 
+#include "frame/wrapping.h"
+
 namespace zullib {
 
 namespace {
 const int kEscape = 255;
 const int64_t kEscapeBound = INT64_MAX;
 
-// Range arithmetic wraps at 64 bits: bounds built from corrupt lengths may overflow, and a
-// signed overflow must not happen. 2^w for w >= 64 wraps to 0.
-int64_t wrapAdd(int64_t a, uint64_t b) {
-    return static_cast<int64_t>(static_cast<uint64_t>(a) + b);
-}
-int64_t wrapSub(int64_t a, int64_t b) {
-    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
-}
+// Range arithmetic wraps at 64 bits: bounds built from corrupt lengths may overflow. 2^w for
+// w >= 64 wraps to 0.
 uint64_t powerOfTwo(int w) { return w >= 0 && w < 64 ? uint64_t{1} << w : 0; }
 
 CVR::RangeEntry escapeEntry(int absoluteBits) { return {absoluteBits, kEscapeBound, kEscapeBound}; }
@@ -31,8 +27,9 @@ void CVR::buildRangeLookupTable(LookupTable& table, const std::vector<int>& bitL
             upper = 0;
         } else {
             const uint64_t span = powerOfTwo(nonNegative ? b : b - 1);
-            table.positiveRanges.push_back({b, wrapAdd(upper, 1), wrapAdd(upper, span)});
-            upper = wrapAdd(upper, span);
+            table.positiveRanges.push_back(
+                {b, wrappingAdd(upper, 1), wrappingAdd(upper, static_cast<int64_t>(span))});
+            upper = wrappingAdd(upper, static_cast<int64_t>(span));
         }
     }
     if (nonNegative) return;
@@ -48,8 +45,8 @@ void CVR::buildRangeLookupTable(LookupTable& table, const std::vector<int>& bitL
         } else {
             const uint64_t span = powerOfTwo(b - 1);
             table.negativeRanges.push_back(
-                {b, wrapSub(lower, static_cast<int64_t>(span)), wrapSub(lower, 1)});
-            lower = wrapSub(lower, static_cast<int64_t>(span));
+                {b, wrappingSub(lower, static_cast<int64_t>(span)), wrappingSub(lower, 1)});
+            lower = wrappingSub(lower, static_cast<int64_t>(span));
         }
     }
 }
@@ -68,8 +65,8 @@ void CVR::encodeDeltaOrAbsolute(int64_t& value, int& prefixIndex, int& numBits,
         }
         if (positive ? delta <= entry.maxDelta : delta >= entry.minDelta) {
             numBits = entry.numBits;
-            value = positive ? wrapSub(delta, entry.minDelta)
-                             : wrapSub(wrapSub(delta, entry.maxDelta), 1);
+            value = positive ? wrappingSub(delta, entry.minDelta)
+                             : wrappingSub(wrappingSub(delta, entry.maxDelta), 1);
             return;
         }
         ++prefixIndex;
@@ -83,9 +80,8 @@ void CVR::decodeDelta(int64_t& delta, const LookupTable& table, int64_t payload,
         delta = payload;
         return;
     }
-    delta = payload >= 0
-                ? wrapAdd(ranges[prefixIndex].minDelta, static_cast<uint64_t>(payload))
-                : wrapAdd(wrapAdd(payload, 1), static_cast<uint64_t>(ranges[prefixIndex].maxDelta));
+    delta = payload >= 0 ? wrappingAdd(ranges[prefixIndex].minDelta, payload)
+                         : wrappingAdd(wrappingAdd(payload, 1), ranges[prefixIndex].maxDelta);
 }
 
 }  // namespace zullib

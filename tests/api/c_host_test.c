@@ -86,6 +86,38 @@ static void versionTwo(void) {
     zul_enc_close(&encoder);
 }
 
+/* Two points at (1, 2, 3) and (5, 2, 3) with the step 1 and a reflection: the whole chunk. */
+static void oneChunk(void) {
+    zul_DataType dataType;
+    zul_enc_Context encoder = NULL;
+    const char* bytes = NULL;
+    int size = 0;
+    double positions[6] = {5, 2, 3, 1, 2, 3};
+    int32_t reflections[2] = {9, 300};
+    zul_PointData points = {2, positions, NULL, reflections, NULL};
+    static const unsigned char header[60] = {
+        1, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, /* min */
+        5, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, /* max */
+        2, 0, 0, 0, 8, 0, 0, 0, 4, 0, 0, 0};                                    /* sizes */
+    /* Coordinates: tables {0, 255}, {255}, {255}; slot 0 is 0 then 4 escaped in 3 bits. The
+     * reflections, sorted with their points, are 300 (clamped to 255) then 9: table {255}. */
+    static const unsigned char body[12] = {2, 0, 0xFF, 1, 0xFF, 1, 0xFF, 0x12, 1, 0xFF, 0xFF, 9};
+
+    zul_init_headers(&dataType, NULL);
+    dataType.quantizationStep = 1.0f;
+    dataType.reflectionMode = zul_REFLECTION_CLAMPED;
+    dataType.maxReflection = 255;
+    CHECK(zul_enc_open(&encoder, &dataType) == zul_STATUS_OK);
+    CHECK(zul_enc_encodeChunk(encoder, &bytes, &size, &points) == zul_STATUS_OK);
+    CHECK(size == 88);
+    CHECK(memcmp(bytes, kMarker5489, 16) == 0);
+    CHECK(memcmp(bytes + 16, header, 60) == 0);
+    CHECK(memcmp(bytes + 76, body, 12) == 0);
+    points.reflections = NULL;
+    CHECK(zul_enc_encodeChunk(encoder, &bytes, &size, &points) == zul_STATUS_INVALID_ARGUMENT);
+    zul_enc_close(&encoder);
+}
+
 int main(void) {
     CHECK(zul_libversion_major() == 1);
     CHECK(zul_libversion_minor() == 1);
@@ -93,6 +125,7 @@ int main(void) {
     zul_test_useFixedRandomSeed(true, 5489u);
     versionOne();
     versionTwo();
+    oneChunk();
     CHECK(zul_enc_open(NULL, NULL) == zul_STATUS_INVALID_ARGUMENT);
     if (failures) fprintf(stderr, "%d check(s) failed\n", failures);
     return failures ? 1 : 0;

@@ -7,7 +7,7 @@ library=$1
 exported=$(nm -D --defined-only "$library" | awk '$2 ~ /^[TWDBRVi]$/ {print $3}' | c++filt | sort -u)
 
 status=0
-stray=$(grep -vE '^(zul_[A-Za-z0-9_]+$|zullib::|zul_enc_ContextStruct::|zul_dec_ContextStruct::)' \
+stray=$(grep -vE '^(zul_[A-Za-z0-9_]+$|zullib::|((void|zul_Status) )?zul_(enc|dec)_ContextStruct::)' \
     <<<"$exported" || true)
 if [ -n "$stray" ]; then
     echo "exported but not part of the interface:"
@@ -34,6 +34,15 @@ required=(
     'zullib::zul_SyncMarker::equals('
     'zul_enc_ContextStruct::zul_enc_ContextStruct(' 'zul_enc_ContextStruct::~zul_enc_ContextStruct('
     'zul_enc_ContextStruct::getFileSignature(' 'zul_enc_ContextStruct::encodeFileHeader('
+    'zul_enc_ContextStruct::encodeChunk(' 'zul_enc_ContextStruct::quantizeRemapAndShiftPoints('
+    'zul_enc_ContextStruct::sortQuantizedPoints(' 'zul_enc_ContextStruct::countDeltaBitLengthFrequencies('
+    'zul_enc_ContextStruct::writeDataStreamHeader('
+    'zul_enc_ContextStruct::writeDataStreamBody<zullib::zul_QuantizedPoint::CoordinateAccessor>('
+    'zul_enc_ContextStruct::writeDataStreamBody<zullib::zul_QuantizedPoint::RGBAccessor>('
+    'zul_enc_ContextStruct::writeDataStreamBody<zullib::zul_QuantizedPoint::ReflectionAccessor>('
+    'zul_enc_ContextStruct::writeDataStreamBody<zullib::zul_QuantizedPoint::NormalAccessor>('
+    'zullib::PrefixOptimizer::findBestBitLengthsForPrefixes(' 'zullib::PrefixOptimizer::tryNextPrefix('
+    zul_enc_encodeChunk
 )
 for name in "${required[@]}"; do
     if ! grep -qF -- "$name" <<<"$exported"; then

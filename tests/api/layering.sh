@@ -28,9 +28,10 @@ for folder in src/*/; do
     done < <(grep -rnE '#include "[a-z_]+/' "$folder" || true)
 done
 
-for folder in tools examples; do
+# Programs see the public headers and files of their own folder, never the library's insides.
+for folder in tools examples bench; do
     [ -d "$folder" ] || continue
-    if grep -rnE '#include "' "$folder" | grep -vE '#include "zul(\.h|\.hpp)"'; then
+    if grep -rnE '#include "' "$folder" | grep -vE '#include "(zul\.h|zul\.hpp|[a-z_]+\.h)"'; then
         echo "programs in $folder/ may include the public headers only"
         status=1
     fi

@@ -115,6 +115,50 @@ TEST_F(Encoder, NullArgumentsAreRefusedAndChangeNothing) {
     EXPECT_EQ(encoder, nullptr);
 }
 
+TEST_F(Encoder, ChunkArgumentsAreCheckedBeforeAnyPointIsRead) {
+    dataType.colorMode = zul_COLOR_RGB888;
+    dataType.reflectionMode = zul_REFLECTION_CLAMPED;
+    dataType.maxReflection = 255;
+    dataType.normalMode = zul_NORMAL_SPHERICAL;
+    zul_enc_Context encoder = nullptr;
+    ASSERT_EQ(zul_enc_open(&encoder, &dataType), zul_STATUS_OK);
+    double positions[3] = {1, 2, 3};
+    uint8_t colors[3] = {1, 2, 3};
+    int32_t reflections[1] = {4};
+    float normals[3] = {0, 0, 1};
+    const zul_PointData good = {1, positions, colors, reflections, normals};
+
+    struct {
+        const char* name;
+        zul_PointData points;
+    } refused[] = {
+        {"negative count", {-1, positions, colors, reflections, normals}},
+        {"no positions", {1, nullptr, colors, reflections, normals}},
+        {"no colours", {1, positions, nullptr, reflections, normals}},
+        {"no reflections", {1, positions, colors, nullptr, normals}},
+        {"no normals", {1, positions, colors, reflections, nullptr}},
+    };
+    const char* bytes = "untouched";
+    int size = -7;
+    for (const auto& c : refused)
+        EXPECT_EQ(zul_enc_encodeChunk(encoder, &bytes, &size, &c.points),
+                  zul_STATUS_INVALID_ARGUMENT)
+            << c.name;
+    EXPECT_EQ(zul_enc_encodeChunk(nullptr, &bytes, &size, &good), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_enc_encodeChunk(encoder, nullptr, &size, &good), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_enc_encodeChunk(encoder, &bytes, nullptr, &good), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_enc_encodeChunk(encoder, &bytes, &size, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_STREQ(bytes, "untouched");
+    EXPECT_EQ(size, -7);
+
+    // Without points no array is read, so none has to be there.
+    const zul_PointData empty = {0, nullptr, nullptr, nullptr, nullptr};
+    EXPECT_EQ(zul_enc_encodeChunk(encoder, &bytes, &size, &empty), zul_STATUS_OK);
+    EXPECT_EQ(zul_enc_encodeChunk(encoder, &bytes, &size, &good), zul_STATUS_OK);
+    EXPECT_EQ(size, 84 + 6 + 7 + 3 + 4);
+    zul_enc_close(&encoder);
+}
+
 struct BadRecord {
     const char* name;
     void (*damage)(zul_DataType&, zul_Header2&);

@@ -1,0 +1,138 @@
+// One chunk from zul_PointData to bytes: quantise, sort, count, choose the prefix tables, write the
+// streams behind a reserved front, then fill in the front (sync marker and chunk header).
+#include "encoder/enc_context.h"
+#include "entropy/data_stream_writer.h"
+#include "entropy/prefix_optimizer.h"
+#include "frame/bit_length.h"
+#include "frame/data_type.h"
+
+using zullib::BitStreamOut;
+using zullib::PrefixOptimizer;
+using zullib::zul_QuantizedPoint;
+
+namespace {
+
+// The widths of absolute values and the prefix limits of the attribute streams, which depend on
+// the data type alone. The coordinate widths come from each chunk's box.
+struct AttributeCoding {
+    explicit AttributeCoding(const zul_DataType& dataType) {
+        const bool rgb565 = dataType.colorMode == zul_COLOR_RGB565;
+        const bool rgb888 = dataType.colorMode == zul_COLOR_RGB888;
+        for (int c = 0; c < 3; ++c) rgbBits[c] = rgb888 ? 8 : rgb565 ? (c == 1 ? 6 : 5) : 0;
+        rgbPrefixLimit = rgb565 ? 5 : 6;
+        reflectionBits[0] = zullib::bitLength(static_cast<uint32_t>(dataType.maxReflection));
+        const bool normals = dataType.normalMode != zul_NORMAL_NONE;
+        normalBits[0] = normals ? 8 : 0;
+        normalBits[1] = normals ? 7 : 0;
+    }
+    int rgbBits[3];
+    int rgbPrefixLimit;
+    int reflectionBits[1];
+    int normalBits[2];
+};
+
+const int kCoordinatePrefixLimit = 7;
+const int kReflectionPrefixLimit = 6;
+const int kNormalPrefixLimit = 6;
+
+template <int N>
+void chooseTables(std::vector<int> (&tables)[N], const std::map<int, int> (&frequencies)[N],
+                  const int (&absoluteBits)[N], int prefixLimit) {
+    for (int c = 0; c < N; ++c)
+        PrefixOptimizer::findBestBitLengthsForPrefixes(tables[c], frequencies[c], absoluteBits[c],
+                                                       prefixLimit);
+}
+
+}  // namespace
+
+zul_Status zul_enc_ContextStruct::encodeChunk(const char** bytes, int* size,
+                                              const zul_PointData* pointData) {
+    *bytes = nullptr;
+    *size = 0;
+    const AttributeCoding coding(dataType);
+    const bool hasColor = dataType.colorMode != zul_COLOR_NONE;
+    const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
+    const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
+
+    QuantizedPoints points;
+    zullib::BoundingBox3d<long long> box;
+    int axisRemap[3];
+    int coordinateBits[3];
+    const zul_Status status =
+        quantizeRemapAndShiftPoints(points, axisRemap, coordinateBits, box, pointData);
+    // A refused chunk leaves chunkBuffer as it was.
+    if (status != zul_STATUS_OK) return status;
+    sortQuantizedPoints(points);
+
+    Frequencies coordinateFrequencies[3], rgbFrequencies[3], reflectionFrequencies[1],
+        normalFrequencies[2];
+    countDeltaBitLengthFrequencies(points, coordinateFrequencies, rgbFrequencies,
+                                   reflectionFrequencies, normalFrequencies);
+
+    std::vector<int> coordinateTables[3], rgbTables[3], reflectionTables[1], normalTables[2];
+    chooseTables(coordinateTables, coordinateFrequencies, coordinateBits, kCoordinatePrefixLimit);
+    if (hasColor) chooseTables(rgbTables, rgbFrequencies, coding.rgbBits, coding.rgbPrefixLimit);
+    if (hasReflection)
+        chooseTables(reflectionTables, reflectionFrequencies, coding.reflectionBits,
+                     kReflectionPrefixLimit);
+    if (hasNormals)
+        chooseTables(normalTables, normalFrequencies, coding.normalBits, kNormalPrefixLimit);
+
+    // The front (sync marker and chunk header) holds the stream sizes, so it is left open and
+    // written last; the streams follow one another through one writer. chunkBuffer keeps its
+    // length from the last chunk: the writer overwrites every byte it reaches, so stale bytes
+    // beyond the chunk do no harm and no chunk pays for zeroing the buffer.
+    const int bodyOffset =
+        zullib::zul_SyncMarker::kSize + zullib::DataType::getChunkHeaderSize(dataType);
+    BitStreamOut body(chunkBuffer, bodyOffset);
+    uint32_t streamSizes[4];
+    int numStreams = 0;
+    const auto writeStream = [&](auto accessor, const auto& tables, const auto& widths) {
+        using Accessor = decltype(accessor);
+        const int64_t start = body.bytePosition;
+        writeDataStreamHeader(body, tables, Accessor::kNumComponents);
+        writeDataStreamBody<Accessor>(body, points, widths, tables);
+        streamSizes[numStreams++] = static_cast<uint32_t>(body.bytePosition - start);
+    };
+    writeStream(zul_QuantizedPoint::CoordinateAccessor{}, coordinateTables, coordinateBits);
+    if (hasColor) writeStream(zul_QuantizedPoint::RGBAccessor{}, rgbTables, coding.rgbBits);
+    if (hasReflection)
+        writeStream(zul_QuantizedPoint::ReflectionAccessor{}, reflectionTables,
+                    coding.reflectionBits);
+    if (hasNormals)
+        writeStream(zul_QuantizedPoint::NormalAccessor{}, normalTables, coding.normalBits);
+
+    BitStreamOut front(chunkBuffer, 0);
+    front.writeByteAligned(reinterpret_cast<const unsigned char*>(syncMarker.bytes),
+                           zullib::zul_SyncMarker::kSize);
+    for (long long corner : box.min) front.writeByteAlignedUInt64(static_cast<uint64_t>(corner));
+    for (long long corner : box.max) front.writeByteAlignedUInt64(static_cast<uint64_t>(corner));
+    front.writeByteAlignedUInt32(static_cast<uint32_t>(pointData->numPoints));
+    for (int s = 0; s < numStreams; ++s) front.writeByteAlignedUInt32(streamSizes[s]);
+
+    *bytes = reinterpret_cast<const char*>(chunkBuffer.data());
+    *size = static_cast<int>(body.bytePosition);
+    return zul_STATUS_OK;
+}
+
+void zul_enc_ContextStruct::writeDataStreamHeader(BitStreamOut& out, const std::vector<int>* tables,
+                                                  int numTables) {
+    zullib::writeStreamTables(out, tables, numTables);
+}
+
+template <class Accessor>
+void zul_enc_ContextStruct::writeDataStreamBody(
+    BitStreamOut& out, const QuantizedPoints& points,
+    const int (&absoluteBits)[Accessor::kNumComponents],
+    const std::vector<int> (&tables)[Accessor::kNumComponents]) {
+    zullib::writeStreamBody<Accessor>(out, points, absoluteBits, tables);
+}
+
+template void zul_enc_ContextStruct::writeDataStreamBody<zul_QuantizedPoint::CoordinateAccessor>(
+    BitStreamOut&, const QuantizedPoints&, const int (&)[3], const std::vector<int> (&)[3]);
+template void zul_enc_ContextStruct::writeDataStreamBody<zul_QuantizedPoint::RGBAccessor>(
+    BitStreamOut&, const QuantizedPoints&, const int (&)[3], const std::vector<int> (&)[3]);
+template void zul_enc_ContextStruct::writeDataStreamBody<zul_QuantizedPoint::ReflectionAccessor>(
+    BitStreamOut&, const QuantizedPoints&, const int (&)[1], const std::vector<int> (&)[1]);
+template void zul_enc_ContextStruct::writeDataStreamBody<zul_QuantizedPoint::NormalAccessor>(
+    BitStreamOut&, const QuantizedPoints&, const int (&)[2], const std::vector<int> (&)[2]);

@@ -1,0 +1,106 @@
+#include "encoder/quantize.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "encoder/enc_context.h"
+#include "frame/chunk_axes.h"
+#include "frame/normal_grid.h"
+#include "frame/wrapping.h"
+
+namespace zullib {
+
+namespace {
+// Truncation to a signed 64-bit integer, with everything that does not fit (NaN included)
+// defined as INT64_MIN instead of undefined.
+int64_t toInt64(double value) {
+    if (value >= -9223372036854775808.0 && value < 9223372036854775808.0)
+        return static_cast<int64_t>(value);
+    return INT64_MIN;
+}
+
+// floor, then to an int within [0, limit - 1]; a NaN gives 0. Only the top value can reach the
+// limit (the pole or the meridian at +pi), and it folds onto the last row or cell.
+int32_t gridIndex(double value, int limit) {
+    const double index = std::floor(value);
+    if (!(index > 0.0)) return 0;
+    return index >= limit ? limit - 1 : static_cast<int32_t>(index);
+}
+}  // namespace
+
+int64_t quantizeCoordinate(double value, double step) {
+    const double half = step * 0.5;
+    return toInt64(std::floor((half + value) / step));
+}
+
+bool quantizeNormal(const float* normal, int32_t (&cell)[2]) {
+    const double nx = normal[0], ny = normal[1], nz = normal[2];
+    const double length = std::sqrt((nx * nx + ny * ny) + nz * nz);
+    if (1e-6 > length) return false;
+    const double x = nx / length, y = ny / length, z = nz / length;
+    const double h = std::sqrt(x * x + y * y);
+    const int32_t row =
+        gridIndex((0.5 - std::atan2(z, h) / 3.141592653589793) * 128.0, kNormalRows);
+    const int cells = normalRowCells(row);
+    cell[0] = gridIndex((std::atan2(y, x) / 6.283185307179586 + 0.5) * cells, cells);
+    cell[1] = row;
+    return true;
+}
+
+}  // namespace zullib
+
+using zullib::zul_QuantizedPoint;
+
+zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& points,
+                                                              int (&axisRemap)[3],
+                                                              int (&coordinateBits)[3],
+                                                              zullib::BoundingBox3d<long long>& box,
+                                                              const zul_PointData* pointData) {
+    const int numPoints = pointData->numPoints;
+    points.clear();
+    points.reserve(static_cast<size_t>(numPoints));
+    // The float step widened to double is the step: 0.0001 is 9.999999747378752e-05 here.
+    const double step = dataType.quantizationStep;
+    const int32_t maxReflection = dataType.maxReflection;
+    zullib::BoundingBox3d<long long> chunkBox;
+
+    for (int i = 0; i < numPoints; ++i) {
+        zul_QuantizedPoint record{};
+        const double* position = pointData->positions + 3 * static_cast<size_t>(i);
+        long long grid[3];
+        for (int axis = 0; axis < 3; ++axis) {
+            grid[axis] = zullib::quantizeCoordinate(position[axis], step);
+            record.coordinates[axis] = grid[axis];
+        }
+        chunkBox.extend(grid);
+
+        if (dataType.colorMode != zul_COLOR_NONE) {
+            const uint8_t* rgb = pointData->colors + 3 * static_cast<size_t>(i);
+            const bool reduced = dataType.colorMode == zul_COLOR_RGB565;
+            record.rgb[0] = reduced ? rgb[0] >> 3 : rgb[0];
+            record.rgb[1] = reduced ? rgb[1] >> 2 : rgb[1];
+            record.rgb[2] = reduced ? rgb[2] >> 3 : rgb[2];
+        }
+        if (dataType.reflectionMode != zul_REFLECTION_NONE)
+            record.reflection = std::max(0, std::min(pointData->reflections[i], maxReflection));
+        if (dataType.normalMode != zul_NORMAL_NONE) {
+            const float* normal = pointData->normals + 3 * static_cast<size_t>(i);
+            if (!zullib::quantizeNormal(normal, record.normal)) return zul_STATUS_INVALID_ARGUMENT;
+        }
+        points.push_back(record);
+    }
+
+    const zullib::ChunkAxes axes = zullib::chunkAxes(chunkBox);
+    for (zul_QuantizedPoint& record : points) {
+        const int64_t grid[3] = {record.coordinates[0], record.coordinates[1],
+                                 record.coordinates[2]};
+        for (int k = 0; k < 3; ++k)
+            record.coordinates[k] = zullib::wrappingSub(grid[axes.axisRemap[k]], axes.slotMin[k]);
+    }
+    for (int k = 0; k < 3; ++k) {
+        axisRemap[k] = axes.axisRemap[k];
+        coordinateBits[k] = axes.coordinateBits[k];
+    }
+    box = chunkBox;
+    return zul_STATUS_OK;
+}

@@ -1,0 +1,19 @@
+// The lossy step of the encoder, one value at a time: a position onto the grid of the step, a
+// normal onto a cell of the spherical grid.
+#pragma once
+
+#include <cstdint>
+
+namespace zullib {
+
+// Rounds `value` to the nearest multiple of `step`, exact halves towards positive infinity:
+// floor((step / 2 + value) / step) in double. A NaN, an infinity or a result beyond 64 bits
+// gives INT64_MIN.
+int64_t quantizeCoordinate(double value, double step);
+
+// The cell of the normal (x, y, z at `normal`): cell[0] the longitude cell, cell[1] the latitude
+// row. The vector need not be of unit length; false (and nothing written) if it is shorter than
+// 1e-6. A NaN length passes.
+bool quantizeNormal(const float* normal, int32_t (&cell)[2]);
+
+}  // namespace zullib

@@ -1,0 +1,33 @@
+// Chooses the prefix table of one component of one chunk: out of every way to cut the delta bit
+// lengths that occur into at most `prefixLimit` classes, the one with the fewest prefix and
+// payload bits, found by exhaustive search.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "zul.h"
+
+namespace zullib {
+
+class ZUL_API PrefixOptimizer {
+public:
+    // Fills `table` (empty on entry) with strictly ascending payload lengths, ending on the
+    // largest length that occurs; a last entry equal to `absoluteBits` becomes the escape 255.
+    // Lengths above `absoluteBits` count as `absoluteBits`. Returns the table's cost in bits over
+    // all deltas of `frequencies` (bit length -> count), or INT64_MAX for an empty map, which
+    // leaves the table empty. Of two tables of equal cost the lexicographically smaller wins.
+    static int64_t findBestBitLengthsForPrefixes(std::vector<int>& table,
+                                                 const std::map<int, int>& frequencies,
+                                                 int absoluteBits, int prefixLimit);
+
+private:
+    // One level of the search: fixes entry `prefixIndex` of `candidate` to each length that
+    // occurs above the previous entry, and recurses or, at the largest length, scores the table.
+    static void tryNextPrefix(int64_t& bestCost, std::vector<int>& bestTable,
+                              std::vector<int>& candidate, const std::map<int, int>& cumulative,
+                              int prefixIndex, int lastIndex, int coveredCount, int64_t cost);
+};
+
+}  // namespace zullib

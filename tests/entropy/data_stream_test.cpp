@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "entropy/data_stream_reader.h"
+#include "entropy/data_stream_writer.h"
+#include "entropy/prefix_optimizer.h"
+#include "frame/bit_length.h"
+#include "support/test_names.h"
+
+using zullib::zul_QuantizedPoint;
+
+namespace {
+
+using Reflection = zul_QuantizedPoint::ReflectionAccessor;
+using Bytes = std::vector<unsigned char>;
+
+struct ReflectionCase {
+    const char* name;
+    std::vector<int32_t> values;
+    int width;
+    Bytes stream;
+};
+
+class ReflectionStream : public ::testing::TestWithParam<ReflectionCase> {};
+
+// The tables come from the prefix search over the deltas' bit lengths, as in a real chunk.
+TEST_P(ReflectionStream, IsByteExactAndReadsBack) {
+    const ReflectionCase& c = GetParam();
+    std::vector<zul_QuantizedPoint> points(c.values.size());
+    std::map<int, int> frequencies;
+    int64_t previous = 0;
+    for (size_t i = 0; i < points.size(); ++i) {
+        points[i].reflection = c.values[i];
+        ++frequencies[zullib::signedBitLength(c.values[i] - previous)];
+        previous = c.values[i];
+    }
+    std::vector<int> tables[1];
+    zullib::PrefixOptimizer::findBestBitLengthsForPrefixes(tables[0], frequencies, c.width, 6);
+    const int widths[1] = {c.width};
+
+    // Stale bytes in the buffer must not leak into the stream.
+    Bytes buffer(64, 0xA5);
+    zullib::BitStreamOut out(buffer, 3);
+    zullib::writeStreamTables(out, tables, 1);
+    zullib::writeStreamBody<Reflection>(out, points, widths, tables);
+    EXPECT_EQ(out.bitPosition, 0);
+    ASSERT_EQ(Bytes(buffer.begin() + 3, buffer.begin() + out.bytePosition), c.stream);
+
+    zullib::BitStreamIn in(c.stream.data(), static_cast<int64_t>(c.stream.size()), 0);
+    std::vector<int> readTables[1];
+    ASSERT_EQ(zullib::readStreamTables<Reflection>(in, readTables), zul_STATUS_OK);
+    EXPECT_EQ(readTables[0], tables[0]);
+    std::vector<zul_QuantizedPoint> decoded(points.size());
+    ASSERT_EQ(zullib::readStreamBody<Reflection>(in, decoded, widths, readTables), zul_STATUS_OK);
+    EXPECT_EQ(in.bytePosition, static_cast<int64_t>(c.stream.size()));
+    for (size_t i = 0; i < points.size(); ++i) EXPECT_EQ(decoded[i].reflection, c.values[i]);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    DataStream, ReflectionStream,
+    ::testing::Values(
+        ReflectionCase{"six values ending on a byte boundary",
+                       {5, 4, 6, 9, 9, 200},
+                       8,
+                       {0x04, 0x01, 0x03, 0x04, 0xFF, 0x03, 0x4B, 0xE2, 0xC8}},
+        ReflectionCase{
+            "three values padded with zero bits", {5, 5, 9}, 4, {0x02, 0x00, 0xFF, 0xCB, 0x04}},
+        ReflectionCase{"all values zero cost no body", {0, 0, 0}, 8, {0x01, 0x00}},
+        ReflectionCase{"one table entry costs no prefix", {2, 3, 1}, 8, {0x01, 0x03, 0x8A, 0x01}}),
+    NameOfCase());
+
+TEST(DataStream, EmptyPointListIsItsCountBytes) {
+    const std::vector<zul_QuantizedPoint> none;
+    std::vector<int> tables[3];
+    const int widths[3] = {8, 8, 8};
+    Bytes buffer;
+    zullib::BitStreamOut out(buffer, 0);
+    zullib::writeStreamTables(out, tables, 3);
+    zullib::writeStreamBody<zul_QuantizedPoint::RGBAccessor>(out, none, widths, tables);
+    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + out.bytePosition), Bytes({0, 0, 0}));
+}
+
+}  // namespace
