@@ -8,11 +8,14 @@ using zullib::zul_QuantizedPoint;
 
 namespace {
 
-bool coordinatesBefore(const zul_QuantizedPoint& a, const zul_QuantizedPoint& b) {
-    if (a.coordinates[0] != b.coordinates[0]) return a.coordinates[0] < b.coordinates[0];
-    if (a.coordinates[1] != b.coordinates[1]) return a.coordinates[1] < b.coordinates[1];
-    return a.coordinates[2] < b.coordinates[2];
-}
+// A function object rather than a function pointer, so that the sort inlines the comparison.
+struct CoordinatesBefore {
+    bool operator()(const zul_QuantizedPoint& a, const zul_QuantizedPoint& b) const {
+        if (a.coordinates[0] != b.coordinates[0]) return a.coordinates[0] < b.coordinates[0];
+        if (a.coordinates[1] != b.coordinates[1]) return a.coordinates[1] < b.coordinates[1];
+        return a.coordinates[2] < b.coordinates[2];
+    }
+};
 
 // Counts in flat arrays first (a bit count is 0 to 64), then adds the non-zero counts to the maps.
 template <class Accessor>
@@ -41,7 +44,7 @@ void countComponents(const std::vector<zul_QuantizedPoint>& points, std::map<int
 }  // namespace
 
 void zul_enc_ContextStruct::sortQuantizedPoints(QuantizedPoints& points) {
-    std::sort(points.begin(), points.end(), coordinatesBefore);
+    std::sort(points.begin(), points.end(), CoordinatesBefore());
 }
 
 void zul_enc_ContextStruct::countDeltaBitLengthFrequencies(const QuantizedPoints& points,

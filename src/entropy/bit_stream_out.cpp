@@ -27,6 +27,18 @@ BitStreamOut::BitStreamOut(std::vector<unsigned char>& buffer, int64_t bytePosit
 void BitStreamOut::writeBits(uint64_t value, int numBits) {
     if (numBits <= 0) return;
     ensureRoom(buffer, bytePosition + 1 + (static_cast<int64_t>(numBits) + 7) / 8);
+    if (numBits <= 56 && static_cast<int64_t>(buffer.size()) >= bytePosition + 8) {
+        // The whole field in one 8-byte store: the bits already in the current byte are kept, the
+        // rest of the eight bytes lies beyond the data, where the next touch stores again.
+        unsigned char* at = buffer.data() + bytePosition;
+        const uint64_t kept = bitPosition > 0 ? at[0] & ((1u << bitPosition) - 1) : 0;
+        const uint64_t field = value & ((uint64_t{1} << numBits) - 1);
+        storeLE(at, kept | (field << bitPosition), 8);
+        const int end = bitPosition + numBits;
+        bytePosition += end >> 3;
+        bitPosition = end & 7;
+        return;
+    }
     int written = 0;
     while (written < numBits) {
         int width = 8 - bitPosition;
