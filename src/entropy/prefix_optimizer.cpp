@@ -6,7 +6,54 @@ namespace zullib {
 
 namespace {
 const int kEscape = 255;
+
+// The cheapest table by dynamic programming over (prefix index, keys covered so far). It finds
+// the very table that the exhaustive search finds: the search meets tables in lexicographic
+// order and keeps the first of equal cost, and the walk below takes, level by level, the
+// smallest key that still reaches the least cost. `keys` ascend; `cumulative[j]` counts the
+// deltas of keys 0..j. Returns the cost; `table` receives the lengths.
+int64_t cheapestTable(std::vector<int>& table, const std::vector<int>& keys,
+                      const std::vector<int>& cumulative, int prefixLimit) {
+    const int numKeys = static_cast<int>(keys.size());
+    // A strictly ascending table has at most one entry per key. With no usable limit the
+    // exhaustive search goes as deep as the keys allow, which is the same.
+    const int levels = prefixLimit < 1 || prefixLimit > numKeys ? numKeys : prefixLimit;
+    const int last = numKeys - 1;
+    // rest[i * (numKeys + 1) + (j + 1)]: least cost of the entries from prefix index i on, when
+    // the earlier entries cover keys 0..j (j = -1: none).
+    std::vector<int64_t> rest(static_cast<size_t>(levels) * (numKeys + 1), INT64_MAX);
+    auto restAt = [&](int i, int j) -> int64_t& {
+        return rest[static_cast<size_t>(i) * (numKeys + 1) + (j + 1)];
+    };
+    auto covered = [&](int j) { return j < 0 ? 0 : cumulative[j]; };
+    // The cost of entry i ending on key `next` after key `j`, plus the best rest, or INT64_MAX if
+    // that entry may not stand at level i (only the largest key may end a table, and the deepest
+    // level takes nothing else).
+    auto through = [&](int i, int j, int next) -> int64_t {
+        const bool isLast = next == last;
+        if (!isLast && i == levels - 1) return INT64_MAX;
+        const int64_t entry = static_cast<int64_t>(i + (isLast ? 0 : 1) + keys[next]) *
+                              (cumulative[next] - covered(j));
+        if (isLast) return entry;
+        const int64_t after = restAt(i + 1, next);
+        return after == INT64_MAX ? INT64_MAX : entry + after;
+    };
+    for (int i = levels - 1; i >= 0; --i)
+        for (int j = -1; j < last; ++j)
+            for (int next = j + 1; next <= last; ++next)
+                restAt(i, j) = std::min(restAt(i, j), through(i, j, next));
+
+    table.clear();
+    const int64_t best = restAt(0, -1);
+    for (int i = 0, j = -1; j < last; ++i) {
+        int next = j + 1;
+        while (through(i, j, next) != restAt(i, j)) ++next;
+        table.push_back(keys[next]);
+        j = next;
+    }
+    return best;
 }
+}  // namespace
 
 int64_t PrefixOptimizer::findBestBitLengthsForPrefixes(std::vector<int>& table,
                                                        const std::map<int, int>& frequencies,
@@ -16,24 +63,20 @@ int64_t PrefixOptimizer::findBestBitLengthsForPrefixes(std::vector<int>& table,
         // Every delta is 0: one prefix without code and without payload.
         table.assign(1, 0);
         bestCost = 0;
-    } else {
-        std::map<int, int> cumulative;
-        {
-            // Lengths from the absolute width upward collapse into the width: such deltas go out
-            // as absolute values of that width, whatever their own length is.
-            std::map<int, int> clamped;
-            for (const auto& entry : frequencies)
-                clamped[std::min(entry.first, absoluteBits)] += entry.second;
-            int runningCount = 0;
-            for (const auto& entry : clamped) {
-                runningCount += entry.second;
-                cumulative[entry.first] = runningCount;
-            }
+    } else if (!frequencies.empty()) {
+        // Lengths from the absolute width upward collapse into the width: such deltas go out as
+        // absolute values of that width, whatever their own length is.
+        std::map<int, int> clamped;
+        for (const auto& entry : frequencies)
+            clamped[std::min(entry.first, absoluteBits)] += entry.second;
+        std::vector<int> keys, cumulative;
+        int runningCount = 0;
+        for (const auto& entry : clamped) {
+            runningCount += entry.second;
+            keys.push_back(entry.first);
+            cumulative.push_back(runningCount);
         }
-        if (!cumulative.empty()) {
-            std::vector<int> candidate;
-            tryNextPrefix(bestCost, table, candidate, cumulative, 0, prefixLimit - 1, 0, 0);
-        }
+        bestCost = cheapestTable(table, keys, cumulative, prefixLimit);
     }
     // Lengths ascend, so only the last entry can reach the absolute width.
     for (int& entry : table)

@@ -1,6 +1,8 @@
 // Chooses the prefix table of one component of one chunk: out of every way to cut the delta bit
 // lengths that occur into at most `prefixLimit` classes, the one with the fewest prefix and
-// payload bits, found by exhaustive search.
+// payload bits. The result is defined by an exhaustive search in lexicographic order that keeps
+// the first table of least cost; it is computed by dynamic programming, which finds the same
+// table in time quadratic in the number of lengths instead of exponential.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +25,11 @@ public:
                                                  int absoluteBits, int prefixLimit);
 
 private:
-    // One level of the search: fixes entry `prefixIndex` of `candidate` to each length that
-    // occurs above the previous entry, and recurses or, at the largest length, scores the table.
+    friend struct PrefixOptimizerReference;  // the tests' way to the exhaustive search
+
+    // One level of the exhaustive search that defines the result: fixes entry `prefixIndex` of
+    // `candidate` to each length that occurs above the previous entry, and recurses or, at the
+    // largest length, scores the table. The tests hold the fast search to it.
     static void tryNextPrefix(int64_t& bestCost, std::vector<int>& bestTable,
                               std::vector<int>& candidate, const std::map<int, int>& cumulative,
                               int prefixIndex, int lastIndex, int coveredCount, int64_t cost);
