@@ -238,8 +238,8 @@ ZUL_API zul_Status zul_enc_encodeFileHeader(zul_enc_Context context, const char*
  * it). Returns zul_STATUS_OK; or zul_STATUS_INVALID_ARGUMENT, with `*bytes` and `*size`
  * untouched, for a null argument, a negative numPoints, or a null array that the data type needs
  * for a positive numPoints; or zul_STATUS_INVALID_ARGUMENT, with `*bytes` null and `*size` 0, for
- * a normal shorter than 1e-6: the chunk is lost, the last chunk's bytes stay valid, and the
- * context can go on with other points. */
+ * a normal shorter than 1e-6 (the last chunk's bytes stay valid) or for a chunk that would take
+ * 2^31 bytes or more. The context can go on with other points. */
 ZUL_API zul_Status zul_enc_encodeChunk(zul_enc_Context context, const char** bytes, int* size,
                                        const zul_PointData* points);
 

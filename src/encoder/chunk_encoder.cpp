@@ -1,5 +1,7 @@
 // One chunk from zul_PointData to bytes: quantise, sort, count, choose the prefix tables, write the
 // streams behind a reserved front, then fill in the front (sync marker and chunk header).
+#include <cstdint>
+
 #include "encoder/enc_context.h"
 #include "entropy/data_stream_writer.h"
 #include "entropy/prefix_optimizer.h"
@@ -101,6 +103,10 @@ zul_Status zul_enc_ContextStruct::encodeChunk(const char** bytes, int* size,
                     coding.reflectionBits);
     if (hasNormals)
         writeStream(zul_QuantizedPoint::NormalAccessor{}, normalTables, coding.normalBits);
+
+    // The length goes out as an int: a chunk of 2^31 bytes or more (tens of millions of points
+    // in one call) is refused rather than handed out with a wrapped size.
+    if (body.bytePosition > INT32_MAX) return zul_STATUS_INVALID_ARGUMENT;
 
     BitStreamOut front(chunkBuffer, 0);
     front.writeByteAligned(reinterpret_cast<const unsigned char*>(syncMarker.bytes),

@@ -27,8 +27,9 @@ struct ZUL_API zul_enc_ContextStruct {
     void encodeFileHeader(const char** bytes, int* size);
     // Encodes the points into one chunk (sync marker, chunk header, body) in chunkBuffer and hands
     // out its address and length, valid until the next call or close. On failure *bytes is null,
-    // *size is 0, and chunkBuffer keeps the previous chunk: a normal shorter than 1e-6 is
-    // zul_STATUS_INVALID_ARGUMENT. The arrays of `points` are trusted to be there.
+    // *size is 0: a normal shorter than 1e-6 is zul_STATUS_INVALID_ARGUMENT and leaves
+    // chunkBuffer as it was; a chunk of 2^31 bytes or more is refused the same way. The arrays of
+    // `points` are trusted to be there.
     zul_Status encodeChunk(const char** bytes, int* size, const zul_PointData* points);
 
     zul_DataType dataType;
