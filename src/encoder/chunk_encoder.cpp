@@ -3,9 +3,9 @@
 #include <cstdint>
 
 #include "encoder/enc_context.h"
+#include "entropy/attribute_widths.h"
 #include "entropy/data_stream_writer.h"
 #include "entropy/prefix_optimizer.h"
-#include "frame/bit_length.h"
 #include "frame/data_type.h"
 
 using zullib::BitStreamOut;
@@ -14,26 +14,12 @@ using zullib::zul_QuantizedPoint;
 
 namespace {
 
-// The widths of absolute values and the prefix limits of the attribute streams, which depend on
-// the data type alone. The coordinate widths come from each chunk's box.
-struct AttributeCoding {
-    explicit AttributeCoding(const zul_DataType& dataType) {
-        const bool rgb565 = dataType.colorMode == zul_COLOR_RGB565;
-        const bool rgb888 = dataType.colorMode == zul_COLOR_RGB888;
-        for (int c = 0; c < 3; ++c) rgbBits[c] = rgb888 ? 8 : rgb565 ? (c == 1 ? 6 : 5) : 0;
-        rgbPrefixLimit = rgb565 ? 5 : 6;
-        reflectionBits[0] = zullib::bitLength(static_cast<uint32_t>(dataType.maxReflection));
-        const bool normals = dataType.normalMode != zul_NORMAL_NONE;
-        normalBits[0] = normals ? 8 : 0;
-        normalBits[1] = normals ? 7 : 0;
-    }
-    int rgbBits[3];
-    int rgbPrefixLimit;
-    int reflectionBits[1];
-    int normalBits[2];
-};
-
+// Most entries a prefix table may have, per stream. RGB565 keeps 5 on all three channels, the
+// 6-bit green included.
 const int kCoordinatePrefixLimit = 7;
+int rgbPrefixLimit(const zul_DataType& dataType) {
+    return dataType.colorMode == zul_COLOR_RGB565 ? 5 : 6;
+}
 const int kReflectionPrefixLimit = 6;
 const int kNormalPrefixLimit = 6;
 
@@ -51,7 +37,7 @@ zul_Status zul_enc_ContextStruct::encodeChunk(const char** bytes, int* size,
                                               const zul_PointData* pointData) {
     *bytes = nullptr;
     *size = 0;
-    const AttributeCoding coding(dataType);
+    const zullib::AttributeWidths widths(dataType);
     const bool hasColor = dataType.colorMode != zul_COLOR_NONE;
     const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
     const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
@@ -73,12 +59,12 @@ zul_Status zul_enc_ContextStruct::encodeChunk(const char** bytes, int* size,
 
     std::vector<int> coordinateTables[3], rgbTables[3], reflectionTables[1], normalTables[2];
     chooseTables(coordinateTables, coordinateFrequencies, coordinateBits, kCoordinatePrefixLimit);
-    if (hasColor) chooseTables(rgbTables, rgbFrequencies, coding.rgbBits, coding.rgbPrefixLimit);
+    if (hasColor) chooseTables(rgbTables, rgbFrequencies, widths.rgbBits, rgbPrefixLimit(dataType));
     if (hasReflection)
-        chooseTables(reflectionTables, reflectionFrequencies, coding.reflectionBits,
+        chooseTables(reflectionTables, reflectionFrequencies, widths.reflectionBits,
                      kReflectionPrefixLimit);
     if (hasNormals)
-        chooseTables(normalTables, normalFrequencies, coding.normalBits, kNormalPrefixLimit);
+        chooseTables(normalTables, normalFrequencies, widths.normalBits, kNormalPrefixLimit);
 
     // The front (sync marker and chunk header) holds the stream sizes, so it is left open and
     // written last; the streams follow one another through one writer. chunkBuffer keeps its
@@ -89,20 +75,20 @@ zul_Status zul_enc_ContextStruct::encodeChunk(const char** bytes, int* size,
     BitStreamOut body(chunkBuffer, bodyOffset);
     uint32_t streamSizes[4];
     int numStreams = 0;
-    const auto writeStream = [&](auto accessor, const auto& tables, const auto& widths) {
+    const auto writeStream = [&](auto accessor, const auto& tables, const auto& absoluteBits) {
         using Accessor = decltype(accessor);
         const int64_t start = body.bytePosition;
         writeDataStreamHeader(body, tables, Accessor::kNumComponents);
-        writeDataStreamBody<Accessor>(body, points, widths, tables);
+        writeDataStreamBody<Accessor>(body, points, absoluteBits, tables);
         streamSizes[numStreams++] = static_cast<uint32_t>(body.bytePosition - start);
     };
     writeStream(zul_QuantizedPoint::CoordinateAccessor{}, coordinateTables, coordinateBits);
-    if (hasColor) writeStream(zul_QuantizedPoint::RGBAccessor{}, rgbTables, coding.rgbBits);
+    if (hasColor) writeStream(zul_QuantizedPoint::RGBAccessor{}, rgbTables, widths.rgbBits);
     if (hasReflection)
         writeStream(zul_QuantizedPoint::ReflectionAccessor{}, reflectionTables,
-                    coding.reflectionBits);
+                    widths.reflectionBits);
     if (hasNormals)
-        writeStream(zul_QuantizedPoint::NormalAccessor{}, normalTables, coding.normalBits);
+        writeStream(zul_QuantizedPoint::NormalAccessor{}, normalTables, widths.normalBits);
 
     // The length goes out as an int: a chunk of 2^31 bytes or more (tens of millions of points
     // in one call) is refused rather than handed out with a wrapped size.

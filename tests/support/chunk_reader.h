@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "entropy/attribute_widths.h"
 #include "entropy/data_stream_reader.h"
-#include "frame/bit_length.h"
 #include "frame/chunk_axes.h"
 #include "frame/data_type.h"
 #include "frame/stored_bytes.h"
@@ -62,11 +62,7 @@ inline void readChunk(const zul_DataType& dataType, const char* bytes, int size,
     ASSERT_EQ(total, size) << "the chunk is its front and its streams, nothing more";
 
     const zullib::ChunkAxes axes = zullib::chunkAxes(out.box);
-    const bool rgb565 = dataType.colorMode == zul_COLOR_RGB565;
-    const int rgbBits[3] = {rgb565 ? 5 : 8, rgb565 ? 6 : 8, rgb565 ? 5 : 8};
-    const int reflectionBits[1] = {
-        zullib::bitLength(static_cast<uint32_t>(dataType.maxReflection))};
-    const int normalBits[2] = {8, 7};
+    const zullib::AttributeWidths widths(dataType);
     out.points.assign(static_cast<size_t>(out.numPoints > 0 ? out.numPoints : 0), {});
     int64_t start = out.bodyOffset;
     size_t stream = 0;
@@ -75,11 +71,11 @@ inline void readChunk(const zul_DataType& dataType, const char* bytes, int size,
                                                        axes.coordinateBits, out);
     if (dataType.colorMode != zul_COLOR_NONE)
         readStream<zul_QuantizedPoint::RGBAccessor>(chunk, start, out.streamSizes[stream++],
-                                                    rgbBits, out);
+                                                    widths.rgbBits, out);
     if (dataType.reflectionMode != zul_REFLECTION_NONE)
         readStream<zul_QuantizedPoint::ReflectionAccessor>(chunk, start, out.streamSizes[stream++],
-                                                           reflectionBits, out);
+                                                           widths.reflectionBits, out);
     if (dataType.normalMode != zul_NORMAL_NONE)
         readStream<zul_QuantizedPoint::NormalAccessor>(chunk, start, out.streamSizes[stream++],
-                                                       normalBits, out);
+                                                       widths.normalBits, out);
 }
