@@ -246,6 +246,87 @@ ZUL_API zul_Status zul_enc_encodeChunk(zul_enc_Context context, const char** byt
 /* Frees the encoder and sets `*context` to null; does nothing for a null pointer or handle. */
 ZUL_API void zul_enc_close(zul_enc_Context* context);
 
+/* ---------------------------------------------------------------------------------------------
+ * Decoder (in memory). The caller reads the stream and hands it over one piece at a time; each
+ * step names the size of the next piece, and a buffer must hold at least that many bytes:
+ *   1. zul_dec_open2 on the 8 signature bytes           -> size of the file header (28 or 164)
+ *   2. zul_dec_decodeFileHeader2 on the file header     -> data type, chunk header size (56 to
+ *                                                          68), address of the sync marker
+ *   3. per chunk: compare the 16 sync marker bytes yourself, then zul_dec_decodeChunkHeader on
+ *      the chunk header                                 -> size of the chunk body
+ *   4. skip the body and go on with 3, or zul_dec_decodeChunkBody on it -> the points
+ *   5. zul_dec_close.
+ * Any status but zul_STATUS_OK leaves the out-parameters of the call untouched. After a
+ * zul_STATUS_CORRUPT_DATA the context is still usable: a refused file header may be offered
+ * again, and after a refused chunk header or body the next chunk header may follow. A call out
+ * of this order returns zul_STATUS_INVALID_STATE and changes nothing. One context is used by one
+ * thread at a time; different contexts are independent.
+ * ------------------------------------------------------------------------------------------- */
+
+/* Opens a decoder that transforms the points of a version 2 stream, as zul_dec_open2 with null
+ * params. */
+ZUL_API zul_Status zul_dec_open(zul_dec_Context* context, int* fileHeaderSize,
+                                const char* signature);
+
+/* Opens a decoder on the 8 signature bytes. `params` may be null (applyTransformation 1). A new
+ * context is stored in `*context` before anything is checked, so unless `context` is null the
+ * caller must pass it to zul_dec_close even when this fails. Returns zul_STATUS_OK and the size of
+ * the file header in `*fileHeaderSize`; zul_STATUS_INVALID_ARGUMENT for a null argument or an
+ * applyTransformation other than 0 or 1 (judged before the signature); zul_STATUS_BAD_SIGNATURE
+ * for bytes that are not this format's; zul_STATUS_BAD_VERSION for a version other than 1 or 2.
+ * A failed open cannot be repeated on the same context. */
+ZUL_API zul_Status zul_dec_open2(zul_dec_Context* context, int* fileHeaderSize,
+                                 const char* signature, const zul_dec_Params* params);
+
+/* As zul_dec_decodeFileHeader2 without handing back the sensor header; a version 2 stream's
+ * points are transformed all the same. */
+ZUL_API zul_Status zul_dec_decodeFileHeader(zul_dec_Context context, zul_DataType* dataType,
+                                            int* chunkHeaderSize, const char** syncMarker,
+                                            const char* fileHeader);
+
+/* Decodes the file header. Hands back the data type, the sensor header if `header2` is not null
+ * (for a version 1 stream one with `enabled` false and the identity matrix), the size of every
+ * chunk header, and the address of the stream's 16 sync marker bytes, valid until zul_dec_close.
+ * Returns zul_STATUS_OK; zul_STATUS_CORRUPT_DATA for a data type or (version 2) a matrix that no
+ * writer produces, after which the call may be made again; zul_STATUS_INVALID_ARGUMENT for a null
+ * argument other than `header2`; zul_STATUS_INVALID_STATE unless it follows a successful open. */
+ZUL_API zul_Status zul_dec_decodeFileHeader2(zul_dec_Context context, zul_DataType* dataType,
+                                             zul_Header2* header2, int* chunkHeaderSize,
+                                             const char** syncMarker, const char* fileHeader);
+
+/* Decodes a chunk header (the bytes after the sync marker) and hands back the size of the body.
+ * May be called again without decoding the body, which skips the chunk. Returns zul_STATUS_OK;
+ * zul_STATUS_CORRUPT_DATA for a box whose minimum exceeds its maximum, a point count below 1, or
+ * stream sizes that add up to 2^31 bytes or more (no writer makes such a chunk); after a failure
+ * no body and no count is served until a chunk header succeeds. zul_STATUS_INVALID_ARGUMENT for a
+ * null argument; zul_STATUS_INVALID_STATE before the file header. The arrays of the last decoded
+ * body stay valid. */
+ZUL_API zul_Status zul_dec_decodeChunkHeader(zul_dec_Context context, int* chunkBodySize,
+                                             const char* chunkHeader);
+
+/* Hands back the point count of the last successful chunk header, also after its body has been
+ * decoded. Returns zul_STATUS_INVALID_ARGUMENT for a null argument and zul_STATUS_INVALID_STATE
+ * when no chunk header has succeeded since the file header or since the last refused one. */
+ZUL_API zul_Status zul_dec_getNumPointsInChunk(zul_dec_Context context, int* numPoints);
+
+/* Decodes the body of the chunk whose header came last and hands out the points: `numPoints`
+ * and arrays that belong to the context, in stored (sorted) order. Arrays of attributes the data
+ * type lacks are null. Positions and normals of a version 2 stream come out transformed unless
+ * applyTransformation is 0. The arrays stay valid until zul_dec_close or the next successful
+ * zul_dec_decodeChunkBody. A body is decoded once: any outcome but zul_STATUS_INVALID_ARGUMENT
+ * or zul_STATUS_INVALID_STATE makes a chunk header due next. Returns zul_STATUS_OK;
+ * zul_STATUS_CORRUPT_DATA for a damaged body, whose failure leaves the arrays of the last good
+ * chunk as they were, and for a chunk of 2^30 points or more, which cannot be served;
+ * zul_STATUS_INVALID_ARGUMENT for a null argument; zul_STATUS_INVALID_STATE without a fresh chunk
+ * header. `chunkBody` must hold the size that zul_dec_decodeChunkHeader gave; nothing beyond it
+ * is read. */
+ZUL_API zul_Status zul_dec_decodeChunkBody(zul_dec_Context context, zul_PointData* points,
+                                           const char* chunkBody);
+
+/* Frees the decoder and its arrays and sets `*context` to null; does nothing for a null pointer
+ * or handle. */
+ZUL_API void zul_dec_close(zul_dec_Context* context);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

@@ -12,23 +12,11 @@
 #include "encoder/quantize.h"
 #include "support/chunk_reader.h"
 #include "support/point_cloud.h"
+#include "support/stream_codec.h"
 #include "support/test_names.h"
 #include "zul.h"
 
 namespace {
-
-using Bytes = std::string;
-
-zul_DataType makeDataType(float step, zul_ColorMode color, int maxReflection, bool normals) {
-    zul_DataType dataType;
-    zul_init_headers(&dataType, nullptr);
-    dataType.quantizationStep = step;
-    dataType.colorMode = color;
-    dataType.reflectionMode = maxReflection > 0 ? zul_REFLECTION_CLAMPED : zul_REFLECTION_NONE;
-    dataType.maxReflection = maxReflection;
-    dataType.normalMode = normals ? zul_NORMAL_SPHERICAL : zul_NORMAL_NONE;
-    return dataType;
-}
 
 // An encoder whose marker comes from a fixed seed, so that chunks of two contexts compare.
 struct Encoder {

@@ -1,0 +1,115 @@
+// One chunk body from bytes to zul_PointData: read the data streams into records, check that each
+// ends where the chunk header says, then dequantise into the output arrays and transform.
+#include <cstdint>
+
+#include "decoder/dec_context.h"
+#include "decoder/stream_capacity.h"
+#include "entropy/attribute_widths.h"
+#include "entropy/data_stream_reader.h"
+#include "frame/chunk_axes.h"
+#include "frame/data_check.h"
+
+using zullib::BitStreamIn;
+using zullib::zul_QuantizedPoint;
+
+namespace {
+// From 2^30 points on, twice the count no longer fits in the 32 bits in which the capacity grows,
+// so such a chunk cannot be served. No writer of this library makes one (it would need tens of
+// gigabytes of working memory), so it is taken as damage rather than tried.
+const int32_t kMaxChunkPoints = int32_t{1} << 30;
+}  // namespace
+
+zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const char* chunkBody) {
+    if (!points || !chunkBody) return zul_STATUS_INVALID_ARGUMENT;
+    if (state != zul_dec_STATE_CHUNK_HEADER_READ || chunkPoints.numPoints < 1)
+        return zul_STATUS_INVALID_STATE;
+    // A body gets one attempt, whatever the outcome: it cannot be retried without its header.
+    state = zul_dec_STATE_READY_FOR_CHUNK;
+    const int32_t numPoints = chunkPoints.numPoints;
+    ZUL_REFUSE_UNLESS(numPoints < kMaxChunkPoints);
+
+    const zullib::ChunkAxes axes = zullib::chunkAxes(chunkBoundingBox);
+    int axisToSlot[3];
+    for (int slot = 0; slot < 3; ++slot) axisToSlot[axes.axisRemap[slot]] = slot;
+    const zullib::AttributeWidths widths(dataType);
+    const bool hasColor = dataType.colorMode != zul_COLOR_NONE;
+    const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
+    const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
+
+    // Before anything is allocated: could the declared streams hold that many points at all?
+    const unsigned char* body = reinterpret_cast<const unsigned char*>(chunkBody);
+    using zullib::streamCanHold;
+    ZUL_REFUSE_UNLESS(streamCanHold<zul_QuantizedPoint::CoordinateAccessor>(
+        body, 0, coordinateStreamEnd, axes.coordinateBits, numPoints));
+    ZUL_REFUSE_UNLESS(!hasColor ||
+                      streamCanHold<zul_QuantizedPoint::RGBAccessor>(
+                          body, coordinateStreamEnd, colorStreamEnd, widths.rgbBits, numPoints));
+    const int64_t reflectionStart = hasColor ? colorStreamEnd : coordinateStreamEnd;
+    ZUL_REFUSE_UNLESS(!hasReflection || streamCanHold<zul_QuantizedPoint::ReflectionAccessor>(
+                                            body, reflectionStart, reflectionStreamEnd,
+                                            widths.reflectionBits, numPoints));
+    const int64_t normalStart = hasReflection ? reflectionStreamEnd : reflectionStart;
+    ZUL_REFUSE_UNLESS(!hasNormals ||
+                      streamCanHold<zul_QuantizedPoint::NormalAccessor>(
+                          body, normalStart, normalStreamEnd, widths.normalBits, numPoints));
+
+    // One reader over the whole body; every stream must end exactly at its declared end.
+    BitStreamIn in(body, chunkBodySize, 0);
+    QuantizedPoints records(static_cast<size_t>(numPoints));
+    zul_Status status = readStream<zul_QuantizedPoint::CoordinateAccessor>(
+        in, records, axes.coordinateBits, coordinateStreamEnd);
+    if (status == zul_STATUS_OK && hasColor)
+        status = readStream<zul_QuantizedPoint::RGBAccessor>(in, records, widths.rgbBits,
+                                                             colorStreamEnd);
+    if (status == zul_STATUS_OK && hasReflection)
+        status = readStream<zul_QuantizedPoint::ReflectionAccessor>(
+            in, records, widths.reflectionBits, reflectionStreamEnd);
+    if (status == zul_STATUS_OK && hasNormals)
+        status = readStream<zul_QuantizedPoint::NormalAccessor>(in, records, widths.normalBits,
+                                                                normalStreamEnd);
+    // Up to here the output arrays are untouched: a damaged body leaves the last result intact.
+    if (status != zul_STATUS_OK) return status;
+
+    ensureChunkPointsCapacity();
+    dequantizeRemapAndShiftPoints(chunkPoints, records, dataType, axisToSlot, chunkBoundingBox);
+    if (transformPositions) transformPointPositions(chunkPoints, header2.transformation);
+    if (transformNormals) transformPointNormals(chunkPoints, normalTransformation);
+    *points = chunkPoints;
+    return zul_STATUS_OK;
+}
+
+template <class Accessor>
+zul_Status zul_dec_ContextStruct::readStream(BitStreamIn& in, QuantizedPoints& points,
+                                             const int* absoluteBits, int64_t end) {
+    std::vector<int> tables[Accessor::kNumComponents];
+    zul_Status status = readDataStreamHeader<Accessor>(in, tables);
+    if (status == zul_STATUS_OK)
+        status = readDataStreamBody<Accessor>(in, points, absoluteBits, tables);
+    if (status != zul_STATUS_OK) return status;
+    // The sizes in the chunk header are exact, not hints: ending early is as wrong as late.
+    ZUL_REFUSE_UNLESS(in.bytePosition == end);
+    return zul_STATUS_OK;
+}
+
+template <class Accessor>
+zul_Status zul_dec_ContextStruct::readDataStreamHeader(BitStreamIn& in, std::vector<int>* tables) {
+    return zullib::readStreamTables<Accessor>(in, tables);
+}
+
+template <class Accessor>
+zul_Status zul_dec_ContextStruct::readDataStreamBody(BitStreamIn& in, QuantizedPoints& points,
+                                                     const int* absoluteBits,
+                                                     const std::vector<int>* tables) {
+    return zullib::readStreamBody<Accessor>(in, points, absoluteBits, tables);
+}
+
+#define ZUL_DECODER_STREAM(Accessor)                                                              \
+    template zul_Status zul_dec_ContextStruct::readDataStreamHeader<Accessor>(BitStreamIn&,       \
+                                                                              std::vector<int>*); \
+    template zul_Status zul_dec_ContextStruct::readDataStreamBody<Accessor>(                      \
+        BitStreamIn&, QuantizedPoints&, const int*, const std::vector<int>*);
+ZUL_DECODER_STREAM(zul_QuantizedPoint::CoordinateAccessor)
+ZUL_DECODER_STREAM(zul_QuantizedPoint::RGBAccessor)
+ZUL_DECODER_STREAM(zul_QuantizedPoint::ReflectionAccessor)
+ZUL_DECODER_STREAM(zul_QuantizedPoint::NormalAccessor)
+#undef ZUL_DECODER_STREAM

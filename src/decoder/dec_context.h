@@ -1,0 +1,96 @@
+// The decoder context behind zul_dec_Context. It turns the bytes of a stream, handed over one
+// piece at a time by the caller, into planar point arrays that it owns. It does no input or
+// output of its own: each step tells the caller how many bytes the next one needs.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "entropy/bit_stream_in.h"
+#include "entropy/quantized_point.h"
+#include "frame/bounding_box.h"
+#include "frame/file_header.h"
+#include "frame/sync_marker.h"
+#include "zul.h"
+
+// Where a context stands: which piece of the stream it expects next.
+enum zul_dec_State : int32_t {
+    zul_dec_STATE_NEW = 0,               // no signature accepted yet
+    zul_dec_STATE_SIGNATURE_READ = 1,    // the file header is due
+    zul_dec_STATE_READY_FOR_CHUNK = 2,   // the next chunk header is due
+    zul_dec_STATE_CHUNK_HEADER_READ = 3  // a body may follow, or another chunk header
+};
+
+struct ZUL_API zul_dec_ContextStruct {
+    zul_dec_ContextStruct();
+    // Releases the output arrays.
+    ~zul_dec_ContextStruct();
+    zul_dec_ContextStruct(const zul_dec_ContextStruct&) = delete;
+    zul_dec_ContextStruct& operator=(const zul_dec_ContextStruct&) = delete;
+
+    // Takes the params (null: applyTransformation 1) and the eight signature bytes; hands back
+    // the size of the file header that follows, 28 or 164.
+    zul_Status open(int* fileHeaderSize, const char* signature, const zul_dec_Params* params);
+    // Reads the file header; `header2` may be null. Hands back the data type, the size of a chunk
+    // header and the address of the sync marker's sixteen bytes. Writes no out-parameter on
+    // failure.
+    zul_Status decodeFileHeader(zul_DataType* dataType, zul_Header2* header2, int* chunkHeaderSize,
+                                const char** syncMarker, const char* fileHeader);
+    // Reads a chunk header (without its sync marker) and hands back the size of the body, and
+    // the number of points if `numPoints` is not null.
+    zul_Status decodeChunkHeader(int* chunkBodySize, const char* chunkHeader, long long* numPoints);
+    zul_Status getNumPointsInChunk(int& numPoints);
+    // Decodes the body of the chunk whose header came last into the context's arrays and hands
+    // out their addresses. One attempt a body, whatever its outcome.
+    zul_Status decodeChunkBody(zul_PointData* points, const char* chunkBody);
+
+    // Writes the output arrays from the records: undoes the shift by the box minimum (x, y, z
+    // order) and the slot permutation, and brings each attribute back to the public record's
+    // domain. `axisToSlot[a]` is the slot that holds axis a.
+    static void dequantizeRemapAndShiftPoints(
+        zul_PointData& points, const std::vector<zullib::zul_QuantizedPoint>& records,
+        zul_DataType dataType, const int* axisToSlot, const zullib::BoundingBox3d<long long>& box);
+    // Brings positions through a column-major 4x4 matrix, in place.
+    static void transformPointPositions(zul_PointData& points, const double* matrix);
+    // Brings normals through the linear part of a matrix whose scale is already taken out, in
+    // place; no translation, no renormalisation.
+    static void transformPointNormals(zul_PointData& points, const double* matrix);
+
+    int32_t state;
+    zul_DataType dataType;
+    zul_Header2 header2;
+    bool transformPositions;
+    bool transformNormals;
+    double normalTransformation[16];
+    zul_dec_Params params;
+    int32_t version;
+    unsigned char fileHeaderV1[zullib::kFileHeaderSizeV1];
+    unsigned char fileHeaderV2[zullib::kFileHeaderSizeV2];
+    zullib::zul_SyncMarker syncMarker;
+    int32_t chunkHeaderSize;
+    zul_PointData chunkPoints;
+    int64_t chunkPointsCapacity;
+    zullib::BoundingBox3d<long long> chunkBoundingBox;
+    int64_t chunkBodySize;
+    int64_t coordinateStreamEnd;
+    int64_t colorStreamEnd;
+    int64_t reflectionStreamEnd;
+    int64_t normalStreamEnd;
+
+private:
+    using QuantizedPoints = std::vector<zullib::zul_QuantizedPoint>;
+
+    // Releases the four output arrays and sets the capacity to 0; numPoints stays.
+    void freeChunkPoints();
+    // Makes room for chunkPoints.numPoints points, at twice that count when it must grow.
+    void ensureChunkPointsCapacity();
+    template <class Accessor>
+    zul_Status readDataStreamHeader(zullib::BitStreamIn& in, std::vector<int>* tables);
+    template <class Accessor>
+    zul_Status readDataStreamBody(zullib::BitStreamIn& in, QuantizedPoints& points,
+                                  const int* absoluteBits, const std::vector<int>* tables);
+    // Reads the stream of one accessor and checks that it ends at `end`.
+    template <class Accessor>
+    zul_Status readStream(zullib::BitStreamIn& in, QuantizedPoints& points, const int* absoluteBits,
+                          int64_t end);
+};

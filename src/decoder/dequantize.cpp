@@ -1,0 +1,46 @@
+// Records back to the public domain: positions on the grid, colours in the middle of the range
+// their truncation merged, reflections as stored, normals at the centres of their cells.
+#include <cstdint>
+
+#include "decoder/dec_context.h"
+#include "decoder/normal_centres.h"
+#include "frame/wrapping.h"
+
+void zul_dec_ContextStruct::dequantizeRemapAndShiftPoints(
+    zul_PointData& points, const std::vector<zullib::zul_QuantizedPoint>& records,
+    zul_DataType dataType, const int* axisToSlot, const zullib::BoundingBox3d<long long>& box) {
+    // The float's own value counts, not the decimal it approximates. No half step is added: a
+    // grid index decodes to exactly index times step.
+    const double step = static_cast<double>(dataType.quantizationStep);
+    const size_t n = records.size();
+    for (size_t i = 0; i < n; ++i)
+        for (int axis = 0; axis < 3; ++axis)
+            points.positions[3 * i + axis] =
+                static_cast<double>(
+                    zullib::wrappingAdd(records[i].coordinates[axisToSlot[axis]], box.min[axis])) *
+                step;
+
+    if (dataType.colorMode == zul_COLOR_RGB888) {
+        for (size_t i = 0; i < n; ++i)
+            for (int c = 0; c < 3; ++c) points.colors[3 * i + c] = records[i].rgb[c];
+    } else if (dataType.colorMode == zul_COLOR_RGB565) {
+        // Each value goes to the middle of the 8 or 4 values it stands for: 0 -> 4, 31 -> 252,
+        // and 0 -> 2, 63 -> 254 for green. Values outside their bits wrap in 8 bits.
+        for (size_t i = 0; i < n; ++i) {
+            const uint8_t* rgb = records[i].rgb;
+            points.colors[3 * i + 0] = static_cast<uint8_t>(rgb[0] * 8 + 4);
+            points.colors[3 * i + 1] = static_cast<uint8_t>(rgb[1] * 4 + 2);
+            points.colors[3 * i + 2] = static_cast<uint8_t>(rgb[2] * 8 + 4);
+        }
+    }
+
+    if (dataType.reflectionMode != zul_REFLECTION_NONE)
+        for (size_t i = 0; i < n; ++i) points.reflections[i] = records[i].reflection;
+
+    if (dataType.normalMode != zul_NORMAL_NONE) {
+        const zullib::NormalCentres& centres = zullib::NormalCentres::instance();
+        for (size_t i = 0; i < n; ++i)
+            centres.lookUp(static_cast<uint32_t>(records[i].normal[0]),
+                           static_cast<uint32_t>(records[i].normal[1]), &points.normals[3 * i]);
+    }
+}

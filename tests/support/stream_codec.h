@@ -1,0 +1,100 @@
+// Whole streams for tests: encode clouds through the public encoder, and drive a decoder through
+// its steps with the pieces of such a stream.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/point_cloud.h"
+#include "zul.h"
+
+using Bytes = std::string;
+
+inline zul_DataType makeDataType(float step, zul_ColorMode color, int maxReflection, bool normals) {
+    zul_DataType dataType;
+    zul_init_headers(&dataType, nullptr);
+    dataType.quantizationStep = step;
+    dataType.colorMode = color;
+    dataType.reflectionMode = maxReflection > 0 ? zul_REFLECTION_CLAMPED : zul_REFLECTION_NONE;
+    dataType.maxReflection = maxReflection;
+    dataType.normalMode = normals ? zul_NORMAL_SPHERICAL : zul_NORMAL_NONE;
+    return dataType;
+}
+
+// The pieces of a stream as a decoder takes them; a chunk is split after its sync marker and its
+// header.
+struct EncodedStream {
+    Bytes signature, fileHeader;
+    std::vector<Bytes> markers, chunkHeaders, bodies;
+};
+
+// One chunk per cloud; `header` null gives a version 1 stream. The marker comes from a fixed seed.
+inline EncodedStream encodeStream(const zul_DataType& dataType, const zul_Header2* header,
+                                  std::vector<PointCloud>& clouds) {
+    EncodedStream stream;
+    zul_enc_Context encoder = nullptr;
+    zul_test_useFixedRandomSeed(true, 5489);
+    EXPECT_EQ(zul_enc_open2(&encoder, &dataType, header), zul_STATUS_OK);
+    zul_test_useFixedRandomSeed(false, 0);
+    const char* bytes = nullptr;
+    int size = 0;
+    EXPECT_EQ(zul_enc_createFileSignature(encoder, &bytes), zul_STATUS_OK);
+    stream.signature.assign(bytes, 8);
+    EXPECT_EQ(zul_enc_encodeFileHeader(encoder, &bytes, &size), zul_STATUS_OK);
+    stream.fileHeader.assign(bytes, static_cast<size_t>(size));
+    const size_t headerSize = 56 + 4 * ((dataType.colorMode != zul_COLOR_NONE) +
+                                        (dataType.reflectionMode != zul_REFLECTION_NONE) +
+                                        (dataType.normalMode != zul_NORMAL_NONE));
+    for (PointCloud& cloud : clouds) {
+        const zul_PointData data = cloud.data();
+        EXPECT_EQ(zul_enc_encodeChunk(encoder, &bytes, &size, &data), zul_STATUS_OK);
+        const Bytes chunk(bytes, static_cast<size_t>(size));
+        stream.markers.push_back(chunk.substr(0, 16));
+        stream.chunkHeaders.push_back(chunk.substr(16, headerSize));
+        stream.bodies.push_back(chunk.substr(16 + headerSize));
+    }
+    zul_enc_close(&encoder);
+    return stream;
+}
+
+// A decoder context that is closed at the end of the test, with the steps of a stream.
+struct Decoder {
+    ~Decoder() { zul_dec_close(&context); }
+
+    zul_Status open(const EncodedStream& stream, int applyTransformation = 1) {
+        zul_dec_Params params = {applyTransformation, {0, 0, 0, 0}};
+        int fileHeaderSize = 0;
+        return zul_dec_open2(&context, &fileHeaderSize, stream.signature.data(), &params);
+    }
+    // Open and file header; fails the test on any refusal.
+    void start(const EncodedStream& stream, int applyTransformation = 1) {
+        ASSERT_EQ(open(stream, applyTransformation), zul_STATUS_OK);
+        ASSERT_EQ(fileHeader(stream.fileHeader), zul_STATUS_OK);
+    }
+    zul_Status fileHeader(const Bytes& bytes) {
+        const char* marker = nullptr;
+        return zul_dec_decodeFileHeader2(context, &dataType, &header2, &chunkHeaderSize, &marker,
+                                         bytes.data());
+    }
+    zul_Status chunkHeader(const Bytes& bytes) {
+        return zul_dec_decodeChunkHeader(context, &bodySize, bytes.data());
+    }
+    // Decodes from a heap copy of exactly the body size, so that a read past it is caught.
+    zul_Status body(const Bytes& bytes) {
+        const std::vector<char> copy(bytes.begin(), bytes.end());
+        return zul_dec_decodeChunkBody(context, &points, copy.data());
+    }
+    zul_Status chunk(const EncodedStream& stream, size_t i) {
+        const zul_Status status = chunkHeader(stream.chunkHeaders[i]);
+        return status == zul_STATUS_OK ? body(stream.bodies[i]) : status;
+    }
+
+    zul_dec_Context context = nullptr;
+    zul_DataType dataType = {};
+    zul_Header2 header2 = {};
+    int chunkHeaderSize = 0;
+    int bodySize = 0;
+    zul_PointData points = {};
+};
