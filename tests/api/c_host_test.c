@@ -86,6 +86,37 @@ static void versionTwo(void) {
     zul_enc_close(&encoder);
 }
 
+/* Decodes the chunk of oneChunk below behind a version 1 stream head of the same data type. */
+static void decodeChunk(const char* chunk) {
+    static const unsigned char head[36] = {'Z', 'U', 'L', 1, 0x0D, 0x0A, 0x1A, 0x0A, 0, 1,
+                                           0,   0,   0,   0, 0x80, 0x3F, 255,  0,    0, 0};
+    unsigned char stream[36];
+    zul_dec_Context decoder = NULL;
+    zul_DataType dataType;
+    zul_PointData points;
+    const char* marker = NULL;
+    int size = 0, numPoints = 0;
+
+    memcpy(stream, head, 20);
+    memcpy(stream + 20, chunk, 16); /* the file's marker is the chunk's */
+    CHECK(zul_dec_open(&decoder, &size, (const char*)stream) == zul_STATUS_OK);
+    CHECK(size == 28);
+    CHECK(zul_dec_decodeFileHeader(decoder, &dataType, &size, &marker, (const char*)stream + 8) ==
+          zul_STATUS_OK);
+    CHECK(size == 60 && dataType.maxReflection == 255 && memcmp(marker, chunk, 16) == 0);
+    CHECK(zul_dec_decodeChunkHeader(decoder, &size, chunk + 16) == zul_STATUS_OK);
+    CHECK(size == 12);
+    CHECK(zul_dec_getNumPointsInChunk(decoder, &numPoints) == zul_STATUS_OK && numPoints == 2);
+    CHECK(zul_dec_decodeChunkBody(decoder, &points, chunk + 76) == zul_STATUS_OK);
+    CHECK(points.numPoints == 2 && points.colors == NULL && points.normals == NULL);
+    CHECK(points.positions[0] == 1 && points.positions[1] == 2 && points.positions[2] == 3);
+    CHECK(points.positions[3] == 5 && points.positions[4] == 2 && points.positions[5] == 3);
+    CHECK(points.reflections[0] == 255 && points.reflections[1] == 9);
+    CHECK(zul_dec_decodeChunkBody(decoder, &points, chunk + 76) == zul_STATUS_INVALID_STATE);
+    zul_dec_close(&decoder);
+    CHECK(decoder == NULL);
+}
+
 /* Two points at (1, 2, 3) and (5, 2, 3) with the step 1 and a reflection: the whole chunk. */
 static void oneChunk(void) {
     zul_DataType dataType;
@@ -113,6 +144,7 @@ static void oneChunk(void) {
     CHECK(memcmp(bytes, kMarker5489, 16) == 0);
     CHECK(memcmp(bytes + 16, header, 60) == 0);
     CHECK(memcmp(bytes + 76, body, 12) == 0);
+    decodeChunk(bytes);
     points.reflections = NULL;
     CHECK(zul_enc_encodeChunk(encoder, &bytes, &size, &points) == zul_STATUS_INVALID_ARGUMENT);
     zul_enc_close(&encoder);

@@ -43,6 +43,23 @@ required=(
     'zul_enc_ContextStruct::writeDataStreamBody<zullib::zul_QuantizedPoint::NormalAccessor>('
     'zullib::PrefixOptimizer::findBestBitLengthsForPrefixes(' 'zullib::PrefixOptimizer::tryNextPrefix('
     zul_enc_encodeChunk
+    zul_dec_open zul_dec_open2 zul_dec_decodeFileHeader zul_dec_decodeFileHeader2
+    zul_dec_decodeChunkHeader zul_dec_getNumPointsInChunk zul_dec_decodeChunkBody zul_dec_close
+    'zul_dec_ContextStruct::zul_dec_ContextStruct(' 'zul_dec_ContextStruct::~zul_dec_ContextStruct('
+    'zul_dec_ContextStruct::open(' 'zul_dec_ContextStruct::decodeFileHeader('
+    'zul_dec_ContextStruct::decodeChunkHeader(' 'zul_dec_ContextStruct::getNumPointsInChunk('
+    'zul_dec_ContextStruct::decodeChunkBody(' 'zul_dec_ContextStruct::freeChunkPoints('
+    'zul_dec_ContextStruct::ensureChunkPointsCapacity('
+    'zul_dec_ContextStruct::dequantizeRemapAndShiftPoints('
+    'zul_dec_ContextStruct::transformPointPositions(' 'zul_dec_ContextStruct::transformPointNormals('
+    'zul_dec_ContextStruct::readDataStreamHeader<zullib::zul_QuantizedPoint::CoordinateAccessor>('
+    'zul_dec_ContextStruct::readDataStreamHeader<zullib::zul_QuantizedPoint::RGBAccessor>('
+    'zul_dec_ContextStruct::readDataStreamHeader<zullib::zul_QuantizedPoint::ReflectionAccessor>('
+    'zul_dec_ContextStruct::readDataStreamHeader<zullib::zul_QuantizedPoint::NormalAccessor>('
+    'zul_dec_ContextStruct::readDataStreamBody<zullib::zul_QuantizedPoint::CoordinateAccessor>('
+    'zul_dec_ContextStruct::readDataStreamBody<zullib::zul_QuantizedPoint::RGBAccessor>('
+    'zul_dec_ContextStruct::readDataStreamBody<zullib::zul_QuantizedPoint::ReflectionAccessor>('
+    'zul_dec_ContextStruct::readDataStreamBody<zullib::zul_QuantizedPoint::NormalAccessor>('
 )
 for name in "${required[@]}"; do
     if ! grep -qF -- "$name" <<<"$exported"; then
