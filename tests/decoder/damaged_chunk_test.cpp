@@ -27,18 +27,11 @@ Bytes fromHex(const char* hex) {
     return out;
 }
 
-// A chunk header for a box (x, y, z both corners), a count and the stream sizes.
+// A chunk header for a box without extent at `corner`, a count and the streams' sizes.
 Bytes chunkHeader(const long long (&corner)[3], int32_t count, const std::vector<Bytes>& streams) {
-    Bytes h(static_cast<size_t>(52 + 4 * streams.size()), '\0');
-    unsigned char* p = reinterpret_cast<unsigned char*>(&h[0]);
-    for (int k = 0; k < 3; ++k) {
-        zullib::storeLE(p + 8 * k, static_cast<uint64_t>(corner[k]), 8);
-        zullib::storeLE(p + 24 + 8 * k, static_cast<uint64_t>(corner[k]), 8);
-    }
-    zullib::storeLE(p + 48, static_cast<uint32_t>(count), 4);
-    for (size_t s = 0; s < streams.size(); ++s)
-        zullib::storeLE(p + 52 + 4 * s, static_cast<uint32_t>(streams[s].size()), 4);
-    return h;
+    std::vector<uint32_t> sizes;
+    for (const Bytes& stream : streams) sizes.push_back(static_cast<uint32_t>(stream.size()));
+    return chunkHeaderBytes(corner, corner, count, sizes);
 }
 
 const zul_DataType kRGB888 = makeDataType(0.5f, zul_COLOR_RGB888, 0, false);

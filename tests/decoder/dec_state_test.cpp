@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "decoder/dec_context.h"
-#include "frame/stored_bytes.h"
 #include "support/stream_codec.h"
 #include "support/test_names.h"
 
@@ -290,19 +289,6 @@ TEST(Decoder, VersionOneReportsTheDisabledSensorHeader) {
 // ---------------------------------------------------------------------------------------------
 // Chunk headers.
 
-Bytes chunkHeaderOf(const long long (&low)[3], const long long (&high)[3], int32_t count,
-                    const std::vector<uint32_t>& sizes) {
-    Bytes h(static_cast<size_t>(52 + 4 * sizes.size()), '\0');
-    unsigned char* p = reinterpret_cast<unsigned char*>(&h[0]);
-    for (int k = 0; k < 3; ++k) {
-        zullib::storeLE(p + 8 * k, static_cast<uint64_t>(low[k]), 8);
-        zullib::storeLE(p + 24 + 8 * k, static_cast<uint64_t>(high[k]), 8);
-    }
-    zullib::storeLE(p + 48, static_cast<uint32_t>(count), 4);
-    for (size_t s = 0; s < sizes.size(); ++s) zullib::storeLE(p + 52 + 4 * s, sizes[s], 4);
-    return h;
-}
-
 struct ChunkHeaderCase {
     const char* name;
     long long low[3], high[3];
@@ -320,7 +306,7 @@ TEST_P(ChunkHeaders, AreReadOrRefused) {
     decoder.start(smallStream(kColorNormals));
     // A good header first: a refused one must also withdraw its count.
     ASSERT_EQ(decoder.chunkHeader(smallStream(kColorNormals).chunkHeaders[0]), zul_STATUS_OK);
-    const Bytes header = chunkHeaderOf(c.low, c.high, c.count, c.sizes);
+    const Bytes header = chunkHeaderBytes(c.low, c.high, c.count, c.sizes);
     int bodySize = -1;
     long long numPoints = -1;
     EXPECT_EQ(decoder.context->decodeChunkHeader(&bodySize, header.data(), &numPoints), c.status);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/stored_bytes.h"
 #include "support/point_cloud.h"
 #include "zul.h"
 
@@ -21,6 +22,20 @@ inline zul_DataType makeDataType(float step, zul_ColorMode color, int maxReflect
     dataType.maxReflection = maxReflection;
     dataType.normalMode = normals ? zul_NORMAL_SPHERICAL : zul_NORMAL_NONE;
     return dataType;
+}
+
+// A chunk header of any content: box corners, count and stream sizes.
+inline Bytes chunkHeaderBytes(const long long (&low)[3], const long long (&high)[3], int32_t count,
+                              const std::vector<uint32_t>& sizes) {
+    Bytes h(static_cast<size_t>(52 + 4 * sizes.size()), '\0');
+    unsigned char* p = reinterpret_cast<unsigned char*>(&h[0]);
+    for (int k = 0; k < 3; ++k) {
+        zullib::storeLE(p + 8 * k, static_cast<uint64_t>(low[k]), 8);
+        zullib::storeLE(p + 24 + 8 * k, static_cast<uint64_t>(high[k]), 8);
+    }
+    zullib::storeLE(p + 48, static_cast<uint32_t>(count), 4);
+    for (size_t s = 0; s < sizes.size(); ++s) zullib::storeLE(p + 52 + 4 * s, sizes[s], 4);
+    return h;
 }
 
 // The pieces of a stream as a decoder takes them; a chunk is split after its sync marker and its
