@@ -2,38 +2,14 @@
 // attributes. Reports points per second and the bytes a point takes in the stream.
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
-#include <cstdlib>
-
-#include "synthetic_scan.h"
+#include "scan_streams.h"
 #include "zul.h"
 
 namespace {
 
-const int kPoints = 1000000;
-const int kChunk = 10000;
-
-const SyntheticScan& scan() {
-    static SyntheticScan cloud = makeSyntheticScan(kPoints);
-    return cloud;
-}
-
-zul_DataType dataTypeFor(bool colorAndReflection, bool normals) {
-    zul_DataType dataType;
-    zul_init_headers(&dataType, nullptr);
-    dataType.quantizationStep = 0.001f;
-    if (colorAndReflection) {
-        dataType.colorMode = zul_COLOR_RGB888;
-        dataType.reflectionMode = zul_REFLECTION_CLAMPED;
-        dataType.maxReflection = 255;
-    }
-    if (normals) dataType.normalMode = zul_NORMAL_SPHERICAL;
-    return dataType;
-}
-
 void encodeScan(benchmark::State& state, bool colorAndReflection, bool normals) {
-    SyntheticScan& cloud = const_cast<SyntheticScan&>(scan());
-    const zul_DataType dataType = dataTypeFor(colorAndReflection, normals);
+    SyntheticScan& cloud = benchScan();
+    const zul_DataType dataType = benchDataType(colorAndReflection, normals);
     zul_enc_Context encoder = nullptr;
     if (zul_enc_open(&encoder, &dataType) != zul_STATUS_OK) {
         state.SkipWithError("zul_enc_open failed");
@@ -42,8 +18,8 @@ void encodeScan(benchmark::State& state, bool colorAndReflection, bool normals) 
     int64_t bytes = 0;
     for (auto _ : state) {
         bytes = 0;
-        for (int first = 0; first < cloud.size(); first += kChunk) {
-            const zul_PointData chunk = cloud.slice(first, kChunk);
+        for (int first = 0; first < cloud.size(); first += kScanChunk) {
+            const zul_PointData chunk = cloud.slice(first, kScanChunk);
             const char* out = nullptr;
             int size = 0;
             if (zul_enc_encodeChunk(encoder, &out, &size, &chunk) != zul_STATUS_OK) {

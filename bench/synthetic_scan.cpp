@@ -65,9 +65,9 @@ SyntheticScan makeSyntheticScan(int numPoints, uint32_t seed) {
             const float nx = ground ? 0.0f : static_cast<float>(-dx);
             const float ny = ground ? 0.0f : static_cast<float>(-dy);
             const float nz = ground ? 1.0f : 0.0f;
-            scan.normals.insert(scan.normals.end(), {nx + normalNoise(random),
-                                                     ny + normalNoise(random),
-                                                     nz + normalNoise(random)});
+            scan.normals.insert(
+                scan.normals.end(),
+                {nx + normalNoise(random), ny + normalNoise(random), nz + normalNoise(random)});
         }
     }
     return scan;

@@ -46,6 +46,16 @@ BitStreamIn::BitStreamIn(const void* data, int64_t size, int64_t bytePosition)
 
 uint64_t BitStreamIn::readBits(int numBits) {
     if (numBits <= 0) return 0;
+    // Fast path: with eight readable bytes at the cursor, a field of up to 56 bits lies inside
+    // one little-endian word, whatever the bit position (at most 7 + 56 bits are spanned).
+    if (numBits <= 56 && !errorFlag && bytePosition >= 0 && size - bytePosition >= 8) {
+        const uint64_t word = loadLE(data + bytePosition, 8);
+        const uint64_t result = (word >> bitPosition) & ((uint64_t{1} << numBits) - 1);
+        const int end = bitPosition + numBits;
+        bytePosition += end >> 3;
+        bitPosition = end & 7;
+        return result;
+    }
     if (!reserveBits(*this, numBits)) return 0;
     const int valueBits = numBits < 64 ? numBits : 64;
     uint64_t result = 0;
