@@ -36,37 +36,40 @@ zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const c
     const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
     const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
 
+    // Calls step(accessor, absolute widths, declared start, declared end) for each stream of the
+    // body in order, as long as the steps return true.
+    const auto forEachStream = [&](auto&& step) {
+        int64_t start = 0;
+        const auto next = [&](auto accessor, bool present, const int* absoluteBits, int64_t end) {
+            if (!present) return true;
+            const bool goOn = step(accessor, absoluteBits, start, end);
+            start = end;
+            return goOn;
+        };
+        return next(zul_QuantizedPoint::CoordinateAccessor{}, true, axes.coordinateBits,
+                    coordinateStreamEnd) &&
+               next(zul_QuantizedPoint::RGBAccessor{}, hasColor, widths.rgbBits, colorStreamEnd) &&
+               next(zul_QuantizedPoint::ReflectionAccessor{}, hasReflection, widths.reflectionBits,
+                    reflectionStreamEnd) &&
+               next(zul_QuantizedPoint::NormalAccessor{}, hasNormals, widths.normalBits,
+                    normalStreamEnd);
+    };
+
     // Before anything is allocated: could the declared streams hold that many points at all?
     const unsigned char* body = reinterpret_cast<const unsigned char*>(chunkBody);
-    using zullib::streamCanHold;
-    ZUL_REFUSE_UNLESS(streamCanHold<zul_QuantizedPoint::CoordinateAccessor>(
-        body, 0, coordinateStreamEnd, axes.coordinateBits, numPoints));
-    ZUL_REFUSE_UNLESS(!hasColor ||
-                      streamCanHold<zul_QuantizedPoint::RGBAccessor>(
-                          body, coordinateStreamEnd, colorStreamEnd, widths.rgbBits, numPoints));
-    const int64_t reflectionStart = hasColor ? colorStreamEnd : coordinateStreamEnd;
-    ZUL_REFUSE_UNLESS(!hasReflection || streamCanHold<zul_QuantizedPoint::ReflectionAccessor>(
-                                            body, reflectionStart, reflectionStreamEnd,
-                                            widths.reflectionBits, numPoints));
-    const int64_t normalStart = hasReflection ? reflectionStreamEnd : reflectionStart;
-    ZUL_REFUSE_UNLESS(!hasNormals ||
-                      streamCanHold<zul_QuantizedPoint::NormalAccessor>(
-                          body, normalStart, normalStreamEnd, widths.normalBits, numPoints));
+    ZUL_REFUSE_UNLESS(
+        forEachStream([&](auto accessor, const int* bits, int64_t start, int64_t end) {
+            return zullib::streamCanHold<decltype(accessor)>(body, start, end, bits, numPoints);
+        }));
 
     // One reader over the whole body; every stream must end exactly at its declared end.
     BitStreamIn in(body, chunkBodySize, 0);
     QuantizedPoints records(static_cast<size_t>(numPoints));
-    zul_Status status = readStream<zul_QuantizedPoint::CoordinateAccessor>(
-        in, records, axes.coordinateBits, coordinateStreamEnd);
-    if (status == zul_STATUS_OK && hasColor)
-        status = readStream<zul_QuantizedPoint::RGBAccessor>(in, records, widths.rgbBits,
-                                                             colorStreamEnd);
-    if (status == zul_STATUS_OK && hasReflection)
-        status = readStream<zul_QuantizedPoint::ReflectionAccessor>(
-            in, records, widths.reflectionBits, reflectionStreamEnd);
-    if (status == zul_STATUS_OK && hasNormals)
-        status = readStream<zul_QuantizedPoint::NormalAccessor>(in, records, widths.normalBits,
-                                                                normalStreamEnd);
+    zul_Status status = zul_STATUS_OK;
+    forEachStream([&](auto accessor, const int* bits, int64_t, int64_t end) {
+        status = readStream<decltype(accessor)>(in, records, bits, end);
+        return status == zul_STATUS_OK;
+    });
     // Up to here the output arrays are untouched: a damaged body leaves the last result intact.
     if (status != zul_STATUS_OK) return status;
 
