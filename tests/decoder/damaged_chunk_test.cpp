@@ -100,7 +100,8 @@ TEST(Decoder, PayloadOf254BitsIsReadThrough) {
 
 TEST(Decoder, ChunksOfTwoToTheThirtyPointsOrMoreAreNotServed) {
     // Zero-bit streams can claim any count; from 2^30 on the count is refused before any
-    // allocation, and below it a count the bytes cannot carry is refused the same way.
+    // allocation, and below it a count that does not fit the streams' bytes is refused the same
+    // way (either mistake would ask for tens of gigabytes).
     const long long corner[3] = {0, 0, 0};
     const std::vector<Bytes> zeroBits = {fromHex("010001000100"), fromHex("010001000100")};
     const std::vector<Bytes> eightBits = {fromHex("010001000100"), fromHex("01FF01FF01FF 0A0B0C")};
@@ -109,6 +110,11 @@ TEST(Decoder, ChunksOfTwoToTheThirtyPointsOrMoreAreNotServed) {
     EXPECT_EQ(decoder.body(zeroBits[0] + zeroBits[1]), zul_STATUS_CORRUPT_DATA);
     ASSERT_EQ(decoder.chunkHeader(chunkHeader(corner, (1 << 30) - 1, eightBits)), zul_STATUS_OK);
     EXPECT_EQ(decoder.body(eightBits[0] + eightBits[1]), zul_STATUS_CORRUPT_DATA);
+    // Nor can zero-bit codes leave bytes over at the end of a stream.
+    const std::vector<Bytes> zeroBitsAndMore = {fromHex("010001000100 00"), zeroBits[1]};
+    ASSERT_EQ(decoder.chunkHeader(chunkHeader(corner, (1 << 30) - 1, zeroBitsAndMore)),
+              zul_STATUS_OK);
+    EXPECT_EQ(decoder.body(zeroBitsAndMore[0] + zeroBitsAndMore[1]), zul_STATUS_CORRUPT_DATA);
     EXPECT_EQ(decoder.context->chunkPointsCapacity, 0);
     // Zero-bit streams with a modest count are a chunk of identical points.
     ASSERT_EQ(decoder.chunkHeader(chunkHeader(corner, 5000, zeroBits)), zul_STATUS_OK);
