@@ -28,6 +28,7 @@
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <wchar.h>
 
 #if defined(_WIN32)
 #if defined(ZUL_BUILDING_LIBRARY)
@@ -326,6 +327,124 @@ ZUL_API zul_Status zul_dec_decodeChunkBody(zul_dec_Context context, zul_PointDat
 /* Frees the decoder and its arrays and sets `*context` to null; does nothing for a null pointer
  * or handle. */
 ZUL_API void zul_dec_close(zul_dec_Context* context);
+
+/* ---------------------------------------------------------------------------------------------
+ * File writer. A host opens a file, hands over one point at a time and closes it:
+ *   zul_out_open2 -> [zul_out_setChunkSize] -> zul_out_writePoint ... -> zul_out_close.
+ * Points are collected into chunks of the chunk size (10000 by default); a full chunk is encoded
+ * and appended inside the zul_out_writePoint that completes it, the last partial chunk at close.
+ * The signature and the file header reach the file with the first chunk, or at close if no point
+ * was given. The file is byte for byte the stream the encoder would hand out. Memory is bounded
+ * by one chunk; the file is written sequentially. After any failure of a flush the writer is
+ * failed: the points collected for that chunk are lost, what reached the file before stays, and
+ * every zul_out_writePoint returns zul_STATUS_INVALID_STATE. One context is used by one thread at
+ * a time.
+ * ------------------------------------------------------------------------------------------- */
+
+/* Opens a writer for a version 1 stream, as zul_out_open2 with a null header. */
+ZUL_API zul_Status zul_out_open(zul_out_Context* context, const char* path,
+                                const zul_DataType* dataType);
+
+/* Creates `path` (replacing a file that exists; it stays empty until the first chunk or close)
+ * for a stream of `dataType`; an enabled `header` (may be null) makes a version 2 stream.
+ * Returns zul_STATUS_OK and stores the handle; zul_STATUS_INVALID_ARGUMENT for a null `context`
+ * (nothing written), or for a null `path` or `dataType` or an invalid `dataType` or `header`
+ * (stores null in `*context`, touches no file); zul_STATUS_WRITE_ERROR if the file cannot be
+ * created, in which case `*context` holds a writer that accepts nothing but zul_out_close. */
+ZUL_API zul_Status zul_out_open2(zul_out_Context* context, const char* path,
+                                 const zul_DataType* dataType, const zul_Header2* header);
+
+/* As zul_out_open, with a wide-character path (opened as UTF-8 on this platform). */
+ZUL_API zul_Status zul_out_open_w(zul_out_Context* context, const wchar_t* path,
+                                  const zul_DataType* dataType);
+
+/* As zul_out_open2, with a wide-character path (opened as UTF-8 on this platform). A path that
+ * holds no valid character sequence cannot be created: zul_STATUS_WRITE_ERROR. */
+ZUL_API zul_Status zul_out_open2_w(zul_out_Context* context, const wchar_t* path,
+                                   const zul_DataType* dataType, const zul_Header2* header);
+
+/* Sets the number of points a chunk is filled to, 1 to 2147483646, any number of times before
+ * the first point. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null `context` or a
+ * size out of bounds (the old size stays); zul_STATUS_INVALID_STATE once a point has been given
+ * or anything written, and for a writer whose file could not be created. Memory for a large size
+ * is taken as points arrive, not at once. */
+ZUL_API zul_Status zul_out_setChunkSize(zul_out_Context context, int chunkSize);
+
+/* Copies the point (the fields of attributes the data type lacks are not read) into the chunk
+ * being collected, and writes the chunk out when it is full. Returns zul_STATUS_OK;
+ * zul_STATUS_INVALID_ARGUMENT for a null `context` or `point`, or, from the call that flushes, for
+ * a point of the chunk whose normal is shorter than 1e-6 (nothing of the chunk is written);
+ * zul_STATUS_WRITE_ERROR if writing fails; zul_STATUS_INVALID_STATE for a writer that is failed
+ * or has no file. */
+ZUL_API zul_Status zul_out_writePoint(zul_out_Context context, const zul_Point* point);
+
+/* Writes what is due (the signature and file header if nothing was written yet, the last partial
+ * chunk; never an empty chunk), closes the file, frees the writer and sets `*context` to null.
+ * Returns zul_STATUS_OK, or the status of that last flush as zul_out_writePoint describes it, or
+ * zul_STATUS_WRITE_ERROR if the file cannot be completed on closing. A failure reported before is
+ * not reported again: closing a failed writer returns zul_STATUS_OK. zul_STATUS_INVALID_ARGUMENT
+ * for a null `context`; a null `*context` is zul_STATUS_OK. */
+ZUL_API zul_Status zul_out_close(zul_out_Context* context);
+
+/* ---------------------------------------------------------------------------------------------
+ * File reader. A host opens a file and takes its points one at a time until
+ * zul_STATUS_END_OF_FILE, which is the clean end of a file at a chunk boundary:
+ *   zul_in_open2 -> [zul_in_getNumPoints] -> zul_in_readNextPoint ... -> zul_in_close.
+ * The points of a chunk come in stored (sorted) order. Memory is bounded by the largest chunk.
+ * Any status but zul_STATUS_OK from zul_in_readNextPoint or zul_in_getNumPoints (other than for a
+ * null argument) ends the reader: every later call but zul_in_close returns
+ * zul_STATUS_INVALID_STATE; points handed out before stay valid. A chunk whose sync marker is
+ * not the stream's is zul_STATUS_CORRUPT_DATA; there is no search for the next chunk. One context
+ * is used by one thread at a time.
+ * ------------------------------------------------------------------------------------------- */
+
+/* Opens a reader that transforms the points of a version 2 file, as zul_in_open2 with a null
+ * header and null params. */
+ZUL_API zul_Status zul_in_open(zul_in_Context* context, zul_DataType* dataType, const char* path);
+
+/* Opens `path` and reads its signature and file header. Hands back the data type and, if
+ * `header` is not null, the sensor header as zul_dec_decodeFileHeader2 does. `params` may be null
+ * (applyTransformation 1). A new context is stored in `*context` before anything is checked, so
+ * unless `context` is null the caller must pass it to zul_in_close even when this fails; a failed
+ * reader accepts nothing else. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null
+ * argument other than `header` and `params`, or bad `params`; zul_STATUS_READ_ERROR if the file
+ * cannot be opened or read; zul_STATUS_TRUNCATED if it ends inside the signature or the file
+ * header; zul_STATUS_BAD_SIGNATURE, zul_STATUS_BAD_VERSION or zul_STATUS_CORRUPT_DATA (then
+ * `*dataType` and `*header` are not written) as the decoder judges them. */
+ZUL_API zul_Status zul_in_open2(zul_in_Context* context, zul_DataType* dataType,
+                                zul_Header2* header, const char* path,
+                                const zul_dec_Params* params);
+
+/* As zul_in_open, with a wide-character path (opened as UTF-8 on this platform). */
+ZUL_API zul_Status zul_in_open_w(zul_in_Context* context, zul_DataType* dataType,
+                                 const wchar_t* path);
+
+/* As zul_in_open2, with a wide-character path (opened as UTF-8 on this platform). A path that
+ * holds no valid character sequence cannot be opened: zul_STATUS_READ_ERROR. */
+ZUL_API zul_Status zul_in_open2_w(zul_in_Context* context, zul_DataType* dataType,
+                                  zul_Header2* header, const wchar_t* path,
+                                  const zul_dec_Params* params);
+
+/* Hands back the number of points in the whole file, however many have been read. The first call
+ * reads the chunk headers of the rest of the file, skipping the bodies, and decodes nothing;
+ * later calls give the same count at once. Reading goes on undisturbed. Returns zul_STATUS_OK
+ * (a last chunk whose body is cut short counts in full: only reading it finds the cut);
+ * zul_STATUS_INVALID_ARGUMENT for a null argument; zul_STATUS_INVALID_STATE for a reader that
+ * has ended; zul_STATUS_TRUNCATED, zul_STATUS_READ_ERROR or zul_STATUS_CORRUPT_DATA for a file
+ * cut inside a sync marker or a chunk header, unreadable, or damaged, which ends the reader. */
+ZUL_API zul_Status zul_in_getNumPoints(zul_in_Context context, int64_t* numPoints);
+
+/* Hands back the next point; decodes the next chunk when the last one is used up. The fields of
+ * attributes the file lacks keep what the caller had in them. Returns zul_STATUS_OK;
+ * zul_STATUS_END_OF_FILE after the last point of a file that ends cleanly after a chunk;
+ * zul_STATUS_TRUNCATED for a file cut inside a chunk; zul_STATUS_CORRUPT_DATA for a damaged
+ * chunk; zul_STATUS_READ_ERROR for a failed read; zul_STATUS_INVALID_ARGUMENT for a null
+ * argument; zul_STATUS_INVALID_STATE for a reader that has ended. */
+ZUL_API zul_Status zul_in_readNextPoint(zul_in_Context context, zul_Point* point);
+
+/* Closes the file, frees the reader and sets `*context` to null; does nothing for a null pointer
+ * or handle. */
+ZUL_API void zul_in_close(zul_in_Context* context);
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -45,6 +45,10 @@ required=(
     zul_enc_encodeChunk
     zul_dec_open zul_dec_open2 zul_dec_decodeFileHeader zul_dec_decodeFileHeader2
     zul_dec_decodeChunkHeader zul_dec_getNumPointsInChunk zul_dec_decodeChunkBody zul_dec_close
+    zul_out_open zul_out_open2 zul_out_open_w zul_out_open2_w zul_out_setChunkSize zul_out_writePoint
+    zul_out_close
+    zul_in_open zul_in_open2 zul_in_open_w zul_in_open2_w zul_in_getNumPoints zul_in_readNextPoint
+    zul_in_close
     'zul_dec_ContextStruct::zul_dec_ContextStruct(' 'zul_dec_ContextStruct::~zul_dec_ContextStruct('
     'zul_dec_ContextStruct::open(' 'zul_dec_ContextStruct::decodeFileHeader('
     'zul_dec_ContextStruct::decodeChunkHeader(' 'zul_dec_ContextStruct::getNumPointsInChunk('
@@ -62,7 +66,9 @@ required=(
     'zul_dec_ContextStruct::readDataStreamBody<zullib::zul_QuantizedPoint::NormalAccessor>('
 )
 for name in "${required[@]}"; do
-    if ! grep -qF -- "$name" <<<"$exported"; then
+    # a C function is its whole line; a member is the start of its signature
+    if [[ $name == *'('* ]]; then match=(-qF); else match=(-qxF); fi
+    if ! grep "${match[@]}" -- "$name" <<<"$exported"; then
         echo "missing export: $name"
         status=1
     fi
