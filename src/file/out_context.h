@@ -14,7 +14,7 @@ struct zul_out_ContextStruct {
     static const int32_t kMaxChunkSize = 0x7FFFFFFE;
     // Arrays for this many points are made up front; a larger chunk size grows them by doubling
     // while the first chunk fills, so that a size no chunk ever reaches costs no memory.
-    static const int32_t kUpFrontPoints = 1 << 20;
+    static const int32_t kUpFrontPoints = 1 << 16;
 
     zul_out_ContextStruct() = default;
     // Closes the encoder; the file stream closes itself.

@@ -150,6 +150,43 @@ static void oneChunk(void) {
     zul_enc_close(&encoder);
 }
 
+/* A file written point by point through a wide path and read back through a narrow one. */
+static void fileRoundTrip(void) {
+    zul_DataType dataType;
+    zul_out_Context writer = NULL;
+    zul_in_Context reader = NULL;
+    zul_Point point;
+    int64_t count = 0;
+    int i;
+    zul_init_headers(&dataType, NULL);
+    dataType.quantizationStep = 0.5f;
+    dataType.colorMode = zul_COLOR_RGB888;
+    CHECK(zul_out_open_w(&writer, L"c_host.zul", &dataType) == zul_STATUS_OK);
+    CHECK(zul_out_setChunkSize(writer, 2) == zul_STATUS_OK);
+    for (i = 0; i < 3; ++i) {
+        point.position[0] = 2.0 - i;
+        point.position[1] = point.position[2] = 0.5 * i;
+        point.color[0] = point.color[1] = point.color[2] = (uint8_t)(100 + i);
+        CHECK(zul_out_writePoint(writer, &point) == zul_STATUS_OK);
+    }
+    CHECK(zul_out_close(&writer) == zul_STATUS_OK && writer == NULL);
+
+    memset(&dataType, 0, sizeof dataType);
+    CHECK(zul_in_open(&reader, &dataType, "c_host.zul") == zul_STATUS_OK);
+    CHECK(dataType.colorMode == zul_COLOR_RGB888 && dataType.quantizationStep == 0.5f);
+    CHECK(zul_in_getNumPoints(reader, &count) == zul_STATUS_OK && count == 3);
+    /* Chunks of two and one point; the first comes back sorted along x. */
+    for (i = 0; i < 3; ++i) {
+        CHECK(zul_in_readNextPoint(reader, &point) == zul_STATUS_OK);
+        CHECK(point.color[0] == (i == 0 ? 101 : i == 1 ? 100 : 102));
+        CHECK(point.position[0] == (i == 0 ? 1.0 : i == 1 ? 2.0 : 0.0));
+    }
+    CHECK(zul_in_readNextPoint(reader, &point) == zul_STATUS_END_OF_FILE);
+    zul_in_close(&reader);
+    CHECK(reader == NULL);
+    remove("c_host.zul");
+}
+
 int main(void) {
     CHECK(zul_libversion_major() == 1);
     CHECK(zul_libversion_minor() == 1);
@@ -158,6 +195,7 @@ int main(void) {
     versionOne();
     versionTwo();
     oneChunk();
+    fileRoundTrip();
     CHECK(zul_enc_open(NULL, NULL) == zul_STATUS_INVALID_ARGUMENT);
     if (failures) fprintf(stderr, "%d check(s) failed\n", failures);
     return failures ? 1 : 0;
