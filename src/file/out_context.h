@@ -10,11 +10,11 @@
 #include "zul.h"
 
 struct zul_out_ContextStruct {
-    static const int32_t kDefaultChunkSize = 10000;
-    static const int32_t kMaxChunkSize = 0x7FFFFFFE;
+    static constexpr int32_t kDefaultChunkSize = 10000;
+    static constexpr int32_t kMaxChunkSize = 0x7FFFFFFE;
     // Arrays for this many points are made up front; a larger chunk size grows them by doubling
     // while the first chunk fills, so that a size no chunk ever reaches costs no memory.
-    static const int32_t kUpFrontPoints = 1 << 16;
+    static constexpr int32_t kUpFrontPoints = 1 << 16;
 
     zul_out_ContextStruct() = default;
     // Closes the encoder; the file stream closes itself.
