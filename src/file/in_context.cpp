@@ -17,25 +17,20 @@ const size_t kFirstBodyPiece = size_t{1} << 20;
 
 zul_in_ContextStruct::~zul_in_ContextStruct() { zul_dec_close(&decoder); }
 
-zul_Status zul_in_ContextStruct::readStatus(std::streamsize size) const {
-    if (file.good() && file.gcount() == size) return zul_STATUS_OK;
+zul_Status zul_in_ContextStruct::streamStatus(bool delivered) const {
+    if (file.good() && delivered) return zul_STATUS_OK;
     if (file.eof() && !file.bad()) return zul_STATUS_TRUNCATED;
     return zul_STATUS_READ_ERROR;
 }
 
-zul_Status zul_in_ContextStruct::seekStatus() const {
-    if (file.good()) return zul_STATUS_OK;
-    if (file.eof() && !file.bad()) return zul_STATUS_TRUNCATED;
-    return zul_STATUS_READ_ERROR;
+zul_Status zul_in_ContextStruct::readStatus(std::streamsize size) const {
+    return streamStatus(file.gcount() == size);
 }
 
 zul_Status zul_in_ContextStruct::markerStatus() const {
-    if (file.good() && file.gcount() == zullib::zul_SyncMarker::kSize) return zul_STATUS_OK;
     // A file may end in front of a chunk, but not inside its marker.
-    if (file.eof() && !file.bad()) {
-        return file.gcount() == 0 ? zul_STATUS_END_OF_FILE : zul_STATUS_TRUNCATED;
-    }
-    return zul_STATUS_READ_ERROR;
+    if (file.eof() && !file.bad() && file.gcount() == 0) return zul_STATUS_END_OF_FILE;
+    return readStatus(zullib::zul_SyncMarker::kSize);
 }
 
 zul_Status zul_in_ContextStruct::open(zul_DataType* dataType, zul_Header2* header, const char* path,
@@ -110,7 +105,7 @@ zul_Status zul_in_ContextStruct::readNextChunk(bool headerOnly, int* numPoints) 
     if (headerOnly) {
         // Seeking past the end of the file is no failure: the next marker read finds the end.
         file.seekg(bodySize, std::ios::cur);
-        return seekStatus();
+        return streamStatus(true);
     }
     status = readChunkBody(bodySize);
     if (status != zul_STATUS_OK) return status;

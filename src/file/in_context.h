@@ -46,10 +46,11 @@ private:
     zul_Status readNextChunk(bool headerOnly, int* numPoints);
     // Reads `size` bytes of a body into chunkBody.
     zul_Status readChunkBody(int32_t size);
+    // The status of what has just been done to the file: `delivered` says that a read got every
+    // byte it asked for (a seek passes true).
+    zul_Status streamStatus(bool delivered) const;
     // The status of a read of `size` bytes that has just been made.
     zul_Status readStatus(std::streamsize size) const;
-    // The status of a seek that has just been made.
-    zul_Status seekStatus() const;
     // The status of a read of the sixteen marker bytes, where a file may end cleanly.
     zul_Status markerStatus() const;
 };

@@ -9,8 +9,10 @@ namespace {
 
 const uint32_t kMaxCodePoint = 0x10FFFF;
 
-bool isHighSurrogate(uint32_t c) { return c >= 0xD800 && c <= 0xDBFF; }
-bool isLowSurrogate(uint32_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
+// A wide character here is one code point (UTF-32).
+static_assert(sizeof(wchar_t) == 4, "wide paths are UTF-32 on the platforms zul builds for");
+
+bool isSurrogate(uint32_t c) { return c >= 0xD800 && c <= 0xDFFF; }
 
 void appendUtf8(std::string& out, uint32_t c) {
     if (c < 0x80) {
@@ -35,14 +37,8 @@ void appendUtf8(std::string& out, uint32_t c) {
 std::string utf8Path(const wchar_t* path) {
     std::string out;
     for (const wchar_t* p = path; *p; ++p) {
-        uint32_t c = static_cast<uint32_t>(*p);
-        if (sizeof(wchar_t) == 2) c &= 0xFFFF;
-        if (sizeof(wchar_t) == 2 && isHighSurrogate(c) && isLowSurrogate(p[1] & 0xFFFF)) {
-            c = 0x10000 + ((c - 0xD800) << 10) + ((static_cast<uint32_t>(p[1]) & 0xFFFF) - 0xDC00);
-            ++p;
-        } else if (isHighSurrogate(c) || isLowSurrogate(c) || c > kMaxCodePoint) {
-            return std::string();
-        }
+        const uint32_t c = static_cast<uint32_t>(*p);
+        if (isSurrogate(c) || c > kMaxCodePoint) return std::string();
         appendUtf8(out, c);
     }
     return out;

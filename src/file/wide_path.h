@@ -5,8 +5,8 @@
 
 namespace zullib {
 
-// The UTF-8 form of a wide path (UTF-32, or UTF-16 where wchar_t has 16 bits). A path holding
-// something that is not a character (a lone surrogate, a value above U+10FFFF) becomes the empty
+// The UTF-8 form of a wide path, whose characters are UTF-32 code points. A path holding
+// something that is not a character (a surrogate, a value above U+10FFFF) becomes the empty
 // path, which names no file: opening it fails as opening any missing file does, and no shortened
 // path can ever name a file that exists.
 std::string utf8Path(const wchar_t* path);
