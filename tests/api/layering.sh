@@ -28,10 +28,11 @@ for folder in src/*/; do
     done < <(grep -rnE '#include "[a-z_]+/' "$folder" || true)
 done
 
-# Programs see the public headers and files of their own folder, never the library's insides.
+# Programs see the public headers and files of their own folder, never the library's insides; the
+# tool's commands also use its file formats.
 for folder in tools examples bench; do
     [ -d "$folder" ] || continue
-    if grep -rnE '#include "' "$folder" | grep -vE '#include "(zul\.h|zul\.hpp|[a-z_]+\.h)"'; then
+    if grep -rnE '#include "' "$folder" | grep -vE '#include "(zul\.h|zul\.hpp|(formats/)?[a-z_]+\.h)"'; then
         echo "programs in $folder/ may include the public headers only"
         status=1
     fi

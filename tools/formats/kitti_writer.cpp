@@ -1,0 +1,38 @@
+// Writes KITTI-style .bin scans: float32 x y z and the reflection divided by the stream's
+// maximum, so that it lies in 0 .. 1 as in the scans of that kind (0 without reflection).
+#include "byte_output.h"
+#include "cloud.h"
+
+namespace zultool {
+
+namespace {
+
+class KittiWriter : public CloudWriter {
+public:
+    KittiWriter(const std::string& path, const WriteOptions& options)
+        : out_(path),
+          intensityScale_(options.intensity && options.maxIntensity > 0 ? 1.0 / options.maxIntensity
+                                                                        : 0.0) {}
+
+    void write(const zul_Point& point) override {
+        const float record[4] = {static_cast<float>(point.position[0]),
+                                 static_cast<float>(point.position[1]),
+                                 static_cast<float>(point.position[2]),
+                                 static_cast<float>(point.reflection * intensityScale_)};
+        out_.write(record, sizeof record);
+    }
+
+    void finish() override { out_.close(); }
+
+private:
+    ByteOutput out_;
+    double intensityScale_;
+};
+
+}  // namespace
+
+std::unique_ptr<CloudWriter> openKittiWriter(const std::string& path, const WriteOptions& options) {
+    return std::make_unique<KittiWriter>(path, options);
+}
+
+}  // namespace zultool

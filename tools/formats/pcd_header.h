@@ -1,0 +1,41 @@
+// The text header of a PCD file: its fields with their sizes, types and counts, the number of
+// points and the encoding of the data that follows.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "byte_input.h"
+
+namespace zultool {
+
+struct PcdField {
+    std::string name;
+    int size = 4;       // bytes of one value: 1, 2, 4 or 8
+    char type = 'F';    // 'F' float, 'U' unsigned, 'I' signed
+    int count = 1;      // values of the field a point
+    size_t offset = 0;  // byte offset in a binary record
+    size_t column = 0;  // index of its first value in an ascii line
+};
+
+struct PcdHeader {
+    std::vector<PcdField> fields;
+    uint64_t points = 0;
+    std::string data;  // "ascii", "binary" or "binary_compressed"
+    size_t recordSize = 0;
+    size_t valuesPerPoint = 0;
+
+    // The field of that name, or null.
+    const PcdField* find(const std::string& name) const;
+};
+
+// Reads the header up to and including its DATA line; throws FormatError for what is missing,
+// inconsistent or not supported.
+PcdHeader readPcdHeader(ByteInput& in);
+
+// The value of one field value at `bytes`, as the field's size and type say, in little-endian
+// order.
+double pcdValue(const PcdField& field, const unsigned char* bytes);
+
+}  // namespace zultool

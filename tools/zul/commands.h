@@ -1,0 +1,52 @@
+// The four commands of the zul tool and their options. Each returns the process's exit code;
+// failures throw zultool::FormatError with a message that names the file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace zultool {
+
+struct CompressOptions {
+    std::string input, output;
+    double step = 0;            // 0: the input's grid, or 0.001
+    std::string color;          // "" (from the input), none, rgb565, rgb888
+    std::string reflection;     // "" (from the input), none, or the largest value kept
+    double intensityScale = 0;  // 0: 1, or 255 for intensities within 0 .. 1
+    bool normals = false, noNormals = false;
+    int chunk = 10000;
+    std::vector<double> translate;  // 3 values
+    double scale = 1;
+    std::vector<double> rotate;  // 9 values, row after row
+    int sensorMount = 0, sensorType = 0;
+    bool sensorHeader = false;  // a version 2 stream even without a transformation
+    bool keepInvalid = false;
+    bool quiet = false;
+};
+
+struct DecompressOptions {
+    std::string input, output;
+    bool noTransform = false;
+    std::string encoding;  // format-specific (PCD data, PLY format)
+    std::string lasVersion = "1.2";
+    bool quiet = false;
+};
+
+struct InfoOptions {
+    std::string input;
+    bool json = false;
+};
+
+struct DemoOptions {
+    int points = 1000000;
+    std::string keep;  // keep the compressed scan under this name
+    bool quiet = false;
+};
+
+int runCompress(const CompressOptions& options);
+int runDecompress(const DecompressOptions& options);
+int runInfo(const InfoOptions& options);
+int runDemo(const DemoOptions& options);
+
+}  // namespace zultool

@@ -1,0 +1,90 @@
+// zul decompress: a zul file, read point by point, written as any format the tool writes.
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+
+#include "commands.h"
+#include "formats/cloud.h"
+#include "output_file.h"
+#include "progress_bar.h"
+#include "status_text.h"
+#include "zul.h"
+
+namespace zultool {
+
+namespace {
+
+struct ReaderGuard {
+    zul_in_Context context = nullptr;
+    ~ReaderGuard() { zul_in_close(&context); }
+};
+
+}  // namespace
+
+int runDecompress(const DecompressOptions& options) {
+    const auto start = std::chrono::steady_clock::now();
+    const Format format = formatOfPath(options.output);
+    if (format == Format::Zul) {
+        throw FormatError(options.output + ": decompress writes .las .pcd .ply .xyz .csv or .bin");
+    }
+    ReaderGuard reader;
+    zul_DataType dataType;
+    zul_Header2 header;
+    zul_dec_Params params = {options.noTransform ? 0 : 1, {0, 0, 0, 0}};
+    checkStatus(zul_in_open2(&reader.context, &dataType, &header, options.input.c_str(), &params),
+                options.input, ZulStage::Open);
+    int64_t count = 0;
+    checkStatus(zul_in_getNumPoints(reader.context, &count), options.input, ZulStage::Read);
+
+    WriteOptions write;
+    write.color = dataType.colorMode != zul_COLOR_NONE;
+    write.intensity = dataType.reflectionMode != zul_REFLECTION_NONE;
+    write.normals = dataType.normalMode != zul_NORMAL_NONE;
+    write.maxIntensity = dataType.maxReflection;
+    write.gridStep = dataType.quantizationStep;
+    write.pointCount = count;
+    write.encoding = options.encoding;
+    if (format == Format::Xyz && write.encoding.empty() && options.output.size() >= 4 &&
+        options.output.compare(options.output.size() - 4, 4, ".csv") == 0) {
+        write.encoding = "csv";
+    }
+    write.lasVersion = options.lasVersion;
+    if (write.normals && format == Format::Las) {
+        std::cerr << "zul: LAS has no place for normals; they are left out of " << options.output
+                  << "\n";
+    }
+
+    OutputFile output(options.output);
+    int64_t read = 0;
+    try {
+        std::unique_ptr<CloudWriter> writer =
+            openCloudWriter(output.temporaryPath(), format, write);
+        ProgressBar progress("decompressing", static_cast<uint64_t>(count), options.quiet);
+        zul_Point point = {};
+        for (;;) {
+            const zul_Status status = zul_in_readNextPoint(reader.context, &point);
+            if (status == zul_STATUS_END_OF_FILE) break;
+            checkStatus(status, options.input, ZulStage::Read);
+            writer->write(point);
+            progress.update(static_cast<uint64_t>(++read));
+        }
+        writer->finish();
+    } catch (const FormatError& error) {
+        // The writers name the file they write: the temporary one. Name the output instead.
+        const std::string message = error.what();
+        const std::string& temporary = output.temporaryPath();
+        if (message.compare(0, temporary.size(), temporary) != 0) throw;
+        throw FormatError(options.output + message.substr(temporary.size()));
+    }
+    output.commit();
+    if (!options.quiet) {
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        std::printf("%s -> %s (%s): %lld points, %.2f s\n", options.input.c_str(),
+                    options.output.c_str(), formatName(format), static_cast<long long>(read),
+                    seconds);
+    }
+    return 0;
+}
+
+}  // namespace zultool
