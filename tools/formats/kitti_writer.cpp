@@ -1,5 +1,6 @@
-// Writes KITTI-style .bin scans: float32 x y z and the reflection divided by the stream's
-// maximum, so that it lies in 0 .. 1 as in the scans of that kind (0 without reflection).
+// Writes KITTI-style .bin scans: float32 x y z and the reflection brought into 0 .. 1 as in the
+// scans of that kind: divided by 255 (the scale compress gives such intensities), or by the
+// stream's maximum if that is larger; 0 without reflection.
 #include "byte_output.h"
 #include "cloud.h"
 
@@ -11,8 +12,9 @@ class KittiWriter : public CloudWriter {
 public:
     KittiWriter(const std::string& path, const WriteOptions& options)
         : out_(path),
-          intensityScale_(options.intensity && options.maxIntensity > 0 ? 1.0 / options.maxIntensity
-                                                                        : 0.0) {}
+          intensityScale_(!options.intensity            ? 0.0
+                          : options.maxIntensity <= 255 ? 1.0 / 255
+                                                        : 1.0 / options.maxIntensity) {}
 
     void write(const zul_Point& point) override {
         const float record[4] = {static_cast<float>(point.position[0]),
