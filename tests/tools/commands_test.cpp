@@ -1,0 +1,201 @@
+// The commands as a user runs them: what compress chooses and what its options change, as info
+// reports it; the sensor header's transformation applied or not on decompressing; help; demo.
+#include <cmath>
+#include <regex>
+
+#include "support/test_names.h"
+#include "tool_support.h"
+
+namespace {
+
+// The value after `key` (e.g. "points") in info's text output.
+std::string infoField(const std::string& info, const std::string& key) {
+    std::smatch match;
+    const std::regex line("(^|\n)" + key + " +([^\n]*)");
+    return std::regex_search(info, match, line) ? match[2].str() : "<missing " + key + ">";
+}
+
+class Commands : public ToolTest {};
+
+TEST_F(Commands, InfoDescribesAKnownFile) {
+    ASSERT_EQ(runTool("compress -q " + dataFile("4_6_crop.las") + " " + path("a.zul")).exitCode, 0);
+    const ToolRun info = runTool("info " + path("a.zul"));
+    ASSERT_EQ(info.exitCode, 0) << info.output;
+    EXPECT_EQ(infoField(info.output, "version"), "1");
+    EXPECT_EQ(infoField(info.output, "step"), "0.00999999978");  // the LAS scale, as a float
+    EXPECT_EQ(infoField(info.output, "colour"), "rgb888");
+    EXPECT_EQ(infoField(info.output, "reflection"), "0 .. 65535");
+    EXPECT_EQ(infoField(info.output, "normals"), "none");
+    EXPECT_EQ(infoField(info.output, "sensor"), "none");
+    EXPECT_EQ(infoField(info.output, "chunks"), "3");
+    EXPECT_EQ(infoField(info.output, "points"), "23875");
+
+    // The streams and the framing add up to the file.
+    const ToolRun json = runTool("info --json " + path("a.zul"));
+    ASSERT_EQ(json.exitCode, 0);
+    std::smatch m;
+    uint64_t sum = 0;
+    const std::regex streamBytes("\"bytes\": ([0-9]+), \"bitsPerPoint\"");
+    for (auto it = std::sregex_iterator(json.output.begin(), json.output.end(), streamBytes);
+         it != std::sregex_iterator(); ++it) {
+        sum += std::stoull((*it)[1].str());
+    }
+    ASSERT_TRUE(std::regex_search(json.output, m, std::regex("\"framingBytes\": ([0-9]+)")));
+    sum += std::stoull(m[1].str());
+    EXPECT_EQ(sum, std::filesystem::file_size(path("a.zul")));
+    EXPECT_NE(json.output.find("\"points\": 23875,"), std::string::npos);
+    EXPECT_NE(json.output.find("\"coordinates\": {"), std::string::npos);
+    EXPECT_NE(json.output.find("\"color\": \"rgb888\""), std::string::npos);
+    EXPECT_NE(json.output.find("\"sensor\": null"), std::string::npos);
+}
+
+struct OptionCase {
+    const char* name;
+    const char* input;
+    const char* options;
+    const char* field;
+    const char* value;
+};
+
+const OptionCase kOptionCases[] = {
+    {"pcd without grid gets a millimetre", "bun0.pcd", "", "step", "0.00100000005"},
+    {"step", "bun0.pcd", "--step 0.0005", "step", "0.000500000024"},
+    {"normals by default", "bun0.pcd", "", "normals", "spherical"},
+    {"no normals", "bun0.pcd", "--no-normals", "normals", "none"},
+    {"chunk of 100", "bun0.pcd", "--chunk 100", "chunks", "4"},
+    {"colour from the input", "colored_cloud.pcd", "", "colour", "rgb888"},
+    {"rgb565", "colored_cloud.pcd", "--color rgb565", "colour", "rgb565"},
+    {"no colour", "colored_cloud.pcd", "--color none", "colour", "none"},
+    {"intensity of 0..1 becomes 0..255", "cturtle.pcd", "", "reflection", "0 .. 254"},
+    {"reflection max", "sample_c.las", "--reflection 1000", "reflection", "0 .. 1000"},
+    {"no reflection", "sample_c.las", "--reflection none", "reflection", "none"},
+    {"nan points dropped", "table_scene_mug_stereo_textured.pcd", "", "points", "209280"},
+    {"nan points kept", "table_scene_mug_stereo_textured.pcd", "--keep-invalid", "points",
+     "307200"},
+    {"sensor header", "bun0.pcd", "--sensor-header --sensor-mount 12 --sensor-type 3", "sensor",
+     "mount 12, type 3; may scale: no, rotate: no, translate: no"},
+    {"translation", "bun0.pcd", "--translate 1 2 3", "version", "2"},
+};
+
+class CompressOption : public ToolTest, public ::testing::WithParamInterface<OptionCase> {};
+
+TEST_P(CompressOption, ShowsInInfo) {
+    const OptionCase& c = GetParam();
+    const ToolRun run = runTool("compress -q " + std::string(c.options) + " " + dataFile(c.input) +
+                                " " + path("a.zul"));
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(infoField(runTool("info " + path("a.zul")).output, c.field), c.value);
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, CompressOption, ::testing::ValuesIn(kOptionCases), NameOfCase());
+
+struct RefusedCase {
+    const char* name;
+    const char* input;
+    const char* options;
+    const char* message;
+};
+
+const RefusedCase kRefusedCases[] = {
+    {"step too large", "bun0.pcd", "--step 20", "the step must lie between 9.9e-10 and 10"},
+    {"step zero", "bun0.pcd", "--step -1", "the step must lie between 9.9e-10 and 10"},
+    {"colour mode unknown", "colored_cloud.pcd", "--color rgb",
+     "--color rgb: use none, rgb565 or rgb888"},
+    {"colour the input lacks", "bun0.pcd", "--color rgb888", "has no colour to keep"},
+    {"normals the input lacks", "sample_c.las", "--normals", "has no normals to keep"},
+    {"intensity the input lacks", "bun0.pcd", "--reflection 255", "has no intensity to keep"},
+    {"reflection not a number", "sample_c.las", "--reflection lots", "--reflection lots: use none"},
+    {"reflection zero", "sample_c.las", "--reflection 0", "--reflection 0: use none"},
+    {"chunk zero", "bun0.pcd", "--chunk 0", "--chunk 0: a chunk holds 1 to 2147483646 points"},
+    {"mirroring rotation", "bun0.pcd", "--rotate -1 0 0 0 1 0 0 0 1",
+     "the sensor header was refused"},
+    {"sensor mount unknown", "bun0.pcd", "--sensor-mount 14", "the sensor header was refused"},
+};
+
+class RefusedOption : public ToolTest, public ::testing::WithParamInterface<RefusedCase> {};
+
+TEST_P(RefusedOption, SaysWhyAndWritesNothing) {
+    const RefusedCase& c = GetParam();
+    const ToolRun run = runTool("compress -q " + std::string(c.options) + " " + dataFile(c.input) +
+                                " " + path("a.zul"));
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_NE(run.output.find(c.message), std::string::npos) << run.output;
+    EXPECT_TRUE(folderContents().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, RefusedOption, ::testing::ValuesIn(kRefusedCases), NameOfCase());
+
+TEST_F(Commands, NotesWhatItChoseAndDropped) {
+    const ToolRun table = runTool("compress " + dataFile("table_scene_mug_stereo_textured.pcd") +
+                                  " " + path("t.zul"));
+    ASSERT_EQ(table.exitCode, 0);
+    EXPECT_NE(table.output.find("using a step of 0.001"), std::string::npos) << table.output;
+    EXPECT_NE(table.output.find("dropped 97920 points with NaN or infinite coordinates"),
+              std::string::npos);
+    EXPECT_NE(table.output.find("209280 points"), std::string::npos);
+    const ToolRun quiet = runTool("compress -q " + dataFile("bun0.pcd") + " " + path("b.zul"));
+    EXPECT_EQ(quiet.exitCode, 0);
+    EXPECT_EQ(quiet.output, "");
+}
+
+TEST_F(Commands, DecompressAppliesTheSensorHeaderUnlessAskedNotTo) {
+    // A quarter turn about z, doubled, then moved: x' = -2y + 10, y' = 2x + 20, z' = 2z + 30.
+    ASSERT_EQ(runTool("compress -q --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 --translate 10 20 30 " +
+                      dataFile("bun0.pcd") + " " + path("a.zul"))
+                  .exitCode,
+              0);
+    ASSERT_EQ(
+        runTool(
+            "compress -q --chunk 1 --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 --translate 10 20 30 " +
+            dataFile("bun0.pcd") + " " + path("one.zul"))
+            .exitCode,
+        0);
+    ASSERT_EQ(runTool("decompress -q " + path("one.zul") + " " + path("placed.ply")).exitCode, 0);
+    ASSERT_EQ(runTool("decompress -q --no-transform " + path("one.zul") + " " + path("stored.ply"))
+                  .exitCode,
+              0);
+    const std::vector<CloudPoint> original = readCloud(dataFile("bun0.pcd"));
+    const std::vector<CloudPoint> placed = readCloud(path("placed.ply"));
+    const std::vector<CloudPoint> stored = readCloud(path("stored.ply"));
+    ASSERT_EQ(placed.size(), original.size());
+    ASSERT_EQ(stored.size(), original.size());
+    for (size_t i = 0; i < original.size(); ++i) {
+        const double* o = original[i].point.position;
+        const double* s = stored[i].point.position;
+        const double* p = placed[i].point.position;
+        for (int a = 0; a < 3; ++a) ASSERT_NEAR(s[a], o[a], 0.0005 + 1e-9);
+        ASSERT_NEAR(p[0], -2 * s[1] + 10, 1e-9);
+        ASSERT_NEAR(p[1], 2 * s[0] + 20, 1e-9);
+        ASSERT_NEAR(p[2], 2 * s[2] + 30, 1e-9);
+    }
+    const std::string info = runTool("info " + path("a.zul")).output;
+    EXPECT_EQ(infoField(info, "version"), "2");
+    EXPECT_EQ(infoField(info, "sensor"),
+              "mount 0, type 0; may scale: yes, rotate: yes, translate: yes");
+    EXPECT_EQ(infoField(info, "matrix"), "[           0           -2            0           10]");
+}
+
+TEST_F(Commands, HelpForTheToolAndEachCommand) {
+    const ToolRun tool = runTool("--help");
+    EXPECT_EQ(tool.exitCode, 0);
+    for (const char* command : {"compress", "decompress", "info", "demo"}) {
+        EXPECT_NE(tool.output.find(command), std::string::npos);
+        const ToolRun help = runTool(std::string(command) + " --help");
+        EXPECT_EQ(help.exitCode, 0) << command;
+        EXPECT_NE(help.output.find("Usage"), std::string::npos) << command;
+    }
+    EXPECT_NE(runTool("compress --help").output.find("--step"), std::string::npos);
+    EXPECT_NE(runTool("").exitCode, 0);
+    EXPECT_NE(runTool("squeeze a b").exitCode, 0);
+}
+
+TEST_F(Commands, DemoChecksEveryPoint) {
+    const ToolRun demo = runTool("demo -q --points 30000 --keep " + path("demo.zul"));
+    EXPECT_EQ(demo.exitCode, 0) << demo.output;
+    EXPECT_NE(demo.output.find("30000 points"), std::string::npos) << demo.output;
+    EXPECT_NE(demo.output.find("every point matches its quantised original"), std::string::npos);
+    EXPECT_EQ(infoField(runTool("info " + path("demo.zul")).output, "points"), "30000");
+    EXPECT_EQ(infoField(runTool("info " + path("demo.zul")).output, "chunks"), "3");
+}
+
+}  // namespace

@@ -1,0 +1,219 @@
+// Every shared cloud through compress and decompress into every format, read back with the
+// tool's readers: positions within half a step (plus what the output format's precision adds),
+// colours exact, reflections as compress scaled and clamped them, normals within the grid.
+#include <algorithm>
+#include <cmath>
+
+#include "support/test_names.h"
+#include "tool_support.h"
+#include "zul/commands.h"
+
+namespace {
+
+using zultool::CompressOptions;
+using zultool::DecompressOptions;
+
+struct RoundTripCase {
+    const char* name;
+    const char* input;
+    const char* extension;
+    const char* encoding;
+    const char* lasVersion;
+};
+
+const char* const kSmallClouds[] = {"1.2-with-color.las", "4_6_crop.las", "sample_c.las",
+                                    "bun0.pcd", "colored_cloud.pcd"};
+const char* const kLargeClouds[] = {"cturtle.pcd", "table_scene_mug_stereo_textured.pcd"};
+
+struct OutputKind {
+    const char* extension;
+    const char* encoding;
+    const char* lasVersion;
+    bool everyCloud;  // also for the large clouds
+};
+
+const OutputKind kOutputs[] = {{"las", "", "1.2", false},
+                               {"las", "", "1.4", true},
+                               {"pcd", "binary", "1.2", false},
+                               {"pcd", "ascii", "1.2", false},
+                               {"pcd", "binary_compressed", "1.2", true},
+                               {"ply", "binary_little_endian", "1.2", true},
+                               {"ply", "binary_big_endian", "1.2", false},
+                               {"ply", "ascii", "1.2", false},
+                               {"xyz", "", "1.2", false},
+                               {"csv", "", "1.2", false},
+                               {"bin", "", "1.2", true}};
+
+std::vector<RoundTripCase> roundTripCases() {
+    static std::vector<std::string> names;
+    std::vector<RoundTripCase> cases;
+    names.reserve(100);
+    auto add = [&](const char* input, const OutputKind& out) {
+        names.push_back(std::string(input) + " to " + out.extension + " " + out.encoding + " " +
+                        (std::string(out.extension) == "las" ? out.lasVersion : ""));
+        cases.push_back({names.back().c_str(), input, out.extension, out.encoding, out.lasVersion});
+    };
+    for (const OutputKind& out : kOutputs) {
+        for (const char* input : kSmallClouds) add(input, out);
+        if (out.everyCloud) {
+            for (const char* input : kLargeClouds) add(input, out);
+        }
+    }
+    return cases;
+}
+
+class FormatRoundTrip : public ToolTest, public ::testing::WithParamInterface<RoundTripCase> {};
+
+double angleDegrees(const float a[3], const float b[3]) {
+    double dot = 0, la = 0, lb = 0;
+    for (int i = 0; i < 3; ++i) {
+        dot += double{a[i]} * b[i];
+        la += double{a[i]} * a[i];
+        lb += double{b[i]} * b[i];
+    }
+    return std::acos(std::clamp(dot / std::sqrt(la * lb), -1.0, 1.0)) * 180.0 / 3.141592653589793;
+}
+
+bool finite(const zul_Point& p) {
+    return std::isfinite(p.position[0]) && std::isfinite(p.position[1]) &&
+           std::isfinite(p.position[2]);
+}
+
+TEST_P(FormatRoundTrip, KeepsEveryPointWithinItsStep) {
+    const RoundTripCase& c = GetParam();
+    zultool::CloudLayout inputLayout;
+    const std::vector<CloudPoint> original = readCloud(dataFile(c.input), &inputLayout);
+
+    // One point a chunk keeps the points in the input's order all the way through.
+    CompressOptions compress;
+    compress.input = dataFile(c.input);
+    compress.output = path("cloud.zul");
+    compress.chunk = 1;
+    compress.quiet = true;
+    ASSERT_EQ(zultool::runCompress(compress), 0);
+
+    zul_in_Context in = nullptr;
+    zul_DataType dataType;
+    ASSERT_EQ(zul_in_open(&in, &dataType, compress.output.c_str()), zul_STATUS_OK);
+    zul_in_close(&in);
+
+    DecompressOptions decompress;
+    decompress.input = compress.output;
+    decompress.output = path(std::string("back.") + c.extension);
+    decompress.encoding = c.encoding;
+    decompress.lasVersion = c.lasVersion;
+    decompress.quiet = true;
+    ASSERT_EQ(zultool::runDecompress(decompress), 0);
+    zultool::CloudLayout outputLayout;
+    const std::vector<CloudPoint> back = readCloud(decompress.output, &outputLayout);
+
+    const std::string extension = c.extension;
+    const bool kitti = extension == "bin", text = extension == "xyz" || extension == "csv" ||
+                                                  std::string(c.encoding) == "ascii";
+    EXPECT_EQ(outputLayout.hasColor, dataType.colorMode != zul_COLOR_NONE && !kitti);
+    EXPECT_EQ(outputLayout.hasNormals,
+              dataType.normalMode != zul_NORMAL_NONE && extension != "las" && !kitti);
+    const double step = dataType.quantizationStep;
+
+    // How compress scales intensities: floating-point ones within 0 .. 1 by 255.
+    double largest = 0;
+    for (const CloudPoint& p : original) {
+        if (std::isfinite(p.intensity)) largest = std::max(largest, p.intensity);
+    }
+    const double scale = inputLayout.floatIntensity && largest <= 1.0 ? 255.0 : 1.0;
+    const double kittiDivisor = dataType.maxReflection <= 255 ? 255.0 : dataType.maxReflection;
+
+    size_t j = 0;
+    for (const CloudPoint& o : original) {
+        if (!finite(o.point)) continue;
+        ASSERT_LT(j, back.size());
+        const CloudPoint& b = back[j++];
+        for (int a = 0; a < 3; ++a) {
+            const double x = o.point.position[a];
+            const double tolerance = 0.5 * step + (text ? 0.1 * step : 0.0) +
+                                     (kitti ? std::fabs(x) * 0x1.0p-23 : 0.0) +
+                                     1e-12 * std::max(1.0, std::fabs(x));
+            ASSERT_NEAR(b.point.position[a], x, tolerance) << "point " << j - 1 << " axis " << a;
+        }
+        if (outputLayout.hasColor && dataType.colorMode == zul_COLOR_RGB888) {
+            for (int k = 0; k < 3; ++k) ASSERT_EQ(b.point.color[k], o.point.color[k]) << j - 1;
+        }
+        if (dataType.reflectionMode != zul_REFLECTION_NONE) {
+            const double rounded = std::round(o.intensity * scale);
+            const double r = !(rounded > 0)
+                                 ? 0.0
+                                 : std::min(rounded, static_cast<double>(dataType.maxReflection));
+            if (kitti) {
+                ASSERT_NEAR(b.intensity, r / kittiDivisor, 1e-6) << j - 1;
+            } else {
+                ASSERT_EQ(b.intensity, r) << j - 1;
+            }
+        }
+        if (outputLayout.hasNormals) {
+            const float* n = o.point.normal;
+            if (std::isfinite(n[0]) && std::isfinite(n[1]) && std::isfinite(n[2]) &&
+                std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]) >= 1e-6) {
+                ASSERT_LT(angleDegrees(b.point.normal, n), 2.0) << j - 1;
+            }
+        }
+    }
+    EXPECT_EQ(j, back.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(SharedClouds, FormatRoundTrip, ::testing::ValuesIn(roundTripCases()),
+                         NameOfCase());
+
+// At the default chunk size the points of a chunk come back sorted: the file read by the
+// library's own reader holds exactly the grid cells of the input's valid points.
+class DefaultChunks : public ToolTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(DefaultChunks, LibraryReaderGetsTheGridCellsOfTheInput) {
+    CompressOptions compress;
+    compress.input = dataFile(GetParam());
+    compress.output = path("cloud.zul");
+    compress.quiet = true;
+    ASSERT_EQ(zultool::runCompress(compress), 0);
+
+    zul_in_Context in = nullptr;
+    zul_DataType dataType;
+    ASSERT_EQ(zul_in_open(&in, &dataType, compress.output.c_str()), zul_STATUS_OK);
+    const double step = dataType.quantizationStep;
+    std::vector<std::array<int64_t, 3>> expected, got;
+    for (const CloudPoint& p : readCloud(compress.input)) {
+        if (!finite(p.point)) continue;
+        std::array<int64_t, 3> cell;
+        for (int a = 0; a < 3; ++a) {
+            cell[a] = static_cast<int64_t>(std::floor((0.5 * step + p.point.position[a]) / step));
+        }
+        expected.push_back(cell);
+    }
+    int64_t counted = 0;
+    ASSERT_EQ(zul_in_getNumPoints(in, &counted), zul_STATUS_OK);
+    zul_Point point;
+    zul_Status status;
+    while ((status = zul_in_readNextPoint(in, &point)) == zul_STATUS_OK) {
+        got.push_back({std::llround(point.position[0] / step),
+                       std::llround(point.position[1] / step),
+                       std::llround(point.position[2] / step)});
+    }
+    zul_in_close(&in);
+    EXPECT_EQ(status, zul_STATUS_END_OF_FILE);
+    EXPECT_EQ(counted, static_cast<int64_t>(expected.size()));
+    std::sort(expected.begin(), expected.end());
+    std::sort(got.begin(), got.end());
+    EXPECT_TRUE(got == expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(SharedClouds, DefaultChunks,
+                         ::testing::Values("1.2-with-color.las", "4_6_crop.las", "sample_c.las",
+                                           "bun0.pcd", "colored_cloud.pcd", "cturtle.pcd",
+                                           "table_scene_mug_stereo_textured.pcd"),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
+                             std::string name;
+                             for (const char* c = info.param; *c; ++c) {
+                                 if (std::isalnum(static_cast<unsigned char>(*c))) name += *c;
+                             }
+                             return name;
+                         });
+
+}  // namespace
