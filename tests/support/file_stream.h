@@ -16,28 +16,11 @@
 
 #include "support/point_cloud.h"
 #include "support/stream_codec.h"
+#include "support/temp_folder.h"
 #include "zul.h"
 
-// A test fixture with a folder of its own, removed afterwards.
-class FileTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = std::string(info->test_suite_name()) + "_" + info->name();
-        for (char& c : name) {
-            if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-        }
-        folder = std::filesystem::temp_directory_path() /
-                 ("zul_" + std::to_string(::getpid()) + "_" + name);
-        std::filesystem::remove_all(folder);
-        std::filesystem::create_directories(folder);
-    }
-    void TearDown() override { std::filesystem::remove_all(folder); }
-
-    std::string path(const std::string& name) const { return (folder / name).string(); }
-
-    std::filesystem::path folder;
-};
+// The file layer's tests each get a folder of their own.
+using FileTest = TempFolderTest;
 
 inline Bytes readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

@@ -7,6 +7,7 @@
 #include "support/test_names.h"
 #include "tool_support.h"
 #include "zul/commands.h"
+#include "zul/point_check.h"
 
 namespace {
 
@@ -63,16 +64,6 @@ std::vector<RoundTripCase> roundTripCases() {
 }
 
 class FormatRoundTrip : public ToolTest, public ::testing::WithParamInterface<RoundTripCase> {};
-
-double angleDegrees(const float a[3], const float b[3]) {
-    double dot = 0, la = 0, lb = 0;
-    for (int i = 0; i < 3; ++i) {
-        dot += double{a[i]} * b[i];
-        la += double{a[i]} * a[i];
-        lb += double{b[i]} * b[i];
-    }
-    return std::acos(std::clamp(dot / std::sqrt(la * lb), -1.0, 1.0)) * 180.0 / 3.141592653589793;
-}
 
 bool finite(const zul_Point& p) {
     return std::isfinite(p.position[0]) && std::isfinite(p.position[1]) &&
@@ -153,7 +144,7 @@ TEST_P(FormatRoundTrip, KeepsEveryPointWithinItsStep) {
             const float* n = o.point.normal;
             if (std::isfinite(n[0]) && std::isfinite(n[1]) && std::isfinite(n[2]) &&
                 std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]) >= 1e-6) {
-                ASSERT_LT(angleDegrees(b.point.normal, n), 2.0) << j - 1;
+                ASSERT_LT(zultool::angleDegrees(b.point.normal, n), 2.0) << j - 1;
             }
         }
     }
@@ -183,7 +174,7 @@ TEST_P(DefaultChunks, LibraryReaderGetsTheGridCellsOfTheInput) {
         if (!finite(p.point)) continue;
         std::array<int64_t, 3> cell;
         for (int a = 0; a < 3; ++a) {
-            cell[a] = static_cast<int64_t>(std::floor((0.5 * step + p.point.position[a]) / step));
+            cell[a] = zultool::gridCell(p.point.position[a], step);
         }
         expected.push_back(cell);
     }

@@ -15,28 +15,14 @@
 #include <vector>
 
 #include "formats/cloud.h"
+#include "support/temp_folder.h"
 
 inline std::string dataFile(const std::string& name) {
     return std::string(ZUL_DATA_DIR) + "/" + name;
 }
 
-class ToolTest : public ::testing::Test {
+class ToolTest : public TempFolderTest {
 protected:
-    void SetUp() override {
-        const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = std::string(info->test_suite_name()) + "_" + info->name();
-        for (char& c : name) {
-            if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-        }
-        folder = std::filesystem::temp_directory_path() /
-                 ("zul_tool_" + std::to_string(::getpid()) + "_" + name);
-        std::filesystem::remove_all(folder);
-        std::filesystem::create_directories(folder);
-    }
-    void TearDown() override { std::filesystem::remove_all(folder); }
-
-    std::string path(const std::string& name) const { return (folder / name).string(); }
-
     // The files the folder holds, by name.
     std::vector<std::string> folderContents() const {
         std::vector<std::string> names;
@@ -46,8 +32,6 @@ protected:
         std::sort(names.begin(), names.end());
         return names;
     }
-
-    std::filesystem::path folder;
 };
 
 struct ToolRun {

@@ -1,5 +1,6 @@
 #include "pcd_header.h"
 
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <sstream>
