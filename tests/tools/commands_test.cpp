@@ -1,6 +1,7 @@
 // The commands as a user runs them: what compress chooses and what its options change, as info
 // reports it; the sensor header's transformation applied or not on decompressing; help; demo.
 #include <cmath>
+#include <cstring>
 #include <regex>
 
 #include "support/test_names.h"
@@ -111,6 +112,26 @@ const RefusedCase kRefusedCases[] = {
      "the sensor header was refused"},
     {"sensor mount unknown", "bun0.pcd", "--sensor-mount 14", "the sensor header was refused"},
 };
+
+TEST_F(Commands, CompressWritesOnlyZulFilesAndSaysWhenTheInputsGridWillNotDo) {
+    ToolRun run = runTool("compress " + dataFile("bun0.pcd") + " " + path("bunny.ply"));
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_NE(run.output.find("bunny.ply: compress writes a zul file; name it .zul"),
+              std::string::npos)
+        << run.output;
+    // A LAS scale of 20 is no step of the format: the message names the input, not --step.
+    std::string las = readText(dataFile("1.2-with-color.las"));
+    const double scale = 20;
+    for (int axis = 0; axis < 3; ++axis) std::memcpy(&las[131 + 8 * axis], &scale, 8);
+    writeText(path("coarse.las"), las);
+    run = runTool("compress " + path("coarse.las") + " " + path("c.zul"));
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_NE(run.output.find("coarse.las: its grid of 20.000000 is not a step the format allows"),
+              std::string::npos)
+        << run.output;
+    EXPECT_EQ(runTool("compress -q --step 5 " + path("coarse.las") + " " + path("c.zul")).exitCode,
+              0);
+}
 
 class RefusedOption : public ToolTest, public ::testing::WithParamInterface<RefusedCase> {};
 

@@ -31,7 +31,8 @@ void note(const CompressOptions& options, const std::string& text) {
 
 float chooseStep(const CompressOptions& options, const CloudLayout& layout) {
     double step = options.step;
-    if (step == 0 && layout.gridStep > 0) step = layout.gridStep;
+    const bool fromInput = step == 0 && layout.gridStep > 0;
+    if (fromInput) step = layout.gridStep;
     if (step == 0) {
         step = kDefaultStep;
         note(options, "no --step given and " + options.input +
@@ -45,6 +46,10 @@ float chooseStep(const CompressOptions& options, const CloudLayout& layout) {
     zul_enc_Context encoder = nullptr;
     const zul_Status status = zul_enc_open(&encoder, &probe);
     zul_enc_close(&encoder);
+    if (status != zul_STATUS_OK && fromInput) {
+        throw FormatError(options.input + ": its grid of " + std::to_string(step) +
+                          " is not a step the format allows (9.9e-10 to 10); give --step");
+    }
     if (status != zul_STATUS_OK) {
         throw FormatError("--step " + std::to_string(step) +
                           ": the step must lie between 9.9e-10 and 10");
@@ -151,6 +156,9 @@ zul_Header2 chooseHeader(const CompressOptions& options) {
 
 int runCompress(const CompressOptions& options) {
     const auto start = std::chrono::steady_clock::now();
+    if (formatOfPath(options.output) != Format::Zul) {
+        throw FormatError(options.output + ": compress writes a zul file; name it .zul");
+    }
     const Format format = formatOfPath(options.input);
     std::unique_ptr<CloudReader> reader = openCloudReader(options.input, format);
     const CloudLayout& layout = reader->layout();
