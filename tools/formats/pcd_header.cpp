@@ -66,14 +66,19 @@ PcdHeader readPcdHeader(ByteInput& in) {
             header.points = number(in, key, values[0]);
             havePoints = true;
         } else if (key == "DATA" && values.size() == 1) {
-            header.data = values[0];
+            if (values[0] == "ascii") {
+                header.data = PcdData::Ascii;
+            } else if (values[0] == "binary") {
+                header.data = PcdData::Binary;
+            } else if (values[0] == "binary_compressed") {
+                header.data = PcdData::BinaryCompressed;
+            } else {
+                in.fail("PCD data \"" + values[0] + "\" is not supported");
+            }
             break;
         } else {
             in.fail("the PCD header has a line it cannot read: \"" + line.substr(0, 60) + "\"");
         }
-    }
-    if (header.data != "ascii" && header.data != "binary" && header.data != "binary_compressed") {
-        in.fail("PCD data \"" + header.data + "\" is not supported");
     }
     const size_t n = header.fields.size();
     if (n == 0 || sizes.size() != n || types.size() != n ||

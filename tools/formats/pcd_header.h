@@ -19,10 +19,12 @@ struct PcdField {
     size_t column = 0;  // index of its first value in an ascii line
 };
 
+enum class PcdData { Ascii, Binary, BinaryCompressed };
+
 struct PcdHeader {
     std::vector<PcdField> fields;
     uint64_t points = 0;
-    std::string data;  // "ascii", "binary" or "binary_compressed"
+    PcdData data = PcdData::Ascii;
     size_t recordSize = 0;
     size_t valuesPerPoint = 0;
 

@@ -33,37 +33,37 @@ public:
         y_ = header_.find("y");
         z_ = header_.find("z");
         rgb_ = header_.find("rgb") != nullptr ? header_.find("rgb") : header_.find("rgba");
-        intensity_field_ = header_.find("intensity");
+        intensityField_ = header_.find("intensity");
         normal_[0] = header_.find("normal_x");
         normal_[1] = header_.find("normal_y");
         normal_[2] = header_.find("normal_z");
         if (rgb_ != nullptr && rgb_->size != 4) in_.fail("the PCD field rgb is not 4 bytes");
         layout_.hasColor = rgb_ != nullptr;
-        layout_.hasIntensity = intensity_field_ != nullptr;
-        if (intensity_field_ != nullptr) {
-            layout_.floatIntensity = intensity_field_->type == 'F';
-            layout_.intensityTypeMax = integerTypeMax(*intensity_field_);
+        layout_.hasIntensity = intensityField_ != nullptr;
+        if (intensityField_ != nullptr) {
+            layout_.floatIntensity = intensityField_->type == 'F';
+            layout_.intensityTypeMax = integerTypeMax(*intensityField_);
         }
         layout_.hasNormals =
             normal_[0] != nullptr && normal_[1] != nullptr && normal_[2] != nullptr;
         layout_.pointCount = static_cast<int64_t>(header_.points);
         const uint64_t left = in_.size() - in_.position();
-        if (header_.data == "binary") {
+        if (header_.data == PcdData::Binary) {
             if (header_.points > left / header_.recordSize) {
                 in_.fail("the file ends before the " + std::to_string(header_.points) +
                          " points its header announces (truncated)");
             }
             record_.resize(header_.recordSize);
-        } else if (header_.data == "binary_compressed") {
+        } else if (header_.data == PcdData::BinaryCompressed) {
             readCompressedBlock(left);
         }
     }
 
     bool read(zul_Point& point) override {
         if (next_ == header_.points) return false;
-        if (header_.data == "ascii") {
+        if (header_.data == PcdData::Ascii) {
             readLine();
-        } else if (header_.data == "binary") {
+        } else if (header_.data == PcdData::Binary) {
             in_.read(record_.data(), record_.size(), "a point record");
         }
         point.position[0] = value(*x_, 0);
@@ -75,7 +75,7 @@ public:
             point.color[1] = static_cast<uint8_t>(rgb >> 8);
             point.color[2] = static_cast<uint8_t>(rgb);
         }
-        if (intensity_field_ != nullptr) intensity_ = value(*intensity_field_, 0);
+        if (intensityField_ != nullptr) intensity_ = value(*intensityField_, 0);
         if (layout_.hasNormals) {
             for (int c = 0; c < 3; ++c) point.normal[c] = static_cast<float>(value(*normal_[c], 0));
         }
@@ -127,18 +127,19 @@ private:
     }
 
     const unsigned char* binaryValue(const PcdField& field, int index) const {
-        if (header_.data == "binary") return record_.data() + field.offset + field.size * index;
+        if (header_.data == PcdData::Binary)
+            return record_.data() + field.offset + field.size * index;
         const size_t width = static_cast<size_t>(field.size) * field.count;
         return block_.data() + field.offset * header_.points + next_ * width + field.size * index;
     }
 
     double value(const PcdField& field, int index) const {
-        if (header_.data == "ascii") return asciiNumber(field.column + index);
+        if (header_.data == PcdData::Ascii) return asciiNumber(field.column + index);
         return pcdValue(field, binaryValue(field, index));
     }
 
     uint32_t packedColor() const {
-        if (header_.data != "ascii") return loadLittle<uint32_t>(binaryValue(*rgb_, 0));
+        if (header_.data != PcdData::Ascii) return loadLittle<uint32_t>(binaryValue(*rgb_, 0));
         const double v = asciiNumber(rgb_->column);
         if (rgb_->type == 'F') {
             const float f = static_cast<float>(v);
@@ -152,7 +153,7 @@ private:
     ByteInput in_;
     PcdHeader header_;
     const PcdField *x_ = nullptr, *y_ = nullptr, *z_ = nullptr, *rgb_ = nullptr;
-    const PcdField* intensity_field_ = nullptr;
+    const PcdField* intensityField_ = nullptr;
     const PcdField* normal_[3] = {};
     uint64_t next_ = 0;
     std::vector<unsigned char> record_;
