@@ -49,7 +49,7 @@ int runDecompress(const DecompressOptions& options) {
         write.encoding = "csv";
     }
     write.lasVersion = options.lasVersion;
-    if (write.normals && format == Format::Las) {
+    if (write.normals && format == Format::Las && !options.quiet) {
         std::cerr << "zul: LAS has no place for normals; they are left out of " << options.output
                   << "\n";
     }
