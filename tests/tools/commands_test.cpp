@@ -58,6 +58,9 @@ struct OptionCase {
     const char* value;
 };
 
+// A failing case is shown by its name.
+void PrintTo(const OptionCase& c, std::ostream* out) { *out << c.name; }
+
 const OptionCase kOptionCases[] = {
     {"pcd without grid gets a millimetre", "bun0.pcd", "", "step", "0.00100000005"},
     {"step", "bun0.pcd", "--step 0.0005", "step", "0.000500000024"},
@@ -96,6 +99,9 @@ struct RefusedCase {
     const char* options;
     const char* message;
 };
+
+// A failing case is shown by its name.
+void PrintTo(const RefusedCase& c, std::ostream* out) { *out << c.name; }
 
 const RefusedCase kRefusedCases[] = {
     {"step too large", "bun0.pcd", "--step 20", "the step must lie between 9.9e-10 and 10"},
@@ -154,6 +160,19 @@ TEST_F(Commands, NotesWhatItChoseAndDropped) {
     EXPECT_NE(table.output.find("dropped 97920 points with NaN or infinite coordinates"),
               std::string::npos);
     EXPECT_NE(table.output.find("209280 points"), std::string::npos);
+    // The format cannot store a normal of length zero: such a point is kept, pointing up.
+    writeText(path("flat.xyz"), "x y z nx ny nz\n1 2 3 0 0 0\n4 5 6 1 0 0\n");
+    const ToolRun flat = runTool("compress " + path("flat.xyz") + " " + path("flat.zul"));
+    ASSERT_EQ(flat.exitCode, 0) << flat.output;
+    EXPECT_NE(flat.output.find("1 point had a normal of length zero; stored as (0, 0, 1)"),
+              std::string::npos)
+        << flat.output;
+    ASSERT_EQ(runTool("decompress -q " + path("flat.zul") + " " + path("flat.ply")).exitCode, 0);
+    const std::vector<CloudPoint> back = readCloud(path("flat.ply"));
+    ASSERT_EQ(back.size(), 2u);
+    const CloudPoint& first = back[0].point.position[0] < 2 ? back[0] : back[1];
+    EXPECT_NEAR(first.point.normal[2], 1.0f, 1e-3f);
+
     const ToolRun quiet = runTool("compress -q " + dataFile("bun0.pcd") + " " + path("b.zul"));
     EXPECT_EQ(quiet.exitCode, 0);
     EXPECT_EQ(quiet.output, "");

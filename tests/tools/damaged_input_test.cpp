@@ -34,6 +34,9 @@ struct DamagedCase {
     const char* message;
 };
 
+// A failing case is shown by its name.
+void PrintTo(const DamagedCase& c, std::ostream* out) { *out << c.name; }
+
 std::string flipped(std::string bytes, size_t at) {
     bytes[at] = static_cast<char>(bytes[at] ^ 0x5A);
     return bytes;

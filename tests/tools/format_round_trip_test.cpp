@@ -22,6 +22,9 @@ struct RoundTripCase {
     const char* lasVersion;
 };
 
+// A failing case is shown by its name.
+void PrintTo(const RoundTripCase& c, std::ostream* out) { *out << c.name; }
+
 const char* const kSmallClouds[] = {"1.2-with-color.las", "4_6_crop.las", "sample_c.las",
                                     "bun0.pcd", "colored_cloud.pcd"};
 const char* const kLargeClouds[] = {"cturtle.pcd", "table_scene_mug_stereo_textured.pcd"};

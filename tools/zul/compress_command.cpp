@@ -233,7 +233,8 @@ int runCompress(const CompressOptions& options) {
     }
     if (normalsReplaced > 0) {
         note(options, std::to_string(normalsReplaced) +
-                          " points had a normal of length zero; stored as (0, 0, 1)");
+                          (normalsReplaced == 1 ? " point had" : " points had") +
+                          " a normal of length zero; stored as (0, 0, 1)");
     }
     if (!options.quiet) {
         const double seconds =
