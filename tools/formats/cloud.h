@@ -19,7 +19,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-enum class Format { Las, Pcd, Ply, Xyz, Kitti, Zul };
+enum class Format { Las, Pcd, Ply, Xyz, Csv, Kitti, Zul };
 
 // The format a file name stands for, by its extension (case ignored); throws FormatError for an
 // extension the tool does not know.

@@ -37,9 +37,8 @@ Format formatOfPath(const std::string& path) {
     if (extension == "las") return Format::Las;
     if (extension == "pcd") return Format::Pcd;
     if (extension == "ply") return Format::Ply;
-    if (extension == "xyz" || extension == "txt" || extension == "csv" || extension == "pts") {
-        return Format::Xyz;
-    }
+    if (extension == "xyz" || extension == "txt" || extension == "pts") return Format::Xyz;
+    if (extension == "csv") return Format::Csv;
     if (extension == "bin") return Format::Kitti;
     if (extension == "zul") return Format::Zul;
     if (extension == "laz") throw FormatError(path + ": compressed LAS (.laz) is not supported");
@@ -58,6 +57,8 @@ const char* formatName(Format format) {
             return "PLY";
         case Format::Xyz:
             return "XYZ text";
+        case Format::Csv:
+            return "CSV text";
         case Format::Kitti:
             return "KITTI binary";
         case Format::Zul:
@@ -75,6 +76,7 @@ std::unique_ptr<CloudReader> openCloudReader(const std::string& path, Format for
         case Format::Ply:
             return openPlyReader(path);
         case Format::Xyz:
+        case Format::Csv:
             return openTextReader(path);
         case Format::Kitti:
             return openKittiReader(path);
@@ -94,7 +96,9 @@ std::unique_ptr<CloudWriter> openCloudWriter(const std::string& path, Format for
         case Format::Ply:
             return openPlyWriter(path, options);
         case Format::Xyz:
-            return openTextWriter(path, options, options.encoding == "csv" ? ',' : ' ');
+            return openTextWriter(path, options, ' ');
+        case Format::Csv:
+            return openTextWriter(path, options, ',');
         case Format::Kitti:
             return openKittiWriter(path, options);
         case Format::Zul:

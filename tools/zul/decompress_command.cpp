@@ -44,10 +44,6 @@ int runDecompress(const DecompressOptions& options) {
     write.gridStep = dataType.quantizationStep;
     write.pointCount = count;
     write.encoding = options.encoding;
-    if (format == Format::Xyz && write.encoding.empty() && options.output.size() >= 4 &&
-        options.output.compare(options.output.size() - 4, 4, ".csv") == 0) {
-        write.encoding = "csv";
-    }
     write.lasVersion = options.lasVersion;
     if (write.normals && format == Format::Las && !options.quiet) {
         std::cerr << "zul: LAS has no place for normals; they are left out of " << options.output
