@@ -1,0 +1,182 @@
+#include "memory_stream.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "fuzz_check.h"
+
+namespace zulfuzz {
+namespace {
+
+const size_t kSignatureSize = 8;
+const size_t kMarkerSize = 16;
+
+// Owns a decoder for the length of one decoding, whatever path it leaves by.
+struct DecoderHandle {
+    zul_dec_Context context = nullptr;
+    ~DecoderHandle() { zul_dec_close(&context); }
+};
+
+// Copies the points out, reading every element of every array the data type has, and checks
+// what holds for any decoded chunk.
+void collectPoints(const zul_PointData& chunk, const zul_DataType& type, bool transformed,
+                   std::vector<zul_Point>& points) {
+    FUZZ_CHECK(chunk.positions != nullptr);
+    FUZZ_CHECK((chunk.colors != nullptr) == (type.colorMode != zul_COLOR_NONE));
+    FUZZ_CHECK((chunk.reflections != nullptr) == (type.reflectionMode != zul_REFLECTION_NONE));
+    FUZZ_CHECK((chunk.normals != nullptr) == (type.normalMode != zul_NORMAL_NONE));
+    for (int32_t i = 0; i < chunk.numPoints; ++i) {
+        zul_Point point{};
+        std::memcpy(point.position, chunk.positions + 3 * i, sizeof point.position);
+        if (chunk.colors) std::memcpy(point.color, chunk.colors + 3 * i, sizeof point.color);
+        if (chunk.reflections) point.reflection = chunk.reflections[i];
+        if (chunk.normals) std::memcpy(point.normal, chunk.normals + 3 * i, sizeof point.normal);
+        if (!transformed) {
+            // A grid index times a step of at most 10 is always finite, and a normal comes from
+            // the centre of a cell of the unit sphere.
+            for (double v : point.position) FUZZ_CHECK(std::isfinite(v));
+            if (chunk.normals) {
+                const double x = point.normal[0], y = point.normal[1], z = point.normal[2];
+                FUZZ_CHECK(std::fabs(std::sqrt(x * x + y * y + z * z) - 1.0) < 1e-5);
+            }
+        }
+        if (type.colorMode == zul_COLOR_RGB565) {
+            // Five and six bits come back in the middle of the range they stand for.
+            FUZZ_CHECK((point.color[0] & 7) == 4 && (point.color[1] & 3) == 2 &&
+                       (point.color[2] & 7) == 4);
+        }
+        points.push_back(point);
+    }
+}
+
+// Decodes the chunks from `offset` on, until the bytes end or a chunk is refused.
+zul_Status decodeChunks(zul_dec_Context decoder, const uint8_t* data, size_t size, size_t offset,
+                        int chunkHeaderSize, const char* syncMarker, bool transformed,
+                        DecodedStream& out) {
+    zul_PointData last{};  // the arrays of the last decoded body, which stay valid
+    for (;;) {
+        if (offset == size) return zul_STATUS_END_OF_FILE;
+        if (size - offset < kMarkerSize) return zul_STATUS_TRUNCATED;
+        if (std::memcmp(data + offset, syncMarker, kMarkerSize) != 0) {
+            return zul_STATUS_CORRUPT_DATA;
+        }
+        offset += kMarkerSize;
+        if (size - offset < static_cast<size_t>(chunkHeaderSize)) return zul_STATUS_TRUNCATED;
+        const char* chunkHeader = reinterpret_cast<const char*>(data + offset);
+        offset += static_cast<size_t>(chunkHeaderSize);
+
+        int bodySize = -1;
+        FUZZ_CHECK(zul_dec_decodeChunkHeader(decoder, nullptr, chunkHeader) ==
+                   zul_STATUS_INVALID_ARGUMENT);
+        const zul_Status headerStatus = zul_dec_decodeChunkHeader(decoder, &bodySize, chunkHeader);
+        int numPoints = -1;
+        zul_PointData chunk{};
+        if (headerStatus != zul_STATUS_OK) {
+            FUZZ_CHECK(headerStatus == zul_STATUS_CORRUPT_DATA);
+            // Until a header succeeds, there is neither a count nor a body to decode.
+            FUZZ_CHECK(zul_dec_getNumPointsInChunk(decoder, &numPoints) ==
+                       zul_STATUS_INVALID_STATE);
+            FUZZ_CHECK(zul_dec_decodeChunkBody(decoder, &chunk, chunkHeader) ==
+                       zul_STATUS_INVALID_STATE);
+            return headerStatus;
+        }
+        FUZZ_CHECK(bodySize >= 0);
+        FUZZ_CHECK(zul_dec_getNumPointsInChunk(decoder, &numPoints) == zul_STATUS_OK);
+        FUZZ_CHECK(numPoints >= 1);
+        out.pointsDeclared += numPoints;
+        if (size - offset < static_cast<size_t>(bodySize)) {
+            out.endedInBody = true;
+            return zul_STATUS_TRUNCATED;
+        }
+        const char* body = reinterpret_cast<const char*>(data + offset);
+        offset += static_cast<size_t>(bodySize);
+        if (numPoints > kMaxPointsDecoded) {
+            // Skipped as a caller over its budget would: the next header simply follows.
+            out.skippedChunk = true;
+            continue;
+        }
+
+        FUZZ_CHECK(zul_dec_decodeChunkBody(decoder, nullptr, body) == zul_STATUS_INVALID_ARGUMENT);
+        const zul_Status bodyStatus = zul_dec_decodeChunkBody(decoder, &chunk, body);
+        // One attempt a body, whatever its outcome; the count stays that of the header.
+        FUZZ_CHECK(zul_dec_decodeChunkBody(decoder, &chunk, body) == zul_STATUS_INVALID_STATE);
+        int countAfter = -1;
+        FUZZ_CHECK(zul_dec_getNumPointsInChunk(decoder, &countAfter) == zul_STATUS_OK);
+        FUZZ_CHECK(countAfter == numPoints);
+        if (bodyStatus != zul_STATUS_OK) {
+            out.endedInBody = true;
+            FUZZ_CHECK(bodyStatus == zul_STATUS_CORRUPT_DATA);
+            // The points of the body before are still readable.
+            std::vector<zul_Point> earlier;
+            collectPoints(last, out.dataType, transformed, earlier);
+            return bodyStatus;
+        }
+        FUZZ_CHECK(chunk.numPoints == numPoints);
+        collectPoints(chunk, out.dataType, transformed, out.points);
+        last = chunk;
+    }
+}
+
+}  // namespace
+
+DecodedStream decodeInMemory(const uint8_t* data, size_t size, int applyTransformation) {
+    DecodedStream out;
+    zul_dec_Params params{};
+    params.applyTransformation = applyTransformation;
+    int fileHeaderSize = 0;
+    FUZZ_CHECK(zul_dec_open2(nullptr, &fileHeaderSize, "", &params) == zul_STATUS_INVALID_ARGUMENT);
+    if (size < kSignatureSize) {
+        out.openStatus = zul_STATUS_TRUNCATED;
+        return out;
+    }
+    DecoderHandle decoder;
+    out.openStatus =
+        zul_dec_open2(&decoder.context, &fileHeaderSize, reinterpret_cast<const char*>(data), &params);
+    // A failed open leaves a context behind too, for the caller to close.
+    FUZZ_CHECK(decoder.context != nullptr);
+    if (out.openStatus != zul_STATUS_OK) {
+        FUZZ_CHECK(out.openStatus == zul_STATUS_BAD_SIGNATURE ||
+                   out.openStatus == zul_STATUS_BAD_VERSION);
+        return out;
+    }
+    FUZZ_CHECK(fileHeaderSize == 28 || fileHeaderSize == 164);
+    FUZZ_CHECK(data[3] == (fileHeaderSize == 28 ? 1 : 2));
+
+    int numPoints = 0, bodySize = 0, chunkHeaderSize = 0;
+    zul_PointData chunk{};
+    const char* syncMarker = nullptr;
+    const char* bytes = reinterpret_cast<const char*>(data);
+    // Nothing but the file header may come now.
+    FUZZ_CHECK(zul_dec_getNumPointsInChunk(decoder.context, &numPoints) == zul_STATUS_INVALID_STATE);
+    FUZZ_CHECK(zul_dec_decodeChunkHeader(decoder.context, &bodySize, bytes) ==
+               zul_STATUS_INVALID_STATE);
+    FUZZ_CHECK(zul_dec_decodeChunkBody(decoder.context, &chunk, bytes) == zul_STATUS_INVALID_STATE);
+    if (size - kSignatureSize < static_cast<size_t>(fileHeaderSize)) {
+        out.openStatus = zul_STATUS_TRUNCATED;
+        return out;
+    }
+    const char* fileHeader = bytes + kSignatureSize;
+    out.openStatus = zul_dec_decodeFileHeader2(decoder.context, &out.dataType, &out.header2,
+                                               &chunkHeaderSize, &syncMarker, fileHeader);
+    if (out.openStatus != zul_STATUS_OK) {
+        FUZZ_CHECK(out.openStatus == zul_STATUS_CORRUPT_DATA);
+        // A refused file header may be offered again, and is refused again.
+        FUZZ_CHECK(zul_dec_decodeFileHeader2(decoder.context, &out.dataType, nullptr,
+                                             &chunkHeaderSize, &syncMarker,
+                                             fileHeader) == zul_STATUS_CORRUPT_DATA);
+        return out;
+    }
+    FUZZ_CHECK(zul_dec_decodeFileHeader(decoder.context, &out.dataType, &chunkHeaderSize,
+                                        &syncMarker, fileHeader) == zul_STATUS_INVALID_STATE);
+    FUZZ_CHECK(syncMarker != nullptr);
+    FUZZ_CHECK(chunkHeaderSize >= 56 && chunkHeaderSize <= 72 && chunkHeaderSize % 4 == 0);
+    FUZZ_CHECK(out.header2.enabled == (fileHeaderSize == 164));
+    FUZZ_CHECK(zul_dec_getNumPointsInChunk(decoder.context, &numPoints) == zul_STATUS_INVALID_STATE);
+
+    const bool transformed = applyTransformation == 1 && out.header2.enabled;
+    out.endStatus = decodeChunks(decoder.context, data, size, kSignatureSize + fileHeaderSize,
+                                 chunkHeaderSize, syncMarker, transformed, out);
+    return out;
+}
+
+}  // namespace zulfuzz
