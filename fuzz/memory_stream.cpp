@@ -106,9 +106,9 @@ zul_Status decodeChunks(zul_dec_Context decoder, const uint8_t* data, size_t siz
         if (bodyStatus != zul_STATUS_OK) {
             out.endedInBody = true;
             FUZZ_CHECK(bodyStatus == zul_STATUS_CORRUPT_DATA);
-            // The points of the body before are still readable.
+            // The points of the body before, if any, are still readable.
             std::vector<zul_Point> earlier;
-            collectPoints(last, out.dataType, transformed, earlier);
+            if (last.numPoints > 0) collectPoints(last, out.dataType, transformed, earlier);
             return bodyStatus;
         }
         FUZZ_CHECK(chunk.numPoints == numPoints);

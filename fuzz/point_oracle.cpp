@@ -50,6 +50,20 @@ int64_t gridIndex(double value, float step) {
     return static_cast<int64_t>(index);
 }
 
+bool spanIsUnrepresentable(const zul_Point* points, size_t count, float step) {
+    for (int a = 0; a < 3; ++a) {
+        int64_t low = INT64_MAX, high = INT64_MIN;
+        for (size_t i = 0; i < count; ++i) {
+            const int64_t q = gridIndex(points[i].position[a], step);
+            low = std::min(low, q);
+            high = std::max(high, q);
+        }
+        if (count > 0 && static_cast<uint64_t>(high) - static_cast<uint64_t>(low) >= (uint64_t{1} << 63))
+            return true;
+    }
+    return false;
+}
+
 bool isTooShort(const float* normal) {
     const double x = normal[0], y = normal[1], z = normal[2];
     return 1e-6 > std::sqrt((x * x + y * y) + z * z);

@@ -3,6 +3,7 @@
 // compare the library's results with these bit for bit.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "zul.h"
@@ -12,6 +13,11 @@ namespace zulfuzz {
 // The grid index of a coordinate: rounded to the nearest multiple of the step, exact halves
 // upwards; what does not fit in 64 bits (NaN included) is INT64_MIN.
 int64_t gridIndex(double value, float step);
+
+// True if, on some axis, the grid indices of the points span 2^63 or more. The stored slots are
+// signed 64-bit numbers, so such a chunk is not representable: the encoder writes it without
+// noticing, and what it decodes to is not defined. Reading it must still be safe.
+bool spanIsUnrepresentable(const zul_Point* points, size_t count, float step);
 
 // True if the writer refuses a chunk that holds this normal: it is shorter than 1e-6.
 bool isTooShort(const float* normal);
