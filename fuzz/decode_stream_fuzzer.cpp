@@ -29,7 +29,8 @@ void checkBothWays(const uint8_t* data, size_t size) {
     if (stored.openStatus != zul_STATUS_OK) return;
     const Transforms transforms = transformsOf(moved.header2, moved.dataType, 1);
     for (size_t i = 0; i < stored.points.size(); ++i) {
-        checkSameBits(moved.points[i], transformedPoint(stored.points[i], moved.header2, transforms));
+        checkSameBits(moved.points[i],
+                      transformedPoint(stored.points[i], moved.header2, transforms));
     }
 }
 

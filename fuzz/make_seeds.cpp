@@ -47,7 +47,8 @@ std::vector<Combination> allCombinations() {
     for (bool sensor : {false, true})
         for (zul_ColorMode color : {zul_COLOR_NONE, zul_COLOR_RGB565, zul_COLOR_RGB888})
             for (bool reflection : {false, true})
-                for (bool normals : {false, true}) all.push_back({color, reflection, normals, sensor});
+                for (bool normals : {false, true})
+                    all.push_back({color, reflection, normals, sensor});
     return all;
 }
 
@@ -89,14 +90,16 @@ std::vector<zul_Point> surfacePoints(Random& random, int count) {
         p.color[2] = static_cast<uint8_t>(random.next());
         p.reflection = static_cast<int32_t>(random.next() % 1200) - 50;
         const double nx = random.uniform() - 0.5, ny = random.uniform() - 0.5;
-        p.normal[0] = static_cast<float>(nx), p.normal[1] = static_cast<float>(ny), p.normal[2] = 1.0f;
+        p.normal[0] = static_cast<float>(nx), p.normal[1] = static_cast<float>(ny),
+        p.normal[2] = 1.0f;
     }
     return points;
 }
 
 void save(const fs::path& path, const std::vector<uint8_t>& bytes) {
     std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
     if (!out) throw std::runtime_error("cannot write " + path.string());
 }
 
@@ -141,7 +144,8 @@ void writeStreams(const fs::path& folder) {
     for (const Combination& c : allCombinations()) {
         const zul_Header2 header = sensorHeader(c.sensor);
         const zul_DataType type = dataTypeOf(c);
-        save(folder / (c.name() + ".zul"), encodeStream(type, &header, surfacePoints(random, 40), 16));
+        save(folder / (c.name() + ".zul"),
+             encodeStream(type, &header, surfacePoints(random, 40), 16));
     }
     Combination all{zul_COLOR_RGB888, true, true, true};
     const zul_DataType type = dataTypeOf(all);
@@ -165,7 +169,8 @@ std::vector<uint8_t> roundTripInput(const Combination& c, Random& random, int va
     out.put(static_cast<uint16_t>(variant == 0 ? 15 : 6));  // chunks of 16 or 7 points
     if (c.sensor) {
         out.put(int32_t{11}).put(int32_t{3});
-        out.put(static_cast<uint8_t>(zulfuzz::kScaling | zulfuzz::kRotation | zulfuzz::kTranslation));
+        out.put(
+            static_cast<uint8_t>(zulfuzz::kScaling | zulfuzz::kRotation | zulfuzz::kTranslation));
         out.put(1.5).put(0.7).put(10.0).put(-20.0).put(0.5);  // scale, angle, translation
     }
     const double specials[] = {std::numeric_limits<double>::quiet_NaN(),

@@ -130,8 +130,11 @@ DecodedStream decodeInMemory(const uint8_t* data, size_t size, int applyTransfor
         return out;
     }
     DecoderHandle decoder;
-    out.openStatus =
-        zul_dec_open2(&decoder.context, &fileHeaderSize, reinterpret_cast<const char*>(data), &params);
+    const char* signature = reinterpret_cast<const char*>(data);
+    // Without parameters the decoder transforms: zul_dec_open is that case.
+    out.openStatus = applyTransformation == 1
+                         ? zul_dec_open(&decoder.context, &fileHeaderSize, signature)
+                         : zul_dec_open2(&decoder.context, &fileHeaderSize, signature, &params);
     // A failed open leaves a context behind too, for the caller to close.
     FUZZ_CHECK(decoder.context != nullptr);
     if (out.openStatus != zul_STATUS_OK) {
@@ -147,7 +150,8 @@ DecodedStream decodeInMemory(const uint8_t* data, size_t size, int applyTransfor
     const char* syncMarker = nullptr;
     const char* bytes = reinterpret_cast<const char*>(data);
     // Nothing but the file header may come now.
-    FUZZ_CHECK(zul_dec_getNumPointsInChunk(decoder.context, &numPoints) == zul_STATUS_INVALID_STATE);
+    FUZZ_CHECK(zul_dec_getNumPointsInChunk(decoder.context, &numPoints) ==
+               zul_STATUS_INVALID_STATE);
     FUZZ_CHECK(zul_dec_decodeChunkHeader(decoder.context, &bodySize, bytes) ==
                zul_STATUS_INVALID_STATE);
     FUZZ_CHECK(zul_dec_decodeChunkBody(decoder.context, &chunk, bytes) == zul_STATUS_INVALID_STATE);
@@ -161,9 +165,8 @@ DecodedStream decodeInMemory(const uint8_t* data, size_t size, int applyTransfor
     if (out.openStatus != zul_STATUS_OK) {
         FUZZ_CHECK(out.openStatus == zul_STATUS_CORRUPT_DATA);
         // A refused file header may be offered again, and is refused again.
-        FUZZ_CHECK(zul_dec_decodeFileHeader2(decoder.context, &out.dataType, nullptr,
-                                             &chunkHeaderSize, &syncMarker,
-                                             fileHeader) == zul_STATUS_CORRUPT_DATA);
+        FUZZ_CHECK(zul_dec_decodeFileHeader(decoder.context, &out.dataType, &chunkHeaderSize,
+                                            &syncMarker, fileHeader) == zul_STATUS_CORRUPT_DATA);
         return out;
     }
     FUZZ_CHECK(zul_dec_decodeFileHeader(decoder.context, &out.dataType, &chunkHeaderSize,
@@ -171,7 +174,8 @@ DecodedStream decodeInMemory(const uint8_t* data, size_t size, int applyTransfor
     FUZZ_CHECK(syncMarker != nullptr);
     FUZZ_CHECK(chunkHeaderSize >= 56 && chunkHeaderSize <= 72 && chunkHeaderSize % 4 == 0);
     FUZZ_CHECK(out.header2.enabled == (fileHeaderSize == 164));
-    FUZZ_CHECK(zul_dec_getNumPointsInChunk(decoder.context, &numPoints) == zul_STATUS_INVALID_STATE);
+    FUZZ_CHECK(zul_dec_getNumPointsInChunk(decoder.context, &numPoints) ==
+               zul_STATUS_INVALID_STATE);
 
     const bool transformed = applyTransformation == 1 && out.header2.enabled;
     out.endStatus = decodeChunks(decoder.context, data, size, kSignatureSize + fileHeaderSize,

@@ -10,7 +10,8 @@ const double kPi = 3.141592653589793;
 const double kTwoPi = 6.283185307179586;
 
 int cellsInRow(double u) {
-    return static_cast<int>(std::ceil(std::sin(u * 2.9845130209103035 + 0.0785398163397449) * 256.0));
+    return static_cast<int>(
+        std::ceil(std::sin(u * 2.9845130209103035 + 0.0785398163397449) * 256.0));
 }
 
 // floor of `value` as an index below `count`; NaN and negatives give 0.
@@ -58,7 +59,8 @@ bool spanIsUnrepresentable(const zul_Point* points, size_t count, float step) {
             low = std::min(low, q);
             high = std::max(high, q);
         }
-        if (count > 0 && static_cast<uint64_t>(high) - static_cast<uint64_t>(low) >= (uint64_t{1} << 63))
+        if (count > 0 &&
+            static_cast<uint64_t>(high) - static_cast<uint64_t>(low) >= (uint64_t{1} << 63))
             return true;
     }
     return false;
@@ -73,7 +75,8 @@ zul_Point storedPoint(const zul_Point& written, const zul_DataType& type) {
     zul_Point stored{};
     const double step = type.quantizationStep;
     for (int a = 0; a < 3; ++a) {
-        stored.position[a] = static_cast<double>(gridIndex(written.position[a], type.quantizationStep)) * step;
+        stored.position[a] =
+            static_cast<double>(gridIndex(written.position[a], type.quantizationStep)) * step;
     }
     if (type.colorMode == zul_COLOR_RGB888) {
         std::copy(written.color, written.color + 3, stored.color);
@@ -107,7 +110,8 @@ zul_Point transformedPoint(const zul_Point& stored, const zul_Header2& header, T
     const double* m = header.transformation;
     if (t.positions) {
         const double x = stored.position[0], y = stored.position[1], z = stored.position[2];
-        for (int r = 0; r < 3; ++r) out.position[r] = ((x * m[r] + y * m[4 + r]) + z * m[8 + r]) + m[12 + r];
+        for (int r = 0; r < 3; ++r)
+            out.position[r] = ((x * m[r] + y * m[4 + r]) + z * m[8 + r]) + m[12 + r];
     }
     if (t.normals) {
         // The rotation alone: the linear part divided by its scale, the mean column length.

@@ -3,6 +3,7 @@
 // points and the final status that the in-memory decoder gives for the same bytes.
 #include <cstring>
 #include <new>
+#include <string>
 
 #include "fuzz_check.h"
 #include "memory_stream.h"
@@ -18,8 +19,10 @@ struct Reader {
 };
 
 void checkReader(const uint8_t* data, size_t size) {
-    // The parameter comes from the input, so both settings are explored.
-    const int applyTransformation = size % 2;
+    // How the file is opened comes from the input's size, so that every way is explored: with
+    // each value of the parameter, without parameters (which transforms), and by a wide path.
+    const int way = static_cast<int>(size % 4);
+    const int applyTransformation = way == 0 ? 0 : 1;
     const DecodedStream reference = decodeInMemory(data, size, applyTransformation);
     writeScratch(data, size);
 
@@ -28,8 +31,20 @@ void checkReader(const uint8_t* data, size_t size) {
     zul_Header2 header{};
     zul_dec_Params params{};
     params.applyTransformation = applyTransformation;
-    const zul_Status opened =
-        zul_in_open2(&reader.context, &type, &header, scratchPath().c_str(), &params);
+    const std::string& path = scratchPath();
+    const std::wstring widePath(path.begin(), path.end());
+    zul_Status opened;
+    switch (way) {
+        case 0:
+        case 1:
+            opened = zul_in_open2(&reader.context, &type, &header, path.c_str(), &params);
+            break;
+        case 2:
+            opened = zul_in_open(&reader.context, &type, path.c_str());
+            break;
+        default:
+            opened = zul_in_open2_w(&reader.context, &type, nullptr, widePath.c_str(), nullptr);
+    }
     FUZZ_CHECK(reader.context != nullptr);
     FUZZ_CHECK(opened == reference.openStatus);
     int64_t count = -1;
@@ -40,6 +55,12 @@ void checkReader(const uint8_t* data, size_t size) {
         return;
     }
     FUZZ_CHECK(std::memcmp(&type, &reference.dataType, sizeof type) == 0);
+    if (way <= 1) {
+        FUZZ_CHECK(header.enabled == reference.header2.enabled);
+        FUZZ_CHECK(header.sensorMount == reference.header2.sensorMount);
+        FUZZ_CHECK(std::memcmp(header.transformation, reference.header2.transformation,
+                               sizeof header.transformation) == 0);
+    }
 
     // The count reads chunk headers only: it fails where a marker or a header is missing or
     // refused, with the same status, and not for a body, even one cut short. Behind a body the
@@ -55,7 +76,8 @@ void checkReader(const uint8_t* data, size_t size) {
         FUZZ_CHECK(zul_in_readNextPoint(reader.context, &point) == zul_STATUS_INVALID_STATE);
         return;
     }
-    if (reference.endStatus == zul_STATUS_END_OF_FILE) FUZZ_CHECK(count == reference.pointsDeclared);
+    if (reference.endStatus == zul_STATUS_END_OF_FILE)
+        FUZZ_CHECK(count == reference.pointsDeclared);
     // Over the budget, a caller would not read on.
     if (count > kMaxPointsDecoded || reference.skippedChunk) return;
 

@@ -17,7 +17,8 @@ namespace {
 
 void replay(const fs::path& file) {
     std::ifstream in(file, std::ios::binary);
-    const std::vector<char> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    const std::vector<char> bytes{std::istreambuf_iterator<char>(in),
+                                  std::istreambuf_iterator<char>()};
     // A copy of exactly the file's size, so that AddressSanitizer sees a read past its end.
     std::vector<uint8_t> input(bytes.begin(), bytes.end());
     uint8_t* data = input.empty() ? nullptr : input.data();

@@ -102,7 +102,8 @@ bool parseRoundTripCase(const uint8_t* data, size_t size, RoundTripCase& out) {
         !in.take(chunkSize))
         return false;
     type.colorMode = static_cast<zul_ColorMode>(attributes & 3);
-    type.reflectionMode = (attributes & kHasReflection) ? zul_REFLECTION_CLAMPED : zul_REFLECTION_NONE;
+    type.reflectionMode =
+        (attributes & kHasReflection) ? zul_REFLECTION_CLAMPED : zul_REFLECTION_NONE;
     type.normalMode = (attributes & kHasNormals) ? zul_NORMAL_SPHERICAL : zul_NORMAL_NONE;
     out.chunkSize = int32_t{chunkSize} + 1;
     out.passHeader = attributes & kPassHeader;

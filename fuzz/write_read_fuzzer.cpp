@@ -42,7 +42,8 @@ void printDifference(const std::vector<PointKey>& expected, const std::vector<Po
         if (expected[i] == actual[i]) continue;
         std::fprintf(stderr, "point %zu differs:\n", i);
         for (size_t k = 0; k < expected[i].size(); ++k) {
-            std::fprintf(stderr, "  %016llx %016llx\n", static_cast<unsigned long long>(expected[i][k]),
+            std::fprintf(stderr, "  %016llx %016llx\n",
+                         static_cast<unsigned long long>(expected[i][k]),
                          static_cast<unsigned long long>(actual[i][k]));
         }
         return;

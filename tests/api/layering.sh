@@ -30,7 +30,7 @@ done
 
 # Programs see the public headers and files of their own folder, never the library's insides; the
 # tool's commands also use its file formats.
-for folder in tools examples bench; do
+for folder in tools examples bench fuzz; do
     [ -d "$folder" ] || continue
     if grep -rnE '#include "' "$folder" | grep -vE '#include "(zul\.h|zul\.hpp|(formats/)?[a-z_]+\.h)"'; then
         echo "programs in $folder/ may include the public headers only"
