@@ -4,18 +4,13 @@
 #include <cstring>
 
 #include "fuzz_check.h"
+#include "handles.h"
 
 namespace zulfuzz {
 namespace {
 
 const size_t kSignatureSize = 8;
 const size_t kMarkerSize = 16;
-
-// Owns a decoder for the length of one decoding, whatever path it leaves by.
-struct DecoderHandle {
-    zul_dec_Context context = nullptr;
-    ~DecoderHandle() { zul_dec_close(&context); }
-};
 
 // Copies the points out, reading every element of every array the data type has, and checks
 // what holds for any decoded chunk.

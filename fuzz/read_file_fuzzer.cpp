@@ -6,17 +6,13 @@
 #include <string>
 
 #include "fuzz_check.h"
+#include "handles.h"
 #include "memory_stream.h"
 #include "temp_file.h"
 
 using namespace zulfuzz;
 
 namespace {
-
-struct Reader {
-    zul_in_Context context = nullptr;
-    ~Reader() { zul_in_close(&context); }
-};
 
 void checkReader(const uint8_t* data, size_t size) {
     // How the file is opened comes from the input's size, so that every way is explored: with
@@ -26,7 +22,7 @@ void checkReader(const uint8_t* data, size_t size) {
     const DecodedStream reference = decodeInMemory(data, size, applyTransformation);
     writeScratch(data, size);
 
-    Reader reader;
+    ReaderHandle reader;
     zul_DataType type{};
     zul_Header2 header{};
     zul_dec_Params params{};

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fuzz_check.h"
+#include "handles.h"
 #include "point_oracle.h"
 #include "round_trip_case.h"
 #include "temp_file.h"
@@ -57,11 +58,6 @@ bool isValidType(const zul_DataType& t) {
            static_cast<uint32_t>(t.reflectionMode) <= 1 && reflectionOk &&
            static_cast<uint32_t>(t.normalMode) <= 1;
 }
-
-struct Reader {
-    zul_in_Context context = nullptr;
-    ~Reader() { zul_in_close(&context); }
-};
 
 // Writes the case; returns the number of points in the chunks that reached the file.
 size_t writeCase(const RoundTripCase& c) {
@@ -119,7 +115,7 @@ struct ReadBack {
 
 // Reads the file back; `applyTransformation` as the decoder's parameter.
 ReadBack readBack(const RoundTripCase& c, size_t written, int applyTransformation) {
-    Reader reader;
+    ReaderHandle reader;
     zul_DataType type{};
     zul_Header2 header{};
     zul_dec_Params params{};
