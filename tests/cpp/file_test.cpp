@@ -1,0 +1,243 @@
+// zul::Writer and zul::Reader: a file written and read back, the range over its points, the
+// count, every refusal as zul::Error with its status, destructors that close without throwing,
+// and moves that leave the moved-from object owning nothing.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cpp/sample_points.h"
+#include "support/temp_folder.h"
+#include "zul.hpp"
+
+namespace {
+
+using WriterReader = TempFolderTest;
+
+const zul_DataType kAllAttributes =
+    zul::DataType{}.step(0.001f).color(zul_COLOR_RGB888).reflection(255).normals();
+
+template <typename Call>
+zul_Status statusOf(Call call) {
+    try {
+        call();
+    } catch (const zul::Error& e) {
+        return e.status();
+    }
+    return zul_STATUS_OK;
+}
+
+std::vector<zul_Point> readAll(zul::Reader& reader) {
+    std::vector<zul_Point> points;
+    for (const zul_Point& p : reader) points.push_back(p);
+    return points;
+}
+
+TEST_F(WriterReader, PointsComeBackAsTheCReaderReadsThem) {
+    const std::vector<zul_Point> points = samplePoints(2500, 21);
+    zul::Writer writer(path("a.zul"), kAllAttributes);
+    writer.setChunkSize(1000);
+    for (const zul_Point& p : points) writer.write(p);
+    EXPECT_TRUE(writer.isOpen());
+    writer.close();
+    EXPECT_FALSE(writer.isOpen());
+    writer.close();  // closing again does nothing
+
+    zul::Reader reader(path("a.zul"));
+    EXPECT_EQ(reader.dataType().maxReflection, 255);
+    EXPECT_FALSE(reader.header2().enabled);
+    EXPECT_EQ(reader.numPoints(), 2500);
+    const std::vector<zul_Point> read = readAll(reader);
+    expectSamePoints(read, readWithC(path("a.zul")));
+    EXPECT_EQ(reader.numPoints(), 2500);
+    zul_Point p{};
+    EXPECT_FALSE(reader.read(p));  // the end stays the end
+    EXPECT_FALSE(reader.read(p));
+    EXPECT_TRUE(readAll(reader).empty());
+}
+
+TEST_F(WriterReader, CountAfterTheLastPointIsTheNumberRead) {
+    zul::Writer writer(path("a.zul"), zul::DataType{});
+    for (const zul_Point& p : samplePoints(30, 22)) writer.write(p);
+    writer.close();
+    zul::Reader reader(path("a.zul"));
+    EXPECT_EQ(readAll(reader).size(), 30u);
+    EXPECT_EQ(reader.numPoints(), 30);
+}
+
+TEST_F(WriterReader, ReadAndRangeTakeTurns) {
+    zul::Writer writer(path("a.zul"), kAllAttributes);
+    for (const zul_Point& p : samplePoints(10, 23)) writer.write(p);
+    writer.close();
+    zul::Reader reader(path("a.zul"));
+    zul_Point p{};
+    ASSERT_TRUE(reader.read(p));
+    ASSERT_TRUE(reader.read(p));
+    EXPECT_EQ(readAll(reader).size(), 8u);  // the range goes on where read stopped
+}
+
+TEST_F(WriterReader, TheSensorHeaderIsAppliedUnlessAskedNotTo) {
+    zul_Point p{};
+    p.position[0] = 1.0;
+    zul::Writer writer(path("a.zul"), zul::DataType{}.step(0.001f),
+                       zul::Header2{}.translation(0, 0, 5));
+    writer.write(p);
+    writer.close();
+    zul::Reader moved(path("a.zul"));
+    EXPECT_TRUE(moved.header2().hasTranslation);
+    EXPECT_NEAR(readAll(moved).at(0).position[2], 5.0, 1e-9);
+    zul::Reader stored(path("a.zul"), false);
+    EXPECT_NEAR(readAll(stored).at(0).position[2], 0.0, 1e-9);
+}
+
+TEST_F(WriterReader, WidePathsAreOpenedAsUtf8) {
+    const std::string ascii = folder.string();  // the temporary folder's name is ASCII
+    const std::wstring wide = std::wstring(ascii.begin(), ascii.end()) + L"/n\u00fcage.zul";
+    zul::Writer writer(wide, kAllAttributes);
+    for (const zul_Point& p : samplePoints(5, 24)) writer.write(p);
+    writer.close();
+    EXPECT_EQ(fileBytes(path("n\xc3\xbc"
+                             "age.zul"))
+                  .empty(),
+              false);
+    zul::Reader reader(wide);
+    EXPECT_EQ(readAll(reader).size(), 5u);
+}
+
+TEST_F(WriterReader, OpeningFailuresNameThePathAndStatus) {
+    try {
+        zul::Writer writer(path("no/such/folder.zul"), zul::DataType{});
+        FAIL() << "a file in a missing folder was created";
+    } catch (const zul::Error& e) {
+        EXPECT_EQ(e.status(), zul_STATUS_WRITE_ERROR);
+        EXPECT_EQ(std::string(e.what()),
+                  path("no/such/folder.zul") + ": zul_out_open2: zul_STATUS_WRITE_ERROR (4)");
+    }
+    EXPECT_EQ(statusOf([&] { zul::Writer w(path("a.zul"), zul::DataType{}.step(-1.0f)); }),
+              zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(statusOf([&] { zul::Reader r(path("missing.zul")); }), zul_STATUS_READ_ERROR);
+    writeBytes(path("text.zul"), std::vector<uint8_t>(64, 'x'));
+    EXPECT_EQ(statusOf([&] { zul::Reader r(path("text.zul")); }), zul_STATUS_BAD_SIGNATURE);
+    writeBytes(path("short.zul"), std::vector<uint8_t>(3, 0));
+    EXPECT_EQ(statusOf([&] { zul::Reader r(path("short.zul")); }), zul_STATUS_TRUNCATED);
+}
+
+TEST_F(WriterReader, ACutFileThrowsFromTheRange) {
+    zul::Writer writer(path("a.zul"), kAllAttributes);
+    for (const zul_Point& p : samplePoints(100, 25)) writer.write(p);
+    writer.close();
+    std::vector<uint8_t> bytes = fileBytes(path("a.zul"));
+    bytes.resize(bytes.size() - 1);
+    writeBytes(path("a.zul"), bytes);
+
+    zul::Reader reader(path("a.zul"));
+    EXPECT_EQ(reader.numPoints(), 100);  // the count reads chunk headers only
+    try {
+        readAll(reader);
+        FAIL() << "a cut file was read to its end";
+    } catch (const zul::Error& e) {
+        EXPECT_EQ(e.status(), zul_STATUS_TRUNCATED);
+        EXPECT_EQ(std::string(e.what()),
+                  path("a.zul") + ": zul_in_readNextPoint: zul_STATUS_TRUNCATED (3)");
+    }
+    zul_Point p{};
+    EXPECT_EQ(statusOf([&] { reader.read(p); }), zul_STATUS_INVALID_STATE);  // the reader ended
+}
+
+TEST_F(WriterReader, ChunkSizeIsSetBeforeThePointsOnly) {
+    zul::Writer writer(path("a.zul"), zul::DataType{});
+    EXPECT_EQ(statusOf([&] { writer.setChunkSize(0); }), zul_STATUS_INVALID_ARGUMENT);
+    writer.setChunkSize(7);
+    writer.write(samplePoints(1, 26)[0]);
+    EXPECT_EQ(statusOf([&] { writer.setChunkSize(8); }), zul_STATUS_INVALID_STATE);
+}
+
+std::vector<zul_Point> withZeroNormal(int count, int bad) {
+    std::vector<zul_Point> points = samplePoints(count, 27);
+    for (float& n : points[static_cast<size_t>(bad)].normal) n = 0.0f;
+    return points;
+}
+
+TEST_F(WriterReader, AFailedChunkThrowsFromWriteAndIsNotReportedAgain) {
+    const std::vector<zul_Point> points = withZeroNormal(6, 4);
+    zul::Writer writer(path("a.zul"), kAllAttributes);
+    writer.setChunkSize(3);
+    for (int i = 0; i < 5; ++i) writer.write(points[static_cast<size_t>(i)]);
+    EXPECT_EQ(statusOf([&] { writer.write(points[5]); }), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(statusOf([&] { writer.write(points[0]); }), zul_STATUS_INVALID_STATE);
+    writer.close();  // the failure was reported by write
+    zul::Reader reader(path("a.zul"));
+    EXPECT_EQ(readAll(reader).size(), 3u);  // the chunk before it stays
+}
+
+TEST_F(WriterReader, CloseReportsTheLastChunkAndTheDestructorDoesNotThrow) {
+    const std::vector<zul_Point> points = withZeroNormal(4, 1);
+    {
+        zul::Writer writer(path("a.zul"), kAllAttributes);
+        for (const zul_Point& p : points) writer.write(p);
+        EXPECT_EQ(statusOf([&] { writer.close(); }), zul_STATUS_INVALID_ARGUMENT);
+        EXPECT_FALSE(writer.isOpen());
+    }
+    EXPECT_NO_THROW({
+        zul::Writer writer(path("b.zul"), kAllAttributes);
+        for (const zul_Point& p : points) writer.write(p);
+    });
+    zul::Reader reader(path("b.zul"));
+    EXPECT_EQ(reader.numPoints(), 0);  // signature and file header only
+}
+
+TEST_F(WriterReader, TheDestructorCompletesTheFile) {
+    {
+        zul::Writer writer(path("a.zul"), kAllAttributes);
+        for (const zul_Point& p : samplePoints(25, 28)) writer.write(p);
+    }
+    zul::Reader reader(path("a.zul"));
+    EXPECT_EQ(readAll(reader).size(), 25u);
+}
+
+TEST_F(WriterReader, MovedWritersOwnNothingAndTheFileIsClosedOnce) {
+    const std::vector<zul_Point> points = samplePoints(20, 29);
+    zul::Writer first(path("a.zul"), kAllAttributes);
+    first.write(points[0]);
+    zul::Writer second(std::move(first));
+    EXPECT_FALSE(first.isOpen());
+    EXPECT_EQ(first.handle(), nullptr);
+    EXPECT_EQ(statusOf([&] { first.write(points[1]); }), zul_STATUS_INVALID_ARGUMENT);
+    first.close();  // nothing to close
+    for (size_t i = 1; i < 10; ++i) second.write(points[i]);
+
+    zul::Writer third(path("b.zul"), kAllAttributes);
+    third.write(points[10]);
+    third = std::move(second);  // b.zul is completed by the assignment
+    EXPECT_FALSE(second.isOpen());
+    zul::Reader b(path("b.zul"));
+    EXPECT_EQ(readAll(b).size(), 1u);
+    for (size_t i = 10; i < 20; ++i) third.write(points[i]);
+    third.close();
+    zul::Reader a(path("a.zul"));
+    EXPECT_EQ(readAll(a).size(), 20u);
+}
+
+TEST_F(WriterReader, MovedReadersOwnNothing) {
+    zul::Writer writer(path("a.zul"), kAllAttributes);
+    for (const zul_Point& p : samplePoints(12, 30)) writer.write(p);
+    writer.close();
+
+    zul::Reader first(path("a.zul"));
+    zul_Point p{};
+    ASSERT_TRUE(first.read(p));
+    zul::Reader second(std::move(first));
+    EXPECT_FALSE(first.isOpen());
+    EXPECT_EQ(statusOf([&] { first.read(p); }), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(statusOf([&] { first.numPoints(); }), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(second.dataType().maxReflection, 255);
+
+    zul::Reader third(path("a.zul"));
+    third = std::move(second);
+    EXPECT_EQ(readAll(third).size(), 11u);  // it goes on after the first point
+    third.close();
+    EXPECT_FALSE(third.isOpen());
+}
+
+}  // namespace
