@@ -107,9 +107,9 @@ public:
             dataType_ = other.dataType_;
             header2_ = other.header2_;
             name_ = std::move(other.name_);
-            numPoints_ = other.numPoints_;
-            pointsRead_ = other.pointsRead_;
-            ended_ = other.ended_;
+            numPoints_ = std::exchange(other.numPoints_, -1);
+            pointsRead_ = std::exchange(other.pointsRead_, 0);
+            ended_ = std::exchange(other.ended_, false);
         }
         return *this;
     }

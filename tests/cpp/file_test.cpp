@@ -227,11 +227,13 @@ TEST_F(WriterReader, MovedReadersOwnNothing) {
     zul::Reader first(path("a.zul"));
     zul_Point p{};
     ASSERT_TRUE(first.read(p));
+    ASSERT_EQ(first.numPoints(), 12);
     zul::Reader second(std::move(first));
     EXPECT_FALSE(first.isOpen());
     EXPECT_EQ(statusOf([&] { first.read(p); }), zul_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(statusOf([&] { first.numPoints(); }), zul_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(second.dataType().maxReflection, 255);
+    EXPECT_EQ(second.numPoints(), 12);
 
     zul::Reader third(path("a.zul"));
     third = std::move(second);
