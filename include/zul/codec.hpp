@@ -73,15 +73,14 @@ public:
     }
 
     /* Appends the chunk's points; fields of attributes the chunk lacks are 0. */
-    static void scatter(const zul_PointData& data, std::vector<zul_Point>& out) {
-        const std::size_t first = out.size(), count = static_cast<std::size_t>(data.numPoints);
-        out.resize(first + count, zul_Point{});
-        for (std::size_t i = 0; i < count; ++i) {
-            zul_Point& p = out[first + i];
+    static void append(const zul_PointData& data, std::vector<zul_Point>& out) {
+        for (std::size_t i = 0; i < static_cast<std::size_t>(data.numPoints); ++i) {
+            zul_Point p{};
             std::memcpy(p.position, &data.positions[3 * i], sizeof p.position);
             if (data.colors) std::memcpy(p.color, &data.colors[3 * i], sizeof p.color);
             if (data.reflections) p.reflection = data.reflections[i];
             if (data.normals) std::memcpy(p.normal, &data.normals[3 * i], sizeof p.normal);
+            out.push_back(p);
         }
     }
 

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "codec.hpp"
@@ -53,10 +54,13 @@ inline std::vector<std::uint8_t> encode(const std::vector<zul_Point>& points,
     return encode(points.data(), points.size(), dataType, &header, chunkSize);
 }
 
-/* Decodes a whole stream. It must end exactly after a chunk, as a file does: a stream cut
- * inside a piece throws zul_STATUS_TRUNCATED, a chunk that does not open with the stream's sync
- * marker zul_STATUS_CORRUPT_DATA, and the decoder's refusals come as they are. */
-inline Cloud decode(ByteView stream, bool applyTransformation = true) {
+namespace detail {
+
+/* Goes through a whole stream as a file reader does: signature, file header, then for each chunk
+ * its marker and header, after which `onChunk(decoder, body)` may decode the body or skip it.
+ * Returns the decoder, which holds the stream's records. */
+template <typename OnChunk>
+Decoder walkStream(ByteView stream, bool applyTransformation, OnChunk onChunk) {
     std::size_t at = 0;
     auto piece = [&](std::size_t size) {
         const ByteView bytes(stream.data() + at, stream.size() - at);
@@ -65,18 +69,40 @@ inline Cloud decode(ByteView stream, bool applyTransformation = true) {
     };
     Decoder decoder(piece(8), applyTransformation);
     decoder.decodeFileHeader(piece(static_cast<std::size_t>(decoder.fileHeaderSize())));
-    Cloud cloud{decoder.dataType(), decoder.header2(), {}};
     const ByteView marker = decoder.syncMarker();
     while (at < stream.size()) {
         const ByteView chunkMarker = piece(marker.size());
-        detail::needBytes(chunkMarker, marker.size(), "zul::decode");
+        needBytes(chunkMarker, marker.size(), "zul::decode");
         if (std::memcmp(chunkMarker.data(), marker.data(), marker.size()) != 0)
             throw Error(zul_STATUS_CORRUPT_DATA, "zul::decode");
         const int bodySize =
             decoder.decodeChunkHeader(piece(static_cast<std::size_t>(decoder.chunkHeaderSize())));
-        detail::PointArrays::scatter(
-            decoder.decodeChunkBody(piece(static_cast<std::size_t>(bodySize))), cloud.points);
+        onChunk(decoder, piece(static_cast<std::size_t>(bodySize)));
     }
+    return decoder;
+}
+
+}  // namespace detail
+
+/* Decodes a whole stream. It must end exactly after a chunk, as a file does: a stream cut
+ * inside a piece throws zul_STATUS_TRUNCATED, a chunk that does not open with the stream's sync
+ * marker zul_STATUS_CORRUPT_DATA, and the decoder's refusals come as they are. */
+inline Cloud decode(ByteView stream, bool applyTransformation = true) {
+    // The chunk headers are read first, skipping the bodies, so that the points are stored in
+    // one allocation instead of being moved each time the vector grows.
+    std::size_t total = 0;
+    detail::walkStream(stream, applyTransformation, [&](const Decoder& decoder, ByteView) {
+        total += static_cast<std::size_t>(decoder.numPointsInChunk());
+    });
+    Cloud cloud{};
+    if (total > cloud.points.max_size()) throw std::bad_alloc();
+    cloud.points.reserve(total);
+    const Decoder decoder =
+        detail::walkStream(stream, applyTransformation, [&](Decoder& decoder, ByteView body) {
+            detail::PointArrays::append(decoder.decodeChunkBody(body), cloud.points);
+        });
+    cloud.dataType = decoder.dataType();
+    cloud.header2 = decoder.header2();
     return cloud;
 }
 
