@@ -3,6 +3,7 @@
 #define ZUL_BUILDERS_HPP
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "zul.h"
@@ -91,8 +92,8 @@ public:
 private:
     // The matrix is stored column after column: element (row r, column c) is at 4c + r.
     void setLinearPart() noexcept {
-        for (int r = 0; r < 3; ++r) {
-            for (int c = 0; c < 3; ++c)
+        for (std::size_t r = 0; r < 3; ++r) {
+            for (std::size_t c = 0; c < 3; ++c)
                 value_.transformation[4 * c + r] = scale_ * rotation_[3 * r + c];
         }
     }

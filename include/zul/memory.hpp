@@ -91,15 +91,15 @@ inline Cloud decode(ByteView stream, bool applyTransformation = true) {
     // The chunk headers are read first, skipping the bodies, so that the points are stored in
     // one allocation instead of being moved each time the vector grows.
     std::size_t total = 0;
-    detail::walkStream(stream, applyTransformation, [&](const Decoder& decoder, ByteView) {
-        total += static_cast<std::size_t>(decoder.numPointsInChunk());
+    detail::walkStream(stream, applyTransformation, [&](const Decoder& walker, ByteView) {
+        total += static_cast<std::size_t>(walker.numPointsInChunk());
     });
     Cloud cloud{};
     if (total > cloud.points.max_size()) throw std::bad_alloc();
     cloud.points.reserve(total);
     const Decoder decoder =
-        detail::walkStream(stream, applyTransformation, [&](Decoder& decoder, ByteView body) {
-            detail::PointArrays::append(decoder.decodeChunkBody(body), cloud.points);
+        detail::walkStream(stream, applyTransformation, [&](Decoder& walker, ByteView body) {
+            detail::PointArrays::append(walker.decodeChunkBody(body), cloud.points);
         });
     cloud.dataType = decoder.dataType();
     cloud.header2 = decoder.header2();

@@ -24,14 +24,15 @@ for file in include/zul.h include/zul.hpp; do
     [ -f "$prefix/$file" ] || fail "$file is not installed"
 done
 
-# Headers: each on its own, with the prefix as the only include path.
+# Headers: each on its own, with the prefix as the only include path and the warnings a strict
+# host turns on.
 for header in $(cd "$source_root/src" && grep -l ZUL_API ./*/*.h | sed 's|^\./||'); do
     [ -f "$prefix/include/zul/$header" ] || fail "zul/$header declares an exported class but is not installed"
 done
 echo '#include <zul.h>' | "$cc" -std=c99 -pedantic-errors -Wall -Wextra -Werror -fsyntax-only \
     -I"$prefix/include" -x c - || fail "zul.h does not compile as C99"
 for header in $(cd "$prefix/include" && find . -name '*.h' -o -name '*.hpp' | sed 's|^\./||' | sort); do
-    echo "#include <$header>" | "$cxx" -std=c++17 -pedantic-errors -Wall -Wextra -Werror \
+    echo "#include <$header>" | "$cxx" -std=c++17 -pedantic-errors -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Werror \
         -fsyntax-only -I"$prefix/include" -x c++ - || fail "$header does not compile on its own"
 done
 
