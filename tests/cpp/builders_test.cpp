@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cpp/sample_points.h"
+#include "cpp/host_support.h"
 #include "zul.hpp"
 
 namespace {

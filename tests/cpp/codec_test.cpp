@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "cpp/sample_points.h"
+#include "cpp/host_support.h"
 #include "zul.hpp"
 
 namespace {
@@ -18,16 +18,6 @@ std::vector<uint8_t> concat(std::initializer_list<zul::ByteView> pieces) {
     std::vector<uint8_t> bytes;
     for (const zul::ByteView& piece : pieces) bytes.insert(bytes.end(), piece.begin(), piece.end());
     return bytes;
-}
-
-template <typename Call>
-zul_Status statusOf(Call call) {
-    try {
-        call();
-    } catch (const zul::Error& e) {
-        return e.status();
-    }
-    return zul_STATUS_OK;
 }
 
 TEST(Encoder, PiecesAreTheCApisBytes) {

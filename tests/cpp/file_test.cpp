@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "cpp/sample_points.h"
+#include "cpp/host_support.h"
 #include "support/temp_folder.h"
 #include "zul.hpp"
 
@@ -18,14 +18,11 @@ using WriterReader = TempFolderTest;
 const zul_DataType kAllAttributes =
     zul::DataType{}.step(0.001f).color(zul_COLOR_RGB888).reflection(255).normals();
 
-template <typename Call>
-zul_Status statusOf(Call call) {
-    try {
-        call();
-    } catch (const zul::Error& e) {
-        return e.status();
-    }
-    return zul_STATUS_OK;
+// A file of `count` sample points with every attribute, written and closed.
+void writeSample(const std::string& path, int count, uint32_t seed) {
+    zul::Writer writer(path, kAllAttributes);
+    for (const zul_Point& p : samplePoints(count, seed)) writer.write(p);
+    writer.close();
 }
 
 std::vector<zul_Point> readAll(zul::Reader& reader) {
@@ -58,18 +55,14 @@ TEST_F(WriterReader, PointsComeBackAsTheCReaderReadsThem) {
 }
 
 TEST_F(WriterReader, CountAfterTheLastPointIsTheNumberRead) {
-    zul::Writer writer(path("a.zul"), zul::DataType{});
-    for (const zul_Point& p : samplePoints(30, 22)) writer.write(p);
-    writer.close();
+    writeSample(path("a.zul"), 30, 22);
     zul::Reader reader(path("a.zul"));
     EXPECT_EQ(readAll(reader).size(), 30u);
     EXPECT_EQ(reader.numPoints(), 30);
 }
 
 TEST_F(WriterReader, ReadAndRangeTakeTurns) {
-    zul::Writer writer(path("a.zul"), kAllAttributes);
-    for (const zul_Point& p : samplePoints(10, 23)) writer.write(p);
-    writer.close();
+    writeSample(path("a.zul"), 10, 23);
     zul::Reader reader(path("a.zul"));
     zul_Point p{};
     ASSERT_TRUE(reader.read(p));
@@ -124,9 +117,7 @@ TEST_F(WriterReader, OpeningFailuresNameThePathAndStatus) {
 }
 
 TEST_F(WriterReader, ACutFileThrowsFromTheRange) {
-    zul::Writer writer(path("a.zul"), kAllAttributes);
-    for (const zul_Point& p : samplePoints(100, 25)) writer.write(p);
-    writer.close();
+    writeSample(path("a.zul"), 100, 25);
     std::vector<uint8_t> bytes = fileBytes(path("a.zul"));
     bytes.resize(bytes.size() - 1);
     writeBytes(path("a.zul"), bytes);
@@ -220,9 +211,7 @@ TEST_F(WriterReader, MovedWritersOwnNothingAndTheFileIsClosedOnce) {
 }
 
 TEST_F(WriterReader, MovedReadersOwnNothing) {
-    zul::Writer writer(path("a.zul"), kAllAttributes);
-    for (const zul_Point& p : samplePoints(12, 30)) writer.write(p);
-    writer.close();
+    writeSample(path("a.zul"), 12, 30);
 
     zul::Reader first(path("a.zul"));
     zul_Point p{};

@@ -1,4 +1,5 @@
-// Points and files for the tests of the C++ classes, which see zul.hpp and libzul.so only.
+// Points, files and statuses for the tests of the C++ classes, which see zul.hpp and libzul.so
+// only.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "zul.h"
+#include "zul.hpp"
 
 // Points spread over a box of 40 m by 4 m with every attribute; reflections run past 255, so
 // that a maximum of 255 clamps some.
@@ -82,4 +83,15 @@ inline std::vector<zul_Point> readWithC(const std::string& path, int applyTransf
     zul_in_close(&in);
     EXPECT_EQ(status, zul_STATUS_END_OF_FILE) << path;
     return points;
+}
+
+// The status of the zul::Error that `call` throws, or zul_STATUS_OK if it throws none.
+template <typename Call>
+zul_Status statusOf(Call call) {
+    try {
+        call();
+    } catch (const zul::Error& e) {
+        return e.status();
+    }
+    return zul_STATUS_OK;
 }
