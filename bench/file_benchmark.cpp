@@ -1,16 +1,16 @@
-// The whole file layer on a 10,000,000-point lidar-like file (positions at 1 mm, RGB888,
-// reflection): written point by point in the default chunks of 10,000, then read back point by
-// point. The scan of 1,000,000 points is driven past ten times, each pass 50 m further along x.
-// Reports points per second each way, the file's bytes a point, and the peak resident memory of
-// each phase above what the process held when it began: one chunk's worth, not the file's.
+// The file layer, point by point: every bench cloud written with zul_out_writePoint in the
+// default chunks of 10,000 and read back with zul_in_readNextPoint to the end. Then the memory
+// case: a 10,000,000-point file with all four attributes (the synthetic scan driven past ten
+// times, each pass 50 m further along x), with the peak resident memory of writing and of
+// reading above what the process held when the phase began: one chunk's worth, not the file's.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <string>
 
+#include "bench_clouds.h"
 #include "peak_memory.h"
-#include "scan_streams.h"
 #include "zul.h"
 
 namespace {
@@ -18,43 +18,37 @@ namespace {
 const int kPasses = 10;
 const double kPassShift = 50.0;
 
-std::string benchFile() {
-    return (std::filesystem::temp_directory_path() / "zul_file_benchmark.zul").string();
+std::string benchFile(const std::string& tag) {
+    return (std::filesystem::temp_directory_path() / ("zul_file_benchmark_" + tag + ".zul"))
+        .string();
 }
 
-// Starts a phase's memory account; returns the resident size it starts from.
-int64_t startMemory() {
-    resetPeakResidentBytes();
-    return residentBytes();
+void pointAt(const BenchCloud& cloud, int i, double shift, zul_Point& p) {
+    const size_t k = 3 * static_cast<size_t>(i);
+    p.position[0] = cloud.positions[k] + shift;
+    p.position[1] = cloud.positions[k + 1];
+    p.position[2] = cloud.positions[k + 2];
+    if (!cloud.colors.empty()) {
+        for (int c = 0; c < 3; ++c) p.color[c] = cloud.colors[k + c];
+    }
+    if (!cloud.reflections.empty()) p.reflection = cloud.reflections[static_cast<size_t>(i)];
+    if (!cloud.normals.empty()) {
+        for (int c = 0; c < 3; ++c) p.normal[c] = cloud.normals[k + c];
+    }
 }
 
-void reportMemory(benchmark::State& state, int64_t start) {
-    const double mib = 1024.0 * 1024.0;
-    state.counters["peak_rss_MiB"] = static_cast<double>(peakResidentBytes()) / mib;
-    state.counters["phase_rss_MiB"] = static_cast<double>(peakResidentBytes() - start) / mib;
-}
-
-bool writeFile(const std::string& path, int64_t& written) {
-    SyntheticScan& scan = benchScan();
-    const zul_DataType dataType = benchDataType(true, false);
+// Writes the cloud `passes` times, each pass shifted along x; adds the points to `written`.
+bool writeCloud(const std::string& path, const BenchCloud& cloud, int passes, int64_t& written) {
     zul_out_Context writer = nullptr;
-    if (zul_out_open(&writer, path.c_str(), &dataType) != zul_STATUS_OK) {
+    if (zul_out_open(&writer, path.c_str(), &cloud.dataType) != zul_STATUS_OK) {
         zul_out_close(&writer);
         return false;
     }
     zul_Point p = {};
     bool ok = true;
-    for (int pass = 0; ok && pass < kPasses; ++pass) {
-        const double shift = pass * kPassShift;
-        for (int i = 0; ok && i < scan.size(); ++i) {
-            const size_t k = 3 * static_cast<size_t>(i);
-            p.position[0] = scan.positions[k] + shift;
-            p.position[1] = scan.positions[k + 1];
-            p.position[2] = scan.positions[k + 2];
-            p.color[0] = scan.colors[k];
-            p.color[1] = scan.colors[k + 1];
-            p.color[2] = scan.colors[k + 2];
-            p.reflection = scan.reflections[i];
+    for (int pass = 0; ok && pass < passes; ++pass) {
+        for (int i = 0; ok && i < cloud.size(); ++i) {
+            pointAt(cloud, i, pass * kPassShift, p);
             ok = zul_out_writePoint(writer, &p) == zul_STATUS_OK;
             ++written;
         }
@@ -62,65 +56,93 @@ bool writeFile(const std::string& path, int64_t& written) {
     return zul_out_close(&writer) == zul_STATUS_OK && ok;
 }
 
-void writeLidarFile(benchmark::State& state) {
-    benchScan();  // made before the memory account starts
-    const std::string path = benchFile();
-    int64_t written = 0;
-    int64_t start = 0;
-    for (auto _ : state) {
-        start = startMemory();
-        if (!writeFile(path, written)) state.SkipWithError("writing the file failed");
+// Reads the file to its clean end; adds the points to `read`.
+bool readCloud(const std::string& path, int64_t& read, double& checksum) {
+    zul_in_Context reader = nullptr;
+    zul_DataType dataType;
+    int64_t count = 0;
+    if (zul_in_open(&reader, &dataType, path.c_str()) != zul_STATUS_OK ||
+        zul_in_getNumPoints(reader, &count) != zul_STATUS_OK) {
+        zul_in_close(&reader);
+        return false;
     }
-    reportMemory(state, start);
-    state.SetItemsProcessed(written);
-    state.counters["bytes_per_point"] = static_cast<double>(std::filesystem::file_size(path)) /
-                                        (static_cast<double>(written) / state.iterations());
+    zul_Point p;
+    zul_Status status;
+    int64_t points = 0;
+    while ((status = zul_in_readNextPoint(reader, &p)) == zul_STATUS_OK) {
+        checksum += p.position[2];
+        ++points;
+    }
+    zul_in_close(&reader);
+    read += points;
+    return status == zul_STATUS_END_OF_FILE && points == count;
 }
 
-void readLidarFile(benchmark::State& state) {
-    const std::string path = benchFile();
-    int64_t scratch = 0;
-    if (!std::filesystem::exists(path) && !writeFile(path, scratch)) {
+void writeFile(benchmark::State& state, const BenchCloud* cloud, int passes, bool memory) {
+    const std::string path = benchFile(std::to_string(passes));
+    int64_t written = 0, start = 0;
+    for (auto _ : state) {
+        if (memory) {
+            resetPeakResidentBytes();
+            start = residentBytes();
+        }
+        if (!writeCloud(path, *cloud, passes, written)) state.SkipWithError("writing failed");
+    }
+    if (memory) {
+        const double mib = 1024.0 * 1024.0;
+        state.counters["phase_rss_MiB"] = static_cast<double>(peakResidentBytes() - start) / mib;
+        state.counters["peak_rss_MiB"] = static_cast<double>(peakResidentBytes()) / mib;
+    }
+    state.SetItemsProcessed(written);
+    state.SetBytesProcessed(written * cloud->rawBytesPerPoint());
+    state.counters["bits_total"] = 8.0 * static_cast<double>(std::filesystem::file_size(path)) /
+                                   static_cast<double>(int64_t{passes} * cloud->size());
+}
+
+void readFile(benchmark::State& state, const BenchCloud* cloud, int passes, bool memory) {
+    const std::string path = benchFile(std::to_string(passes));
+    int64_t read = 0, scratch = 0, start = 0;
+    double checksum = 0;
+    if (!writeCloud(path, *cloud, passes, scratch)) {
         state.SkipWithError("writing the file failed");
         return;
     }
-    int64_t read = 0;
-    int64_t start = 0;
-    double checksum = 0;
     for (auto _ : state) {
-        start = startMemory();
-        zul_in_Context reader = nullptr;
-        zul_DataType dataType;
-        int64_t count = 0;
-        if (zul_in_open(&reader, &dataType, path.c_str()) != zul_STATUS_OK ||
-            zul_in_getNumPoints(reader, &count) != zul_STATUS_OK) {
-            state.SkipWithError("opening the file failed");
-            zul_in_close(&reader);
-            break;
+        if (memory) {
+            resetPeakResidentBytes();
+            start = residentBytes();
         }
-        zul_Point p;
-        zul_Status status;
-        int64_t points = 0;
-        while ((status = zul_in_readNextPoint(reader, &p)) == zul_STATUS_OK) {
-            checksum += p.position[2];
-            ++points;
-        }
-        zul_in_close(&reader);
-        if (status != zul_STATUS_END_OF_FILE || points != count) {
-            state.SkipWithError("reading the file failed");
-            break;
-        }
-        read += points;
+        if (!readCloud(path, read, checksum)) state.SkipWithError("reading failed");
     }
     benchmark::DoNotOptimize(checksum);
-    reportMemory(state, start);
+    if (memory) {
+        const double mib = 1024.0 * 1024.0;
+        state.counters["phase_rss_MiB"] = static_cast<double>(peakResidentBytes() - start) / mib;
+        state.counters["peak_rss_MiB"] = static_cast<double>(peakResidentBytes()) / mib;
+    }
     state.SetItemsProcessed(read);
+    state.SetBytesProcessed(read * cloud->rawBytesPerPoint());
     std::remove(path.c_str());
 }
 
-BENCHMARK(writeLidarFile)->Unit(benchmark::kMillisecond)->Iterations(1);
-BENCHMARK(readLidarFile)->Unit(benchmark::kMillisecond)->Iterations(3);
-
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    const std::vector<BenchCloud>& clouds = benchClouds();
+    for (const BenchCloud& cloud : clouds) {
+        benchmark::RegisterBenchmark(("write/" + cloud.name).c_str(), writeFile, &cloud, 1, false)
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("read/" + cloud.name).c_str(), readFile, &cloud, 1, false)
+            ->Unit(benchmark::kMillisecond);
+    }
+    const BenchCloud& scan = clouds.back();
+    benchmark::RegisterBenchmark("write/10M points", writeFile, &scan, kPasses, true)
+        ->Unit(benchmark::kMillisecond)
+        ->Iterations(1);
+    benchmark::RegisterBenchmark("read/10M points", readFile, &scan, kPasses, true)
+        ->Unit(benchmark::kMillisecond)
+        ->Iterations(2);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+}

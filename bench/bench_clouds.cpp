@@ -1,0 +1,99 @@
+#include "bench_clouds.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#include "formats/cloud.h"
+#include "synthetic_scan.h"
+#include "zul/commands.h"
+#include "zul/point_plan.h"
+
+namespace {
+
+const char* const kSharedClouds[] = {"cturtle.pcd",       "table_scene_mug_stereo_textured.pcd",
+                                     "bun0.pcd",          "colored_cloud.pcd",
+                                     "4_6_crop.las",      "sample_c.las",
+                                     "1.2-with-color.las"};
+
+// Reads a file through the tool's reader and the compress command's plan, keeping the points
+// that the command would write.
+bool loadShared(const std::string& path, BenchCloud& cloud) {
+    using namespace zultool;
+    CompressOptions options;
+    options.input = path;
+    options.quiet = true;
+    const Format format = formatOfPath(path);
+    std::unique_ptr<CloudReader> reader = openCloudReader(path, format);
+    const PointPlan plan = planPoints(options, reader->layout(), format);
+    cloud.dataType = plan.dataType;
+    const zul_DataType& type = plan.dataType;
+    PointTally tally;
+    zul_Point p = {};
+    while (reader->read(p)) {
+        if (!preparePoint(plan, *reader, p, tally)) continue;
+        cloud.positions.insert(cloud.positions.end(), p.position, p.position + 3);
+        if (type.colorMode != zul_COLOR_NONE)
+            cloud.colors.insert(cloud.colors.end(), p.color, p.color + 3);
+        if (type.reflectionMode != zul_REFLECTION_NONE) cloud.reflections.push_back(p.reflection);
+        if (type.normalMode != zul_NORMAL_NONE)
+            cloud.normals.insert(cloud.normals.end(), p.normal, p.normal + 3);
+    }
+    return cloud.size() > 0;
+}
+
+BenchCloud syntheticCloud() {
+    SyntheticScan scan = makeSyntheticScan(kScanPoints);
+    BenchCloud cloud;
+    cloud.name = "synthetic scan";
+    zul_init_headers(&cloud.dataType, nullptr);
+    cloud.dataType.quantizationStep = 0.001f;
+    cloud.dataType.colorMode = zul_COLOR_RGB888;
+    cloud.dataType.reflectionMode = zul_REFLECTION_CLAMPED;
+    cloud.dataType.maxReflection = 255;
+    cloud.dataType.normalMode = zul_NORMAL_SPHERICAL;
+    cloud.positions = std::move(scan.positions);
+    cloud.colors = std::move(scan.colors);
+    cloud.reflections = std::move(scan.reflections);
+    cloud.normals = std::move(scan.normals);
+    return cloud;
+}
+
+std::vector<BenchCloud> loadClouds() {
+    std::vector<BenchCloud> clouds;
+    for (const char* name : kSharedClouds) {
+        const std::string path = std::string(ZUL_DATA_DIR) + "/" + name;
+        BenchCloud cloud;
+        cloud.name = name;
+        try {
+            if (loadShared(path, cloud)) clouds.push_back(std::move(cloud));
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "left out %s: %s\n", name, error.what());
+        }
+    }
+    clouds.push_back(syntheticCloud());
+    return clouds;
+}
+
+}  // namespace
+
+zul_PointData BenchCloud::slice(int first, int count) const {
+    const size_t i = static_cast<size_t>(first);
+    zul_PointData data;
+    data.numPoints = count;
+    data.positions = const_cast<double*>(positions.data()) + 3 * i;
+    data.colors = colors.empty() ? nullptr : const_cast<uint8_t*>(colors.data()) + 3 * i;
+    data.reflections = reflections.empty() ? nullptr : const_cast<int32_t*>(reflections.data()) + i;
+    data.normals = normals.empty() ? nullptr : const_cast<float*>(normals.data()) + 3 * i;
+    return data;
+}
+
+int BenchCloud::rawBytesPerPoint() const {
+    return 24 + (colors.empty() ? 0 : 3) + (reflections.empty() ? 0 : 4) +
+           (normals.empty() ? 0 : 12);
+}
+
+const std::vector<BenchCloud>& benchClouds() {
+    static const std::vector<BenchCloud> clouds = loadClouds();
+    return clouds;
+}
