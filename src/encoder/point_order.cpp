@@ -1,21 +1,11 @@
 // The order in which a chunk stores its points, and the statistics of the deltas in that order.
-#include <algorithm>
-
+#include "encoder/coordinate_sort.h"
 #include "encoder/enc_context.h"
 #include "frame/bit_length.h"
 
 using zullib::zul_QuantizedPoint;
 
 namespace {
-
-// A function object rather than a function pointer, so that the sort inlines the comparison.
-struct CoordinatesBefore {
-    bool operator()(const zul_QuantizedPoint& a, const zul_QuantizedPoint& b) const {
-        if (a.coordinates[0] != b.coordinates[0]) return a.coordinates[0] < b.coordinates[0];
-        if (a.coordinates[1] != b.coordinates[1]) return a.coordinates[1] < b.coordinates[1];
-        return a.coordinates[2] < b.coordinates[2];
-    }
-};
 
 // Counts in flat arrays first (a bit count is 0 to 64), then adds the non-zero counts to the maps.
 template <class Accessor>
@@ -44,7 +34,7 @@ void countComponents(const std::vector<zul_QuantizedPoint>& points, std::map<int
 }  // namespace
 
 void zul_enc_ContextStruct::sortQuantizedPoints(QuantizedPoints& points) {
-    std::sort(points.begin(), points.end(), CoordinatesBefore());
+    zullib::sortByCoordinates(points);
 }
 
 void zul_enc_ContextStruct::countDeltaBitLengthFrequencies(const QuantizedPoints& points,

@@ -6,8 +6,10 @@
 #include <cstdint>
 #include <vector>
 
+#include "entropy/bit_packer.h"
 #include "entropy/bit_stream_out.h"
 #include "entropy/cvr.h"
+#include "entropy/delta_encoder.h"
 #include "entropy/quantized_point.h"
 #include "entropy/stream_coding.h"
 
@@ -17,22 +19,59 @@ namespace zullib {
 void writeStreamTables(BitStreamOut& out, const std::vector<int>* tables, int numTables);
 
 // The codes of every point's components, given tables built from these very deltas, so that every
-// delta finds its range. Ends on a byte boundary.
+// delta finds its range. Ends on a byte boundary. `out` stands on a byte boundary.
 template <class Accessor>
 void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& points,
                      const int (&absoluteBits)[Accessor::kNumComponents],
                      const std::vector<int> (&tables)[Accessor::kNumComponents]) {
+    constexpr int kComponents = Accessor::kNumComponents;
     StreamCoding<Accessor> coding(absoluteBits, tables);
     int64_t* previous = coding.previous;
+    // The fast path needs small tables and a byte boundary; the general loop below writes the
+    // same bits one field at a time.
+    bool fast = out.bitPosition == 0;
+    int64_t bitsPerPoint = 0;
+    DeltaEncoder encoders[kComponents];
+    for (int c = 0; c < kComponents; ++c) {
+        encoders[c] = DeltaEncoder(coding.lookup[c]);
+        fast = fast && encoders[c].usable() && encoders[c].widestPayload() <= 64;
+        bitsPerPoint += DeltaEncoder::kMaxEntries + encoders[c].widestPayload();
+    }
+    if (fast) {
+        BitPacker packer(out, static_cast<int64_t>(points.size()) * ((bitsPerPoint + 7) / 8));
+        for (const zul_QuantizedPoint& point : points) {
+            for (int c = 0; c < kComponents; ++c) {
+                const int64_t current = Accessor::get(point, c);
+                const int64_t delta = Accessor::delta(c, previous[c], current);
+                previous[c] = current;
+                int64_t value;
+                int prefix, numBits;
+                encoders[c].encode(delta, current, value, prefix, numBits);
+                // Prefix i is i one-bits, closed by a zero-bit unless it is the last prefix.
+                const uint64_t ones = (uint64_t{1} << prefix) - 1;
+                const int prefixBits = prefix < coding.lastPrefix[c] ? prefix + 1 : prefix;
+                const uint64_t payload =
+                    numBits < 64 ? static_cast<uint64_t>(value) & ((uint64_t{1} << numBits) - 1)
+                                 : static_cast<uint64_t>(value);
+                if (prefixBits + numBits <= 56) {
+                    packer.put(ones | payload << prefixBits, prefixBits + numBits);
+                } else {
+                    packer.put(ones, prefixBits);
+                    packer.putWide(payload, numBits);
+                }
+            }
+        }
+        packer.finish();
+        return;
+    }
     for (const zul_QuantizedPoint& point : points) {
-        for (int c = 0; c < Accessor::kNumComponents; ++c) {
+        for (int c = 0; c < kComponents; ++c) {
             const int64_t current = Accessor::get(point, c);
             const int64_t delta = Accessor::delta(c, previous[c], current);
             previous[c] = current;
             int64_t value;
             int prefix, numBits;
             CVR::encodeDeltaOrAbsolute(value, prefix, numBits, coding.lookup[c], current, delta);
-            // Prefix i is i one-bits, closed by a zero-bit unless it is the last prefix.
             const uint64_t ones = prefix < 64 ? (uint64_t{1} << prefix) - 1 : ~uint64_t{0};
             out.writeBits(ones, prefix < coding.lastPrefix[c] ? prefix + 1 : prefix);
             out.writeBits(static_cast<uint64_t>(value), numBits);
