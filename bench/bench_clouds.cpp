@@ -4,10 +4,10 @@
 #include <filesystem>
 #include <memory>
 
+#include "commands.h"
 #include "formats/cloud.h"
+#include "point_plan.h"
 #include "synthetic_scan.h"
-#include "zul/commands.h"
-#include "zul/point_plan.h"
 
 namespace {
 
