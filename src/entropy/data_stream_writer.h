@@ -32,8 +32,13 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
     bool fast = out.bitPosition == 0;
     int64_t bitsPerPoint = 0;
     DeltaEncoder encoders[kComponents];
+    DeltaCodeTable codeTables[kComponents];
     for (int c = 0; c < kComponents; ++c) {
         encoders[c] = DeltaEncoder(coding.lookup[c]);
+        // A table pays for itself only over a chunk several times its size.
+        if (absoluteBits[c] <= DeltaCodeTable::kMaxWidth &&
+            points.size() >= (size_t{4} << absoluteBits[c]))
+            codeTables[c] = DeltaCodeTable(encoders[c], coding.lastPrefix[c], absoluteBits[c]);
         fast = fast && encoders[c].usable() && encoders[c].widestPayload() <= 64;
         bitsPerPoint += DeltaEncoder::kMaxEntries + encoders[c].widestPayload();
     }
@@ -44,6 +49,13 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
                 const int64_t current = Accessor::get(point, c);
                 const int64_t delta = Accessor::delta(c, previous[c], current);
                 previous[c] = current;
+                uint64_t field;
+                int fieldBits;
+                if (codeTables[c].usable() &&
+                    codeTables[c].code(delta, current, field, fieldBits)) {
+                    packer.put(field, fieldBits);
+                    continue;
+                }
                 int64_t value;
                 int prefix, numBits;
                 encoders[c].encode(delta, current, value, prefix, numBits);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "entropy/cvr.h"
 #include "frame/wrapping.h"
@@ -43,8 +44,8 @@ public:
     }
 
     // The first range holding `delta`, as CVR::encodeDeltaOrAbsolute finds it, with the same
-    // outputs when none does.
-    void encode(int64_t delta, int64_t absoluteValue, int64_t& value, int& prefixIndex,
+    // outputs when none does. True if that range is the escape to the absolute value.
+    bool encode(int64_t delta, int64_t absoluteValue, int64_t& value, int& prefixIndex,
                 int& numBits) const {
         if (delta >= 0) {
             for (int i = 0; i < positive_.count; ++i) {
@@ -54,7 +55,7 @@ public:
                     prefixIndex = i;
                     numBits = positive_.numBits[i];
                     value = wrappingSub(delta, positive_.minDelta[i]);
-                    return;
+                    return false;
                 }
             }
             return none(positive_, value, prefixIndex, numBits);
@@ -66,10 +67,10 @@ public:
                 prefixIndex = i;
                 numBits = negative_.numBits[i];
                 value = wrappingSub(wrappingSub(delta, negative_.maxDelta[i]), 1);
-                return;
+                return false;
             }
         }
-        none(negative_, value, prefixIndex, numBits);
+        return none(negative_, value, prefixIndex, numBits);
     }
 
 private:
@@ -81,19 +82,82 @@ private:
         int numBits[kMaxEntries] = {};
     };
 
-    static void escape(const Side& side, int i, int64_t absoluteValue, int64_t& value,
+    static bool escape(const Side& side, int i, int64_t absoluteValue, int64_t& value,
                        int& prefixIndex, int& numBits) {
         prefixIndex = i;
         numBits = side.numBits[i];
         value = absoluteValue;
+        return true;
     }
-    static void none(const Side& side, int64_t& value, int& prefixIndex, int& numBits) {
+    static bool none(const Side& side, int64_t& value, int& prefixIndex, int& numBits) {
         prefixIndex = side.count;
         numBits = 0;
         value = INT64_MAX;
+        return false;
     }
 
     Side positive_, negative_;
+};
+
+// Whole codes for every delta a narrow component can take, looked up instead of searched: for a
+// component whose values lie in [0, 2^w) with w at most kMaxWidth, deltas lie in (-2^w, 2^w).
+// An entry holds the prefix and payload bits of its delta as one field; an escape entry holds the
+// prefix and the width of the absolute value that follows it.
+class DeltaCodeTable {
+public:
+    static constexpr int kMaxWidth = 10;
+
+    DeltaCodeTable() = default;
+    // Empty (usable() false) if the component is too wide or a code too long for one field.
+    DeltaCodeTable(const DeltaEncoder& encoder, int lastPrefix, int absoluteBits) {
+        if (absoluteBits > kMaxWidth) return;
+        bound_ = (int64_t{1} << absoluteBits) - 1;
+        entries_.resize(static_cast<size_t>(2 * bound_ + 1));
+        for (int64_t delta = -bound_; delta <= bound_; ++delta) {
+            int64_t value;
+            int prefix, numBits;
+            const bool escape = encoder.encode(delta, 0, value, prefix, numBits);
+            const int prefixBits = prefix < lastPrefix ? prefix + 1 : prefix;
+            Entry& entry = entries_[static_cast<size_t>(delta + bound_)];
+            entry.code = (uint64_t{1} << prefix) - 1;
+            entry.bits = static_cast<uint8_t>(prefixBits);
+            if (escape) {
+                entry.absoluteBits = static_cast<uint8_t>(numBits);
+            } else if (numBits > 0) {
+                entry.code |= (static_cast<uint64_t>(value) & ((uint64_t{1} << numBits) - 1))
+                              << prefixBits;
+                entry.bits = static_cast<uint8_t>(prefixBits + numBits);
+            }
+            if (prefix >= 56 || entry.bits + entry.absoluteBits > 56) {
+                entries_.clear();
+                return;
+            }
+        }
+    }
+
+    bool usable() const { return !entries_.empty(); }
+
+    // The field for `delta` of a value `current`, with its width; false if `delta` lies outside
+    // the table (then the caller searches).
+    bool code(int64_t delta, int64_t current, uint64_t& field, int& numBits) const {
+        if (delta < -bound_ || delta > bound_) return false;
+        const Entry& entry = entries_[static_cast<size_t>(delta + bound_)];
+        const uint64_t absolute =
+            static_cast<uint64_t>(current) & ((uint64_t{1} << entry.absoluteBits) - 1);
+        field = entry.code | absolute << entry.bits;
+        numBits = entry.bits + entry.absoluteBits;
+        return true;
+    }
+
+private:
+    struct Entry {
+        uint64_t code = 0;
+        uint8_t bits = 0;          // prefix, and payload unless an escape
+        uint8_t absoluteBits = 0;  // an escape's absolute width, else 0
+    };
+
+    std::vector<Entry> entries_;
+    int64_t bound_ = -1;
 };
 
 }  // namespace zullib
