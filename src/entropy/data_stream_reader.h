@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "entropy/bit_stream_in.h"
+#include "entropy/bit_unpacker.h"
 #include "entropy/cvr.h"
+#include "entropy/delta_decoder.h"
 #include "entropy/quantized_point.h"
 #include "entropy/stream_coding.h"
 #include "frame/data_check.h"
@@ -47,10 +49,47 @@ zul_Status readStreamTables(BitStreamIn& in, std::vector<int>* tables) {
 template <class Accessor>
 zul_Status readStreamBody(BitStreamIn& in, std::vector<zul_QuantizedPoint>& points,
                           const int* absoluteBits, const std::vector<int>* tables) {
+    constexpr int kComponents = Accessor::kNumComponents;
     StreamCoding<Accessor> coding(absoluteBits, tables);
     int64_t* previous = coding.previous;
-    for (zul_QuantizedPoint& point : points) {
-        for (int c = 0; c < Accessor::kNumComponents; ++c) {
+    size_t next = 0;
+    // The fast path takes points while a whole point's widest codes fit before the end of the
+    // data, for tables of the sizes writers make; what is left goes through the checked loop.
+    bool fast = !in.errorFlag && in.bytePosition >= 0;
+    DeltaDecoder decoders[kComponents];
+    for (int c = 0; c < kComponents; ++c) {
+        decoders[c] = DeltaDecoder(coding.lookup[c]);
+        fast = fast && decoders[c].usable() && absoluteBits[c] <= 64;
+        for (int length : tables[c]) fast = fast && (length <= 64 || length == 255);
+    }
+    if (fast) {
+        BitUnpacker unpacker(in);
+        const int64_t pointRoom = 9 * kComponents + 16;
+        for (; next < points.size() && unpacker.room(pointRoom); ++next) {
+            zul_QuantizedPoint& point = points[next];
+            for (int c = 0; c < kComponents; ++c) {
+                const int prefix = unpacker.prefix(coding.lastPrefix[c]);
+                const int length = tables[c][static_cast<size_t>(prefix)];
+                int64_t value;
+                if (length == 255) {
+                    value = static_cast<int64_t>(unpacker.read(absoluteBits[c]));
+                } else {
+                    uint64_t payload = unpacker.read(length);
+                    if (!Accessor::nonNegative(c) && length > 0 && length < 64 &&
+                        ((payload >> (length - 1)) & 1) != 0)
+                        payload |= ~uint64_t{0} << length;
+                    const int64_t delta = decoders[c].decode(static_cast<int64_t>(payload), prefix);
+                    value = Accessor::undoDelta(c, previous[c], delta);
+                }
+                Accessor::set(point, c, value);
+                previous[c] = value;
+            }
+        }
+        unpacker.finish();
+    }
+    for (; next < points.size(); ++next) {
+        zul_QuantizedPoint& point = points[next];
+        for (int c = 0; c < kComponents; ++c) {
             int prefix = 0;
             while (prefix < coding.lastPrefix[c] && !in.errorFlag && in.readBits(1) == 1) ++prefix;
             const int length = tables[c][prefix];
