@@ -62,14 +62,17 @@ zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const c
             return zullib::streamCanHold<decltype(accessor)>(body, start, end, bits, numPoints);
         }));
 
-    // One reader over the whole body; every stream must end exactly at its declared end.
-    BitStreamIn in(body, chunkBodySize, 0);
+    // A body of coordinates alone is one stream; with attributes the streams are read side by
+    // side. Either way every stream must end exactly at its declared end.
     QuantizedPoints records(static_cast<size_t>(numPoints));
     zul_Status status = zul_STATUS_OK;
-    forEachStream([&](auto accessor, const int* bits, int64_t, int64_t end) {
-        status = readStream<decltype(accessor)>(in, records, bits, end);
-        return status == zul_STATUS_OK;
-    });
+    if (hasColor || hasReflection || hasNormals) {
+        status = readStreamsInLockstep(body, records, axes.coordinateBits);
+    } else {
+        BitStreamIn in(body, chunkBodySize, 0);
+        status = readStream<zul_QuantizedPoint::CoordinateAccessor>(
+            in, records, axes.coordinateBits, coordinateStreamEnd);
+    }
     // Up to here the output arrays are untouched: a damaged body leaves the last result intact.
     if (status != zul_STATUS_OK) return status;
 

@@ -89,6 +89,9 @@ private:
     template <class Accessor>
     zul_Status readDataStreamBody(zullib::BitStreamIn& in, QuantizedPoints& points,
                                   const int* absoluteBits, const std::vector<int>* tables);
+    // Reads every data stream of a body with attributes, side by side, into the records.
+    zul_Status readStreamsInLockstep(const unsigned char* body, QuantizedPoints& records,
+                                     const int* coordinateBits);
     // Reads the stream of one accessor and checks that it ends at `end`.
     template <class Accessor>
     zul_Status readStream(zullib::BitStreamIn& in, QuantizedPoints& points, const int* absoluteBits,

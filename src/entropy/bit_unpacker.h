@@ -48,13 +48,8 @@ public:
         return low | top << 32;
     }
 
-    // Hands the position back to the checked reader.
-    void finish() {
-        in_.bytePosition = position_;
-        in_.bitPosition = bit_;
-    }
-
-private:
+    // The next 57 bits or more, without consuming them; then skip() what was used. Needs 8 bytes
+    // of room.
     uint64_t peek() const {
         unsigned char bytes[8];
         std::memcpy(bytes, data_ + position_, 8);
@@ -68,6 +63,13 @@ private:
         bit_ = end & 7;
     }
 
+    // Hands the position back to the checked reader.
+    void finish() {
+        in_.bytePosition = position_;
+        in_.bitPosition = bit_;
+    }
+
+private:
     BitStreamIn& in_;
     const unsigned char* data_;
     int64_t position_;

@@ -9,6 +9,7 @@
 
 #include "entropy/bit_stream_in.h"
 #include "entropy/bit_unpacker.h"
+#include "entropy/code_lookup.h"
 #include "entropy/cvr.h"
 #include "entropy/delta_decoder.h"
 #include "entropy/quantized_point.h"
@@ -43,76 +44,131 @@ zul_Status readStreamTables(BitStreamIn& in, std::vector<int>* tables) {
     return zul_STATUS_OK;
 }
 
-// Fills the accessor's fields of `points`, which holds one record per point already. Bit lengths
-// above 64 (only a corrupt stream has them) read their bits and decode to some value; the caller's
-// check of the declared stream end refuses such a stream.
+// Reads the body of one data stream point by point. A fast step (readFast) serves while
+// hasRoom() says a whole point's widest codes fit before the end of the data, for tables of the
+// sizes writers make; a checked step (readChecked) serves everywhere, with BitStreamIn's checks.
+// Both give the same values and positions. Several readers over different streams of a chunk can
+// step in turn, so that their independent work overlaps.
 template <class Accessor>
-zul_Status readStreamBody(BitStreamIn& in, std::vector<zul_QuantizedPoint>& points,
-                          const int* absoluteBits, const std::vector<int>* tables) {
-    constexpr int kComponents = Accessor::kNumComponents;
-    StreamCoding<Accessor> coding(absoluteBits, tables);
-    int64_t* previous = coding.previous;
-    size_t next = 0;
-    // The fast path takes points while a whole point's widest codes fit before the end of the
-    // data, for tables of the sizes writers make; what is left goes through the checked loop.
-    bool fast = !in.errorFlag && in.bytePosition >= 0;
-    DeltaDecoder decoders[kComponents];
-    for (int c = 0; c < kComponents; ++c) {
-        decoders[c] = DeltaDecoder(coding.lookup[c]);
-        fast = fast && decoders[c].usable() && absoluteBits[c] <= 64;
-        for (int length : tables[c]) fast = fast && (length <= 64 || length == 255);
-    }
-    if (fast) {
-        BitUnpacker unpacker(in);
-        const int64_t pointRoom = 9 * kComponents + 16;
-        for (; next < points.size() && unpacker.room(pointRoom); ++next) {
-            zul_QuantizedPoint& point = points[next];
-            for (int c = 0; c < kComponents; ++c) {
-                const int prefix = unpacker.prefix(coding.lastPrefix[c]);
-                const int length = tables[c][static_cast<size_t>(prefix)];
-                int64_t value;
-                if (length == 255) {
-                    value = static_cast<int64_t>(unpacker.read(absoluteBits[c]));
-                } else {
-                    uint64_t payload = unpacker.read(length);
-                    if (!Accessor::nonNegative(c) && length > 0 && length < 64 &&
-                        ((payload >> (length - 1)) & 1) != 0)
-                        payload |= ~uint64_t{0} << length;
-                    const int64_t delta = decoders[c].decode(static_cast<int64_t>(payload), prefix);
-                    value = Accessor::undoDelta(c, previous[c], delta);
-                }
-                Accessor::set(point, c, value);
-                previous[c] = value;
-            }
-        }
-        unpacker.finish();
-    }
-    for (; next < points.size(); ++next) {
-        zul_QuantizedPoint& point = points[next];
+class StreamBodyReader {
+public:
+    static constexpr int kComponents = Accessor::kNumComponents;
+
+    StreamBodyReader(BitStreamIn& in, const int* absoluteBits, const std::vector<int>* tables,
+                     size_t numPoints)
+        : in_(in),
+          absoluteBits_(absoluteBits),
+          tables_(tables),
+          coding_(absoluteBits, tables),
+          unpacker_(in) {
+        fast_ = !in.errorFlag && in.bytePosition >= 0;
         for (int c = 0; c < kComponents; ++c) {
-            int prefix = 0;
-            while (prefix < coding.lastPrefix[c] && !in.errorFlag && in.readBits(1) == 1) ++prefix;
-            const int length = tables[c][prefix];
+            decoders_[c] = DeltaDecoder(coding_.lookup[c]);
+            fast_ = fast_ && decoders_[c].usable() && absoluteBits[c] <= 64;
+            for (int length : tables[c]) fast_ = fast_ && (length <= 64 || length == 255);
+            // A look-up table repays its building only over a long chunk.
+            if (fast_ && numPoints >= 4 * (size_t{1} << CodeLookup::kPeekBits))
+                lookups_[c] = CodeLookup(tables[c], coding_.lastPrefix[c], Accessor::nonNegative(c),
+                                         decoders_[c]);
+        }
+    }
+
+    bool hasRoom() const { return fast_ && unpacker_.room(9 * kComponents + 16); }
+
+    void readFast(zul_QuantizedPoint& point) {
+        int64_t* previous = coding_.previous;
+        for (int c = 0; c < kComponents; ++c) {
+            if (lookups_[c].usable()) {
+                const CodeLookup::Entry& entry = lookups_[c].at(unpacker_.peek());
+                if (entry.bits != 0) {
+                    unpacker_.skip(entry.bits);
+                    const int64_t value = Accessor::undoDelta(c, previous[c], entry.delta);
+                    Accessor::set(point, c, value);
+                    previous[c] = value;
+                    continue;
+                }
+            }
+            const int prefix = unpacker_.prefix(coding_.lastPrefix[c]);
+            const int length = tables_[c][static_cast<size_t>(prefix)];
             int64_t value;
             if (length == 255) {
-                value = static_cast<int64_t>(in.readBits(absoluteBits[c]));
+                value = static_cast<int64_t>(unpacker_.read(absoluteBits_[c]));
             } else {
-                uint64_t payload = in.readBits(length);
-                // A signed payload carries its sign in its top bit.
-                if (!Accessor::nonNegative(c) && length > 0 && length < 64 &&
-                    ((payload >> (length - 1)) & 1) != 0)
-                    payload |= ~uint64_t{0} << length;
-                int64_t delta;
-                CVR::decodeDelta(delta, coding.lookup[c], static_cast<int64_t>(payload), prefix);
+                const int64_t delta =
+                    decoders_[c].decode(signedPayload(c, unpacker_.read(length), length), prefix);
                 value = Accessor::undoDelta(c, previous[c], delta);
             }
             Accessor::set(point, c, value);
             previous[c] = value;
         }
     }
-    in.alignToByte();
-    ZUL_REFUSE_UNLESS(!in.errorFlag);
-    return zul_STATUS_OK;
+
+    // Ends the fast steps: the checked reader takes over the position.
+    void stopFast() {
+        if (fast_) unpacker_.finish();
+        fast_ = false;
+    }
+
+    void readChecked(zul_QuantizedPoint& point) {
+        int64_t* previous = coding_.previous;
+        for (int c = 0; c < kComponents; ++c) {
+            int prefix = 0;
+            while (prefix < coding_.lastPrefix[c] && !in_.errorFlag && in_.readBits(1) == 1)
+                ++prefix;
+            const int length = tables_[c][prefix];
+            int64_t value;
+            if (length == 255) {
+                value = static_cast<int64_t>(in_.readBits(absoluteBits_[c]));
+            } else {
+                int64_t delta;
+                CVR::decodeDelta(delta, coding_.lookup[c],
+                                 signedPayload(c, in_.readBits(length), length), prefix);
+                value = Accessor::undoDelta(c, previous[c], delta);
+            }
+            Accessor::set(point, c, value);
+            previous[c] = value;
+        }
+    }
+
+    // After the last point: the stream ends on a byte boundary, and no read failed.
+    zul_Status finish() {
+        stopFast();
+        in_.alignToByte();
+        ZUL_REFUSE_UNLESS(!in_.errorFlag);
+        return zul_STATUS_OK;
+    }
+
+private:
+    // A signed payload carries its sign in its top bit.
+    static int64_t signedPayload(int c, uint64_t payload, int length) {
+        if (!Accessor::nonNegative(c) && length > 0 && length < 64 &&
+            ((payload >> (length - 1)) & 1) != 0)
+            payload |= ~uint64_t{0} << length;
+        return static_cast<int64_t>(payload);
+    }
+
+    BitStreamIn& in_;
+    const int* absoluteBits_;
+    const std::vector<int>* tables_;
+    StreamCoding<Accessor> coding_;
+    BitUnpacker unpacker_;
+    bool fast_ = false;
+    DeltaDecoder decoders_[kComponents];
+    CodeLookup lookups_[kComponents];
+};
+
+// Fills the accessor's fields of `points`, which holds one record per point already. Bit lengths
+// above 64 (only a corrupt stream has them) read their bits and decode to some value; the caller's
+// check of the declared stream end refuses such a stream.
+template <class Accessor>
+zul_Status readStreamBody(BitStreamIn& in, std::vector<zul_QuantizedPoint>& points,
+                          const int* absoluteBits, const std::vector<int>* tables) {
+    StreamBodyReader<Accessor> reader(in, absoluteBits, tables, points.size());
+    size_t next = 0;
+    for (; next < points.size() && reader.hasRoom(); ++next) reader.readFast(points[next]);
+    reader.stopFast();
+    for (; next < points.size(); ++next) reader.readChecked(points[next]);
+    return reader.finish();
 }
 
 }  // namespace zullib

@@ -1,0 +1,98 @@
+// The data streams of a chunk body read side by side. Each stream has its own cursor from its
+// declared start, and the points are filled one after another, every stream adding its fields
+// before the next point: the streams' work is independent, so the processor overlaps it. What is
+// refused is what the stream-after-stream reading refuses: a bad table, a read past the data, a
+// stream that does not end exactly where the chunk header says (which is where the next begins).
+#include <optional>
+
+#include "decoder/dec_context.h"
+#include "entropy/attribute_widths.h"
+#include "entropy/data_stream_reader.h"
+#include "frame/data_check.h"
+
+using zullib::BitStreamIn;
+using zullib::zul_QuantizedPoint;
+
+namespace {
+
+template <class StreamAccessor>
+struct Lane {
+    using Accessor = StreamAccessor;
+    Lane(const unsigned char* body, int64_t bodySize, int64_t start, int64_t end, bool present)
+        : in(body, bodySize, start), end(end), present(present) {}
+
+    bool hasRoom() const { return !present || reader->hasRoom(); }
+    void readFast(zul_QuantizedPoint& point) {
+        if (present) reader->readFast(point);
+    }
+    // The points from `next` on through the checked reader, then the stream's end.
+    zul_Status finish(std::vector<zul_QuantizedPoint>& records, size_t next) {
+        if (!present) return zul_STATUS_OK;
+        reader->stopFast();
+        for (; next < records.size(); ++next) reader->readChecked(records[next]);
+        const zul_Status status = reader->finish();
+        if (status != zul_STATUS_OK) return status;
+        ZUL_REFUSE_UNLESS(in.bytePosition == end);
+        return zul_STATUS_OK;
+    }
+
+    BitStreamIn in;
+    int64_t end;
+    bool present;
+    std::vector<int> tables[Accessor::kNumComponents];
+    std::optional<zullib::StreamBodyReader<Accessor>> reader;
+};
+
+}  // namespace
+
+zul_Status zul_dec_ContextStruct::readStreamsInLockstep(const unsigned char* body,
+                                                        QuantizedPoints& records,
+                                                        const int* coordinateBits) {
+    const zullib::AttributeWidths widths(dataType);
+    const bool hasColor = dataType.colorMode != zul_COLOR_NONE;
+    const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
+    const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
+    // Each present stream starts where the one before it is declared to end.
+    const int64_t colorStart = coordinateStreamEnd;
+    const int64_t reflectionStart = hasColor ? colorStreamEnd : colorStart;
+    const int64_t normalStart = hasReflection ? reflectionStreamEnd : reflectionStart;
+    Lane<zul_QuantizedPoint::CoordinateAccessor> coordinates(body, chunkBodySize, 0,
+                                                             coordinateStreamEnd, true);
+    Lane<zul_QuantizedPoint::RGBAccessor> colors(body, chunkBodySize, colorStart, colorStreamEnd,
+                                                 hasColor);
+    Lane<zul_QuantizedPoint::ReflectionAccessor> reflections(body, chunkBodySize, reflectionStart,
+                                                             reflectionStreamEnd, hasReflection);
+    Lane<zul_QuantizedPoint::NormalAccessor> normals(body, chunkBodySize, normalStart,
+                                                     normalStreamEnd, hasNormals);
+
+    zul_Status status = zul_STATUS_OK;
+    const auto open = [&](auto& lane, const int* absoluteBits) {
+        using Accessor = typename std::remove_reference_t<decltype(lane)>::Accessor;
+        if (status != zul_STATUS_OK || !lane.present) return;
+        status = readDataStreamHeader<Accessor>(lane.in, lane.tables);
+        if (status == zul_STATUS_OK)
+            lane.reader.emplace(lane.in, absoluteBits, lane.tables, records.size());
+    };
+    open(coordinates, coordinateBits);
+    open(colors, widths.rgbBits);
+    open(reflections, widths.reflectionBits);
+    open(normals, widths.normalBits);
+    if (status != zul_STATUS_OK) return status;
+
+    size_t next = 0;
+    for (; next < records.size() && coordinates.hasRoom() && colors.hasRoom() &&
+           reflections.hasRoom() && normals.hasRoom();
+         ++next) {
+        zul_QuantizedPoint& point = records[next];
+        coordinates.readFast(point);
+        colors.readFast(point);
+        reflections.readFast(point);
+        normals.readFast(point);
+    }
+    for (zul_Status laneStatus :
+         {coordinates.finish(records, next), colors.finish(records, next),
+          reflections.finish(records, next), normals.finish(records, next)}) {
+        if (laneStatus != zul_STATUS_OK) return laneStatus;
+    }
+    return zul_STATUS_OK;
+}

@@ -1,0 +1,51 @@
+// Decoding a whole short code with one look-up: the next kPeekBits bits of the stream index a
+// table that gives the code's width and its delta, for every code (prefix and payload) that fits
+// in those bits. Longer codes and escapes are marked with width 0 and decoded the long way.
+// Built per stream component from its prefix table, only for chunks long enough to repay it.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "entropy/delta_decoder.h"
+
+namespace zullib {
+
+class CodeLookup {
+public:
+    static constexpr int kPeekBits = 10;
+    static constexpr uint64_t kPeekMask = (uint64_t{1} << kPeekBits) - 1;
+
+    struct Entry {
+        int32_t delta;
+        uint8_t bits;  // 0: not decodable from this entry
+    };
+
+    CodeLookup() = default;
+    CodeLookup(const std::vector<int>& table, int lastPrefix, bool nonNegative,
+               const DeltaDecoder& decoder)
+        : entries_(size_t{1} << kPeekBits) {
+        for (uint64_t pattern = 0; pattern <= kPeekMask; ++pattern) {
+            int prefix = 0;
+            while (prefix < lastPrefix && ((pattern >> prefix) & 1) != 0) ++prefix;
+            const int prefixBits = prefix < lastPrefix ? prefix + 1 : prefix;
+            const int length = table[static_cast<size_t>(prefix)];
+            if (length == 255 || prefixBits + length > kPeekBits) continue;
+            uint64_t payload = length == 0 ? 0 : (pattern >> prefixBits) & ((1u << length) - 1);
+            if (!nonNegative && length > 0 && ((payload >> (length - 1)) & 1) != 0)
+                payload |= ~uint64_t{0} << length;
+            const int64_t delta = decoder.decode(static_cast<int64_t>(payload), prefix);
+            if (delta < INT32_MIN || delta > INT32_MAX) continue;
+            entries_[pattern] = {static_cast<int32_t>(delta),
+                                 static_cast<uint8_t>(prefixBits + length)};
+        }
+    }
+
+    bool usable() const { return !entries_.empty(); }
+    const Entry& at(uint64_t bits) const { return entries_[bits & kPeekMask]; }
+
+private:
+    std::vector<Entry> entries_;
+};
+
+}  // namespace zullib
