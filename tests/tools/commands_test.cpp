@@ -184,12 +184,11 @@ TEST_F(Commands, DecompressAppliesTheSensorHeaderUnlessAskedNotTo) {
                       dataFile("bun0.pcd") + " " + path("a.zul"))
                   .exitCode,
               0);
-    ASSERT_EQ(
-        runTool(
-            "compress -q --chunk 1 --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 --translate 10 20 30 " +
-            dataFile("bun0.pcd") + " " + path("one.zul"))
-            .exitCode,
-        0);
+    ASSERT_EQ(runTool("compress -q --chunk 1 --order input --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 "
+                      "--translate 10 20 30 " +
+                      dataFile("bun0.pcd") + " " + path("one.zul"))
+                  .exitCode,
+              0);
     ASSERT_EQ(runTool("decompress -q " + path("one.zul") + " " + path("placed.ply")).exitCode, 0);
     ASSERT_EQ(runTool("decompress -q --no-transform " + path("one.zul") + " " + path("stored.ply"))
                   .exitCode,

@@ -78,11 +78,12 @@ TEST_P(FormatRoundTrip, KeepsEveryPointWithinItsStep) {
     zultool::CloudLayout inputLayout;
     const std::vector<CloudPoint> original = readCloud(dataFile(c.input), &inputLayout);
 
-    // One point a chunk keeps the points in the input's order all the way through.
+    // One point a chunk in the input's order keeps that order all the way through.
     CompressOptions compress;
     compress.input = dataFile(c.input);
     compress.output = path("cloud.zul");
     compress.chunk = 1;
+    compress.order = "input";
     compress.quiet = true;
     ASSERT_EQ(zultool::runCompress(compress), 0);
 

@@ -16,6 +16,8 @@ struct CompressOptions {
     double intensityScale = 0;  // 0: 1, or 255 for intensities within 0 .. 1
     bool normals = false, noNormals = false;
     int chunk = 10000;
+    std::string order = "kd";       // kd: spatially compact chunks; input: the input's order
+    int orderBudgetMiB = 2048;      // points held at once for ordering, in MiB
     std::vector<double> translate;  // 3 values
     double scale = 1;
     std::vector<double> rotate;  // 9 values, row after row

@@ -1,4 +1,5 @@
 // zul compress: any point cloud file the tool reads, streamed point by point into a zul file.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -8,6 +9,7 @@
 #include "output_file.h"
 #include "point_plan.h"
 #include "progress_bar.h"
+#include "spatial_order.h"
 #include "status_text.h"
 #include "zul.h"
 
@@ -77,11 +79,35 @@ int runCompress(const CompressOptions& options) {
     int64_t written = 0;
     PointTally tally;
     zul_Point point = {};
-    while (reader->read(point)) {
-        progress.update(reader->bytesRead());
-        if (!preparePoint(plan, *reader, point, tally)) continue;
-        checkStatus(zul_out_writePoint(writer.context, &point), options.output, ZulStage::Write);
+    const auto write = [&](const zul_Point& p) {
+        checkStatus(zul_out_writePoint(writer.context, &p), options.output, ZulStage::Write);
         ++written;
+    };
+    if (options.order == "input") {
+        while (reader->read(point)) {
+            progress.update(reader->bytesRead());
+            if (preparePoint(plan, *reader, point, tally)) write(point);
+        }
+    } else {
+        // A block is a whole number of chunks, so the writer's chunks fall on the cells.
+        const size_t capacity =
+            blockCapacity(static_cast<size_t>(options.orderBudgetMiB) << 20, options.chunk);
+        std::vector<zul_Point> block;
+        const auto flush = [&] {
+            orderForChunks(block, options.chunk);
+            for (const zul_Point& p : block) write(p);
+            block.clear();
+        };
+        while (reader->read(point)) {
+            progress.update(reader->bytesRead());
+            if (!preparePoint(plan, *reader, point, tally)) continue;
+            // Grows by doubling, but never past the block.
+            if (block.size() == block.capacity())
+                block.reserve(std::min(capacity, std::max<size_t>(2 * block.size(), 4096)));
+            block.push_back(point);
+            if (block.size() == capacity) flush();
+        }
+        flush();
     }
     checkStatus(zul_out_close(&writer.context), options.output, ZulStage::Write);
     output.commit();

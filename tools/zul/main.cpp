@@ -32,6 +32,14 @@ int main(int argc, char** argv) {
     c->add_flag("--normals", compress.normals, "keep normals (an error if the input has none)");
     c->add_flag("--no-normals", compress.noNormals, "leave normals out");
     c->add_option("--chunk", compress.chunk, "points a chunk (default 10000)");
+    c->add_option("--order", compress.order,
+                  "kd (default): spatially compact chunks, cut along the largest extent; input: "
+                  "the input's order")
+        ->check(CLI::IsMember({"kd", "input"}));
+    c->add_option("--order-budget", compress.orderBudgetMiB,
+                  "MiB of points ordered at once; larger inputs are ordered block by block "
+                  "(default 2048)")
+        ->check(CLI::Range(1, 1 << 20));
     c->add_option("--translate", compress.translate, "sensor header translation X Y Z")
         ->expected(3);
     c->add_option("--scale", compress.scale, "sensor header uniform scale");
