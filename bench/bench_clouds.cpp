@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "formats/cloud.h"
 #include "point_plan.h"
+#include "spatial_order.h"
 #include "synthetic_scan.h"
 
 namespace {
@@ -91,6 +92,32 @@ zul_PointData BenchCloud::slice(int first, int count) const {
 int BenchCloud::rawBytesPerPoint() const {
     return 24 + (colors.empty() ? 0 : 3) + (reflections.empty() ? 0 : 4) +
            (normals.empty() ? 0 : 12);
+}
+
+BenchCloud kdOrdered(const BenchCloud& cloud) {
+    std::vector<zul_Point> points(static_cast<size_t>(cloud.size()));
+    for (size_t i = 0; i < points.size(); ++i) {
+        zul_Point& p = points[i];
+        p = {};
+        for (int k = 0; k < 3; ++k) {
+            p.position[k] = cloud.positions[3 * i + k];
+            if (!cloud.colors.empty()) p.color[k] = cloud.colors[3 * i + k];
+            if (!cloud.normals.empty()) p.normal[k] = cloud.normals[3 * i + k];
+        }
+        if (!cloud.reflections.empty()) p.reflection = cloud.reflections[i];
+    }
+    zultool::orderForChunks(points, kBenchChunk);
+    BenchCloud ordered = cloud;
+    for (size_t i = 0; i < points.size(); ++i) {
+        const zul_Point& p = points[i];
+        for (int k = 0; k < 3; ++k) {
+            ordered.positions[3 * i + k] = p.position[k];
+            if (!cloud.colors.empty()) ordered.colors[3 * i + k] = p.color[k];
+            if (!cloud.normals.empty()) ordered.normals[3 * i + k] = p.normal[k];
+        }
+        if (!cloud.reflections.empty()) ordered.reflections[i] = p.reflection;
+    }
+    return ordered;
 }
 
 const std::vector<BenchCloud>& benchClouds() {

@@ -25,6 +25,10 @@ struct BenchCloud {
     int rawBytesPerPoint() const;
 };
 
+// The same cloud with its points in the order `zul compress` writes them by default: cut into
+// spatially compact runs of kBenchChunk points.
+BenchCloud kdOrdered(const BenchCloud& cloud);
+
 // Loaded once: the shared clouds found (a missing file is left out with a note on stderr), then
 // the synthetic scan of kScanPoints points.
 const std::vector<BenchCloud>& benchClouds();

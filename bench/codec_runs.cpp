@@ -59,9 +59,9 @@ CodecRun runMemcpy(const BenchCloud& cloud) {
     return run;
 }
 
-CodecRun runZul(const BenchCloud& cloud) {
+CodecRun runZul(const BenchCloud& cloud, const char* name) {
     CodecRun run;
-    run.codec = "zul";
+    run.codec = name;
     EncodedCloud encoded;
     zul_enc_Context encoder = nullptr;
     if (!encodeCloud(cloud, encoded) || zul_enc_open(&encoder, &cloud.dataType) != zul_STATUS_OK) {

@@ -22,6 +22,6 @@ double bestSeconds(const std::function<void()>& work, double minSeconds = 0.3);
 CodecRun runMemcpy(const BenchCloud& cloud);
 // zul in memory: zul_enc_encodeChunk over chunks of kBenchChunk points, then
 // zul_dec_decodeChunkHeader and zul_dec_decodeChunkBody over every chunk.
-CodecRun runZul(const BenchCloud& cloud);
+CodecRun runZul(const BenchCloud& cloud, const char* name = "zul");
 // Draco's C++ library at its default speed, positions quantised to the same step.
 CodecRun runDraco(const BenchCloud& cloud);
