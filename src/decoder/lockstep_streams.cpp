@@ -21,9 +21,16 @@ struct Lane {
     Lane(const unsigned char* body, int64_t bodySize, int64_t start, int64_t end, bool present)
         : in(body, bodySize, start), end(end), present(present) {}
 
-    bool hasRoom() const { return !present || reader->hasRoom(); }
-    void readFast(zul_QuantizedPoint& point) {
-        if (present) reader->readFast(point);
+    using Reader = zullib::StreamBodyReader<Accessor>;
+    bool hasRoom(size_t points) const { return !present || reader->hasRoom(points); }
+    typename Reader::Cursor cursor() const {
+        return present ? reader->cursor() : typename Reader::Cursor{};
+    }
+    void keep(const typename Reader::Cursor& cursor) {
+        if (present) reader->keep(cursor);
+    }
+    ZUL_ALWAYS_INLINE void readFast(zul_QuantizedPoint& point, typename Reader::Cursor& cursor) {
+        if (present) reader->readFast(point, cursor);
     }
     // The points from `next` on through the checked reader, then the stream's end.
     zul_Status finish(std::vector<zul_QuantizedPoint>& records, size_t next) {
@@ -79,15 +86,28 @@ zul_Status zul_dec_ContextStruct::readStreamsInLockstep(const unsigned char* bod
     open(normals, widths.normalBits);
     if (status != zul_STATUS_OK) return status;
 
+    // Runs of points in lockstep, every lane's cursor in locals for the length of a run; runs get
+    // shorter towards the end of the data.
     size_t next = 0;
-    for (; next < records.size() && coordinates.hasRoom() && colors.hasRoom() &&
-           reflections.hasRoom() && normals.hasRoom();
-         ++next) {
-        zul_QuantizedPoint& point = records[next];
-        coordinates.readFast(point);
-        colors.readFast(point);
-        reflections.readFast(point);
-        normals.readFast(point);
+    for (size_t run = zullib::kFastRun; run > 0; run /= 16) {
+        while (records.size() - next >= run && coordinates.hasRoom(run) && colors.hasRoom(run) &&
+               reflections.hasRoom(run) && normals.hasRoom(run)) {
+            auto coordinateCursor = coordinates.cursor();
+            auto colorCursor = colors.cursor();
+            auto reflectionCursor = reflections.cursor();
+            auto normalCursor = normals.cursor();
+            for (const size_t end = next + run; next < end; ++next) {
+                zul_QuantizedPoint& point = records[next];
+                coordinates.readFast(point, coordinateCursor);
+                colors.readFast(point, colorCursor);
+                reflections.readFast(point, reflectionCursor);
+                normals.readFast(point, normalCursor);
+            }
+            coordinates.keep(coordinateCursor);
+            colors.keep(colorCursor);
+            reflections.keep(reflectionCursor);
+            normals.keep(normalCursor);
+        }
     }
     for (zul_Status laneStatus :
          {coordinates.finish(records, next), colors.finish(records, next),

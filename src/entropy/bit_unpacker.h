@@ -1,7 +1,8 @@
-// The fast reader of a stream body: fields come out of one unaligned 8-byte load each, and a
-// prefix is counted with one count-trailing-ones rather than bit by bit. It trusts its caller to
-// keep it inside the data (see room()); near the end of the data the caller reads with
-// BitStreamIn, which checks every read. Both give the same fields.
+// The fast reader of a stream body. Bits wait in a 64-bit register that is topped up from one
+// unaligned 8-byte load before each field, so a field costs a mask and a shift, and a prefix is
+// counted with one count-trailing-ones rather than bit by bit. It trusts its caller to keep it
+// inside the data (see room()); near the end of the data the caller reads with BitStreamIn,
+// which checks every read. Both give the same fields and end at the same position.
 #pragma once
 
 #include <cstdint>
@@ -9,21 +10,36 @@
 
 #include "entropy/bit_stream_in.h"
 
+// The fast paths are only fast when every step is inlined into the loop that keeps the cursor
+// in registers.
+#define ZUL_ALWAYS_INLINE inline __attribute__((always_inline))
+
 namespace zullib {
 
+// A value: a loop copies it into a local, steps with it, and stores it back, so that the
+// register state is not reloaded after every byte stored to the records.
 class BitUnpacker {
 public:
-    explicit BitUnpacker(BitStreamIn& in)
-        : in_(in), data_(in.data), position_(in.bytePosition), bit_(in.bitPosition) {}
+    // Starts at the reader's position; does nothing (and room() is false) within 8 bytes of the
+    // end.
+    BitUnpacker() = default;
+    explicit BitUnpacker(const BitStreamIn& in)
+        : data_(in.data), size_(in.size), next_(in.bytePosition) {
+        started_ = in.size - next_ >= 8;
+        if (!started_) return;
+        refill();
+        skip(in.bitPosition);
+    }
 
-    // Whether at least `bytes` bytes lie between the cursor and the end of the data.
-    bool room(int64_t bytes) const { return in_.size - position_ >= bytes; }
+    // Whether at least `bytes` bytes lie between the bytes already loaded and the end of the data.
+    bool room(int64_t bytes) const { return started_ && size_ - next_ >= bytes; }
 
-    // The number of one-bits before the first zero-bit, at most `limit`; consumes them and the
-    // zero-bit, unless `limit` ones were found. Needs 9 bytes of room.
-    int prefix(int limit) {
-        const uint64_t ones = ~peek();
-        int count = ones == 0 ? 64 : __builtin_ctzll(ones);
+    // The number of one-bits before the first zero-bit, at most `limit` (at most 56); consumes
+    // them and the zero-bit, unless `limit` ones were found. Needs 8 bytes of room.
+    ZUL_ALWAYS_INLINE int prefix(int limit) {
+        refill();
+        const uint64_t zeros = ~buffer_;
+        int count = zeros == 0 ? 64 : __builtin_ctzll(zeros);
         if (count >= limit) {
             count = limit;
             skip(limit);
@@ -33,47 +49,61 @@ public:
         return count;
     }
 
-    // A field of up to 64 bits. Needs 17 bytes of room.
-    uint64_t read(int numBits) {
-        if (numBits <= 56) {
-            const uint64_t field = numBits == 0 ? 0 : peek() & ((uint64_t{1} << numBits) - 1);
-            skip(numBits);
-            return field;
+    // A field of up to 64 bits. Needs 16 bytes of room.
+    ZUL_ALWAYS_INLINE uint64_t read(int numBits) {
+        if (numBits > 56) {
+            const uint64_t low = readShort(32);
+            return low | readShort(numBits - 32) << 32;
         }
-        const uint64_t low = peek() & 0xFFFFFFFFu;
-        skip(32);
-        const int high = numBits - 32;
-        const uint64_t top = peek() & (high == 32 ? 0xFFFFFFFFu : (uint64_t{1} << high) - 1);
-        skip(high);
-        return low | top << 32;
+        return readShort(numBits);
     }
 
-    // The next 57 bits or more, without consuming them; then skip() what was used. Needs 8 bytes
-    // of room.
-    uint64_t peek() const {
-        unsigned char bytes[8];
-        std::memcpy(bytes, data_ + position_, 8);
-        uint64_t word = 0;
-        for (int i = 0; i < 8; ++i) word |= uint64_t{bytes[i]} << (8 * i);
-        return word >> bit_;
+    // At least the next 56 bits, without consuming them; then skip() what was used. Needs 8
+    // bytes of room.
+    ZUL_ALWAYS_INLINE uint64_t peek() {
+        refill();
+        return buffer_;
     }
-    void skip(int numBits) {
-        const int end = bit_ + numBits;
-        position_ += end >> 3;
-        bit_ = end & 7;
+    // At most what the last peek() showed.
+    ZUL_ALWAYS_INLINE void skip(int numBits) {
+        buffer_ >>= numBits;
+        count_ -= numBits;
     }
 
     // Hands the position back to the checked reader.
-    void finish() {
-        in_.bytePosition = position_;
-        in_.bitPosition = bit_;
+    void finish(BitStreamIn& in) const {
+        if (!started_) return;
+        const int64_t bit = next_ * 8 - count_;
+        in.bytePosition = bit >> 3;
+        in.bitPosition = static_cast<int>(bit & 7);
     }
 
 private:
-    BitStreamIn& in_;
-    const unsigned char* data_;
-    int64_t position_;
-    int bit_;
+    ZUL_ALWAYS_INLINE uint64_t readShort(int numBits) {
+        refill();
+        const uint64_t field = buffer_ & ((uint64_t{1} << numBits) - 1);
+        skip(numBits);
+        return field;
+    }
+
+    // Tops the register up to 56 bits or more. The bytes loaded past the counted bits are the
+    // stream's own next bits, loaded again in the same place by the next refill.
+    ZUL_ALWAYS_INLINE void refill() {
+        unsigned char bytes[8];
+        std::memcpy(bytes, data_ + next_, 8);
+        uint64_t word = 0;
+        for (int i = 0; i < 8; ++i) word |= uint64_t{bytes[i]} << (8 * i);
+        buffer_ |= word << count_;
+        next_ += (63 - count_) >> 3;
+        count_ |= 56;
+    }
+
+    const unsigned char* data_ = nullptr;
+    int64_t size_ = 0;
+    int64_t next_ = 0;  // the first byte not yet loaded
+    uint64_t buffer_ = 0;
+    int count_ = 0;  // bits in the register that belong to the position
+    bool started_ = false;
 };
 
 }  // namespace zullib

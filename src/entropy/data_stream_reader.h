@@ -44,6 +44,9 @@ zul_Status readStreamTables(BitStreamIn& in, std::vector<int>* tables) {
     return zul_STATUS_OK;
 }
 
+// Points a run of fast steps takes at most between checks of the room left.
+const size_t kFastRun = 256;
+
 // Reads the body of one data stream point by point. A fast step (readFast) serves while
 // hasRoom() says a whole point's widest codes fit before the end of the data, for tables of the
 // sizes writers make; a checked step (readChecked) serves everywhere, with BitStreamIn's checks.
@@ -73,29 +76,48 @@ public:
         }
     }
 
-    bool hasRoom() const { return fast_ && unpacker_.room(9 * kComponents + 16); }
+    // What fast steps change, held by the caller in locals between cursor() and keep().
+    struct Cursor {
+        BitUnpacker bits;
+        int64_t previous[kComponents];
+    };
+    Cursor cursor() const {
+        Cursor cursor{unpacker_, {}};
+        for (int c = 0; c < kComponents; ++c) cursor.previous[c] = coding_.previous[c];
+        return cursor;
+    }
+    void keep(const Cursor& cursor) {
+        unpacker_ = cursor.bits;
+        for (int c = 0; c < kComponents; ++c) coding_.previous[c] = cursor.previous[c];
+    }
 
-    void readFast(zul_QuantizedPoint& point) {
-        int64_t* previous = coding_.previous;
+    // Whether `points` more points can take fast steps: their widest codes fit before the end.
+    bool hasRoom(size_t points) const {
+        return fast_ && unpacker_.room(static_cast<int64_t>(points) * (9 * kComponents) + 16);
+    }
+
+    ZUL_ALWAYS_INLINE void readFast(zul_QuantizedPoint& point, Cursor& cursor) const {
+        BitUnpacker& bits = cursor.bits;
+        int64_t* previous = cursor.previous;
         for (int c = 0; c < kComponents; ++c) {
             if (lookups_[c].usable()) {
-                const CodeLookup::Entry& entry = lookups_[c].at(unpacker_.peek());
+                const CodeLookup::Entry& entry = lookups_[c].at(bits.peek());
                 if (entry.bits != 0) {
-                    unpacker_.skip(entry.bits);
+                    bits.skip(entry.bits);
                     const int64_t value = Accessor::undoDelta(c, previous[c], entry.delta);
                     Accessor::set(point, c, value);
                     previous[c] = value;
                     continue;
                 }
             }
-            const int prefix = unpacker_.prefix(coding_.lastPrefix[c]);
+            const int prefix = bits.prefix(coding_.lastPrefix[c]);
             const int length = tables_[c][static_cast<size_t>(prefix)];
             int64_t value;
             if (length == 255) {
-                value = static_cast<int64_t>(unpacker_.read(absoluteBits_[c]));
+                value = static_cast<int64_t>(bits.read(absoluteBits_[c]));
             } else {
                 const int64_t delta =
-                    decoders_[c].decode(signedPayload(c, unpacker_.read(length), length), prefix);
+                    decoders_[c].decode(signedPayload(c, bits.read(length), length), prefix);
                 value = Accessor::undoDelta(c, previous[c], delta);
             }
             Accessor::set(point, c, value);
@@ -105,7 +127,7 @@ public:
 
     // Ends the fast steps: the checked reader takes over the position.
     void stopFast() {
-        if (fast_) unpacker_.finish();
+        if (fast_) unpacker_.finish(in_);
         fast_ = false;
     }
 
@@ -165,7 +187,15 @@ zul_Status readStreamBody(BitStreamIn& in, std::vector<zul_QuantizedPoint>& poin
                           const int* absoluteBits, const std::vector<int>* tables) {
     StreamBodyReader<Accessor> reader(in, absoluteBits, tables, points.size());
     size_t next = 0;
-    for (; next < points.size() && reader.hasRoom(); ++next) reader.readFast(points[next]);
+    // Fast steps in runs, the cursor in locals for the length of a run.
+    for (size_t run = kFastRun; run > 0; run /= 16) {
+        while (points.size() - next >= run && reader.hasRoom(run)) {
+            auto cursor = reader.cursor();
+            for (const size_t end = next + run; next < end; ++next)
+                reader.readFast(points[next], cursor);
+            reader.keep(cursor);
+        }
+    }
     reader.stopFast();
     for (; next < points.size(); ++next) reader.readChecked(points[next]);
     return reader.finish();
