@@ -25,19 +25,24 @@ public:
     CodeLookup(const std::vector<int>& table, int lastPrefix, bool nonNegative,
                const DeltaDecoder& decoder)
         : entries_(size_t{1} << kPeekBits) {
-        for (uint64_t pattern = 0; pattern <= kPeekMask; ++pattern) {
-            int prefix = 0;
-            while (prefix < lastPrefix && ((pattern >> prefix) & 1) != 0) ++prefix;
+        // Each code that fits fills every pattern that starts with it.
+        for (int prefix = 0; prefix <= lastPrefix; ++prefix) {
             const int prefixBits = prefix < lastPrefix ? prefix + 1 : prefix;
             const int length = table[static_cast<size_t>(prefix)];
             if (length == 255 || prefixBits + length > kPeekBits) continue;
-            uint64_t payload = length == 0 ? 0 : (pattern >> prefixBits) & ((1u << length) - 1);
-            if (!nonNegative && length > 0 && ((payload >> (length - 1)) & 1) != 0)
-                payload |= ~uint64_t{0} << length;
-            const int64_t delta = decoder.decode(static_cast<int64_t>(payload), prefix);
-            if (delta < INT32_MIN || delta > INT32_MAX) continue;
-            entries_[pattern] = {static_cast<int32_t>(delta),
-                                 static_cast<uint8_t>(prefixBits + length)};
+            const uint64_t ones = (uint64_t{1} << prefix) - 1;
+            const int codeBits = prefixBits + length;
+            for (uint64_t raw = 0; raw < (uint64_t{1} << length); ++raw) {
+                uint64_t payload = raw;
+                if (!nonNegative && length > 0 && ((payload >> (length - 1)) & 1) != 0)
+                    payload |= ~uint64_t{0} << length;
+                const int64_t delta = decoder.decode(static_cast<int64_t>(payload), prefix);
+                if (delta < INT32_MIN || delta > INT32_MAX) continue;
+                const Entry entry = {static_cast<int32_t>(delta), static_cast<uint8_t>(codeBits)};
+                for (uint64_t code = ones | raw << prefixBits; code <= kPeekMask;
+                     code += uint64_t{1} << codeBits)
+                    entries_[code] = entry;
+            }
         }
     }
 
