@@ -3,6 +3,7 @@
 // cursor's sticky flag, which is looked at once, when the stream is done.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <type_traits>
 #include <vector>
@@ -73,6 +74,11 @@ public:
             if (fast_ && numPoints >= 4 * (size_t{1} << CodeLookup::kPeekBits))
                 lookups_[c] = CodeLookup(tables[c], coding_.lastPrefix[c], Accessor::nonNegative(c),
                                          decoders_[c]);
+            // The longest code of the component: the whole prefix and the widest payload.
+            int widest = 0;
+            for (int length : tables[c])
+                widest = std::max(widest, length == 255 ? absoluteBits[c] : length);
+            pointBits_ += coding_.lastPrefix[c] + widest;
         }
     }
 
@@ -175,6 +181,7 @@ private:
     StreamCoding<Accessor> coding_;
     BitUnpacker unpacker_;
     bool fast_ = false;
+    int64_t pointBits_ = 0;  // the most bits one point can take in this stream
     DeltaDecoder decoders_[kComponents];
     CodeLookup lookups_[kComponents];
 };
