@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <new>
 
 #include "frame/bit_length.h"
 
@@ -29,27 +30,58 @@ struct KeyBefore {
 const int kDigitBits = 11;
 const size_t kDigits = size_t{1} << kDigitBits;
 
-// Stable LSD radix sort of the pairs on the low `keyBits` bits of their keys.
-void radixSort(std::vector<Keyed>& pairs, int keyBits) {
-    std::vector<Keyed> other(pairs.size());
-    std::vector<uint32_t> counts(kDigits);
+// The pairs of the records in their given order, each key the three slots side by side.
+void makePairs(const std::vector<zul_QuantizedPoint>& points, const int (&width)[3], Keyed* pairs) {
+    for (size_t i = 0; i < points.size(); ++i) {
+        const int64_t* c = points[i].coordinates;
+        uint64_t key = static_cast<uint64_t>(c[0]);
+        key = width[1] > 0 ? key << width[1] | static_cast<uint64_t>(c[1]) : key;
+        key = width[2] > 0 ? key << width[2] | static_cast<uint64_t>(c[2]) : key;
+        new (&pairs[i]) Keyed{key, static_cast<uint32_t>(i)};
+    }
+}
+
+// Stable LSD radix sort of n pairs on the low `keyBits` bits of their keys, between the two
+// arrays; returns the one that holds the result.
+Keyed* radixSort(Keyed* pairs, Keyed* other, size_t n, int keyBits, uint32_t* counts) {
     for (int shift = 0; shift < keyBits; shift += kDigitBits) {
-        std::fill(counts.begin(), counts.end(), 0);
-        for (const Keyed& p : pairs) ++counts[(p.key >> shift) & (kDigits - 1)];
+        std::fill(counts, counts + kDigits, 0);
+        for (size_t i = 0; i < n; ++i) ++counts[(pairs[i].key >> shift) & (kDigits - 1)];
         uint32_t start = 0;
-        for (uint32_t& count : counts) {
-            const uint32_t n = count;
-            count = start;
-            start += n;
+        for (size_t d = 0; d < kDigits; ++d) {
+            const uint32_t count = counts[d];
+            counts[d] = start;
+            start += count;
         }
-        for (const Keyed& p : pairs) other[counts[(p.key >> shift) & (kDigits - 1)]++] = p;
-        pairs.swap(other);
+        for (size_t i = 0; i < n; ++i)
+            new (&other[counts[(pairs[i].key >> shift) & (kDigits - 1)]++]) Keyed(pairs[i]);
+        std::swap(pairs, other);
+    }
+    return pairs;
+}
+
+// Moves every record to its place in the order, following the cycles of the permutation; an
+// index that has been dealt with is set to its own position.
+void permute(std::vector<zul_QuantizedPoint>& points, Keyed* order) {
+    for (size_t start = 0; start < points.size(); ++start) {
+        if (order[start].index == start) continue;
+        const zul_QuantizedPoint first = points[start];
+        size_t at = start;
+        while (order[at].index != start) {
+            const size_t from = order[at].index;
+            points[at] = points[from];
+            order[at].index = static_cast<uint32_t>(at);
+            at = from;
+        }
+        points[at] = first;
+        order[at].index = static_cast<uint32_t>(at);
     }
 }
 
 }  // namespace
 
-void sortByCoordinates(std::vector<zul_QuantizedPoint>& points) {
+void sortByCoordinates(std::vector<zul_QuantizedPoint>& points,
+                       std::vector<unsigned char>& scratch) {
     const size_t n = points.size();
     uint64_t used[3] = {0, 0, 0};
     for (const zul_QuantizedPoint& p : points)
@@ -61,25 +93,22 @@ void sortByCoordinates(std::vector<zul_QuantizedPoint>& points) {
         std::sort(points.begin(), points.end(), CoordinatesBefore());
         return;
     }
-    std::vector<Keyed> pairs(n);
-    for (size_t i = 0; i < n; ++i) {
-        const int64_t* c = points[i].coordinates;
-        uint64_t key = static_cast<uint64_t>(c[0]);
-        key = width[1] > 0 ? key << width[1] | static_cast<uint64_t>(c[1]) : key;
-        key = width[2] > 0 ? key << width[2] | static_cast<uint64_t>(c[2]) : key;
-        pairs[i] = {key, static_cast<uint32_t>(i)};
-    }
-    std::vector<Keyed> sorted = pairs;
-    radixSort(sorted, width[0] + width[1] + width[2]);
+    // Two arrays of pairs and the digit counts, in the caller's buffer.
+    const size_t need = 2 * n * sizeof(Keyed) + kDigits * sizeof(uint32_t);
+    if (scratch.size() < need) scratch.resize(need);
+    Keyed* pairs = reinterpret_cast<Keyed*>(scratch.data());
+    Keyed* other = pairs + n;
+    uint32_t* counts = new (other + n) uint32_t[kDigits];
+    makePairs(points, width, pairs);
+    Keyed* sorted = radixSort(pairs, other, n, width[0] + width[1] + width[2], counts);
     bool tied = false;
     for (size_t i = 1; i < n && !tied; ++i) tied = sorted[i].key == sorted[i - 1].key;
     if (tied) {
-        std::sort(pairs.begin(), pairs.end(), KeyBefore());
-        sorted.swap(pairs);
+        makePairs(points, width, pairs);
+        std::sort(pairs, pairs + n, KeyBefore());
+        sorted = pairs;
     }
-    std::vector<zul_QuantizedPoint> ordered(n);
-    for (size_t i = 0; i < n; ++i) ordered[i] = points[sorted[i].index];
-    points.swap(ordered);
+    permute(points, sorted);
 }
 
 }  // namespace zullib

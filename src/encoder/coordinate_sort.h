@@ -13,7 +13,10 @@
 
 namespace zullib {
 
-// Sorts by coordinates[0], then [1], then [2], compared as signed values.
-void sortByCoordinates(std::vector<zul_QuantizedPoint>& points);
+// Sorts by coordinates[0], then [1], then [2], compared as signed values. `scratch` is working
+// memory, grown if needed and left holding nothing of use: the encoder lends its chunk buffer,
+// whose last chunk is dead by then, so that no chunk allocates for its sort.
+void sortByCoordinates(std::vector<zul_QuantizedPoint>& points,
+                       std::vector<unsigned char>& scratch);
 
 }  // namespace zullib

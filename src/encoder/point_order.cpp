@@ -34,7 +34,7 @@ void countComponents(const std::vector<zul_QuantizedPoint>& points, std::map<int
 }  // namespace
 
 void zul_enc_ContextStruct::sortQuantizedPoints(QuantizedPoints& points) {
-    zullib::sortByCoordinates(points);
+    zullib::sortByCoordinates(points, chunkBuffer);
 }
 
 void zul_enc_ContextStruct::countDeltaBitLengthFrequencies(const QuantizedPoints& points,

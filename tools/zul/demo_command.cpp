@@ -72,8 +72,9 @@ int runDemo(const DemoOptions& options) {
     const double writeSeconds = secondsSince(start);
     const uintmax_t bytes = std::filesystem::file_size(path);
 
-    start = std::chrono::steady_clock::now();
+    // The points read back go to memory made ready beforehand, so the time is the reading's.
     std::vector<zul_Point> decoded(scan.size());
+    start = std::chrono::steady_clock::now();
     {
         zul_in_Context in = nullptr;
         zul_Status status = zul_in_open(&in, &dataType, path.c_str());
