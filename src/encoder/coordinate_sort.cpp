@@ -18,35 +18,55 @@ struct CoordinatesBefore {
     }
 };
 
+// A record's sort key and its index in the given order. Keys of up to 32 bits travel packed
+// with the index in one word (key above, index below); wider ones in a pair.
 struct Keyed {
     uint64_t key;
     uint32_t index;
+    static Keyed make(uint64_t key, uint32_t index) { return {key, index}; }
+    uint64_t sortKey() const { return key; }
+    uint32_t position() const { return index; }
+    void setPosition(uint32_t i) { index = i; }
 };
 
+struct Packed {
+    uint64_t word;
+    static Packed make(uint64_t key, uint32_t index) { return {key << 32 | index}; }
+    uint64_t sortKey() const { return word >> 32; }
+    uint32_t position() const { return static_cast<uint32_t>(word); }
+    void setPosition(uint32_t i) { word = (word & ~uint64_t{0xFFFFFFFF}) | i; }
+};
+
+// The comparison looks at keys alone, so equal keys compare equal, as equal positions do in the
+// comparison of records.
+template <class Element>
 struct KeyBefore {
-    bool operator()(const Keyed& a, const Keyed& b) const { return a.key < b.key; }
+    bool operator()(const Element& a, const Element& b) const { return a.sortKey() < b.sortKey(); }
 };
 
 const int kDigitBits = 11;
 const size_t kDigits = size_t{1} << kDigitBits;
 
-// The pairs of the records in their given order, each key the three slots side by side.
-void makePairs(const std::vector<zul_QuantizedPoint>& points, const int (&width)[3], Keyed* pairs) {
+// The elements of the records in their given order, each key the three slots side by side.
+template <class Element>
+void makeElements(const std::vector<zul_QuantizedPoint>& points, const int (&width)[3],
+                  Element* elements) {
     for (size_t i = 0; i < points.size(); ++i) {
         const int64_t* c = points[i].coordinates;
         uint64_t key = static_cast<uint64_t>(c[0]);
         key = width[1] > 0 ? key << width[1] | static_cast<uint64_t>(c[1]) : key;
         key = width[2] > 0 ? key << width[2] | static_cast<uint64_t>(c[2]) : key;
-        new (&pairs[i]) Keyed{key, static_cast<uint32_t>(i)};
+        new (&elements[i]) Element(Element::make(key, static_cast<uint32_t>(i)));
     }
 }
 
-// Stable LSD radix sort of n pairs on the low `keyBits` bits of their keys, between the two
+// Stable LSD radix sort of n elements on the low `keyBits` bits of their keys, between the two
 // arrays; returns the one that holds the result.
-Keyed* radixSort(Keyed* pairs, Keyed* other, size_t n, int keyBits, uint32_t* counts) {
+template <class Element>
+Element* radixSort(Element* elements, Element* other, size_t n, int keyBits, uint32_t* counts) {
     for (int shift = 0; shift < keyBits; shift += kDigitBits) {
         std::fill(counts, counts + kDigits, 0);
-        for (size_t i = 0; i < n; ++i) ++counts[(pairs[i].key >> shift) & (kDigits - 1)];
+        for (size_t i = 0; i < n; ++i) ++counts[(elements[i].sortKey() >> shift) & (kDigits - 1)];
         uint32_t start = 0;
         for (size_t d = 0; d < kDigits; ++d) {
             const uint32_t count = counts[d];
@@ -54,28 +74,53 @@ Keyed* radixSort(Keyed* pairs, Keyed* other, size_t n, int keyBits, uint32_t* co
             start += count;
         }
         for (size_t i = 0; i < n; ++i)
-            new (&other[counts[(pairs[i].key >> shift) & (kDigits - 1)]++]) Keyed(pairs[i]);
-        std::swap(pairs, other);
+            new (&other[counts[(elements[i].sortKey() >> shift) & (kDigits - 1)]++])
+                Element(elements[i]);
+        std::swap(elements, other);
     }
-    return pairs;
+    return elements;
 }
 
 // Moves every record to its place in the order, following the cycles of the permutation; an
-// index that has been dealt with is set to its own position.
-void permute(std::vector<zul_QuantizedPoint>& points, Keyed* order) {
+// element that has been dealt with is set to its own position.
+template <class Element>
+void permute(std::vector<zul_QuantizedPoint>& points, Element* order) {
     for (size_t start = 0; start < points.size(); ++start) {
-        if (order[start].index == start) continue;
+        if (order[start].position() == start) continue;
         const zul_QuantizedPoint first = points[start];
         size_t at = start;
-        while (order[at].index != start) {
-            const size_t from = order[at].index;
+        while (order[at].position() != start) {
+            const size_t from = order[at].position();
             points[at] = points[from];
-            order[at].index = static_cast<uint32_t>(at);
+            order[at].setPosition(static_cast<uint32_t>(at));
             at = from;
         }
         points[at] = first;
-        order[at].index = static_cast<uint32_t>(at);
+        order[at].setPosition(static_cast<uint32_t>(at));
     }
+}
+
+// Radix sort, and where two records share a position the comparison sort over the elements of
+// the given order instead. Two arrays of elements and the digit counts live in `scratch`.
+template <class Element>
+void sortElements(std::vector<zul_QuantizedPoint>& points, const int (&width)[3],
+                  std::vector<unsigned char>& scratch) {
+    const size_t n = points.size();
+    const size_t need = 2 * n * sizeof(Element) + kDigits * sizeof(uint32_t);
+    if (scratch.size() < need) scratch.resize(need);
+    Element* elements = reinterpret_cast<Element*>(scratch.data());
+    Element* other = elements + n;
+    uint32_t* counts = new (other + n) uint32_t[kDigits];
+    makeElements(points, width, elements);
+    Element* sorted = radixSort(elements, other, n, width[0] + width[1] + width[2], counts);
+    bool tied = false;
+    for (size_t i = 1; i < n && !tied; ++i) tied = sorted[i].sortKey() == sorted[i - 1].sortKey();
+    if (tied) {
+        makeElements(points, width, elements);
+        std::sort(elements, elements + n, KeyBefore<Element>());
+        sorted = elements;
+    }
+    permute(points, sorted);
 }
 
 }  // namespace
@@ -93,22 +138,10 @@ void sortByCoordinates(std::vector<zul_QuantizedPoint>& points,
         std::sort(points.begin(), points.end(), CoordinatesBefore());
         return;
     }
-    // Two arrays of pairs and the digit counts, in the caller's buffer.
-    const size_t need = 2 * n * sizeof(Keyed) + kDigits * sizeof(uint32_t);
-    if (scratch.size() < need) scratch.resize(need);
-    Keyed* pairs = reinterpret_cast<Keyed*>(scratch.data());
-    Keyed* other = pairs + n;
-    uint32_t* counts = new (other + n) uint32_t[kDigits];
-    makePairs(points, width, pairs);
-    Keyed* sorted = radixSort(pairs, other, n, width[0] + width[1] + width[2], counts);
-    bool tied = false;
-    for (size_t i = 1; i < n && !tied; ++i) tied = sorted[i].key == sorted[i - 1].key;
-    if (tied) {
-        makePairs(points, width, pairs);
-        std::sort(pairs, pairs + n, KeyBefore());
-        sorted = pairs;
-    }
-    permute(points, sorted);
+    if (width[0] + width[1] + width[2] <= 32)
+        sortElements<Packed>(points, width, scratch);
+    else
+        sortElements<Keyed>(points, width, scratch);
 }
 
 }  // namespace zullib

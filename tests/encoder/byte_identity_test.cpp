@@ -97,6 +97,22 @@ PointCloud clumps(SplitMix& random) {
     return cloud;
 }
 
+// A small cube at a coarse step, so that a chunk's key is short, with three points in ten
+// exact repeats of an earlier one: many positions hold several points of different attributes.
+PointCloud denseRepeats(SplitMix& random) {
+    PointCloud cloud;
+    for (int i = 0; i < kPoints; ++i) {
+        if (i > 0 && random.below(10) < 3) {
+            const double* q = &cloud.positions[3 * static_cast<size_t>(random.below(i))];
+            addPoint(cloud, random, q[0], q[1], q[2]);
+            continue;
+        }
+        addPoint(cloud, random, random.between(0, 1.5), random.between(0, 1.5),
+                 random.between(0, 1.5));
+    }
+    return cloud;
+}
+
 // The first `count` points of a cloud cut into chunks of `size` points.
 std::vector<PointCloud> cut(const PointCloud& cloud, int count, int size) {
     std::vector<PointCloud> chunks;
@@ -134,11 +150,19 @@ struct Case {
 };
 
 std::string nameOf(const ::testing::TestParamInfo<Case>& info) { return info.param.name; }
+void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
 
 class ByteIdentity : public ::testing::TestWithParam<Case> {};
 
-TEST_P(ByteIdentity, EncoderAndDecoderOutputIsUnchanged) {
-    const Case& c = GetParam();
+struct Source {
+    PointCloud (*make)(SplitMix&);
+    float step;
+};
+
+// Encodes every source cut three ways (single points, a size that leaves a short last chunk,
+// the whole cloud at once) and hashes the streams and the points decoded from them.
+void hashStreams(const Case& c, const std::vector<Source>& sources, std::string& streamHex,
+                 std::string& pointsHex) {
     // A version 2 frame: a 30 degree turn about z, scaled by 2 and moved.
     zul_Header2 header;
     zul_init_headers(nullptr, &header);
@@ -148,18 +172,12 @@ TEST_P(ByteIdentity, EncoderAndDecoderOutputIsUnchanged) {
                                0,      0,    2, 0, 10.5,  -3.25,  100, 1};
     std::copy(matrix, matrix + 16, header.transformation);
 
-    struct Source {
-        PointCloud (*make)(SplitMix&);
-        float step;
-    };
-    const Source sources[] = {{box, 0.001f}, {walk, 0.0001f}, {clumps, 0.01f}};
     Sha256 streamHash, pointsHash;
     SplitMix random{20261123};
     for (const Source& source : sources) {
         const PointCloud cloud = source.make(random);
         const zul_DataType type =
             makeDataType(source.step, c.color, c.reflection ? kMaxReflection : 0, c.normals);
-        // Single points, a size that leaves a short last chunk, and the whole cloud at once.
         const std::vector<std::vector<PointCloud>> cuttings = {
             cut(cloud, 40, 1), cut(cloud, 3000, 97), cut(cloud, kPoints, kPoints)};
         for (std::vector<PointCloud> chunks : cuttings) {
@@ -182,8 +200,35 @@ TEST_P(ByteIdentity, EncoderAndDecoderOutputIsUnchanged) {
             }
         }
     }
-    EXPECT_EQ(streamHash.hex(), c.streamHash) << "stream bytes changed";
-    EXPECT_EQ(pointsHash.hex(), c.pointsHash) << "decoded points changed";
+    streamHex = streamHash.hex();
+    pointsHex = pointsHash.hex();
+}
+
+TEST_P(ByteIdentity, EncoderAndDecoderOutputIsUnchanged) {
+    const Case& c = GetParam();
+    std::string streamHex, pointsHex;
+    hashStreams(c, {{box, 0.001f}, {walk, 0.0001f}, {clumps, 0.01f}}, streamHex, pointsHex);
+    EXPECT_EQ(streamHex, c.streamHash) << "stream bytes changed";
+    EXPECT_EQ(pointsHex, c.pointsHash) << "decoded points changed";
+}
+
+// Where points share a position, their order in the chunk is whatever the sort makes of the
+// input; it must stay what it was, with every attribute riding on it.
+TEST(ByteIdentity, RepeatedPositionsKeepTheirOrder) {
+    const Case cases[] = {
+        {"v1", zul_COLOR_RGB888, true, true, false,
+         "1428105742d1f2db470ca6fa9911827b93342a6b83e4e32193df578ee1e0a5bb",
+         "8d3cc10671c0512b022507f05465320c592b83e828e20a20867c9d81926cc5ea"},
+        {"v2", zul_COLOR_RGB565, true, true, true,
+         "e8dc02b75dca08907c8b6c511411f7b926deebdbcf65198ffee6e60c081990f3",
+         "c42bac9eb7dbcebfe912896c607e02df1a007600bd45d9f78a7dd8d917eb9dd2"},
+    };
+    for (const Case& c : cases) {
+        std::string streamHex, pointsHex;
+        hashStreams(c, {{denseRepeats, 0.01f}}, streamHex, pointsHex);
+        EXPECT_EQ(streamHex, c.streamHash) << c.name << ": stream bytes changed";
+        EXPECT_EQ(pointsHex, c.pointsHash) << c.name << ": decoded points changed";
+    }
 }
 
 const zul_ColorMode N = zul_COLOR_NONE, C565 = zul_COLOR_RGB565, C888 = zul_COLOR_RGB888;
