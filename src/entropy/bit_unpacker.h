@@ -18,6 +18,8 @@ namespace zullib {
 
 // A value: a loop copies it into a local, steps with it, and stores it back, so that the
 // register state is not reloaded after every byte stored to the records.
+// The bytes a refill loads past the counted bits are the stream's own next bits, loaded again in
+// the same place by the next refill.
 class BitUnpacker {
 public:
     // Starts at the reader's position; does nothing (and room() is false) within 8 bytes of the
@@ -64,6 +66,20 @@ public:
         refill();
         return buffer_;
     }
+    // The bits loaded by the last refill() or peek(), not topped up: for a caller that knows
+    // they suffice.
+    uint64_t buffered() const { return buffer_; }
+    // Tops the register up to 56 bits or more. Needs 8 bytes of room.
+    ZUL_ALWAYS_INLINE void refill() {
+        unsigned char bytes[8];
+        std::memcpy(bytes, data_ + next_, 8);
+        uint64_t word = 0;
+        for (int i = 0; i < 8; ++i) word |= uint64_t{bytes[i]} << (8 * i);
+        buffer_ |= word << count_;
+        next_ += (63 - count_) >> 3;
+        count_ |= 56;
+    }
+
     // At most what the last peek() showed.
     ZUL_ALWAYS_INLINE void skip(int numBits) {
         buffer_ >>= numBits;
@@ -84,18 +100,6 @@ private:
         const uint64_t field = buffer_ & ((uint64_t{1} << numBits) - 1);
         skip(numBits);
         return field;
-    }
-
-    // Tops the register up to 56 bits or more. The bytes loaded past the counted bits are the
-    // stream's own next bits, loaded again in the same place by the next refill.
-    ZUL_ALWAYS_INLINE void refill() {
-        unsigned char bytes[8];
-        std::memcpy(bytes, data_ + next_, 8);
-        uint64_t word = 0;
-        for (int i = 0; i < 8; ++i) word |= uint64_t{bytes[i]} << (8 * i);
-        buffer_ |= word << count_;
-        next_ += (63 - count_) >> 3;
-        count_ |= 56;
     }
 
     const unsigned char* data_ = nullptr;

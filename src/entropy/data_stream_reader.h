@@ -80,6 +80,7 @@ public:
                 widest = std::max(widest, length == 255 ? absoluteBits[c] : length);
             pointBits_ += coding_.lastPrefix[c] + widest;
         }
+        pointInOneLoad_ = pointBits_ <= 56;
     }
 
     // What fast steps change, held by the caller in locals between cursor() and keep().
@@ -105,9 +106,13 @@ public:
     ZUL_ALWAYS_INLINE void readFast(zul_QuantizedPoint& point, Cursor& cursor) const {
         BitUnpacker& bits = cursor.bits;
         int64_t* previous = cursor.previous;
+        // Where a whole point's codes fit in one register load, one refill serves the point and
+        // the look-ups do not wait for loads of their own.
+        if (pointInOneLoad_) bits.refill();
         for (int c = 0; c < kComponents; ++c) {
             if (lookups_[c].usable()) {
-                const CodeLookup::Entry& entry = lookups_[c].at(bits.peek());
+                const CodeLookup::Entry& entry =
+                    lookups_[c].at(pointInOneLoad_ ? bits.buffered() : bits.peek());
                 if (entry.bits != 0) {
                     bits.skip(entry.bits);
                     const int64_t value = Accessor::undoDelta(c, previous[c], entry.delta);
@@ -182,6 +187,7 @@ private:
     BitUnpacker unpacker_;
     bool fast_ = false;
     int64_t pointBits_ = 0;  // the most bits one point can take in this stream
+    bool pointInOneLoad_ = false;
     DeltaDecoder decoders_[kComponents];
     CodeLookup lookups_[kComponents];
 };
