@@ -57,15 +57,16 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
                                                               zullib::BoundingBox3d<long long>& box,
                                                               const zul_PointData* pointData) {
     const int numPoints = pointData->numPoints;
-    points.clear();
-    points.reserve(static_cast<size_t>(numPoints));
+    // Every record starts as zeros, as a fresh record would; fields of attributes the type lacks
+    // stay so.
+    points.assign(static_cast<size_t>(numPoints), zul_QuantizedPoint{});
     // The float step widened to double is the step: 0.0001 is 9.999999747378752e-05 here.
     const double step = dataType.quantizationStep;
     const int32_t maxReflection = dataType.maxReflection;
     zullib::BoundingBox3d<long long> chunkBox;
 
     for (int i = 0; i < numPoints; ++i) {
-        zul_QuantizedPoint record{};
+        zul_QuantizedPoint& record = points[static_cast<size_t>(i)];
         const double* position = pointData->positions + 3 * static_cast<size_t>(i);
         long long grid[3];
         for (int axis = 0; axis < 3; ++axis) {
@@ -87,7 +88,6 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
             const float* normal = pointData->normals + 3 * static_cast<size_t>(i);
             if (!zullib::quantizeNormal(normal, record.normal)) return zul_STATUS_INVALID_ARGUMENT;
         }
-        points.push_back(record);
     }
 
     const zullib::ChunkAxes axes = zullib::chunkAxes(chunkBox);
