@@ -7,14 +7,18 @@ using zullib::zul_QuantizedPoint;
 
 namespace {
 
-// Counts in flat arrays first (a bit count is 0 to 64), then adds the non-zero counts to the maps.
+// The bit counts of one stream's deltas, in flat arrays (a bit count is 0 to 64) until they are
+// added to the maps.
 template <class Accessor>
-void countComponents(const std::vector<zul_QuantizedPoint>& points, std::map<int, int>* maps) {
-    constexpr int kComponents = Accessor::kNumComponents;
+struct StreamCounter {
+    static constexpr int kComponents = Accessor::kNumComponents;
     int counts[kComponents][65] = {};
     int64_t previous[kComponents];
-    for (int c = 0; c < kComponents; ++c) previous[c] = Accessor::predecessor(c);
-    for (const zul_QuantizedPoint& point : points) {
+
+    StreamCounter() {
+        for (int c = 0; c < kComponents; ++c) previous[c] = Accessor::predecessor(c);
+    }
+    void count(const zul_QuantizedPoint& point) {
         for (int c = 0; c < kComponents; ++c) {
             const int64_t current = Accessor::get(point, c);
             const int64_t delta = Accessor::delta(c, previous[c], current);
@@ -26,10 +30,12 @@ void countComponents(const std::vector<zul_QuantizedPoint>& points, std::map<int
             ++counts[c][bits];
         }
     }
-    for (int c = 0; c < kComponents; ++c)
-        for (int bits = 0; bits <= 64; ++bits)
-            if (counts[c][bits] != 0) maps[c][bits] += counts[c][bits];
-}
+    void addTo(std::map<int, int>* maps) const {
+        for (int c = 0; c < kComponents; ++c)
+            for (int bits = 0; bits <= 64; ++bits)
+                if (counts[c][bits] != 0) maps[c][bits] += counts[c][bits];
+    }
+};
 
 }  // namespace
 
@@ -42,11 +48,22 @@ void zul_enc_ContextStruct::countDeltaBitLengthFrequencies(const QuantizedPoints
                                                            Frequencies (&rgbFrequencies)[3],
                                                            Frequencies (&reflectionFrequencies)[1],
                                                            Frequencies (&normalFrequencies)[2]) {
-    countComponents<zul_QuantizedPoint::CoordinateAccessor>(points, coordinateFrequencies);
-    if (dataType.colorMode != zul_COLOR_NONE)
-        countComponents<zul_QuantizedPoint::RGBAccessor>(points, rgbFrequencies);
-    if (dataType.reflectionMode != zul_REFLECTION_NONE)
-        countComponents<zul_QuantizedPoint::ReflectionAccessor>(points, reflectionFrequencies);
-    if (dataType.normalMode != zul_NORMAL_NONE)
-        countComponents<zul_QuantizedPoint::NormalAccessor>(points, normalFrequencies);
+    // One pass over the records for every stream.
+    const bool hasColor = dataType.colorMode != zul_COLOR_NONE;
+    const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
+    const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
+    StreamCounter<zul_QuantizedPoint::CoordinateAccessor> coordinates;
+    StreamCounter<zul_QuantizedPoint::RGBAccessor> colors;
+    StreamCounter<zul_QuantizedPoint::ReflectionAccessor> reflections;
+    StreamCounter<zul_QuantizedPoint::NormalAccessor> normals;
+    for (const zul_QuantizedPoint& point : points) {
+        coordinates.count(point);
+        if (hasColor) colors.count(point);
+        if (hasReflection) reflections.count(point);
+        if (hasNormals) normals.count(point);
+    }
+    coordinates.addTo(coordinateFrequencies);
+    if (hasColor) colors.addTo(rgbFrequencies);
+    if (hasReflection) reflections.addTo(reflectionFrequencies);
+    if (hasNormals) normals.addTo(normalFrequencies);
 }
