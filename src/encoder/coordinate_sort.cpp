@@ -46,6 +46,7 @@ struct KeyBefore {
 
 const int kDigitBits = 11;
 const size_t kDigits = size_t{1} << kDigitBits;
+const size_t kRadixFrom = 2048;
 
 // The elements of the records in their given order, each key the three slots side by side.
 template <class Element>
@@ -112,9 +113,15 @@ void sortElements(std::vector<zul_QuantizedPoint>& points, const int (&width)[3]
     Element* other = elements + n;
     uint32_t* counts = new (other + n) uint32_t[kDigits];
     makeElements(points, width, elements);
-    Element* sorted = radixSort(elements, other, n, width[0] + width[1] + width[2], counts);
-    bool tied = false;
-    for (size_t i = 1; i < n && !tied; ++i) tied = sorted[i].sortKey() == sorted[i - 1].sortKey();
+    // Below a few thousand records the digit counts cost more than comparing.
+    Element* sorted = elements;
+    bool tied = true;
+    if (n >= kRadixFrom) {
+        sorted = radixSort(elements, other, n, width[0] + width[1] + width[2], counts);
+        tied = false;
+        for (size_t i = 1; i < n && !tied; ++i)
+            tied = sorted[i].sortKey() == sorted[i - 1].sortKey();
+    }
     if (tied) {
         makeElements(points, width, elements);
         std::sort(elements, elements + n, KeyBefore<Element>());
