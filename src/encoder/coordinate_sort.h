@@ -1,11 +1,11 @@
 // Sorting a chunk's records by their three coordinate slots, fast. The slots are packed into one
 // integer key whose order is the lexicographic order of the slots, and (key, index) pairs are
 // sorted instead of whole records. Where no two records share a position, the sorted order is
-// unique and a radix sort finds it (in chunks of a few thousand records or more). Where some do,
-// their order among themselves is whatever the comparison sort makes of the input; std::sort over
-// the pairs then makes exactly the moves it would make over the records (its steps depend on the
-// outcomes of comparisons alone), so the chunk's bytes are those of a plain std::sort of the
-// records.
+// unique and a radix sort finds it (in chunks of a few thousand records or more). Where some
+// do, their order among themselves is whatever the comparison sort makes of the input;
+// std::sort over the pairs then makes exactly the moves it would make over the records (its
+// steps depend on the outcomes of comparisons alone), so the chunk's bytes are those of a plain
+// std::sort of the records.
 #pragma once
 
 #include <vector>
