@@ -17,17 +17,17 @@
 namespace zullib {
 
 // A value: a loop copies it into a local, steps with it, and stores it back, so that the
-// register state is not reloaded after every byte stored to the records.
-// The bytes a refill loads past the counted bits are the stream's own next bits, loaded again in
-// the same place by the next refill.
+// register state is not reloaded after every byte stored to the records. The bytes a refill
+// loads past the counted bits are the stream's own next bits, loaded again in the same place by
+// the next refill.
 class BitUnpacker {
 public:
-    // Starts at the reader's position; does nothing (and room() is false) within 8 bytes of the
-    // end.
     BitUnpacker() = default;
+    // Starts at the reader's position; does nothing (and room() is false) within 8 bytes of the
+    // end, before the start of the data or after a failed read.
     explicit BitUnpacker(const BitStreamIn& in)
         : data_(in.data), size_(in.size), next_(in.bytePosition) {
-        started_ = in.size - next_ >= 8;
+        started_ = !in.errorFlag && next_ >= 0 && in.size - next_ >= 8;
         if (!started_) return;
         refill();
         skip(in.bitPosition);

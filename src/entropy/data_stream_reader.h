@@ -98,9 +98,10 @@ public:
         for (int c = 0; c < kComponents; ++c) coding_.previous[c] = cursor.previous[c];
     }
 
-    // Whether `points` more points can take fast steps: their widest codes fit before the end.
+    // Whether `points` more points can take fast steps: their longest codes, and the 8-byte
+    // loads that reach up to 16 bytes past the position, fit before the end.
     bool hasRoom(size_t points) const {
-        return fast_ && unpacker_.room(static_cast<int64_t>(points) * (9 * kComponents) + 16);
+        return fast_ && unpacker_.room((static_cast<int64_t>(points) * pointBits_ + 7) / 8 + 24);
     }
 
     ZUL_ALWAYS_INLINE void readFast(zul_QuantizedPoint& point, Cursor& cursor) const {
