@@ -84,13 +84,21 @@ public:
     }
 
     // What fast steps change, held by the caller in locals between cursor() and keep().
+    // The tables it reads ride along, so that stores to the records (bytes may alias anything)
+    // do not make the loop fetch them again.
     struct Cursor {
         BitUnpacker bits;
         int64_t previous[kComponents];
+        const CodeLookup::Entry* lookup[kComponents];
+        int lastPrefix[kComponents];
     };
     Cursor cursor() const {
-        Cursor cursor{unpacker_, {}};
-        for (int c = 0; c < kComponents; ++c) cursor.previous[c] = coding_.previous[c];
+        Cursor cursor{unpacker_, {}, {}, {}};
+        for (int c = 0; c < kComponents; ++c) {
+            cursor.previous[c] = coding_.previous[c];
+            cursor.lookup[c] = lookups_[c].entries();
+            cursor.lastPrefix[c] = coding_.lastPrefix[c];
+        }
         return cursor;
     }
     void keep(const Cursor& cursor) {
@@ -111,9 +119,10 @@ public:
         // the look-ups do not wait for loads of their own.
         if (pointInOneLoad_) bits.refill();
         for (int c = 0; c < kComponents; ++c) {
-            if (lookups_[c].usable()) {
+            if (cursor.lookup[c] != nullptr) {
                 const CodeLookup::Entry& entry =
-                    lookups_[c].at(pointInOneLoad_ ? bits.buffered() : bits.peek());
+                    cursor.lookup[c][(pointInOneLoad_ ? bits.buffered() : bits.peek()) &
+                                     CodeLookup::kPeekMask];
                 if (entry.bits != 0) {
                     bits.skip(entry.bits);
                     const int64_t value = Accessor::undoDelta(c, previous[c], entry.delta);
@@ -122,7 +131,7 @@ public:
                     continue;
                 }
             }
-            const int prefix = bits.prefix(coding_.lastPrefix[c]);
+            const int prefix = bits.prefix(cursor.lastPrefix[c]);
             const int length = tables_[c][static_cast<size_t>(prefix)];
             int64_t value;
             if (length == 255) {
