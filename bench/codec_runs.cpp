@@ -11,7 +11,7 @@
 double bestSeconds(const std::function<void()>& work, double minSeconds) {
     using Clock = std::chrono::steady_clock;
     double best = 1e30, total = 0;
-    for (int run = 0; run < 3 || total < minSeconds; ++run) {
+    for (int run = 0; run < 5 || total < minSeconds; ++run) {
         const Clock::time_point start = Clock::now();
         work();
         const double seconds = std::chrono::duration<double>(Clock::now() - start).count();

@@ -15,8 +15,9 @@ struct CodecRun {
     std::string error;  // empty when the run succeeded
 };
 
-// Best time of one call of `work`: repeated at least three times and for at least `minSeconds`.
-double bestSeconds(const std::function<void()>& work, double minSeconds = 0.3);
+// Best time of one call of `work`: repeated at least five times and for at least `minSeconds`: on a
+// shared machine the best run is the one least disturbed.
+double bestSeconds(const std::function<void()>& work, double minSeconds = 1.0);
 
 // The ceiling: a copy of the cloud's raw arrays, one way for encode and back for decode.
 CodecRun runMemcpy(const BenchCloud& cloud);
