@@ -78,7 +78,8 @@ public:
             int widest = 0;
             for (int length : tables[c])
                 widest = std::max(widest, length == 255 ? absoluteBits[c] : length);
-            pointBits_ += coding_.lastPrefix[c] + widest;
+            componentBits_[c] = coding_.lastPrefix[c] + widest;
+            pointBits_ += componentBits_[c];
         }
         pointInOneLoad_ = pointBits_ <= 56;
     }
@@ -91,13 +92,16 @@ public:
         int64_t previous[kComponents];
         const CodeLookup::Entry* lookup[kComponents];
         int lastPrefix[kComponents];
+        int componentBits[kComponents];
+        bool pointInOneLoad;
     };
     Cursor cursor() const {
-        Cursor cursor{unpacker_, {}, {}, {}};
+        Cursor cursor{unpacker_, {}, {}, {}, {}, pointInOneLoad_};
         for (int c = 0; c < kComponents; ++c) {
             cursor.previous[c] = coding_.previous[c];
             cursor.lookup[c] = lookups_[c].entries();
             cursor.lastPrefix[c] = coding_.lastPrefix[c];
+            cursor.componentBits[c] = componentBits_[c];
         }
         return cursor;
     }
@@ -115,13 +119,18 @@ public:
     ZUL_ALWAYS_INLINE void readFast(zul_QuantizedPoint& point, Cursor& cursor) const {
         BitUnpacker& bits = cursor.bits;
         int64_t* previous = cursor.previous;
-        // Where a whole point's codes fit in one register load, one refill serves the point and
-        // the look-ups do not wait for loads of their own.
-        if (pointInOneLoad_) bits.refill();
+        // Where a whole point's codes fit in one register load, one refill serves the point;
+        // else a component whose longest code fits in one load tops up only when the bits left
+        // fall short of it. Either way the fields come from the register without loads of their
+        // own, which would lengthen the chain from one field to the next.
+        if (cursor.pointInOneLoad) bits.refill();
         for (int c = 0; c < kComponents; ++c) {
+            const bool inRegister = cursor.pointInOneLoad || cursor.componentBits[c] <= 56;
+            if (!cursor.pointInOneLoad && inRegister && bits.available() < cursor.componentBits[c])
+                bits.refill();
             if (cursor.lookup[c] != nullptr) {
                 const CodeLookup::Entry& entry =
-                    cursor.lookup[c][(pointInOneLoad_ ? bits.buffered() : bits.peek()) &
+                    cursor.lookup[c][(inRegister ? bits.buffered() : bits.peek()) &
                                      CodeLookup::kPeekMask];
                 if (entry.bits != 0) {
                     bits.skip(entry.bits);
@@ -131,14 +140,18 @@ public:
                     continue;
                 }
             }
-            const int prefix = bits.prefix(cursor.lastPrefix[c]);
+            const int prefix = inRegister ? bits.bufferedPrefix(cursor.lastPrefix[c])
+                                          : bits.prefix(cursor.lastPrefix[c]);
             const int length = tables_[c][static_cast<size_t>(prefix)];
+            const int payloadBits = length == 255 ? absoluteBits_[c] : length;
+            const uint64_t payload =
+                inRegister ? bits.bufferedRead(payloadBits) : bits.read(payloadBits);
             int64_t value;
             if (length == 255) {
-                value = static_cast<int64_t>(bits.read(absoluteBits_[c]));
+                value = static_cast<int64_t>(payload);
             } else {
                 const int64_t delta =
-                    decoders_[c].decode(signedPayload(c, bits.read(length), length), prefix);
+                    decoders_[c].decode(signedPayload(c, payload, length), prefix);
                 value = Accessor::undoDelta(c, previous[c], delta);
             }
             Accessor::set(point, c, value);
@@ -198,6 +211,7 @@ private:
     bool fast_ = false;
     int64_t pointBits_ = 0;  // the most bits one point can take in this stream
     bool pointInOneLoad_ = false;
+    int componentBits_[kComponents] = {};  // the longest code of each component
     DeltaDecoder decoders_[kComponents];
     CodeLookup lookups_[kComponents];
 };
