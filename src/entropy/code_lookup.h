@@ -46,10 +46,8 @@ public:
         }
     }
 
-    bool usable() const { return !entries_.empty(); }
-    // The table itself, null if not usable: for loops that keep it in a local.
+    // The table, indexed by the next kPeekBits bits; null if none was built.
     const Entry* entries() const { return entries_.empty() ? nullptr : entries_.data(); }
-    const Entry& at(uint64_t bits) const { return entries_[bits & kPeekMask]; }
 
 private:
     std::vector<Entry> entries_;

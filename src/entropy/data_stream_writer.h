@@ -51,8 +51,7 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
                 previous[c] = current;
                 uint64_t field;
                 int fieldBits;
-                if (codeTables[c].usable() &&
-                    codeTables[c].code(delta, current, field, fieldBits)) {
+                if (codeTables[c].code(delta, current, field, fieldBits)) {
                     packer.put(field, fieldBits);
                     continue;
                 }

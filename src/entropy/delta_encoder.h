@@ -108,7 +108,7 @@ public:
     static constexpr int kMaxWidth = 10;
 
     DeltaCodeTable() = default;
-    // Empty (usable() false) if the component is too wide or a code too long for one field.
+    // Empty (every code() false) if the component is too wide or a code too long for one field.
     DeltaCodeTable(const DeltaEncoder& encoder, int lastPrefix, int absoluteBits) {
         if (absoluteBits > kMaxWidth) return;
         bound_ = (int64_t{1} << absoluteBits) - 1;
@@ -130,15 +130,14 @@ public:
             }
             if (prefix >= 56 || entry.bits + entry.absoluteBits > 56) {
                 entries_.clear();
+                bound_ = -1;
                 return;
             }
         }
     }
 
-    bool usable() const { return !entries_.empty(); }
-
     // The field for `delta` of a value `current`, with its width; false if `delta` lies outside
-    // the table (then the caller searches).
+    // the table or the table is empty (then the caller searches).
     bool code(int64_t delta, int64_t current, uint64_t& field, int& numBits) const {
         if (delta < -bound_ || delta > bound_) return false;
         const Entry& entry = entries_[static_cast<size_t>(delta + bound_)];
