@@ -124,6 +124,7 @@ public:
         // fall short of it. Either way the fields come from the register without loads of their
         // own, which would lengthen the chain from one field to the next.
         if (cursor.pointInOneLoad) bits.refill();
+#pragma GCC unroll 4
         for (int c = 0; c < kComponents; ++c) {
             const bool inRegister = cursor.pointInOneLoad || cursor.componentBits[c] <= 56;
             if (!cursor.pointInOneLoad && inRegister && bits.available() < cursor.componentBits[c])
