@@ -13,6 +13,7 @@
 #include "entropy/code_lookup.h"
 #include "entropy/cvr.h"
 #include "entropy/delta_decoder.h"
+#include "entropy/prefix_code_table.h"
 #include "entropy/quantized_point.h"
 #include "entropy/stream_coding.h"
 #include "frame/data_check.h"
@@ -80,6 +81,9 @@ public:
                 widest = std::max(widest, length == 255 ? absoluteBits[c] : length);
             componentBits_[c] = coding_.lastPrefix[c] + widest;
             pointBits_ += componentBits_[c];
+            if (fast_ && componentBits_[c] <= 56)
+                prefixCodes_[c] = PrefixCodeTable(tables[c], coding_.lastPrefix[c], absoluteBits[c],
+                                                  Accessor::nonNegative(c), decoders_[c]);
         }
         pointInOneLoad_ = pointBits_ <= 56;
     }
@@ -91,15 +95,17 @@ public:
         BitUnpacker bits;
         int64_t previous[kComponents];
         const CodeLookup::Entry* lookup[kComponents];
+        const PrefixCodeTable::Code* prefixCodes[kComponents];
         int lastPrefix[kComponents];
         int componentBits[kComponents];
         bool pointInOneLoad;
     };
     Cursor cursor() const {
-        Cursor cursor{unpacker_, {}, {}, {}, {}, pointInOneLoad_};
+        Cursor cursor{unpacker_, {}, {}, {}, {}, {}, pointInOneLoad_};
         for (int c = 0; c < kComponents; ++c) {
             cursor.previous[c] = coding_.previous[c];
             cursor.lookup[c] = lookups_[c].entries();
+            cursor.prefixCodes[c] = prefixCodes_[c].usable() ? prefixCodes_[c].codes() : nullptr;
             cursor.lastPrefix[c] = coding_.lastPrefix[c];
             cursor.componentBits[c] = componentBits_[c];
         }
@@ -140,6 +146,23 @@ public:
                     previous[c] = value;
                     continue;
                 }
+            }
+            if (inRegister && cursor.prefixCodes[c] != nullptr) {
+                // Every kind of code the same way: no branch that depends on the data.
+                const uint64_t buffered = bits.buffered();
+                const PrefixCodeTable::Code& code =
+                    cursor.prefixCodes[c][PrefixCodeTable::count(buffered)];
+                const uint64_t payload = (buffered >> code.prefixBits) & code.payloadMask;
+                const int64_t extended =
+                    static_cast<int64_t>((payload ^ code.signBit) - code.signBit);
+                const int64_t delta =
+                    wrappingAdd(extended, extended < 0 ? code.negativeOffset : code.positiveOffset);
+                const int64_t value =
+                    code.escape ? extended : Accessor::undoDelta(c, previous[c], delta);
+                bits.skip(code.codeBits);
+                Accessor::set(point, c, value);
+                previous[c] = value;
+                continue;
             }
             const int prefix = inRegister ? bits.bufferedPrefix(cursor.lastPrefix[c])
                                           : bits.prefix(cursor.lastPrefix[c]);
@@ -215,6 +238,7 @@ private:
     int componentBits_[kComponents] = {};  // the longest code of each component
     DeltaDecoder decoders_[kComponents];
     CodeLookup lookups_[kComponents];
+    PrefixCodeTable prefixCodes_[kComponents];
 };
 
 // Fills the accessor's fields of `points`, which holds one record per point already. Bit lengths
