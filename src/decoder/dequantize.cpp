@@ -13,24 +13,30 @@ void zul_dec_ContextStruct::dequantizeRemapAndShiftPoints(
     // grid index decodes to exactly index times step.
     const double step = static_cast<double>(dataType.quantizationStep);
     const size_t n = records.size();
+    // In locals: a byte stored to the colours could alias the fields of `points`, which would then
+    // be loaded again for every point.
+    const zullib::zul_QuantizedPoint* record = records.data();
+    double* const positions = points.positions;
+    uint8_t* const colors = points.colors;
+    const int slots[3] = {axisToSlot[0], axisToSlot[1], axisToSlot[2]};
+    const long long min[3] = {box.min[0], box.min[1], box.min[2]};
     for (size_t i = 0; i < n; ++i)
         for (int axis = 0; axis < 3; ++axis)
-            points.positions[3 * i + axis] =
-                static_cast<double>(
-                    zullib::wrappingAdd(records[i].coordinates[axisToSlot[axis]], box.min[axis])) *
-                step;
+            positions[3 * i + axis] = static_cast<double>(zullib::wrappingAdd(
+                                          record[i].coordinates[slots[axis]], min[axis])) *
+                                      step;
 
     if (dataType.colorMode == zul_COLOR_RGB888) {
         for (size_t i = 0; i < n; ++i)
-            for (int c = 0; c < 3; ++c) points.colors[3 * i + c] = records[i].rgb[c];
+            for (int c = 0; c < 3; ++c) colors[3 * i + c] = record[i].rgb[c];
     } else if (dataType.colorMode == zul_COLOR_RGB565) {
         // Each value goes to the middle of the 8 or 4 values it stands for: 0 -> 4, 31 -> 252,
         // and 0 -> 2, 63 -> 254 for green. Values outside their bits wrap in 8 bits.
         for (size_t i = 0; i < n; ++i) {
-            const uint8_t* rgb = records[i].rgb;
-            points.colors[3 * i + 0] = static_cast<uint8_t>(rgb[0] * 8 + 4);
-            points.colors[3 * i + 1] = static_cast<uint8_t>(rgb[1] * 4 + 2);
-            points.colors[3 * i + 2] = static_cast<uint8_t>(rgb[2] * 8 + 4);
+            const uint8_t* rgb = record[i].rgb;
+            colors[3 * i + 0] = static_cast<uint8_t>(rgb[0] * 8 + 4);
+            colors[3 * i + 1] = static_cast<uint8_t>(rgb[1] * 4 + 2);
+            colors[3 * i + 2] = static_cast<uint8_t>(rgb[2] * 8 + 4);
         }
     }
 

@@ -4,6 +4,7 @@
 // refused is what the stream-after-stream reading refuses: a bad table, a read past the data, a
 // stream that does not end exactly where the chunk header says (which is where the next begins).
 #include <optional>
+#include <type_traits>
 
 #include "decoder/dec_context.h"
 #include "entropy/attribute_widths.h"
@@ -29,9 +30,6 @@ struct Lane {
     void keep(const typename Reader::Cursor& cursor) {
         if (present) reader->keep(cursor);
     }
-    ZUL_ALWAYS_INLINE void readFast(zul_QuantizedPoint& point, typename Reader::Cursor& cursor) {
-        if (present) reader->readFast(point, cursor);
-    }
     // The points from `next` on through the checked reader, then the stream's end.
     zul_Status finish(std::vector<zul_QuantizedPoint>& records, size_t next) {
         if (!present) return zul_STATUS_OK;
@@ -49,6 +47,45 @@ struct Lane {
     std::vector<int> tables[Accessor::kNumComponents];
     std::optional<zullib::StreamBodyReader<Accessor>> reader;
 };
+
+// Calls f with std::true_type or std::false_type, as `flag` says.
+template <class F>
+size_t withFlag(bool flag, F&& f) {
+    return flag ? f(std::true_type{}) : f(std::false_type{});
+}
+
+// Runs of points in lockstep, every lane's cursor in locals for the length of a run; runs get
+// shorter towards the end of the data. Which lanes are present is fixed at compile time, so that
+// the loop neither tests it for every point nor loads it again after the bytes stored to the
+// records. Returns the number of points read.
+template <bool kColors, bool kReflections, bool kNormals, class Coordinates, class Colors,
+          class Reflections, class Normals>
+size_t readFastRuns(Coordinates& coordinates, Colors& colors, Reflections& reflections,
+                    Normals& normals, std::vector<zul_QuantizedPoint>& records) {
+    size_t next = 0;
+    for (size_t run = zullib::kFastRun; run > 0; run /= 16) {
+        while (records.size() - next >= run && coordinates.hasRoom(run) && colors.hasRoom(run) &&
+               reflections.hasRoom(run) && normals.hasRoom(run)) {
+            auto coordinateCursor = coordinates.cursor();
+            auto colorCursor = colors.cursor();
+            auto reflectionCursor = reflections.cursor();
+            auto normalCursor = normals.cursor();
+            zul_QuantizedPoint* point = records.data() + next;
+            for (zul_QuantizedPoint* const end = point + run; point != end; ++point) {
+                coordinates.reader->readFast(*point, coordinateCursor);
+                if constexpr (kColors) colors.reader->readFast(*point, colorCursor);
+                if constexpr (kReflections) reflections.reader->readFast(*point, reflectionCursor);
+                if constexpr (kNormals) normals.reader->readFast(*point, normalCursor);
+            }
+            next += run;
+            coordinates.keep(coordinateCursor);
+            colors.keep(colorCursor);
+            reflections.keep(reflectionCursor);
+            normals.keep(normalCursor);
+        }
+    }
+    return next;
+}
 
 }  // namespace
 
@@ -86,29 +123,15 @@ zul_Status zul_dec_ContextStruct::readStreamsInLockstep(const unsigned char* bod
     open(normals, widths.normalBits);
     if (status != zul_STATUS_OK) return status;
 
-    // Runs of points in lockstep, every lane's cursor in locals for the length of a run; runs get
-    // shorter towards the end of the data.
-    size_t next = 0;
-    for (size_t run = zullib::kFastRun; run > 0; run /= 16) {
-        while (records.size() - next >= run && coordinates.hasRoom(run) && colors.hasRoom(run) &&
-               reflections.hasRoom(run) && normals.hasRoom(run)) {
-            auto coordinateCursor = coordinates.cursor();
-            auto colorCursor = colors.cursor();
-            auto reflectionCursor = reflections.cursor();
-            auto normalCursor = normals.cursor();
-            for (const size_t end = next + run; next < end; ++next) {
-                zul_QuantizedPoint& point = records[next];
-                coordinates.readFast(point, coordinateCursor);
-                colors.readFast(point, colorCursor);
-                reflections.readFast(point, reflectionCursor);
-                normals.readFast(point, normalCursor);
-            }
-            coordinates.keep(coordinateCursor);
-            colors.keep(colorCursor);
-            reflections.keep(reflectionCursor);
-            normals.keep(normalCursor);
-        }
-    }
+    const size_t next = withFlag(hasColor, [&](auto colorsOn) {
+        return withFlag(hasReflection, [&](auto reflectionsOn) {
+            return withFlag(hasNormals, [&](auto normalsOn) {
+                return readFastRuns<decltype(colorsOn)::value, decltype(reflectionsOn)::value,
+                                    decltype(normalsOn)::value>(coordinates, colors, reflections,
+                                                                normals, records);
+            });
+        });
+    });
     for (zul_Status laneStatus :
          {coordinates.finish(records, next), colors.finish(records, next),
           reflections.finish(records, next), normals.finish(records, next)}) {
