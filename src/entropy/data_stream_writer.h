@@ -45,6 +45,7 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
     if (fast) {
         BitPacker packer(out, static_cast<int64_t>(points.size()) * ((bitsPerPoint + 7) / 8));
         for (const zul_QuantizedPoint& point : points) {
+#pragma GCC unroll 4
             for (int c = 0; c < kComponents; ++c) {
                 const int64_t current = Accessor::get(point, c);
                 const int64_t delta = Accessor::delta(c, previous[c], current);
