@@ -152,13 +152,10 @@ public:
                 const uint64_t buffered = bits.buffered();
                 const PrefixCodeTable::Code& code =
                     cursor.prefixCodes[c][PrefixCodeTable::count(buffered)];
-                const uint64_t payload = (buffered >> code.prefixBits) & code.payloadMask;
-                const int64_t extended =
-                    static_cast<int64_t>((payload ^ code.signBit) - code.signBit);
-                const int64_t delta =
-                    wrappingAdd(extended, extended < 0 ? code.negativeOffset : code.positiveOffset);
+                const int64_t payload = code.payload(buffered);
                 const int64_t value =
-                    code.escape ? extended : Accessor::undoDelta(c, previous[c], delta);
+                    code.escape ? payload
+                                : Accessor::undoDelta(c, previous[c], code.delta(payload));
                 bits.skip(code.codeBits);
                 Accessor::set(point, c, value);
                 previous[c] = value;

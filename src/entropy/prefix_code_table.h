@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "entropy/delta_decoder.h"
+#include "frame/wrapping.h"
 
 namespace zullib {
 
@@ -28,6 +29,16 @@ public:
         uint8_t prefixBits;
         uint8_t codeBits;
         bool escape;
+
+        // The payload of this code at the start of `bits`, sign-extended if it is a signed
+        // delta's; an escape's is the value itself.
+        int64_t payload(uint64_t bits) const {
+            return static_cast<int64_t>((((bits >> prefixBits) & payloadMask) ^ signBit) - signBit);
+        }
+        // The delta that a payload of a code other than an escape stands for.
+        int64_t delta(int64_t payload) const {
+            return wrappingAdd(payload, payload < 0 ? negativeOffset : positiveOffset);
+        }
     };
 
     PrefixCodeTable() = default;
