@@ -49,16 +49,22 @@ const size_t kDigits = size_t{1} << kDigitBits;
 const size_t kRadixFrom = 2048;
 
 // The elements of the records in their given order, each key the three slots side by side.
+// True if two records next to each other share a position: then the order has ties for sure.
 template <class Element>
-void makeElements(const std::vector<zul_QuantizedPoint>& points, const int (&width)[3],
+bool makeElements(const std::vector<zul_QuantizedPoint>& points, const int (&width)[3],
                   Element* elements) {
+    uint64_t previous = 0;
+    bool neighboursTie = false;
     for (size_t i = 0; i < points.size(); ++i) {
         const int64_t* c = points[i].coordinates;
         uint64_t key = static_cast<uint64_t>(c[0]);
         key = width[1] > 0 ? key << width[1] | static_cast<uint64_t>(c[1]) : key;
         key = width[2] > 0 ? key << width[2] | static_cast<uint64_t>(c[2]) : key;
         new (&elements[i]) Element(Element::make(key, static_cast<uint32_t>(i)));
+        neighboursTie |= i > 0 && key == previous;
+        previous = key;
     }
+    return neighboursTie;
 }
 
 // Stable LSD radix sort of n elements on the low `keyBits` bits of their keys, between the two
@@ -112,18 +118,20 @@ void sortElements(std::vector<zul_QuantizedPoint>& points, const int (&width)[3]
     Element* elements = reinterpret_cast<Element*>(scratch.data());
     Element* other = elements + n;
     uint32_t* counts = new (other + n) uint32_t[kDigits];
-    makeElements(points, width, elements);
-    // Below a few thousand records the digit counts cost more than comparing.
+    const bool neighboursTie = makeElements(points, width, elements);
+    // Below a few thousand records the digit counts cost more than comparing; and where two
+    // neighbours share a position, the radix sort's order would be thrown away.
     Element* sorted = elements;
     bool tied = true;
-    if (n >= kRadixFrom) {
+    if (n >= kRadixFrom && !neighboursTie) {
         sorted = radixSort(elements, other, n, width[0] + width[1] + width[2], counts);
         tied = false;
         for (size_t i = 1; i < n && !tied; ++i)
             tied = sorted[i].sortKey() == sorted[i - 1].sortKey();
+        // The passes have overwritten the elements in their given order.
+        if (tied) makeElements(points, width, elements);
     }
     if (tied) {
-        makeElements(points, width, elements);
         std::sort(elements, elements + n, KeyBefore<Element>());
         sorted = elements;
     }
