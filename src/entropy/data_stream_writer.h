@@ -45,6 +45,19 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
     if (fast) {
         BitPacker packer(out, static_cast<int64_t>(points.size()) * ((bitsPerPoint + 7) / 8));
         for (const zul_QuantizedPoint& point : points) {
+            // A point's fields gather in one word while they fit, so that the packer takes a
+            // point's codes in one step rather than one a component.
+            uint64_t gathered = 0;
+            int gatheredBits = 0;
+            const auto add = [&](uint64_t field, int fieldBits) {
+                if (gatheredBits + fieldBits > 56) {
+                    packer.put(gathered, gatheredBits);
+                    gathered = 0;
+                    gatheredBits = 0;
+                }
+                gathered |= field << gatheredBits;
+                gatheredBits += fieldBits;
+            };
 #pragma GCC unroll 4
             for (int c = 0; c < kComponents; ++c) {
                 const int64_t current = Accessor::get(point, c);
@@ -53,7 +66,7 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
                 uint64_t field;
                 int fieldBits;
                 if (codeTables[c].code(delta, current, field, fieldBits)) {
-                    packer.put(field, fieldBits);
+                    add(field, fieldBits);
                     continue;
                 }
                 int64_t value;
@@ -66,12 +79,16 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
                     numBits < 64 ? static_cast<uint64_t>(value) & ((uint64_t{1} << numBits) - 1)
                                  : static_cast<uint64_t>(value);
                 if (prefixBits + numBits <= 56) {
-                    packer.put(ones | payload << prefixBits, prefixBits + numBits);
+                    add(ones | payload << prefixBits, prefixBits + numBits);
                 } else {
+                    packer.put(gathered, gatheredBits);
+                    gathered = 0;
+                    gatheredBits = 0;
                     packer.put(ones, prefixBits);
                     packer.putWide(payload, numBits);
                 }
             }
+            packer.put(gathered, gatheredBits);
         }
         packer.finish();
         return;
