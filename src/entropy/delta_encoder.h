@@ -123,6 +123,7 @@ public:
             entry.bits = static_cast<uint8_t>(prefixBits);
             if (escape) {
                 entry.absoluteBits = static_cast<uint8_t>(numBits);
+                entry.absoluteMask = (uint64_t{1} << numBits) - 1;
             } else if (numBits > 0) {
                 entry.code |= (static_cast<uint64_t>(value) & ((uint64_t{1} << numBits) - 1))
                               << prefixBits;
@@ -139,10 +140,11 @@ public:
     // The field for `delta` of a value `current`, with its width; false if `delta` lies outside
     // the table or the table is empty (then the caller searches).
     bool code(int64_t delta, int64_t current, uint64_t& field, int& numBits) const {
-        if (delta < -bound_ || delta > bound_) return false;
-        const Entry& entry = entries_[static_cast<size_t>(delta + bound_)];
-        const uint64_t absolute =
-            static_cast<uint64_t>(current) & ((uint64_t{1} << entry.absoluteBits) - 1);
+        // One unsigned comparison: deltas below -bound_ wrap to above the table's size.
+        const uint64_t index = static_cast<uint64_t>(delta) + static_cast<uint64_t>(bound_);
+        if (index >= entries_.size()) return false;
+        const Entry& entry = entries_[index];
+        const uint64_t absolute = static_cast<uint64_t>(current) & entry.absoluteMask;
         field = entry.code | absolute << entry.bits;
         numBits = entry.bits + entry.absoluteBits;
         return true;
@@ -151,8 +153,9 @@ public:
 private:
     struct Entry {
         uint64_t code = 0;
-        uint8_t bits = 0;          // prefix, and payload unless an escape
-        uint8_t absoluteBits = 0;  // an escape's absolute width, else 0
+        uint64_t absoluteMask = 0;  // the bits of an escape's absolute value
+        uint8_t bits = 0;           // prefix, and payload unless an escape
+        uint8_t absoluteBits = 0;   // an escape's absolute width, else 0
     };
 
     std::vector<Entry> entries_;
