@@ -71,19 +71,6 @@ public:
     uint64_t buffered() const { return buffer_; }
     // How many of them belong to the position.
     int available() const { return count_; }
-    // prefix() and a read of at most 56 bits from what is buffered, without topping up.
-    ZUL_ALWAYS_INLINE int bufferedPrefix(int limit) {
-        const uint64_t zeros = ~buffer_;
-        int count = zeros == 0 ? 64 : __builtin_ctzll(zeros);
-        count = count < limit ? count : limit;
-        skip(count < limit ? count + 1 : limit);
-        return count;
-    }
-    ZUL_ALWAYS_INLINE uint64_t bufferedRead(int numBits) {
-        const uint64_t field = buffer_ & ((uint64_t{1} << numBits) - 1);
-        skip(numBits);
-        return field;
-    }
     // Tops the register up to 56 bits or more. Needs 8 bytes of room.
     ZUL_ALWAYS_INLINE void refill() {
         unsigned char bytes[8];

@@ -81,6 +81,8 @@ public:
                 widest = std::max(widest, length == 255 ? absoluteBits[c] : length);
             componentBits_[c] = coding_.lastPrefix[c] + widest;
             pointBits_ += componentBits_[c];
+            // A component whose longest code fits in the register decodes from it. Its table is
+            // usable: the decoder's arrays hold at most 8 prefixes, and its payloads fit too.
             if (fast_ && componentBits_[c] <= 56)
                 prefixCodes_[c] = PrefixCodeTable(tables[c], coding_.lastPrefix[c], absoluteBits[c],
                                                   Accessor::nonNegative(c), decoders_[c]);
@@ -95,7 +97,8 @@ public:
         BitUnpacker bits;
         int64_t previous[kComponents];
         const CodeLookup::Entry* lookup[kComponents];
-        const PrefixCodeTable::Code* prefixCodes[kComponents];
+        const PrefixCodeTable::Code*
+            prefixCodes[kComponents];  // null: codes longer than the register
         int lastPrefix[kComponents];
         int componentBits[kComponents];
         bool pointInOneLoad;
@@ -132,7 +135,7 @@ public:
         if (cursor.pointInOneLoad) bits.refill();
 #pragma GCC unroll 4
         for (int c = 0; c < kComponents; ++c) {
-            const bool inRegister = cursor.pointInOneLoad || cursor.componentBits[c] <= 56;
+            const bool inRegister = cursor.prefixCodes[c] != nullptr;
             if (!cursor.pointInOneLoad && inRegister && bits.available() < cursor.componentBits[c])
                 bits.refill();
             if (cursor.lookup[c] != nullptr) {
@@ -147,7 +150,7 @@ public:
                     continue;
                 }
             }
-            if (inRegister && cursor.prefixCodes[c] != nullptr) {
+            if (inRegister) {
                 // Every kind of code the same way: no branch that depends on the data.
                 const uint64_t buffered = bits.buffered();
                 const PrefixCodeTable::Code& code =
@@ -161,12 +164,11 @@ public:
                 previous[c] = value;
                 continue;
             }
-            const int prefix = inRegister ? bits.bufferedPrefix(cursor.lastPrefix[c])
-                                          : bits.prefix(cursor.lastPrefix[c]);
+            // A code too long for the register: its prefix and payload load their own bits.
+            const int prefix = bits.prefix(cursor.lastPrefix[c]);
             const int length = tables_[c][static_cast<size_t>(prefix)];
             const int payloadBits = length == 255 ? absoluteBits_[c] : length;
-            const uint64_t payload =
-                inRegister ? bits.bufferedRead(payloadBits) : bits.read(payloadBits);
+            const uint64_t payload = bits.read(payloadBits);
             int64_t value;
             if (length == 255) {
                 value = static_cast<int64_t>(payload);

@@ -49,12 +49,13 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
             // point's codes in one step rather than one a component.
             uint64_t gathered = 0;
             int gatheredBits = 0;
+            const auto flush = [&]() {
+                packer.put(gathered, gatheredBits);
+                gathered = 0;
+                gatheredBits = 0;
+            };
             const auto add = [&](uint64_t field, int fieldBits) {
-                if (gatheredBits + fieldBits > 56) {
-                    packer.put(gathered, gatheredBits);
-                    gathered = 0;
-                    gatheredBits = 0;
-                }
+                if (gatheredBits + fieldBits > 56) flush();
                 gathered |= field << gatheredBits;
                 gatheredBits += fieldBits;
             };
@@ -81,14 +82,12 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
                 if (prefixBits + numBits <= 56) {
                     add(ones | payload << prefixBits, prefixBits + numBits);
                 } else {
-                    packer.put(gathered, gatheredBits);
-                    gathered = 0;
-                    gatheredBits = 0;
+                    flush();
                     packer.put(ones, prefixBits);
                     packer.putWide(payload, numBits);
                 }
             }
-            packer.put(gathered, gatheredBits);
+            flush();
         }
         packer.finish();
         return;
