@@ -4,9 +4,11 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "zul.h"
 
@@ -36,10 +38,19 @@ struct CloudLayout {
     bool floatIntensity = false;
     // Largest intensity the file's type can hold (65535 for LAS's 16 bits); 0 if unbounded.
     int64_t intensityTypeMax = 0;
-    // The file's own grid (LAS scale); 0 if it has none.
+    // The file's own grid (LAS scale): the finest of the three scales; 0 if it has none. A
+    // coordinate is grid() * gridScale + gridOffset, axis by axis.
     double gridStep = 0;
+    double gridScale[3] = {0, 0, 0};
+    double gridOffset[3] = {0, 0, 0};
     // Number of points the header announces; -1 if the format does not say.
     int64_t pointCount = -1;
+    // What the file holds that a zul stream has no place for ("GPS time", "classification",
+    // "the organised 640 x 480 layout"), named for the user.
+    std::vector<std::string> dropped;
+    // The coordinate reference system, as text PROJ reads (WKT, or "EPSG:2903+5103"); empty if
+    // the file has none. What could not be read of it is in `crsProblem`.
+    std::string crs, crsProblem;
 };
 
 class CloudReader {
@@ -52,13 +63,25 @@ public:
     virtual bool read(zul_Point& point) = 0;
     // The intensity of the point last read, as the file holds it.
     double intensity() const { return intensity_; }
+    // The integer coordinates of the point last read, for a file with a grid of its own.
+    const int64_t* grid() const { return grid_; }
+    // What the reader had to change to make values fit a point, by kind ("colour above 255
+    // clamped to 255"), with the number of values so changed.
+    const std::map<std::string, int64_t>& changes() const { return changes_; }
+    // What the file holds that the points read leave out, named for the user: the layout's
+    // `dropped`, or for formats that look at the values, the fields that held anything.
+    virtual std::vector<std::string> dropped() const { return layout_.dropped; }
     // Bytes of the file consumed so far, and the file's size, for progress.
     virtual uint64_t bytesRead() const = 0;
     virtual uint64_t fileSize() const = 0;
 
 protected:
+    void count(const char* change) { ++changes_[change]; }
+
     CloudLayout layout_;
     double intensity_ = 0;
+    int64_t grid_[3] = {0, 0, 0};
+    std::map<std::string, int64_t> changes_;
 };
 
 // What a writer is to store beside positions.
@@ -68,6 +91,11 @@ struct WriteOptions {
     bool normals = false;
     int32_t maxIntensity = 0;  // the stream's maximum, for formats that normalise (KITTI)
     double gridStep = 0.001;   // LAS scale; digits of text formats
+    // Where the positions lie on a grid of gridStep with this offset exactly (a stream on an
+    // integer grid with its scale and translation in the matrix), LAS stores them so.
+    bool gridExact = false;
+    double gridOffset[3] = {0, 0, 0};
+    std::string crs;           // the coordinate reference system as PROJ reads it, or empty
     int64_t pointCount = 0;    // exact number of points that will be written
     std::string encoding;      // format-specific: "ascii", "binary", "binary_compressed", ...
     std::string lasVersion = "1.2";
@@ -80,6 +108,15 @@ public:
     // Completes the file (headers that depend on the points); throws FormatError if any write
     // failed.
     virtual void finish() = 0;
+    // What the writer had to change to fit a value into the format, by kind, with the number of
+    // values so changed.
+    const std::map<std::string, int64_t>& changes() const { return changes_; }
+
+protected:
+    void count(const std::string& change) { ++changes_[change]; }
+
+private:
+    std::map<std::string, int64_t> changes_;
 };
 
 std::unique_ptr<CloudReader> openCloudReader(const std::string& path, Format format);

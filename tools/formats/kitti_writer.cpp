@@ -1,6 +1,7 @@
 // Writes KITTI-style .bin scans: float32 x y z and the reflection brought into 0 .. 1 as in the
-// scans of that kind: divided by 255 (the scale compress gives such intensities), or by the
-// stream's maximum if that is larger; 0 without reflection.
+// scans of that kind: divided by 255 where the stream's maximum allows, else by 65535, else by the
+// maximum; 0 without reflection. Compress finds that factor again in the values, so the integers
+// come back.
 #include "byte_output.h"
 #include "cloud.h"
 
@@ -12,9 +13,10 @@ class KittiWriter : public CloudWriter {
 public:
     KittiWriter(const std::string& path, const WriteOptions& options)
         : out_(path),
-          intensityScale_(!options.intensity            ? 0.0
-                          : options.maxIntensity <= 255 ? 1.0 / 255
-                                                        : 1.0 / options.maxIntensity) {}
+          intensityScale_(!options.intensity              ? 0.0
+                          : options.maxIntensity <= 255   ? 1.0 / 255
+                          : options.maxIntensity <= 65535 ? 1.0 / 65535
+                                                          : 1.0 / options.maxIntensity) {}
 
     void write(const zul_Point& point) override {
         const float record[4] = {static_cast<float>(point.position[0]),

@@ -1,10 +1,13 @@
 // LAS 1.0 to 1.4, uncompressed, point formats 0 to 10: integer coordinates with a scale and an
 // offset from the public header, a 16-bit intensity, and 16-bit RGB in the formats that have it.
+// The coordinate reference system comes from the variable-length records; what else the records
+// hold is named as dropped when it carries anything.
 #include <algorithm>
 #include <cmath>
 
 #include "byte_input.h"
 #include "cloud.h"
+#include "las_crs.h"
 #include "las_records.h"
 
 namespace zultool {
@@ -53,6 +56,14 @@ public:
         }
         colorOffset_ = kLasColorOffset[pointFormat];
         remaining_ = count;
+        pointFormat_ = pointFormat;
+        in_.seek(headerSize);
+        const std::vector<LasVlr> vlrs =
+            readLasVlrs(in_, loadLittle<uint32_t>(header + 100), dataOffset);
+        layout_.crs = crsOfVlrs(vlrs, layout_.crsProblem);
+        for (const LasVlr& vlr : vlrs) {
+            if (!isCrsVlr(vlr)) ++otherVlrs_;
+        }
         in_.seek(dataOffset);
         if (count > (in_.size() - dataOffset) / recordLength_) {
             in_.fail("the file ends before the " + std::to_string(count) +
@@ -64,7 +75,12 @@ public:
         layout_.hasIntensity = true;
         layout_.intensityTypeMax = 65535;
         layout_.gridStep = std::fmin(scale_[0], std::fmin(scale_[1], scale_[2]));
+        for (int axis = 0; axis < 3; ++axis) {
+            layout_.gridScale[axis] = scale_[axis];
+            layout_.gridOffset[axis] = offset_[axis];
+        }
         layout_.pointCount = static_cast<int64_t>(count);
+        seen_.assign((recordLength_ + 7) / 8, 0);
     }
 
     bool read(zul_Point& point) override {
@@ -72,8 +88,14 @@ public:
         --remaining_;
         unsigned char* r = record_.data();
         in_.read(r, record_.size(), "a point record");
+        for (size_t w = 0; w < seen_.size(); ++w) {
+            uint64_t word = 0;
+            std::memcpy(&word, r + 8 * w, std::min<size_t>(8, record_.size() - 8 * w));
+            seen_[w] |= word;
+        }
         for (int axis = 0; axis < 3; ++axis) {
-            point.position[axis] = loadLittle<int32_t>(r + 4 * axis) * scale_[axis] + offset_[axis];
+            grid_[axis] = loadLittle<int32_t>(r + 4 * axis);
+            point.position[axis] = grid_[axis] * scale_[axis] + offset_[axis];
         }
         intensity_ = loadLittle<uint16_t>(r + 12);
         if (colorOffset_ > 0) {
@@ -88,13 +110,33 @@ public:
     uint64_t bytesRead() const override { return in_.position(); }
     uint64_t fileSize() const override { return in_.size(); }
 
+    // The fields that held anything but zeros in the points read, and the other records.
+    std::vector<std::string> dropped() const override {
+        std::vector<std::string> names;
+        for (const LasField& field : lasDroppedFields(pointFormat_, recordLength_)) {
+            if (anySeen(field.offset, field.size)) names.push_back(field.name);
+        }
+        if (otherVlrs_ > 0) {
+            names.push_back(std::to_string(otherVlrs_) + " variable-length record" +
+                            (otherVlrs_ == 1 ? "" : "s"));
+        }
+        if (colorOffset_ > 0 && colorShift_ == 8) names.push_back("the low byte of 16-bit colour");
+        return names;
+    }
+
 private:
-    // Many writers put 8-bit colours into LAS's 16-bit fields. If no channel of the first
-    // million points exceeds 255, the values are taken as they are; otherwise by their high byte.
+    bool anySeen(size_t offset, size_t size) const {
+        for (size_t i = offset; i < offset + size; ++i) {
+            if ((seen_[i / 8] >> (8 * (i % 8))) & 0xFF) return true;
+        }
+        return false;
+    }
+
+    // Many writers put 8-bit colours into LAS's 16-bit fields: if no channel of any point exceeds
+    // 255, the values are taken as they are; otherwise by their high byte.
     bool colorIs16Bit(uint64_t dataOffset, uint64_t count) {
-        const uint64_t sample = std::min<uint64_t>(count, 1000000);
         bool wide = false;
-        for (uint64_t i = 0; i < sample && !wide; ++i) {
+        for (uint64_t i = 0; i < count && !wide; ++i) {
             in_.read(record_.data(), record_.size(), "a point record");
             for (int c = 0; c < 3; ++c) {
                 wide = wide || loadLittle<uint16_t>(record_.data() + colorOffset_ + 2 * c) > 255;
@@ -111,7 +153,10 @@ private:
     size_t recordLength_ = 0;
     int colorOffset_ = 0;
     uint64_t remaining_ = 0;
+    int pointFormat_ = 0;
+    uint32_t otherVlrs_ = 0;
     std::vector<unsigned char> record_;
+    std::vector<uint64_t> seen_;  // the bits set in any record so far
 };
 
 }  // namespace

@@ -1,5 +1,7 @@
 // Writes LAS 1.2 (point format 0, or 2 with colour) or LAS 1.4 (point format 6, or 7 with
-// colour), with the scale equal to the stream's step. The header is completed at the end, when the
+// colour), with the scale equal to the stream's step and, where the stream says where its grid
+// lies, its offset, so that every coordinate comes back as the stream gives it. The coordinate
+// system goes into a variable-length record. The header is completed at the end, when the
 // bounding box and the count are known.
 #include <algorithm>
 #include <cmath>
@@ -8,6 +10,7 @@
 
 #include "byte_output.h"
 #include "cloud.h"
+#include "las_crs.h"
 #include "las_records.h"
 
 namespace zultool {
@@ -31,13 +34,21 @@ public:
         pointFormat_ = v14_ ? (color_ ? 7 : 6) : (color_ ? 2 : 0);
         headerSize_ = v14_ ? kLas14HeaderSize : kLas12HeaderSize;
         scale_ = options.gridStep > 0 ? options.gridStep : 0.001;
+        gridExact_ = options.gridExact;
+        if (gridExact_) std::copy(options.gridOffset, options.gridOffset + 3, offset_);
         record_.assign(kLasRecordSize[pointFormat_], 0);
+        if (!options.crs.empty()) vlrs_ = crsVlrs(options.crs, v14_, path);
         const std::vector<unsigned char> placeholder(headerSize_, 0);
         out_.write(placeholder.data(), placeholder.size());
+        dataOffset_ = headerSize_;
+        for (const LasVlr& vlr : vlrs_) {
+            writeLasVlr(out_, vlr);
+            dataOffset_ += kLasVlrHeaderSize + vlr.data.size();
+        }
     }
 
     void write(const zul_Point& point) override {
-        if (count_ == 0) {
+        if (count_ == 0 && !gridExact_) {
             // Coordinates are stored relative to the first point, on the grid of the scale.
             for (int axis = 0; axis < 3; ++axis) {
                 offset_[axis] = std::isfinite(point.position[axis])
@@ -61,6 +72,7 @@ public:
             max_[axis] = std::max(max_[axis], value);
         }
         if (intensity_) {
+            if (point.reflection > 65535) count("reflections above 65535 written as 65535");
             put(record_.data(), 12, static_cast<uint16_t>(std::clamp(point.reflection, 0, 65535)));
         }
         // One return of one.
@@ -85,7 +97,8 @@ public:
         std::memcpy(h + 26, "zul", 3);
         std::memcpy(h + 58, "zul decompress", 14);
         put<uint16_t>(h, 94, static_cast<uint16_t>(headerSize_));
-        put<uint32_t>(h, 96, static_cast<uint32_t>(headerSize_));
+        put<uint32_t>(h, 96, static_cast<uint32_t>(dataOffset_));
+        put<uint32_t>(h, 100, static_cast<uint32_t>(vlrs_.size()));
         h[104] = static_cast<unsigned char>(pointFormat_);
         put<uint16_t>(h, 105, static_cast<uint16_t>(record_.size()));
         const bool legacyFits = !v14_ && count_ <= std::numeric_limits<uint32_t>::max();
@@ -118,7 +131,10 @@ private:
     int pointFormat_ = 0;
     size_t headerSize_ = 0;
     double scale_ = 0.001;
+    bool gridExact_ = false;
     double offset_[3] = {};
+    std::vector<LasVlr> vlrs_;
+    size_t dataOffset_ = 0;
     double min_[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL};
     double max_[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
     uint64_t count_ = 0;

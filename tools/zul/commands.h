@@ -10,7 +10,7 @@ namespace zultool {
 
 struct CompressOptions {
     std::string input, output;
-    double step = 0;            // 0: the input's grid, or 0.001
+    double step = 0;            // 0: the input's grid, or 0.001; kept as this decimal
     std::string color;          // "" (from the input), none, rgb565, rgb888
     std::string reflection;     // "" (from the input), none, or the largest value kept
     double intensityScale = 0;  // 0: 1, or 255 for intensities within 0 .. 1
@@ -23,7 +23,6 @@ struct CompressOptions {
     std::vector<double> rotate;  // 9 values, row after row
     int sensorMount = 0, sensorType = 0;
     bool sensorHeader = false;  // a version 2 stream even without a transformation
-    bool keepInvalid = false;
     bool quiet = false;
 };
 

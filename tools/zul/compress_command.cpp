@@ -4,8 +4,12 @@
 #include <cstdio>
 #include <filesystem>
 
+#include <iostream>
+
 #include "commands.h"
+#include "formats/byte_output.h"
 #include "formats/cloud.h"
+#include "formats/crs_text.h"
 #include "output_file.h"
 #include "point_plan.h"
 #include "progress_bar.h"
@@ -23,25 +27,27 @@ struct WriterGuard {
     ~WriterGuard() { zul_out_close(&context); }
 };
 
-zul_Header2 chooseHeader(const CompressOptions& options) {
-    zul_Header2 header;
-    zul_init_headers(nullptr, &header);
-    header.enabled = options.sensorHeader || !options.translate.empty() || options.scale != 1 ||
-                     !options.rotate.empty() || options.sensorMount != 0 || options.sensorType != 0;
-    header.sensorMount = static_cast<zul_SensorMount>(options.sensorMount);
-    header.sensorType = static_cast<zul_SensorType>(options.sensorType);
-    header.hasScaling = options.scale != 1;
-    header.hasRotation = !options.rotate.empty();
-    header.hasTranslation = !options.translate.empty();
-    for (int row = 0; row < 3; ++row) {
-        for (int column = 0; column < 3; ++column) {
-            const double r = options.rotate.empty() ? (row == column ? 1.0 : 0.0)
-                                                    : options.rotate[3 * row + column];
-            header.transformation[4 * column + row] = options.scale * r;
+// The coordinate system of the input, as a .prj file beside the output, the convention GIS tools
+// read; decompress puts it back.
+void keepCoordinateSystem(const CompressOptions& options, const CloudLayout& layout) {
+    std::string problem = layout.crsProblem;
+    bool kept = false;
+    if (!layout.crs.empty()) {
+        const std::string text = crsWkt(layout.crs, WktDialect::Esri, problem);
+        if (!text.empty()) {
+            const std::string path = sidecarPath(options.output);
+            OutputFile sidecar(path);
+            ByteOutput out(sidecar.temporaryPath());
+            out.text(text + "\n");
+            out.close();
+            sidecar.commit();
+            kept = true;
         }
-        header.transformation[12 + row] = options.translate.empty() ? 0.0 : options.translate[row];
     }
-    return header;
+    if (!problem.empty() && !options.quiet) {
+        std::cerr << "zul: the coordinate system of " << options.input
+                  << (kept ? " is kept in part: " : " cannot be kept: ") << problem << "\n";
+    }
 }
 
 }  // namespace
@@ -57,7 +63,7 @@ int runCompress(const CompressOptions& options) {
 
     const PointPlan plan = planPoints(options, layout, format);
     const zul_DataType& dataType = plan.dataType;
-    const zul_Header2 header = chooseHeader(options);
+    const zul_Header2& header = plan.header;
 
     OutputFile output(options.output);
     WriterGuard writer;
@@ -111,7 +117,8 @@ int runCompress(const CompressOptions& options) {
     }
     checkStatus(zul_out_close(&writer.context), options.output, ZulStage::Write);
     output.commit();
-    reportTally(options, tally);
+    keepCoordinateSystem(options, layout);
+    reportTally(options, *reader, tally);
     if (!options.quiet) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -1,10 +1,16 @@
 // zul decompress: a zul file, read point by point, written as any format the tool writes.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 
 #include "commands.h"
 #include "formats/cloud.h"
+#include "formats/crs_text.h"
+#include "formats/output_grid.h"
 #include "output_file.h"
 #include "progress_bar.h"
 #include "status_text.h"
@@ -18,6 +24,13 @@ struct ReaderGuard {
     zul_in_Context context = nullptr;
     ~ReaderGuard() { zul_in_close(&context); }
 };
+
+std::string readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    return text;
+}
 
 }  // namespace
 
@@ -41,8 +54,16 @@ int runDecompress(const DecompressOptions& options) {
     write.intensity = dataType.reflectionMode != zul_REFLECTION_NONE;
     write.normals = dataType.normalMode != zul_NORMAL_NONE;
     write.maxIntensity = dataType.maxReflection;
-    write.gridStep = dataType.quantizationStep;
+    const OutputGrid grid = outputGrid(dataType, header, !options.noTransform);
+    write.gridStep = grid.step;
+    write.gridExact = grid.exact;
+    std::copy(grid.offset, grid.offset + 3, write.gridOffset);
     write.pointCount = count;
+    // The coordinate system that compress kept beside the file goes into a LAS output, or
+    // beside any other.
+    const std::string inputSidecar = sidecarPath(options.input);
+    const bool hasSidecar = std::filesystem::is_regular_file(inputSidecar);
+    if (hasSidecar && format == Format::Las) write.crs = readText(inputSidecar);
     write.encoding = options.encoding;
     write.lasVersion = options.lasVersion;
     if (write.normals && format == Format::Las && !options.quiet) {
@@ -65,6 +86,11 @@ int runDecompress(const DecompressOptions& options) {
             progress.update(static_cast<uint64_t>(++read));
         }
         writer->finish();
+        if (!options.quiet) {
+            for (const auto& [kind, n] : writer->changes()) {
+                std::cerr << "zul: changed " << n << " values: " << kind << "\n";
+            }
+        }
     } catch (const FormatError& error) {
         // The writers name the file they write: the temporary one. Name the output instead.
         const std::string message = error.what();
@@ -73,6 +99,10 @@ int runDecompress(const DecompressOptions& options) {
         throw FormatError(options.output + message.substr(temporary.size()));
     }
     output.commit();
+    if (hasSidecar && format != Format::Las && sidecarPath(options.output) != inputSidecar) {
+        std::filesystem::copy_file(inputSidecar, sidecarPath(options.output),
+                                   std::filesystem::copy_options::overwrite_existing);
+    }
     if (!options.quiet) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -49,8 +49,6 @@ int main(int argc, char** argv) {
     c->add_option("--sensor-type", compress.sensorType, "sensor type (0 to 10)");
     c->add_flag("--sensor-header", compress.sensorHeader,
                 "write a sensor header (a version 2 stream) even without a transformation");
-    c->add_flag("--keep-invalid", compress.keepInvalid,
-                "keep points with NaN or infinite coordinates (stored as the format does)");
     c->add_flag("-q,--quiet", compress.quiet, "no progress bar and no notes");
 
     DecompressOptions decompress;

@@ -1,0 +1,50 @@
+#include "output_grid.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+namespace zultool {
+
+OutputGrid outputGrid(const zul_DataType& dataType, const zul_Header2& header, bool applied) {
+    OutputGrid grid;
+    const double step = dataType.quantizationStep;
+    grid.step = step;
+    const bool transformed = applied && header.enabled &&
+                             (header.hasScaling || header.hasRotation || header.hasTranslation);
+    if (!transformed) return grid;
+    const double* m = header.transformation;
+    const double scale = m[0];
+    const bool diagonal = m[1] == 0 && m[2] == 0 && m[4] == 0 && m[6] == 0 && m[8] == 0 &&
+                          m[9] == 0 && m[5] == scale && m[10] == scale && scale > 0;
+    if (!diagonal) {
+        // Rotated: the positions lie on no axis-aligned grid; the scaled step is the spacing.
+        grid.step = step * std::sqrt(m[0] * m[0] + m[1] * m[1] + m[2] * m[2]);
+        return grid;
+    }
+    grid.step = step * scale;
+    // (k * 1) * s + t is k * s + t: the terms of a zero element add nothing.
+    grid.exact = step == 1.0;
+    for (int axis = 0; axis < 3; ++axis) grid.offset[axis] = m[12 + axis];
+    return grid;
+}
+
+std::string shortestDecimal(double value) {
+    char text[40];
+    for (int digits = 1; digits <= 17; ++digits) {
+        std::snprintf(text, sizeof text, "%.*g", digits, value);
+        if (std::strtod(text, nullptr) == value) break;
+    }
+    return text;
+}
+
+std::string shortestDecimal(float value) {
+    char text[40];
+    for (int digits = 1; digits <= 9; ++digits) {
+        std::snprintf(text, sizeof text, "%.*g", digits, static_cast<double>(value));
+        if (std::strtof(text, nullptr) == value) break;
+    }
+    return text;
+}
+
+}  // namespace zultool
