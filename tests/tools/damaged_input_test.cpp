@@ -13,6 +13,10 @@ std::string bytesOf(const std::string& path, size_t first = 0, size_t count = st
 }
 
 // A valid zul file of a shared cloud, made once for all cases.
+// compress stores a LAS file's grid in the matrix of a sensor header: the signature and file header
+// of such a stream take 172 bytes.
+constexpr size_t kHead = 172;
+
 const std::string& sampleZul() {
     static const std::string bytes = [] {
         const std::string path = std::filesystem::temp_directory_path() /
@@ -117,9 +121,22 @@ const DamagedCase kCases[] = {
     {"not a ply", "plain.ply", [] { return std::string("solid cube\n"); }, "compress", "out.zul",
      "plain.ply: not a PLY file"},
     {"xyz of five columns", "five.xyz", [] { return std::string("1 2 3 4 5\n"); }, "compress",
-     "out.zul", "five.xyz: a line of 5 values without a line of column names is not understood"},
+     "out.zul", "five.xyz: line 1: 5 values without a line of column names are not understood"},
     {"xyz with a short line", "short.xyz", [] { return std::string("1 2 3\n4 5\n"); }, "compress",
-     "out.zul", "short.xyz: line 2 has 2 values; 3 are needed"},
+     "out.zul", "short.xyz: line 2: 2 values where the file has 3 columns"},
+    {"xyz with decimal commas", "commas.xyz", [] { return std::string("1,5 2,5 3,5\n"); },
+     "compress", "out.zul", "commas.xyz: line 1: value 2 (\"5 2\") is not a number"},
+    {"xyz with an extra value", "extra.xyz", [] { return std::string("1 2 3\n4 5 6 7\n"); },
+     "compress", "out.zul", "extra.xyz: line 2: 4 values where the file has 3 columns"},
+    {"csv with an empty value", "empty.csv", [] { return std::string("x,y,z\n1,,3\n"); },
+     "compress", "out.zul", "empty.csv: line 2: value 2 (\"\") is not a number"},
+    {"pts with a wrong count", "count.pts", [] { return std::string("3\n1 2 3\n4 5 6\n"); },
+     "compress", "out.zul", "count.pts: the first line announces 3 points, the file holds 2"},
+    {"names without x y z", "names.xyz", [] { return std::string("a b c\n1 2 3\n"); }, "compress",
+     "out.zul", "names.xyz: line 1: a line of column names without x, y and z"},
+    {"pcd header line with binary bytes", "binary.pcd",
+     [] { return std::string("VERSION .7\nFIELDS x y z\n\x01\x02\xff\n"); }, "compress", "out.zul",
+     "binary.pcd: the PCD header has a line it cannot read: \"???\""},
     {"kitti of a partial point", "partial.bin", [] { return std::string(17, '\0'); }, "compress",
      "out.zul", "partial.bin: the file is not a whole number of 16-byte points"},
     {"unknown extension", "cloud.e57", [] { return std::string("x"); }, "compress", "out.zul",
@@ -131,12 +148,12 @@ const DamagedCase kCases[] = {
     {"zul cut inside a chunk", "cut.zul", [] { return sampleZul().substr(0, 60000); }, "decompress",
      "out.ply", "cut.zul: the file ends inside a chunk (truncated)"},
     {"zul cut inside a chunk header", "cuthead.zul",
-     [] { return sampleZul().substr(0, 36 + 16 + 20); }, "info", "",
+     [] { return sampleZul().substr(0, kHead + 16 + 20); }, "info", "",
      "cuthead.zul: the file ends inside a chunk (truncated)"},
-    {"zul marker damaged", "marker.zul", [] { return flipped(sampleZul(), 36 + 3); }, "decompress",
-     "out.ply",
+    {"zul marker damaged", "marker.zul", [] { return flipped(sampleZul(), kHead + 3); },
+     "decompress", "out.ply",
      "marker.zul: a chunk holds values no writer produces: the file is damaged (corrupt data)"},
-    {"zul marker damaged for info", "marker2.zul", [] { return flipped(sampleZul(), 36 + 3); },
+    {"zul marker damaged for info", "marker2.zul", [] { return flipped(sampleZul(), kHead + 3); },
      "info", "", "(corrupt data)"},
     {"zul signature foreign", "sig.zul", [] { return flipped(sampleZul(), 0); }, "decompress",
      "out.ply",

@@ -4,10 +4,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "formats/output_grid.h"
 #include "support/test_names.h"
 #include "tool_support.h"
 #include "zul/commands.h"
 #include "zul/point_check.h"
+#include "zul/point_plan.h"
 
 namespace {
 
@@ -89,7 +91,9 @@ TEST_P(FormatRoundTrip, KeepsEveryPointWithinItsStep) {
 
     zul_in_Context in = nullptr;
     zul_DataType dataType;
-    ASSERT_EQ(zul_in_open(&in, &dataType, compress.output.c_str()), zul_STATUS_OK);
+    zul_Header2 header;
+    ASSERT_EQ(zul_in_open2(&in, &dataType, &header, compress.output.c_str(), nullptr),
+              zul_STATUS_OK);
     zul_in_close(&in);
 
     DecompressOptions decompress;
@@ -108,15 +112,14 @@ TEST_P(FormatRoundTrip, KeepsEveryPointWithinItsStep) {
     EXPECT_EQ(outputLayout.hasColor, dataType.colorMode != zul_COLOR_NONE && !kitti);
     EXPECT_EQ(outputLayout.hasNormals,
               dataType.normalMode != zul_NORMAL_NONE && extension != "las" && !kitti);
-    const double step = dataType.quantizationStep;
+    const double step = zultool::outputGrid(dataType, header, true).step;
 
-    // How compress scales intensities: floating-point ones within 0 .. 1 by 255.
-    double largest = 0;
-    for (const CloudPoint& p : original) {
-        if (std::isfinite(p.intensity)) largest = std::max(largest, p.intensity);
-    }
-    const double scale = inputLayout.floatIntensity && largest <= 1.0 ? 255.0 : 1.0;
-    const double kittiDivisor = dataType.maxReflection <= 255 ? 255.0 : dataType.maxReflection;
+    // The factor compress chose for the intensities, and the one a KITTI scan divides by.
+    const double scale =
+        zultool::planPoints(compress, inputLayout, zultool::formatOfPath(compress.input))
+            .reflection.scale;
+    const int32_t max = dataType.maxReflection;
+    const double kittiDivisor = max <= 255 ? 255.0 : max <= 65535 ? 65535.0 : max;
 
     size_t j = 0;
     for (const CloudPoint& o : original) {
@@ -171,14 +174,19 @@ TEST_P(DefaultChunks, LibraryReaderGetsTheGridCellsOfTheInput) {
 
     zul_in_Context in = nullptr;
     zul_DataType dataType;
-    ASSERT_EQ(zul_in_open(&in, &dataType, compress.output.c_str()), zul_STATUS_OK);
-    const double step = dataType.quantizationStep;
+    zul_Header2 header;
+    ASSERT_EQ(zul_in_open2(&in, &dataType, &header, compress.output.c_str(), nullptr),
+              zul_STATUS_OK);
+    const zultool::OutputGrid grid = zultool::outputGrid(dataType, header, true);
+    ASSERT_TRUE(grid.exact);
+    const double step = grid.step;
+    const double* offset = grid.offset;
     std::vector<std::array<int64_t, 3>> expected, got;
     for (const CloudPoint& p : readCloud(compress.input)) {
         if (!finite(p.point)) continue;
         std::array<int64_t, 3> cell;
         for (int a = 0; a < 3; ++a) {
-            cell[a] = zultool::gridCell(p.point.position[a], step);
+            cell[a] = zultool::gridCell(p.point.position[a] - offset[a], step);
         }
         expected.push_back(cell);
     }
@@ -187,9 +195,9 @@ TEST_P(DefaultChunks, LibraryReaderGetsTheGridCellsOfTheInput) {
     zul_Point point;
     zul_Status status;
     while ((status = zul_in_readNextPoint(in, &point)) == zul_STATUS_OK) {
-        got.push_back({std::llround(point.position[0] / step),
-                       std::llround(point.position[1] / step),
-                       std::llround(point.position[2] / step)});
+        got.push_back({std::llround((point.position[0] - offset[0]) / step),
+                       std::llround((point.position[1] - offset[1]) / step),
+                       std::llround((point.position[2] - offset[2]) / step)});
     }
     zul_in_close(&in);
     EXPECT_EQ(status, zul_STATUS_END_OF_FILE);

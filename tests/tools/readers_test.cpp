@@ -214,7 +214,8 @@ TEST_F(Readers, PcdAsciiWithPackedColours) {
 TEST_F(Readers, TextColumnsByNameOrByCount) {
     zultool::CloudLayout layout;
     std::vector<CloudPoint> points = readCloud(
-        file("named.csv", "// Intensity,X,Y,Z\n# a comment\n7,1.5,2.5,3.5\n\n8;4;5;6\n"), &layout);
+        file("named.csv", "// Intensity,X,Y,Z\n# a comment\n7,1.5,2.5,3.5\n\n8, 4, 5 ,6\n"),
+        &layout);
     ASSERT_EQ(points.size(), 2u);
     EXPECT_TRUE(layout.hasIntensity && !layout.hasColor);
     expectPosition(points[1].point, 4, 5, 6);
@@ -230,6 +231,18 @@ TEST_F(Readers, TextColumnsByNameOrByCount) {
     ASSERT_EQ(points.size(), 1u);
     EXPECT_TRUE(layout.hasNormals);
     EXPECT_EQ(points[0].point.normal[2], 1.0f);
+
+    // Decimal commas where semicolons separate, and a column the format has no place for.
+    points = readCloud(file("european.csv", "x;y;z;class\n1,5;2,5;-3,5;2\n"), &layout);
+    ASSERT_EQ(points.size(), 1u);
+    expectPosition(points[0].point, 1.5, 2.5, -3.5);
+    EXPECT_EQ(layout.dropped, std::vector<std::string>{"column class"});
+
+    // A .pts file's count line, and comments among the points.
+    points = readCloud(file("scan.pts", "2\n1 2 3 9\n# between\n4 5 6 8\n"), &layout);
+    ASSERT_EQ(points.size(), 2u);
+    EXPECT_EQ(layout.pointCount, 2);
+    EXPECT_EQ(points[1].intensity, 8);
 }
 
 TEST_F(Readers, KittiScan) {

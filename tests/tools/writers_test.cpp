@@ -63,7 +63,7 @@ TEST_F(Writers, LasHeaderAndRecords) {
             EXPECT_EQ(at<uint64_t>(las, 247), 1000u);
         }
         for (int axis = 0; axis < 3; ++axis) {
-            EXPECT_EQ(at<double>(las, 131 + 8 * axis), static_cast<double>(0.001f));
+            EXPECT_EQ(at<double>(las, 131 + 8 * axis), 0.001);
             // The box holds every point, and is reached on each side.
             double lo = 1e300, hi = -1e300;
             for (size_t i = 0; i < 1000; ++i) {

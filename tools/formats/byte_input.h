@@ -46,6 +46,16 @@ private:
     const char* end_ = nullptr;
 };
 
+// `text` fit for a message on a terminal: at most `limit` bytes, each byte that is not printable
+// ASCII shown as "?", so that a binary header is never echoed raw.
+inline std::string printable(const std::string& text, size_t limit = 60) {
+    std::string shown = text.substr(0, limit);
+    for (char& c : shown) {
+        if (c < 0x20 || c > 0x7e) c = '?';
+    }
+    return text.size() > limit ? shown + "..." : shown;
+}
+
 template <typename T>
 T loadLittle(const unsigned char* bytes) {
     T value;

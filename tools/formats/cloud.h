@@ -95,9 +95,9 @@ struct WriteOptions {
     // integer grid with its scale and translation in the matrix), LAS stores them so.
     bool gridExact = false;
     double gridOffset[3] = {0, 0, 0};
-    std::string crs;           // the coordinate reference system as PROJ reads it, or empty
-    int64_t pointCount = 0;    // exact number of points that will be written
-    std::string encoding;      // format-specific: "ascii", "binary", "binary_compressed", ...
+    std::string crs;         // the coordinate reference system as PROJ reads it, or empty
+    int64_t pointCount = 0;  // exact number of points that will be written
+    std::string encoding;    // format-specific: "ascii", "binary", "binary_compressed", ...
     std::string lasVersion = "1.2";
 };
 

@@ -68,9 +68,9 @@ std::string crsWkt(const std::string& crs, WktDialect dialect, std::string& prob
         return "";
     }
     const char* options[] = {"MULTILINE=NO", nullptr};
-    const char* text = proj_as_wkt(c.context, object.object,
-                                   dialect == WktDialect::Esri ? PJ_WKT1_ESRI : PJ_WKT1_GDAL,
-                                   options);
+    const char* text =
+        proj_as_wkt(c.context, object.object,
+                    dialect == WktDialect::Esri ? PJ_WKT1_ESRI : PJ_WKT1_GDAL, options);
     if (text == nullptr) {
         problem = "PROJ cannot write it as WKT (" + lastError(c.context) + ")";
         return "";

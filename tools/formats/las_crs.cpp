@@ -118,8 +118,9 @@ std::vector<LasVlr> crsVlrs(const std::string& crs, bool wkt, const std::string&
     }
     EpsgCodes codes;
     if (!epsgCodes(crs, codes, problem)) {
-        throw FormatError(path + ": the coordinate system cannot be written as LAS 1.2 GeoTIFF "
-                                 "keys: " +
+        throw FormatError(path +
+                          ": the coordinate system cannot be written as LAS 1.2 GeoTIFF "
+                          "keys: " +
                           problem + " (write LAS 1.4, which takes WKT)");
     }
     std::vector<uint16_t> keys = {1, 1, 0, 0};

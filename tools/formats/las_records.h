@@ -36,16 +36,16 @@ inline std::vector<LasField> lasDroppedFields(int format, size_t recordLength) {
         if (format == 1 || format >= 3) fields.push_back({"GPS time", 20, 8});
         if (format >= 4) fields.push_back({"wave packets", format == 4 ? 28u : 34u, 29});
     } else {
-        fields = {{"return numbers", 14, 1},     {"classification flags", 15, 1},
-                  {"classification", 16, 1},     {"user data", 17, 1},
-                  {"scan angle", 18, 2},         {"point source ID", 20, 2},
+        fields = {{"return numbers", 14, 1}, {"classification flags", 15, 1},
+                  {"classification", 16, 1}, {"user data", 17, 1},
+                  {"scan angle", 18, 2},     {"point source ID", 20, 2},
                   {"GPS time", 22, 8}};
         if (format == 8 || format == 10) fields.push_back({"near infrared", 36, 2});
         if (format >= 9) fields.push_back({"wave packets", format == 9 ? 30u : 38u, 29});
     }
     if (recordLength > kLasRecordSize[format]) {
-        fields.push_back({"extra bytes", kLasRecordSize[format],
-                          recordLength - kLasRecordSize[format]});
+        fields.push_back(
+            {"extra bytes", kLasRecordSize[format], recordLength - kLasRecordSize[format]});
     }
     return fields;
 }

@@ -29,6 +29,14 @@ OutputGrid outputGrid(const zul_DataType& dataType, const zul_Header2& header, b
     return grid;
 }
 
+std::string stepText(const zul_DataType& dataType, const zul_Header2& header) {
+    const OutputGrid grid = outputGrid(dataType, header, true);
+    if (grid.step == static_cast<double>(dataType.quantizationStep)) {
+        return shortestDecimal(dataType.quantizationStep);
+    }
+    return shortestDecimal(grid.step);
+}
+
 std::string shortestDecimal(double value) {
     char text[40];
     for (int digits = 1; digits <= 17; ++digits) {

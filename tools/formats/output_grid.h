@@ -20,6 +20,10 @@ struct OutputGrid {
 // The grid of a stream with `dataType` and `header`, read with the transformation applied or not.
 OutputGrid outputGrid(const zul_DataType& dataType, const zul_Header2& header, bool applied);
 
+// The step of the grid a reader gets, as text: the decimal that compress was given ("0.01" for a
+// LAS scale of 0.01), or the float step of a stream without a matrix, shortest first.
+std::string stepText(const zul_DataType& dataType, const zul_Header2& header);
+
 // The shortest decimal that reads back as the same number: 0.01 for the double 0.01, 0.001 for
 // the float 0.001f (not 0.00100000005).
 std::string shortestDecimal(double value);

@@ -21,7 +21,7 @@ uint64_t number(ByteInput& in, const std::string& key, const std::string& word) 
     errno = 0;
     const unsigned long long value = std::strtoull(word.c_str(), &end, 10);
     if (word.empty() || *end != '\0' || word[0] == '-' || errno != 0) {
-        in.fail("the PCD header's " + key + " is not a count: \"" + word + "\"");
+        in.fail("the PCD header's " + key + " is not a count: \"" + printable(word) + "\"");
     }
     return value;
 }
@@ -49,7 +49,12 @@ PcdHeader readPcdHeader(ByteInput& in) {
         if (w.empty() || w[0][0] == '#') continue;
         const std::string& key = w[0];
         const std::vector<std::string> values(w.begin() + 1, w.end());
-        if (key == "VERSION" || key == "VIEWPOINT") continue;
+        if (key == "VERSION") continue;
+        if (key == "VIEWPOINT") {
+            const std::vector<std::string> identity = {"0", "0", "0", "1", "0", "0", "0"};
+            header.customViewpoint = values != identity;
+            continue;
+        }
         if (key == "FIELDS" || key == "COLUMNS") {
             for (const std::string& name : values) header.fields.push_back({name});
         } else if (key == "SIZE") {
@@ -73,11 +78,11 @@ PcdHeader readPcdHeader(ByteInput& in) {
             } else if (values[0] == "binary_compressed") {
                 header.data = PcdData::BinaryCompressed;
             } else {
-                in.fail("PCD data \"" + values[0] + "\" is not supported");
+                in.fail("PCD data \"" + printable(values[0]) + "\" is not supported");
             }
             break;
         } else {
-            in.fail("the PCD header has a line it cannot read: \"" + line.substr(0, 60) + "\"");
+            in.fail("the PCD header has a line it cannot read: \"" + printable(line) + "\"");
         }
     }
     const size_t n = header.fields.size();
@@ -94,15 +99,18 @@ PcdHeader readPcdHeader(ByteInput& in) {
                                               : (field.size == 1 || field.size == 2 ||
                                                  field.size == 4 || field.size == 8);
         if (!sizeOk || (field.type != 'F' && field.type != 'U' && field.type != 'I')) {
-            in.fail("the PCD field " + field.name + " has an unknown type or size");
+            in.fail("the PCD field " + printable(field.name) + " has an unknown type or size");
         }
-        if (count < 1 || count > 4096) in.fail("the PCD field " + field.name + " has a bad COUNT");
+        if (count < 1 || count > 4096)
+            in.fail("the PCD field " + printable(field.name) + " has a bad COUNT");
         field.count = static_cast<int>(count);
         field.offset = header.recordSize;
         field.column = header.valuesPerPoint;
         header.recordSize += static_cast<size_t>(field.size) * field.count;
         header.valuesPerPoint += field.count;
     }
+    header.width = width;
+    header.height = height;
     if (!havePoints) {
         if (height != 0 && width > std::numeric_limits<uint64_t>::max() / height) {
             in.fail("the PCD header's WIDTH and HEIGHT are too large");

@@ -24,6 +24,8 @@ enum class PcdData { Ascii, Binary, BinaryCompressed };
 struct PcdHeader {
     std::vector<PcdField> fields;
     uint64_t points = 0;
+    uint64_t width = 0, height = 1;  // height above 1: an organised cloud
+    bool customViewpoint = false;    // a VIEWPOINT other than the identity
     PcdData data = PcdData::Ascii;
     size_t recordSize = 0;
     size_t valuesPerPoint = 0;

@@ -1,8 +1,10 @@
 // PCD files with DATA ascii, binary or binary_compressed (an LZF block holding the fields column
 // after column). Fields read: x y z, rgb or rgba (0x00RRGGBB in a 4-byte word), intensity and
-// normal_x normal_y normal_z; all others are skipped.
+// normal_x normal_y normal_z; all others, rgba's alpha, the organised layout and the viewpoint are
+// named as dropped.
 #include <lzf.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -47,6 +49,7 @@ public:
         layout_.hasNormals =
             normal_[0] != nullptr && normal_[1] != nullptr && normal_[2] != nullptr;
         layout_.pointCount = static_cast<int64_t>(header_.points);
+        nameDropped();
         const uint64_t left = in_.size() - in_.position();
         if (header_.data == PcdData::Binary) {
             if (header_.points > left / header_.recordSize) {
@@ -87,6 +90,23 @@ public:
     uint64_t fileSize() const override { return in_.size(); }
 
 private:
+    void nameDropped() {
+        static const char* const kRead[] = {"x",         "y",        "z",        "rgb",     "rgba",
+                                            "intensity", "normal_x", "normal_y", "normal_z"};
+        for (const PcdField& field : header_.fields) {
+            if (std::find(std::begin(kRead), std::end(kRead), field.name) == std::end(kRead) &&
+                field.name != "_") {
+                layout_.dropped.push_back(printable(field.name));
+            }
+        }
+        if (rgb_ != nullptr && rgb_->name == "rgba") layout_.dropped.push_back("alpha");
+        if (header_.height > 1) {
+            layout_.dropped.push_back("the organised " + std::to_string(header_.width) + " x " +
+                                      std::to_string(header_.height) + " layout");
+        }
+        if (header_.customViewpoint) layout_.dropped.push_back("the viewpoint");
+    }
+
     void readCompressedBlock(uint64_t left) {
         unsigned char sizes[8];
         in_.read(sizes, 8, "the compressed block's sizes");

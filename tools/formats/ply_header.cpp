@@ -59,7 +59,7 @@ PlyHeader readPlyHeader(ByteInput& in) {
             } else if (encoding == "binary_big_endian") {
                 header.encoding = PlyEncoding::BinaryBig;
             } else {
-                in.fail("PLY format \"" + encoding + "\" is not supported");
+                in.fail("PLY format \"" + printable(encoding) + "\" is not supported");
             }
             haveFormat = true;
         } else if (key == "element") {
@@ -69,7 +69,7 @@ PlyHeader readPlyHeader(ByteInput& in) {
             char* end = nullptr;
             element.count = std::strtoull(count.c_str(), &end, 10);
             if (count.empty() || *end != '\0' || count[0] == '-') {
-                in.fail("the PLY element " + element.name + " has no valid count");
+                in.fail("the PLY element " + printable(element.name) + " has no valid count");
             }
             header.elements.push_back(element);
         } else if (key == "property") {
@@ -90,13 +90,13 @@ PlyHeader readPlyHeader(ByteInput& in) {
             }
             words >> property.name;
             if (!plyType(type, property.size, property.kind) || property.name.empty()) {
-                in.fail("the PLY property line \"" + line.substr(0, 60) + "\" is not valid");
+                in.fail("the PLY property line \"" + printable(line) + "\" is not valid");
             }
             property.offset = element.recordSize;
             if (!property.list) element.recordSize += property.size;
             element.properties.push_back(property);
         } else {
-            in.fail("the PLY header has a line it cannot read: \"" + line.substr(0, 60) + "\"");
+            in.fail("the PLY header has a line it cannot read: \"" + printable(line) + "\"");
         }
     }
     if (!haveFormat) in.fail("the PLY header has no format line");

@@ -51,6 +51,18 @@ public:
                                                               : (int64_t{1} << bits) - 1;
         }
         layout_.pointCount = static_cast<int64_t>(vertex_.count);
+        for (const PlyProperty& property : vertex_.properties) {
+            if (!isRead(&property)) layout_.dropped.push_back(printable(property.name));
+        }
+        if (layout_.hasColor && color_[0]->kind != 'f' && color_[0]->size == 2) {
+            layout_.dropped.push_back("the low byte of 16-bit colour");
+        }
+        for (const PlyElement& element : header_.elements) {
+            if (element.name != "vertex" && element.count > 0) {
+                layout_.dropped.push_back(std::to_string(element.count) + " " +
+                                          printable(element.name) + " elements");
+            }
+        }
         if (header_.encoding != PlyEncoding::Ascii) {
             if (vertex_.recordSize == 0 ||
                 vertex_.count > (in_.size() - in_.position()) / vertex_.recordSize) {
@@ -84,6 +96,14 @@ public:
     uint64_t fileSize() const override { return in_.size(); }
 
 private:
+    bool isRead(const PlyProperty* property) const {
+        for (int c = 0; c < 3; ++c) {
+            if (property == position_[c] || property == color_[c] || property == normal_[c])
+                return true;
+        }
+        return property == intensityProperty_;
+    }
+
     // Skips the records of an element that comes before the vertices.
     void skipElement(const PlyElement& element) {
         std::vector<unsigned char> bytes(8);
@@ -126,14 +146,20 @@ private:
         return v;
     }
 
-    // 8 bits as they are, 16 bits reduced to their high byte, floats taken as 0 .. 1.
-    uint8_t colorChannel(const PlyProperty& property) const {
+    // 8 bits as they are, 16 bits reduced to their high byte, floats taken as 0 .. 1; what
+    // falls outside 0 .. 255 or between whole numbers is clamped or rounded, and counted.
+    uint8_t colorChannel(const PlyProperty& property) {
         const double v = value(property);
-        const double scaled = property.kind == 'f' ? v * 255.0 : property.size == 2 ? v / 256.0 : v;
-        return static_cast<uint8_t>(
-            std::isnan(scaled)
-                ? 0
-                : std::clamp(std::floor(scaled + (property.kind == 'f' ? 0.5 : 0.0)), 0.0, 255.0));
+        const bool isFloat = property.kind == 'f';
+        const double scaled = isFloat ? v * 255.0 : property.size == 2 ? v / 256.0 : v;
+        const double kept = std::floor(scaled + (isFloat ? 0.5 : 0.0));
+        if (std::isnan(scaled) || kept < 0 || kept > 255) {
+            count(isFloat ? "float colour values outside 0 .. 1 clamped"
+                          : "colour values outside 0 .. 255 clamped");
+            return std::isnan(scaled) || kept < 0 ? 0 : 255;
+        }
+        if (isFloat && kept != scaled) count("float colour values rounded to 8 bits");
+        return static_cast<uint8_t>(kept);
     }
 
     ByteInput in_;

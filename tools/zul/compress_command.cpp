@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-
 #include <iostream>
 
 #include "commands.h"

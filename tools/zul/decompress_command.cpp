@@ -12,6 +12,7 @@
 #include "formats/crs_text.h"
 #include "formats/output_grid.h"
 #include "output_file.h"
+#include "point_plan.h"
 #include "progress_bar.h"
 #include "status_text.h"
 #include "zul.h"
@@ -88,7 +89,7 @@ int runDecompress(const DecompressOptions& options) {
         writer->finish();
         if (!options.quiet) {
             for (const auto& [kind, n] : writer->changes()) {
-                std::cerr << "zul: changed " << n << " values: " << kind << "\n";
+                std::cerr << "zul: " << changeText(n, kind) << "\n";
             }
         }
     } catch (const FormatError& error) {

@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "formats/byte_input.h"
 #include "formats/cloud.h"
+#include "formats/output_grid.h"
 #include "status_text.h"
 #include "zul.h"
 
@@ -107,7 +108,7 @@ void printText(const std::string& path, const FileSummary& s) {
     const double n = static_cast<double>(s.points);
     std::printf("file         %s, %" PRIu64 " bytes\n", path.c_str(), s.fileBytes);
     std::printf("version      %d\n", s.version);
-    std::printf("step         %.9g\n", d.quantizationStep);
+    std::printf("step         %s\n", stepText(d, s.header).c_str());
     std::printf("colour       %s\n", colorName(d.colorMode));
     if (d.reflectionMode != zul_REFLECTION_NONE) {
         std::printf("reflection   0 .. %d\n", d.maxReflection);
@@ -173,7 +174,7 @@ void printJson(const std::string& path, const FileSummary& s) {
     const double n = static_cast<double>(s.points);
     std::printf("{\n  \"file\": %s,\n  \"bytes\": %" PRIu64 ",\n  \"version\": %d,\n",
                 jsonString(path).c_str(), s.fileBytes, s.version);
-    std::printf("  \"step\": %.9g,\n  \"color\": \"%s\",\n", d.quantizationStep,
+    std::printf("  \"step\": %s,\n  \"color\": \"%s\",\n", stepText(d, s.header).c_str(),
                 colorName(d.colorMode));
     if (d.reflectionMode != zul_REFLECTION_NONE) {
         std::printf("  \"maxReflection\": %d,\n", d.maxReflection);

@@ -13,11 +13,12 @@ namespace {
 constexpr double kScales[] = {1, 255, 65535, 10, 100, 1000, 10000};
 constexpr int kScaleCount = sizeof kScales / sizeof kScales[0];
 
-// True if `value` times `scale` is a whole number up to the rounding of a float intensity: a
-// float holds n / scale to within half a unit of its 24-bit significand.
+// True if `value` times `scale` is a whole number up to the rounding the value went through: a
+// float holds n / scale to within half a unit of its 24-bit significand, and a text file's six
+// digits (0.0274509992 for 7 / 255) come within a thousandth.
 bool whole(double value, double scale) {
     const double scaled = value * scale;
-    return std::fabs(scaled - std::round(scaled)) <= std::fabs(scaled) * 0x1p-22 + 1e-9;
+    return std::fabs(scaled - std::round(scaled)) <= std::fabs(scaled) * 0x1p-22 + 1e-3;
 }
 
 }  // namespace

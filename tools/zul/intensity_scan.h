@@ -10,8 +10,8 @@ namespace zultool {
 struct IntensityScan {
     double largest = 0;
     // The first of 1, 255, 65535, 10, 100, 1000 and 10000 that turns every intensity into a
-    // whole number (within float rounding); failing that, 65535 for intensities within 0 .. 1
-    // and 100 otherwise, with `exact` false.
+    // whole number (within the rounding of its digits); failing that, 65535 for intensities within
+    // 0 .. 1 and 100 otherwise, with `exact` false.
     double scale = 1;
     bool exact = true;
 };

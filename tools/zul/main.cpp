@@ -21,7 +21,8 @@ int main(int argc, char** argv) {
     c->add_option("input", compress.input, "LAS, PCD, PLY, XYZ/CSV or KITTI .bin file")->required();
     c->add_option("output", compress.output, "the zul file to write")->required();
     c->add_option("--step", compress.step,
-                  "quantisation step (default: the LAS scale, else 0.001)");
+                  "quantisation step, kept as this decimal (default: the LAS scale, else 0.001)")
+        ->check(CLI::PositiveNumber);
     c->add_option("--color", compress.color,
                   "none, rgb565 or rgb888 (default: rgb888 if the "
                   "input has colour)");
@@ -56,7 +57,8 @@ int main(int argc, char** argv) {
     d->add_option("input", decompress.input, "the zul file")->required();
     d->add_option("output", decompress.output, ".las .pcd .ply .xyz .csv or .bin file")->required();
     d->add_flag("--no-transform", decompress.noTransform,
-                "leave points in the stored frame (ignore the sensor header's matrix)");
+                "leave points in the stored frame, ignoring the sensor header's matrix (for files "
+                "compress made: whole steps of the grid)");
     d->add_option("--encoding", decompress.encoding,
                   "PCD: binary, ascii, binary_compressed; PLY: binary_little_endian, "
                   "binary_big_endian, ascii");

@@ -24,8 +24,11 @@ GridPlan chooseGrid(const CompressOptions& options, const CloudLayout& layout) {
     if (!(options.step >= 0) || !std::isfinite(options.step)) {
         throw FormatError("--step " + shortestDecimal(options.step) + ": give a positive number");
     }
-    const bool ownGrid = layout.gridStep > 0 && (options.step == 0 || options.step == layout.gridStep);
-    grid.step = options.step > 0 ? options.step : layout.gridStep > 0 ? layout.gridStep : kDefaultStep;
+    const bool ownGrid =
+        layout.gridStep > 0 && (options.step == 0 || options.step == layout.gridStep);
+    grid.step = options.step > 0      ? options.step
+                : layout.gridStep > 0 ? layout.gridStep
+                                      : kDefaultStep;
     if (options.step == 0 && layout.gridStep == 0) {
         note(options, "no --step given and " + options.input +
                           " has no grid of its own: using a step of 0.001 (1 mm for "
@@ -149,6 +152,10 @@ ReflectionPlan chooseReflection(const CompressOptions& options, const CloudLayou
 
 }  // namespace
 
+std::string changeText(int64_t count, const std::string& kind) {
+    return "changed " + std::to_string(count) + (count == 1 ? " value: " : " values: ") + kind;
+}
+
 PointPlan planPoints(const CompressOptions& options, const CloudLayout& layout, Format format) {
     PointPlan plan;
     plan.input = options.input;
@@ -204,8 +211,8 @@ bool preparePoint(const PointPlan& plan, const CloudReader& reader, zul_Point& p
         } else if (v < 0) {
             ++tally.changes["negative intensities stored as 0"];
         } else if (v > reflection.max) {
-            ++tally.changes["intensities above " + std::to_string(reflection.max) +
-                            " stored as " + std::to_string(reflection.max)];
+            ++tally.changes["intensities above " + std::to_string(reflection.max) + " stored as " +
+                            std::to_string(reflection.max)];
         } else if (v != scaled && !reflection.exact) {
             ++tally.changes["intensities rounded to whole numbers"];
         }
@@ -232,19 +239,16 @@ void reportTally(const CompressOptions& options, const CloudReader& reader,
     if (!dropped.empty()) {
         std::string names;
         for (const std::string& name : dropped) names += (names.empty() ? "" : ", ") + name;
-        note(options, options.input + " holds what a zul file has no place for; left out: " +
-                          names);
+        note(options,
+             options.input + " holds what a zul file has no place for; left out: " + names);
     }
     if (tally.dropped > 0) {
         note(options, "dropped " + std::to_string(tally.dropped) + " of " +
                           std::to_string(tally.read) +
                           " points with NaN or infinite coordinates (a zul file cannot hold them)");
     }
-    for (const auto& [kind, count] : reader.changes()) {
-        note(options, "changed " + std::to_string(count) + " values: " + kind);
-    }
-    for (const auto& [kind, count] : tally.changes) {
-        note(options, "changed " + std::to_string(count) + " values: " + kind);
+    for (const auto* changes : {&reader.changes(), &tally.changes}) {
+        for (const auto& [kind, count] : *changes) note(options, changeText(count, kind));
     }
 }
 

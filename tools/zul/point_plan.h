@@ -60,6 +60,9 @@ struct PointTally {
 bool preparePoint(const PointPlan& plan, const CloudReader& reader, zul_Point& point,
                   PointTally& tally);
 
+// "changed 3 values: <kind>", a line of the reports of compress and decompress.
+std::string changeText(int64_t count, const std::string& kind);
+
 // Tells on stderr, one line a kind, what was dropped and what changed, unless quiet.
 void reportTally(const CompressOptions& options, const CloudReader& reader,
                  const PointTally& tally);
