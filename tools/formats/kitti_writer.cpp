@@ -2,6 +2,8 @@
 // scans of that kind: divided by 255 where the stream's maximum allows, else by 65535, else by the
 // maximum; 0 without reflection. Compress finds that factor again in the values, so the integers
 // come back.
+#include <cmath>
+
 #include "byte_output.h"
 #include "cloud.h"
 
@@ -13,6 +15,7 @@ class KittiWriter : public CloudWriter {
 public:
     KittiWriter(const std::string& path, const WriteOptions& options)
         : out_(path),
+          halfStep_(options.gridStep / 2),
           intensityScale_(!options.intensity              ? 0.0
                           : options.maxIntensity <= 255   ? 1.0 / 255
                           : options.maxIntensity <= 65535 ? 1.0 / 65535
@@ -23,6 +26,11 @@ public:
                                  static_cast<float>(point.position[1]),
                                  static_cast<float>(point.position[2]),
                                  static_cast<float>(point.reflection * intensityScale_)};
+        for (int axis = 0; axis < 3; ++axis) {
+            if (std::fabs(record[axis] - point.position[axis]) > halfStep_) {
+                count("coordinates moved by more than half a step to fit KITTI's 32-bit floats");
+            }
+        }
         out_.write(record, sizeof record);
     }
 
@@ -30,6 +38,7 @@ public:
 
 private:
     ByteOutput out_;
+    double halfStep_;
     double intensityScale_;
 };
 

@@ -68,6 +68,9 @@ public:
             }
             if (options_.intensity) {
                 const float intensity = static_cast<float>(point.reflection);
+                if (static_cast<int64_t>(intensity) != point.reflection) {
+                    count("reflections above 2^24 rounded to the nearest float");
+                }
                 put(&intensity, 4);
             }
             if (options_.normals) {

@@ -1,5 +1,6 @@
 // zul compress: any point cloud file the tool reads, streamed point by point into a zul file.
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -66,6 +67,7 @@ int runCompress(const CompressOptions& options) {
 
     OutputFile output(options.output);
     WriterGuard writer;
+    errno = 0;
     const zul_Status opened = zul_out_open2(&writer.context, output.temporaryPath().c_str(),
                                             &dataType, header.enabled ? &header : nullptr);
     if (opened == zul_STATUS_INVALID_ARGUMENT) {

@@ -1,5 +1,6 @@
 // zul decompress: a zul file, read point by point, written as any format the tool writes.
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -45,6 +46,7 @@ int runDecompress(const DecompressOptions& options) {
     zul_DataType dataType;
     zul_Header2 header;
     zul_dec_Params params = {options.noTransform ? 0 : 1, {0, 0, 0, 0}};
+    errno = 0;
     checkStatus(zul_in_open2(&reader.context, &dataType, &header, options.input.c_str(), &params),
                 options.input, ZulStage::Open);
     int64_t count = 0;

@@ -1,5 +1,8 @@
 #include "status_text.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "formats/cloud.h"
 
 namespace zultool {
@@ -40,7 +43,14 @@ std::string statusText(zul_Status status, ZulStage stage) {
 }
 
 void checkStatus(zul_Status status, const std::string& path, ZulStage stage) {
-    if (status != zul_STATUS_OK) throw FormatError(path + ": " + statusText(status, stage));
+    if (status == zul_STATUS_OK) return;
+    std::string text = statusText(status, stage);
+    // The system's reason for a failed read or write: a missing folder, a permission, a full disk.
+    const int reason = errno;
+    if ((status == zul_STATUS_WRITE_ERROR || status == zul_STATUS_READ_ERROR) && reason != 0) {
+        text += ": " + std::string(std::strerror(reason));
+    }
+    throw FormatError(path + ": " + text);
 }
 
 }  // namespace zultool
