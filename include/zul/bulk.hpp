@@ -126,7 +126,8 @@ private:
     }
     void check(zul_Status status, const char* call) const {
         if (!index_) throw Error(zul_STATUS_INVALID_ARGUMENT, call);
-        if (status != zul_STATUS_OK) throw Error(status, path_.empty() ? call : path_ + ": " + call);
+        if (status != zul_STATUS_OK)
+            throw Error(status, path_.empty() ? call : path_ + ": " + call);
     }
 
     zul_idx_Index index_ = nullptr;
@@ -184,10 +185,10 @@ inline BulkCloud decodeBulk(const ChunkIndex& index, const std::vector<std::int6
     if (type.normalMode != zul_NORMAL_NONE) cloud.normals.resize(3 * n);
     zul_bulk_Points points = cloud.view();
     std::int64_t failed = -1;
-    detail::checkBulk(zul_bulk_decodeChunks(index.handle(), chunks.data(),
-                                            static_cast<std::int64_t>(chunks.size()), threads,
-                                            &points, &failed),
-                      "zul_bulk_decodeChunks", failed, index.path());
+    detail::checkBulk(
+        zul_bulk_decodeChunks(index.handle(), chunks.data(),
+                              static_cast<std::int64_t>(chunks.size()), threads, &points, &failed),
+        "zul_bulk_decodeChunks", failed, index.path());
     return cloud;
 }
 
@@ -204,17 +205,17 @@ inline BulkCloud decodeBulk(const ChunkIndex& index, int threads = 0) {
 /* Encodes the cloud into a file, in chunks of `plan` (empty: `chunkSize` points each, 0 meaning
  * 10000), on `threads` threads (0: one a core). A null or disabled `header` makes a version 1
  * stream. Throws zul::Error, naming the failed chunk if there is one. */
-inline void encodeBulk(const std::string& path, const BulkCloud& cloud, const zul_DataType& dataType,
-                       const zul_Header2* header = nullptr,
+inline void encodeBulk(const std::string& path, const BulkCloud& cloud,
+                       const zul_DataType& dataType, const zul_Header2* header = nullptr,
                        const std::vector<std::int32_t>& plan = {}, std::int32_t chunkSize = 0,
                        int threads = 0) {
     const zul_bulk_Points points = cloud.view();
     std::int64_t failed = -1;
-    detail::checkBulk(zul_bulk_encodeFile(path.c_str(), &dataType, header, &points,
-                                          plan.empty() ? nullptr : plan.data(),
-                                          static_cast<std::int64_t>(plan.size()), chunkSize,
-                                          threads, &failed),
-                      "zul_bulk_encodeFile", failed, path);
+    detail::checkBulk(
+        zul_bulk_encodeFile(path.c_str(), &dataType, header, &points,
+                            plan.empty() ? nullptr : plan.data(),
+                            static_cast<std::int64_t>(plan.size()), chunkSize, threads, &failed),
+        "zul_bulk_encodeFile", failed, path);
 }
 
 }  // namespace zul

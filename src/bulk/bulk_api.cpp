@@ -85,9 +85,8 @@ ZUL_API zul_Status zul_bulk_decode(zul_idx_Index index, int threads, zul_bulk_Po
     if (!index) return zul_STATUS_INVALID_ARGUMENT;
     std::vector<int64_t> all(index->chunks.size());
     for (size_t k = 0; k < all.size(); ++k) all[k] = static_cast<int64_t>(k);
-    const zul_Status status = zul_bulk_decodeChunks(index, all.data(),
-                                                    static_cast<int64_t>(all.size()), threads,
-                                                    points, failedChunk);
+    const zul_Status status = zul_bulk_decodeChunks(
+        index, all.data(), static_cast<int64_t>(all.size()), threads, points, failedChunk);
     if (status != zul_STATUS_OK || index->damage == zul_STATUS_OK) return status;
     setFailed(failedChunk, static_cast<int64_t>(all.size()));
     return index->damage;
@@ -105,8 +104,8 @@ ZUL_API zul_Status zul_bulk_decodeChunks(zul_idx_Index index, const int64_t* chu
         if (chunks[k] < 0 || chunks[k] >= listed) return zul_STATUS_INVALID_ARGUMENT;
     }
     int64_t failedAt = -1, delivered = 0;
-    const zul_Status status = zulbulk::decodeChunks(*index, chunks, numChunks, threads, *points,
-                                                    &failedAt, &delivered);
+    const zul_Status status =
+        zulbulk::decodeChunks(*index, chunks, numChunks, threads, *points, &failedAt, &delivered);
     if (status == zul_STATUS_INVALID_ARGUMENT) return status;
     points->numPoints = delivered;
     if (failedAt >= 0) setFailed(failedChunk, chunks[failedAt]);

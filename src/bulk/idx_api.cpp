@@ -50,8 +50,7 @@ ZUL_API zul_Status zul_idx_getDataType(zul_idx_Index index, zul_DataType* dataTy
     return zul_STATUS_OK;
 }
 
-ZUL_API zul_Status zul_idx_getCounts(zul_idx_Index index, int64_t* numChunks,
-                                     int64_t* numPoints) {
+ZUL_API zul_Status zul_idx_getCounts(zul_idx_Index index, int64_t* numChunks, int64_t* numPoints) {
     const zul_Status status = usable(index);
     if (status != zul_STATUS_OK) return status;
     if (numChunks) *numChunks = static_cast<int64_t>(index->chunks.size());

@@ -4,8 +4,8 @@
 
 namespace zulbulk {
 
-void outputBox(const int64_t gridMin[3], const int64_t gridMax[3], float step,
-               const double* matrix, double min[3], double max[3]) {
+void outputBox(const int64_t gridMin[3], const int64_t gridMax[3], float step, const double* matrix,
+               double min[3], double max[3]) {
     const double s = static_cast<double>(step);
     double low[3], high[3];
     for (int axis = 0; axis < 3; ++axis) {

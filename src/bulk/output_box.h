@@ -11,7 +11,7 @@
 
 namespace zulbulk {
 
-void outputBox(const int64_t gridMin[3], const int64_t gridMax[3], float step,
-               const double* matrix, double min[3], double max[3]);
+void outputBox(const int64_t gridMin[3], const int64_t gridMax[3], float step, const double* matrix,
+               double min[3], double max[3]);
 
 }  // namespace zulbulk

@@ -135,7 +135,8 @@ TEST_F(BulkDecodeDamageTest, NamesTheFirstBadChunkAndDeliversTheOnesBefore) {
     };
     std::vector<char> cut = fileBytes(good);
     cut.resize(cut.size() - 10);
-    for (const Case& c : {Case{bytes, zul_STATUS_CORRUPT_DATA, 3}, Case{cut, zul_STATUS_TRUNCATED, 4}}) {
+    for (const Case& c :
+         {Case{bytes, zul_STATUS_CORRUPT_DATA, 3}, Case{cut, zul_STATUS_TRUNCATED, 4}}) {
         IndexHandle handle;
         ASSERT_EQ(zul_idx_openBuffer(&handle.index, c.stream.data(), c.stream.size(), nullptr),
                   zul_STATUS_OK);
@@ -183,7 +184,8 @@ TEST_F(BulkDecodeDamageTest, RefusesBadArguments) {
         {"null index", zul_bulk_decode(nullptr, 1, &points, nullptr), zul_STATUS_INVALID_ARGUMENT},
         {"negative threads", zul_bulk_decode(handle.index, -1, &points, nullptr),
          zul_STATUS_INVALID_ARGUMENT},
-        {"null points", zul_bulk_decode(handle.index, 1, nullptr, nullptr), zul_STATUS_INVALID_ARGUMENT},
+        {"null points", zul_bulk_decode(handle.index, 1, nullptr, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
         {"missing colours", zul_bulk_decode(handle.index, 1, &noColors, nullptr),
          zul_STATUS_INVALID_ARGUMENT},
         {"too little room", zul_bulk_decode(handle.index, 1, &small, nullptr),
@@ -194,7 +196,8 @@ TEST_F(BulkDecodeDamageTest, RefusesBadArguments) {
          zul_STATUS_INVALID_ARGUMENT},
         {"negative count", zul_bulk_decodeChunks(handle.index, one, -1, 1, &points, nullptr),
          zul_STATUS_INVALID_ARGUMENT},
-        {"failed index", zul_bulk_decode(failed.index, 1, &points, nullptr), zul_STATUS_INVALID_STATE},
+        {"failed index", zul_bulk_decode(failed.index, 1, &points, nullptr),
+         zul_STATUS_INVALID_STATE},
         {"box upside down", zul_idx_selectBox(handle.index, low, upside, nullptr, 0, &n),
          zul_STATUS_INVALID_ARGUMENT},
         {"box with NaN", zul_idx_selectBox(handle.index, withNan, high, nullptr, 0, &n),
@@ -203,11 +206,14 @@ TEST_F(BulkDecodeDamageTest, RefusesBadArguments) {
          zul_STATUS_INVALID_STATE},
         {"negative capacity", zul_idx_selectBox(handle.index, low, high, nullptr, -1, &n),
          zul_STATUS_INVALID_ARGUMENT},
-        {"count outside", zul_idx_countPoints(handle.index, outside, 1, &n), zul_STATUS_INVALID_ARGUMENT},
-        {"negative allocation", zul_bulk_allocate(handle.index, -1, &points), zul_STATUS_INVALID_ARGUMENT},
+        {"count outside", zul_idx_countPoints(handle.index, outside, 1, &n),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"negative allocation", zul_bulk_allocate(handle.index, -1, &points),
+         zul_STATUS_INVALID_ARGUMENT},
         {"bad params", zul_idx_openFile(&badParams.index, file.c_str(), &params),
          zul_STATUS_INVALID_ARGUMENT},
-        {"null path", zul_idx_openFile(&nullPath.index, nullptr, nullptr), zul_STATUS_INVALID_ARGUMENT},
+        {"null path", zul_idx_openFile(&nullPath.index, nullptr, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
         {"null handle", zul_idx_openBuffer(nullptr, "", 0, nullptr), zul_STATUS_INVALID_ARGUMENT},
     };
     for (const auto& c : cases) EXPECT_EQ(c.got, c.expected) << c.name;

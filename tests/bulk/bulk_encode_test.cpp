@@ -40,8 +40,8 @@ TEST_P(BulkEncodeTest, WritesTheWritersBytes) {
     for (int threads : {1, 2, 3, 0}) {
         SCOPED_TRACE(threads);
         int64_t failed = 9;
-        ASSERT_EQ(zul_bulk_encodeFile(bulk.c_str(), &type, h, &points, nullptr, 0, c.chunk,
-                                      threads, &failed),
+        ASSERT_EQ(zul_bulk_encodeFile(bulk.c_str(), &type, h, &points, nullptr, 0, c.chunk, threads,
+                                      &failed),
                   zul_STATUS_OK);
         EXPECT_EQ(failed, -1);
         EXPECT_TRUE(fileBytes(bulk) == expected);
@@ -128,18 +128,28 @@ TEST_F(BulkEncodePlanTest, RefusesBadArguments) {
         const char* name;
         zul_Status got;
     } cases[] = {
-        {"null path", zul_bulk_encodeFile(nullptr, &type, nullptr, &points, nullptr, 0, 0, 1, nullptr)},
+        {"null path",
+         zul_bulk_encodeFile(nullptr, &type, nullptr, &points, nullptr, 0, 0, 1, nullptr)},
         {"null type", zul_bulk_encodeFile(f, nullptr, nullptr, &points, nullptr, 0, 0, 1, nullptr)},
-        {"invalid type", zul_bulk_encodeFile(f, &badType, nullptr, &points, nullptr, 0, 0, 1, nullptr)},
+        {"invalid type",
+         zul_bulk_encodeFile(f, &badType, nullptr, &points, nullptr, 0, 0, 1, nullptr)},
         {"null points", zul_bulk_encodeFile(f, &type, nullptr, nullptr, nullptr, 0, 0, 1, nullptr)},
-        {"missing colours", zul_bulk_encodeFile(f, &type, nullptr, &noColors, nullptr, 0, 0, 1, nullptr)},
-        {"negative count", zul_bulk_encodeFile(f, &type, nullptr, &negative, nullptr, 0, 0, 1, nullptr)},
-        {"negative threads", zul_bulk_encodeFile(f, &type, nullptr, &points, nullptr, 0, 0, -2, nullptr)},
-        {"negative chunk size", zul_bulk_encodeFile(f, &type, nullptr, &points, nullptr, 0, -1, 1, nullptr)},
-        {"plan too short", zul_bulk_encodeFile(f, &type, nullptr, &points, shortPlan, 2, 0, 1, nullptr)},
-        {"plan too long", zul_bulk_encodeFile(f, &type, nullptr, &points, longPlan, 2, 0, 1, nullptr)},
-        {"empty chunk in plan", zul_bulk_encodeFile(f, &type, nullptr, &points, zeroPlan, 2, 0, 1, nullptr)},
-        {"count without plan", zul_bulk_encodeFile(f, &type, nullptr, &points, nullptr, 2, 0, 1, nullptr)},
+        {"missing colours",
+         zul_bulk_encodeFile(f, &type, nullptr, &noColors, nullptr, 0, 0, 1, nullptr)},
+        {"negative count",
+         zul_bulk_encodeFile(f, &type, nullptr, &negative, nullptr, 0, 0, 1, nullptr)},
+        {"negative threads",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, nullptr, 0, 0, -2, nullptr)},
+        {"negative chunk size",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, nullptr, 0, -1, 1, nullptr)},
+        {"plan too short",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, shortPlan, 2, 0, 1, nullptr)},
+        {"plan too long",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, longPlan, 2, 0, 1, nullptr)},
+        {"empty chunk in plan",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, zeroPlan, 2, 0, 1, nullptr)},
+        {"count without plan",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, nullptr, 2, 0, 1, nullptr)},
     };
     for (const auto& c : cases) EXPECT_EQ(c.got, zul_STATUS_INVALID_ARGUMENT) << c.name;
     EXPECT_FALSE(std::filesystem::exists(file));

@@ -81,7 +81,8 @@ inline Arrays makeCloud(const zul_DataType& type, int64_t n, uint32_t seed) {
         cloud.positions[3 * k + 2] = 2.0 * unit(random);
         for (size_t c = 0; c < 3 && !cloud.colors.empty(); ++c)
             cloud.colors[3 * k + c] = static_cast<uint8_t>(random());
-        if (!cloud.reflections.empty()) cloud.reflections[k] = static_cast<int32_t>(random() % 4001);
+        if (!cloud.reflections.empty())
+            cloud.reflections[k] = static_cast<int32_t>(random() % 4001);
         if (!cloud.normals.empty()) {
             const double a = 6.283 * unit(random), z = 2.0 * unit(random) - 1.0;
             const double r = std::sqrt(1.0 - z * z);
@@ -94,8 +95,8 @@ inline Arrays makeCloud(const zul_DataType& type, int64_t n, uint32_t seed) {
 }
 
 // The file writer's file of the cloud, point by point.
-inline void writeWithWriter(const std::string& path, const Arrays& cloud,
-                            const zul_DataType& type, const zul_Header2* header, int chunkSize) {
+inline void writeWithWriter(const std::string& path, const Arrays& cloud, const zul_DataType& type,
+                            const zul_Header2* header, int chunkSize) {
     zul_out_Context writer = nullptr;
     ASSERT_EQ(zul_out_open2(&writer, path.c_str(), &type, header), zul_STATUS_OK);
     ASSERT_EQ(zul_out_setChunkSize(writer, chunkSize), zul_STATUS_OK);
@@ -126,7 +127,8 @@ inline std::vector<char> fileBytes(const std::string& path) {
 }
 
 inline void writeBytes(const std::string& path, const std::vector<char>& bytes) {
-    std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 // Field by field, the fields of the type's attributes only.

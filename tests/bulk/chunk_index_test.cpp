@@ -21,30 +21,33 @@ struct DamageCase {
     const char* name;
     // Changes the writer's bytes; `chunks` are the good file's offsets.
     std::function<void(std::vector<char>& bytes, const std::vector<int64_t>& chunks)> damage;
-    zul_Status open;          // of zul_idx_open*
-    zul_Status status;        // of zul_idx_getDamage
-    int64_t listed;           // chunks listed
-    int64_t damageOffsetOf;   // damage offset: the good file's chunk offset of this chunk
+    zul_Status open;         // of zul_idx_open*
+    zul_Status status;       // of zul_idx_getDamage
+    int64_t listed;          // chunks listed
+    int64_t damageOffsetOf;  // damage offset: the good file's chunk offset of this chunk
 };
 
 void putInt32(std::vector<char>& bytes, int64_t at, uint32_t value) {
-    for (int i = 0; i < 4; ++i) bytes[static_cast<size_t>(at + i)] = static_cast<char>(value >> (8 * i));
+    for (int i = 0; i < 4; ++i)
+        bytes[static_cast<size_t>(at + i)] = static_cast<char>(value >> (8 * i));
 }
 
 const DamageCase kCases[] = {
     {"whole", [](auto&, auto&) {}, zul_STATUS_OK, zul_STATUS_OK, 5, -1},
     {"marker of chunk 2", [](auto& b, auto& c) { b[static_cast<size_t>(c[2] + 3)] ^= 1; },
      zul_STATUS_OK, zul_STATUS_CORRUPT_DATA, 2, 2},
-    {"box of chunk 1 upside down", [](auto& b, auto& c) { b[static_cast<size_t>(c[1] + 16 + 7)] = 0x7f; },
-     zul_STATUS_OK, zul_STATUS_CORRUPT_DATA, 1, 1},
+    {"box of chunk 1 upside down",
+     [](auto& b, auto& c) { b[static_cast<size_t>(c[1] + 16 + 7)] = 0x7f; }, zul_STATUS_OK,
+     zul_STATUS_CORRUPT_DATA, 1, 1},
     {"2^31 points in chunk 3", [](auto& b, auto& c) { putInt32(b, c[3] + 64, 0x80000000u); },
      zul_STATUS_OK, zul_STATUS_CORRUPT_DATA, 3, 3},
     {"2^30 points in chunk 0", [](auto& b, auto& c) { putInt32(b, c[0] + 64, 0x40000000u); },
      zul_STATUS_OK, zul_STATUS_CORRUPT_DATA, 0, 0},
-    {"cut inside the last body", [](auto& b, auto&) { b.resize(b.size() - 1); },
-     zul_STATUS_OK, zul_STATUS_TRUNCATED, 4, 4},
-    {"cut inside a chunk header", [](auto& b, auto& c) { b.resize(static_cast<size_t>(c[3] + 30)); },
-     zul_STATUS_OK, zul_STATUS_TRUNCATED, 3, 3},
+    {"cut inside the last body", [](auto& b, auto&) { b.resize(b.size() - 1); }, zul_STATUS_OK,
+     zul_STATUS_TRUNCATED, 4, 4},
+    {"cut inside a chunk header",
+     [](auto& b, auto& c) { b.resize(static_cast<size_t>(c[3] + 30)); }, zul_STATUS_OK,
+     zul_STATUS_TRUNCATED, 3, 3},
     {"cut inside a marker", [](auto& b, auto& c) { b.resize(static_cast<size_t>(c[1] + 5)); },
      zul_STATUS_OK, zul_STATUS_TRUNCATED, 1, 1},
     {"stream size grown", [](auto& b, auto& c) { putInt32(b, c[4] + 68, 0x7fff0000u); },
@@ -106,7 +109,8 @@ TEST_P(ChunkIndexTest, ListsChunksUpToTheFirstDamage) {
             zul_idx_Chunk chunk;
             ASSERT_EQ(zul_idx_getChunk(handle.index, k, &chunk), zul_STATUS_OK);
             EXPECT_EQ(chunk.offset, offsets[k]);
-            const int64_t end = k + 1 < 5 ? offsets[k + 1] : static_cast<int64_t>(fileBytes(good).size());
+            const int64_t end =
+                k + 1 < 5 ? offsets[k + 1] : static_cast<int64_t>(fileBytes(good).size());
             EXPECT_EQ(chunk.size, end - offsets[k]);
             EXPECT_EQ(chunk.numPoints, k < 4 ? kChunk : 200);
         }
