@@ -1,6 +1,7 @@
 # What `cmake --install` puts under the prefix:
 #   lib/libzul.so.1.1.0 (soname libzul.so.1) and its links
-#   include/zul.h, include/zul.hpp and include/zul/*.hpp: the C API and its C++ classes
+#   include/zul.h, include/zul_bulk.h, include/zul.hpp and include/zul/*.hpp: the C API, its
+#   bulk calls and their C++ classes
 #   include/zul/<folder>/*.h: the exported classes of the library, for C++ hosts that use them
 #   lib/cmake/zul/: the package for find_package(zul 1.1), giving the target zul::zul
 #   lib/pkgconfig/zul.pc
@@ -12,7 +13,7 @@ target_include_directories(zul PUBLIC $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUD
 install(TARGETS zul EXPORT zulTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES include/zul.h include/zul.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES include/zul.h include/zul_bulk.h include/zul.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY include/zul/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zul
         FILES_MATCHING PATTERN "*.hpp")
 

@@ -14,14 +14,18 @@
  *   throw. A failed allocation throws std::bad_alloc, as in the library.
  * - zul::DataType and zul::Header2 build the two records step by step; they convert to them.
  * - zul::encode and zul::decode turn a whole array of points into a stream in memory and back.
+ * - zul::ChunkIndex, zul::decodeBulk and zul::encodeBulk (zul/bulk.hpp) list a stream's chunks,
+ *   query them by box and decode or encode whole clouds on several threads (zul_bulk.h).
  *
- * The thread rule is the library's: one object is used by one thread at a time.
+ * The thread rule is the library's: one object is used by one thread at a time; a ChunkIndex may
+ * be read by several.
  */
 #ifndef ZUL_HPP
 #define ZUL_HPP
 
 #include "zul.h"
 #include "zul/builders.hpp"
+#include "zul/bulk.hpp"
 #include "zul/codec.hpp"
 #include "zul/error.hpp"
 #include "zul/file.hpp"

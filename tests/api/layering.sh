@@ -11,6 +11,7 @@ allowed() {
         src/encoder) echo "frame entropy encoder" ;;
         src/decoder) echo "frame entropy decoder" ;;
         src/file) echo "frame entropy encoder decoder file" ;;
+        src/bulk) echo "frame entropy encoder decoder bulk" ;;
     esac
 }
 
@@ -32,7 +33,7 @@ done
 # tool's commands also use its file formats.
 for folder in tools examples bench fuzz; do
     [ -d "$folder" ] || continue
-    if grep -rnE '#include "' "$folder" | grep -vE '#include "(zul\.h|zul\.hpp|(formats/)?[a-z_]+\.h)"'; then
+    if grep -rnE '#include "' "$folder" | grep -vE '#include "(zul\.h|zul\.hpp|zul_bulk\.h|(formats/)?[a-z_]+\.h)"'; then
         echo "programs in $folder/ may include the public headers only"
         status=1
     fi

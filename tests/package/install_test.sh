@@ -20,7 +20,7 @@ libdir=$(dirname "$library")
 [ "$(readlink "$libdir/libzul.so.1")" = libzul.so.1.1.0 ] || fail "libzul.so.1 does not link to 1.1.0"
 [ "$(readlink "$libdir/libzul.so")" = libzul.so.1 ] || fail "libzul.so does not link to libzul.so.1"
 readelf -d "$library" | grep -q 'SONAME.*\[libzul\.so\.1\]' || fail "the soname is not libzul.so.1"
-for file in include/zul.h include/zul.hpp; do
+for file in include/zul.h include/zul_bulk.h include/zul.hpp; do
     [ -f "$prefix/$file" ] || fail "$file is not installed"
 done
 
@@ -29,8 +29,10 @@ done
 for header in $(cd "$source_root/src" && grep -l ZUL_API ./*/*.h | sed 's|^\./||'); do
     [ -f "$prefix/include/zul/$header" ] || fail "zul/$header declares an exported class but is not installed"
 done
-echo '#include <zul.h>' | "$cc" -std=c99 -pedantic-errors -Wall -Wextra -Werror -fsyntax-only \
-    -I"$prefix/include" -x c - || fail "zul.h does not compile as C99"
+for header in zul.h zul_bulk.h; do
+    echo "#include <$header>" | "$cc" -std=c99 -pedantic-errors -Wall -Wextra -Werror -fsyntax-only \
+        -I"$prefix/include" -x c - || fail "$header does not compile as C99"
+done
 for header in $(cd "$prefix/include" && find . -name '*.h' -o -name '*.hpp' | sed 's|^\./||' | sort); do
     echo "#include <$header>" | "$cxx" -std=c++17 -pedantic-errors -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Werror \
         -fsyntax-only -I"$prefix/include" -x c++ - || fail "$header does not compile on its own"

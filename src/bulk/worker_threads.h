@@ -1,0 +1,53 @@
+// The threads of one bulk call: how many, and running them. The calling thread is worker 0; the
+// others are started for the call and joined before it returns. An exception in any worker
+// (std::bad_alloc) calls `stop`, so that the others finish early, and leaves the call after all
+// are joined.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace zulbulk {
+
+// 0 means one a core; never more than `jobs`, never fewer than 1. `requested` is not negative.
+inline int resolveThreads(int requested, int64_t jobs) {
+    int64_t count = requested;
+    if (count == 0) count = std::max(1u, std::thread::hardware_concurrency());
+    return static_cast<int>(std::max<int64_t>(1, std::min(count, jobs)));
+}
+
+template <class Work, class Stop>
+void runWorkers(int threads, Work work, Stop stop) {
+    std::exception_ptr failure;
+    std::mutex failureLock;
+    auto guarded = [&](int worker) {
+        try {
+            work(worker);
+        } catch (...) {
+            {
+                std::lock_guard<std::mutex> lock(failureLock);
+                if (!failure) failure = std::current_exception();
+            }
+            stop();
+        }
+    };
+    std::vector<std::thread> started;
+    started.reserve(static_cast<size_t>(threads));
+    for (int worker = 1; worker < threads; ++worker) {
+        try {
+            started.emplace_back(guarded, worker);
+        } catch (const std::system_error&) {
+            break;  // fewer threads do the same work
+        }
+    }
+    guarded(0);
+    for (std::thread& thread : started) thread.join();
+    if (failure) std::rethrow_exception(failure);
+}
+
+}  // namespace zulbulk

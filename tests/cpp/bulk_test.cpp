@@ -1,0 +1,58 @@
+// zul::ChunkIndex, zul::decodeBulk and zul::encodeBulk as a host uses them: a round trip through
+// a file and a buffer, a box query, and the errors they throw.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "support/temp_folder.h"
+#include "zul.hpp"
+
+namespace {
+
+class BulkClasses : public TempFolderTest {};
+
+TEST_F(BulkClasses, RoundTripQueryAndErrors) {
+    const zul_DataType type = zul::DataType{}.step(0.01f).color(zul_COLOR_RGB888);
+    zul::BulkCloud cloud;
+    for (int i = 0; i < 5000; ++i) {
+        cloud.positions.insert(cloud.positions.end(), {i * 0.1, (i % 7) * 0.5, 1.0});
+        cloud.colors.insert(cloud.colors.end(), {uint8_t(i), uint8_t(i / 3), 7});
+    }
+    const std::string file = path("cloud.zul");
+    zul::encodeBulk(file, cloud, type, nullptr, {}, 1000, 2);
+
+    const zul::ChunkIndex index(file);
+    EXPECT_EQ(index.numChunks(), 5);
+    EXPECT_EQ(index.numPoints(), 5000);
+    EXPECT_EQ(index.damage().status, zul_STATUS_OK);
+    const zul::BulkCloud back = zul::decodeBulk(index, 2);
+    ASSERT_EQ(back.size(), 5000u);
+    // Each chunk comes back sorted; this cloud's chunks are already in x order.
+    EXPECT_EQ(back.colors, cloud.colors);
+
+    // x from 150 to 250 lies in chunks 1 and 2 only.
+    const std::vector<int64_t> chunks = index.select({150, -1, -1}, {250, 10, 10});
+    EXPECT_EQ(chunks, (std::vector<int64_t>{1, 2}));
+    EXPECT_EQ(zul::decodeBulk(index, chunks).size(), 2000u);
+
+    std::ifstream in(file, std::ios::binary);
+    std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), {}};
+    bytes.resize(bytes.size() - 1);
+    const zul::ChunkIndex cut{zul::ByteView(bytes)};
+    EXPECT_EQ(cut.numChunks(), 4);
+    EXPECT_EQ(cut.damage().chunk, 4);
+    try {
+        zul::decodeBulk(cut);
+        FAIL() << "a cut stream decoded";
+    } catch (const zul::Error& error) {
+        EXPECT_EQ(error.status(), zul_STATUS_TRUNCATED);
+        EXPECT_NE(std::string(error.what()).find("chunk 4"), std::string::npos) << error.what();
+    }
+    EXPECT_THROW(index.select({1, 1, 1}, {0, 2, 2}), zul::Error);
+    EXPECT_THROW(zul::ChunkIndex(path("missing.zul")), zul::Error);
+    EXPECT_THROW(zul::decodeBulk(index, -1), zul::Error);
+}
+
+}  // namespace
