@@ -55,8 +55,9 @@ GridPlan chooseGrid(const CompressOptions& options, const CloudLayout& layout) {
     return grid;
 }
 
-// The sensor header: the grid's scale and offset, followed by the user's transformation.
-zul_Header2 chooseHeader(const CompressOptions& options, const GridPlan& grid) {
+}  // namespace
+
+zul_Header2 gridHeader(const CompressOptions& options, const GridPlan& grid) {
     zul_Header2 header;
     zul_init_headers(nullptr, &header);
     double user[3][3];
@@ -86,6 +87,8 @@ zul_Header2 chooseHeader(const CompressOptions& options, const GridPlan& grid) {
                      header.hasTranslation || options.sensorMount != 0 || options.sensorType != 0;
     return header;
 }
+
+namespace {
 
 zul_ColorMode chooseColor(const CompressOptions& options, const CloudLayout& layout) {
     const std::string& mode = options.color;
@@ -162,7 +165,7 @@ PointPlan planPoints(const CompressOptions& options, const CloudLayout& layout, 
     zul_init_headers(&plan.dataType, nullptr);
     plan.grid = chooseGrid(options, layout);
     plan.dataType.quantizationStep = 1.0f;
-    plan.header = chooseHeader(options, plan.grid);
+    plan.header = gridHeader(options, plan.grid);
     plan.dataType.colorMode = chooseColor(options, layout);
     plan.reflection = chooseReflection(options, layout, format);
     if (plan.reflection.keep) {

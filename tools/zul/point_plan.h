@@ -42,6 +42,10 @@ struct PointPlan {
     bool normals = false;
 };
 
+// The sensor header of a stream stored on the integer grid of `grid`: the grid's step and offset,
+// followed by the transformation of `options` (translate, scale, rotate, mount and type).
+zul_Header2 gridHeader(const CompressOptions& options, const GridPlan& grid);
+
 // The stream's data type and header for the input of `options`, whose reader gave `layout`. May
 // read the file once more (for the range of floating-point intensities). Throws FormatError for
 // options the input cannot satisfy; tells on stderr what it chose where the input did not say.

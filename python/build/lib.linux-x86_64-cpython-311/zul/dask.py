@@ -1,0 +1,155 @@
+"""zul on a Dask cluster: one large file spread over many workers, or many files compressed at
+once.
+
+``read`` gives a ``dask.dataframe.DataFrame`` with one partition per group of consecutive chunks
+of a file: each task reads only the byte ranges of its chunks (and the stream's head), so one
+file spreads over many workers. ``compress`` runs one ``zul.compress`` per input file as a task.
+"""
+
+import os
+
+import numpy as np
+
+from . import _zul
+from ._errors import Error
+from .reading import _box, _open, _raise_damage
+
+
+def _columns(data_type):
+    """The columns a file's data type gives, with their numpy types."""
+    columns = [("x", np.float64), ("y", np.float64), ("z", np.float64)]
+    if data_type["color"] is not None:
+        columns += [("red", np.uint8), ("green", np.uint8), ("blue", np.uint8)]
+    if data_type["max_reflection"] is not None:
+        columns += [("reflection", np.int32)]
+    if data_type["normals"]:
+        columns += [("nx", np.float32), ("ny", np.float32), ("nz", np.float32)]
+    return columns
+
+
+def plan_read(paths, *, bbox=None, chunks_per_partition=64):
+    """The tasks ``read`` would run: for each, the file, the bytes of its stream head and the
+    (offset, bytes) ranges of its chunks, from the chunk index alone; and the columns of each
+    file. Chunks whose box misses ``bbox`` are left out here, before any task runs."""
+    if isinstance(paths, (str, os.PathLike)):
+        paths = [paths]
+    if not isinstance(chunks_per_partition, int) or chunks_per_partition < 1:
+        raise ValueError("chunks_per_partition: give 1 or more")
+    box = _box(bbox)
+    tasks, columns = [], None
+    for path in paths:
+        path = os.fspath(path)
+        index = _open(path)
+        _raise_damage(index)
+        file_columns = _columns(index.data_type())
+        if columns is None:
+            columns = file_columns
+        elif [c for c, _ in file_columns] != [c for c, _ in columns]:
+            raise ValueError(f"{path}: its attributes differ from those of {paths[0]}")
+        listed = index.chunks()
+        chosen = index.select(box) if box is not None else range(len(listed))
+        ranges = [(listed[i][0], listed[i][1]) for i in chosen]
+        head = listed[0][0] if listed else 0
+        for start in range(0, len(ranges), chunks_per_partition):
+            tasks.append((path, head, ranges[start:start + chunks_per_partition]))
+    return tasks, columns or _columns({"color": None, "max_reflection": None, "normals": False})
+
+
+def read_part(path, head, ranges, box=None, columns=None):
+    """The points of the chunks at ``ranges`` of ``path`` as a pandas DataFrame: the task of a
+    partition of ``read``. Reads the stream's first ``head`` bytes and those ranges, nothing
+    else."""
+    import pandas as pd
+
+    index = _zul.ranges_index(path, head, ranges)
+    arrays = index.decode(None, 1)
+    all_columns = _columns(index.data_type())
+    frame = {}
+    p = arrays["positions"]
+    keep = None
+    if box is not None:
+        keep = np.all((p >= box[:3]) & (p <= box[3:]), axis=1)
+    parts = {"x": p[:, 0], "y": p[:, 1], "z": p[:, 2]}
+    if arrays["colors"] is not None:
+        c = arrays["colors"]
+        parts.update(red=c[:, 0], green=c[:, 1], blue=c[:, 2])
+    if arrays["reflections"] is not None:
+        parts["reflection"] = arrays["reflections"]
+    if arrays["normals"] is not None:
+        n = arrays["normals"]
+        parts.update(nx=n[:, 0], ny=n[:, 1], nz=n[:, 2])
+    for name, _ in all_columns:
+        if columns is None or name in columns:
+            frame[name] = parts[name] if keep is None else parts[name][keep]
+    return pd.DataFrame(frame)
+
+
+def read(paths, *, bbox=None, columns=None, chunks_per_partition=64):
+    """Reads zul files into a ``dask.dataframe.DataFrame`` of columns ``x y z`` and, as the
+    files have them, ``red green blue``, ``reflection`` and ``nx ny nz``.
+
+    One partition is a group of ``chunks_per_partition`` consecutive chunks of one file; its
+    task reads only their byte ranges. The column types come from the file headers without
+    decoding. ``bbox`` (``(minx, miny, minz, maxx, maxy, maxz)`` in the coordinates a reader
+    gets) prunes the chunks through the index before any task runs, and the tasks keep only the
+    points inside it. ``columns`` chooses columns. Raises :class:`zul.Error` for a damaged
+    file; a task that fails raises it with the file's name.
+    """
+    import dask
+    import dask.dataframe as dd
+    import pandas as pd
+
+    tasks, all_columns = plan_read(paths, bbox=bbox, chunks_per_partition=chunks_per_partition)
+    if columns is not None:
+        unknown = [c for c in columns if c not in dict(all_columns)]
+        if unknown:
+            raise ValueError(f"columns: the files have no {', '.join(unknown)}")
+    meta = pd.DataFrame({name: np.array([], dtype=dtype) for name, dtype in all_columns
+                         if columns is None or name in columns})
+    box = np.array(_box(bbox)) if bbox is not None else None
+    if not tasks:
+        return dd.from_pandas(meta, npartitions=1)
+    parts = [dask.delayed(read_part)(path, head, ranges, box, columns)
+             for path, head, ranges in tasks]
+    return dd.from_delayed(parts, meta=meta, verify_meta=False)
+
+
+def _compress_one(source, target, options):
+    from .convert import compress
+
+    try:
+        return compress(source, target, **options)
+    except Error:
+        raise
+    except Exception as error:  # a worker's own failure, named with the file
+        raise Error(f"{source}: {error}") from None
+
+
+def compress(inputs, out_dir, *, client=None, **options):
+    """Compresses each input file (LAS, PCD, PLY, text, KITTI) into ``out_dir/NAME.zul``, one
+    task a file, on ``client`` (a ``distributed.Client``) or Dask's current scheduler.
+
+    ``options`` are those of :func:`zul.compress`. Returns the output paths, in the order of
+    the inputs. If a file fails, the others still finish, and :class:`zul.Error` naming the
+    first failed file is raised.
+    """
+    import dask
+
+    os.makedirs(out_dir, exist_ok=True)
+    targets = []
+    for source in inputs:
+        stem = os.path.splitext(os.path.basename(os.fspath(source)))[0]
+        targets.append(os.path.join(os.fspath(out_dir), stem + ".zul"))
+    if len(set(targets)) != len(targets):
+        raise ValueError("inputs: two inputs would be written to the same output name")
+    if client is not None:
+        futures = [client.submit(_compress_one, os.fspath(s), t, options, pure=False)
+                   for s, t in zip(inputs, targets)]
+        client.gather(futures, errors="skip")
+        for future in futures:
+            if future.status == "error":
+                future.result()  # raises the task's zul.Error
+        return targets
+    tasks = [dask.delayed(_compress_one)(os.fspath(s), t, options)
+             for s, t in zip(inputs, targets)]
+    return list(dask.compute(*tasks))

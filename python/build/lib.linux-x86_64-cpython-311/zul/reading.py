@@ -1,0 +1,113 @@
+"""Reading zul files into numpy arrays: whole, by box, or chunk by chunk."""
+
+import os
+
+import numpy as np
+
+from . import _zul
+from .cloud import Chunk, Cloud
+
+
+def _threads(threads):
+    if threads is None:
+        return 0
+    if not isinstance(threads, (int, np.integer)) or isinstance(threads, bool) or threads < 0:
+        raise ValueError("threads: give None (every core) or a number of threads of 1 or more")
+    return int(threads)
+
+
+def _box(bbox):
+    if bbox is None:
+        return None
+    try:
+        box = [float(v) for v in bbox]
+    except (TypeError, ValueError):
+        raise TypeError("bbox: give six numbers (minx, miny, minz, maxx, maxy, maxz)") from None
+    if len(box) != 6:
+        raise ValueError("bbox: give six numbers (minx, miny, minz, maxx, maxy, maxz)")
+    if any(np.isnan(box)) or any(box[i] > box[i + 3] for i in range(3)):
+        raise ValueError("bbox: every value a number and each minimum at most its maximum")
+    return box
+
+
+def _open(path, transform=True):
+    return _zul.Index(os.fspath(path), bool(transform))
+
+
+def _raise_damage(index):
+    damage = index.damage()
+    if damage is not None:
+        code, status, chunk, _offset, message = damage
+        raise _zul.Error(message, code, status, chunk)
+
+
+def _inside(arrays, box):
+    p = arrays["positions"]
+    keep = np.all((p >= box[:3]) & (p <= box[3:]), axis=1)
+    return {k: (v[keep] if v is not None else None) for k, v in arrays.items()}
+
+
+def _cloud(arrays, index):
+    return Cloud(arrays["positions"], arrays["colors"], arrays["reflections"],
+                 arrays["normals"], index.data_type(), index.sensor())
+
+
+def read(path, *, bbox=None, threads=None, transform=True):
+    """Reads a zul file into a :class:`Cloud`.
+
+    The chunks are decoded on ``threads`` threads (``None``: every core) straight into the
+    numpy arrays, without the GIL. ``bbox`` is ``(minx, miny, minz, maxx, maxy, maxz)`` in the
+    coordinates a reader gets: only the chunks whose box meets it are decoded, and only the
+    points inside it (bounds included) are returned. ``transform=False`` leaves the points in the
+    stored frame, without the sensor header's matrix. Raises :class:`zul.Error` for a file that
+    cannot be read or is damaged (naming the chunk where the damage starts).
+    """
+    box = _box(bbox)
+    index = _open(path, transform)
+    _raise_damage(index)
+    chosen = index.select(box) if box is not None else None
+    arrays = index.decode(chosen, _threads(threads))
+    if box is not None:
+        arrays = _inside(arrays, np.array(box))
+    return _cloud(arrays, index)
+
+
+def chunks(path):
+    """The chunks of a zul file as a list of :class:`Chunk`, read from the chunk headers alone.
+
+    Raises :class:`zul.Error` if a header is damaged, naming the chunk and its byte offset.
+    """
+    index = _open(path)
+    _raise_damage(index)
+    return [Chunk(*c) for c in index.chunks()]
+
+
+class Reader:
+    """Iterates over a zul file chunk by chunk, each a :class:`Cloud`, for files larger than
+    memory: only one chunk's points are held at a time.
+
+    >>> for part in zul.Reader("big.zul"):
+    ...     handle(part.positions)
+
+    ``len(reader)`` is the number of chunks and ``reader.num_points`` the number of points, both
+    from the headers. A damaged chunk raises :class:`zul.Error` when the iteration reaches it,
+    after every chunk before it was handed out.
+    """
+
+    def __init__(self, path, *, transform=True):
+        self._index = _open(path, transform)
+        self.data_type = self._index.data_type()
+        self.sensor = self._index.sensor()
+
+    def __len__(self):
+        return self._index.num_chunks
+
+    @property
+    def num_points(self):
+        """The number of points of the chunks listed, from their headers."""
+        return self._index.num_points
+
+    def __iter__(self):
+        for i in range(self._index.num_chunks):
+            yield _cloud(self._index.decode([i], 1), self._index)
+        _raise_damage(self._index)

@@ -1,0 +1,109 @@
+"""Writing numpy arrays into a zul file."""
+
+import os
+
+import numpy as np
+
+from . import _zul
+from .reading import _threads
+
+_COLOR_MODES = {"rgb888": 2, "rgb565": 1}
+_ORDERS = ("plan", "input", "kd")
+
+
+def _array(name, value, dtype, columns, count=None):
+    """`value` as a C-contiguous array of `dtype` with `columns` columns (None: one dimension),
+    converted only where numpy converts without loss."""
+    array = np.asarray(value)
+    if array.dtype != dtype:
+        if array.dtype.kind in "iu" and np.dtype(dtype).kind in "iu" and array.size > 0:
+            info = np.iinfo(dtype)
+            if array.min() < info.min or array.max() > info.max:
+                raise ValueError(f"{name}: values outside {info.min} .. {info.max} do not fit "
+                                 f"{np.dtype(dtype).name}")
+        elif not np.can_cast(array.dtype, dtype, "same_kind" if name == "normals" else "safe"):
+            raise TypeError(f"{name}: {array.dtype} cannot become {np.dtype(dtype).name} without "
+                            f"loss; give {np.dtype(dtype).name}")
+    shape = (len(array),) if columns is None else (len(array), columns)
+    if array.ndim != len(shape) or array.shape[1:] != shape[1:]:
+        expected = "(n,)" if columns is None else f"(n, {columns})"
+        raise ValueError(f"{name}: shape {array.shape}, expected {expected}")
+    if count is not None and len(array) != count:
+        raise ValueError(f"{name}: {len(array)} rows for {count} positions")
+    return np.ascontiguousarray(array, dtype=dtype)
+
+
+def write(path, positions, *, colors=None, reflections=None, normals=None, step=0.001,
+          max_reflection=None, color="rgb888", sensor=None, chunk_size=10000, order="plan",
+          threads=None):
+    """Writes points into a new zul file at ``path``, replacing one that exists.
+
+    ``positions`` is (n, 3) float64; ``colors`` (n, 3) uint8, ``reflections`` (n,) int32 and
+    ``normals`` (n, 3) float32 are optional. Other types are converted where numpy does so
+    without loss (float32 positions, int64 reflections that fit int32, float64 normals);
+    otherwise ``TypeError``/``ValueError`` names the argument. Nothing is clamped or dropped:
+    a NaN position, a negative reflection or one above ``max_reflection`` (default: the largest
+    given), or a normal shorter than 1e-6 is refused.
+
+    Positions are stored on the grid of ``step``, kept as that decimal: they come back as whole
+    multiples of it, computed in double. ``color`` is ``"rgb888"`` or ``"rgb565"`` (the 5-6-5
+    bits kept). ``sensor`` is a dict of ``mount``, ``type``, ``rotation`` (3x3), ``scale`` and
+    ``translation``, which readers apply. ``order`` cuts the chunks: ``"plan"`` the smallest
+    file the chunk planner finds, ``"kd"`` compact cells, ``"input"`` the arrays' order, in chunks
+    of ``chunk_size`` points. ``threads`` encode (``None``: every core). The file is written under
+    a temporary name and renamed into place when complete.
+    """
+    path = os.fspath(path)
+    positions = _array("positions", positions, np.float64, 3)
+    n = len(positions)
+    if not np.all(np.isfinite(positions)):
+        raise ValueError("positions: a zul file cannot hold NaN or infinite coordinates "
+                         f"({int(np.sum(~np.all(np.isfinite(positions), axis=1)))} points)")
+    if not (isinstance(step, (int, float)) and step > 0 and np.isfinite(step)):
+        raise ValueError("step: give a positive number")
+    if color not in _COLOR_MODES:
+        raise ValueError(f"color: {color!r}; give 'rgb888' or 'rgb565'")
+    if order not in _ORDERS:
+        raise ValueError(f"order: {order!r}; give 'plan', 'input' or 'kd'")
+    if not isinstance(chunk_size, (int, np.integer)) or not 1 <= chunk_size <= 2147483646:
+        raise ValueError("chunk_size: give 1 to 2147483646 points")
+    color_mode = 0
+    if colors is not None:
+        colors = _array("colors", colors, np.uint8, 3, n)
+        color_mode = _COLOR_MODES[color]
+    if reflections is not None:
+        reflections = _array("reflections", reflections, np.int32, None, n)
+        largest = int(reflections.max()) if n else 1
+        if n and int(reflections.min()) < 0:
+            raise ValueError("reflections: negative values cannot be stored")
+        if max_reflection is None:
+            max_reflection = max(largest, 1)
+        if not isinstance(max_reflection, (int, np.integer)) or max_reflection < 1:
+            raise ValueError("max_reflection: give a whole number of 1 or more")
+        if largest > max_reflection:
+            raise ValueError(f"reflections: {largest} is above max_reflection {max_reflection}")
+    if normals is not None:
+        normals = _array("normals", normals, np.float32, 3, n)
+        short = ~(np.linalg.norm(normals.astype(np.float64), axis=1) >= 1e-6)
+        if short.any():
+            raise ValueError(f"normals: {int(short.sum())} are shorter than 1e-6 (or not numbers), "
+                             "which a zul file cannot hold")
+    chunk_sizes = []
+    if order != "input" and n > 0:
+        permutation, chunk_sizes = _zul.plan(positions / step, order, int(chunk_size),
+                                             colors, reflections, normals,
+                                             max_reflection or 0, color_mode)
+        positions = positions[permutation]
+        colors = colors[permutation] if colors is not None else None
+        reflections = reflections[permutation] if reflections is not None else None
+        normals = normals[permutation] if normals is not None else None
+    temporary = os.path.join(os.path.dirname(path) or ".",
+                             f".{os.path.basename(path)}.partial-{os.getpid()}")
+    try:
+        _zul.write(temporary, positions, colors, reflections, normals, float(step),
+                   int(max_reflection or 0), color_mode, sensor, chunk_sizes, int(chunk_size),
+                   _threads(threads))
+        os.replace(temporary, path)
+    finally:
+        if os.path.exists(temporary):
+            os.remove(temporary)

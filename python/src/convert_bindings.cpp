@@ -1,0 +1,78 @@
+// The tool's own conversions of LAS, PCD, PLY, text and KITTI files, from Python.
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include "bindings.h"
+#include "py_errors.h"
+#include "zul/commands.h"
+
+namespace py = pybind11;
+
+namespace zulpy {
+
+namespace {
+
+template <typename T>
+void take(py::dict& options, const char* key, T& field) {
+    if (!options.contains(key)) return;
+    field = options[key].cast<T>();
+    PyDict_DelItemString(options.ptr(), key);
+}
+
+void refuseRest(const py::dict& options, const char* function) {
+    for (const auto& item : options) {
+        throw py::type_error(std::string(function) + "() got an unexpected keyword argument '" +
+                             item.first.cast<std::string>() + "'");
+    }
+}
+
+int compress(const std::string& source, const std::string& target, py::dict options) {
+    zultool::CompressOptions o;
+    o.input = source;
+    o.output = target;
+    o.quiet = true;
+    take(options, "step", o.step);
+    take(options, "color", o.color);
+    take(options, "reflection", o.reflection);
+    take(options, "intensity_scale", o.intensityScale);
+    take(options, "normals", o.normals);
+    take(options, "no_normals", o.noNormals);
+    take(options, "chunk_size", o.chunk);
+    take(options, "order", o.order);
+    take(options, "order_budget", o.orderBudgetMiB);
+    take(options, "translate", o.translate);
+    take(options, "scale", o.scale);
+    take(options, "rotate", o.rotate);
+    take(options, "sensor_mount", o.sensorMount);
+    take(options, "sensor_type", o.sensorType);
+    take(options, "sensor_header", o.sensorHeader);
+    take(options, "quiet", o.quiet);
+    refuseRest(options, "compress");
+    py::gil_scoped_release release;
+    return zultool::runCompress(o);
+}
+
+int decompress(const std::string& source, const std::string& target, py::dict options) {
+    zultool::DecompressOptions o;
+    o.input = source;
+    o.output = target;
+    o.quiet = true;
+    bool transform = true;
+    take(options, "transform", transform);
+    o.noTransform = !transform;
+    take(options, "encoding", o.encoding);
+    take(options, "las_version", o.lasVersion);
+    take(options, "quiet", o.quiet);
+    refuseRest(options, "decompress");
+    py::gil_scoped_release release;
+    return zultool::runDecompress(o);
+}
+
+}  // namespace
+
+void bindConvert(py::module_& m) {
+    m.def("compress", &compress, py::arg("source"), py::arg("target"), py::arg("options"));
+    m.def("decompress", &decompress, py::arg("source"), py::arg("target"), py::arg("options"));
+}
+
+}  // namespace zulpy

@@ -1,0 +1,229 @@
+// Reading: the chunk index of a file, box selection, and bulk decoding straight into numpy arrays
+// with the GIL released.
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cmath>
+#include <fstream>
+#include <vector>
+
+#include "bindings.h"
+#include "formats/output_grid.h"
+#include "py_errors.h"
+#include "zul_bulk.h"
+
+namespace py = pybind11;
+
+namespace zulpy {
+
+namespace {
+
+class Index {
+public:
+    // Over a file, or over `bytes` kept alive with the index.
+    Index(const std::string& path, bool transform, std::string bytes = std::string(),
+          bool inMemory = false)
+        : path_(path), bytes_(std::move(bytes)) {
+        const zul_dec_Params params = {transform ? 1 : 0, {0, 0, 0, 0}};
+        const zul_Status status =
+            inMemory ? zul_idx_openBuffer(&index_, bytes_.data(), bytes_.size(), &params)
+                     : zul_idx_openFile(&index_, path.c_str(), &params);
+        if (status != zul_STATUS_OK) {
+            zul_idx_close(&index_);
+            check(status, path_);
+        }
+        zul_idx_getDataType(index_, &dataType_, &header_);
+        zul_idx_getCounts(index_, &chunkCount_, &pointCount_);
+        transform_ = transform;
+    }
+    ~Index() { zul_idx_close(&index_); }
+    Index(const Index&) = delete;
+    Index& operator=(const Index&) = delete;
+
+    py::dict dataType() const {
+        py::dict d;
+        d["step"] = zultool::outputGrid(dataType_, header_, transform_).step;
+        d["step_text"] = zultool::stepText(dataType_, header_);
+        d["stored_step"] = static_cast<double>(dataType_.quantizationStep);
+        d["color"] = dataType_.colorMode == zul_COLOR_RGB888   ? py::object(py::str("rgb888"))
+                     : dataType_.colorMode == zul_COLOR_RGB565 ? py::object(py::str("rgb565"))
+                                                               : py::object(py::none());
+        d["max_reflection"] = dataType_.reflectionMode != zul_REFLECTION_NONE
+                                  ? py::object(py::int_(dataType_.maxReflection))
+                                  : py::object(py::none());
+        d["normals"] = dataType_.normalMode != zul_NORMAL_NONE;
+        return d;
+    }
+
+    py::object sensor() const {
+        if (!header_.enabled) return py::none();
+        py::dict d;
+        d["mount"] = static_cast<int>(header_.sensorMount);
+        d["type"] = static_cast<int>(header_.sensorType);
+        d["may_scale"] = header_.hasScaling;
+        d["may_rotate"] = header_.hasRotation;
+        d["may_translate"] = header_.hasTranslation;
+        py::array_t<double> matrix({4, 4});
+        auto m = matrix.mutable_unchecked<2>();
+        for (int row = 0; row < 4; ++row) {
+            for (int column = 0; column < 4; ++column)
+                m(row, column) = header_.transformation[4 * column + row];
+        }
+        d["matrix"] = matrix;
+        return std::move(d);
+    }
+
+    py::list chunks() const {
+        py::list list;
+        for (int64_t i = 0; i < chunkCount_; ++i) {
+            zul_idx_Chunk c;
+            zul_idx_getChunk(index_, i, &c);
+            list.append(py::make_tuple(c.offset, c.size, c.numPoints,
+                                       py::make_tuple(c.min[0], c.min[1], c.min[2]),
+                                       py::make_tuple(c.max[0], c.max[1], c.max[2])));
+        }
+        return list;
+    }
+
+    // (status code, status name, chunk, byte offset, message) of where the index stopped, or
+    // None for a stream that ends cleanly.
+    py::object damage() const {
+        zul_Status status = zul_STATUS_OK;
+        int64_t chunk = 0, offset = 0;
+        zul_idx_getDamage(index_, &status, &chunk, &offset);
+        if (status == zul_STATUS_OK) return py::none();
+        try {
+            check(status, path_, chunk, offset);
+        } catch (const Failure& failure) {
+            return py::make_tuple(static_cast<int>(status), statusName(status), chunk, offset,
+                                  failure.what());
+        }
+        return py::none();
+    }
+
+    std::vector<int64_t> select(const std::vector<double>& box) const {
+        if (box.size() != 6)
+            throw py::value_error("bbox: give (minx, miny, minz, maxx, maxy, maxz)");
+        int64_t count = 0;
+        const zul_Status first =
+            zul_idx_selectBox(index_, box.data(), box.data() + 3, nullptr, 0, &count);
+        if (first == zul_STATUS_INVALID_ARGUMENT) {
+            throw py::value_error(
+                "bbox: every value a number and each minimum at most its maximum");
+        }
+        check(first, path_);
+        std::vector<int64_t> chosen(static_cast<size_t>(count));
+        check(zul_idx_selectBox(index_, box.data(), box.data() + 3, chosen.data(), count, &count),
+              path_);
+        return chosen;
+    }
+
+    // The points of `chunks` (all, for None) as numpy arrays, decoded on `threads` threads
+    // without the GIL; a damaged chunk raises zul.Error naming it.
+    py::dict decode(const py::object& chunkList, int threads) const {
+        std::vector<int64_t> chunks;
+        if (chunkList.is_none()) {
+            chunks.resize(static_cast<size_t>(chunkCount_));
+            for (int64_t i = 0; i < chunkCount_; ++i) chunks[static_cast<size_t>(i)] = i;
+        } else {
+            chunks = chunkList.cast<std::vector<int64_t>>();
+        }
+        int64_t count = 0;
+        const zul_Status counted =
+            zul_idx_countPoints(index_, chunks.data(), static_cast<int64_t>(chunks.size()), &count);
+        if (counted == zul_STATUS_INVALID_ARGUMENT)
+            throw py::index_error("chunk number out of range");
+        check(counted, path_);
+        const py::ssize_t n = static_cast<py::ssize_t>(count);
+        py::array_t<double> positions({n, py::ssize_t{3}});
+        py::object colors = py::none(), reflections = py::none(), normals = py::none();
+        zul_bulk_Points points = {count, positions.mutable_data(), nullptr, nullptr, nullptr};
+        if (dataType_.colorMode != zul_COLOR_NONE) {
+            py::array_t<uint8_t> a({n, py::ssize_t{3}});
+            points.colors = a.mutable_data();
+            colors = a;
+        }
+        if (dataType_.reflectionMode != zul_REFLECTION_NONE) {
+            py::array_t<int32_t> a(n);
+            points.reflections = a.mutable_data();
+            reflections = a;
+        }
+        if (dataType_.normalMode != zul_NORMAL_NONE) {
+            py::array_t<float> a({n, py::ssize_t{3}});
+            points.normals = a.mutable_data();
+            normals = a;
+        }
+        int64_t failed = -1;
+        zul_Status status;
+        {
+            py::gil_scoped_release release;
+            status =
+                zul_bulk_decodeChunks(index_, chunks.data(), static_cast<int64_t>(chunks.size()),
+                                      threads, &points, &failed);
+        }
+        if (status != zul_STATUS_OK) {
+            zul_idx_Chunk c = {};
+            if (failed >= 0) zul_idx_getChunk(index_, failed, &c);
+            check(status, path_, failed, failed >= 0 ? c.offset : -1);
+        }
+        py::dict result;
+        result["positions"] = positions;
+        result["colors"] = colors;
+        result["reflections"] = reflections;
+        result["normals"] = normals;
+        return result;
+    }
+
+    int64_t numChunks() const { return chunkCount_; }
+    int64_t numPoints() const { return pointCount_; }
+
+private:
+    std::string path_;
+    std::string bytes_;
+    zul_idx_Index index_ = nullptr;
+    zul_DataType dataType_;
+    zul_Header2 header_;
+    int64_t chunkCount_ = 0, pointCount_ = 0;
+    bool transform_ = true;
+};
+
+// The stream head and the chunks at `ranges` ((offset, bytes) pairs) of the file at `path`, read
+// by offset and nothing else, as one stream in memory.
+std::unique_ptr<Index> rangesIndex(const std::string& path, int64_t headBytes,
+                                   const std::vector<std::pair<int64_t, int64_t>>& ranges,
+                                   bool transform) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) check(zul_STATUS_READ_ERROR, path);
+    int64_t total = headBytes;
+    for (const auto& range : ranges) total += range.second;
+    std::string bytes(static_cast<size_t>(total), '\0');
+    char* at = bytes.data();
+    const auto readAt = [&](int64_t offset, int64_t size) {
+        in.seekg(offset);
+        if (!in.read(at, size)) check(zul_STATUS_TRUNCATED, path);
+        at += size;
+    };
+    readAt(0, headBytes);
+    for (const auto& range : ranges) readAt(range.first, range.second);
+    return std::make_unique<Index>(path, transform, std::move(bytes), true);
+}
+
+}  // namespace
+
+void bindIndex(py::module_& m) {
+    py::class_<Index>(m, "Index")
+        .def(py::init<const std::string&, bool>(), py::arg("path"), py::arg("transform") = true)
+        .def("data_type", &Index::dataType)
+        .def("sensor", &Index::sensor)
+        .def("chunks", &Index::chunks)
+        .def("damage", &Index::damage)
+        .def("select", &Index::select)
+        .def("decode", &Index::decode, py::arg("chunks") = py::none(), py::arg("threads") = 0)
+        .def_property_readonly("num_chunks", &Index::numChunks)
+        .def_property_readonly("num_points", &Index::numPoints);
+    m.def("ranges_index", &rangesIndex, py::arg("path"), py::arg("head_bytes"), py::arg("ranges"),
+          py::arg("transform") = true);
+}
+
+}  // namespace zulpy

@@ -1,0 +1,67 @@
+#include "py_errors.h"
+
+#include "formats/cloud.h"
+#include "zul/status_text.h"
+
+namespace py = pybind11;
+
+namespace zulpy {
+
+const char* statusName(zul_Status status) {
+    switch (status) {
+        case zul_STATUS_OK:
+            return "zul_STATUS_OK";
+        case zul_STATUS_END_OF_FILE:
+            return "zul_STATUS_END_OF_FILE";
+        case zul_STATUS_READ_ERROR:
+            return "zul_STATUS_READ_ERROR";
+        case zul_STATUS_TRUNCATED:
+            return "zul_STATUS_TRUNCATED";
+        case zul_STATUS_WRITE_ERROR:
+            return "zul_STATUS_WRITE_ERROR";
+        case zul_STATUS_BAD_SIGNATURE:
+            return "zul_STATUS_BAD_SIGNATURE";
+        case zul_STATUS_BAD_VERSION:
+            return "zul_STATUS_BAD_VERSION";
+        case zul_STATUS_CORRUPT_DATA:
+            return "zul_STATUS_CORRUPT_DATA";
+        case zul_STATUS_INVALID_ARGUMENT:
+            return "zul_STATUS_INVALID_ARGUMENT";
+        case zul_STATUS_INVALID_STATE:
+            return "zul_STATUS_INVALID_STATE";
+    }
+    return "unknown status";
+}
+
+void check(zul_Status status, const std::string& path, int64_t chunk, int64_t offset) {
+    if (status == zul_STATUS_OK) return;
+    const zultool::ZulStage stage = chunk >= 0 ? zultool::ZulStage::Read : zultool::ZulStage::Open;
+    std::string message = path + ": " + zultool::statusText(status, stage);
+    if (chunk >= 0) {
+        message += " (chunk " + std::to_string(chunk) +
+                   (offset >= 0 ? " at byte " + std::to_string(offset) : "") + ")";
+    }
+    throw Failure(message, status, chunk);
+}
+
+void registerErrors(py::module_& module) {
+    // The class is plain Python (zul/_errors.py), so that it pickles across Dask's workers; it
+    // lives as long as the interpreter.
+    static py::object* errorClass =
+        new py::object(py::module_::import("zul._errors").attr("Error"));
+    module.attr("Error") = *errorClass;
+    py::register_exception_translator([](std::exception_ptr pointer) {
+        try {
+            if (pointer) std::rethrow_exception(pointer);
+        } catch (const Failure& failure) {
+            py::object error = (*errorClass)(failure.what(), static_cast<int>(failure.status),
+                                             statusName(failure.status), failure.chunk);
+            PyErr_SetObject(errorClass->ptr(), error.ptr());
+        } catch (const zultool::FormatError& error) {
+            py::object instance = (*errorClass)(error.what(), 0, "refused", -1);
+            PyErr_SetObject(errorClass->ptr(), instance.ptr());
+        }
+    });
+}
+
+}  // namespace zulpy

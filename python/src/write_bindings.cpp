@@ -1,0 +1,119 @@
+// Writing: numpy arrays onto the integer grid of a decimal step, encoded by the bulk encoder on
+// several threads.
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cmath>
+#include <vector>
+
+#include "bindings.h"
+#include "py_errors.h"
+#include "zul/commands.h"
+#include "zul/point_plan.h"
+#include "zul_bulk.h"
+
+namespace py = pybind11;
+
+namespace zulpy {
+
+namespace {
+
+template <typename T>
+using Array = py::array_t<T, py::array::c_style>;
+
+// The transformation a `sensor` dict asks for, in the tool's options.
+zultool::CompressOptions sensorOptions(const py::object& sensor) {
+    zultool::CompressOptions options;
+    if (sensor.is_none()) return options;
+    const py::dict d = sensor.cast<py::dict>();
+    if (d.contains("translation")) options.translate = d["translation"].cast<std::vector<double>>();
+    if (d.contains("rotation")) {
+        for (const auto& row : d["rotation"].cast<std::vector<std::vector<double>>>()) {
+            options.rotate.insert(options.rotate.end(), row.begin(), row.end());
+        }
+    }
+    if (d.contains("scale")) options.scale = d["scale"].cast<double>();
+    if (d.contains("mount")) options.sensorMount = d["mount"].cast<int>();
+    if (d.contains("type")) options.sensorType = d["type"].cast<int>();
+    options.sensorHeader = true;
+    if ((!options.translate.empty() && options.translate.size() != 3) ||
+        (!options.rotate.empty() && options.rotate.size() != 9)) {
+        throw py::value_error("sensor: translation takes 3 values and rotation 3 rows of 3");
+    }
+    return options;
+}
+
+// Encodes the checked arrays into `path`. Positions are divided by `step` onto the integer grid;
+// `chunkSizes` (or `chunkSize` points each) cut the chunks in the arrays' order.
+void write(const std::string& path, const Array<double>& positions, const py::object& colors,
+           const py::object& reflections, const py::object& normals, double step,
+           int32_t maxReflection, int colorMode, const py::object& sensor,
+           const std::vector<int32_t>& chunkSizes, int32_t chunkSize, int threads) {
+    const int64_t n = positions.shape(0);
+    zul_DataType dataType;
+    zul_init_headers(&dataType, nullptr);
+    dataType.quantizationStep = 1.0f;
+    dataType.colorMode = static_cast<zul_ColorMode>(colorMode);
+    zultool::GridPlan grid;
+    grid.step = step;
+    const zul_Header2 header = zultool::gridHeader(sensorOptions(sensor), grid);
+
+    std::vector<double> onGrid(static_cast<size_t>(3 * n));
+    zul_bulk_Points points = {n, onGrid.data(), nullptr, nullptr, nullptr};
+    Array<uint8_t> colorArray;
+    Array<int32_t> reflectionArray;
+    Array<float> normalArray;
+    if (!colors.is_none()) {
+        colorArray = colors.cast<Array<uint8_t>>();
+        points.colors = const_cast<uint8_t*>(colorArray.data());
+    }
+    if (!reflections.is_none()) {
+        reflectionArray = reflections.cast<Array<int32_t>>();
+        points.reflections = const_cast<int32_t*>(reflectionArray.data());
+        dataType.reflectionMode = zul_REFLECTION_CLAMPED;
+        dataType.maxReflection = maxReflection;
+    }
+    if (!normals.is_none()) {
+        normalArray = normals.cast<Array<float>>();
+        points.normals = const_cast<float*>(normalArray.data());
+        dataType.normalMode = zul_NORMAL_SPHERICAL;
+    }
+    int64_t failed = -1;
+    zul_Status status;
+    bool tooFar = false;
+    {
+        py::gil_scoped_release release;
+        const double* p = positions.data();
+        for (size_t i = 0; i < onGrid.size(); ++i) {
+            onGrid[i] = p[i] / step;
+            tooFar = tooFar || !(std::fabs(onGrid[i]) <= 9007199254740992.0);
+        }
+        status = tooFar ? zul_STATUS_OK
+                        : zul_bulk_encodeFile(path.c_str(), &dataType, &header, &points,
+                                              chunkSizes.empty() ? nullptr : chunkSizes.data(),
+                                              static_cast<int64_t>(chunkSizes.size()), chunkSize,
+                                              threads, &failed);
+    }
+    if (tooFar) {
+        throw py::value_error("positions: a coordinate lies too far out for a step of " +
+                              std::to_string(step) + " (give a larger step)");
+    }
+    if (status == zul_STATUS_INVALID_ARGUMENT) {
+        throw py::value_error(path +
+                              ": the library refused the data type, the sensor header or "
+                              "the chunk plan (invalid argument)");
+    }
+    check(status, path, failed);
+}
+
+}  // namespace
+
+void bindWrite(py::module_& m) {
+    m.def("write", &write, py::arg("path"), py::arg("positions"), py::arg("colors"),
+          py::arg("reflections"), py::arg("normals"), py::arg("step"), py::arg("max_reflection"),
+          py::arg("color_mode"), py::arg("sensor"), py::arg("chunk_sizes"), py::arg("chunk_size"),
+          py::arg("threads"));
+}
+
+}  // namespace zulpy

@@ -1,0 +1,137 @@
+"""zul.read, zul.write, zul.chunks and zul.Reader on numpy arrays."""
+
+import itertools
+import os
+
+import numpy as np
+import pytest
+
+import zul
+from conftest import sort_rows
+
+COMBINATIONS = list(itertools.product([False, True], repeat=3))
+
+
+@pytest.mark.parametrize("colors,reflections,normals", COMBINATIONS)
+@pytest.mark.parametrize("order", ["input", "plan"])
+def test_round_trip_of_every_attribute_combination(tmp_path, scan, colors, reflections,
+                                                   normals, order):
+    path = tmp_path / "a.zul"
+    given = {k: scan[k] for k, on in [("colors", colors), ("reflections", reflections),
+                                      ("normals", normals)] if on}
+    zul.write(path, scan["positions"], step=0.001, chunk_size=3000, order=order, **given)
+    cloud = zul.read(path, threads=2)
+    assert cloud.data_type["step"] == 0.001
+    assert (cloud.colors is not None) == colors
+    assert (cloud.reflections is not None) == reflections
+    assert (cloud.normals is not None) == normals
+    # Points come back on the grid: whole multiples of the decimal step.
+    grid = np.round(scan["positions"] / 0.001) * 0.001
+    columns = [grid] + [given[k] for k in ("colors", "reflections") if k in given]
+    back = [cloud.positions] + [getattr(cloud, k) for k in ("colors", "reflections") if k in given]
+    np.testing.assert_array_equal(sort_rows(*back), sort_rows(*columns))
+    if normals:
+        order_back = np.lexsort(cloud.positions.T[::-1])
+        order_in = np.lexsort(grid.T[::-1])
+        cosine = np.sum(cloud.normals[order_back] * scan["normals"][order_in], axis=1)
+        assert np.degrees(np.arccos(np.clip(cosine, -1, 1))).max() < 1.5
+
+
+def test_box_read_is_the_filtered_full_read(tmp_path, scan):
+    path = tmp_path / "a.zul"
+    zul.write(path, scan["positions"], reflections=scan["reflections"], chunk_size=500,
+              order="kd")
+    full = zul.read(path, threads=1)
+    box = (10, 5, 0, 30, 20, 2.5)
+    part = zul.read(path, bbox=box)
+    inside = np.all((full.positions >= box[:3]) & (full.positions <= box[3:]), axis=1)
+    assert 0 < len(part) < len(full)
+    np.testing.assert_array_equal(sort_rows(part.positions, part.reflections),
+                                  sort_rows(full.positions[inside], full.reflections[inside]))
+
+
+def test_chunks_and_reader_describe_the_file(tmp_path, scan):
+    path = tmp_path / "a.zul"
+    zul.write(path, scan["positions"], colors=scan["colors"], chunk_size=7000, order="input")
+    chunks = zul.chunks(path)
+    assert [c.points for c in chunks] == [7000, 7000, 6000]
+    assert chunks[0].offset == 172
+    assert chunks[-1].offset + chunks[-1].bytes == os.path.getsize(path)
+    reader = zul.Reader(path)
+    parts = list(reader)
+    assert len(reader) == 3 and reader.num_points == 20000
+    np.testing.assert_array_equal(np.concatenate([p.positions for p in parts]),
+                                  zul.read(path).positions)
+    for chunk, part in zip(chunks, parts):
+        assert np.all(part.positions >= chunk.min) and np.all(part.positions <= chunk.max)
+
+
+def test_sensor_header_is_applied(tmp_path, scan):
+    path = tmp_path / "a.zul"
+    turn = [[0, -1, 0], [1, 0, 0], [0, 0, 1]]
+    zul.write(path, scan["positions"][:100], order="input",
+              sensor={"rotation": turn, "translation": (10, 20, 30), "mount": 12})
+    placed, stored = zul.read(path), zul.read(path, transform=False)
+    assert placed.sensor["mount"] == 12
+    np.testing.assert_allclose(placed.positions[:, 0], -stored.positions[:, 1] * 0.001 + 10)
+
+
+BAD_ARGUMENTS = [
+    ("positions of two columns", dict(positions=np.zeros((4, 2))), ValueError, "positions"),
+    ("positions of strings", dict(positions=np.array([["a"] * 3])), TypeError, "positions"),
+    ("a NaN position", dict(positions=np.array([[0, 0, np.nan]])), ValueError, "NaN"),
+    ("colors as floats", dict(colors=np.zeros((4, 3))), TypeError, "colors"),
+    ("colors above 255", dict(colors=np.full((4, 3), 256)), ValueError, "colors"),
+    ("colors of other rows", dict(colors=np.zeros((3, 3), np.uint8)), ValueError, "colors"),
+    ("negative reflection", dict(reflections=np.array([-1, 0, 0, 0])), ValueError, "reflections"),
+    ("reflection above its maximum", dict(reflections=np.array([9, 0, 0, 0]), max_reflection=5),
+     ValueError, "max_reflection"),
+    ("a normal of length zero", dict(normals=np.zeros((4, 3), np.float32)), ValueError,
+     "normals"),
+    ("step zero", dict(step=0), ValueError, "step"),
+    ("unknown colour mode", dict(color="rgb"), ValueError, "color"),
+    ("unknown order", dict(order="random"), ValueError, "order"),
+    ("negative threads", dict(threads=-1), ValueError, "threads"),
+]
+
+
+@pytest.mark.parametrize("name,arguments,error,word", BAD_ARGUMENTS,
+                         ids=[c[0] for c in BAD_ARGUMENTS])
+def test_bad_arguments_are_refused_naming_them(tmp_path, name, arguments, error, word):
+    arguments = dict(arguments)
+    positions = arguments.pop("positions", np.zeros((4, 3)))
+    with pytest.raises(error, match=word):
+        zul.write(tmp_path / "a.zul", positions, **arguments)
+    assert os.listdir(tmp_path) == []
+
+
+def test_lossless_conversions_are_made(tmp_path):
+    zul.write(tmp_path / "a.zul", np.zeros((2, 3), np.float32),
+              reflections=np.array([1, 2], np.int64), colors=[[1, 2, 3], [4, 5, 6]])
+    assert zul.read(tmp_path / "a.zul").colors.dtype == np.uint8
+
+
+def test_damaged_files_raise_with_the_status_and_the_chunk(tmp_path, scan):
+    path = tmp_path / "a.zul"
+    zul.write(path, scan["positions"], chunk_size=5000, order="input")
+    chunks = zul.chunks(path)
+    raw = path.read_bytes()
+    (tmp_path / "cut.zul").write_bytes(raw[:chunks[2].offset + 100])
+    with pytest.raises(zul.Error) as cut:
+        zul.read(tmp_path / "cut.zul")
+    assert cut.value.status == "zul_STATUS_TRUNCATED" and cut.value.chunk == 2
+    assert "cut.zul" in str(cut.value) and f"at byte {chunks[2].offset}" in str(cut.value)
+    # The reader hands out the chunks before the damage, then raises.
+    seen = 0
+    with pytest.raises(zul.Error):
+        for part in zul.Reader(tmp_path / "cut.zul"):
+            seen += len(part)
+    assert seen == 10000
+    damaged = bytearray(raw)
+    damaged[chunks[1].offset + 3] ^= 0xFF  # the chunk's sync marker
+    (tmp_path / "bad.zul").write_bytes(bytes(damaged))
+    with pytest.raises(zul.Error) as bad:
+        zul.read(tmp_path / "bad.zul")
+    assert bad.value.status == "zul_STATUS_CORRUPT_DATA" and bad.value.chunk == 1
+    with pytest.raises(ValueError, match="bbox"):
+        zul.read(path, bbox=(1, 0, 0, 0, 1, 1))

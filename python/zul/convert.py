@@ -1,0 +1,34 @@
+"""Files of other formats, converted by the zul tool's own code."""
+
+import os
+
+from . import _zul
+
+
+def compress(src, dst, **options):
+    """Compresses a LAS, PCD, PLY, XYZ/CSV or KITTI ``.bin`` file into the zul file ``dst``, as
+    ``zul compress`` does: LAS coordinates come back exactly, the coordinate system is kept in a
+    ``.prj`` beside ``dst``.
+
+    Options, as the tool's: ``step``, ``color`` (``"none"``, ``"rgb565"``, ``"rgb888"``),
+    ``reflection`` (``"none"`` or the largest value kept, as text), ``intensity_scale``,
+    ``normals``/``no_normals``, ``chunk_size``, ``order``, ``order_budget`` (MiB),
+    ``translate``, ``scale``, ``rotate``, ``sensor_mount``, ``sensor_type``, ``sensor_header``,
+    ``quiet`` (default True: no notes on stderr). Returns ``dst``. Raises :class:`zul.Error`
+    naming the file for input it cannot read; nothing is left half-written.
+    """
+    _zul.compress(os.fspath(src), os.fspath(dst), dict(options))
+    return os.fspath(dst)
+
+
+def decompress(src, dst, **options):
+    """Writes the zul file ``src`` as ``dst``, whose extension chooses the format (``.las``,
+    ``.pcd``, ``.ply``, ``.xyz``, ``.csv``, ``.bin``), as ``zul decompress`` does.
+
+    Options: ``transform`` (default True: apply the sensor header's matrix), ``encoding``
+    (PCD: ``binary``, ``ascii``, ``binary_compressed``; PLY: ``binary_little_endian``,
+    ``binary_big_endian``, ``ascii``), ``las_version`` (``"1.2"`` or ``"1.4"``), ``quiet``.
+    Returns ``dst``. Raises :class:`zul.Error` naming the file.
+    """
+    _zul.decompress(os.fspath(src), os.fspath(dst), dict(options))
+    return os.fspath(dst)
