@@ -37,7 +37,13 @@ class CMakeBuild(build_ext):
         shutil.copy2(os.path.join(build, "src", "libzul.so.1"), package)
 
 
+# setuptools' own folders go to a temporary place, not into the source tree.
+SCRATCH = os.path.join(tempfile.gettempdir(), f"zul-setuptools-{os.getuid()}")
+os.makedirs(SCRATCH, exist_ok=True)
+
 setup(
+    options={"build": {"build_base": os.path.join(SCRATCH, "build")},
+             "egg_info": {"egg_base": SCRATCH}},
     packages=["zul"],
     package_dir={"zul": "zul"},
     ext_modules=[Extension("zul._zul", sources=[])],

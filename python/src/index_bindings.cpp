@@ -11,6 +11,7 @@
 #include "bindings.h"
 #include "formats/output_grid.h"
 #include "py_errors.h"
+#include "zul/error.hpp"
 #include "zul_bulk.h"
 
 namespace py = pybind11;
@@ -96,7 +97,7 @@ public:
         try {
             check(status, path_, chunk, offset);
         } catch (const Failure& failure) {
-            return py::make_tuple(static_cast<int>(status), statusName(status), chunk, offset,
+            return py::make_tuple(static_cast<int>(status), zul::statusName(status), chunk, offset,
                                   failure.what());
         }
         return py::none();

@@ -1,37 +1,12 @@
 #include "py_errors.h"
 
 #include "formats/cloud.h"
+#include "zul/error.hpp"
 #include "zul/status_text.h"
 
 namespace py = pybind11;
 
 namespace zulpy {
-
-const char* statusName(zul_Status status) {
-    switch (status) {
-        case zul_STATUS_OK:
-            return "zul_STATUS_OK";
-        case zul_STATUS_END_OF_FILE:
-            return "zul_STATUS_END_OF_FILE";
-        case zul_STATUS_READ_ERROR:
-            return "zul_STATUS_READ_ERROR";
-        case zul_STATUS_TRUNCATED:
-            return "zul_STATUS_TRUNCATED";
-        case zul_STATUS_WRITE_ERROR:
-            return "zul_STATUS_WRITE_ERROR";
-        case zul_STATUS_BAD_SIGNATURE:
-            return "zul_STATUS_BAD_SIGNATURE";
-        case zul_STATUS_BAD_VERSION:
-            return "zul_STATUS_BAD_VERSION";
-        case zul_STATUS_CORRUPT_DATA:
-            return "zul_STATUS_CORRUPT_DATA";
-        case zul_STATUS_INVALID_ARGUMENT:
-            return "zul_STATUS_INVALID_ARGUMENT";
-        case zul_STATUS_INVALID_STATE:
-            return "zul_STATUS_INVALID_STATE";
-    }
-    return "unknown status";
-}
 
 void check(zul_Status status, const std::string& path, int64_t chunk, int64_t offset) {
     if (status == zul_STATUS_OK) return;
@@ -55,7 +30,7 @@ void registerErrors(py::module_& module) {
             if (pointer) std::rethrow_exception(pointer);
         } catch (const Failure& failure) {
             py::object error = (*errorClass)(failure.what(), static_cast<int>(failure.status),
-                                             statusName(failure.status), failure.chunk);
+                                             zul::statusName(failure.status), failure.chunk);
             PyErr_SetObject(errorClass->ptr(), error.ptr());
         } catch (const zultool::FormatError& error) {
             py::object instance = (*errorClass)(error.what(), 0, "refused", -1);

@@ -20,9 +20,6 @@ public:
     int64_t chunk;
 };
 
-// "zul_STATUS_TRUNCATED"
-const char* statusName(zul_Status status);
-
 // Throws Failure "<path>: <status in words>[ (chunk N at byte B)]" unless `status` is OK.
 void check(zul_Status status, const std::string& path, int64_t chunk = -1, int64_t offset = -1);
 
