@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "commands.h"
+#include "file_kind.h"
 #include "formats/cloud.h"
 #include "output_file.h"
 #include "point_plan.h"
@@ -51,7 +52,7 @@ int runCompress(const CompressOptions& options) {
     if (formatOfPath(options.output) != Format::Zul) {
         throw FormatError(options.output + ": compress writes a zul file; name it .zul");
     }
-    const Format format = formatOfPath(options.input);
+    const Format format = formatOfInput(options.input, options.format);
     std::unique_ptr<CloudReader> reader = openCloudReader(options.input, format);
     const CloudLayout& layout = reader->layout();
 
@@ -59,7 +60,7 @@ int runCompress(const CompressOptions& options) {
     const zul_DataType& dataType = plan.dataType;
     const zul_Header2 header = chooseHeader(options);
 
-    OutputFile output(options.output);
+    OutputFile output(options.output, options.force);
     WriterGuard writer;
     const zul_Status opened = zul_out_open2(&writer.context, output.temporaryPath().c_str(),
                                             &dataType, header.enabled ? &header : nullptr);
@@ -110,6 +111,7 @@ int runCompress(const CompressOptions& options) {
         flush();
     }
     checkStatus(zul_out_close(&writer.context), options.output, ZulStage::Write);
+    progress.finish();
     output.commit();
     reportTally(options, tally);
     if (!options.quiet) {

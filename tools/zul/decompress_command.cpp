@@ -4,9 +4,11 @@
 #include <iostream>
 
 #include "commands.h"
+#include "file_kind.h"
 #include "formats/cloud.h"
 #include "output_file.h"
 #include "progress_bar.h"
+#include "salvage.h"
 #include "status_text.h"
 #include "zul.h"
 
@@ -23,7 +25,8 @@ struct ReaderGuard {
 
 int runDecompress(const DecompressOptions& options) {
     const auto start = std::chrono::steady_clock::now();
-    const Format format = formatOfPath(options.output);
+    const Format format =
+        options.format.empty() ? formatOfPath(options.output) : formatOfName(options.format);
     if (format == Format::Zul) {
         throw FormatError(options.output + ": decompress writes .las .pcd .ply .xyz .csv or .bin");
     }
@@ -34,7 +37,12 @@ int runDecompress(const DecompressOptions& options) {
     checkStatus(zul_in_open2(&reader.context, &dataType, &header, options.input.c_str(), &params),
                 options.input, ZulStage::Open);
     int64_t count = 0;
-    checkStatus(zul_in_getNumPoints(reader.context, &count), options.input, ZulStage::Read);
+    const WalkEnd intact = options.salvage ? findIntactPoints(options) : WalkEnd{};
+    if (options.salvage) {
+        count = intact.intactPoints;
+    } else {
+        checkStatus(zul_in_getNumPoints(reader.context, &count), options.input, ZulStage::Read);
+    }
 
     WriteOptions write;
     write.color = dataType.colorMode != zul_COLOR_NONE;
@@ -50,14 +58,14 @@ int runDecompress(const DecompressOptions& options) {
                   << "\n";
     }
 
-    OutputFile output(options.output);
+    OutputFile output(options.output, options.force);
     int64_t read = 0;
     try {
         std::unique_ptr<CloudWriter> writer =
             openCloudWriter(output.temporaryPath(), format, write);
         ProgressBar progress("decompressing", static_cast<uint64_t>(count), options.quiet);
         zul_Point point = {};
-        for (;;) {
+        while (!options.salvage || read < count) {
             const zul_Status status = zul_in_readNextPoint(reader.context, &point);
             if (status == zul_STATUS_END_OF_FILE) break;
             checkStatus(status, options.input, ZulStage::Read);
@@ -65,6 +73,7 @@ int runDecompress(const DecompressOptions& options) {
             progress.update(static_cast<uint64_t>(++read));
         }
         writer->finish();
+        progress.finish();
     } catch (const FormatError& error) {
         // The writers name the file they write: the temporary one. Name the output instead.
         const std::string message = error.what();
@@ -80,7 +89,7 @@ int runDecompress(const DecompressOptions& options) {
                     options.output.c_str(), formatName(format), static_cast<long long>(read),
                     seconds);
     }
-    return 0;
+    return options.salvage ? reportSalvage(options, intact, read) : 0;
 }
 
 }  // namespace zultool
