@@ -26,7 +26,8 @@ bool namesFolder(const std::string& output) {
 }
 
 // The jobs of a command line. `isOutput(second)` tells whether the second of two names is the
-// output rather than another input; `outputName(input)` is the file name an input gets.
+// output rather than another input (a name that does not exist cannot be an input);
+// `outputName(input)` is the file name an input gets.
 template <typename IsOutput, typename OutputName>
 std::vector<Job> planJobs(const BatchNames& names, IsOutput isOutput, OutputName outputName) {
     std::vector<std::string> inputs = names.files;
@@ -101,7 +102,8 @@ int runCompressBatch(const CompressOptions& options, const BatchNames& names) {
     const std::vector<Job> jobs = planJobs(
         names,
         [](const std::string& second) {
-            return formatOfContent(second) == Format::Zul || fs::path(second).extension() == ".zul";
+            return !fs::exists(second) || formatOfContent(second) == Format::Zul ||
+                   fs::path(second).extension() == ".zul";
         },
         [](const std::string& input) { return withExtension(input, ".zul"); });
     return runJobs(jobs, options, options.force,
@@ -114,7 +116,8 @@ int runDecompressBatch(const DecompressOptions& options, const BatchNames& names
     const std::vector<Job> jobs = planJobs(
         names,
         [](const std::string& second) {
-            return fs::path(second).extension() != ".zul" && formatOfContent(second) != Format::Zul;
+            return !fs::exists(second) || (fs::path(second).extension() != ".zul" &&
+                                           formatOfContent(second) != Format::Zul);
         },
         [&](const std::string& input) -> std::string {
             if (extension == nullptr) {

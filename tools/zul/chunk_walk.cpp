@@ -138,9 +138,6 @@ void readerBox(const ZulFileHead& head, const ChunkEntry& chunk, double min[3], 
         return;
     }
     const double* m = head.header.transformation;
-    for (int axis = 0; axis < 3; ++axis) {
-        min[axis] = max[axis] = 0;
-    }
     for (int corner = 0; corner < 8; ++corner) {
         double p[3];
         for (int axis = 0; axis < 3; ++axis)
@@ -159,8 +156,9 @@ std::string damageText(const WalkEnd& end) {
     char where[200];
     std::snprintf(where, sizeof where,
                   "damaged at chunk %" PRIu64 " (byte %" PRIu64 "): %" PRId64 " points in %" PRIu64
-                  " chunks before it are intact; ",
-                  end.damagedChunk, end.offset, end.intactPoints, end.intactChunks);
+                  " chunk%s before it are intact; ",
+                  end.damagedChunk, end.offset, end.intactPoints, end.intactChunks,
+                  end.intactChunks == 1 ? "" : "s");
     return where + statusText(end.status, end.stage);
 }
 

@@ -96,10 +96,13 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
                  "MiB of points ordered at once; larger inputs are ordered block by block "
                  "(default 2048)")
         ->check(CLI::Range(1, 1 << 20));
-    c.add_option("--translate", compress.translate, "sensor header translation X Y Z")->expected(3);
+    c.add_option("--translate", compress.translate, "sensor header translation X Y Z")
+        ->expected(3)
+        ->allow_extra_args(false);
     c.add_option("--scale", compress.scale, "sensor header uniform scale");
     c.add_option("--rotate", compress.rotate, "sensor header rotation, 3x3, row after row")
-        ->expected(9);
+        ->expected(9)
+        ->allow_extra_args(false);
     c.add_option("--sensor-mount", compress.sensorMount, "sensor mount (0, 10-13, 20-22, 30-32)");
     c.add_option("--sensor-type", compress.sensorType, "sensor type (0 to 10)");
     c.add_flag("--sensor-header", compress.sensorHeader,

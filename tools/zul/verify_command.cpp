@@ -17,8 +17,8 @@ int runVerify(const VerifyOptions& options) {
         const WalkEnd end = walkChunks(path, true, head, [](const ChunkEntry&) {});
         if (end.status == zul_STATUS_OK) {
             if (!options.quiet) {
-                std::printf("%s: OK, %" PRIu64 " chunks, %" PRId64 " points\n", path.c_str(),
-                            end.intactChunks, end.intactPoints);
+                std::printf("%s: OK, %" PRIu64 " chunk%s, %" PRId64 " points\n", path.c_str(),
+                            end.intactChunks, end.intactChunks == 1 ? "" : "s", end.intactPoints);
             }
         } else {
             ++damaged;
