@@ -6,7 +6,8 @@
 
 namespace zultool {
 
-// The shortest decimal that reads back as the same float: 0.01 for the float nearest 0.01.
+// The shortest decimal that reads back as the same float, without an exponent: 0.01 for the
+// float nearest 0.01, 0.0005 for the one nearest 0.0005.
 std::string stepText(float step);
 
 // Decimals that show a multiple of `step` in full: 2 for 0.01, 4 for 0.0005, 0 for 1 or more.
