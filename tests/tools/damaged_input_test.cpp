@@ -176,7 +176,8 @@ TEST_P(DamagedInput, NamesTheFileAndKeepsTheOutput) {
     const std::string input = path(c.inputName);
     if (c.content != nullptr) writeText(input, c.content());
     const bool info = std::string(c.command) == "info";
-    std::string arguments = std::string(c.command) + (info ? " " : " -q ") + input;
+    // -f: the output is kept even when it may be replaced.
+    std::string arguments = std::string(c.command) + (info ? " " : " -q -f ") + input;
     const std::string output = c.outputName[0] != '\0' ? path(c.outputName) : "";
     if (!output.empty()) {
         writeText(output, "precious");

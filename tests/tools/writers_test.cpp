@@ -15,6 +15,7 @@ protected:
         zultool::CompressOptions compress;
         compress.input = dataFile("colored_cloud.pcd");
         compress.output = path("c.zul");
+        compress.force = true;  // made again for every format
         compress.quiet = true;
         EXPECT_EQ(zultool::runCompress(compress), 0);
         return compress.output;
@@ -25,6 +26,7 @@ protected:
         zultool::DecompressOptions options;
         options.input = zulOfColoredCloud();
         options.output = path(name);
+        options.force = true;
         options.encoding = encoding;
         options.lasVersion = lasVersion;
         options.quiet = true;

@@ -24,9 +24,12 @@ OutputGrid outputGrid(const zul_DataType& dataType, const zul_Header2& header, b
 // LAS scale of 0.01), or the float step of a stream without a matrix, shortest first.
 std::string stepText(const zul_DataType& dataType, const zul_Header2& header);
 
-// The shortest decimal that reads back as the same number: 0.01 for the double 0.01, 0.001 for
-// the float 0.001f (not 0.00100000005).
+// The shortest decimal that reads back as the same number, without an exponent: 0.01 for the
+// double 0.01, 0.001 for the float 0.001f (not 0.00100000005).
 std::string shortestDecimal(double value);
 std::string shortestDecimal(float value);
+
+// Decimals that show a multiple of `step` in full: 2 for 0.01, 4 for 0.0005, 0 for 1 or more.
+int decimalsOfStep(double step);
 
 }  // namespace zultool

@@ -1,4 +1,4 @@
-// The four commands of the zul tool and their options. Each returns the process's exit code;
+// The commands of the zul tool and their options. Each returns the process's exit code;
 // failures throw zultool::FormatError with a message that names the file.
 #pragma once
 
@@ -24,6 +24,8 @@ struct CompressOptions {
     int sensorMount = 0, sensorType = 0;
     bool sensorHeader = false;  // a version 2 stream even without a transformation
     bool quiet = false;
+    std::string format;  // "": the input's content, else its extension
+    bool force = false;  // replace an existing output
 };
 
 struct DecompressOptions {
@@ -32,11 +34,20 @@ struct DecompressOptions {
     std::string encoding;  // format-specific (PCD data, PLY format)
     std::string lasVersion = "1.2";
     bool quiet = false;
+    std::string format;    // "": the output's extension
+    bool force = false;    // replace an existing output
+    bool salvage = false;  // write the intact chunks before the first damage, then fail
 };
 
 struct InfoOptions {
-    std::string input;
+    std::vector<std::string> inputs;
     bool json = false;
+    bool chunks = false;  // a table of every chunk
+};
+
+struct VerifyOptions {
+    std::vector<std::string> inputs;
+    bool quiet = false;  // report damaged files only
 };
 
 struct DemoOptions {
@@ -48,6 +59,7 @@ struct DemoOptions {
 int runCompress(const CompressOptions& options);
 int runDecompress(const DecompressOptions& options);
 int runInfo(const InfoOptions& options);
+int runVerify(const VerifyOptions& options);
 int runDemo(const DemoOptions& options);
 
 }  // namespace zultool

@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "commands.h"
+#include "file_kind.h"
 #include "formats/byte_output.h"
 #include "formats/cloud.h"
 #include "formats/crs_text.h"
@@ -57,7 +58,7 @@ int runCompress(const CompressOptions& options) {
     if (formatOfPath(options.output) != Format::Zul) {
         throw FormatError(options.output + ": compress writes a zul file; name it .zul");
     }
-    const Format format = formatOfPath(options.input);
+    const Format format = formatOfInput(options.input, options.format);
     std::unique_ptr<CloudReader> reader = openCloudReader(options.input, format);
     const CloudLayout& layout = reader->layout();
 
@@ -65,7 +66,7 @@ int runCompress(const CompressOptions& options) {
     const zul_DataType& dataType = plan.dataType;
     const zul_Header2& header = plan.header;
 
-    OutputFile output(options.output);
+    OutputFile output(options.output, options.force);
     WriterGuard writer;
     errno = 0;
     const zul_Status opened = zul_out_open2(&writer.context, output.temporaryPath().c_str(),
@@ -117,6 +118,7 @@ int runCompress(const CompressOptions& options) {
         flush();
     }
     checkStatus(zul_out_close(&writer.context), options.output, ZulStage::Write);
+    progress.finish();
     output.commit();
     keepCoordinateSystem(options, layout);
     reportTally(options, *reader, tally);

@@ -9,12 +9,14 @@
 #include <iterator>
 
 #include "commands.h"
+#include "file_kind.h"
 #include "formats/cloud.h"
 #include "formats/crs_text.h"
 #include "formats/output_grid.h"
 #include "output_file.h"
 #include "point_plan.h"
 #include "progress_bar.h"
+#include "salvage.h"
 #include "status_text.h"
 #include "zul.h"
 
@@ -38,7 +40,8 @@ std::string readText(const std::string& path) {
 
 int runDecompress(const DecompressOptions& options) {
     const auto start = std::chrono::steady_clock::now();
-    const Format format = formatOfPath(options.output);
+    const Format format =
+        options.format.empty() ? formatOfPath(options.output) : formatOfName(options.format);
     if (format == Format::Zul) {
         throw FormatError(options.output + ": decompress writes .las .pcd .ply .xyz .csv or .bin");
     }
@@ -50,7 +53,12 @@ int runDecompress(const DecompressOptions& options) {
     checkStatus(zul_in_open2(&reader.context, &dataType, &header, options.input.c_str(), &params),
                 options.input, ZulStage::Open);
     int64_t count = 0;
-    checkStatus(zul_in_getNumPoints(reader.context, &count), options.input, ZulStage::Read);
+    const WalkEnd intact = options.salvage ? findIntactPoints(options) : WalkEnd{};
+    if (options.salvage) {
+        count = intact.intactPoints;
+    } else {
+        checkStatus(zul_in_getNumPoints(reader.context, &count), options.input, ZulStage::Read);
+    }
 
     WriteOptions write;
     write.color = dataType.colorMode != zul_COLOR_NONE;
@@ -74,14 +82,14 @@ int runDecompress(const DecompressOptions& options) {
                   << "\n";
     }
 
-    OutputFile output(options.output);
+    OutputFile output(options.output, options.force);
     int64_t read = 0;
     try {
         std::unique_ptr<CloudWriter> writer =
             openCloudWriter(output.temporaryPath(), format, write);
         ProgressBar progress("decompressing", static_cast<uint64_t>(count), options.quiet);
         zul_Point point = {};
-        for (;;) {
+        while (!options.salvage || read < count) {
             const zul_Status status = zul_in_readNextPoint(reader.context, &point);
             if (status == zul_STATUS_END_OF_FILE) break;
             checkStatus(status, options.input, ZulStage::Read);
@@ -94,6 +102,7 @@ int runDecompress(const DecompressOptions& options) {
                 std::cerr << "zul: " << changeText(n, kind) << "\n";
             }
         }
+        progress.finish();
     } catch (const FormatError& error) {
         // The writers name the file they write: the temporary one. Name the output instead.
         const std::string message = error.what();
@@ -113,7 +122,7 @@ int runDecompress(const DecompressOptions& options) {
                     options.output.c_str(), formatName(format), static_cast<long long>(read),
                     seconds);
     }
-    return 0;
+    return options.salvage ? reportSalvage(options, intact, read) : 0;
 }
 
 }  // namespace zultool

@@ -11,6 +11,7 @@
 
 #include "commands.h"
 #include "formats/cloud.h"
+#include "interrupt.h"
 #include "point_check.h"
 #include "progress_bar.h"
 #include "status_text.h"
@@ -47,11 +48,14 @@ int runDemo(const DemoOptions& options) {
                                     ("zul-demo-" + std::to_string(::getpid()) + ".zul"))
                                        .string()
                                  : options.keep;
+    // An interrupt removes the file while it is written, and the temporary one at any time.
     struct Cleanup {
         std::string path;
         bool keep;
+        int guard = guardPartialFile(path);
         ~Cleanup() {
             if (!keep) std::remove(path.c_str());
+            releasePartialFile(guard);
         }
     } cleanup{path, !options.keep.empty()};
 
@@ -68,6 +72,11 @@ int runDemo(const DemoOptions& options) {
             progress.update(&point - scan.data());
         }
         checkStatus(zul_out_close(&out), path, ZulStage::Write);
+        progress.finish();
+    }
+    if (cleanup.keep) {
+        releasePartialFile(cleanup.guard);
+        cleanup.guard = -1;
     }
     const double writeSeconds = secondsSince(start);
     const uintmax_t bytes = std::filesystem::file_size(path);

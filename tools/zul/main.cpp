@@ -1,87 +1,314 @@
-// The zul command line: compress, decompress, info and demo.
+// The zul command line: compress, decompress, info, verify and demo, with the habits of gzip and
+// zstd: --version, help, many files, -f, exit status 2 for a command line not understood.
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <iostream>
+#include <memory>
 
+#include "batch.h"
 #include "commands.h"
+#include "file_kind.h"
 #include "formats/cloud.h"
+#include "interrupt.h"
+#include "progress_bar.h"
+#include "usage_error.h"
 
 using namespace zultool;
 
-int main(int argc, char** argv) {
-    CLI::App app{
-        "zul: compress 3-D point clouds (LAS, PCD, PLY, XYZ/CSV, KITTI .bin) into zul files "
-        "and back"};
-    app.require_subcommand(1);
-    app.set_version_flag("--version", std::to_string(zul_libversion_major()) + "." +
-                                          std::to_string(zul_libversion_minor()) + "." +
-                                          std::to_string(zul_libversion_patch()));
+namespace {
 
-    CompressOptions compress;
-    CLI::App* c = app.add_subcommand("compress", "Compress a point cloud file into a zul file");
-    c->add_option("input", compress.input, "LAS, PCD, PLY, XYZ/CSV or KITTI .bin file")->required();
-    c->add_option("output", compress.output, "the zul file to write")->required();
-    c->add_option("--step", compress.step,
-                  "quantisation step, kept as this decimal (default: the LAS scale, else 0.001)")
-        ->check(CLI::PositiveNumber);
-    c->add_option("--color", compress.color,
-                  "none, rgb565 or rgb888 (default: rgb888 if the "
-                  "input has colour)");
-    c->add_option("--reflection", compress.reflection,
-                  "none, or the largest reflection kept (default: the input's range or type)");
-    c->add_option("--intensity-scale", compress.intensityScale,
-                  "factor applied to intensities before rounding (default 1; 255 for 0..1)");
-    c->add_flag("--normals", compress.normals, "keep normals (an error if the input has none)");
-    c->add_flag("--no-normals", compress.noNormals, "leave normals out");
-    c->add_option("--chunk", compress.chunk, "points a chunk (default 10000)");
-    c->add_option("--order", compress.order,
-                  "kd (default): spatially compact chunks, cut along the largest extent; input: "
-                  "the input's order")
+const char* const kUsage =
+    "usage: zul COMMAND [options] FILE...\n"
+    "commands: compress, decompress, info, verify, demo, help";
+
+std::string versionText() {
+    return "zul " + std::to_string(zul_libversion_major()) + "." +
+           std::to_string(zul_libversion_minor()) + "." + std::to_string(zul_libversion_patch());
+}
+
+void printToolHelp() {
+    std::cout << "zul: compress 3-D point clouds (LAS, PCD, PLY, XYZ/CSV, KITTI .bin) into zul "
+                 "files and back\n\n"
+              << kUsage
+              << "\n\n"
+                 "  compress FILE...     write each point cloud as a zul file (scan.las -> "
+                 "scan.zul)\n"
+                 "  decompress FILE...   write each zul file as LAS, PCD, PLY, XYZ, CSV or .bin\n"
+                 "  info FILE...         describe zul files: points, step, bounds, streams, "
+                 "chunks\n"
+                 "  verify FILE...       decode every chunk and report intact or damaged files\n"
+                 "  demo                 compress and check a built-in lidar scan\n"
+                 "  help COMMAND         the options of a command\n\n"
+                 "  -V, --version        print the version\n"
+                 "Exit status: 0 done, 1 a file failed, 2 a command line not understood, 130 and "
+                 "143 interrupted.\n";
+}
+
+// What one command's parser fills in, beside its options.
+struct Parsed {
+    BatchNames names;
+    std::string progress;  // "", "on" or "off"
+};
+
+void addCommonOptions(CLI::App& app, Parsed& parsed, bool many) {
+    if (many) {
+        app.add_option("files", parsed.names.files, "input files (and, for one input, the output)");
+        app.add_option("-o,--output", parsed.names.output,
+                       "the output file, or a folder (ending in /) for several inputs");
+    }
+    app.add_flag_callback(
+        "--progress",
+        [&] {
+            if (parsed.progress == "off")
+                throw UsageError("--progress and --no-progress contradict");
+            parsed.progress = "on";
+        },
+        "draw the progress bar even when standard error is no terminal");
+    app.add_flag_callback(
+        "--no-progress",
+        [&] {
+            if (parsed.progress == "on")
+                throw UsageError("--progress and --no-progress contradict");
+            parsed.progress = "off";
+        },
+        "never draw the progress bar");
+}
+
+void addCompressOptions(CLI::App& c, CompressOptions& compress) {
+    c.add_option("--format", compress.format,
+                 "the input's format whatever its name and content: las, pcd, ply, xyz, csv, bin");
+    c.add_flag("-f,--force", compress.force, "replace an existing output");
+    c.add_option("--step", compress.step,
+                 "quantisation step, kept as this decimal (default: the LAS scale, else 0.001)");
+    c.add_option("--color", compress.color,
+                 "none, rgb565 or rgb888 (default: rgb888 if the input has colour)");
+    c.add_option("--reflection", compress.reflection,
+                 "none, or the largest reflection kept (default: the input's range or type)");
+    c.add_option("--intensity-scale", compress.intensityScale,
+                 "factor applied to intensities before rounding (default 1; 255 for 0..1)");
+    c.add_flag("--normals", compress.normals, "keep normals (an error if the input has none)");
+    c.add_flag("--no-normals", compress.noNormals, "leave normals out");
+    c.add_option("--chunk", compress.chunk, "points a chunk (default 10000)");
+    c.add_option("--order", compress.order,
+                 "kd (default): spatially compact chunks, cut along the largest extent; input: "
+                 "the input's order")
         ->check(CLI::IsMember({"kd", "input"}));
-    c->add_option("--order-budget", compress.orderBudgetMiB,
-                  "MiB of points ordered at once; larger inputs are ordered block by block "
-                  "(default 2048)")
+    c.add_option("--order-budget", compress.orderBudgetMiB,
+                 "MiB of points ordered at once; larger inputs are ordered block by block "
+                 "(default 2048)")
         ->check(CLI::Range(1, 1 << 20));
-    c->add_option("--translate", compress.translate, "sensor header translation X Y Z")
-        ->expected(3);
-    c->add_option("--scale", compress.scale, "sensor header uniform scale");
-    c->add_option("--rotate", compress.rotate, "sensor header rotation, 3x3, row after row")
-        ->expected(9);
-    c->add_option("--sensor-mount", compress.sensorMount, "sensor mount (0, 10-13, 20-22, 30-32)");
-    c->add_option("--sensor-type", compress.sensorType, "sensor type (0 to 10)");
-    c->add_flag("--sensor-header", compress.sensorHeader,
-                "write a sensor header (a version 2 stream) even without a transformation");
-    c->add_flag("-q,--quiet", compress.quiet, "no progress bar and no notes");
+    c.add_option("--translate", compress.translate, "sensor header translation X Y Z")
+        ->expected(3)
+        ->allow_extra_args(false);
+    c.add_option("--scale", compress.scale, "sensor header uniform scale");
+    c.add_option("--rotate", compress.rotate, "sensor header rotation, 3x3, row after row")
+        ->expected(9)
+        ->allow_extra_args(false);
+    c.add_option("--sensor-mount", compress.sensorMount, "sensor mount (0, 10-13, 20-22, 30-32)");
+    c.add_option("--sensor-type", compress.sensorType, "sensor type (0 to 10)");
+    c.add_flag("--sensor-header", compress.sensorHeader,
+               "write a sensor header (a version 2 stream) even without a transformation");
+    c.add_flag("-q,--quiet", compress.quiet, "no progress bar and no notes");
+}
 
+// Options that would be taken and then ignored are refused.
+void checkCompress(const CLI::App& c, const CompressOptions& options) {
+    if (options.normals && options.noNormals) {
+        throw UsageError("--normals and --no-normals contradict");
+    }
+    if (c.count("--step") > 0 && !(options.step > 0)) {
+        throw UsageError("--step " + c.get_option("--step")->as<std::string>() +
+                         ": give a positive step (leave --step out for the input's grid or "
+                         "0.001)");
+    }
+    if (c.count("--order-budget") > 0 && options.order == "input") {
+        throw UsageError("--order-budget orders points, which --order input does not");
+    }
+    if (c.count("--intensity-scale") > 0 && options.reflection == "none") {
+        throw UsageError("--intensity-scale scales the reflection that --reflection none drops");
+    }
+    if (!options.format.empty() && formatOfName(options.format) == Format::Zul) {
+        throw UsageError("--format zul: compress reads point clouds; decompress reads zul files");
+    }
+}
+
+void addDecompressOptions(CLI::App& d, DecompressOptions& decompress) {
+    d.add_option("--format", decompress.format,
+                 "the output's format whatever its name: las, pcd, ply, xyz, csv, bin");
+    d.add_flag("-f,--force", decompress.force, "replace an existing output");
+    d.add_flag("--salvage", decompress.salvage,
+               "of a damaged file, write the points of every intact chunk before the damage "
+               "(exit status 1 all the same)");
+    d.add_flag("--no-transform", decompress.noTransform,
+               "leave points in the stored frame, ignoring the sensor header's matrix (for files "
+               "compress made: whole steps of the grid)");
+    d.add_option("--encoding", decompress.encoding,
+                 "PCD: binary, ascii, binary_compressed; PLY: binary_little_endian, "
+                 "binary_big_endian, ascii");
+    d.add_option("--las-version", decompress.lasVersion, "1.2 (default) or 1.4");
+    d.add_flag("-q,--quiet", decompress.quiet, "no progress bar");
+}
+
+void checkDecompress(const CLI::App& d, const DecompressOptions& options, const BatchNames& names) {
+    // The format every output gets: --format, else the extension of the one output named.
+    std::string named = names.output;
+    if (named.empty() && names.files.size() == 2) named = names.files[1];
+    Format format = Format::Zul;
+    if (!options.format.empty()) {
+        format = formatOfName(options.format);
+        if (format == Format::Zul) throw UsageError("--format zul: compress writes zul files");
+    } else if (!named.empty() && named.back() != '/' && !std::filesystem::is_directory(named)) {
+        try {
+            format = formatOfPath(named);
+        } catch (const FormatError&) {
+            return;  // the command names the extension when it gets there
+        }
+    } else {
+        return;
+    }
+    if (d.count("--encoding") > 0 && format != Format::Pcd && format != Format::Ply) {
+        throw UsageError(std::string("--encoding applies to PCD and PLY output, not to ") +
+                         formatName(format));
+    }
+    if (d.count("--las-version") > 0 && format != Format::Las) {
+        throw UsageError(std::string("--las-version applies to LAS output, not to ") +
+                         formatName(format));
+    }
+}
+
+void applyProgress(const Parsed& parsed) {
+    if (parsed.progress == "on") ProgressBar::setMode(ProgressMode::Always);
+    if (parsed.progress == "off") ProgressBar::setMode(ProgressMode::Never);
+}
+
+std::string toolCommandHint(const std::string& word) {
+    std::string hint = "Try 'zul --help'.";
+    std::error_code error;
+    if (std::filesystem::is_regular_file(word, error)) {
+        hint = "To compress it: zul compress " + word + "; to describe a zul file: zul info " +
+               word + ".";
+    }
+    return hint;
+}
+
+// Parses and runs one command; `args` starts with its name.
+int runCommand(const std::string& command, std::vector<std::string> args) {
+    CLI::App app{"", "zul " + command};
+    app.allow_extras();
+    Parsed parsed;
+    CompressOptions compress;
     DecompressOptions decompress;
-    CLI::App* d = app.add_subcommand("decompress", "Write a zul file as another format");
-    d->add_option("input", decompress.input, "the zul file")->required();
-    d->add_option("output", decompress.output, ".las .pcd .ply .xyz .csv or .bin file")->required();
-    d->add_flag("--no-transform", decompress.noTransform,
-                "leave points in the stored frame, ignoring the sensor header's matrix (for files "
-                "compress made: whole steps of the grid)");
-    d->add_option("--encoding", decompress.encoding,
-                  "PCD: binary, ascii, binary_compressed; PLY: binary_little_endian, "
-                  "binary_big_endian, ascii");
-    d->add_option("--las-version", decompress.lasVersion, "1.2 (default) or 1.4");
-    d->add_flag("-q,--quiet", decompress.quiet, "no progress bar");
-
     InfoOptions info;
-    CLI::App* i = app.add_subcommand("info", "Describe a zul file without decoding its points");
-    i->add_option("input", info.input, "the zul file")->required();
-    i->add_flag("--json", info.json, "print JSON");
-
+    VerifyOptions verify;
     DemoOptions demo;
-    CLI::App* m = app.add_subcommand("demo", "Compress and check a built-in lidar scan");
-    m->add_option("--points", demo.points, "points in the scan (default 1000000)");
-    m->add_option("--keep", demo.keep, "keep the compressed scan in this file");
-    m->add_flag("-q,--quiet", demo.quiet, "no progress bar");
+    if (command == "compress") {
+        app.description(
+            "Compress point cloud files into zul files: scan.las -> scan.zul, or "
+            "IN OUT.zul, or -o FOLDER/ for several");
+        addCommonOptions(app, parsed, true);
+        addCompressOptions(app, compress);
+    } else if (command == "decompress") {
+        app.description(
+            "Write zul files as another format: IN OUT.las, or --format FMT (beside "
+            "each input, or -o FOLDER/)");
+        addCommonOptions(app, parsed, true);
+        addDecompressOptions(app, decompress);
+    } else if (command == "info") {
+        app.description("Describe zul files: kinds of points, step, bounds, streams and chunks");
+        app.add_option("files", info.inputs, "zul files");
+        app.add_flag("--json", info.json, "print JSON (an array for several files)");
+        app.add_flag("--chunks", info.chunks, "add a table of every chunk");
+    } else if (command == "verify") {
+        app.description(
+            "Decode every chunk of zul files and report each intact or damaged file "
+            "(exit status 0 only if all are intact)");
+        app.add_option("files", verify.inputs, "zul files");
+        app.add_flag("-q,--quiet", verify.quiet, "report damaged files only");
+    } else {
+        app.description("Compress and check a built-in lidar scan");
+        addCommonOptions(app, parsed, false);
+        app.add_option("--points", demo.points, "points in the scan (default 1000000)");
+        app.add_option("--keep", demo.keep, "keep the compressed scan in this file");
+        app.add_flag("-q,--quiet", demo.quiet, "no progress bar");
+    }
 
-    CLI11_PARSE(app, argc, argv);
+    std::reverse(args.begin(), args.end());
+    args.pop_back();  // the command's name
     try {
-        if (c->parsed()) return runCompress(compress);
-        if (d->parsed()) return runDecompress(decompress);
-        if (i->parsed()) return runInfo(info);
-        return runDemo(demo);
+        app.parse(args);
+    } catch (const CLI::CallForHelp&) {
+        std::cout << app.help();
+        return 0;
+    } catch (const CLI::ParseError& error) {
+        throw UsageError(error.what());
+    }
+    for (const std::string& extra : app.remaining()) {
+        if (!extra.empty() && extra[0] == '-') throw UsageError("unknown option \"" + extra + "\"");
+        throw UsageError("unexpected argument \"" + extra + "\"");
+    }
+    applyProgress(parsed);
+    if (command == "compress") {
+        checkCompress(app, compress);
+        return runCompressBatch(compress, parsed.names);
+    }
+    if (command == "decompress") {
+        checkDecompress(app, decompress, parsed.names);
+        return runDecompressBatch(decompress, parsed.names);
+    }
+    if (command == "info") {
+        if (info.inputs.empty()) throw UsageError("no input file given");
+        return runInfo(info);
+    }
+    if (command == "verify") {
+        if (verify.inputs.empty()) throw UsageError("no input file given");
+        return runVerify(verify);
+    }
+    return runDemo(demo);
+}
+
+bool isCommand(const std::string& word) {
+    for (const char* command : {"compress", "decompress", "info", "verify", "demo"}) {
+        if (word == command) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    installInterruptCleanup();
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    const std::string first = args.empty() ? "" : args[0];
+    std::string hint = "Try 'zul --help'.";
+    try {
+        if (args.empty()) {
+            std::cerr << kUsage << "\nTry 'zul --help'.\n";
+            return 2;
+        }
+        if (first == "--version" || first == "-V") {
+            if (args.size() > 1) throw UsageError("--version takes no arguments");
+            std::cout << versionText() << "\n";
+            return 0;
+        }
+        if (first == "--help" || first == "-h" || (first == "help" && args.size() == 1)) {
+            printToolHelp();
+            return 0;
+        }
+        if (first == "help") {
+            if (args.size() > 2) throw UsageError("help takes one command");
+            if (!isCommand(args[1])) throw UsageError("unknown command \"" + args[1] + "\"");
+            return runCommand(args[1], {args[1], "--help"});
+        }
+        if (first[0] == '-') throw UsageError("unknown option \"" + first + "\"");
+        if (!isCommand(first)) {
+            hint = toolCommandHint(first);
+            throw UsageError("unknown command \"" + first + "\"");
+        }
+        hint = "Try 'zul " + first + " --help'.";
+        return runCommand(first, args);
+    } catch (const UsageError& error) {
+        std::cerr << "zul: " << error.what() << "\n" << hint << "\n";
+        return 2;
     } catch (const FormatError& error) {
         std::cerr << "zul: " << error.what() << "\n";
     } catch (const std::bad_alloc&) {

@@ -1,5 +1,7 @@
 #include "output_file.h"
 
+#include <fcntl.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,28 +10,53 @@
 #include <filesystem>
 
 #include "formats/cloud.h"
+#include "interrupt.h"
 
 namespace zultool {
 
-OutputFile::OutputFile(const std::string& finalPath) : final_(finalPath) {
+std::string existingOutputMessage(const std::string& path) {
+    return path + ": exists already; use -f (--force) to replace it";
+}
+
+OutputFile::OutputFile(const std::string& finalPath, bool replace)
+    : final_(finalPath), replace_(replace) {
     const std::filesystem::path path(finalPath);
     if (path.filename().empty()) throw FormatError(finalPath + ": is not a file name");
     if (std::filesystem::is_directory(path)) throw FormatError(finalPath + ": is a folder");
+    if (!replace_ && std::filesystem::exists(path))
+        throw FormatError(existingOutputMessage(final_));
     temporary_ = (path.parent_path() /
                   ("." + path.filename().string() + ".partial-" + std::to_string(::getpid())))
                      .string();
+    guard_ = guardPartialFile(temporary_);
 }
 
 OutputFile::~OutputFile() {
     if (!committed_) std::remove(temporary_.c_str());
+    releasePartialFile(guard_);
 }
 
 void OutputFile::commit() {
-    if (std::rename(temporary_.c_str(), final_.c_str()) != 0) {
+    int result = 0;
+    if (replace_) {
+        result = std::rename(temporary_.c_str(), final_.c_str());
+    } else {
+        result =
+            ::renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, final_.c_str(), RENAME_NOREPLACE);
+        // A file system without the flag: the check and the rename are then two steps.
+        if (result != 0 && (errno == EINVAL || errno == ENOSYS)) {
+            if (std::filesystem::exists(final_)) throw FormatError(existingOutputMessage(final_));
+            result = std::rename(temporary_.c_str(), final_.c_str());
+        }
+        if (result != 0 && errno == EEXIST) throw FormatError(existingOutputMessage(final_));
+    }
+    if (result != 0) {
         throw FormatError(final_ + ": cannot put the finished file in place (" +
                           std::strerror(errno) + ")");
     }
     committed_ = true;
+    releasePartialFile(guard_);
+    guard_ = -1;
 }
 
 }  // namespace zultool

@@ -1,0 +1,20 @@
+// decompress --salvage: the points of every intact chunk before the first damage of a cut or
+// damaged file are written, and the run says how many were saved and where the damage starts.
+#pragma once
+
+#include <cstdint>
+
+#include "chunk_walk.h"
+#include "commands.h"
+
+namespace zultool {
+
+// Decodes the chunks of the input until the first damage; intactPoints is what can be saved.
+// Throws FormatError if not even the file's head is intact.
+WalkEnd findIntactPoints(const DecompressOptions& options);
+
+// Tells what was saved of a damaged input on stderr; the exit code: 0 for an intact file, 1 for
+// a damaged one.
+int reportSalvage(const DecompressOptions& options, const WalkEnd& end, int64_t saved);
+
+}  // namespace zultool
