@@ -33,12 +33,12 @@ int main(int argc, char** argv) {
     c->add_flag("--no-normals", compress.noNormals, "leave normals out");
     c->add_option("--chunk", compress.chunk, "points a chunk (default 10000)");
     c->add_option("--order", compress.order,
-                  "kd (default): spatially compact chunks, cut along the largest extent; input: "
-                  "the input's order")
-        ->check(CLI::IsMember({"kd", "input"}));
+                  "plan (default): the cutting into chunks that makes the smallest file, block "
+                  "by block; kd: spatially compact cells; input: the input's order")
+        ->check(CLI::IsMember({"plan", "kd", "input"}));
     c->add_option("--order-budget", compress.orderBudgetMiB,
-                  "MiB of points ordered at once; larger inputs are ordered block by block "
-                  "(default 2048)")
+                  "MiB for the points cut at once; larger inputs are cut block by block "
+                  "(default 256)")
         ->check(CLI::Range(1, 1 << 20));
     c->add_option("--translate", compress.translate, "sensor header translation X Y Z")
         ->expected(3);
@@ -52,6 +52,7 @@ int main(int argc, char** argv) {
     c->add_flag("--keep-invalid", compress.keepInvalid,
                 "keep points with NaN or infinite coordinates (stored as the format does)");
     c->add_flag("-q,--quiet", compress.quiet, "no progress bar and no notes");
+    c->add_flag("-v,--verbose", compress.verbose, "tell how the chunks were cut");
 
     DecompressOptions decompress;
     CLI::App* d = app.add_subcommand("decompress", "Write a zul file as another format");

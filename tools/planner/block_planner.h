@@ -1,0 +1,71 @@
+// The choice of a cutting for one block of points. The candidates: the input's order, k-d cells,
+// and strips across either horizontal axis of widths from half to sixteen times the block's mean
+// point spacing. Each is weighed by the bytes the encoder really makes of it: of the whole block
+// when it is small, else of a sample of whole chunks that the full cutting would make alike
+// (every so many runs of the input, whole bands of strips, one whole subtree of the cells), scaled
+// up by the number of points.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "chunk_encoding.h"
+#include "cutting.h"
+#include "strip_cells.h"
+#include "zul.h"
+
+namespace zulplan {
+
+struct Candidate {
+    enum Kind { Input, Kd, Strips } kind = Input;
+    StripShape strips;       // for Strips
+    double sampleBand = 0;  // for Strips: a sample takes whole bands this wide, a multiple
+                            // of the width
+    std::string describe() const;
+};
+
+struct Estimate {
+    uint64_t bytes = 0;  // of the whole block, chunk framing included
+    bool exact = false;  // measured on the whole block, not a sample
+};
+
+struct BlockPlannerOptions {
+    int chunk = 10000;             // most points a chunk
+    size_t exactLimit = 300000;    // blocks up to this size are measured whole
+    size_t sampleTarget = 120000;  // points a sample holds, about
+};
+
+class BlockPlanner {
+public:
+    // `encoder` is used to measure; its stream's bytes are never kept.
+    BlockPlanner(ChunkEncoder& encoder, const BlockPlannerOptions& options);
+
+    // The candidates for this block, the input's order first.
+    std::vector<Candidate> candidates(const std::vector<zul_Point>& block) const;
+    // What a candidate would cost the block.
+    zul_Status estimate(const std::vector<zul_Point>& block, const Candidate& candidate,
+                        Estimate& estimate);
+    // The candidate's cutting of the whole block.
+    Cutting cut(const std::vector<zul_Point>& block, const Candidate& candidate) const;
+
+    // Weighs every candidate and hands back the cheapest, the input's order on ties, with its
+    // estimate and that of the input's order.
+    zul_Status choose(const std::vector<zul_Point>& block, Candidate& chosen, Estimate& cost,
+                      Estimate& inputCost);
+
+private:
+    // The points of the block in sampled bands of `axis` (bands `slab` wide from `origin`).
+    const std::vector<uint32_t>& bandSample(const std::vector<zul_Point>& block, int axis,
+                                            double origin, double slab);
+
+    ChunkEncoder& encoder_;
+    BlockPlannerOptions options_;
+    // The last band sample, kept while the candidates of one axis are weighed.
+    const zul_Point* sampledBlock_ = nullptr;
+    int sampledAxis_ = -1;
+    double sampledSlab_ = 0;
+    std::vector<uint32_t> sample_;
+};
+
+}  // namespace zulplan

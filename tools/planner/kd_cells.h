@@ -1,0 +1,28 @@
+// k-d cells: the points are halved again and again along the axis of largest extent, the first
+// part always a whole number of chunks, until a part fits in one chunk. Square-ish cells suit
+// dense clouds such as those of depth cameras.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "cutting.h"
+#include "zul.h"
+
+namespace zulplan {
+
+// Orders `indices` (of `points`) so that every run of `chunk` (at least 1) points is one cell,
+// only the last run shorter, and appends the runs to `cutting` as chunks. Deterministic.
+void cutKdCells(const zul_Point* points, std::vector<uint32_t> indices, int chunk,
+                Cutting& cutting);
+
+// One whole subtree of the cells of `indices`, of at most `target` points unless one cell is
+// larger: the split is followed down one side, alternately the first and the second part.
+// Its cells are exactly those that cutKdCells makes of the same points.
+std::vector<uint32_t> kdSubtree(const zul_Point* points, std::vector<uint32_t> indices, int chunk,
+                                size_t target);
+
+// Reorders `points` in place so that points [k * chunk, (k + 1) * chunk) form one cell.
+void orderForChunks(std::vector<zul_Point>& points, int chunk);
+
+}  // namespace zulplan

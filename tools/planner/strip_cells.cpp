@@ -1,0 +1,101 @@
+#include "strip_cells.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace zulplan {
+
+namespace {
+
+bool finitePoint(const zul_Point& p) {
+    return std::isfinite(p.position[0]) && std::isfinite(p.position[1]) &&
+           std::isfinite(p.position[2]);
+}
+
+// Cuts one strip, order[begin, end), into `pieces` runs of equal count along `along`.
+void cutAlong(const zul_Point* points, std::vector<uint32_t>& order, size_t begin, size_t end,
+              size_t pieces, int along, Cutting& cutting) {
+    // (begin, end, pieces) still to cut; the first piece on top.
+    struct Part {
+        size_t begin, end, pieces;
+    };
+    std::vector<Part> parts = {{begin, end, pieces}};
+    while (!parts.empty()) {
+        const Part part = parts.back();
+        parts.pop_back();
+        if (part.pieces <= 1) {
+            cutting.order.insert(cutting.order.end(),
+                                 order.begin() + static_cast<std::ptrdiff_t>(part.begin),
+                                 order.begin() + static_cast<std::ptrdiff_t>(part.end));
+            cutting.closeChunk();
+            continue;
+        }
+        // The first half of the pieces takes its share of the points, the larger ones first.
+        const size_t count = part.end - part.begin, first = part.pieces / 2;
+        const size_t small = count / part.pieces, larger = count % part.pieces;
+        const size_t middle = part.begin + first * small + std::min(first, larger);
+        std::nth_element(order.begin() + static_cast<std::ptrdiff_t>(part.begin),
+                         order.begin() + static_cast<std::ptrdiff_t>(middle),
+                         order.begin() + static_cast<std::ptrdiff_t>(part.end),
+                         [points, along](uint32_t a, uint32_t b) {
+                             return points[a].position[along] < points[b].position[along];
+                         });
+        parts.push_back({middle, part.end, part.pieces - first});
+        parts.push_back({part.begin, middle, first});
+    }
+}
+
+}  // namespace
+
+size_t stripOf(const StripShape& shape, const zul_Point& point) {
+    if (!finitePoint(point)) return shape.count;
+    const double band = std::floor((point.position[shape.axis] - shape.origin) / shape.width);
+    // Positions below the origin or past the last band belong to no block this shape was made
+    // for; they join the nearest band rather than index outside.
+    if (!(band > 0)) return 0;
+    return band >= static_cast<double>(shape.count) ? shape.count - 1 : static_cast<size_t>(band);
+}
+
+void cutStrips(const zul_Point* points, const std::vector<uint32_t>& indices,
+               const StripShape& shape, Cutting& cutting) {
+    // A counting sort by band keeps the given order within each band.
+    std::vector<uint32_t> starts(shape.count + 2, 0);
+    for (uint32_t i : indices) ++starts[stripOf(shape, points[i]) + 1];
+    for (size_t b = 1; b < starts.size(); ++b) starts[b] += starts[b - 1];
+    std::vector<uint32_t> order(indices.size());
+    {
+        std::vector<uint32_t> next(starts.begin(), starts.end() - 1);
+        for (uint32_t i : indices) order[next[stripOf(shape, points[i])]++] = i;
+    }
+    const int along = shape.axis == 0 ? 1 : 0;
+    const size_t chunk = static_cast<size_t>(std::max(shape.chunk, 1));
+    for (size_t b = 0; b + 1 < starts.size(); ++b) {
+        const size_t begin = starts[b], end = starts[b + 1];
+        if (begin == end) continue;
+        const size_t count = end - begin;
+        size_t pieces = (count + chunk - 1) / chunk;
+        if (b == shape.count) {
+            // Not finite: runs in the given order.
+            std::vector<uint32_t> run(order.begin() + static_cast<std::ptrdiff_t>(begin),
+                                      order.begin() + static_cast<std::ptrdiff_t>(end));
+            cutInRuns(run, shape.chunk, cutting);
+            continue;
+        }
+        if (shape.maxLength > 0 && count > chunk / 8) {
+            double low = INFINITY, high = -INFINITY;
+            for (size_t i = begin; i < end; ++i) {
+                low = std::min(low, points[order[i]].position[along]);
+                high = std::max(high, points[order[i]].position[along]);
+            }
+            const double byLength = std::ceil((high - low) / shape.maxLength);
+            const size_t most = count / std::max<size_t>(chunk / 8, 1);
+            if (byLength > static_cast<double>(pieces))
+                pieces = std::min(most, static_cast<size_t>(std::min(byLength, 1e9)));
+            pieces = std::max<size_t>(pieces, (count + chunk - 1) / chunk);
+        }
+        cutAlong(points, order, begin, end, pieces, along, cutting);
+    }
+}
+
+}  // namespace zulplan

@@ -1,0 +1,33 @@
+// Strips: bands of a fixed width across one horizontal axis, each cut along its length into
+// chunks of equal count. Sorted along its length, a thin strip visits its points as a scan line
+// does, so consecutive points are neighbours in colour and reflection too.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "cutting.h"
+#include "zul.h"
+
+namespace zulplan {
+
+struct StripShape {
+    int axis = 0;       // the strips are bands of position[axis]; they run along the other one
+    double origin = 0;  // the lowest position[axis] of the block
+    double width = 1;   // positive
+    size_t count = 1;   // bands from origin on, enough for every finite position of the block
+    int chunk = 10000;  // most points a chunk
+    double maxLength = 0;  // a chunk longer than this is cut further (while it keeps chunk / 8
+                           // points); 0: no limit
+};
+
+// The band of a position: 0 .. count - 1, or count for a position that is not finite.
+size_t stripOf(const StripShape& shape, const zul_Point& point);
+
+// Cuts the points `indices` (of `points`, all within the shape's bands) into strips and each strip
+// into chunks along its length, appending them to `cutting`. Points with a coordinate that is not
+// finite form chunks of their own.
+void cutStrips(const zul_Point* points, const std::vector<uint32_t>& indices,
+               const StripShape& shape, Cutting& cutting);
+
+}  // namespace zulplan
