@@ -43,10 +43,23 @@ Geometry geometryOf(const std::vector<zul_Point>& block) {
     return g;
 }
 
-std::vector<uint32_t> allIndices(size_t n) {
-    std::vector<uint32_t> indices(n);
-    for (size_t i = 0; i < n; ++i) indices[i] = static_cast<uint32_t>(i);
-    return indices;
+// Strips across `axis`, `multiple` spacings wide; false where they would not be strips (one band,
+// or more bands than points).
+bool stripCandidate(const Geometry& g, int axis, double multiple, int chunk, Candidate& c) {
+    if (g.spacing <= 0) return false;
+    c = Candidate();
+    c.kind = Candidate::Strips;
+    c.multiple = multiple;
+    c.sampleBand = kSlab * g.spacing;
+    c.strips.axis = axis;
+    c.strips.origin = g.low[axis];
+    c.strips.width = multiple * g.spacing;
+    c.strips.chunk = chunk;
+    c.strips.maxLength = kLengthRatio * g.spacing * std::sqrt(static_cast<double>(chunk));
+    const double bands = std::floor((g.high[axis] - g.low[axis]) / c.strips.width) + 1;
+    if (!(bands >= 2) || bands > static_cast<double>(g.finite)) return false;
+    c.strips.count = static_cast<size_t>(bands);
+    return true;
 }
 
 uint64_t scaled(uint64_t bytes, size_t sampled, size_t total) {
@@ -62,68 +75,64 @@ std::string Candidate::describe() const {
     if (kind == Input) return "input order";
     if (kind == Kd) return "k-d cells";
     char text[96];
-    std::snprintf(text, sizeof text, "strips across %c, %.4g wide", "xyz"[strips.axis],
-                  strips.width);
+    std::snprintf(text, sizeof text, "strips across %c, %g spacings wide", "xyz"[strips.axis],
+                  multiple);
     return text;
 }
 
 BlockPlanner::BlockPlanner(ChunkEncoder& encoder, const BlockPlannerOptions& options)
     : encoder_(encoder), options_(options) {}
 
+const std::vector<uint32_t>& BlockPlanner::allIndices(size_t n) {
+    if (all_.size() != n) {
+        all_.resize(n);
+        for (size_t i = 0; i < n; ++i) all_[i] = static_cast<uint32_t>(i);
+    }
+    return all_;
+}
+
 std::vector<Candidate> BlockPlanner::candidates(const std::vector<zul_Point>& block) const {
     std::vector<Candidate> list(2);
     list[0].kind = Candidate::Input;
     list[1].kind = Candidate::Kd;
     const Geometry g = geometryOf(block);
-    if (g.spacing <= 0) return list;
     for (int axis = 0; axis < 2; ++axis) {
-        const double extent = g.high[axis] - g.low[axis];
         for (double multiple : kWidths) {
             Candidate c;
-            c.kind = Candidate::Strips;
-            c.strips.axis = axis;
-            c.strips.origin = g.low[axis];
-            c.strips.width = multiple * g.spacing;
-            c.strips.chunk = options_.chunk;
-            c.strips.maxLength = kLengthRatio * g.spacing * std::sqrt(double(options_.chunk));
-            const double bands = std::floor(extent / c.strips.width) + 1;
-            // One band, or more bands than points: nothing a strip would add.
-            if (!(bands >= 2) || bands > static_cast<double>(g.finite)) continue;
-            c.strips.count = static_cast<size_t>(bands);
-            c.sampleBand = kSlab * g.spacing;
-            list.push_back(c);
+            if (stripCandidate(g, axis, multiple, options_.chunk, c)) list.push_back(c);
         }
     }
     return list;
 }
 
-Cutting BlockPlanner::cut(const std::vector<zul_Point>& block, const Candidate& candidate) const {
+Cutting BlockPlanner::cut(const std::vector<zul_Point>& block, const Candidate& candidate) {
     Cutting cutting;
     cutting.order.reserve(block.size());
+    const std::vector<uint32_t>& all = allIndices(block.size());
     if (candidate.kind == Candidate::Input)
-        cutInRuns(allIndices(block.size()), options_.chunk, cutting);
+        cutInRuns(all, options_.chunk, cutting);
     else if (candidate.kind == Candidate::Kd)
-        cutKdCells(block.data(), allIndices(block.size()), options_.chunk, cutting);
+        cutKdCells(block.data(), all, options_.chunk, cutting);
     else
-        cutStrips(block.data(), allIndices(block.size()), candidate.strips, cutting);
+        cutStrips(block.data(), all, candidate.strips, cutting, scratch_);
     return cutting;
 }
 
 const std::vector<uint32_t>& BlockPlanner::bandSample(const std::vector<zul_Point>& block,
                                                       int axis, double origin, double slab) {
-    if (sampledBlock_ == block.data() && sampledAxis_ == axis && sampledSlab_ == slab)
-        return sample_;
-    sampledBlock_ = block.data();
+    if (sampledAxis_ == axis && sampledSlab_ == slab) return sample_;
     sampledAxis_ = axis;
     sampledSlab_ = slab;
     sample_.clear();
     const size_t every =
         std::max<size_t>(1, (block.size() + options_.sampleTarget / 2) / options_.sampleTarget);
+    const double inverse = 1 / slab;
+    const double bands = static_cast<double>(every);
     for (size_t i = 0; i < block.size(); ++i) {
-        const double v = block[i].position[axis];
-        if (!std::isfinite(v)) continue;
-        const double band = std::floor((v - origin) / slab);
-        if (band >= 0 && std::fmod(band, static_cast<double>(every)) == double(every / 2))
+        const double band = std::floor((block[i].position[axis] - origin) * inverse);
+        // Not finite: no band.
+        if (!(band >= 0 && band < 1e15)) continue;
+        if (band - bands * std::floor(band / bands) == static_cast<double>(every / 2))
             sample_.push_back(static_cast<uint32_t>(i));
     }
     return sample_;
@@ -160,7 +169,7 @@ zul_Status BlockPlanner::estimate(const std::vector<zul_Point>& block, const Can
         const std::vector<uint32_t>& part =
             bandSample(block, shape.axis, shape.origin, candidate.sampleBand);
         sampled = part.size();
-        cutStrips(block.data(), part, shape, cutting);
+        cutStrips(block.data(), part, shape, cutting, scratch_);
     }
     const zul_Status status = encoder_.measure(block.data(), cutting, estimate.bytes);
     if (status != zul_STATUS_OK) return status;
@@ -170,8 +179,27 @@ zul_Status BlockPlanner::estimate(const std::vector<zul_Point>& block, const Can
 
 zul_Status BlockPlanner::choose(const std::vector<zul_Point>& block, Candidate& chosen,
                                 Estimate& cost, Estimate& inputCost) {
-    sampledBlock_ = nullptr;
-    const std::vector<Candidate> list = candidates(block);
+    sampledAxis_ = -1;
+    std::vector<Candidate> list;
+    const bool sampled = block.size() > options_.exactLimit;
+    if (!sampled || sinceSearch_ < 0 || sinceSearch_ + 1 >= options_.searchEvery) {
+        list = candidates(block);
+        sinceSearch_ = sampled ? 0 : -1;
+    } else {
+        // Between full searches: the input's order, the last choice and its neighbours.
+        ++sinceSearch_;
+        list.resize(1);
+        if (last_.kind == Candidate::Kd) list.push_back(last_);
+        if (last_.kind == Candidate::Strips) {
+            const Geometry g = geometryOf(block);
+            for (double multiple : {last_.multiple, last_.multiple / 2, last_.multiple * 2}) {
+                Candidate c;
+                if (multiple >= kWidths[0] && multiple <= kSlab &&
+                    stripCandidate(g, last_.strips.axis, multiple, options_.chunk, c))
+                    list.push_back(c);
+            }
+        }
+    }
     for (size_t i = 0; i < list.size(); ++i) {
         Estimate e;
         const zul_Status status = estimate(block, list[i], e);
@@ -182,6 +210,7 @@ zul_Status BlockPlanner::choose(const std::vector<zul_Point>& block, Candidate& 
             cost = e;
         }
     }
+    if (sampled) last_ = chosen;
     return zul_STATUS_OK;
 }
 

@@ -3,7 +3,8 @@
 // point spacing. Each is weighed by the bytes the encoder really makes of it: of the whole block
 // when it is small, else of a sample of whole chunks that the full cutting would make alike
 // (every so many runs of the input, whole bands of strips, one whole subtree of the cells), scaled
-// up by the number of points.
+// up by the number of points. On a long input the blocks between two full searches weigh only the
+// input's order, the last choice and the strips next to it in width.
 #pragma once
 
 #include <cstdint>
@@ -19,9 +20,10 @@ namespace zulplan {
 
 struct Candidate {
     enum Kind { Input, Kd, Strips } kind = Input;
-    StripShape strips;       // for Strips
-    double sampleBand = 0;  // for Strips: a sample takes whole bands this wide, a multiple
-                            // of the width
+    StripShape strips;      // for Strips
+    double multiple = 0;    // for Strips: the width in mean point spacings
+    double sampleBand = 0;  // for Strips: a sample takes whole bands this wide, a multiple of the
+                            // width
     std::string describe() const;
 };
 
@@ -31,9 +33,10 @@ struct Estimate {
 };
 
 struct BlockPlannerOptions {
-    int chunk = 10000;             // most points a chunk
-    size_t exactLimit = 300000;    // blocks up to this size are measured whole
-    size_t sampleTarget = 120000;  // points a sample holds, about
+    int chunk = 10000;            // most points a chunk
+    size_t exactLimit = 300000;   // blocks up to this size are measured whole
+    size_t sampleTarget = 60000;  // points a sample holds, about
+    int searchEvery = 8;          // sampled blocks: a full search every so many
 };
 
 class BlockPlanner {
@@ -41,15 +44,15 @@ public:
     // `encoder` is used to measure; its stream's bytes are never kept.
     BlockPlanner(ChunkEncoder& encoder, const BlockPlannerOptions& options);
 
-    // The candidates for this block, the input's order first.
+    // Every candidate for this block, the input's order first.
     std::vector<Candidate> candidates(const std::vector<zul_Point>& block) const;
     // What a candidate would cost the block.
     zul_Status estimate(const std::vector<zul_Point>& block, const Candidate& candidate,
                         Estimate& estimate);
     // The candidate's cutting of the whole block.
-    Cutting cut(const std::vector<zul_Point>& block, const Candidate& candidate) const;
+    Cutting cut(const std::vector<zul_Point>& block, const Candidate& candidate);
 
-    // Weighs every candidate and hands back the cheapest, the input's order on ties, with its
+    // Weighs the candidates and hands back the cheapest, the input's order on ties, with its
     // estimate and that of the input's order.
     zul_Status choose(const std::vector<zul_Point>& block, Candidate& chosen, Estimate& cost,
                       Estimate& inputCost);
@@ -58,14 +61,19 @@ private:
     // The points of the block in sampled bands of `axis` (bands `slab` wide from `origin`).
     const std::vector<uint32_t>& bandSample(const std::vector<zul_Point>& block, int axis,
                                             double origin, double slab);
+    const std::vector<uint32_t>& allIndices(size_t n);
 
     ChunkEncoder& encoder_;
     BlockPlannerOptions options_;
+    StripScratch scratch_;
+    std::vector<uint32_t> all_;
     // The last band sample, kept while the candidates of one axis are weighed.
-    const zul_Point* sampledBlock_ = nullptr;
     int sampledAxis_ = -1;
     double sampledSlab_ = 0;
     std::vector<uint32_t> sample_;
+    // The last choice of a sampled block, and sampled blocks since the last full search.
+    Candidate last_;
+    int sinceSearch_ = -1;
 };
 
 }  // namespace zulplan

@@ -58,16 +58,21 @@ size_t stripOf(const StripShape& shape, const zul_Point& point) {
 }
 
 void cutStrips(const zul_Point* points, const std::vector<uint32_t>& indices,
-               const StripShape& shape, Cutting& cutting) {
+               const StripShape& shape, Cutting& cutting, StripScratch& scratch) {
     // A counting sort by band keeps the given order within each band.
-    std::vector<uint32_t> starts(shape.count + 2, 0);
-    for (uint32_t i : indices) ++starts[stripOf(shape, points[i]) + 1];
-    for (size_t b = 1; b < starts.size(); ++b) starts[b] += starts[b - 1];
-    std::vector<uint32_t> order(indices.size());
-    {
-        std::vector<uint32_t> next(starts.begin(), starts.end() - 1);
-        for (uint32_t i : indices) order[next[stripOf(shape, points[i])]++] = i;
+    std::vector<uint32_t>& bands = scratch.bands;
+    std::vector<uint32_t>& starts = scratch.starts;
+    std::vector<uint32_t>& order = scratch.order;
+    bands.resize(indices.size());
+    starts.assign(shape.count + 2, 0);
+    for (size_t i = 0; i < indices.size(); ++i) {
+        bands[i] = static_cast<uint32_t>(stripOf(shape, points[indices[i]]));
+        ++starts[bands[i] + 1];
     }
+    for (size_t b = 1; b < starts.size(); ++b) starts[b] += starts[b - 1];
+    order.resize(indices.size());
+    scratch.next.assign(starts.begin(), starts.end() - 1);
+    for (size_t i = 0; i < indices.size(); ++i) order[scratch.next[bands[i]]++] = indices[i];
     const int along = shape.axis == 0 ? 1 : 0;
     const size_t chunk = static_cast<size_t>(std::max(shape.chunk, 1));
     for (size_t b = 0; b + 1 < starts.size(); ++b) {

@@ -24,10 +24,15 @@ struct StripShape {
 // The band of a position: 0 .. count - 1, or count for a position that is not finite.
 size_t stripOf(const StripShape& shape, const zul_Point& point);
 
+// Working memory of cutStrips, kept between calls so that large blocks do not allocate afresh.
+struct StripScratch {
+    std::vector<uint32_t> bands, starts, next, order;
+};
+
 // Cuts the points `indices` (of `points`, all within the shape's bands) into strips and each strip
 // into chunks along its length, appending them to `cutting`. Points with a coordinate that is not
 // finite form chunks of their own.
 void cutStrips(const zul_Point* points, const std::vector<uint32_t>& indices,
-               const StripShape& shape, Cutting& cutting);
+               const StripShape& shape, Cutting& cutting, StripScratch& scratch);
 
 }  // namespace zulplan
