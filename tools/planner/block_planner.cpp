@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
 #include "kd_cells.h"
 
@@ -10,9 +11,9 @@ namespace zulplan {
 
 namespace {
 
-// Widths of the strips weighed, in mean point spacings; the largest is the band of a sample.
-const double kWidths[] = {0.5, 1, 2, 4, 8, 16};
-const double kSlab = 16;
+// Widths of the strips weighed: kFinest mean point spacings times 2^shift, shift 0 to kShifts - 1.
+const double kFinest = 0.5;
+const int kShifts = 6;
 // A strip's chunk may be this many times longer than the side of a square chunk.
 const double kLengthRatio = 16;
 
@@ -43,20 +44,22 @@ Geometry geometryOf(const std::vector<zul_Point>& block) {
     return g;
 }
 
-// Strips across `axis`, `multiple` spacings wide; false where they would not be strips (one band,
-// or more bands than points).
-bool stripCandidate(const Geometry& g, int axis, double multiple, int chunk, Candidate& c) {
-    if (g.spacing <= 0) return false;
+// Strips across `axis`, 2^shift of the finest width wide; false where they would not be strips
+// (one band, or more bands than points). Every width's bands fall on those of the finest.
+bool stripCandidate(const Geometry& g, int axis, int shift, int chunk, Candidate& c) {
+    if (g.spacing <= 0 || shift < 0 || shift >= kShifts) return false;
     c = Candidate();
     c.kind = Candidate::Strips;
-    c.multiple = multiple;
-    c.sampleBand = kSlab * g.spacing;
+    c.shift = shift;
+    c.multiple = std::ldexp(kFinest, shift);
     c.strips.axis = axis;
     c.strips.origin = g.low[axis];
-    c.strips.width = multiple * g.spacing;
+    c.strips.width = c.multiple * g.spacing;
+    // A power of two apart from the finest, exactly.
+    c.strips.inverse = std::ldexp(1 / (kFinest * g.spacing), -shift);
     c.strips.chunk = chunk;
     c.strips.maxLength = kLengthRatio * g.spacing * std::sqrt(static_cast<double>(chunk));
-    const double bands = std::floor((g.high[axis] - g.low[axis]) / c.strips.width) + 1;
+    const double bands = std::floor((g.high[axis] - g.low[axis]) * c.strips.inverse) + 1;
     if (!(bands >= 2) || bands > static_cast<double>(g.finite)) return false;
     c.strips.count = static_cast<size_t>(bands);
     return true;
@@ -97,16 +100,18 @@ std::vector<Candidate> BlockPlanner::candidates(const std::vector<zul_Point>& bl
     list[1].kind = Candidate::Kd;
     const Geometry g = geometryOf(block);
     for (int axis = 0; axis < 2; ++axis) {
-        for (double multiple : kWidths) {
+        for (int shift = 0; shift < kShifts; ++shift) {
             Candidate c;
-            if (stripCandidate(g, axis, multiple, options_.chunk, c)) list.push_back(c);
+            if (stripCandidate(g, axis, shift, options_.chunk, c)) list.push_back(c);
         }
     }
     return list;
 }
 
-Cutting BlockPlanner::cut(const std::vector<zul_Point>& block, const Candidate& candidate) {
-    Cutting cutting;
+void BlockPlanner::cut(const std::vector<zul_Point>& block, const Candidate& candidate,
+                       Cutting& cutting) {
+    cutting.order.clear();
+    cutting.ends.clear();
     cutting.order.reserve(block.size());
     const std::vector<uint32_t>& all = allIndices(block.size());
     if (candidate.kind == Candidate::Input)
@@ -115,24 +120,35 @@ Cutting BlockPlanner::cut(const std::vector<zul_Point>& block, const Candidate& 
         cutKdCells(block.data(), all, options_.chunk, cutting);
     else
         cutStrips(block.data(), all, candidate.strips, cutting, scratch_);
-    return cutting;
 }
 
-const std::vector<uint32_t>& BlockPlanner::bandSample(const std::vector<zul_Point>& block,
-                                                      int axis, double origin, double slab) {
-    if (sampledAxis_ == axis && sampledSlab_ == slab) return sample_;
-    sampledAxis_ = axis;
-    sampledSlab_ = slab;
+const std::vector<uint32_t>& BlockPlanner::stripSample(const std::vector<zul_Point>& block,
+                                                       const Candidate& candidate) {
+    const StripShape& shape = candidate.strips;
+    std::vector<uint64_t>& units = units_[shape.axis];
+    if (unitsOf_[shape.axis] != block.data() || units.size() != block.size()) {
+        // The finest band of every point, once a block and axis: a sample of any width is then
+        // a pass over these rather than over the points.
+        unitsOf_[shape.axis] = block.data();
+        units.resize(block.size());
+        StripShape finest = shape;
+        finest.inverse = std::ldexp(shape.inverse, candidate.shift);
+        finest.count = static_cast<size_t>(
+            std::min(static_cast<double>(UINT64_MAX >> 1),
+                     static_cast<double>(shape.count) * std::ldexp(1.0, candidate.shift)));
+        for (size_t i = 0; i < block.size(); ++i) {
+            const size_t band = stripOf(finest, block[i]);
+            units[i] = band == finest.count ? UINT64_MAX : band;
+        }
+    }
     sample_.clear();
-    const size_t every =
-        std::max<size_t>(1, (block.size() + options_.sampleTarget / 2) / options_.sampleTarget);
-    const double inverse = 1 / slab;
-    const double bands = static_cast<double>(every);
-    for (size_t i = 0; i < block.size(); ++i) {
-        const double band = std::floor((block[i].position[axis] - origin) * inverse);
-        // Not finite: no band.
-        if (!(band >= 0 && band < 1e15)) continue;
-        if (band - bands * std::floor(band / bands) == static_cast<double>(every / 2))
+    // Every so many strips (a power of two), from the middle of the first stretch on; never the
+    // points that are not finite.
+    uint64_t every = 1;
+    while (2 * every * options_.sampleTarget <= block.size()) every *= 2;
+    const uint64_t mask = every - 1, phase = every / 2;
+    for (size_t i = 0; i < units.size(); ++i) {
+        if (units[i] != UINT64_MAX && ((units[i] >> candidate.shift) & mask) == phase)
             sample_.push_back(static_cast<uint32_t>(i));
     }
     return sample_;
@@ -145,7 +161,7 @@ zul_Status BlockPlanner::estimate(const std::vector<zul_Point>& block, const Can
     Cutting cutting;
     size_t sampled = n;
     if (n <= options_.exactLimit) {
-        cutting = cut(block, candidate);
+        cut(block, candidate, cutting);
         estimate.exact = true;
     } else if (candidate.kind == Candidate::Input) {
         // Every so many runs of the input.
@@ -166,8 +182,7 @@ zul_Status BlockPlanner::estimate(const std::vector<zul_Point>& block, const Can
         cutKdCells(block.data(), part, options_.chunk, cutting);
     } else {
         const StripShape& shape = candidate.strips;
-        const std::vector<uint32_t>& part =
-            bandSample(block, shape.axis, shape.origin, candidate.sampleBand);
+        const std::vector<uint32_t>& part = stripSample(block, candidate);
         sampled = part.size();
         cutStrips(block.data(), part, shape, cutting, scratch_);
     }
@@ -179,37 +194,44 @@ zul_Status BlockPlanner::estimate(const std::vector<zul_Point>& block, const Can
 
 zul_Status BlockPlanner::choose(const std::vector<zul_Point>& block, Candidate& chosen,
                                 Estimate& cost, Estimate& inputCost) {
-    sampledAxis_ = -1;
-    std::vector<Candidate> list;
+    unitsOf_[0] = unitsOf_[1] = nullptr;
     const bool sampled = block.size() > options_.exactLimit;
+    const auto weigh = [&](const Candidate& candidate, bool first) {
+        Estimate e;
+        const zul_Status status = estimate(block, candidate, e);
+        if (status != zul_STATUS_OK) return status;
+        if (std::getenv("ZUL_PLAN_DEBUG"))
+            std::fprintf(stderr, "%zu %s %llu %d\n", block.size(), candidate.describe().c_str(),
+                         (unsigned long long)e.bytes, (int)e.exact);
+        if (first) inputCost = e;
+        if (first || e.bytes < cost.bytes) {
+            chosen = candidate;
+            cost = e;
+        }
+        return zul_STATUS_OK;
+    };
+    Candidate input;
+    zul_Status status = weigh(input, true);
     if (!sampled || sinceSearch_ < 0 || sinceSearch_ + 1 >= options_.searchEvery) {
-        list = candidates(block);
         sinceSearch_ = sampled ? 0 : -1;
+        const std::vector<Candidate> list = candidates(block);
+        for (size_t i = 1; i < list.size() && status == zul_STATUS_OK; ++i)
+            status = weigh(list[i], false);
     } else {
-        // Between full searches: the input's order, the last choice and its neighbours.
+        // Between full searches: the input's order, the last choice and the strips next to it.
         ++sinceSearch_;
-        list.resize(1);
-        if (last_.kind == Candidate::Kd) list.push_back(last_);
+        if (last_.kind == Candidate::Kd) status = weigh(last_, false);
         if (last_.kind == Candidate::Strips) {
             const Geometry g = geometryOf(block);
-            for (double multiple : {last_.multiple, last_.multiple / 2, last_.multiple * 2}) {
+            for (int shift : {last_.shift, last_.shift - 1, last_.shift + 1}) {
                 Candidate c;
-                if (multiple >= kWidths[0] && multiple <= kSlab &&
-                    stripCandidate(g, last_.strips.axis, multiple, options_.chunk, c))
-                    list.push_back(c);
+                if (status == zul_STATUS_OK &&
+                    stripCandidate(g, last_.strips.axis, shift, options_.chunk, c))
+                    status = weigh(c, false);
             }
         }
     }
-    for (size_t i = 0; i < list.size(); ++i) {
-        Estimate e;
-        const zul_Status status = estimate(block, list[i], e);
-        if (status != zul_STATUS_OK) return status;
-        if (i == 0) inputCost = e;
-        if (i == 0 || e.bytes < cost.bytes) {
-            chosen = list[i];
-            cost = e;
-        }
-    }
+    if (status != zul_STATUS_OK) return status;
     if (sampled) last_ = chosen;
     return zul_STATUS_OK;
 }

@@ -2,9 +2,9 @@
 // and strips across either horizontal axis of widths from half to sixteen times the block's mean
 // point spacing. Each is weighed by the bytes the encoder really makes of it: of the whole block
 // when it is small, else of a sample of whole chunks that the full cutting would make alike
-// (every so many runs of the input, whole bands of strips, one whole subtree of the cells), scaled
+// (every so many runs of the input, every so many strips, one whole subtree of the cells), scaled
 // up by the number of points. On a long input the blocks between two full searches weigh only the
-// input's order, the last choice and the strips next to it in width.
+// input's order, the last choice and the strips of half and twice its width.
 #pragma once
 
 #include <cstdint>
@@ -22,8 +22,7 @@ struct Candidate {
     enum Kind { Input, Kd, Strips } kind = Input;
     StripShape strips;      // for Strips
     double multiple = 0;    // for Strips: the width in mean point spacings
-    double sampleBand = 0;  // for Strips: a sample takes whole bands this wide, a multiple of the
-                            // width
+    int shift = 0;          // for Strips: the width is 2^shift of the finest
     std::string describe() const;
 };
 
@@ -35,8 +34,8 @@ struct Estimate {
 struct BlockPlannerOptions {
     int chunk = 10000;            // most points a chunk
     size_t exactLimit = 300000;   // blocks up to this size are measured whole
-    size_t sampleTarget = 60000;  // points a sample holds, about
-    int searchEvery = 8;          // sampled blocks: a full search every so many
+    size_t sampleTarget = 30000;  // points a sample holds, about
+    int searchEvery = 16;         // sampled blocks: a full search every so many
 };
 
 class BlockPlanner {
@@ -49,8 +48,8 @@ public:
     // What a candidate would cost the block.
     zul_Status estimate(const std::vector<zul_Point>& block, const Candidate& candidate,
                         Estimate& estimate);
-    // The candidate's cutting of the whole block.
-    Cutting cut(const std::vector<zul_Point>& block, const Candidate& candidate);
+    // The candidate's cutting of the whole block, into `cutting` (whose memory is reused).
+    void cut(const std::vector<zul_Point>& block, const Candidate& candidate, Cutting& cutting);
 
     // Weighs the candidates and hands back the cheapest, the input's order on ties, with its
     // estimate and that of the input's order.
@@ -58,19 +57,19 @@ public:
                       Estimate& inputCost);
 
 private:
-    // The points of the block in sampled bands of `axis` (bands `slab` wide from `origin`).
-    const std::vector<uint32_t>& bandSample(const std::vector<zul_Point>& block, int axis,
-                                            double origin, double slab);
+    // The points of every so many strips of `shape`.
+    const std::vector<uint32_t>& stripSample(const std::vector<zul_Point>& block,
+                                             const Candidate& candidate);
     const std::vector<uint32_t>& allIndices(size_t n);
 
     ChunkEncoder& encoder_;
     BlockPlannerOptions options_;
     StripScratch scratch_;
     std::vector<uint32_t> all_;
-    // The last band sample, kept while the candidates of one axis are weighed.
-    int sampledAxis_ = -1;
-    double sampledSlab_ = 0;
     std::vector<uint32_t> sample_;
+    // The finest band of each point along either axis, and the block they belong to.
+    std::vector<uint64_t> units_[2];
+    const zul_Point* unitsOf_[2] = {nullptr, nullptr};
     // The last choice of a sampled block, and sampled blocks since the last full search.
     Candidate last_;
     int sinceSearch_ = -1;

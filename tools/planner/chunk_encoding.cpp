@@ -18,7 +18,14 @@ zul_Status ChunkEncoder::encode(const zul_Point* points, const uint32_t* indices
     if (color) colors_.resize(3 * count);
     if (reflection) reflections_.resize(count);
     if (normal) normals_.resize(3 * count);
+    // The points of a chunk lie anywhere in the block: ask for them well before they are needed.
+    const size_t ahead = 12;
     for (size_t i = 0; i < count; ++i) {
+        if (i + ahead < count) {
+            const char* next = reinterpret_cast<const char*>(points + indices[i + ahead]);
+            __builtin_prefetch(next);
+            __builtin_prefetch(next + sizeof(zul_Point) - 1);
+        }
         const zul_Point& p = points[indices[i]];
         for (int k = 0; k < 3; ++k) positions_[3 * i + k] = p.position[k];
         if (color)

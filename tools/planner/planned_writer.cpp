@@ -117,7 +117,8 @@ zul_Status PlannedWriter::flush() {
         if (status != zul_STATUS_OK) return status;
         if (!cost.exact && candidate.kind != Candidate::Input) {
             // Weighed on samples: hold the chunks until they are sure to be the smaller.
-            const Cutting cutting = planner_->cut(block_, candidate);
+            Cutting& cutting = cutting_;
+            planner_->cut(block_, candidate, cutting);
             buffer_.clear();
             bufferEnds_.clear();
             for (size_t c = 0; c < cutting.chunks() && status == zul_STATUS_OK; ++c) {
@@ -133,7 +134,8 @@ zul_Status PlannedWriter::flush() {
             if (static_cast<double>(buffer_.size()) >
                 kSureRatio * static_cast<double>(inputCost.bytes)) {
                 Candidate input;
-                const Cutting runs = planner_->cut(block_, input);
+                Cutting& runs = cutting_;
+                planner_->cut(block_, input, runs);
                 uint64_t inputBytes = 0;
                 status = measure_->measure(block_.data(), runs, inputBytes);
                 if (status != zul_STATUS_OK) return status;
@@ -150,12 +152,11 @@ zul_Status PlannedWriter::flush() {
             chosen_[candidate.describe()].blocks++;
             chosen_[candidate.describe()].points += block_.size();
             block_.clear();
-            buffer_.clear();
-            buffer_.shrink_to_fit();
             return status;
         }
     }
-    status = writeCutting(planner_->cut(block_, candidate));
+    planner_->cut(block_, candidate, cutting_);
+    status = writeCutting(cutting_);
     chosen_[candidate.describe()].blocks++;
     chosen_[candidate.describe()].points += block_.size();
     block_.clear();

@@ -72,6 +72,7 @@ private:
     std::unique_ptr<ChunkEncoder> stream_, measure_;
     std::unique_ptr<BlockPlanner> planner_;
     std::vector<zul_Point> block_;
+    Cutting cutting_;
     std::string buffer_;  // a block's chunks while it is not sure they are the smaller
     std::vector<size_t> bufferEnds_;
 

@@ -8,11 +8,6 @@ namespace zulplan {
 
 namespace {
 
-bool finitePoint(const zul_Point& p) {
-    return std::isfinite(p.position[0]) && std::isfinite(p.position[1]) &&
-           std::isfinite(p.position[2]);
-}
-
 // Cuts one strip, order[begin, end), into `pieces` runs of equal count along `along`.
 void cutAlong(const zul_Point* points, std::vector<uint32_t>& order, size_t begin, size_t end,
               size_t pieces, int along, Cutting& cutting) {
@@ -48,32 +43,30 @@ void cutAlong(const zul_Point* points, std::vector<uint32_t>& order, size_t begi
 
 }  // namespace
 
-size_t stripOf(const StripShape& shape, const zul_Point& point) {
-    if (!finitePoint(point)) return shape.count;
-    const double band = std::floor((point.position[shape.axis] - shape.origin) / shape.width);
-    // Positions below the origin or past the last band belong to no block this shape was made
-    // for; they join the nearest band rather than index outside.
-    if (!(band > 0)) return 0;
-    return band >= static_cast<double>(shape.count) ? shape.count - 1 : static_cast<size_t>(band);
-}
-
 void cutStrips(const zul_Point* points, const std::vector<uint32_t>& indices,
                const StripShape& shape, Cutting& cutting, StripScratch& scratch) {
     // A counting sort by band keeps the given order within each band.
     std::vector<uint32_t>& bands = scratch.bands;
     std::vector<uint32_t>& starts = scratch.starts;
     std::vector<uint32_t>& order = scratch.order;
+    const int along = shape.axis == 0 ? 1 : 0;
     bands.resize(indices.size());
     starts.assign(shape.count + 2, 0);
+    // The extent of each band along its length, gathered in the same pass.
+    scratch.low.assign(shape.count + 1, INFINITY);
+    scratch.high.assign(shape.count + 1, -INFINITY);
     for (size_t i = 0; i < indices.size(); ++i) {
-        bands[i] = static_cast<uint32_t>(stripOf(shape, points[indices[i]]));
-        ++starts[bands[i] + 1];
+        const zul_Point& p = points[indices[i]];
+        const size_t band = stripOf(shape, p);
+        bands[i] = static_cast<uint32_t>(band);
+        ++starts[band + 1];
+        scratch.low[band] = std::min(scratch.low[band], p.position[along]);
+        scratch.high[band] = std::max(scratch.high[band], p.position[along]);
     }
     for (size_t b = 1; b < starts.size(); ++b) starts[b] += starts[b - 1];
     order.resize(indices.size());
     scratch.next.assign(starts.begin(), starts.end() - 1);
     for (size_t i = 0; i < indices.size(); ++i) order[scratch.next[bands[i]]++] = indices[i];
-    const int along = shape.axis == 0 ? 1 : 0;
     const size_t chunk = static_cast<size_t>(std::max(shape.chunk, 1));
     for (size_t b = 0; b + 1 < starts.size(); ++b) {
         const size_t begin = starts[b], end = starts[b + 1];
@@ -88,12 +81,7 @@ void cutStrips(const zul_Point* points, const std::vector<uint32_t>& indices,
             continue;
         }
         if (shape.maxLength > 0 && count > chunk / 8) {
-            double low = INFINITY, high = -INFINITY;
-            for (size_t i = begin; i < end; ++i) {
-                low = std::min(low, points[order[i]].position[along]);
-                high = std::max(high, points[order[i]].position[along]);
-            }
-            const double byLength = std::ceil((high - low) / shape.maxLength);
+            const double byLength = std::ceil((scratch.high[b] - scratch.low[b]) / shape.maxLength);
             const size_t most = count / std::max<size_t>(chunk / 8, 1);
             if (byLength > static_cast<double>(pieces))
                 pieces = std::min(most, static_cast<size_t>(std::min(byLength, 1e9)));

@@ -3,6 +3,7 @@
 // does, so consecutive points are neighbours in colour and reflection too.
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <vector>
 
@@ -15,6 +16,7 @@ struct StripShape {
     int axis = 0;       // the strips are bands of position[axis]; they run along the other one
     double origin = 0;  // the lowest position[axis] of the block
     double width = 1;   // positive
+    double inverse = 1;  // 1 / width
     size_t count = 1;   // bands from origin on, enough for every finite position of the block
     int chunk = 10000;  // most points a chunk
     double maxLength = 0;  // a chunk longer than this is cut further (while it keeps chunk / 8
@@ -22,11 +24,21 @@ struct StripShape {
 };
 
 // The band of a position: 0 .. count - 1, or count for a position that is not finite.
-size_t stripOf(const StripShape& shape, const zul_Point& point);
+inline size_t stripOf(const StripShape& shape, const zul_Point& point) {
+    if (!std::isfinite(point.position[0]) || !std::isfinite(point.position[1]) ||
+        !std::isfinite(point.position[2]))
+        return shape.count;
+    const double band = std::floor((point.position[shape.axis] - shape.origin) * shape.inverse);
+    // Positions below the origin or past the last band belong to no block this shape was made
+    // for; they join the nearest band rather than index outside.
+    if (!(band > 0)) return 0;
+    return band >= static_cast<double>(shape.count) ? shape.count - 1 : static_cast<size_t>(band);
+}
 
 // Working memory of cutStrips, kept between calls so that large blocks do not allocate afresh.
 struct StripScratch {
     std::vector<uint32_t> bands, starts, next, order;
+    std::vector<double> low, high;
 };
 
 // Cuts the points `indices` (of `points`, all within the shape's bands) into strips and each strip
