@@ -14,6 +14,10 @@ namespace {
 // Widths of the strips weighed: kFinest mean point spacings times 2^shift, shift 0 to kShifts - 1.
 const double kFinest = 0.5;
 const int kShifts = 6;
+// A sample takes at least this many strips or runs of the input, spread over the block.
+const size_t kStrata = 16;
+// A sample of k-d cells takes this many subtrees, each at least a chunk.
+const size_t kKdParts = 8;
 // A strip's chunk may be this many times longer than the side of a square chunk.
 const double kLengthRatio = 16;
 
@@ -63,6 +67,14 @@ bool stripCandidate(const Geometry& g, int axis, int shift, int chunk, Candidate
     if (!(bands >= 2) || bands > static_cast<double>(g.finite)) return false;
     c.strips.count = static_cast<size_t>(bands);
     return true;
+}
+
+// The strip a sample takes out of the stretch of strips `stretch`: one that looks drawn at
+// random, so that the sample does not follow a period of the cloud.
+uint64_t phaseOf(uint64_t stretch, uint64_t mask) {
+    uint64_t h = (stretch + 1) * 0x9E3779B97F4A7C15ull;
+    h ^= h >> 31;
+    return h & mask;
 }
 
 uint64_t scaled(uint64_t bytes, size_t sampled, size_t total) {
@@ -142,14 +154,19 @@ const std::vector<uint32_t>& BlockPlanner::stripSample(const std::vector<zul_Poi
         }
     }
     sample_.clear();
-    // Every so many strips (a power of two), from the middle of the first stretch on; never the
-    // points that are not finite.
+    // One cluster of strips out of every so many (a power of two); never the points that are not
+    // finite. A cluster is a strip, or two of the finest (a mean spacing wide), so that strips
+    // narrower than the spacing between scan lines are sampled together with their neighbours.
+    const int cluster = std::max(candidate.shift, 1);
+    const uint64_t clusters = (shape.count >> (cluster - candidate.shift)) + 1;
     uint64_t every = 1;
-    while (2 * every * options_.sampleTarget <= block.size()) every *= 2;
-    const uint64_t mask = every - 1, phase = every / 2;
+    while (2 * every * options_.sampleTarget <= block.size() && 2 * every * kStrata <= clusters)
+        every *= 2;
+    const uint64_t mask = every - 1;
     for (size_t i = 0; i < units.size(); ++i) {
-        if (units[i] != UINT64_MAX && ((units[i] >> candidate.shift) & mask) == phase)
-            sample_.push_back(static_cast<uint32_t>(i));
+        if (units[i] == UINT64_MAX) continue;
+        const uint64_t band = units[i] >> cluster;
+        if ((band & mask) == phaseOf(band / every, mask)) sample_.push_back(static_cast<uint32_t>(i));
     }
     return sample_;
 }
@@ -167,7 +184,8 @@ zul_Status BlockPlanner::estimate(const std::vector<zul_Point>& block, const Can
         // Every so many runs of the input.
         const size_t chunk = static_cast<size_t>(options_.chunk);
         const size_t runs = (n + chunk - 1) / chunk;
-        const size_t every = std::max<size_t>(1, runs * chunk / options_.sampleTarget);
+        const size_t every = std::max<size_t>(
+            1, std::min(runs * chunk / options_.sampleTarget, runs / kStrata));
         sampled = 0;
         for (size_t r = every / 2; r < runs; r += every) {
             const size_t begin = r * chunk, end = std::min(n, begin + chunk);
@@ -176,15 +194,20 @@ zul_Status BlockPlanner::estimate(const std::vector<zul_Point>& block, const Can
             sampled += end - begin;
         }
     } else if (candidate.kind == Candidate::Kd) {
-        const std::vector<uint32_t> part =
-            kdSubtree(block.data(), allIndices(n), options_.chunk, options_.sampleTarget);
-        sampled = part.size();
-        cutKdCells(block.data(), part, options_.chunk, cutting);
+        sampled = 0;
+        for (std::vector<uint32_t>& part :
+             kdSubtrees(block.data(), allIndices(n), options_.chunk,
+                        std::max(options_.sampleTarget / kKdParts,
+                                 static_cast<size_t>(options_.chunk)),
+                        kKdParts)) {
+            sampled += part.size();
+            cutKdCells(block.data(), std::move(part), options_.chunk, cutting);
+        }
     } else {
         const StripShape& shape = candidate.strips;
         const std::vector<uint32_t>& part = stripSample(block, candidate);
-        sampled = part.size();
         cutStrips(block.data(), part, shape, cutting, scratch_);
+        sampled = part.size();
     }
     const zul_Status status = encoder_.measure(block.data(), cutting, estimate.bytes);
     if (status != zul_STATUS_OK) return status;

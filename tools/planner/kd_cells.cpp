@@ -70,18 +70,36 @@ void cutKdCells(const zul_Point* points, std::vector<uint32_t> indices, int chun
     }
 }
 
-std::vector<uint32_t> kdSubtree(const zul_Point* points, std::vector<uint32_t> indices, int chunk,
-                                size_t target) {
+std::vector<std::vector<uint32_t>> kdSubtrees(const zul_Point* points,
+                                              std::vector<uint32_t> indices, int chunk,
+                                              size_t target, size_t parts) {
     const size_t size = static_cast<size_t>(std::max(chunk, 1));
-    size_t begin = 0, end = indices.size();
-    for (bool second = false; end - begin > target; second = !second) {
-        const size_t middle = split(points, indices, begin, end, size);
-        if (middle == end) break;
-        if (second) begin = middle;
-        else end = middle;
+    std::vector<std::vector<uint32_t>> found;
+    struct Part {
+        size_t begin, end, want;
+    };
+    std::vector<Part> stack = {{0, indices.size(), std::max<size_t>(parts, 1)}};
+    while (!stack.empty()) {
+        Part part = stack.back();
+        stack.pop_back();
+        if (part.want > 1) {
+            const size_t middle = split(points, indices, part.begin, part.end, size);
+            if (middle != part.end) {
+                stack.push_back({middle, part.end, part.want - part.want / 2});
+                stack.push_back({part.begin, middle, part.want / 2});
+                continue;
+            }
+        }
+        for (bool second = false; part.end - part.begin > target; second = !second) {
+            const size_t middle = split(points, indices, part.begin, part.end, size);
+            if (middle == part.end) break;
+            if (second) part.begin = middle;
+            else part.end = middle;
+        }
+        found.emplace_back(indices.begin() + static_cast<std::ptrdiff_t>(part.begin),
+                           indices.begin() + static_cast<std::ptrdiff_t>(part.end));
     }
-    return std::vector<uint32_t>(indices.begin() + static_cast<std::ptrdiff_t>(begin),
-                                 indices.begin() + static_cast<std::ptrdiff_t>(end));
+    return found;
 }
 
 void orderForChunks(std::vector<zul_Point>& points, int chunk) {

@@ -16,11 +16,13 @@ namespace zulplan {
 void cutKdCells(const zul_Point* points, std::vector<uint32_t> indices, int chunk,
                 Cutting& cutting);
 
-// One whole subtree of the cells of `indices`, of at most `target` points unless one cell is
-// larger: the split is followed down one side, alternately the first and the second part.
-// Its cells are exactly those that cutKdCells makes of the same points.
-std::vector<uint32_t> kdSubtree(const zul_Point* points, std::vector<uint32_t> indices, int chunk,
-                                size_t target);
+// Whole subtrees of the cells of `indices`, about `parts` of them spread over the tree, each of
+// at most `target` points unless one cell is larger: the tree is split on every side down to
+// `parts` branches, and each branch followed down one side, alternately the first and the
+// second part. Their cells are exactly those that cutKdCells makes of the same points.
+std::vector<std::vector<uint32_t>> kdSubtrees(const zul_Point* points,
+                                              std::vector<uint32_t> indices, int chunk,
+                                              size_t target, size_t parts);
 
 // Reorders `points` in place so that points [k * chunk, (k + 1) * chunk) form one cell.
 void orderForChunks(std::vector<zul_Point>& points, int chunk);
