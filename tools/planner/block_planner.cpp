@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 
@@ -15,9 +16,12 @@ namespace {
 const double kFinest = 0.5;
 const int kShifts = 6;
 // A sample takes at least this many strips or runs of the input, spread over the block.
-const size_t kStrata = 16;
+const size_t kStrata = 8;
 // A sample of k-d cells takes this many subtrees, each at least a chunk.
-const size_t kKdParts = 8;
+const size_t kKdParts = 4;
+// Between full searches, the strips next to the last choice in width are weighed every so many
+// blocks.
+const int kNeighboursEvery = 4;
 // A strip's chunk may be this many times longer than the side of a square chunk.
 const double kLengthRatio = 16;
 
@@ -221,11 +225,12 @@ zul_Status BlockPlanner::choose(const std::vector<zul_Point>& block, Candidate& 
     const bool sampled = block.size() > options_.exactLimit;
     const auto weigh = [&](const Candidate& candidate, bool first) {
         Estimate e;
+        const auto t0 = std::chrono::steady_clock::now();
         const zul_Status status = estimate(block, candidate, e);
         if (status != zul_STATUS_OK) return status;
         if (std::getenv("ZUL_PLAN_DEBUG"))
-            std::fprintf(stderr, "%zu %s %llu %d\n", block.size(), candidate.describe().c_str(),
-                         (unsigned long long)e.bytes, (int)e.exact);
+            std::fprintf(stderr, "%zu %s %llu %d %.3f\n", block.size(), candidate.describe().c_str(),
+                         (unsigned long long)e.bytes, (int)e.exact, std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
         if (first) inputCost = e;
         if (first || e.bytes < cost.bytes) {
             chosen = candidate;
@@ -237,18 +242,22 @@ zul_Status BlockPlanner::choose(const std::vector<zul_Point>& block, Candidate& 
     zul_Status status = weigh(input, true);
     if (!sampled || sinceSearch_ < 0 || sinceSearch_ + 1 >= options_.searchEvery) {
         sinceSearch_ = sampled ? 0 : -1;
+        // k-d cells cost a large block several passes: weighed at its first search only.
         const std::vector<Candidate> list = candidates(block);
         for (size_t i = 1; i < list.size() && status == zul_STATUS_OK; ++i)
-            status = weigh(list[i], false);
+            if (list[i].kind != Candidate::Kd || !searched_) status = weigh(list[i], false);
+        searched_ = sampled;
     } else {
         // Between full searches: the input's order, the last choice and the strips next to it.
         ++sinceSearch_;
         if (last_.kind == Candidate::Kd) status = weigh(last_, false);
         if (last_.kind == Candidate::Strips) {
             const Geometry g = geometryOf(block);
+            // The neighbours in width every few blocks only.
+            const bool neighbours = sinceSearch_ % kNeighboursEvery == 0;
             for (int shift : {last_.shift, last_.shift - 1, last_.shift + 1}) {
                 Candidate c;
-                if (status == zul_STATUS_OK &&
+                if (status == zul_STATUS_OK && (neighbours || shift == last_.shift) &&
                     stripCandidate(g, last_.strips.axis, shift, options_.chunk, c))
                     status = weigh(c, false);
             }

@@ -4,7 +4,8 @@
 // when it is small, else of a sample of whole chunks that the full cutting would make alike
 // (every so many runs of the input, every so many strips, one whole subtree of the cells), scaled
 // up by the number of points. On a long input the blocks between two full searches weigh only the
-// input's order, the last choice and the strips of half and twice its width.
+// input's order and the last choice, and every few blocks the strips of half and twice its
+// width.
 #pragma once
 
 #include <cstdint>
@@ -73,6 +74,7 @@ private:
     // The last choice of a sampled block, and sampled blocks since the last full search.
     Candidate last_;
     int sinceSearch_ = -1;
+    bool searched_ = false;  // a sampled block has had a full search
 };
 
 }  // namespace zulplan

@@ -59,6 +59,8 @@ public:
 
     // What was chosen for the blocks so far, one line a choice, and the time spent choosing.
     std::string summary() const;
+    // Seconds spent choosing so far.
+    double planningSeconds() const { return std::chrono::duration<double>(planning_).count(); }
 
 private:
     zul_Status flush();
@@ -81,7 +83,7 @@ private:
     };
     std::map<std::string, Tally> chosen_;
     std::chrono::steady_clock::duration planning_{};
-    size_t fallbacks_ = 0;
+    size_t checks_ = 0, fallbacks_ = 0;
 };
 
 }  // namespace zulplan
