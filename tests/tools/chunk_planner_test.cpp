@@ -72,9 +72,14 @@ TEST(KdCells, EveryChunkIsACompactCellAndNoPointIsLost) {
 
 TEST(KdCells, BlocksAreWholeChunksWithinTheBudget) {
     using zulplan::Order;
-    EXPECT_EQ(zulplan::blockCapacity(1000 * sizeof(zul_Point), 100, Order::Kd), 1000u);
-    EXPECT_EQ(zulplan::blockCapacity(1050 * sizeof(zul_Point), 100, Order::Kd), 1000u);
-    EXPECT_EQ(zulplan::blockCapacity(10, 100, Order::Plan), 100u);  // never less than one chunk
+    for (Order order : {Order::Kd, Order::Plan}) {
+        const size_t budget = 100000 * sizeof(zul_Point);
+        const size_t capacity = zulplan::blockCapacity(budget, 100, order);
+        EXPECT_EQ(capacity % 100, 0u);
+        EXPECT_GE(capacity, 100u);
+        EXPECT_LE(capacity * sizeof(zul_Point), budget);
+        EXPECT_EQ(zulplan::blockCapacity(10, 100, order), 100u);  // never less than one chunk
+    }
     EXPECT_EQ(zulplan::blockCapacity(size_t{1} << 30, 100, Order::Input), 100u);
 }
 

@@ -15,10 +15,12 @@ namespace {
 // Widths of the strips weighed: kFinest mean point spacings times 2^shift, shift 0 to kShifts - 1.
 const double kFinest = 0.5;
 const int kShifts = 6;
+// What a sample says is good to this ratio.
+const double kSampleMargin = 0.99;
 // A sample takes at least this many strips or runs of the input, spread over the block.
 const size_t kStrata = 8;
 // A sample of k-d cells takes this many subtrees, each at least a chunk.
-const size_t kKdParts = 4;
+const size_t kKdParts = 8;
 // Between full searches, the strips next to the last choice in width are weighed every so many
 // blocks.
 const int kNeighboursEvery = 4;
@@ -31,7 +33,7 @@ struct Geometry {
     double spacing = 0;  // mean distance of neighbours across the horizontal axes; 0 if none
 };
 
-Geometry geometryOf(const std::vector<zul_Point>& block) {
+Geometry geometryOf(PointSpan block) {
     Geometry g;
     for (const zul_Point& p : block) {
         if (!std::isfinite(p.position[0]) || !std::isfinite(p.position[1]) ||
@@ -110,7 +112,7 @@ const std::vector<uint32_t>& BlockPlanner::allIndices(size_t n) {
     return all_;
 }
 
-std::vector<Candidate> BlockPlanner::candidates(const std::vector<zul_Point>& block) const {
+std::vector<Candidate> BlockPlanner::candidates(PointSpan block) const {
     std::vector<Candidate> list(2);
     list[0].kind = Candidate::Input;
     list[1].kind = Candidate::Kd;
@@ -124,7 +126,7 @@ std::vector<Candidate> BlockPlanner::candidates(const std::vector<zul_Point>& bl
     return list;
 }
 
-void BlockPlanner::cut(const std::vector<zul_Point>& block, const Candidate& candidate,
+void BlockPlanner::cut(PointSpan block, const Candidate& candidate,
                        Cutting& cutting) {
     cutting.order.clear();
     cutting.ends.clear();
@@ -138,7 +140,7 @@ void BlockPlanner::cut(const std::vector<zul_Point>& block, const Candidate& can
         cutStrips(block.data(), all, candidate.strips, cutting, scratch_);
 }
 
-const std::vector<uint32_t>& BlockPlanner::stripSample(const std::vector<zul_Point>& block,
+const std::vector<uint32_t>& BlockPlanner::stripSample(PointSpan block,
                                                        const Candidate& candidate) {
     const StripShape& shape = candidate.strips;
     std::vector<uint64_t>& units = units_[shape.axis];
@@ -175,7 +177,7 @@ const std::vector<uint32_t>& BlockPlanner::stripSample(const std::vector<zul_Poi
     return sample_;
 }
 
-zul_Status BlockPlanner::estimate(const std::vector<zul_Point>& block, const Candidate& candidate,
+zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate,
                                   Estimate& estimate) {
     estimate = Estimate();
     const size_t n = block.size();
@@ -198,15 +200,10 @@ zul_Status BlockPlanner::estimate(const std::vector<zul_Point>& block, const Can
             sampled += end - begin;
         }
     } else if (candidate.kind == Candidate::Kd) {
-        sampled = 0;
-        for (std::vector<uint32_t>& part :
-             kdSubtrees(block.data(), allIndices(n), options_.chunk,
-                        std::max(options_.sampleTarget / kKdParts,
-                                 static_cast<size_t>(options_.chunk)),
-                        kKdParts)) {
-            sampled += part.size();
-            cutKdCells(block.data(), std::move(part), options_.chunk, cutting);
-        }
+        sampled = kdSample(block.data(), allIndices(n), options_.chunk,
+                           std::max(options_.sampleTarget / kKdParts,
+                                    static_cast<size_t>(options_.chunk)),
+                           kKdParts, cutting);
     } else {
         const StripShape& shape = candidate.strips;
         const std::vector<uint32_t>& part = stripSample(block, candidate);
@@ -219,7 +216,7 @@ zul_Status BlockPlanner::estimate(const std::vector<zul_Point>& block, const Can
     return zul_STATUS_OK;
 }
 
-zul_Status BlockPlanner::choose(const std::vector<zul_Point>& block, Candidate& chosen,
+zul_Status BlockPlanner::choose(PointSpan block, Candidate& chosen,
                                 Estimate& cost, Estimate& inputCost) {
     unitsOf_[0] = unitsOf_[1] = nullptr;
     const bool sampled = block.size() > options_.exactLimit;
@@ -264,7 +261,15 @@ zul_Status BlockPlanner::choose(const std::vector<zul_Point>& block, Candidate& 
         }
     }
     if (status != zul_STATUS_OK) return status;
-    if (sampled) last_ = chosen;
+    if (sampled) {
+        last_ = chosen;
+        // A sample's word is good to 1%: less than that is no gain worth the reordering.
+        if (chosen.kind != Candidate::Input &&
+            static_cast<double>(cost.bytes) > kSampleMargin * static_cast<double>(inputCost.bytes)) {
+            chosen = input;
+            cost = inputCost;
+        }
+    }
     return zul_STATUS_OK;
 }
 

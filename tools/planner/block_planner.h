@@ -45,21 +45,21 @@ public:
     BlockPlanner(ChunkEncoder& encoder, const BlockPlannerOptions& options);
 
     // Every candidate for this block, the input's order first.
-    std::vector<Candidate> candidates(const std::vector<zul_Point>& block) const;
+    std::vector<Candidate> candidates(PointSpan block) const;
     // What a candidate would cost the block.
-    zul_Status estimate(const std::vector<zul_Point>& block, const Candidate& candidate,
+    zul_Status estimate(PointSpan block, const Candidate& candidate,
                         Estimate& estimate);
     // The candidate's cutting of the whole block, into `cutting` (whose memory is reused).
-    void cut(const std::vector<zul_Point>& block, const Candidate& candidate, Cutting& cutting);
+    void cut(PointSpan block, const Candidate& candidate, Cutting& cutting);
 
     // Weighs the candidates and hands back the cheapest, the input's order on ties, with its
     // estimate and that of the input's order.
-    zul_Status choose(const std::vector<zul_Point>& block, Candidate& chosen, Estimate& cost,
+    zul_Status choose(PointSpan block, Candidate& chosen, Estimate& cost,
                       Estimate& inputCost);
 
 private:
     // The points of every so many strips of `shape`.
-    const std::vector<uint32_t>& stripSample(const std::vector<zul_Point>& block,
+    const std::vector<uint32_t>& stripSample(PointSpan block,
                                              const Candidate& candidate);
     const std::vector<uint32_t>& allIndices(size_t n);
 

@@ -6,7 +6,27 @@
 #include <cstdint>
 #include <vector>
 
+#include "zul.h"
+
 namespace zulplan {
+
+// The points of a block, wherever they are held.
+class PointSpan {
+public:
+    PointSpan(const zul_Point* points, size_t count) : points_(points), count_(count) {}
+    template <class Allocator>
+    PointSpan(const std::vector<zul_Point, Allocator>& points)  // NOLINT: a view of any vector
+        : points_(points.data()), count_(points.size()) {}
+    const zul_Point* data() const { return points_; }
+    size_t size() const { return count_; }
+    const zul_Point& operator[](size_t i) const { return points_[i]; }
+    const zul_Point* begin() const { return points_; }
+    const zul_Point* end() const { return points_ + count_; }
+
+private:
+    const zul_Point* points_;
+    size_t count_;
+};
 
 struct Cutting {
     std::vector<uint32_t> order;  // indices into the block

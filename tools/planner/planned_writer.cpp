@@ -8,8 +8,11 @@ namespace zulplan {
 namespace {
 
 // Memory a point of a planned block takes: the point, the indices of a cutting and of the
-// planner's sorts, and the encoded chunks held until the block is decided.
-const size_t kPlannedPointBytes = sizeof(zul_Point) + 4 * sizeof(uint32_t) + sizeof(zul_Point);
+// planner's sorts and samples (24 bytes), and then either the encoded chunks held until the block
+// is decided (never more than a point) or the copy of positions for k-d cells (32 bytes).
+const size_t kPlannedPointBytes = 2 * sizeof(zul_Point) + 24;
+// k-d cells alone: the point, its copy for the splits and two indices.
+const size_t kKdPointBytes = sizeof(zul_Point) + 32 + 8;
 
 // Chunks measured on a sample are kept and checked against the input's order whenever they are
 // not at least this much smaller than the sample said the input's order would be.
@@ -28,7 +31,7 @@ bool parseOrder(const std::string& name, Order& order) {
 size_t blockCapacity(size_t budgetBytes, int chunk, Order order) {
     const size_t size = static_cast<size_t>(std::max(chunk, 1));
     if (order == Order::Input) return size;
-    const size_t perPoint = order == Order::Kd ? sizeof(zul_Point) : kPlannedPointBytes;
+    const size_t perPoint = order == Order::Kd ? kKdPointBytes : kPlannedPointBytes;
     // Cuttings index a block with 32 bits.
     const size_t points = std::min<size_t>(budgetBytes / perPoint, UINT32_MAX);
     return std::max<size_t>(points / size, 1) * size;

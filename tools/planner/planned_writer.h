@@ -13,6 +13,7 @@
 
 #include "block_planner.h"
 #include "chunk_encoding.h"
+#include "large_pages.h"
 #include "zul.h"
 
 namespace zulplan {
@@ -73,7 +74,7 @@ private:
     zul_Status failed_ = zul_STATUS_INVALID_STATE;  // until opened
     std::unique_ptr<ChunkEncoder> stream_, measure_;
     std::unique_ptr<BlockPlanner> planner_;
-    std::vector<zul_Point> block_;
+    LargeVector<zul_Point> block_;
     Cutting cutting_;
     std::string buffer_;  // a block's chunks while it is not sure they are the smaller
     std::vector<size_t> bufferEnds_;
