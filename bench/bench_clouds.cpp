@@ -6,8 +6,8 @@
 
 #include "commands.h"
 #include "formats/cloud.h"
-#include "point_plan.h"
 #include "kd_cells.h"
+#include "point_plan.h"
 #include "synthetic_scan.h"
 
 namespace {

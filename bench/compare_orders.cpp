@@ -48,10 +48,10 @@ bool countFile(const std::string& path, const zul_DataType& type, OrderRun& run)
     int headerSize = 0, chunkHeaderSize = 0;
     zul_DataType stored;
     const char* marker = nullptr;
-    bool ok = bytes.size() >= 8 &&
-              zul_dec_open(&decoder, &headerSize, bytes.data()) == zul_STATUS_OK &&
-              zul_dec_decodeFileHeader(decoder, &stored, &chunkHeaderSize, &marker,
-                                       bytes.data() + 8) == zul_STATUS_OK;
+    bool ok =
+        bytes.size() >= 8 && zul_dec_open(&decoder, &headerSize, bytes.data()) == zul_STATUS_OK &&
+        zul_dec_decodeFileHeader(decoder, &stored, &chunkHeaderSize, &marker, bytes.data() + 8) ==
+            zul_STATUS_OK;
     size_t at = 8 + static_cast<size_t>(headerSize);
     while (ok && at < bytes.size()) {
         int bodySize = 0;
@@ -80,8 +80,10 @@ OrderRun runOrder(const BenchCloud& cloud, const std::vector<zul_Point>& points,
     if (status == zul_STATUS_OK) status = writer.close();
     run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     run.planningSeconds = writer.planningSeconds();
-    if (status != zul_STATUS_OK) run.error = "status " + std::to_string(status);
-    else if (!countFile(path, cloud.dataType, run)) run.error = "unreadable file";
+    if (status != zul_STATUS_OK)
+        run.error = "status " + std::to_string(status);
+    else if (!countFile(path, cloud.dataType, run))
+        run.error = "unreadable file";
     std::filesystem::remove(path);
     return run;
 }
@@ -95,8 +97,10 @@ void printRow(const BenchCloud& cloud, const char* order, const OrderRun& run) {
     const double points = cloud.size();
     std::printf("| %s | %s |", cloud.name.c_str(), order);
     for (uint64_t stream : run.streamBytes) {
-        if (stream == 0) std::printf(" - |");
-        else std::printf(" %.2f |", 8.0 * static_cast<double>(stream) / points);
+        if (stream == 0)
+            std::printf(" - |");
+        else
+            std::printf(" %.2f |", 8.0 * static_cast<double>(stream) / points);
     }
     std::printf(" **%.2f** | %.3f | %.3f |\n", 8.0 * static_cast<double>(run.bytes) / points,
                 run.planningSeconds, run.seconds);

@@ -93,9 +93,10 @@ int main(int argc, char** argv) {
                 p.position[1] = y;
                 p.position[2] = s.height + (s.material == 3 ? 1.5 * std::fabs(jitter(random))
                                                             : 0.03 * jitter(random));
-                static const int kBase[4][4] = {
-                    {110, 140, 70, 9000}, {90, 90, 95, 14000}, {150, 80, 70, 20000},
-                    {50, 90, 45, 5000}};
+                static const int kBase[4][4] = {{110, 140, 70, 9000},
+                                                {90, 90, 95, 14000},
+                                                {150, 80, 70, 20000},
+                                                {50, 90, 45, 5000}};
                 const int* base = kBase[s.material];
                 const double shade = 0.8 + 0.4 * valueNoise(x, y, 7, 6);
                 for (int c = 0; c < 3; ++c) {

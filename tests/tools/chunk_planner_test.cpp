@@ -239,9 +239,8 @@ std::vector<zul_Point> flightStrip(int lines, int perLine) {
             p.position[2] = 100 + 10 * std::sin(x / 70) * std::cos(y / 90) + (roof ? 8 : 0) +
                             0.03 * noise(random);
             for (int c = 0; c < 3; ++c)
-                p.color[c] = static_cast<uint8_t>(
-                    std::clamp(120 + 50 * std::sin(x / (9 + c) + y / 13) + 5 * noise(random), 0.0,
-                               255.0));
+                p.color[c] = static_cast<uint8_t>(std::clamp(
+                    120 + 50 * std::sin(x / (9 + c) + y / 13) + 5 * noise(random), 0.0, 255.0));
             p.reflection = static_cast<int32_t>(
                 std::clamp(9000 + (roof ? 6000 : 0) + 400 * noise(random), 0.0, 65535.0));
             points.push_back(p);

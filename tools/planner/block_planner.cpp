@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
 
 #include "kd_cells.h"
 
@@ -48,8 +46,10 @@ Geometry geometryOf(PointSpan block) {
     if (g.finite == 0) return g;
     const double ex = g.high[0] - g.low[0], ey = g.high[1] - g.low[1];
     const double n = static_cast<double>(g.finite);
-    if (ex > 0 && ey > 0) g.spacing = std::sqrt(ex / n * ey);
-    else g.spacing = std::max(ex, ey) / n;
+    if (ex > 0 && ey > 0)
+        g.spacing = std::sqrt(ex / n * ey);
+    else
+        g.spacing = std::max(ex, ey) / n;
     if (!std::isfinite(g.spacing)) g.spacing = 0;
     return g;
 }
@@ -85,9 +85,8 @@ uint64_t phaseOf(uint64_t stretch, uint64_t mask) {
 
 uint64_t scaled(uint64_t bytes, size_t sampled, size_t total) {
     if (sampled == 0) return 0;
-    return static_cast<uint64_t>(std::llround(static_cast<double>(bytes) *
-                                              static_cast<double>(total) /
-                                              static_cast<double>(sampled)));
+    return static_cast<uint64_t>(std::llround(
+        static_cast<double>(bytes) * static_cast<double>(total) / static_cast<double>(sampled)));
 }
 
 }  // namespace
@@ -126,8 +125,7 @@ std::vector<Candidate> BlockPlanner::candidates(PointSpan block) const {
     return list;
 }
 
-void BlockPlanner::cut(PointSpan block, const Candidate& candidate,
-                       Cutting& cutting) {
+void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cutting) {
     cutting.order.clear();
     cutting.ends.clear();
     cutting.order.reserve(block.size());
@@ -172,13 +170,13 @@ const std::vector<uint32_t>& BlockPlanner::stripSample(PointSpan block,
     for (size_t i = 0; i < units.size(); ++i) {
         if (units[i] == UINT64_MAX) continue;
         const uint64_t band = units[i] >> cluster;
-        if ((band & mask) == phaseOf(band / every, mask)) sample_.push_back(static_cast<uint32_t>(i));
+        if ((band & mask) == phaseOf(band / every, mask))
+            sample_.push_back(static_cast<uint32_t>(i));
     }
     return sample_;
 }
 
-zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate,
-                                  Estimate& estimate) {
+zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate) {
     estimate = Estimate();
     const size_t n = block.size();
     Cutting cutting;
@@ -190,8 +188,8 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate,
         // Every so many runs of the input.
         const size_t chunk = static_cast<size_t>(options_.chunk);
         const size_t runs = (n + chunk - 1) / chunk;
-        const size_t every = std::max<size_t>(
-            1, std::min(runs * chunk / options_.sampleTarget, runs / kStrata));
+        const size_t every =
+            std::max<size_t>(1, std::min(runs * chunk / options_.sampleTarget, runs / kStrata));
         sampled = 0;
         for (size_t r = every / 2; r < runs; r += every) {
             const size_t begin = r * chunk, end = std::min(n, begin + chunk);
@@ -200,10 +198,10 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate,
             sampled += end - begin;
         }
     } else if (candidate.kind == Candidate::Kd) {
-        sampled = kdSample(block.data(), allIndices(n), options_.chunk,
-                           std::max(options_.sampleTarget / kKdParts,
-                                    static_cast<size_t>(options_.chunk)),
-                           kKdParts, cutting);
+        sampled = kdSample(
+            block.data(), allIndices(n), options_.chunk,
+            std::max(options_.sampleTarget / kKdParts, static_cast<size_t>(options_.chunk)),
+            kKdParts, cutting);
     } else {
         const StripShape& shape = candidate.strips;
         const std::vector<uint32_t>& part = stripSample(block, candidate);
@@ -216,18 +214,14 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate,
     return zul_STATUS_OK;
 }
 
-zul_Status BlockPlanner::choose(PointSpan block, Candidate& chosen,
-                                Estimate& cost, Estimate& inputCost) {
+zul_Status BlockPlanner::choose(PointSpan block, Candidate& chosen, Estimate& cost,
+                                Estimate& inputCost) {
     unitsOf_[0] = unitsOf_[1] = nullptr;
     const bool sampled = block.size() > options_.exactLimit;
     const auto weigh = [&](const Candidate& candidate, bool first) {
         Estimate e;
-        const auto t0 = std::chrono::steady_clock::now();
         const zul_Status status = estimate(block, candidate, e);
         if (status != zul_STATUS_OK) return status;
-        if (std::getenv("ZUL_PLAN_DEBUG"))
-            std::fprintf(stderr, "%zu %s %llu %d %.3f\n", block.size(), candidate.describe().c_str(),
-                         (unsigned long long)e.bytes, (int)e.exact, std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
         if (first) inputCost = e;
         if (first || e.bytes < cost.bytes) {
             chosen = candidate;
@@ -265,7 +259,8 @@ zul_Status BlockPlanner::choose(PointSpan block, Candidate& chosen,
         last_ = chosen;
         // A sample's word is good to 1%: less than that is no gain worth the reordering.
         if (chosen.kind != Candidate::Input &&
-            static_cast<double>(cost.bytes) > kSampleMargin * static_cast<double>(inputCost.bytes)) {
+            static_cast<double>(cost.bytes) >
+                kSampleMargin * static_cast<double>(inputCost.bytes)) {
             chosen = input;
             cost = inputCost;
         }

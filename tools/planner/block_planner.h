@@ -21,9 +21,9 @@ namespace zulplan {
 
 struct Candidate {
     enum Kind { Input, Kd, Strips } kind = Input;
-    StripShape strips;      // for Strips
-    double multiple = 0;    // for Strips: the width in mean point spacings
-    int shift = 0;          // for Strips: the width is 2^shift of the finest
+    StripShape strips;    // for Strips
+    double multiple = 0;  // for Strips: the width in mean point spacings
+    int shift = 0;        // for Strips: the width is 2^shift of the finest
     std::string describe() const;
 };
 
@@ -47,20 +47,17 @@ public:
     // Every candidate for this block, the input's order first.
     std::vector<Candidate> candidates(PointSpan block) const;
     // What a candidate would cost the block.
-    zul_Status estimate(PointSpan block, const Candidate& candidate,
-                        Estimate& estimate);
+    zul_Status estimate(PointSpan block, const Candidate& candidate, Estimate& estimate);
     // The candidate's cutting of the whole block, into `cutting` (whose memory is reused).
     void cut(PointSpan block, const Candidate& candidate, Cutting& cutting);
 
     // Weighs the candidates and hands back the cheapest, the input's order on ties, with its
     // estimate and that of the input's order.
-    zul_Status choose(PointSpan block, Candidate& chosen, Estimate& cost,
-                      Estimate& inputCost);
+    zul_Status choose(PointSpan block, Candidate& chosen, Estimate& cost, Estimate& inputCost);
 
 private:
     // The points of every so many strips of `shape`.
-    const std::vector<uint32_t>& stripSample(PointSpan block,
-                                             const Candidate& candidate);
+    const std::vector<uint32_t>& stripSample(PointSpan block, const Candidate& candidate);
     const std::vector<uint32_t>& allIndices(size_t n);
 
     ChunkEncoder& encoder_;

@@ -113,8 +113,10 @@ size_t kdSample(const zul_Point* points, const std::vector<uint32_t>& indices, i
         for (bool second = false; part.end - part.begin > target; second = !second) {
             const size_t middle = split(items, part.begin, part.end, size);
             if (middle == part.end) break;
-            if (second) part.begin = middle;
-            else part.end = middle;
+            if (second)
+                part.begin = middle;
+            else
+                part.end = middle;
         }
         sampled += part.end - part.begin;
         appendCells(items, part.begin, part.end, size, cutting);

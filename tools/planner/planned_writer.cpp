@@ -21,10 +21,14 @@ const double kSureRatio = 0.99;
 }  // namespace
 
 bool parseOrder(const std::string& name, Order& order) {
-    if (name == "input") order = Order::Input;
-    else if (name == "kd") order = Order::Kd;
-    else if (name == "plan") order = Order::Plan;
-    else return false;
+    if (name == "input")
+        order = Order::Input;
+    else if (name == "kd")
+        order = Order::Kd;
+    else if (name == "plan")
+        order = Order::Plan;
+    else
+        return false;
     return true;
 }
 
@@ -53,6 +57,9 @@ zul_Status PlannedWriter::open(const std::string& path, const zul_DataType& type
     if (measure_->status() != zul_STATUS_OK) return measure_->status();
     planner_ = std::make_unique<BlockPlanner>(*measure_, options_.planner);
     capacity_ = blockCapacity(options.budgetBytes, options.chunk, options.order);
+    // Address space only: a page is taken when a point first reaches it, so a small input costs
+    // little.
+    block_.reserve(capacity_);
     file_ = std::fopen(path.c_str(), "wb");
     if (file_ == nullptr) return zul_STATUS_WRITE_ERROR;
     failed_ = zul_STATUS_OK;
@@ -70,9 +77,6 @@ zul_Status PlannedWriter::open(const std::string& path, const zul_DataType& type
 
 zul_Status PlannedWriter::write(const zul_Point& point) {
     if (failed_ != zul_STATUS_OK) return zul_STATUS_INVALID_STATE;
-    // Grows by doubling, but never past the block.
-    if (block_.size() == block_.capacity())
-        block_.reserve(std::min(capacity_, std::max<size_t>(2 * block_.size(), 4096)));
     block_.push_back(point);
     if (block_.size() < capacity_) return zul_STATUS_OK;
     failed_ = flush();

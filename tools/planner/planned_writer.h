@@ -29,9 +29,9 @@ bool parseOrder(const std::string& name, Order& order);
 
 struct PlanOptions {
     Order order = Order::Plan;
-    int chunk = 10000;                  // most points a chunk, 1 to 2147483646
+    int chunk = 10000;                       // most points a chunk, 1 to 2147483646
     size_t budgetBytes = size_t{256} << 20;  // memory for a block and its planning
-    BlockPlannerOptions planner;        // its chunk is set from `chunk`
+    BlockPlannerOptions planner;             // its chunk is set from `chunk`
 };
 
 // Points a block holds within `budgetBytes` when cut in `order`: a whole number of chunks, at

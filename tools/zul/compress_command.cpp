@@ -94,8 +94,9 @@ int runCompress(const CompressOptions& options) {
                     options.input.c_str(), formatName(format), options.output.c_str(),
                     static_cast<long long>(written), bytes,
                     written > 0 ? static_cast<double>(bytes) / written : 0.0, seconds);
-        if (options.verbose) std::printf("chunks cut (--order %s):\n%s", options.order.c_str(),
-                                         writer.summary().c_str());
+        if (options.verbose)
+            std::printf("chunks cut (--order %s):\n%s", options.order.c_str(),
+                        writer.summary().c_str());
     }
     return 0;
 }
