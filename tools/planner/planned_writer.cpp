@@ -59,7 +59,10 @@ zul_Status PlannedWriter::open(const std::string& path, const zul_DataType& type
     capacity_ = blockCapacity(options.budgetBytes, options.chunk, options.order);
     // Address space only: a page is taken when a point first reaches it, so a small input costs
     // little.
-    block_.reserve(capacity_);
+    // A chunk larger than the budget (the input's order with a large --chunk) grows as points
+    // come instead.
+    block_.reserve(
+        std::min(capacity_, std::max<size_t>(options.budgetBytes / sizeof(zul_Point), 1)));
     file_ = std::fopen(path.c_str(), "wb");
     if (file_ == nullptr) return zul_STATUS_WRITE_ERROR;
     failed_ = zul_STATUS_OK;
