@@ -54,19 +54,23 @@ Geometry geometryOf(PointSpan block) {
     return g;
 }
 
-// Strips across `axis`, 2^shift of the finest width wide; false where they would not be strips
-// (one band, or more bands than points). Every width's bands fall on those of the finest.
-bool stripCandidate(const Geometry& g, int axis, int shift, int chunk, Candidate& c) {
+// Strips across `axis`, 2^(shift + step) of the finest width wide; false where they would not be
+// strips (one band, or more bands than points). With no step every width's bands fall on those of
+// the finest, and samples can be taken; a width between (a step within +-1) is for blocks measured
+// whole only.
+bool stripCandidate(const Geometry& g, int axis, int shift, int chunk, Candidate& c,
+                    double step = 0) {
     if (g.spacing <= 0 || shift < 0 || shift >= kShifts) return false;
     c = Candidate();
     c.kind = Candidate::Strips;
-    c.shift = shift;
-    c.multiple = std::ldexp(kFinest, shift);
+    c.shift = step == 0 ? shift : -1;
+    c.multiple = kFinest * std::exp2(shift + step);
     c.strips.axis = axis;
     c.strips.origin = g.low[axis];
     c.strips.width = c.multiple * g.spacing;
-    // A power of two apart from the finest, exactly.
-    c.strips.inverse = std::ldexp(1 / (kFinest * g.spacing), -shift);
+    // With no step, a power of two apart from the finest, exactly.
+    c.strips.inverse =
+        step == 0 ? std::ldexp(1 / (kFinest * g.spacing), -shift) : 1 / c.strips.width;
     c.strips.chunk = chunk;
     c.strips.maxLength = kLengthRatio * g.spacing * std::sqrt(static_cast<double>(chunk));
     const double bands = std::floor((g.high[axis] - g.low[axis]) * c.strips.inverse) + 1;
@@ -238,6 +242,17 @@ zul_Status BlockPlanner::choose(PointSpan block, Candidate& chosen, Estimate& co
         for (size_t i = 1; i < list.size() && status == zul_STATUS_OK; ++i)
             if (list[i].kind != Candidate::Kd || !searched_) status = weigh(list[i], false);
         searched_ = sampled;
+        if (!sampled && chosen.kind == Candidate::Strips) {
+            // Measured whole: the widths between the best and its neighbours too.
+            const Candidate best = chosen;
+            const Geometry g = geometryOf(block);
+            for (double step : {-0.5, -0.25, 0.25, 0.5}) {
+                Candidate c;
+                if (status == zul_STATUS_OK &&
+                    stripCandidate(g, best.strips.axis, best.shift, options_.chunk, c, step))
+                    status = weigh(c, false);
+            }
+        }
     } else {
         // Between full searches: the input's order, the last choice and the strips next to it.
         ++sinceSearch_;

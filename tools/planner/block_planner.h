@@ -1,11 +1,12 @@
 // The choice of a cutting for one block of points. The candidates: the input's order, k-d cells,
 // and strips across either horizontal axis of widths from half to sixteen times the block's mean
-// point spacing. Each is weighed by the bytes the encoder really makes of it: of the whole block
-// when it is small, else of a sample of whole chunks that the full cutting would make alike
-// (every so many runs of the input, every so many strips, one whole subtree of the cells), scaled
-// up by the number of points. On a long input the blocks between two full searches weigh only the
-// input's order and the last choice, and every few blocks the strips of half and twice its
-// width.
+// point spacing (and, for a block measured whole, widths at quarter octaves around the best). Each
+// is weighed by the bytes the encoder really makes of it: of the whole block when it is small, else
+// of a sample of whole chunks that the full cutting would make alike (every so many runs of the
+// input, every so many strips, eight whole subtrees of the cells), scaled up by the number of
+// points.
+// On a long input the blocks between two full searches weigh only the input's order and the last
+// choice, and every few blocks the strips of half and twice its width.
 #pragma once
 
 #include <cstdint>
