@@ -107,7 +107,7 @@ std::string Candidate::describe() const {
 BlockPlanner::BlockPlanner(ChunkEncoder& encoder, const BlockPlannerOptions& options)
     : encoder_(encoder), options_(options) {}
 
-const std::vector<uint32_t>& BlockPlanner::allIndices(size_t n) {
+const IndexVector& BlockPlanner::allIndices(size_t n) {
     if (all_.size() != n) {
         all_.resize(n);
         for (size_t i = 0; i < n; ++i) all_[i] = static_cast<uint32_t>(i);
@@ -133,7 +133,7 @@ void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cut
     cutting.order.clear();
     cutting.ends.clear();
     cutting.order.reserve(block.size());
-    const std::vector<uint32_t>& all = allIndices(block.size());
+    const IndexVector& all = allIndices(block.size());
     if (candidate.kind == Candidate::Input)
         cutInRuns(all, options_.chunk, cutting);
     else if (candidate.kind == Candidate::Kd)
@@ -142,10 +142,9 @@ void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cut
         cutStrips(block.data(), all, candidate.strips, cutting, scratch_);
 }
 
-const std::vector<uint32_t>& BlockPlanner::stripSample(PointSpan block,
-                                                       const Candidate& candidate) {
+const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& candidate) {
     const StripShape& shape = candidate.strips;
-    std::vector<uint64_t>& units = units_[shape.axis];
+    LargeVector<uint64_t>& units = units_[shape.axis];
     if (unitsOf_[shape.axis] != block.data() || units.size() != block.size()) {
         // The finest band of every point, once a block and axis: a sample of any width is then
         // a pass over these rather than over the points.
@@ -208,7 +207,7 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, E
             kKdParts, cutting);
     } else {
         const StripShape& shape = candidate.strips;
-        const std::vector<uint32_t>& part = stripSample(block, candidate);
+        const IndexVector& part = stripSample(block, candidate);
         cutStrips(block.data(), part, shape, cutting, scratch_);
         sampled = part.size();
     }

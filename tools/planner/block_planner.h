@@ -58,16 +58,16 @@ public:
 
 private:
     // The points of every so many strips of `shape`.
-    const std::vector<uint32_t>& stripSample(PointSpan block, const Candidate& candidate);
-    const std::vector<uint32_t>& allIndices(size_t n);
+    const IndexVector& stripSample(PointSpan block, const Candidate& candidate);
+    const IndexVector& allIndices(size_t n);
 
     ChunkEncoder& encoder_;
     BlockPlannerOptions options_;
     StripScratch scratch_;
-    std::vector<uint32_t> all_;
-    std::vector<uint32_t> sample_;
+    IndexVector all_;
+    IndexVector sample_;
     // The finest band of each point along either axis, and the block they belong to.
-    std::vector<uint64_t> units_[2];
+    LargeVector<uint64_t> units_[2];
     const zul_Point* unitsOf_[2] = {nullptr, nullptr};
     // The last choice of a sampled block, and sampled blocks since the last full search.
     Candidate last_;

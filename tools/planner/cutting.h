@@ -6,9 +6,13 @@
 #include <cstdint>
 #include <vector>
 
+#include "large_pages.h"
 #include "zul.h"
 
 namespace zulplan {
+
+// Indices of points in a block.
+using IndexVector = LargeVector<uint32_t>;
 
 // The points of a block, wherever they are held.
 class PointSpan {
@@ -29,8 +33,8 @@ private:
 };
 
 struct Cutting {
-    std::vector<uint32_t> order;  // indices into the block
-    std::vector<uint32_t> ends;   // end of each chunk in `order`, increasing, the last order.size()
+    IndexVector order;  // indices into the block
+    IndexVector ends;   // end of each chunk in `order`, increasing, the last order.size()
 
     size_t chunks() const { return ends.size(); }
     size_t begin(size_t chunk) const { return chunk == 0 ? 0 : ends[chunk - 1]; }
@@ -43,7 +47,7 @@ struct Cutting {
 
 // Cuts `run` (indices, in their order) into chunks of `chunk` points and a shorter last one,
 // appending them to `cutting`.
-inline void cutInRuns(const std::vector<uint32_t>& run, int chunk, Cutting& cutting) {
+inline void cutInRuns(const IndexVector& run, int chunk, Cutting& cutting) {
     size_t inChunk = 0;
     for (uint32_t index : run) {
         cutting.order.push_back(index);

@@ -15,8 +15,8 @@ struct Item {
     uint32_t index;
 };
 
-std::vector<Item> itemsOf(const zul_Point* points, const std::vector<uint32_t>& indices) {
-    std::vector<Item> items(indices.size());
+LargeVector<Item> itemsOf(const zul_Point* points, const IndexVector& indices) {
+    LargeVector<Item> items(indices.size());
     for (size_t i = 0; i < indices.size(); ++i) {
         const zul_Point& p = points[indices[i]];
         items[i] = {{p.position[0], p.position[1], p.position[2]}, indices[i]};
@@ -24,7 +24,7 @@ std::vector<Item> itemsOf(const zul_Point* points, const std::vector<uint32_t>& 
     return items;
 }
 
-using Iterator = std::vector<Item>::iterator;
+using Iterator = LargeVector<Item>::iterator;
 
 // The axis along which the finite coordinates of [first, last) spread the most.
 int widestAxis(Iterator first, Iterator last) {
@@ -47,7 +47,7 @@ int widestAxis(Iterator first, Iterator last) {
 
 // Splits [begin, end) of `items` as the cells do and returns the middle, or `end` for a part
 // that fits in one chunk.
-size_t split(std::vector<Item>& items, size_t begin, size_t end, size_t size) {
+size_t split(LargeVector<Item>& items, size_t begin, size_t end, size_t size) {
     const size_t count = end - begin;
     if (count <= size) return end;
     const size_t chunks = (count + size - 1) / size;
@@ -64,7 +64,7 @@ size_t split(std::vector<Item>& items, size_t begin, size_t end, size_t size) {
     return middle;
 }
 
-void appendCells(std::vector<Item>& items, size_t begin, size_t end, size_t size,
+void appendCells(LargeVector<Item>& items, size_t begin, size_t end, size_t size,
                  Cutting& cutting) {
     // Parts still to split, as index ranges; a stack rather than recursion, first part on top.
     std::vector<std::pair<size_t, size_t>> parts = {{begin, end}};
@@ -84,16 +84,15 @@ void appendCells(std::vector<Item>& items, size_t begin, size_t end, size_t size
 
 }  // namespace
 
-void cutKdCells(const zul_Point* points, const std::vector<uint32_t>& indices, int chunk,
-                Cutting& cutting) {
-    std::vector<Item> items = itemsOf(points, indices);
+void cutKdCells(const zul_Point* points, const IndexVector& indices, int chunk, Cutting& cutting) {
+    LargeVector<Item> items = itemsOf(points, indices);
     appendCells(items, 0, items.size(), static_cast<size_t>(std::max(chunk, 1)), cutting);
 }
 
-size_t kdSample(const zul_Point* points, const std::vector<uint32_t>& indices, int chunk,
-                size_t target, size_t parts, Cutting& cutting) {
+size_t kdSample(const zul_Point* points, const IndexVector& indices, int chunk, size_t target,
+                size_t parts, Cutting& cutting) {
     const size_t size = static_cast<size_t>(std::max(chunk, 1));
-    std::vector<Item> items = itemsOf(points, indices);
+    LargeVector<Item> items = itemsOf(points, indices);
     size_t sampled = 0;
     struct Part {
         size_t begin, end, want;
@@ -125,7 +124,7 @@ size_t kdSample(const zul_Point* points, const std::vector<uint32_t>& indices, i
 }
 
 void orderForChunks(std::vector<zul_Point>& points, int chunk) {
-    std::vector<uint32_t> indices(points.size());
+    IndexVector indices(points.size());
     for (size_t i = 0; i < indices.size(); ++i) indices[i] = static_cast<uint32_t>(i);
     Cutting cutting;
     cutKdCells(points.data(), indices, chunk, cutting);

@@ -14,16 +14,15 @@ namespace zulplan {
 
 // Orders `indices` (of `points`) so that every run of `chunk` (at least 1) points is one cell,
 // only the last run shorter, and appends the runs to `cutting` as chunks. Deterministic.
-void cutKdCells(const zul_Point* points, const std::vector<uint32_t>& indices, int chunk,
-                Cutting& cutting);
+void cutKdCells(const zul_Point* points, const IndexVector& indices, int chunk, Cutting& cutting);
 
 // Whole subtrees of the cells of `indices`, about `parts` of them spread over the tree, each of
 // at most `target` points unless one cell is larger, appended to `cutting` as their cells; returns
 // the points they hold. The tree is split on every side down to `parts` branches, and each branch
 // followed down one side, alternately the first and the second part. Their cells are exactly
 // those that cutKdCells makes of the same points.
-size_t kdSample(const zul_Point* points, const std::vector<uint32_t>& indices, int chunk,
-                size_t target, size_t parts, Cutting& cutting);
+size_t kdSample(const zul_Point* points, const IndexVector& indices, int chunk, size_t target,
+                size_t parts, Cutting& cutting);
 
 // Reorders `points` in place so that points [k * chunk, (k + 1) * chunk) form one cell.
 void orderForChunks(std::vector<zul_Point>& points, int chunk);

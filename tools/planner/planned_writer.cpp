@@ -130,15 +130,13 @@ zul_Status PlannedWriter::flush() {
             Cutting& cutting = cutting_;
             planner_->cut(block_, candidate, cutting);
             buffer_.clear();
-            bufferEnds_.clear();
             for (size_t c = 0; c < cutting.chunks() && status == zul_STATUS_OK; ++c) {
                 const char* bytes = nullptr;
                 int size = 0;
                 const size_t begin = cutting.begin(c);
                 status = stream_->encode(block_.data(), cutting.order.data() + begin,
                                          cutting.ends[c] - begin, &bytes, &size);
-                if (status == zul_STATUS_OK) buffer_.append(bytes, static_cast<size_t>(size));
-                bufferEnds_.push_back(buffer_.size());
+                if (status == zul_STATUS_OK) buffer_.insert(buffer_.end(), bytes, bytes + size);
             }
             if (status != zul_STATUS_OK) return status;
             if (static_cast<double>(buffer_.size()) >

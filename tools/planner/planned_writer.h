@@ -76,8 +76,7 @@ private:
     std::unique_ptr<BlockPlanner> planner_;
     LargeVector<zul_Point> block_;
     Cutting cutting_;
-    std::string buffer_;  // a block's chunks while it is not sure they are the smaller
-    std::vector<size_t> bufferEnds_;
+    LargeVector<char> buffer_;  // a block's chunks while it is not sure they are the smaller
 
     struct Tally {
         size_t blocks = 0, points = 0;

@@ -9,8 +9,8 @@ namespace zulplan {
 namespace {
 
 // Cuts one strip, order[begin, end), into `pieces` runs of equal count along `along`.
-void cutAlong(const zul_Point* points, std::vector<uint32_t>& order, size_t begin, size_t end,
-              size_t pieces, int along, Cutting& cutting) {
+void cutAlong(const zul_Point* points, IndexVector& order, size_t begin, size_t end, size_t pieces,
+              int along, Cutting& cutting) {
     // (begin, end, pieces) still to cut; the first piece on top.
     struct Part {
         size_t begin, end, pieces;
@@ -43,12 +43,12 @@ void cutAlong(const zul_Point* points, std::vector<uint32_t>& order, size_t begi
 
 }  // namespace
 
-void cutStrips(const zul_Point* points, const std::vector<uint32_t>& indices,
-               const StripShape& shape, Cutting& cutting, StripScratch& scratch) {
+void cutStrips(const zul_Point* points, const IndexVector& indices, const StripShape& shape,
+               Cutting& cutting, StripScratch& scratch) {
     // A counting sort by band keeps the given order within each band.
-    std::vector<uint32_t>& bands = scratch.bands;
-    std::vector<uint32_t>& starts = scratch.starts;
-    std::vector<uint32_t>& order = scratch.order;
+    IndexVector& bands = scratch.bands;
+    IndexVector& starts = scratch.starts;
+    IndexVector& order = scratch.order;
     const int along = shape.axis == 0 ? 1 : 0;
     bands.resize(indices.size());
     starts.assign(shape.count + 2, 0);
@@ -75,8 +75,8 @@ void cutStrips(const zul_Point* points, const std::vector<uint32_t>& indices,
         size_t pieces = (count + chunk - 1) / chunk;
         if (b == shape.count) {
             // Not finite: runs in the given order.
-            std::vector<uint32_t> run(order.begin() + static_cast<std::ptrdiff_t>(begin),
-                                      order.begin() + static_cast<std::ptrdiff_t>(end));
+            IndexVector run(order.begin() + static_cast<std::ptrdiff_t>(begin),
+                            order.begin() + static_cast<std::ptrdiff_t>(end));
             cutInRuns(run, shape.chunk, cutting);
             continue;
         }

@@ -37,14 +37,14 @@ inline size_t stripOf(const StripShape& shape, const zul_Point& point) {
 
 // Working memory of cutStrips, kept between calls so that large blocks do not allocate afresh.
 struct StripScratch {
-    std::vector<uint32_t> bands, starts, next, order;
+    IndexVector bands, starts, next, order;
     std::vector<double> low, high;
 };
 
 // Cuts the points `indices` (of `points`, all within the shape's bands) into strips and each strip
 // into chunks along its length, appending them to `cutting`. Points with a coordinate that is not
 // finite form chunks of their own.
-void cutStrips(const zul_Point* points, const std::vector<uint32_t>& indices,
-               const StripShape& shape, Cutting& cutting, StripScratch& scratch);
+void cutStrips(const zul_Point* points, const IndexVector& indices, const StripShape& shape,
+               Cutting& cutting, StripScratch& scratch);
 
 }  // namespace zulplan
