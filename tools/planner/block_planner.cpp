@@ -17,6 +17,9 @@ const int kShifts = 6;
 const double kSampleMargin = 0.99;
 // A sample takes at least this many strips or runs of the input, spread over the block.
 const size_t kStrata = 8;
+// A sample of strips takes at most about this many times the sample target for the sake of
+// strata.
+const size_t kLargestSample = 4;
 // A sample of k-d cells takes this many subtrees, each at least a chunk.
 const size_t kKdParts = 8;
 // Between full searches, the strips next to the last choice in width are weighed every so many
@@ -167,7 +170,10 @@ const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& c
     const int cluster = std::max(candidate.shift, 1);
     const uint64_t clusters = (shape.count >> (cluster - candidate.shift)) + 1;
     uint64_t every = 1;
-    while (2 * every * options_.sampleTarget <= block.size() && 2 * every * kStrata <= clusters)
+    // At least kStrata clusters, unless that would take more than kLargestSample samples' worth.
+    while (2 * every * options_.sampleTarget <= block.size() &&
+           (2 * every * kStrata <= clusters ||
+            2 * every * kLargestSample * options_.sampleTarget <= block.size()))
         every *= 2;
     const uint64_t mask = every - 1;
     for (size_t i = 0; i < units.size(); ++i) {
