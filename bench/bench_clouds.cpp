@@ -6,8 +6,8 @@
 
 #include "commands.h"
 #include "formats/cloud.h"
+#include "kd_cells.h"
 #include "point_plan.h"
-#include "spatial_order.h"
 #include "synthetic_scan.h"
 
 namespace {
@@ -106,7 +106,7 @@ BenchCloud kdOrdered(const BenchCloud& cloud) {
         }
         if (!cloud.reflections.empty()) p.reflection = cloud.reflections[i];
     }
-    zultool::orderForChunks(points, kBenchChunk);
+    zulplan::orderForChunks(points, kBenchChunk);
     BenchCloud ordered = cloud;
     for (size_t i = 0; i < points.size(); ++i) {
         const zul_Point& p = points[i];

@@ -16,16 +16,17 @@ struct CompressOptions {
     double intensityScale = 0;  // 0: 1, or 255 for intensities within 0 .. 1
     bool normals = false, noNormals = false;
     int chunk = 10000;
-    std::string order = "kd";       // kd: spatially compact chunks; input: the input's order
-    int orderBudgetMiB = 2048;      // points held at once for ordering, in MiB
+    std::string order = "plan";     // plan: the smallest cutting found; kd; input
+    int orderBudgetMiB = 256;       // memory for a block of points being cut, in MiB
     std::vector<double> translate;  // 3 values
     double scale = 1;
     std::vector<double> rotate;  // 9 values, row after row
     int sensorMount = 0, sensorType = 0;
     bool sensorHeader = false;  // a version 2 stream even without a transformation
     bool quiet = false;
-    std::string format;  // "": the input's content, else its extension
-    bool force = false;  // replace an existing output
+    std::string format;    // "": the input's content, else its extension
+    bool force = false;    // replace an existing output
+    bool verbose = false;  // tell how the chunks were cut
 };
 
 struct DecompressOptions {

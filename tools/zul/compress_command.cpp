@@ -12,21 +12,15 @@
 #include "formats/cloud.h"
 #include "formats/crs_text.h"
 #include "output_file.h"
+#include "planned_writer.h"
 #include "point_plan.h"
 #include "progress_bar.h"
-#include "spatial_order.h"
 #include "status_text.h"
 #include "zul.h"
 
 namespace zultool {
 
 namespace {
-
-// Closes the writer on every way out, so that the temporary file can go.
-struct WriterGuard {
-    zul_out_Context context = nullptr;
-    ~WriterGuard() { zul_out_close(&context); }
-};
 
 // The coordinate system of the input, as a .prj file beside the output, the convention GIS tools
 // read; decompress puts it back.
@@ -67,10 +61,18 @@ int runCompress(const CompressOptions& options) {
     const zul_Header2& header = plan.header;
 
     OutputFile output(options.output, options.force);
-    WriterGuard writer;
+    if (!zulplan::PlannedWriter::chunkValid(options.chunk)) {
+        throw FormatError("--chunk " + std::to_string(options.chunk) +
+                          ": a chunk holds 1 to 2147483646 points");
+    }
+    zulplan::PlanOptions planOptions;
+    zulplan::parseOrder(options.order, planOptions.order);
+    planOptions.chunk = options.chunk;
+    planOptions.budgetBytes = static_cast<size_t>(options.orderBudgetMiB) << 20;
+    zulplan::PlannedWriter writer;
     errno = 0;
-    const zul_Status opened = zul_out_open2(&writer.context, output.temporaryPath().c_str(),
-                                            &dataType, header.enabled ? &header : nullptr);
+    const zul_Status opened = writer.open(output.temporaryPath(), dataType,
+                                          header.enabled ? &header : nullptr, planOptions);
     if (opened == zul_STATUS_INVALID_ARGUMENT) {
         throw FormatError(options.output +
                           ": the sensor header was refused: --rotate must be a proper rotation "
@@ -78,46 +80,18 @@ int runCompress(const CompressOptions& options) {
                           "0, 10-13, 20-22, 30-32 and --sensor-type 0 to 10 (invalid argument)");
     }
     checkStatus(opened, options.output, ZulStage::Write);
-    if (zul_out_setChunkSize(writer.context, options.chunk) != zul_STATUS_OK) {
-        throw FormatError("--chunk " + std::to_string(options.chunk) +
-                          ": a chunk holds 1 to 2147483646 points");
-    }
 
     ProgressBar progress("compressing", reader->fileSize(), options.quiet);
     int64_t written = 0;
     PointTally tally;
     zul_Point point = {};
-    const auto write = [&](const zul_Point& p) {
-        checkStatus(zul_out_writePoint(writer.context, &p), options.output, ZulStage::Write);
+    while (reader->read(point)) {
+        progress.update(reader->bytesRead());
+        if (!preparePoint(plan, *reader, point, tally)) continue;
+        checkStatus(writer.write(point), options.output, ZulStage::Write);
         ++written;
-    };
-    if (options.order == "input") {
-        while (reader->read(point)) {
-            progress.update(reader->bytesRead());
-            if (preparePoint(plan, *reader, point, tally)) write(point);
-        }
-    } else {
-        // A block is a whole number of chunks, so the writer's chunks fall on the cells.
-        const size_t capacity =
-            blockCapacity(static_cast<size_t>(options.orderBudgetMiB) << 20, options.chunk);
-        std::vector<zul_Point> block;
-        const auto flush = [&] {
-            orderForChunks(block, options.chunk);
-            for (const zul_Point& p : block) write(p);
-            block.clear();
-        };
-        while (reader->read(point)) {
-            progress.update(reader->bytesRead());
-            if (!preparePoint(plan, *reader, point, tally)) continue;
-            // Grows by doubling, but never past the block.
-            if (block.size() == block.capacity())
-                block.reserve(std::min(capacity, std::max<size_t>(2 * block.size(), 4096)));
-            block.push_back(point);
-            if (block.size() == capacity) flush();
-        }
-        flush();
     }
-    checkStatus(zul_out_close(&writer.context), options.output, ZulStage::Write);
+    checkStatus(writer.close(), options.output, ZulStage::Write);
     progress.finish();
     output.commit();
     keepCoordinateSystem(options, layout);
@@ -130,6 +104,9 @@ int runCompress(const CompressOptions& options) {
                     options.input.c_str(), formatName(format), options.output.c_str(),
                     static_cast<long long>(written), bytes,
                     written > 0 ? static_cast<double>(bytes) / written : 0.0, seconds);
+        if (options.verbose)
+            std::printf("chunks cut (--order %s):\n%s", options.order.c_str(),
+                        writer.summary().c_str());
     }
     return 0;
 }

@@ -90,12 +90,12 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
     c.add_flag("--no-normals", compress.noNormals, "leave normals out");
     c.add_option("--chunk", compress.chunk, "points a chunk (default 10000)");
     c.add_option("--order", compress.order,
-                 "kd (default): spatially compact chunks, cut along the largest extent; input: "
-                 "the input's order")
-        ->check(CLI::IsMember({"kd", "input"}));
+                 "plan (default): the cutting into chunks that makes the smallest file, block by "
+                 "block; kd: spatially compact cells; input: the input's order")
+        ->check(CLI::IsMember({"plan", "kd", "input"}));
     c.add_option("--order-budget", compress.orderBudgetMiB,
-                 "MiB of points ordered at once; larger inputs are ordered block by block "
-                 "(default 2048)")
+                 "MiB for the points cut at once; larger inputs are cut block by block "
+                 "(default 256)")
         ->check(CLI::Range(1, 1 << 20));
     c.add_option("--translate", compress.translate, "sensor header translation X Y Z")
         ->expected(3)
@@ -109,6 +109,7 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
     c.add_flag("--sensor-header", compress.sensorHeader,
                "write a sensor header (a version 2 stream) even without a transformation");
     c.add_flag("-q,--quiet", compress.quiet, "no progress bar and no notes");
+    c.add_flag("-v,--verbose", compress.verbose, "tell how the chunks were cut");
 }
 
 // Options that would be taken and then ignored are refused.
