@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bindings.h"
+#include "planned_writer.h"
 #include "py_errors.h"
 #include "zul/commands.h"
 #include "zul/point_plan.h"
@@ -44,12 +45,38 @@ zultool::CompressOptions sensorOptions(const py::object& sensor) {
     return options;
 }
 
-// Encodes the checked arrays into `path`. Positions are divided by `step` onto the integer grid;
-// `chunkSizes` (or `chunkSize` points each) cut the chunks in the arrays' order.
+// The points through the chunk planner, which cuts them into chunks in `order` block by block.
+zul_Status writePlanned(const std::string& path, const zul_DataType& dataType,
+                        const zul_Header2& header, const zul_bulk_Points& points,
+                        const std::string& order, int32_t chunkSize) {
+    zulplan::PlanOptions options;
+    zulplan::parseOrder(order, options.order);
+    options.chunk = chunkSize;
+    zulplan::PlannedWriter writer;
+    zul_Status status = writer.open(path, dataType, header.enabled ? &header : nullptr, options);
+    zul_Point point = {};
+    for (int64_t i = 0; i < points.numPoints && status == zul_STATUS_OK; ++i) {
+        std::copy(points.positions + 3 * i, points.positions + 3 * i + 3, point.position);
+        if (points.colors != nullptr) {
+            std::copy(points.colors + 3 * i, points.colors + 3 * i + 3, point.color);
+        }
+        if (points.reflections != nullptr) point.reflection = points.reflections[i];
+        if (points.normals != nullptr) {
+            std::copy(points.normals + 3 * i, points.normals + 3 * i + 3, point.normal);
+        }
+        status = writer.write(point);
+    }
+    const zul_Status closed = writer.close();
+    return status != zul_STATUS_OK ? status : closed;
+}
+
+// Encodes the checked arrays into `path`. Positions are divided by `step` onto the integer grid.
+// In the input's order, `chunkSize` points a chunk are encoded on `threads` threads; otherwise
+// the chunk planner cuts them.
 void write(const std::string& path, const Array<double>& positions, const py::object& colors,
            const py::object& reflections, const py::object& normals, double step,
            int32_t maxReflection, int colorMode, const py::object& sensor,
-           const std::vector<int32_t>& chunkSizes, int32_t chunkSize, int threads) {
+           const std::string& order, int32_t chunkSize, int threads) {
     const int64_t n = positions.shape(0);
     zul_DataType dataType;
     zul_init_headers(&dataType, nullptr);
@@ -89,11 +116,14 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
             onGrid[i] = p[i] / step;
             tooFar = tooFar || !(std::fabs(onGrid[i]) <= 9007199254740992.0);
         }
-        status = tooFar ? zul_STATUS_OK
-                        : zul_bulk_encodeFile(path.c_str(), &dataType, &header, &points,
-                                              chunkSizes.empty() ? nullptr : chunkSizes.data(),
-                                              static_cast<int64_t>(chunkSizes.size()), chunkSize,
-                                              threads, &failed);
+        if (tooFar) {
+            status = zul_STATUS_OK;
+        } else if (order == "input") {
+            status = zul_bulk_encodeFile(path.c_str(), &dataType, &header, &points, nullptr, 0,
+                                         chunkSize, threads, &failed);
+        } else {
+            status = writePlanned(path, dataType, header, points, order, chunkSize);
+        }
     }
     if (tooFar) {
         throw py::value_error("positions: a coordinate lies too far out for a step of " +
@@ -112,7 +142,7 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
 void bindWrite(py::module_& m) {
     m.def("write", &write, py::arg("path"), py::arg("positions"), py::arg("colors"),
           py::arg("reflections"), py::arg("normals"), py::arg("step"), py::arg("max_reflection"),
-          py::arg("color_mode"), py::arg("sensor"), py::arg("chunk_sizes"), py::arg("chunk_size"),
+          py::arg("color_mode"), py::arg("sensor"), py::arg("order"), py::arg("chunk_size"),
           py::arg("threads"));
 }
 

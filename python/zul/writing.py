@@ -48,10 +48,11 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
     Positions are stored on the grid of ``step``, kept as that decimal: they come back as whole
     multiples of it, computed in double. ``color`` is ``"rgb888"`` or ``"rgb565"`` (the 5-6-5
     bits kept). ``sensor`` is a dict of ``mount``, ``type``, ``rotation`` (3x3), ``scale`` and
-    ``translation``, which readers apply. ``order`` cuts the chunks: ``"plan"`` the smallest
-    file the chunk planner finds, ``"kd"`` compact cells, ``"input"`` the arrays' order, in chunks
-    of ``chunk_size`` points. ``threads`` encode (``None``: every core). The file is written under
-    a temporary name and renamed into place when complete.
+    ``translation``, which readers apply. ``order`` cuts the chunks of at most ``chunk_size``
+    points: ``"plan"`` the smallest file the chunk planner of ``zul compress`` finds, ``"kd"``
+    compact cells, ``"input"`` the arrays' order, encoded by the bulk encoder on ``threads``
+    threads (``None``: every core). The file is written under a temporary name and renamed into
+    place when complete.
     """
     path = os.fspath(path)
     positions = _array("positions", positions, np.float64, 3)
@@ -88,20 +89,11 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
         if short.any():
             raise ValueError(f"normals: {int(short.sum())} are shorter than 1e-6 (or not numbers), "
                              "which a zul file cannot hold")
-    chunk_sizes = []
-    if order != "input" and n > 0:
-        permutation, chunk_sizes = _zul.plan(positions / step, order, int(chunk_size),
-                                             colors, reflections, normals,
-                                             max_reflection or 0, color_mode)
-        positions = positions[permutation]
-        colors = colors[permutation] if colors is not None else None
-        reflections = reflections[permutation] if reflections is not None else None
-        normals = normals[permutation] if normals is not None else None
     temporary = os.path.join(os.path.dirname(path) or ".",
                              f".{os.path.basename(path)}.partial-{os.getpid()}")
     try:
         _zul.write(temporary, positions, colors, reflections, normals, float(step),
-                   int(max_reflection or 0), color_mode, sensor, chunk_sizes, int(chunk_size),
+                   int(max_reflection or 0), color_mode, sensor, order, int(chunk_size),
                    _threads(threads))
         os.replace(temporary, path)
     finally:
