@@ -31,6 +31,8 @@ int compress(const std::string& source, const std::string& target, py::dict opti
     o.input = source;
     o.output = target;
     o.quiet = true;
+    o.force = true;
+    take(options, "force", o.force);
     take(options, "step", o.step);
     take(options, "color", o.color);
     take(options, "reflection", o.reflection);
@@ -57,6 +59,8 @@ int decompress(const std::string& source, const std::string& target, py::dict op
     o.input = source;
     o.output = target;
     o.quiet = true;
+    o.force = true;
+    take(options, "force", o.force);
     bool transform = true;
     take(options, "transform", transform);
     o.noTransform = !transform;

@@ -14,7 +14,8 @@ def compress(src, dst, **options):
     ``reflection`` (``"none"`` or the largest value kept, as text), ``intensity_scale``,
     ``normals``/``no_normals``, ``chunk_size``, ``order``, ``order_budget`` (MiB),
     ``translate``, ``scale``, ``rotate``, ``sensor_mount``, ``sensor_type``, ``sensor_header``,
-    ``quiet`` (default True: no notes on stderr). Returns ``dst``. Raises :class:`zul.Error`
+    ``quiet`` (default True: no notes on stderr), ``force`` (default True: replace an existing
+    ``dst``, as :func:`zul.write` does; False refuses). Returns ``dst``. Raises :class:`zul.Error`
     naming the file for input it cannot read; nothing is left half-written.
     """
     _zul.compress(os.fspath(src), os.fspath(dst), dict(options))
@@ -27,7 +28,7 @@ def decompress(src, dst, **options):
 
     Options: ``transform`` (default True: apply the sensor header's matrix), ``encoding``
     (PCD: ``binary``, ``ascii``, ``binary_compressed``; PLY: ``binary_little_endian``,
-    ``binary_big_endian``, ``ascii``), ``las_version`` (``"1.2"`` or ``"1.4"``), ``quiet``.
+    ``binary_big_endian``, ``ascii``), ``las_version`` (``"1.2"`` or ``"1.4"``), ``quiet``, ``force`` (default True).
     Returns ``dst``. Raises :class:`zul.Error` naming the file.
     """
     _zul.decompress(os.fspath(src), os.fspath(dst), dict(options))
