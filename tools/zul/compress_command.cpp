@@ -30,13 +30,10 @@ void keepCoordinateSystem(const CompressOptions& options, const CloudLayout& lay
     if (!layout.crs.empty()) {
         const std::string text = crsWkt(layout.crs, WktDialect::Esri, problem);
         if (!text.empty()) {
-            const std::string path = sidecarPath(options.output);
-            OutputFile sidecar(path);
-            ByteOutput out(sidecar.temporaryPath());
-            out.text(text + "\n");
-            out.close();
-            sidecar.commit();
-            kept = true;
+            const std::string note =
+                writeSidecar(sidecarPath(options.output), text + "\n", options.force);
+            if (!note.empty() && !options.quiet) std::cerr << "zul: " << note << "\n";
+            kept = note.empty();
         }
     }
     if (!problem.empty() && !options.quiet) {

@@ -112,8 +112,9 @@ int runDecompress(const DecompressOptions& options) {
     }
     output.commit();
     if (hasSidecar && format != Format::Las && sidecarPath(options.output) != inputSidecar) {
-        std::filesystem::copy_file(inputSidecar, sidecarPath(options.output),
-                                   std::filesystem::copy_options::overwrite_existing);
+        const std::string note =
+            writeSidecar(sidecarPath(options.output), readText(inputSidecar) + "\n", options.force);
+        if (!note.empty() && !options.quiet) std::cerr << "zul: " << note << "\n";
     }
     if (!options.quiet) {
         const double seconds =

@@ -8,7 +8,10 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
+#include "formats/byte_output.h"
 #include "formats/cloud.h"
 #include "interrupt.h"
 
@@ -57,6 +60,22 @@ void OutputFile::commit() {
     committed_ = true;
     releasePartialFile(guard_);
     guard_ = -1;
+}
+
+std::string writeSidecar(const std::string& path, const std::string& text, bool replace) {
+    if (!replace && std::filesystem::exists(path)) {
+        std::ifstream in(path, std::ios::binary);
+        const std::string there((std::istreambuf_iterator<char>(in)),
+                                std::istreambuf_iterator<char>());
+        if (there == text) return "";
+        return path + " exists already with another coordinate system; kept (use -f to replace it)";
+    }
+    OutputFile sidecar(path, replace);
+    ByteOutput out(sidecar.temporaryPath());
+    out.text(text);
+    out.close();
+    sidecar.commit();
+    return "";
 }
 
 }  // namespace zultool

@@ -27,6 +27,11 @@ private:
     int guard_ = -1;
 };
 
+// Writes `text` as the file `path` beside an output (a .prj sidecar) through an OutputFile. A
+// file already there with other content is replaced only with `replace`; otherwise it is kept
+// and the returned note says so (empty when all went as asked).
+std::string writeSidecar(const std::string& path, const std::string& text, bool replace);
+
 // The message for an output that exists and may not be replaced.
 std::string existingOutputMessage(const std::string& path);
 
