@@ -92,10 +92,12 @@ zul_Status zul_idx_IndexStruct::listChunk(zul_dec_Context decoder, int64_t offse
     if (status != zul_STATUS_OK) return status;
     zul_idx_Chunk chunk = {};
     zul_dec_getNumPointsInChunk(decoder, &chunk.numPoints);
-    ZUL_REFUSE_UNLESS(chunk.numPoints < kMaxChunkPoints && bodySize >= 0);
+    ZUL_REFUSE_UNLESS(bodySize >= 0);
     chunk.offset = offset;
     chunk.size = headSize + bodySize;
+    // As the file reader finds them: first a body cut short, then a count it cannot serve.
     if (chunk.size > source.size() - offset) return zul_STATUS_TRUNCATED;
+    ZUL_REFUSE_UNLESS(chunk.numPoints < kMaxChunkPoints);
     for (int axis = 0; axis < 3; ++axis) {
         chunk.gridMin[axis] = readInt64(head + 16 + 8 * axis);
         chunk.gridMax[axis] = readInt64(head + 40 + 8 * axis);
