@@ -122,7 +122,8 @@ zul_Status decodeChunks(const zul_idx_IndexStruct& index, const int64_t* chunks,
     if (run.totalPoints() > 0 && arraysMissing(index.dataType, points))
         return zul_STATUS_INVALID_ARGUMENT;
     runWorkers(
-        resolveThreads(threads, numChunks), [&](int) { run.work(); }, [&] { run.stop(); });
+        resolveThreads(threads, numChunks, run.totalPoints()), [&](int) { run.work(); },
+        [&] { run.stop(); });
     *delivered = run.delivered();
     if (run.failure() == zul_STATUS_OK) return zul_STATUS_OK;
     *failedAt = run.failedAt();
