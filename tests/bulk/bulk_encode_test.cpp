@@ -92,6 +92,25 @@ TEST_F(BulkEncodePlanTest, FollowsThePlan) {
     }
 }
 
+// Without the fixed seed every encoder draws a marker of its own; the chunks of all threads must
+// carry the stream's one marker, or the index stops at the first chunk of another thread.
+TEST_F(BulkEncodePlanTest, EveryChunkCarriesTheStreamsMarker) {
+    const zul_DataType type = dataType(zul_COLOR_NONE, false, false);
+    Arrays cloud = makeCloud(type, 60000, 8);
+    const zul_bulk_Points points = cloud.view();
+    const std::string file = path("markers.zul");
+    ASSERT_EQ(
+        zul_bulk_encodeFile(file.c_str(), &type, nullptr, &points, nullptr, 0, 1500, 3, nullptr),
+        zul_STATUS_OK);
+    IndexHandle handle;
+    ASSERT_EQ(zul_idx_openFile(&handle.index, file.c_str(), nullptr), zul_STATUS_OK);
+    zul_Status damage;
+    int64_t chunks = 0;
+    ASSERT_EQ(zul_idx_getDamage(handle.index, &damage, &chunks, nullptr), zul_STATUS_OK);
+    EXPECT_EQ(damage, zul_STATUS_OK);
+    EXPECT_EQ(chunks, 40);
+}
+
 // A normal too short to encode in chunk 2 of 4: that chunk is named and the file holds the two
 // before it, as the reader finds.
 TEST_F(BulkEncodePlanTest, NamesTheChunkTheEncoderRefuses) {
