@@ -112,7 +112,12 @@ void encode(const std::string& path, const BenchCloud& cloud, int threads) {
 
 void decode(zul_idx_Index index, zul_bulk_Points& arrays, int threads) {
     zul_bulk_Points points = arrays;
-    require(zul_bulk_decode(index, threads, &points, nullptr) == zul_STATUS_OK, "zul_bulk_decode");
+    int64_t failed = -1;
+    const zul_Status status = zul_bulk_decode(index, threads, &points, &failed);
+    if (status != zul_STATUS_OK)
+        std::fprintf(stderr, "status %d at chunk %lld, %d threads\n", status,
+                     static_cast<long long>(failed), threads);
+    require(status == zul_STATUS_OK, "zul_bulk_decode");
 }
 
 int64_t readPointByPoint(const std::string& path) {
