@@ -9,9 +9,10 @@
  * its own zul_enc_ context, and writes the same bytes as the file writer of zul.h.
  *
  * Unlike zul.h, these functions start threads: a bulk call starts its threads and joins them
- * before it returns; nothing runs between calls. `threads` is the number of threads of a call:
- * 0 means one a core of the machine, a negative number is refused, and no more threads are started
- * than there are chunks.
+ * before it returns; nothing runs between calls. `threads` is the number of threads of a call,
+ * the calling thread included: 0 means one a core of the machine, but no more than one for each
+ * 65536 points (a small cloud is coded on the calling thread alone), a negative number is
+ * refused, and no more threads are started than there are chunks.
  *
  * Threads: an index is read only after zul_idx_open*, so any number of threads may query it and
  * run bulk decodes on it at the same time; zul_idx_close must come after all of them. The bulk

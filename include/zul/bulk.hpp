@@ -43,7 +43,7 @@ public:
             throw Error(status, path + ": zul_idx_openFile");
         }
     }
-    ChunkIndex(ByteView stream, bool applyTransformation = true) {
+    explicit ChunkIndex(ByteView stream, bool applyTransformation = true) {
         const zul_dec_Params params = paramsFor(applyTransformation);
         const zul_Status status =
             zul_idx_openBuffer(&index_, stream.data(), stream.size(), &params);

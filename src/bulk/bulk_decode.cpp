@@ -1,6 +1,6 @@
 // Workers take chunks from the list in order through one counter. Each reads a chunk by offset
-// into a buffer of its own, checks its marker, has its own decoder decode header and body, and
-// copies the points to the chunk's place in the arrays, known in advance from the counts. After a
+// into a buffer of its own, checks its marker, and has its own decoder decode header and body
+// straight into the chunk's place in the arrays, known in advance from the counts. After a
 // failure no chunk behind the failed one is started; the ones before it all complete.
 #include "bulk/bulk_decode.h"
 
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "bulk/worker_threads.h"
+#include "decoder/dec_context.h"
 #include "frame/data_check.h"
 
 namespace zulbulk {
@@ -19,6 +20,37 @@ namespace {
 struct DecoderOwner {
     zul_dec_Context context = nullptr;
     ~DecoderOwner() { zul_dec_close(&context); }
+};
+
+// Lends the caller's arrays, at a chunk's place, to a decoder as its output arrays for one body,
+// with room for exactly the chunk's points: the decoder then writes the points where they belong
+// and allocates nothing, and no copy follows. The arrays are taken back when the lender goes out
+// of scope, also by an exception, so that the decoder, which starts without arrays, never owns
+// nor frees them. A refused body leaves the arrays untouched, as it leaves the decoder's own.
+class LentArrays {
+public:
+    LentArrays(zul_dec_Context decoder, const zul_bulk_Points& points, size_t first, int32_t count)
+        : decoder_(decoder) {
+        zul_PointData& out = decoder->chunkPoints;
+        out.positions = points.positions + 3 * first;
+        out.colors = points.colors ? points.colors + 3 * first : nullptr;
+        out.reflections = points.reflections ? points.reflections + first : nullptr;
+        out.normals = points.normals ? points.normals + 3 * first : nullptr;
+        decoder->chunkPointsCapacity = count;
+    }
+    ~LentArrays() {
+        zul_PointData& out = decoder_->chunkPoints;
+        out.positions = nullptr;
+        out.colors = nullptr;
+        out.reflections = nullptr;
+        out.normals = nullptr;
+        decoder_->chunkPointsCapacity = 0;
+    }
+    LentArrays(const LentArrays&) = delete;
+    LentArrays& operator=(const LentArrays&) = delete;
+
+private:
+    zul_dec_Context decoder_;
 };
 
 class DecodeRun {
@@ -75,22 +107,14 @@ private:
         if (status != zul_STATUS_OK) return status;
         const int64_t headSize = 16 + index_.chunkHeaderSize;
         ZUL_REFUSE_UNLESS(bodySize == chunk.size - headSize);
+        // The room lent is the count listed: the header read now must say the same.
+        int numPoints = 0;
+        zul_dec_getNumPointsInChunk(decoder, &numPoints);
+        ZUL_REFUSE_UNLESS(numPoints == chunk.numPoints);
+        const LentArrays lent(decoder, points_, static_cast<size_t>(firstPoint_[k]),
+                              chunk.numPoints);
         zul_PointData decoded = {};
-        status = zul_dec_decodeChunkBody(decoder, &decoded, buffer.data() + headSize);
-        if (status != zul_STATUS_OK) return status;
-        ZUL_REFUSE_UNLESS(decoded.numPoints == chunk.numPoints);
-        copyOut(decoded, static_cast<size_t>(firstPoint_[k]));
-        return zul_STATUS_OK;
-    }
-
-    void copyOut(const zul_PointData& decoded, size_t first) const {
-        const size_t n = static_cast<size_t>(decoded.numPoints);
-        std::memcpy(points_.positions + 3 * first, decoded.positions, 3 * n * sizeof(double));
-        if (decoded.colors) std::memcpy(points_.colors + 3 * first, decoded.colors, 3 * n);
-        if (decoded.reflections)
-            std::memcpy(points_.reflections + first, decoded.reflections, n * sizeof(int32_t));
-        if (decoded.normals)
-            std::memcpy(points_.normals + 3 * first, decoded.normals, 3 * n * sizeof(float));
+        return zul_dec_decodeChunkBody(decoder, &decoded, buffer.data() + headSize);
     }
 
     const zul_idx_IndexStruct& index_;
@@ -122,7 +146,8 @@ zul_Status decodeChunks(const zul_idx_IndexStruct& index, const int64_t* chunks,
     if (run.totalPoints() > 0 && arraysMissing(index.dataType, points))
         return zul_STATUS_INVALID_ARGUMENT;
     runWorkers(
-        resolveThreads(threads, numChunks), [&](int) { run.work(); }, [&] { run.stop(); });
+        resolveThreads(threads, numChunks, run.totalPoints()), [&](int) { run.work(); },
+        [&] { run.stop(); });
     *delivered = run.delivered();
     if (run.failure() == zul_STATUS_OK) return zul_STATUS_OK;
     *failedAt = run.failedAt();

@@ -177,7 +177,8 @@ zul_Status encodeFile(const char* path, const zul_DataType& dataType, const zul_
         !writeAll(file.fd, fileHeader, static_cast<size_t>(fileHeaderSize)))
         return zul_STATUS_WRITE_ERROR;
 
-    const int workers = resolveThreads(threads, static_cast<int64_t>(plan.size()));
+    const int workers =
+        resolveThreads(threads, static_cast<int64_t>(plan.size()), points.numPoints);
     EncodeRun run(file.fd, dataType, header, points, plan, 2 * workers, *first.context);
     runWorkers(
         workers, [&](int worker) { run.work(worker == 0 ? first.context : nullptr); },

@@ -80,18 +80,24 @@ zul_Status zul_idx_IndexStruct::listChunk(zul_dec_Context decoder, int64_t offse
                                           const double* matrix) {
     char head[16 + 68];
     const int64_t headSize = 16 + chunkHeaderSize;
-    zul_Status status = source.read(offset, headSize, head);
+    // The marker is judged before the header is read, as the file reader does: a wrong marker
+    // in front of a cut header is damage, not a cut.
+    zul_Status status = source.read(offset, sizeof syncMarker, head);
     if (status != zul_STATUS_OK) return status;
     ZUL_REFUSE_UNLESS(std::memcmp(head, syncMarker, sizeof syncMarker) == 0);
+    status = source.read(offset + 16, chunkHeaderSize, head + 16);
+    if (status != zul_STATUS_OK) return status;
     int bodySize = 0;
     status = zul_dec_decodeChunkHeader(decoder, &bodySize, head + 16);
     if (status != zul_STATUS_OK) return status;
     zul_idx_Chunk chunk = {};
     zul_dec_getNumPointsInChunk(decoder, &chunk.numPoints);
-    ZUL_REFUSE_UNLESS(chunk.numPoints < kMaxChunkPoints && bodySize >= 0);
+    ZUL_REFUSE_UNLESS(bodySize >= 0);
     chunk.offset = offset;
     chunk.size = headSize + bodySize;
+    // As the file reader finds them: first a body cut short, then a count it cannot serve.
     if (chunk.size > source.size() - offset) return zul_STATUS_TRUNCATED;
+    ZUL_REFUSE_UNLESS(chunk.numPoints < kMaxChunkPoints);
     for (int axis = 0; axis < 3; ++axis) {
         chunk.gridMin[axis] = readInt64(head + 16 + 8 * axis);
         chunk.gridMax[axis] = readInt64(head + 40 + 8 * axis);

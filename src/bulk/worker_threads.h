@@ -14,10 +14,19 @@
 
 namespace zulbulk {
 
-// 0 means one a core; never more than `jobs`, never fewer than 1. `requested` is not negative.
-inline int resolveThreads(int requested, int64_t jobs) {
+// Points a thread is started for, at least, when the caller leaves the count to the library: on
+// a busy machine a new thread may wait milliseconds for a core, longer than a small cloud takes.
+const int64_t kPointsPerAutomaticThread = 65536;
+
+// `requested` (not negative) threads for `jobs` chunks of `points` points in all: 0 means one a
+// core, but no more than one for each kPointsPerAutomaticThread points; never more than `jobs`,
+// never fewer than 1.
+inline int resolveThreads(int requested, int64_t jobs, int64_t points) {
     int64_t count = requested;
-    if (count == 0) count = std::max(1u, std::thread::hardware_concurrency());
+    if (count == 0) {
+        count = std::max(1u, std::thread::hardware_concurrency());
+        count = std::min(count, points / kPointsPerAutomaticThread);
+    }
     return static_cast<int>(std::max<int64_t>(1, std::min(count, jobs)));
 }
 

@@ -167,7 +167,7 @@ TEST_F(BulkDecodeDamageTest, RefusesBadArguments) {
     out.resize(type, 1000);
     const double nan = std::nan(""), low[3] = {0, 0, 0}, high[3] = {1, 1, 1};
     const double upside[3] = {1, -1, 1}, withNan[3] = {0, nan, 0};
-    const int64_t one[1] = {1}, outside[1] = {2};
+    const int64_t outside[1] = {2};
     int64_t n = 0;
     zul_bulk_Points points = out.view();
     zul_bulk_Points noColors = out.view();
@@ -192,10 +192,6 @@ TEST_F(BulkDecodeDamageTest, RefusesBadArguments) {
          zul_STATUS_INVALID_ARGUMENT},
         {"chunk outside", zul_bulk_decodeChunks(handle.index, outside, 1, 1, &points, nullptr),
          zul_STATUS_INVALID_ARGUMENT},
-        {"null list", zul_bulk_decodeChunks(handle.index, nullptr, 1, 1, &points, nullptr),
-         zul_STATUS_INVALID_ARGUMENT},
-        {"negative count", zul_bulk_decodeChunks(handle.index, one, -1, 1, &points, nullptr),
-         zul_STATUS_INVALID_ARGUMENT},
         {"failed index", zul_bulk_decode(failed.index, 1, &points, nullptr),
          zul_STATUS_INVALID_STATE},
         {"box upside down", zul_idx_selectBox(handle.index, low, upside, nullptr, 0, &n),
@@ -204,17 +200,12 @@ TEST_F(BulkDecodeDamageTest, RefusesBadArguments) {
          zul_STATUS_INVALID_ARGUMENT},
         {"box of a failed index", zul_idx_selectBox(failed.index, low, high, nullptr, 0, &n),
          zul_STATUS_INVALID_STATE},
-        {"negative capacity", zul_idx_selectBox(handle.index, low, high, nullptr, -1, &n),
-         zul_STATUS_INVALID_ARGUMENT},
-        {"count outside", zul_idx_countPoints(handle.index, outside, 1, &n),
-         zul_STATUS_INVALID_ARGUMENT},
         {"negative allocation", zul_bulk_allocate(handle.index, -1, &points),
          zul_STATUS_INVALID_ARGUMENT},
         {"bad params", zul_idx_openFile(&badParams.index, file.c_str(), &params),
          zul_STATUS_INVALID_ARGUMENT},
         {"null path", zul_idx_openFile(&nullPath.index, nullptr, nullptr),
          zul_STATUS_INVALID_ARGUMENT},
-        {"null handle", zul_idx_openBuffer(nullptr, "", 0, nullptr), zul_STATUS_INVALID_ARGUMENT},
     };
     for (const auto& c : cases) EXPECT_EQ(c.got, c.expected) << c.name;
     EXPECT_EQ(points.numPoints, 1000);  // refused calls leave the record alone

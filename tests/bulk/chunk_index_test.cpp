@@ -50,6 +50,20 @@ const DamageCase kCases[] = {
      zul_STATUS_TRUNCATED, 3, 3},
     {"cut inside a marker", [](auto& b, auto& c) { b.resize(static_cast<size_t>(c[1] + 5)); },
      zul_STATUS_OK, zul_STATUS_TRUNCATED, 1, 1},
+    // Found by the fuzz target: the marker is judged before the header is found cut.
+    {"wrong marker in front of a cut header",
+     [](auto& b, auto& c) {
+         b[static_cast<size_t>(c[4])] ^= 1;
+         b.resize(static_cast<size_t>(c[4] + 20));
+     },
+     zul_STATUS_OK, zul_STATUS_CORRUPT_DATA, 4, 4},
+    // Found by the fuzz target: a cut body is found before a count no decoder serves.
+    {"2^30 points in a cut chunk",
+     [](auto& b, auto& c) {
+         putInt32(b, c[4] + 64, 0x40000000u);
+         b.resize(b.size() - 1);
+     },
+     zul_STATUS_OK, zul_STATUS_TRUNCATED, 4, 4},
     {"stream size grown", [](auto& b, auto& c) { putInt32(b, c[4] + 68, 0x7fff0000u); },
      zul_STATUS_OK, zul_STATUS_TRUNCATED, 4, 4},
     {"head only", [](auto& b, auto&) { b.resize(kHead); }, zul_STATUS_OK, zul_STATUS_OK, 0, -1},
