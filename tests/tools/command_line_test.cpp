@@ -12,6 +12,7 @@
 
 #include "support/test_names.h"
 #include "tool_support.h"
+#include "zul_bulk.h"
 
 namespace {
 
@@ -137,6 +138,8 @@ const CliCase kCases[] = {
      "decompress -j 3 --salvage {d}/b.zul {d}/b.xyz", 1,
      "300 points in 3 chunks before it are intact", "b.xyz b.zul"},
     // Threads and boxes.
+    {"negative compress threads", "", "compress --threads -2 {data}/bun0.pcd {d}/a.zul", 2,
+     "--threads -2: give 0", ""},
     {"negative threads", BUNNY, "decompress -j -1 {d}/b.zul {d}/b.xyz", 2,
      "--threads -1: give 0 (one a core) or more", "b.zul"},
     {"box upside down", BUNNY, "decompress --bbox 0,0,0,1,-1,1 {d}/b.zul {d}/b.xyz", 2,
@@ -332,6 +335,39 @@ TEST_F(CommandLineRun, BoxKeepsThePointsWithinItAndThreadsChangeNothing) {
     EXPECT_GT(kept, 0u);
     EXPECT_GT(onBound, 0u);
     EXPECT_EQ(readText(path("box.xyz")), expected);
+}
+
+// A file with its sync marker (read where its first chunk starts) blanked wherever it occurs.
+std::string withoutMarker(const std::string& path) {
+    zul_idx_Index index = nullptr;
+    zul_idx_Chunk first = {};
+    EXPECT_EQ(zul_idx_openFile(&index, path.c_str(), nullptr), zul_STATUS_OK);
+    EXPECT_EQ(zul_idx_getChunk(index, 0, &first), zul_STATUS_OK);
+    zul_idx_close(&index);
+    std::string bytes = readText(path);
+    const std::string marker = bytes.substr(static_cast<size_t>(first.offset), 16);
+    for (size_t at; (at = bytes.find(marker)) != std::string::npos;)
+        bytes.replace(at, 16, 16, '\0');
+    return bytes;
+}
+
+// Compress on several threads writes what one thread writes, in every order, but for the sync
+// marker each run draws.
+TEST_F(CommandLineRun, CompressThreadsChangeNoByte) {
+    for (const char* order : {"plan", "kd", "input"}) {
+        for (const char* threads : {"1", "3"}) {
+            ASSERT_EQ(
+                runTool(std::string("compress -q --chunk 500 --order ") + order + " -j " + threads +
+                        " " + dataFile("sample_c.las") + " " + path(std::string(threads) + ".zul"))
+                    .exitCode,
+                0);
+        }
+        const std::string one = withoutMarker(path("1.zul"));
+        EXPECT_GT(one.size(), 10000u);
+        EXPECT_EQ(withoutMarker(path("3.zul")), one) << order;
+        std::filesystem::remove(path("1.zul"));
+        std::filesystem::remove(path("3.zul"));
+    }
 }
 
 // SIGINT and SIGTERM in the middle of writing: the partial output goes, the tool dies of the

@@ -48,11 +48,21 @@ PlannedWriter::~PlannedWriter() {
 zul_Status PlannedWriter::open(const std::string& path, const zul_DataType& type,
                                const zul_Header2* header, const PlanOptions& options) {
     if (file_ != nullptr || stream_) return zul_STATUS_INVALID_STATE;
-    if (!chunkValid(options.chunk)) return zul_STATUS_INVALID_ARGUMENT;
+    if (!chunkValid(options.chunk) || options.threads < 1) return zul_STATUS_INVALID_ARGUMENT;
     options_ = options;
     options_.planner.chunk = options.chunk;
     stream_ = std::make_unique<ChunkEncoder>(type, header);
     if (stream_->status() != zul_STATUS_OK) return stream_->status();
+    if (options.threads > 1) {
+        // The stream's sync marker opens every chunk, an empty one too.
+        const char* bytes = nullptr;
+        int size = 0;
+        const zul_Status status = stream_->encode(nullptr, nullptr, 0, &bytes, &size);
+        if (status != zul_STATUS_OK) return status;
+        if (static_cast<size_t>(size) < kSyncMarkerBytes) return zul_STATUS_INVALID_STATE;
+        parallel_ = std::make_unique<ParallelChunks>(type, header, options.threads, bytes);
+        if (parallel_->status() != zul_STATUS_OK) return parallel_->status();
+    }
     measure_ = std::make_unique<ChunkEncoder>(type, nullptr);
     if (measure_->status() != zul_STATUS_OK) return measure_->status();
     planner_ = std::make_unique<BlockPlanner>(*measure_, options_.planner);
@@ -100,17 +110,23 @@ zul_Status PlannedWriter::writeBytes(const char* bytes, size_t size) {
     return std::fwrite(bytes, 1, size, file_) == size ? zul_STATUS_OK : zul_STATUS_WRITE_ERROR;
 }
 
-zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
+zul_Status PlannedWriter::encodeChunks(const Cutting& cutting, const ParallelChunks::Sink& sink) {
+    if (parallel_) return parallel_->encode(block_.data(), cutting, sink);
     for (size_t c = 0; c < cutting.chunks(); ++c) {
         const char* bytes = nullptr;
         int size = 0;
         const size_t begin = cutting.begin(c);
         zul_Status status = stream_->encode(block_.data(), cutting.order.data() + begin,
                                             cutting.ends[c] - begin, &bytes, &size);
-        if (status == zul_STATUS_OK) status = writeBytes(bytes, static_cast<size_t>(size));
+        if (status == zul_STATUS_OK) status = sink(bytes, static_cast<size_t>(size));
         if (status != zul_STATUS_OK) return status;
     }
     return zul_STATUS_OK;
+}
+
+zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
+    return encodeChunks(cutting,
+                        [&](const char* bytes, size_t size) { return writeBytes(bytes, size); });
 }
 
 zul_Status PlannedWriter::flush() {
@@ -130,14 +146,10 @@ zul_Status PlannedWriter::flush() {
             Cutting& cutting = cutting_;
             planner_->cut(block_, candidate, cutting);
             buffer_.clear();
-            for (size_t c = 0; c < cutting.chunks() && status == zul_STATUS_OK; ++c) {
-                const char* bytes = nullptr;
-                int size = 0;
-                const size_t begin = cutting.begin(c);
-                status = stream_->encode(block_.data(), cutting.order.data() + begin,
-                                         cutting.ends[c] - begin, &bytes, &size);
-                if (status == zul_STATUS_OK) buffer_.insert(buffer_.end(), bytes, bytes + size);
-            }
+            status = encodeChunks(cutting, [&](const char* bytes, size_t size) {
+                buffer_.insert(buffer_.end(), bytes, bytes + size);
+                return zul_STATUS_OK;
+            });
             if (status != zul_STATUS_OK) return status;
             if (static_cast<double>(buffer_.size()) >
                 kSureRatio * static_cast<double>(inputCost.bytes)) {

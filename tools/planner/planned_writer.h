@@ -14,6 +14,7 @@
 #include "block_planner.h"
 #include "chunk_encoding.h"
 #include "large_pages.h"
+#include "parallel_chunks.h"
 #include "zul.h"
 
 namespace zulplan {
@@ -32,6 +33,7 @@ struct PlanOptions {
     int chunk = 10000;                       // most points a chunk, 1 to 2147483646
     size_t budgetBytes = size_t{256} << 20;  // memory for a block and its planning
     BlockPlannerOptions planner;             // its chunk is set from `chunk`
+    int threads = 1;                         // encoding threads, 1 or more
 };
 
 // Points a block holds within `budgetBytes` when cut in `order`: a whole number of chunks, at
@@ -66,6 +68,9 @@ public:
 private:
     zul_Status flush();
     zul_Status writeCutting(const Cutting& cutting);
+    // Encodes the chunks of `cutting` of the block, on the threads asked for, handing them to
+    // `sink` in order.
+    zul_Status encodeChunks(const Cutting& cutting, const ParallelChunks::Sink& sink);
     zul_Status writeBytes(const char* bytes, size_t size);
 
     PlanOptions options_;
@@ -73,6 +78,7 @@ private:
     std::FILE* file_ = nullptr;
     zul_Status failed_ = zul_STATUS_INVALID_STATE;  // until opened
     std::unique_ptr<ChunkEncoder> stream_, measure_;
+    std::unique_ptr<ParallelChunks> parallel_;  // with more than one thread
     std::unique_ptr<BlockPlanner> planner_;
     LargeVector<zul_Point> block_;
     Cutting cutting_;

@@ -27,6 +27,7 @@ struct CompressOptions {
     std::string format;    // "": the input's content, else its extension
     bool force = false;    // replace an existing output
     bool verbose = false;  // tell how the chunks were cut
+    int threads = 0;       // encoding threads; 0: one a core
 };
 
 struct DecompressOptions {

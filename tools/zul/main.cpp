@@ -112,10 +112,19 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
                "write a sensor header (a version 2 stream) even without a transformation");
     c.add_flag("-q,--quiet", compress.quiet, "no progress bar and no notes");
     c.add_flag("-v,--verbose", compress.verbose, "tell how the chunks were cut");
+    c.add_option("-j,--threads", compress.threads, "encoding threads (default 0: one a core)");
 }
 
 // Options that would be taken and then ignored are refused.
+void checkThreads(int threads) {
+    if (threads < 0) {
+        throw UsageError("--threads " + std::to_string(threads) +
+                         ": give 0 (one a core) or more threads");
+    }
+}
+
 void checkCompress(const CLI::App& c, const CompressOptions& options) {
+    checkThreads(options.threads);
     if (options.normals && options.noNormals) {
         throw UsageError("--normals and --no-normals contradict");
     }
@@ -188,10 +197,7 @@ void parseBox(const std::string& text, DecompressOptions& options) {
 
 void checkDecompress(const CLI::App& d, DecompressOptions& options, const BatchNames& names,
                      const std::string& box) {
-    if (options.threads < 0) {
-        throw UsageError("--threads " + std::to_string(options.threads) +
-                         ": give 0 (one a core) or more threads");
-    }
+    checkThreads(options.threads);
     if (d.count("--bbox") > 0) parseBox(box, options);
     // The format every output gets: --format, else the extension of the one output named.
     std::string named = names.output;
