@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "block_planner.h"
@@ -66,7 +67,11 @@ public:
     double planningSeconds() const { return std::chrono::duration<double>(planning_).count(); }
 
 private:
+    // Hands the full block to be cut and written: at once with one thread, else in the
+    // background while the next block is read.
     zul_Status flush();
+    // Cuts and writes work_.
+    zul_Status flushWork();
     zul_Status writeCutting(const Cutting& cutting);
     // Encodes the chunks of `cutting` of the block, on the threads asked for, handing them to
     // `sink` in order.
@@ -80,7 +85,11 @@ private:
     std::unique_ptr<ChunkEncoder> stream_, measure_;
     std::unique_ptr<ParallelChunks> parallel_;  // with more than one thread
     std::unique_ptr<BlockPlanner> planner_;
-    LargeVector<zul_Point> block_;
+    LargeVector<zul_Point> block_;  // the block being read
+    LargeVector<zul_Point> work_;   // the block being cut and written
+    bool background_ = false;
+    std::thread job_;  // cuts and writes work_ (with more than one thread)
+    zul_Status jobStatus_ = zul_STATUS_OK;
     Cutting cutting_;
     LargeVector<char> buffer_;  // a block's chunks while it is not sure they are the smaller
 
