@@ -49,34 +49,61 @@ ChunkBatches::ChunkBatches(const std::string& path, zul_idx_Index index, bool ap
     zul_DataType type;
     status_ = zul_idx_getDataType(index_, &type, nullptr);
     if (status_ != zul_STATUS_OK) return;
+    prefetch_ = threadsFor(threads) > 1 && ends_.size() > 1;
     const size_t n = static_cast<size_t>(room);
-    positions_.resize(3 * n);
-    if (type.colorMode != zul_COLOR_NONE) colors_.resize(3 * n);
-    if (type.reflectionMode != zul_REFLECTION_NONE) reflections_.resize(n);
-    if (type.normalMode != zul_NORMAL_NONE) normals_.resize(3 * n);
+    for (Buffer& buffer : buffers_) {
+        buffer.positions.resize(3 * n);
+        if (type.colorMode != zul_COLOR_NONE) buffer.colors.resize(3 * n);
+        if (type.reflectionMode != zul_REFLECTION_NONE) buffer.reflections.resize(n);
+        if (type.normalMode != zul_NORMAL_NONE) buffer.normals.resize(3 * n);
+        if (!prefetch_) break;
+    }
 }
 
-ChunkBatches::~ChunkBatches() { zul_dec_close(&decoder_); }
+bool ChunkBatches::alone(size_t batch) const {
+    zul_idx_Chunk first = {};
+    zul_idx_getChunk(index_, chunks_[beginOf(batch)], &first);
+    return first.numPoints > kBatchPoints;
+}
+
+void ChunkBatches::decodeInto(size_t batch, Buffer& buffer) {
+    zul_bulk_Points& points = buffer.points;
+    points.numPoints = static_cast<int64_t>(buffer.positions.size() / 3);
+    points.positions = buffer.positions.data();
+    points.colors = buffer.colors.empty() ? nullptr : buffer.colors.data();
+    points.reflections = buffer.reflections.empty() ? nullptr : buffer.reflections.data();
+    points.normals = buffer.normals.empty() ? nullptr : buffer.normals.data();
+    const size_t begin = beginOf(batch);
+    buffer.status = zul_bulk_decodeChunks(index_, chunks_.data() + begin,
+                                          static_cast<int64_t>(ends_[batch] - begin), threads_,
+                                          &points, &buffer.failedChunk);
+}
+
+ChunkBatches::~ChunkBatches() {
+    if (pending_.joinable()) pending_.join();
+    zul_dec_close(&decoder_);
+}
 
 bool ChunkBatches::next() {
     if (status_ != zul_STATUS_OK || batch_ == ends_.size()) return false;
-    begin_ = batch_ == 0 ? 0 : ends_[batch_ - 1];
-    end_ = ends_[batch_++];
-    zul_idx_Chunk first = {};
-    zul_idx_getChunk(index_, chunks_[begin_], &first);
-    if (first.numPoints > kBatchPoints) {
+    if (pending_.joinable()) pending_.join();
+    begin_ = beginOf(batch_);
+    end_ = ends_[batch_];
+    if (alone(batch_)) {
         status_ = decodeAlone(chunks_[begin_]);
         failedChunk_ = status_ == zul_STATUS_OK ? -1 : chunks_[begin_];
-        return true;
+    } else {
+        Buffer& buffer = buffers_[prefetch_ ? batch_ % 2 : 0];
+        if (pendingBatch_ != batch_) decodeInto(batch_, buffer);
+        points_ = buffer.points;
+        status_ = buffer.status;
+        failedChunk_ = buffer.failedChunk;
     }
-    points_.numPoints = static_cast<int64_t>(positions_.size() / 3);
-    points_.positions = positions_.data();
-    points_.colors = colors_.empty() ? nullptr : colors_.data();
-    points_.reflections = reflections_.empty() ? nullptr : reflections_.data();
-    points_.normals = normals_.empty() ? nullptr : normals_.data();
-    status_ =
-        zul_bulk_decodeChunks(index_, chunks_.data() + begin_, static_cast<int64_t>(end_ - begin_),
-                              threads_, &points_, &failedChunk_);
+    ++batch_;
+    if (prefetch_ && status_ == zul_STATUS_OK && batch_ < ends_.size() && !alone(batch_)) {
+        pendingBatch_ = batch_;
+        pending_ = std::thread([this, batch = batch_] { decodeInto(batch, buffers_[batch % 2]); });
+    }
     return true;
 }
 

@@ -1,12 +1,14 @@
 // The chunks of a zul file decoded through its chunk index, a batch at a time, on several
 // threads: a few chunks a thread, so that memory stays bounded whatever the file's size, and the
-// points in chunk order, the order a point-by-point reader gives them. A chunk that claims more
+// points in chunk order, the order a point-by-point reader gives them. With more than one thread
+// the next batch decodes while the caller works on this one. A chunk that claims more
 // points than a batch holds is decoded alone by the in-memory decoder, whose arrays grow only as
 // points really decode: a forged count costs no memory.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "zul_bulk.h"
@@ -51,6 +53,19 @@ public:
     size_t deliveredChunks() const;
 
 private:
+    struct Buffer {
+        std::vector<double> positions;
+        std::vector<uint8_t> colors;
+        std::vector<int32_t> reflections;
+        std::vector<float> normals;
+        zul_bulk_Points points = {};
+        zul_Status status = zul_STATUS_OK;
+        int64_t failedChunk = -1;
+    };
+
+    size_t beginOf(size_t batch) const { return batch == 0 ? 0 : ends_[batch - 1]; }
+    bool alone(size_t batch) const;  // a chunk too large for a batch, decoded alone
+    void decodeInto(size_t batch, Buffer& buffer);
     zul_Status decodeAlone(int64_t number);
 
     std::string path_;
@@ -63,10 +78,10 @@ private:
     size_t batch_ = 0, begin_ = 0, end_ = 0;
     zul_Status status_ = zul_STATUS_OK;
     int64_t failedChunk_ = -1;
-    std::vector<double> positions_;
-    std::vector<uint8_t> colors_;
-    std::vector<int32_t> reflections_;
-    std::vector<float> normals_;
+    Buffer buffers_[2];  // batch b decodes into buffers_[b % 2]
+    bool prefetch_ = false;
+    std::thread pending_;  // decoding batch batch_ ahead of the caller
+    size_t pendingBatch_ = SIZE_MAX;
     zul_bulk_Points points_ = {};
 };
 
