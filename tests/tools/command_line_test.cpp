@@ -12,6 +12,7 @@
 
 #include "support/test_names.h"
 #include "tool_support.h"
+#include "zul_bulk.h"
 
 namespace {
 
@@ -133,6 +134,24 @@ const CliCase kCases[] = {
      "300 points in 3 chunks before it are intact", "b.xyz b.zul"},
     {"intact file salvaged", BUNNY, "decompress --salvage {d}/b.zul {d}/b.xyz", 0, "397 points",
      "b.xyz b.zul"},
+    {"cut file salvaged on threads", BUNNY "; cut b.zul 10",
+     "decompress -j 3 --salvage {d}/b.zul {d}/b.xyz", 1,
+     "300 points in 3 chunks before it are intact", "b.xyz b.zul"},
+    // Threads and boxes.
+    {"negative compress threads", "", "compress --threads -2 {data}/bun0.pcd {d}/a.zul", 2,
+     "--threads -2: give 0", ""},
+    {"negative threads", BUNNY, "decompress -j -1 {d}/b.zul {d}/b.xyz", 2,
+     "--threads -1: give 0 (one a core) or more", "b.zul"},
+    {"box upside down", BUNNY, "decompress --bbox 0,0,0,1,-1,1 {d}/b.zul {d}/b.xyz", 2,
+     "--bbox 0,0,0,1,-1,1: the smallest y exceeds the largest", "b.zul"},
+    {"box of NaN", BUNNY, "decompress --bbox 0,nan,0,1,1,1 {d}/b.zul {d}/b.xyz", 2,
+     "NaN is no bound", "b.zul"},
+    {"box of five", BUNNY, "decompress --bbox 0,0,0,1,1 {d}/b.zul {d}/b.xyz", 2, "give six numbers",
+     "b.zul"},
+    {"box of words", BUNNY, "decompress --bbox 0,0,0,1,1,1x {d}/b.zul {d}/b.xyz", 2,
+     "\"1x\" is not a number", "b.zul"},
+    {"box beside the cloud", BUNNY, "decompress --bbox 5,5,5,6,6,6 {d}/b.zul {d}/b.xyz", 0,
+     ": 0 points", "b.xyz b.zul"},
 };
 
 std::string expand(std::string text, const std::string& folder) {
@@ -248,6 +267,107 @@ TEST_F(CommandLineRun, InfoBoundsAreThoseOfTheDecodedPoints) {
                   "\"bounds\": {\"min\": [%.3f, %.3f, %.3f], \"max\": [%.3f, %.3f, %.3f]}", low[0],
                   low[1], low[2], high[0], high[1], high[2]);
     EXPECT_NE(info.find(expected), std::string::npos) << expected << "\n" << info;
+}
+
+// Every point of a zul file as the point-by-point reader hands it out.
+std::vector<zul_Point> readZul(const std::string& path) {
+    std::vector<zul_Point> points;
+    zul_in_Context reader = nullptr;
+    zul_DataType type;
+    EXPECT_EQ(zul_in_open(&reader, &type, path.c_str()), zul_STATUS_OK);
+    for (zul_Point p; zul_in_readNextPoint(reader, &p) == zul_STATUS_OK;) points.push_back(p);
+    zul_in_close(&reader);
+    return points;
+}
+
+// A box (its bounds exact points, through the sensor header's matrix) keeps exactly the lines of
+// the full output whose points lie within it, bounds included; and the thread count changes no
+// byte.
+TEST_F(CommandLineRun, BoxKeepsThePointsWithinItAndThreadsChangeNothing) {
+    ASSERT_EQ(runTool("compress -q --chunk 37 --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 --translate "
+                      "10 20 30 " +
+                      dataFile("bun0.pcd") + " " + path("b.zul"))
+                  .exitCode,
+              0);
+    const std::vector<zul_Point> points = readZul(path("b.zul"));
+    ASSERT_GT(points.size(), 300u);
+    double low[3], high[3];
+    for (int a = 0; a < 3; ++a) {
+        std::vector<double> values;
+        for (const zul_Point& p : points) values.push_back(p.position[a]);
+        std::sort(values.begin(), values.end());
+        low[a] = values[values.size() / 4];
+        high[a] = values[values.size() * 3 / 4];
+    }
+    char box[300];
+    std::snprintf(box, sizeof box, "%.17g,%.17g,%.17g,%.17g,%.17g,%.17g", low[0], low[1], low[2],
+                  high[0], high[1], high[2]);
+    for (const char* threads : {"1", "2", "0"}) {
+        ASSERT_EQ(runTool(std::string("decompress -q -j ") + threads + " " + path("b.zul") + " " +
+                          path(std::string("full") + threads + ".xyz"))
+                      .exitCode,
+                  0);
+    }
+    EXPECT_EQ(readText(path("full2.xyz")), readText(path("full1.xyz")));
+    EXPECT_EQ(readText(path("full0.xyz")), readText(path("full1.xyz")));
+    ASSERT_EQ(runTool("decompress -q -j 2 --bbox " + std::string(box) + " " + path("b.zul") + " " +
+                      path("box.xyz"))
+                  .exitCode,
+              0);
+    std::stringstream full(readText(path("full1.xyz")));
+    std::string expected, line;
+    size_t at = 0, kept = 0, onBound = 0;
+    while (std::getline(full, line)) {
+        if (line.empty() || !(std::isdigit(line[0]) || line[0] == '-')) {
+            expected += line + "\n";  // a header line
+            continue;
+        }
+        ASSERT_LT(at, points.size());
+        const double* p = points[at++].position;
+        bool inside = true;
+        for (int a = 0; a < 3; ++a) {
+            inside = inside && p[a] >= low[a] && p[a] <= high[a];
+            onBound += inside && (p[a] == low[a] || p[a] == high[a]);
+        }
+        if (inside) expected += line + "\n", ++kept;
+    }
+    EXPECT_EQ(at, points.size());
+    EXPECT_GT(kept, 0u);
+    EXPECT_GT(onBound, 0u);
+    EXPECT_EQ(readText(path("box.xyz")), expected);
+}
+
+// A file with its sync marker (read where its first chunk starts) blanked wherever it occurs.
+std::string withoutMarker(const std::string& path) {
+    zul_idx_Index index = nullptr;
+    zul_idx_Chunk first = {};
+    EXPECT_EQ(zul_idx_openFile(&index, path.c_str(), nullptr), zul_STATUS_OK);
+    EXPECT_EQ(zul_idx_getChunk(index, 0, &first), zul_STATUS_OK);
+    zul_idx_close(&index);
+    std::string bytes = readText(path);
+    const std::string marker = bytes.substr(static_cast<size_t>(first.offset), 16);
+    for (size_t at; (at = bytes.find(marker)) != std::string::npos;)
+        bytes.replace(at, 16, 16, '\0');
+    return bytes;
+}
+
+// Compress on several threads writes what one thread writes, in every order, but for the sync
+// marker each run draws.
+TEST_F(CommandLineRun, CompressThreadsChangeNoByte) {
+    for (const char* order : {"plan", "kd", "input"}) {
+        for (const char* threads : {"1", "3"}) {
+            ASSERT_EQ(
+                runTool(std::string("compress -q --chunk 500 --order ") + order + " -j " + threads +
+                        " " + dataFile("sample_c.las") + " " + path(std::string(threads) + ".zul"))
+                    .exitCode,
+                0);
+        }
+        const std::string one = withoutMarker(path("1.zul"));
+        EXPECT_GT(one.size(), 10000u);
+        EXPECT_EQ(withoutMarker(path("3.zul")), one) << order;
+        std::filesystem::remove(path("1.zul"));
+        std::filesystem::remove(path("3.zul"));
+    }
 }
 
 // SIGINT and SIGTERM in the middle of writing: the partial output goes, the tool dies of the

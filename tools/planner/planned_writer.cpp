@@ -18,6 +18,9 @@ const size_t kKdPointBytes = sizeof(zul_Point) + 32 + 8;
 // not at least this much smaller than the sample said the input's order would be.
 const double kSureRatio = 0.99;
 
+// Chunks a thread of the input's order in a block, with more than one thread.
+const int kInputChunksPerThread = 8;
+
 }  // namespace
 
 bool parseOrder(const std::string& name, Order& order) {
@@ -42,27 +45,46 @@ size_t blockCapacity(size_t budgetBytes, int chunk, Order order) {
 }
 
 PlannedWriter::~PlannedWriter() {
+    if (job_.joinable()) job_.join();
     if (file_ != nullptr) std::fclose(file_);
 }
 
 zul_Status PlannedWriter::open(const std::string& path, const zul_DataType& type,
                                const zul_Header2* header, const PlanOptions& options) {
     if (file_ != nullptr || stream_) return zul_STATUS_INVALID_STATE;
-    if (!chunkValid(options.chunk)) return zul_STATUS_INVALID_ARGUMENT;
+    if (!chunkValid(options.chunk) || options.threads < 1) return zul_STATUS_INVALID_ARGUMENT;
     options_ = options;
     options_.planner.chunk = options.chunk;
     stream_ = std::make_unique<ChunkEncoder>(type, header);
     if (stream_->status() != zul_STATUS_OK) return stream_->status();
+    if (options.threads > 1) {
+        // The stream's sync marker opens every chunk, an empty one too.
+        const char* bytes = nullptr;
+        int size = 0;
+        const zul_Status status = stream_->encode(nullptr, nullptr, 0, &bytes, &size);
+        if (status != zul_STATUS_OK) return status;
+        if (static_cast<size_t>(size) < kSyncMarkerBytes) return zul_STATUS_INVALID_STATE;
+        parallel_ = std::make_unique<ParallelChunks>(type, header, options.threads, bytes);
+        if (parallel_->status() != zul_STATUS_OK) return parallel_->status();
+    }
     measure_ = std::make_unique<ChunkEncoder>(type, nullptr);
     if (measure_->status() != zul_STATUS_OK) return measure_->status();
     planner_ = std::make_unique<BlockPlanner>(*measure_, options_.planner);
     capacity_ = blockCapacity(options.budgetBytes, options.chunk, options.order);
+    // With more threads, a block is cut and encoded while the next one is read, and the input's
+    // order takes a few chunks a thread at once.
+    background_ = options.threads > 1;
+    if (background_ && options.order == Order::Input) {
+        capacity_ *= static_cast<size_t>(kInputChunksPerThread * options.threads);
+    }
     // Address space only: a page is taken when a point first reaches it, so a small input costs
     // little.
     // A chunk larger than the budget (the input's order with a large --chunk) grows as points
     // come instead.
-    block_.reserve(
-        std::min(capacity_, std::max<size_t>(options.budgetBytes / sizeof(zul_Point), 1)));
+    const size_t reserve =
+        std::min(capacity_, std::max<size_t>(options.budgetBytes / sizeof(zul_Point), 1));
+    block_.reserve(reserve);
+    if (background_) work_.reserve(reserve);
     file_ = std::fopen(path.c_str(), "wb");
     if (file_ == nullptr) return zul_STATUS_WRITE_ERROR;
     failed_ = zul_STATUS_OK;
@@ -89,6 +111,8 @@ zul_Status PlannedWriter::write(const zul_Point& point) {
 zul_Status PlannedWriter::close() {
     zul_Status status = failed_;
     if (status == zul_STATUS_OK) status = flush();
+    if (job_.joinable()) job_.join();
+    if (status == zul_STATUS_OK) status = jobStatus_;
     if (file_ != nullptr && std::fclose(file_) != 0 && status == zul_STATUS_OK)
         status = zul_STATUS_WRITE_ERROR;
     file_ = nullptr;
@@ -100,21 +124,42 @@ zul_Status PlannedWriter::writeBytes(const char* bytes, size_t size) {
     return std::fwrite(bytes, 1, size, file_) == size ? zul_STATUS_OK : zul_STATUS_WRITE_ERROR;
 }
 
-zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
+zul_Status PlannedWriter::encodeChunks(const Cutting& cutting, const ParallelChunks::Sink& sink) {
+    if (parallel_) return parallel_->encode(work_.data(), cutting, sink);
     for (size_t c = 0; c < cutting.chunks(); ++c) {
         const char* bytes = nullptr;
         int size = 0;
         const size_t begin = cutting.begin(c);
-        zul_Status status = stream_->encode(block_.data(), cutting.order.data() + begin,
+        zul_Status status = stream_->encode(work_.data(), cutting.order.data() + begin,
                                             cutting.ends[c] - begin, &bytes, &size);
-        if (status == zul_STATUS_OK) status = writeBytes(bytes, static_cast<size_t>(size));
+        if (status == zul_STATUS_OK) status = sink(bytes, static_cast<size_t>(size));
         if (status != zul_STATUS_OK) return status;
     }
     return zul_STATUS_OK;
 }
 
+zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
+    return encodeChunks(cutting,
+                        [&](const char* bytes, size_t size) { return writeBytes(bytes, size); });
+}
+
 zul_Status PlannedWriter::flush() {
-    if (block_.empty()) return zul_STATUS_OK;
+    if (!background_) {
+        block_.swap(work_);
+        const zul_Status status = flushWork();
+        block_.swap(work_);
+        return status;
+    }
+    // The block before is encoded and written by now, and the planner is free again.
+    if (job_.joinable()) job_.join();
+    if (jobStatus_ != zul_STATUS_OK) return jobStatus_;
+    block_.swap(work_);
+    job_ = std::thread([this] { jobStatus_ = flushWork(); });
+    return zul_STATUS_OK;
+}
+
+zul_Status PlannedWriter::flushWork() {
+    if (work_.empty()) return zul_STATUS_OK;
     Candidate candidate;
     zul_Status status = zul_STATUS_OK;
     if (options_.order == Order::Kd) {
@@ -122,53 +167,49 @@ zul_Status PlannedWriter::flush() {
     } else if (options_.order == Order::Plan) {
         const auto start = std::chrono::steady_clock::now();
         Estimate cost, inputCost;
-        status = planner_->choose(block_, candidate, cost, inputCost);
+        status = planner_->choose(work_, candidate, cost, inputCost);
         planning_ += std::chrono::steady_clock::now() - start;
         if (status != zul_STATUS_OK) return status;
         if (!cost.exact && candidate.kind != Candidate::Input) {
             // Weighed on samples: hold the chunks until they are sure to be the smaller.
             Cutting& cutting = cutting_;
-            planner_->cut(block_, candidate, cutting);
+            planner_->cut(work_, candidate, cutting);
             buffer_.clear();
-            for (size_t c = 0; c < cutting.chunks() && status == zul_STATUS_OK; ++c) {
-                const char* bytes = nullptr;
-                int size = 0;
-                const size_t begin = cutting.begin(c);
-                status = stream_->encode(block_.data(), cutting.order.data() + begin,
-                                         cutting.ends[c] - begin, &bytes, &size);
-                if (status == zul_STATUS_OK) buffer_.insert(buffer_.end(), bytes, bytes + size);
-            }
+            status = encodeChunks(cutting, [&](const char* bytes, size_t size) {
+                buffer_.insert(buffer_.end(), bytes, bytes + size);
+                return zul_STATUS_OK;
+            });
             if (status != zul_STATUS_OK) return status;
             if (static_cast<double>(buffer_.size()) >
                 kSureRatio * static_cast<double>(inputCost.bytes)) {
                 Candidate input;
                 Cutting& runs = cutting_;
-                planner_->cut(block_, input, runs);
+                planner_->cut(work_, input, runs);
                 uint64_t inputBytes = 0;
                 ++checks_;
-                status = measure_->measure(block_.data(), runs, inputBytes);
+                status = measure_->measure(work_.data(), runs, inputBytes);
                 if (status != zul_STATUS_OK) return status;
                 if (inputBytes < buffer_.size()) {
                     ++fallbacks_;
                     chosen_[input.describe()].blocks++;
-                    chosen_[input.describe()].points += block_.size();
+                    chosen_[input.describe()].points += work_.size();
                     status = writeCutting(runs);
-                    block_.clear();
+                    work_.clear();
                     return status;
                 }
             }
             status = writeBytes(buffer_.data(), buffer_.size());
             chosen_[candidate.describe()].blocks++;
-            chosen_[candidate.describe()].points += block_.size();
-            block_.clear();
+            chosen_[candidate.describe()].points += work_.size();
+            work_.clear();
             return status;
         }
     }
-    planner_->cut(block_, candidate, cutting_);
+    planner_->cut(work_, candidate, cutting_);
     status = writeCutting(cutting_);
     chosen_[candidate.describe()].blocks++;
-    chosen_[candidate.describe()].points += block_.size();
-    block_.clear();
+    chosen_[candidate.describe()].points += work_.size();
+    work_.clear();
     return status;
 }
 

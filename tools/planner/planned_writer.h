@@ -9,11 +9,13 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "block_planner.h"
 #include "chunk_encoding.h"
 #include "large_pages.h"
+#include "parallel_chunks.h"
 #include "zul.h"
 
 namespace zulplan {
@@ -32,6 +34,7 @@ struct PlanOptions {
     int chunk = 10000;                       // most points a chunk, 1 to 2147483646
     size_t budgetBytes = size_t{256} << 20;  // memory for a block and its planning
     BlockPlannerOptions planner;             // its chunk is set from `chunk`
+    int threads = 1;                         // encoding threads, 1 or more
 };
 
 // Points a block holds within `budgetBytes` when cut in `order`: a whole number of chunks, at
@@ -64,8 +67,15 @@ public:
     double planningSeconds() const { return std::chrono::duration<double>(planning_).count(); }
 
 private:
+    // Hands the full block to be cut and written: at once with one thread, else in the
+    // background while the next block is read.
     zul_Status flush();
+    // Cuts and writes work_.
+    zul_Status flushWork();
     zul_Status writeCutting(const Cutting& cutting);
+    // Encodes the chunks of `cutting` of the block, on the threads asked for, handing them to
+    // `sink` in order.
+    zul_Status encodeChunks(const Cutting& cutting, const ParallelChunks::Sink& sink);
     zul_Status writeBytes(const char* bytes, size_t size);
 
     PlanOptions options_;
@@ -73,8 +83,13 @@ private:
     std::FILE* file_ = nullptr;
     zul_Status failed_ = zul_STATUS_INVALID_STATE;  // until opened
     std::unique_ptr<ChunkEncoder> stream_, measure_;
+    std::unique_ptr<ParallelChunks> parallel_;  // with more than one thread
     std::unique_ptr<BlockPlanner> planner_;
-    LargeVector<zul_Point> block_;
+    LargeVector<zul_Point> block_;  // the block being read
+    LargeVector<zul_Point> work_;   // the block being cut and written
+    bool background_ = false;
+    std::thread job_;  // cuts and writes work_ (with more than one thread)
+    zul_Status jobStatus_ = zul_STATUS_OK;
     Cutting cutting_;
     LargeVector<char> buffer_;  // a block's chunks while it is not sure they are the smaller
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
-#include <cstring>
 #include <memory>
+#include <numeric>
 #include <vector>
 
 #include "formats/byte_input.h"
@@ -14,141 +14,133 @@ namespace zultool {
 
 namespace {
 
-constexpr int kMarkerSize = 16;
-// In a chunk header: the box (smallest x, y, z, then largest), the point count, then the size
-// of each data stream present.
-constexpr int kCountOffset = 48;
-constexpr int kFirstSizeOffset = 52;
+// Behind a chunk's sync marker, its header holds the box (smallest x, y, z, then largest), the
+// point count, then the size of each data stream present: the one figure the index leaves out.
+constexpr uint64_t kFirstSizeOffset = 16 + 52;
 
-struct DecoderGuard {
-    zul_dec_Context context = nullptr;
-    ~DecoderGuard() { zul_dec_close(&context); }
-};
-
-WalkEnd walkOrThrow(WalkEnd& end, const std::string& path, bool decodeBodies, ZulFileHead& head,
-                    const std::function<void(const ChunkEntry&)>& onChunk) {
-    std::unique_ptr<ByteInput> opened;
-    try {
-        opened = std::make_unique<ByteInput>(path);
-    } catch (const FormatError&) {
-        end.status = zul_STATUS_READ_ERROR;
-        return end;
+// Reads the stream sizes of `chunk` from its header; false if the file cannot be read there.
+bool readStreamSizes(ByteInput& in, const ZulFileHead& head, ChunkEntry& chunk) {
+    unsigned char sizes[16];
+    const size_t count = static_cast<size_t>(std::count(head.present, head.present + 4, true));
+    in.seek(chunk.offset + kFirstSizeOffset);
+    if (in.readSome(sizes, 4 * count) != 4 * count) return false;
+    for (int stream = 0, field = 0; stream < 4; ++stream) {
+        chunk.streamBytes[stream] =
+            head.present[stream] ? loadLittle<uint32_t>(sizes + 4 * field++) : 0;
     }
-    ByteInput& in = *opened;
-    head.fileBytes = in.size();
-    std::vector<char> bytes;
-    // Reads exactly n bytes; false if the file ends first.
-    const auto take = [&](size_t n) {
-        bytes.resize(n);
-        return in.readSome(bytes.data(), n) == n;
-    };
-    const auto fail = [&](zul_Status status) {
-        end.status = status;
-        return end;
-    };
+    return true;
+}
 
-    DecoderGuard decoder;
-    const zul_dec_Params params = {0, {0, 0, 0, 0}};  // the stored frame: the box is stored so
-    int headerSize = 0;
-    if (!take(8)) return fail(zul_STATUS_TRUNCATED);
-    zul_Status status = zul_dec_open2(&decoder.context, &headerSize, bytes.data(), &params);
-    if (status != zul_STATUS_OK) return fail(status);
-    head.version = static_cast<unsigned char>(bytes[3]);  // byte 3 of the signature
-    if (!take(static_cast<size_t>(headerSize))) return fail(zul_STATUS_TRUNCATED);
-    int chunkHeaderSize = 0;
-    const char* syncMarker = nullptr;
-    status = zul_dec_decodeFileHeader2(decoder.context, &head.dataType, &head.header,
-                                       &chunkHeaderSize, &syncMarker, bytes.data());
-    if (status != zul_STATUS_OK) return fail(status);
-    head.present[1] = head.dataType.colorMode != zul_COLOR_NONE;
-    head.present[2] = head.dataType.reflectionMode != zul_REFLECTION_NONE;
-    head.present[3] = head.dataType.normalMode != zul_NORMAL_NONE;
-
-    end.stage = ZulStage::Read;
-    for (ChunkEntry chunk;; ++chunk.index) {
-        chunk.offset = in.position();
-        end.damagedChunk = chunk.index;
-        end.offset = chunk.offset;
-        bytes.resize(kMarkerSize);
-        const size_t got = in.readSome(bytes.data(), kMarkerSize);
-        if (got == 0) break;
-        if (got < kMarkerSize) return fail(zul_STATUS_TRUNCATED);
-        if (std::memcmp(bytes.data(), syncMarker, kMarkerSize) != 0) {
-            return fail(zul_STATUS_CORRUPT_DATA);
-        }
-        if (!take(static_cast<size_t>(chunkHeaderSize))) return fail(zul_STATUS_TRUNCATED);
-        int bodySize = 0;
-        status = zul_dec_decodeChunkHeader(decoder.context, &bodySize, bytes.data());
-        if (status != zul_STATUS_OK) return fail(status);
-        const auto* header = reinterpret_cast<const unsigned char*>(bytes.data());
-        for (int axis = 0; axis < 3; ++axis) {
-            chunk.gridMin[axis] = loadLittle<int64_t>(header + 8 * axis);
-            chunk.gridMax[axis] = loadLittle<int64_t>(header + 24 + 8 * axis);
-        }
-        chunk.points = loadLittle<int32_t>(header + kCountOffset);
-        for (int stream = 0, field = 0; stream < 4; ++stream) {
-            chunk.streamBytes[stream] =
-                head.present[stream] ? loadLittle<uint32_t>(header + kFirstSizeOffset + 4 * field++)
-                                     : 0;
-        }
-        // The body is read (or skipped) only if the file holds it: no allocation beyond it.
-        if (static_cast<uint64_t>(bodySize) > in.size() - in.position()) {
-            return fail(zul_STATUS_TRUNCATED);
-        }
-        if (decodeBodies) {
-            if (!take(static_cast<size_t>(bodySize))) return fail(zul_STATUS_TRUNCATED);
-            zul_PointData points = {};
-            status = zul_dec_decodeChunkBody(decoder.context, &points, bytes.data());
-            if (status != zul_STATUS_OK) return fail(status);
-        } else {
-            in.seek(in.position() + static_cast<uint64_t>(bodySize));
-        }
-        chunk.bytes = in.position() - chunk.offset;
-        ++end.intactChunks;
-        end.intactPoints += chunk.points;
-        onChunk(chunk);
+ChunkEntry entryOf(zul_idx_Index index, int64_t number) {
+    zul_idx_Chunk chunk = {};
+    zul_idx_getChunk(index, number, &chunk);
+    ChunkEntry entry;
+    entry.index = static_cast<uint64_t>(number);
+    entry.offset = static_cast<uint64_t>(chunk.offset);
+    entry.bytes = static_cast<uint64_t>(chunk.size);
+    entry.points = chunk.numPoints;
+    for (int axis = 0; axis < 3; ++axis) {
+        entry.min[axis] = chunk.min[axis];
+        entry.max[axis] = chunk.max[axis];
     }
-    end.status = zul_STATUS_OK;
-    return end;
+    return entry;
 }
 
 }  // namespace
 
-WalkEnd walkChunks(const std::string& path, bool decodeBodies, ZulFileHead& head,
-                   const std::function<void(const ChunkEntry&)>& onChunk) {
-    WalkEnd end;
+zul_Status openIndex(const std::string& path, bool applyTransformation, IndexGuard& index,
+                     ZulFileHead& head) {
+    const zul_dec_Params params = {applyTransformation ? 1 : 0, {0, 0, 0, 0}};
+    zul_Status status = zul_idx_openFile(&index.index, path.c_str(), &params);
+    if (status != zul_STATUS_OK) return status;
+    head.applyTransformation = applyTransformation;
+    status = zul_idx_getDataType(index.index, &head.dataType, &head.header);
+    if (status != zul_STATUS_OK) return status;
+    head.present[1] = head.dataType.colorMode != zul_COLOR_NONE;
+    head.present[2] = head.dataType.reflectionMode != zul_REFLECTION_NONE;
+    head.present[3] = head.dataType.normalMode != zul_NORMAL_NONE;
     try {
-        return walkOrThrow(end, path, decodeBodies, head, onChunk);
-    } catch (const FormatError&) {  // a read that failed midway
+        ByteInput in(path);
+        unsigned char signature[4];
+        if (in.readSome(signature, 4) != 4) return zul_STATUS_READ_ERROR;
+        head.fileBytes = in.size();
+        head.version = signature[3];  // byte 3 of the signature
+    } catch (const FormatError&) {
+        return zul_STATUS_READ_ERROR;
+    }
+    return zul_STATUS_OK;
+}
+
+WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHead& head,
+                  bool decodeBodies, int threads,
+                  const std::function<void(const ChunkEntry&)>& onChunk) {
+    WalkEnd end;
+    end.stage = ZulStage::Read;
+    int64_t listed = 0;
+    zul_idx_getCounts(index, &listed, nullptr);
+    std::unique_ptr<ByteInput> in;
+    try {
+        in = std::make_unique<ByteInput>(path);
+    } catch (const FormatError&) {
         end.status = zul_STATUS_READ_ERROR;
         return end;
     }
-}
-
-void readerBox(const ZulFileHead& head, const ChunkEntry& chunk, double min[3], double max[3]) {
-    const double step = head.dataType.quantizationStep;
-    double low[3], high[3];
-    for (int axis = 0; axis < 3; ++axis) {
-        low[axis] = static_cast<double>(chunk.gridMin[axis]) * step;
-        high[axis] = static_cast<double>(chunk.gridMax[axis]) * step;
-    }
-    if (!head.header.enabled) {
-        std::copy(low, low + 3, min);
-        std::copy(high, high + 3, max);
-        return;
-    }
-    const double* m = head.header.transformation;
-    for (int corner = 0; corner < 8; ++corner) {
-        double p[3];
-        for (int axis = 0; axis < 3; ++axis)
-            p[axis] = (corner >> axis) & 1 ? high[axis] : low[axis];
-        for (int row = 0; row < 3; ++row) {
-            const double value =
-                m[row] * p[0] + m[4 + row] * p[1] + m[8 + row] * p[2] + m[12 + row];
-            min[row] = corner == 0 ? value : std::min(min[row], value);
-            max[row] = corner == 0 ? value : std::max(max[row], value);
+    const auto deliver = [&](int64_t number) {
+        ChunkEntry entry = entryOf(index, number);
+        bool read = false;
+        try {
+            read = readStreamSizes(*in, head, entry);
+        } catch (const FormatError&) {
+        }
+        if (!read) {
+            end.status = zul_STATUS_READ_ERROR;
+            end.damagedChunk = entry.index;
+            end.offset = entry.offset;
+            return false;
+        }
+        ++end.intactChunks;
+        end.intactPoints += entry.points;
+        onChunk(entry);
+        return true;
+    };
+    if (decodeBodies) {
+        std::vector<int64_t> all(static_cast<size_t>(listed));
+        std::iota(all.begin(), all.end(), int64_t{0});
+        ChunkBatches batches(path, index, head.applyTransformation, std::move(all), threads);
+        while (batches.next()) {
+            for (size_t k = 0; k < batches.deliveredChunks(); ++k) {
+                if (!deliver(batches.batchChunks()[k])) return end;
+            }
+        }
+        if (batches.status() != zul_STATUS_OK) {
+            end.status = batches.status();
+            const ChunkEntry failed = entryOf(index, batches.failedChunk());
+            end.damagedChunk = failed.index;
+            end.offset = failed.offset;
+            return end;
+        }
+    } else {
+        for (int64_t number = 0; number < listed; ++number) {
+            if (!deliver(number)) return end;
         }
     }
+    int64_t damaged = 0, offset = 0;
+    zul_idx_getDamage(index, &end.status, &damaged, &offset);
+    end.damagedChunk = static_cast<uint64_t>(damaged);
+    end.offset = static_cast<uint64_t>(offset);
+    return end;
+}
+
+WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, ZulFileHead& head,
+                   const std::function<void(const ChunkEntry&)>& onChunk) {
+    IndexGuard index;
+    const zul_Status status = openIndex(path, true, index, head);
+    if (status != zul_STATUS_OK) {
+        WalkEnd end;
+        end.status = status;
+        return end;
+    }
+    return walkIndex(path, index.index, head, decodeBodies, threads, onChunk);
 }
 
 std::string damageText(const WalkEnd& end) {

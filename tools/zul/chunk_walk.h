@@ -1,12 +1,13 @@
-// A zul file chunk by chunk, as the file reader finds the chunks: its head, then for every chunk
-// its place, size, point count, stream sizes and box, and where the first damage lies. Kept in
-// one place so that `info`, `verify` and `decompress --salvage` agree on what is intact.
+// A zul file chunk by chunk, through its chunk index: its head, then for every chunk its place,
+// size, point count, stream sizes and box, and where the first damage lies. Kept in one place so
+// that `info`, `verify` and `decompress --salvage` agree on what is intact.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <string>
 
+#include "chunk_batches.h"
 #include "status_text.h"
 #include "zul.h"
 
@@ -20,6 +21,7 @@ struct ZulFileHead {
     zul_Header2 header = {};
     // Streams present: coordinates, colour, reflection, normals.
     bool present[4] = {true, false, false, false};
+    bool applyTransformation = true;  // as the index was opened
 };
 
 struct ChunkEntry {
@@ -27,8 +29,8 @@ struct ChunkEntry {
     uint64_t offset = 0;  // of its sync marker, in bytes from the start of the file
     uint64_t bytes = 0;   // sync marker, chunk header and body
     int64_t points = 0;
-    uint64_t streamBytes[4] = {};              // zero for a stream the file lacks
-    int64_t gridMin[3] = {}, gridMax[3] = {};  // the box in grid units, as stored
+    uint64_t streamBytes[4] = {};     // zero for a stream the file lacks
+    double min[3] = {}, max[3] = {};  // the box in the coordinates a reader gets
 };
 
 // Where the walk stopped: zul_STATUS_OK after the last chunk of an intact file, else the first
@@ -42,16 +44,22 @@ struct WalkEnd {
     int64_t intactPoints = 0;
 };
 
-// Walks the chunks of `path`, handing each intact one to `onChunk`. With `decodeBodies` every
-// body is decoded too, so that a chunk counts as intact exactly when a reader gets its points;
-// without, only the framing and the chunk headers are checked. Never throws for damage: the
-// failure is in the result.
-WalkEnd walkChunks(const std::string& path, bool decodeBodies, ZulFileHead& head,
-                   const std::function<void(const ChunkEntry&)>& onChunk);
+// Opens the chunk index of `path`, its boxes in the coordinates a reader gets with or without the
+// sensor header's matrix, and reads the file's head. Returns the status of the opening.
+zul_Status openIndex(const std::string& path, bool applyTransformation, IndexGuard& index,
+                     ZulFileHead& head);
 
-// The box of a chunk in the coordinates a reader gets: grid units times the step, and for a
-// version 2 file the box of the corners brought through its matrix.
-void readerBox(const ZulFileHead& head, const ChunkEntry& chunk, double min[3], double max[3]);
+// Walks the chunks of an opened index, handing each intact one to `onChunk`. With `decodeBodies`
+// every body is decoded too (on `threads` threads, 0: one a core), so that a chunk counts as
+// intact exactly when a reader gets its points; without, only the framing and the chunk headers
+// are checked. Never throws for damage: the failure is in the result.
+WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHead& head,
+                  bool decodeBodies, int threads,
+                  const std::function<void(const ChunkEntry&)>& onChunk);
+
+// openIndex (through the matrix), then walkIndex.
+WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, ZulFileHead& head,
+                   const std::function<void(const ChunkEntry&)>& onChunk);
 
 // The damage in words: "damaged at chunk 3 (byte 61234): 15000 points in 3 chunks before it are
 // intact; the file ends inside a chunk (truncated)", or the status alone for a file whose head

@@ -27,6 +27,7 @@ struct CompressOptions {
     std::string format;    // "": the input's content, else its extension
     bool force = false;    // replace an existing output
     bool verbose = false;  // tell how the chunks were cut
+    int threads = 0;       // encoding threads; 0: one a core
 };
 
 struct DecompressOptions {
@@ -38,6 +39,9 @@ struct DecompressOptions {
     std::string format;    // "": the output's extension
     bool force = false;    // replace an existing output
     bool salvage = false;  // write the intact chunks before the first damage, then fail
+    int threads = 0;       // decoding threads; 0: one a core
+    bool box = false;      // write only the points within [boxMin, boxMax], bounds included
+    double boxMin[3] = {}, boxMax[3] = {};
 };
 
 struct InfoOptions {

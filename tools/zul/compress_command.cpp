@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "chunk_batches.h"
 #include "commands.h"
 #include "file_kind.h"
 #include "formats/byte_output.h"
@@ -65,6 +66,7 @@ int runCompress(const CompressOptions& options) {
     zulplan::PlanOptions planOptions;
     zulplan::parseOrder(options.order, planOptions.order);
     planOptions.chunk = options.chunk;
+    planOptions.threads = threadsFor(options.threads);
     planOptions.budgetBytes = static_cast<size_t>(options.orderBudgetMiB) << 20;
     zulplan::PlannedWriter writer;
     errno = 0;

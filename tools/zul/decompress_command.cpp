@@ -1,4 +1,6 @@
-// zul decompress: a zul file, read point by point, written as any format the tool writes.
+// zul decompress: a zul file, decoded through its chunk index a batch of chunks at a time on
+// several threads, written in chunk order as any format the tool writes; with a box, only the
+// chunks that meet it are decoded and only the points within it written.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -8,6 +10,8 @@
 #include <iostream>
 #include <iterator>
 
+#include "chunk_batches.h"
+#include "chunk_walk.h"
 #include "commands.h"
 #include "file_kind.h"
 #include "formats/cloud.h"
@@ -18,16 +22,61 @@
 #include "progress_bar.h"
 #include "salvage.h"
 #include "status_text.h"
-#include "zul.h"
+#include "zul_bulk.h"
 
 namespace zultool {
 
 namespace {
 
-struct ReaderGuard {
-    zul_in_Context context = nullptr;
-    ~ReaderGuard() { zul_in_close(&context); }
-};
+bool inBox(const DecompressOptions& options, const double* p) {
+    for (int axis = 0; axis < 3; ++axis) {
+        if (!(p[axis] >= options.boxMin[axis] && p[axis] <= options.boxMax[axis])) return false;
+    }
+    return true;
+}
+
+// The chunks to decode, of the first `usable` listed, and the number of points that will be
+// written: every chunk, or those that meet the box, whose points within it are counted by
+// decoding the chunks that only overlap it.
+std::vector<int64_t> chooseChunks(const DecompressOptions& options, zul_idx_Index index,
+                                  int64_t usable, int64_t& count) {
+    std::vector<int64_t> chunks;
+    count = 0;
+    if (!options.box) {
+        for (int64_t number = 0; number < usable; ++number) chunks.push_back(number);
+        zul_idx_countPoints(index, chunks.data(), usable, &count);
+        return chunks;
+    }
+    int64_t selected = 0;
+    checkStatus(zul_idx_selectBox(index, options.boxMin, options.boxMax, nullptr, 0, &selected),
+                options.input, ZulStage::Read);
+    chunks.resize(static_cast<size_t>(selected));
+    checkStatus(zul_idx_selectBox(index, options.boxMin, options.boxMax, chunks.data(), selected,
+                                  &selected),
+                options.input, ZulStage::Read);
+    chunks.erase(std::lower_bound(chunks.begin(), chunks.end(), usable), chunks.end());
+    std::vector<int64_t> overlapping;
+    for (const int64_t number : chunks) {
+        zul_idx_Chunk chunk = {};
+        zul_idx_getChunk(index, number, &chunk);
+        if (inBox(options, chunk.min) && inBox(options, chunk.max)) {
+            count += chunk.numPoints;
+        } else {
+            overlapping.push_back(number);
+        }
+    }
+    ChunkBatches batches(options.input, index, !options.noTransform, std::move(overlapping),
+                         options.threads);
+    while (batches.next()) {
+        const zul_bulk_Points& points = batches.points();
+        for (int64_t i = 0; i < points.numPoints; ++i) {
+            count += inBox(options, points.positions + 3 * i) ? 1 : 0;
+        }
+    }
+    errno = 0;
+    checkStatus(batches.status(), options.input, ZulStage::Read);
+    return chunks;
+}
 
 std::string readText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -45,20 +94,29 @@ int runDecompress(const DecompressOptions& options) {
     if (format == Format::Zul) {
         throw FormatError(options.output + ": decompress writes .las .pcd .ply .xyz .csv or .bin");
     }
-    ReaderGuard reader;
-    zul_DataType dataType;
-    zul_Header2 header;
-    zul_dec_Params params = {options.noTransform ? 0 : 1, {0, 0, 0, 0}};
+    IndexGuard index;
+    ZulFileHead head;
     errno = 0;
-    checkStatus(zul_in_open2(&reader.context, &dataType, &header, options.input.c_str(), &params),
-                options.input, ZulStage::Open);
-    int64_t count = 0;
-    const WalkEnd intact = options.salvage ? findIntactPoints(options) : WalkEnd{};
+    const zul_Status opened = openIndex(options.input, !options.noTransform, index, head);
+    if (opened != zul_STATUS_OK && options.salvage) throwNothingSalvaged(options, opened);
+    checkStatus(opened, options.input, ZulStage::Open);
+    const zul_DataType& dataType = head.dataType;
+    const zul_Header2& header = head.header;
+    int64_t usable = 0;
+    zul_idx_getCounts(index.index, &usable, nullptr);
+    const WalkEnd intact =
+        options.salvage ? findIntactPoints(options, index.index, head) : WalkEnd{};
     if (options.salvage) {
-        count = intact.intactPoints;
+        usable = static_cast<int64_t>(intact.intactChunks);
     } else {
-        checkStatus(zul_in_getNumPoints(reader.context, &count), options.input, ZulStage::Read);
+        // A damaged header is refused before anything is written.
+        zul_Status damage = zul_STATUS_OK;
+        zul_idx_getDamage(index.index, &damage, nullptr, nullptr);
+        errno = 0;
+        checkStatus(damage, options.input, ZulStage::Read);
     }
+    int64_t count = 0;
+    std::vector<int64_t> chunks = chooseChunks(options, index.index, usable, count);
 
     WriteOptions write;
     write.color = dataType.colorMode != zul_COLOR_NONE;
@@ -89,13 +147,26 @@ int runDecompress(const DecompressOptions& options) {
             openCloudWriter(output.temporaryPath(), format, write);
         ProgressBar progress("decompressing", static_cast<uint64_t>(count), options.quiet);
         zul_Point point = {};
-        while (!options.salvage || read < count) {
-            const zul_Status status = zul_in_readNextPoint(reader.context, &point);
-            if (status == zul_STATUS_END_OF_FILE) break;
-            checkStatus(status, options.input, ZulStage::Read);
-            writer->write(point);
-            progress.update(static_cast<uint64_t>(++read));
+        ChunkBatches batches(options.input, index.index, !options.noTransform, std::move(chunks),
+                             options.threads);
+        while (batches.next()) {
+            const zul_bulk_Points& points = batches.points();
+            for (int64_t i = 0; i < points.numPoints; ++i) {
+                const double* p = points.positions + 3 * i;
+                if (options.box && !inBox(options, p)) continue;
+                std::copy(p, p + 3, point.position);
+                if (points.colors) std::copy_n(points.colors + 3 * i, 3, point.color);
+                if (points.reflections) point.reflection = points.reflections[i];
+                if (points.normals) std::copy_n(points.normals + 3 * i, 3, point.normal);
+                writer->write(point);
+                ++read;
+            }
+            progress.update(static_cast<uint64_t>(read));
+            errno = 0;
+            checkStatus(batches.status(), options.input, ZulStage::Read);
         }
+        errno = 0;
+        checkStatus(batches.status(), options.input, ZulStage::Read);
         writer->finish();
         if (!options.quiet) {
             for (const auto& [kind, n] : writer->changes()) {

@@ -1,7 +1,7 @@
 // zul info: what a zul file holds, from its file header and chunk headers: kinds of points,
 // step, bounds, sizes of the data streams and, if asked, a table of every chunk. Each body is
-// decoded on the way (and dropped), so that a damaged file is refused as decompress refuses it
-// rather than described with counts it does not hold.
+// decoded on the way (on all cores, and dropped), so that a damaged file is refused as decompress
+// refuses it rather than described with counts it does not hold.
 #include <cinttypes>
 #include <cstdio>
 #include <iostream>
@@ -35,9 +35,9 @@ struct FileSummary {
 
 FileSummary summarise(const std::string& path, bool keepTable) {
     FileSummary s;
-    const WalkEnd end = walkChunks(path, true, s.head, [&](const ChunkEntry& chunk) {
-        double low[3], high[3];
-        readerBox(s.head, chunk, low, high);
+    const WalkEnd end = walkChunks(path, true, 0, s.head, [&](const ChunkEntry& chunk) {
+        const double* low = chunk.min;
+        const double* high = chunk.max;
         for (int axis = 0; axis < 3; ++axis) {
             s.min[axis] = s.chunks == 0 ? low[axis] : std::min(s.min[axis], low[axis]);
             s.max[axis] = s.chunks == 0 ? high[axis] : std::max(s.max[axis], high[axis]);
@@ -122,8 +122,8 @@ void printText(const std::string& path, const FileSummary& s) {
         std::printf("\n%8s %14s %10s %10s  %s\n", "chunk", "offset", "bytes", "points",
                     "min .. max");
         for (const ChunkEntry& c : s.table) {
-            double low[3], high[3];
-            readerBox(s.head, c, low, high);
+            const double* low = c.min;
+            const double* high = c.max;
             std::printf("%8" PRIu64 " %14" PRIu64 " %10" PRIu64 " %10" PRId64 "  %s .. %s\n",
                         c.index, c.offset, c.bytes, c.points, triple(low, decimals, " ").c_str(),
                         triple(high, decimals, " ").c_str());
@@ -201,8 +201,8 @@ void printJson(const std::string& path, const FileSummary& s, const char* indent
     if (!s.table.empty()) {
         std::printf(",\n%s  \"chunkTable\": [", in);
         for (const ChunkEntry& c : s.table) {
-            double low[3], high[3];
-            readerBox(s.head, c, low, high);
+            const double* low = c.min;
+            const double* high = c.max;
             std::printf("%s\n%s    {\"offset\": %" PRIu64 ", \"bytes\": %" PRIu64
                         ", \"points\": %" PRId64 ", \"min\": [%s], \"max\": [%s]}",
                         c.index ? "," : "", in, c.offset, c.bytes, c.points,

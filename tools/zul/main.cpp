@@ -1,6 +1,8 @@
 // The zul command line: compress, decompress, info, verify and demo, with the habits of gzip and
 // zstd: --version, help, many files, -f, exit status 2 for a command line not understood.
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -110,10 +112,19 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
                "write a sensor header (a version 2 stream) even without a transformation");
     c.add_flag("-q,--quiet", compress.quiet, "no progress bar and no notes");
     c.add_flag("-v,--verbose", compress.verbose, "tell how the chunks were cut");
+    c.add_option("-j,--threads", compress.threads, "encoding threads (default 0: one a core)");
 }
 
 // Options that would be taken and then ignored are refused.
+void checkThreads(int threads) {
+    if (threads < 0) {
+        throw UsageError("--threads " + std::to_string(threads) +
+                         ": give 0 (one a core) or more threads");
+    }
+}
+
 void checkCompress(const CLI::App& c, const CompressOptions& options) {
+    checkThreads(options.threads);
     if (options.normals && options.noNormals) {
         throw UsageError("--normals and --no-normals contradict");
     }
@@ -133,7 +144,7 @@ void checkCompress(const CLI::App& c, const CompressOptions& options) {
     }
 }
 
-void addDecompressOptions(CLI::App& d, DecompressOptions& decompress) {
+void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::string& box) {
     d.add_option("--format", decompress.format,
                  "the output's format whatever its name: las, pcd, ply, xyz, csv, bin");
     d.add_flag("-f,--force", decompress.force, "replace an existing output");
@@ -148,9 +159,46 @@ void addDecompressOptions(CLI::App& d, DecompressOptions& decompress) {
                  "binary_big_endian, ascii");
     d.add_option("--las-version", decompress.lasVersion, "1.2 (default) or 1.4");
     d.add_flag("-q,--quiet", decompress.quiet, "no progress bar");
+    d.add_option("-j,--threads", decompress.threads, "decoding threads (default 0: one a core)");
+    d.add_option("--bbox", box,
+                 "MINX,MINY,MINZ,MAXX,MAXY,MAXZ: decode only the chunks that meet this box and "
+                 "write only the points within it, bounds included");
 }
 
-void checkDecompress(const CLI::App& d, const DecompressOptions& options, const BatchNames& names) {
+// "MINX,MINY,MINZ,MAXX,MAXY,MAXZ" into the options' box.
+void parseBox(const std::string& text, DecompressOptions& options) {
+    const std::string problem = "--bbox " + text + ": ";
+    double values[6];
+    size_t at = 0;
+    for (int k = 0; k < 6; ++k) {
+        const size_t comma = k < 5 ? text.find(',', at) : text.size();
+        if (comma == std::string::npos) {
+            throw UsageError(problem + "give six numbers MINX,MINY,MINZ,MAXX,MAXY,MAXZ");
+        }
+        const std::string word = text.substr(at, comma - at);
+        char* end = nullptr;
+        values[k] = std::strtod(word.c_str(), &end);
+        if (word.empty() || end != word.c_str() + word.size() ||
+            word.find_first_of(" \t") != std::string::npos) {
+            throw UsageError(problem + "\"" + word + "\" is not a number");
+        }
+        if (std::isnan(values[k])) throw UsageError(problem + "NaN is no bound");
+        at = comma + 1;
+    }
+    for (int axis = 0; axis < 3; ++axis) {
+        if (values[axis] > values[3 + axis]) {
+            throw UsageError(problem + "the smallest " + "xyz"[axis] + " exceeds the largest");
+        }
+        options.boxMin[axis] = values[axis];
+        options.boxMax[axis] = values[3 + axis];
+    }
+    options.box = true;
+}
+
+void checkDecompress(const CLI::App& d, DecompressOptions& options, const BatchNames& names,
+                     const std::string& box) {
+    checkThreads(options.threads);
+    if (d.count("--bbox") > 0) parseBox(box, options);
     // The format every output gets: --format, else the extension of the one output named.
     std::string named = names.output;
     if (named.empty() && names.files.size() == 2) named = names.files[1];
@@ -199,6 +247,7 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
     Parsed parsed;
     CompressOptions compress;
     DecompressOptions decompress;
+    std::string box;
     InfoOptions info;
     VerifyOptions verify;
     DemoOptions demo;
@@ -213,7 +262,7 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
             "Write zul files as another format: IN OUT.las, or --format FMT (beside "
             "each input, or -o FOLDER/)");
         addCommonOptions(app, parsed, true);
-        addDecompressOptions(app, decompress);
+        addDecompressOptions(app, decompress, box);
     } else if (command == "info") {
         app.description("Describe zul files: kinds of points, step, bounds, streams and chunks");
         app.add_option("files", info.inputs, "zul files");
@@ -253,7 +302,7 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
         return runCompressBatch(compress, parsed.names);
     }
     if (command == "decompress") {
-        checkDecompress(app, decompress, parsed.names);
+        checkDecompress(app, decompress, parsed.names, box);
         return runDecompressBatch(decompress, parsed.names);
     }
     if (command == "info") {

@@ -7,13 +7,15 @@
 
 namespace zultool {
 
-WalkEnd findIntactPoints(const DecompressOptions& options) {
-    ZulFileHead head;
-    const WalkEnd end = walkChunks(options.input, true, head, [](const ChunkEntry&) {});
-    if (end.status != zul_STATUS_OK && end.stage == ZulStage::Open) {
-        throw FormatError(options.input + ": " + damageText(end) + "; nothing can be salvaged");
-    }
-    return end;
+WalkEnd findIntactPoints(const DecompressOptions& options, zul_idx_Index index,
+                         const ZulFileHead& head) {
+    return walkIndex(options.input, index, head, true, options.threads, [](const ChunkEntry&) {});
+}
+
+void throwNothingSalvaged(const DecompressOptions& options, zul_Status status) {
+    WalkEnd end;
+    end.status = status;
+    throw FormatError(options.input + ": " + damageText(end) + "; nothing can be salvaged");
 }
 
 int reportSalvage(const DecompressOptions& options, const WalkEnd& end, int64_t saved) {

@@ -9,9 +9,13 @@
 
 namespace zultool {
 
-// Decodes the chunks of the input until the first damage; intactPoints is what can be saved.
-// Throws FormatError if not even the file's head is intact.
-WalkEnd findIntactPoints(const DecompressOptions& options);
+// Decodes the chunks of the opened input until the first damage; intactChunks and intactPoints
+// are what can be saved.
+WalkEnd findIntactPoints(const DecompressOptions& options, zul_idx_Index index,
+                         const ZulFileHead& head);
+
+// The FormatError for an input whose head cannot be read, so that nothing can be salvaged.
+[[noreturn]] void throwNothingSalvaged(const DecompressOptions& options, zul_Status status);
 
 // Tells what was saved of a damaged input on stderr; the exit code: 0 for an intact file, 1 for
 // a damaged one.
