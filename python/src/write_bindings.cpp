@@ -10,6 +10,7 @@
 #include "bindings.h"
 #include "planned_writer.h"
 #include "py_errors.h"
+#include "zul/chunk_batches.h"
 #include "zul/commands.h"
 #include "zul/point_plan.h"
 #include "zul_bulk.h"
@@ -48,10 +49,11 @@ zultool::CompressOptions sensorOptions(const py::object& sensor) {
 // The points through the chunk planner, which cuts them into chunks in `order` block by block.
 zul_Status writePlanned(const std::string& path, const zul_DataType& dataType,
                         const zul_Header2& header, const zul_bulk_Points& points,
-                        const std::string& order, int32_t chunkSize) {
+                        const std::string& order, int32_t chunkSize, int threads) {
     zulplan::PlanOptions options;
     zulplan::parseOrder(order, options.order);
     options.chunk = chunkSize;
+    options.threads = zultool::threadsFor(threads);
     zulplan::PlannedWriter writer;
     zul_Status status = writer.open(path, dataType, header.enabled ? &header : nullptr, options);
     zul_Point point = {};
@@ -71,12 +73,12 @@ zul_Status writePlanned(const std::string& path, const zul_DataType& dataType,
 }
 
 // Encodes the checked arrays into `path`. Positions are divided by `step` onto the integer grid.
-// In the input's order, `chunkSize` points a chunk are encoded on `threads` threads; otherwise
-// the chunk planner cuts them.
+// In the input's order, `chunkSize` points a chunk are encoded by the bulk encoder; otherwise the
+// chunk planner cuts them; either way on `threads` threads (0: every core).
 void write(const std::string& path, const Array<double>& positions, const py::object& colors,
            const py::object& reflections, const py::object& normals, double step,
-           int32_t maxReflection, int colorMode, const py::object& sensor,
-           const std::string& order, int32_t chunkSize, int threads) {
+           int32_t maxReflection, int colorMode, const py::object& sensor, const std::string& order,
+           int32_t chunkSize, int threads) {
     const int64_t n = positions.shape(0);
     zul_DataType dataType;
     zul_init_headers(&dataType, nullptr);
@@ -122,7 +124,7 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
             status = zul_bulk_encodeFile(path.c_str(), &dataType, &header, &points, nullptr, 0,
                                          chunkSize, threads, &failed);
         } else {
-            status = writePlanned(path, dataType, header, points, order, chunkSize);
+            status = writePlanned(path, dataType, header, points, order, chunkSize, threads);
         }
     }
     if (tooFar) {

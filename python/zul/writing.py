@@ -50,9 +50,9 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
     bits kept). ``sensor`` is a dict of ``mount``, ``type``, ``rotation`` (3x3), ``scale`` and
     ``translation``, which readers apply. ``order`` cuts the chunks of at most ``chunk_size``
     points: ``"plan"`` the smallest file the chunk planner of ``zul compress`` finds, ``"kd"``
-    compact cells, ``"input"`` the arrays' order, encoded by the bulk encoder on ``threads``
-    threads (``None``: every core). The file is written under a temporary name and renamed into
-    place when complete.
+    compact cells, ``"input"`` the arrays' order (the bulk encoder); chunks are encoded on
+    ``threads`` threads (``None``: every core). The file is written under a temporary name and
+    renamed into place when complete.
     """
     path = os.fspath(path)
     positions = _array("positions", positions, np.float64, 3)
