@@ -33,6 +33,7 @@ int compress(const std::string& source, const std::string& target, py::dict opti
     o.quiet = true;
     o.force = true;
     take(options, "force", o.force);
+    take(options, "threads", o.threads);
     take(options, "step", o.step);
     take(options, "color", o.color);
     take(options, "reflection", o.reflection);
@@ -64,6 +65,7 @@ int decompress(const std::string& source, const std::string& target, py::dict op
     bool transform = true;
     take(options, "transform", transform);
     o.noTransform = !transform;
+    take(options, "threads", o.threads);
     take(options, "encoding", o.encoding);
     take(options, "las_version", o.lasVersion);
     take(options, "quiet", o.quiet);

@@ -14,6 +14,7 @@ def compress(src, dst, **options):
     ``reflection`` (``"none"`` or the largest value kept, as text), ``intensity_scale``,
     ``normals``/``no_normals``, ``chunk_size``, ``order``, ``order_budget`` (MiB),
     ``translate``, ``scale``, ``rotate``, ``sensor_mount``, ``sensor_type``, ``sensor_header``,
+    ``threads`` (default 0: every core),
     ``quiet`` (default True: no notes on stderr), ``force`` (default True: replace an existing
     ``dst``, as :func:`zul.write` does; False refuses). Returns ``dst``. Raises :class:`zul.Error`
     naming the file for input it cannot read; nothing is left half-written.
@@ -28,7 +29,8 @@ def decompress(src, dst, **options):
 
     Options: ``transform`` (default True: apply the sensor header's matrix), ``encoding``
     (PCD: ``binary``, ``ascii``, ``binary_compressed``; PLY: ``binary_little_endian``,
-    ``binary_big_endian``, ``ascii``), ``las_version`` (``"1.2"`` or ``"1.4"``), ``quiet``, ``force`` (default True).
+    ``binary_big_endian``, ``ascii``), ``las_version`` (``"1.2"`` or ``"1.4"``), ``threads`` (default 0: every core), ``quiet``,
+    ``force`` (default True).
     Returns ``dst``. Raises :class:`zul.Error` naming the file.
     """
     _zul.decompress(os.fspath(src), os.fspath(dst), dict(options))

@@ -129,12 +129,13 @@ def compress(inputs, out_dir, *, client=None, **options):
     """Compresses each input file (LAS, PCD, PLY, text, KITTI) into ``out_dir/NAME.zul``, one
     task a file, on ``client`` (a ``distributed.Client``) or Dask's current scheduler.
 
-    ``options`` are those of :func:`zul.compress`. Returns the output paths, in the order of
-    the inputs. If a file fails, the others still finish, and :class:`zul.Error` naming the
+    ``options`` are those of :func:`zul.compress`; ``threads`` defaults to 1, a worker's thread
+    being its share of the machine. Returns the output paths, in the order of the inputs. If a file fails, the others still finish, and :class:`zul.Error` naming the
     first failed file is raised.
     """
     import dask
 
+    options.setdefault("threads", 1)
     os.makedirs(out_dir, exist_ok=True)
     targets = []
     for source in inputs:
