@@ -94,7 +94,7 @@ int BenchCloud::rawBytesPerPoint() const {
            (normals.empty() ? 0 : 12);
 }
 
-BenchCloud kdOrdered(const BenchCloud& cloud) {
+std::vector<zul_Point> pointsOf(const BenchCloud& cloud) {
     std::vector<zul_Point> points(static_cast<size_t>(cloud.size()));
     for (size_t i = 0; i < points.size(); ++i) {
         zul_Point& p = points[i];
@@ -106,6 +106,11 @@ BenchCloud kdOrdered(const BenchCloud& cloud) {
         }
         if (!cloud.reflections.empty()) p.reflection = cloud.reflections[i];
     }
+    return points;
+}
+
+BenchCloud kdOrdered(const BenchCloud& cloud) {
+    std::vector<zul_Point> points = pointsOf(cloud);
     zulplan::orderForChunks(points, kBenchChunk);
     BenchCloud ordered = cloud;
     for (size_t i = 0; i < points.size(); ++i) {

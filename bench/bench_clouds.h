@@ -27,6 +27,9 @@ struct BenchCloud {
 
 // The same cloud with its points in the order `zul compress` writes them by default: cut into
 // spatially compact runs of kBenchChunk points.
+// The cloud's points as the file layer's records.
+std::vector<zul_Point> pointsOf(const BenchCloud& cloud);
+
 BenchCloud kdOrdered(const BenchCloud& cloud);
 
 // Loaded once: the shared clouds found (a missing file is left out with a note on stderr), then

@@ -24,21 +24,6 @@ struct OrderRun {
     std::string error;
 };
 
-std::vector<zul_Point> pointsOf(const BenchCloud& cloud) {
-    std::vector<zul_Point> points(static_cast<size_t>(cloud.size()));
-    for (size_t i = 0; i < points.size(); ++i) {
-        zul_Point& p = points[i];
-        p = {};
-        for (int k = 0; k < 3; ++k) {
-            p.position[k] = cloud.positions[3 * i + k];
-            if (!cloud.colors.empty()) p.color[k] = cloud.colors[3 * i + k];
-            if (!cloud.normals.empty()) p.normal[k] = cloud.normals[3 * i + k];
-        }
-        if (!cloud.reflections.empty()) p.reflection = cloud.reflections[i];
-    }
-    return points;
-}
-
 // Adds up the streams of every chunk of the file.
 bool countFile(const std::string& path, const zul_DataType& type, OrderRun& run) {
     std::ifstream in(path, std::ios::binary);
