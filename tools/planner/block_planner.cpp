@@ -1,8 +1,11 @@
 #include "block_planner.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <exception>
+#include <thread>
 
 #include "kd_cells.h"
 
@@ -108,7 +111,13 @@ std::string Candidate::describe() const {
 }
 
 BlockPlanner::BlockPlanner(ChunkEncoder& encoder, const BlockPlannerOptions& options)
-    : encoder_(encoder), options_(options) {}
+    : options_(options) {
+    addEncoder(encoder);
+}
+
+void BlockPlanner::addEncoder(ChunkEncoder& encoder) {
+    workspaces_.push_back(std::make_unique<Workspace>(encoder));
+}
 
 const IndexVector& BlockPlanner::allIndices(size_t n) {
     if (all_.size() != n) {
@@ -133,6 +142,11 @@ std::vector<Candidate> BlockPlanner::candidates(PointSpan block) const {
 }
 
 void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cutting) {
+    cut(block, candidate, cutting, *workspaces_[0]);
+}
+
+void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cutting,
+                       Workspace& work) {
     cutting.order.clear();
     cutting.ends.clear();
     cutting.order.reserve(block.size());
@@ -142,10 +156,10 @@ void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cut
     else if (candidate.kind == Candidate::Kd)
         cutKdCells(block.data(), all, options_.chunk, cutting);
     else
-        cutStrips(block.data(), all, candidate.strips, cutting, scratch_);
+        cutStrips(block.data(), all, candidate.strips, cutting, work.scratch);
 }
 
-const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& candidate) {
+void BlockPlanner::prepareUnits(PointSpan block, const Candidate& candidate) {
     const StripShape& shape = candidate.strips;
     LargeVector<uint64_t>& units = units_[shape.axis];
     if (unitsOf_[shape.axis] != block.data() || units.size() != block.size()) {
@@ -163,7 +177,14 @@ const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& c
             units[i] = band == finest.count ? UINT64_MAX : band;
         }
     }
-    sample_.clear();
+}
+
+const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& candidate,
+                                             Workspace& work) {
+    const StripShape& shape = candidate.strips;
+    const LargeVector<uint64_t>& units = units_[shape.axis];
+    IndexVector& sample = work.sample;
+    sample.clear();
     // One cluster of strips out of every so many (a power of two); never the points that are not
     // finite. A cluster is a strip, or two of the finest (a mean spacing wide), so that strips
     // narrower than the spacing between scan lines are sampled together with their neighbours.
@@ -180,18 +201,26 @@ const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& c
         if (units[i] == UINT64_MAX) continue;
         const uint64_t band = units[i] >> cluster;
         if ((band & mask) == phaseOf(band / every, mask))
-            sample_.push_back(static_cast<uint32_t>(i));
+            sample.push_back(static_cast<uint32_t>(i));
     }
-    return sample_;
+    return sample;
 }
 
 zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate) {
+    if (candidate.kind == Candidate::Strips && candidate.shift >= 0 &&
+        block.size() > options_.exactLimit)
+        prepareUnits(block, candidate);
+    return this->estimate(block, candidate, estimate, *workspaces_[0]);
+}
+
+zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate,
+                                  Workspace& work) {
     estimate = Estimate();
     const size_t n = block.size();
     Cutting cutting;
     size_t sampled = n;
     if (n <= options_.exactLimit) {
-        cut(block, candidate, cutting);
+        cut(block, candidate, cutting, work);
         estimate.exact = true;
     } else if (candidate.kind == Candidate::Input) {
         // Every so many runs of the input.
@@ -213,13 +242,54 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, E
             kKdParts, cutting);
     } else {
         const StripShape& shape = candidate.strips;
-        const IndexVector& part = stripSample(block, candidate);
-        cutStrips(block.data(), part, shape, cutting, scratch_);
+        const IndexVector& part = stripSample(block, candidate, work);
+        cutStrips(block.data(), part, shape, cutting, work.scratch);
         sampled = part.size();
     }
-    const zul_Status status = encoder_.measure(block.data(), cutting, estimate.bytes);
+    const zul_Status status = work.encoder.measure(block.data(), cutting, estimate.bytes);
     if (status != zul_STATUS_OK) return status;
     if (!estimate.exact) estimate.bytes = scaled(estimate.bytes, sampled, n);
+    return zul_STATUS_OK;
+}
+
+zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& list,
+                               Candidate& chosen, Estimate& cost, Estimate* inputCost) {
+    // What the threads share is made before they start: the indices of the block and the bands of
+    // the points for the samples of strips.
+    allIndices(block.size());
+    for (const Candidate& candidate : list)
+        if (candidate.kind == Candidate::Strips && candidate.shift >= 0 &&
+            block.size() > options_.exactLimit)
+            prepareUnits(block, candidate);
+    std::vector<Estimate> estimates(list.size());
+    std::vector<zul_Status> statuses(list.size(), zul_STATUS_OK);
+    std::vector<std::exception_ptr> errors(workspaces_.size());
+    std::atomic<size_t> next{0};
+    const auto work = [&](size_t w) {
+        try {
+            for (size_t i; (i = next++) < list.size();)
+                statuses[i] = estimate(block, list[i], estimates[i], *workspaces_[w]);
+        } catch (...) {
+            errors[w] = std::current_exception();
+            next = list.size();
+        }
+    };
+    std::vector<std::thread> threads;
+    for (size_t w = 1; w < std::min(workspaces_.size(), list.size()); ++w)
+        threads.emplace_back(work, w);
+    work(0);
+    for (std::thread& thread : threads) thread.join();
+    for (const std::exception_ptr& error : errors)
+        if (error) std::rethrow_exception(error);
+    for (size_t i = 0; i < list.size(); ++i) {
+        if (statuses[i] != zul_STATUS_OK) return statuses[i];
+        const bool first = inputCost != nullptr && i == 0;
+        if (first) *inputCost = estimates[i];
+        if (first || estimates[i].bytes < cost.bytes) {
+            chosen = list[i];
+            cost = estimates[i];
+        }
+    }
     return zul_STATUS_OK;
 }
 
@@ -227,61 +297,53 @@ zul_Status BlockPlanner::choose(PointSpan block, Candidate& chosen, Estimate& co
                                 Estimate& inputCost) {
     unitsOf_[0] = unitsOf_[1] = nullptr;
     const bool sampled = block.size() > options_.exactLimit;
-    const auto weigh = [&](const Candidate& candidate, bool first) {
-        Estimate e;
-        const zul_Status status = estimate(block, candidate, e);
-        if (status != zul_STATUS_OK) return status;
-        if (first) inputCost = e;
-        if (first || e.bytes < cost.bytes) {
-            chosen = candidate;
-            cost = e;
-        }
-        return zul_STATUS_OK;
-    };
-    Candidate input;
-    zul_Status status = weigh(input, true);
-    if (!sampled || sinceSearch_ < 0 || sinceSearch_ + 1 >= options_.searchEvery) {
+    const bool search = !sampled || sinceSearch_ < 0 || sinceSearch_ + 1 >= options_.searchEvery;
+    // The input's order first.
+    std::vector<Candidate> list(1);
+    const Geometry g = geometryOf(block);
+    if (search) {
         sinceSearch_ = sampled ? 0 : -1;
         // k-d cells cost a large block several passes: weighed at its first search only.
-        const std::vector<Candidate> list = candidates(block);
-        for (size_t i = 1; i < list.size() && status == zul_STATUS_OK; ++i)
-            if (list[i].kind != Candidate::Kd || !searched_) status = weigh(list[i], false);
+        const std::vector<Candidate> all = candidates(block);
+        for (size_t i = 1; i < all.size(); ++i)
+            if (all[i].kind != Candidate::Kd || !searched_) list.push_back(all[i]);
         searched_ = sampled;
-        if (!sampled && chosen.kind == Candidate::Strips) {
-            // Measured whole: the widths between the best and its neighbours too.
-            const Candidate best = chosen;
-            const Geometry g = geometryOf(block);
-            for (double step : {-0.5, -0.25, 0.25, 0.5}) {
-                Candidate c;
-                if (status == zul_STATUS_OK &&
-                    stripCandidate(g, best.strips.axis, best.shift, options_.chunk, c, step))
-                    status = weigh(c, false);
-            }
-        }
     } else {
         // Between full searches: the input's order, the last choice and the strips next to it.
         ++sinceSearch_;
-        if (last_.kind == Candidate::Kd) status = weigh(last_, false);
+        if (last_.kind == Candidate::Kd) list.push_back(last_);
         if (last_.kind == Candidate::Strips) {
-            const Geometry g = geometryOf(block);
             // The neighbours in width every few blocks only.
             const bool neighbours = sinceSearch_ % kNeighboursEvery == 0;
             for (int shift : {last_.shift, last_.shift - 1, last_.shift + 1}) {
                 Candidate c;
-                if (status == zul_STATUS_OK && (neighbours || shift == last_.shift) &&
+                if ((neighbours || shift == last_.shift) &&
                     stripCandidate(g, last_.strips.axis, shift, options_.chunk, c))
-                    status = weigh(c, false);
+                    list.push_back(c);
             }
         }
     }
+    zul_Status status = weigh(block, list, chosen, cost, &inputCost);
     if (status != zul_STATUS_OK) return status;
+    if (search && !sampled && chosen.kind == Candidate::Strips) {
+        // Measured whole: the widths between the best and its neighbours too.
+        const Candidate best = chosen;
+        std::vector<Candidate> between;
+        for (double step : {-0.5, -0.25, 0.25, 0.5}) {
+            Candidate c;
+            if (stripCandidate(g, best.strips.axis, best.shift, options_.chunk, c, step))
+                between.push_back(c);
+        }
+        status = weigh(block, between, chosen, cost, nullptr);
+        if (status != zul_STATUS_OK) return status;
+    }
     if (sampled) {
         last_ = chosen;
         // A sample's word is good to 1%: less than that is no gain worth the reordering.
         if (chosen.kind != Candidate::Input &&
             static_cast<double>(cost.bytes) >
                 kSampleMargin * static_cast<double>(inputCost.bytes)) {
-            chosen = input;
+            chosen = list[0];
             cost = inputCost;
         }
     }

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,9 @@ class BlockPlanner {
 public:
     // `encoder` is used to measure; its stream's bytes are never kept.
     BlockPlanner(ChunkEncoder& encoder, const BlockPlannerOptions& options);
+    // One more encoder to measure with: the candidates of a block are then weighed side by side,
+    // on a thread an encoder. The choice is the same with any number of them.
+    void addEncoder(ChunkEncoder& encoder);
 
     // Every candidate for this block, the input's order first.
     std::vector<Candidate> candidates(PointSpan block) const;
@@ -57,15 +61,31 @@ public:
     zul_Status choose(PointSpan block, Candidate& chosen, Estimate& cost, Estimate& inputCost);
 
 private:
-    // The points of every so many strips of `shape`.
-    const IndexVector& stripSample(PointSpan block, const Candidate& candidate);
+    // What one thread weighs with.
+    struct Workspace {
+        explicit Workspace(ChunkEncoder& e) : encoder(e) {}
+        ChunkEncoder& encoder;
+        StripScratch scratch;
+        IndexVector sample;
+    };
+
+    zul_Status estimate(PointSpan block, const Candidate& candidate, Estimate& estimate,
+                        Workspace& work);
+    void cut(PointSpan block, const Candidate& candidate, Cutting& cutting, Workspace& work);
+    // Weighs `list` (on as many threads as there are encoders) and takes the cheapest into
+    // `chosen` and `cost`: the earlier on ties, and any of them over what `chosen` holds unless
+    // `inputCost` is given, which then gets the first one's estimate.
+    zul_Status weigh(PointSpan block, const std::vector<Candidate>& list, Candidate& chosen,
+                     Estimate& cost, Estimate* inputCost);
+    // The finest band of every point of the block across the strips' axis, for the samples.
+    void prepareUnits(PointSpan block, const Candidate& candidate);
+    // The points of every so many strips of `shape`, into work.sample.
+    const IndexVector& stripSample(PointSpan block, const Candidate& candidate, Workspace& work);
     const IndexVector& allIndices(size_t n);
 
-    ChunkEncoder& encoder_;
+    std::vector<std::unique_ptr<Workspace>> workspaces_;  // the first for one thread's calls
     BlockPlannerOptions options_;
-    StripScratch scratch_;
     IndexVector all_;
-    IndexVector sample_;
     // The finest band of each point along either axis, and the block they belong to.
     LargeVector<uint64_t> units_[2];
     const zul_Point* unitsOf_[2] = {nullptr, nullptr};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace zulplan {
 
@@ -70,6 +71,11 @@ zul_Status PlannedWriter::open(const std::string& path, const zul_DataType& type
     measure_ = std::make_unique<ChunkEncoder>(type, nullptr);
     if (measure_->status() != zul_STATUS_OK) return measure_->status();
     planner_ = std::make_unique<BlockPlanner>(*measure_, options_.planner);
+    for (int t = 1; t < options.threads; ++t) {
+        moreMeasures_.push_back(std::make_unique<ChunkEncoder>(type, nullptr));
+        if (moreMeasures_.back()->status() != zul_STATUS_OK) return moreMeasures_.back()->status();
+        planner_->addEncoder(*moreMeasures_.back());
+    }
     capacity_ = blockCapacity(options.budgetBytes, options.chunk, options.order);
     // With more threads, a block is cut and encoded while the next one is read, and the input's
     // order takes a few chunks a thread at once.
@@ -111,7 +117,7 @@ zul_Status PlannedWriter::write(const zul_Point& point) {
 zul_Status PlannedWriter::close() {
     zul_Status status = failed_;
     if (status == zul_STATUS_OK) status = flush();
-    if (job_.joinable()) job_.join();
+    joinJob();
     if (status == zul_STATUS_OK) status = jobStatus_;
     if (file_ != nullptr && std::fclose(file_) != 0 && status == zul_STATUS_OK)
         status = zul_STATUS_WRITE_ERROR;
@@ -151,11 +157,23 @@ zul_Status PlannedWriter::flush() {
         return status;
     }
     // The block before is encoded and written by now, and the planner is free again.
-    if (job_.joinable()) job_.join();
+    joinJob();
     if (jobStatus_ != zul_STATUS_OK) return jobStatus_;
     block_.swap(work_);
-    job_ = std::thread([this] { jobStatus_ = flushWork(); });
+    job_ = std::thread([this] {
+        try {
+            jobStatus_ = flushWork();
+        } catch (...) {
+            jobStatus_ = zul_STATUS_INVALID_STATE;
+            jobError_ = std::current_exception();
+        }
+    });
     return zul_STATUS_OK;
+}
+
+void PlannedWriter::joinJob() {
+    if (job_.joinable()) job_.join();
+    if (jobError_) std::rethrow_exception(std::exchange(jobError_, nullptr));
 }
 
 zul_Status PlannedWriter::flushWork() {

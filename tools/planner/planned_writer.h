@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <map>
 #include <memory>
 #include <string>
@@ -72,6 +73,9 @@ private:
     zul_Status flush();
     // Cuts and writes work_.
     zul_Status flushWork();
+    // Waits for the job of the block before, and throws again what it threw (a failed
+    // allocation), on the caller's thread.
+    void joinJob();
     zul_Status writeCutting(const Cutting& cutting);
     // Encodes the chunks of `cutting` of the block, on the threads asked for, handing them to
     // `sink` in order.
@@ -83,13 +87,15 @@ private:
     std::FILE* file_ = nullptr;
     zul_Status failed_ = zul_STATUS_INVALID_STATE;  // until opened
     std::unique_ptr<ChunkEncoder> stream_, measure_;
-    std::unique_ptr<ParallelChunks> parallel_;  // with more than one thread
+    std::vector<std::unique_ptr<ChunkEncoder>> moreMeasures_;  // one more a further thread
+    std::unique_ptr<ParallelChunks> parallel_;                 // with more than one thread
     std::unique_ptr<BlockPlanner> planner_;
     LargeVector<zul_Point> block_;  // the block being read
     LargeVector<zul_Point> work_;   // the block being cut and written
     bool background_ = false;
     std::thread job_;  // cuts and writes work_ (with more than one thread)
     zul_Status jobStatus_ = zul_STATUS_OK;
+    std::exception_ptr jobError_;  // what the job threw, thrown again by the next call
     Cutting cutting_;
     LargeVector<char> buffer_;  // a block's chunks while it is not sure they are the smaller
 
