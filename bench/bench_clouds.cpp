@@ -8,7 +8,7 @@
 #include "formats/cloud.h"
 #include "kd_cells.h"
 #include "point_plan.h"
-#include "synthetic_scan.h"
+#include "street_scan.h"
 
 namespace {
 
@@ -44,7 +44,6 @@ bool loadShared(const std::string& path, BenchCloud& cloud) {
 }
 
 BenchCloud syntheticCloud() {
-    SyntheticScan scan = makeSyntheticScan(kScanPoints);
     BenchCloud cloud;
     cloud.name = "synthetic scan";
     zul_init_headers(&cloud.dataType, nullptr);
@@ -53,10 +52,17 @@ BenchCloud syntheticCloud() {
     cloud.dataType.reflectionMode = zul_REFLECTION_CLAMPED;
     cloud.dataType.maxReflection = 255;
     cloud.dataType.normalMode = zul_NORMAL_SPHERICAL;
-    cloud.positions = std::move(scan.positions);
-    cloud.colors = std::move(scan.colors);
-    cloud.reflections = std::move(scan.reflections);
-    cloud.normals = std::move(scan.normals);
+    const size_t n = kScanPoints;
+    cloud.positions.reserve(3 * n);
+    cloud.colors.reserve(3 * n);
+    cloud.reflections.reserve(n);
+    cloud.normals.reserve(3 * n);
+    zulsynth::traceStreetScan(kScanPoints, zulsynth::kStreetSeed, [&](const zul_Point& p) {
+        cloud.positions.insert(cloud.positions.end(), p.position, p.position + 3);
+        cloud.colors.insert(cloud.colors.end(), p.color, p.color + 3);
+        cloud.reflections.push_back(p.reflection);
+        cloud.normals.insert(cloud.normals.end(), p.normal, p.normal + 3);
+    });
     return cloud;
 }
 

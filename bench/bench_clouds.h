@@ -1,6 +1,7 @@
 // The clouds every benchmark runs over: the real clouds of the shared data folder, stored as
 // `zul compress` would store them (the file's grid or 1 mm, every attribute the file has), and
-// the built-in synthetic lidar scan with all four attributes.
+// the synthetic street scan of `zul demo` (tools/synthetic, the same seed) with all four
+// attributes.
 #pragma once
 
 #include <cstdint>

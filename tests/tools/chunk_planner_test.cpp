@@ -13,7 +13,6 @@
 #include "planner/planned_writer.h"
 #include "tool_support.h"
 #include "zul/commands.h"
-#include "zul/street_scan.h"
 
 namespace {
 

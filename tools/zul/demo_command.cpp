@@ -32,7 +32,7 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 int runDemo(const DemoOptions& options) {
     if (options.points < 1) throw FormatError("--points must be at least 1");
     if (!options.quiet) std::fprintf(stderr, "zul: tracing the street scan...\n");
-    const std::vector<zul_Point> scan = makeStreetScan(options.points);
+    const std::vector<zul_Point> scan = zulsynth::makeStreetScan(options.points);
 
     zul_DataType dataType;
     zul_init_headers(&dataType, nullptr);

@@ -1,9 +1,9 @@
 #include "street_scan.h"
 
+#include <algorithm>
 #include <cmath>
-#include <cstdint>
 
-namespace zultool {
+namespace zulsynth {
 
 namespace {
 
@@ -15,6 +15,7 @@ const double kMaxRange = 120.0;
 // Small deterministic noise, the same on every platform.
 class Noise {
 public:
+    explicit Noise(uint64_t seed) : state_(seed) {}
     double uniform() {  // [0, 1)
         state_ += 0x9E3779B97F4A7C15ull;
         uint64_t z = state_;
@@ -26,7 +27,7 @@ public:
     double gauss(double sigma) { return sigma * (uniform() + uniform() + uniform() - 1.5) * 2.0; }
 
 private:
-    uint64_t state_ = 2026;
+    uint64_t state_;
 };
 
 struct Material {
@@ -70,9 +71,9 @@ struct Scene {
     std::vector<Sphere> spheres;
 };
 
-Scene buildStreet() {
+Scene buildStreet(uint64_t seed) {
     Scene scene;
-    Noise noise;
+    Noise noise(seed);
     for (int side = -1; side <= 1; side += 2) {
         // Buildings along the street, 8 to 20 m long, set back 0 to 2 m behind a 9 m line.
         for (double x = -80; x < 80;) {
@@ -178,20 +179,20 @@ void hitSphere(const Sphere& s, const double o[3], const double d[3], Hit& hit) 
 
 }  // namespace
 
-std::vector<zul_Point> makeStreetScan(int numPoints) {
-    const Scene scene = buildStreet();
-    Noise noise;
-    std::vector<zul_Point> points;
-    points.reserve(static_cast<size_t>(numPoints > 0 ? numPoints : 0));
+void traceStreetScan(int64_t numPoints, uint64_t seed,
+                     const std::function<void(const zul_Point&)>& sink) {
+    const Scene scene = buildStreet(seed);
+    Noise noise(seed);
+    int64_t traced = 0;
     // About 85 % of the beams hit something; enough columns for the count in one turn.
-    const int columns = std::max(1, static_cast<int>(numPoints / (0.85 * kBeams)) + 1);
+    const int64_t columns =
+        std::max<int64_t>(1, static_cast<int64_t>(numPoints / (0.85 * kBeams)) + 1);
     const double origin[3] = {0, 0, kSensorHeight};
-    for (int turn = 0; static_cast<int>(points.size()) < numPoints; ++turn) {
-        for (int column = 0; column < columns && static_cast<int>(points.size()) < numPoints;
-             ++column) {
-            const double azimuth = 2 * kPi * (column + 0.5 * turn) / columns;
-            for (int beam = 0; beam < kBeams && static_cast<int>(points.size()) < numPoints;
-                 ++beam) {
+    for (int turn = 0; traced < numPoints; ++turn) {
+        for (int64_t column = 0; column < columns && traced < numPoints; ++column) {
+            const double azimuth =
+                2 * kPi * (static_cast<double>(column) + 0.5 * turn) / static_cast<double>(columns);
+            for (int beam = 0; beam < kBeams && traced < numPoints; ++beam) {
                 const double elevation = (-25.0 + 28.0 * beam / (kBeams - 1)) * kPi / 180.0;
                 const double d[3] = {std::cos(elevation) * std::cos(azimuth),
                                      std::cos(elevation) * std::sin(azimuth), std::sin(elevation)};
@@ -223,11 +224,18 @@ std::vector<zul_Point> makeStreetScan(int numPoints) {
                 }
                 length = std::sqrt(length);
                 for (int a = 0; a < 3; ++a) p.normal[a] = static_cast<float>(n[a] / length);
-                points.push_back(p);
+                sink(p);
+                ++traced;
             }
         }
     }
+}
+
+std::vector<zul_Point> makeStreetScan(int64_t numPoints, uint64_t seed) {
+    std::vector<zul_Point> points;
+    points.reserve(static_cast<size_t>(std::max<int64_t>(numPoints, 0)));
+    traceStreetScan(numPoints, seed, [&](const zul_Point& p) { points.push_back(p); });
     return points;
 }
 
-}  // namespace zultool
+}  // namespace zulsynth
