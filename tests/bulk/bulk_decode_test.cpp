@@ -76,15 +76,11 @@ TEST_P(BulkDecodeTest, BoxQueryKeepsThePointsOfAFullDecodeInTheBox) {
         const double* centre = expected[(b * 997) % expected.size()].position;
         const double min[3] = {centre[0] - sizes[b], centre[1] - sizes[b], centre[2] - 0.5};
         const double max[3] = {centre[0] + sizes[b], centre[1] + sizes[b], centre[2] + 0.5};
-        int64_t count = -1;
-        ASSERT_EQ(zul_idx_selectBox(handle.index, min, max, nullptr, 0, &count), zul_STATUS_OK);
-        std::vector<int64_t> chunks(static_cast<size_t>(count));
-        ASSERT_EQ(zul_idx_selectBox(handle.index, min, max, chunks.data(), count, &count),
+        std::vector<int64_t> chunks(5);
+        int64_t count = -1, total = 0;
+        ASSERT_EQ(zul_idx_selectBox(handle.index, min, max, chunks.data(), 5, &count),
                   zul_STATUS_OK);
-        if (b == 0) {
-            EXPECT_LT(count, 5);  // a small box leaves chunks out
-        }
-        int64_t total = 0;
+        EXPECT_TRUE(b != 0 || count < 5);  // a small box leaves chunks out
         ASSERT_EQ(zul_idx_countPoints(handle.index, chunks.data(), count, &total), zul_STATUS_OK);
         zul_bulk_Points points{};
         ASSERT_EQ(zul_bulk_allocate(handle.index, total, &points), zul_STATUS_OK);

@@ -32,10 +32,9 @@ std::vector<zul_Point> readAll(zul::Reader& reader) {
 }
 
 TEST_F(WriterReader, PointsComeBackAsTheCReaderReadsThem) {
-    const std::vector<zul_Point> points = samplePoints(2500, 21);
     zul::Writer writer(path("a.zul"), kAllAttributes);
     writer.setChunkSize(1000);
-    for (const zul_Point& p : points) writer.write(p);
+    for (const zul_Point& p : samplePoints(2500, 21)) writer.write(p);
     EXPECT_TRUE(writer.isOpen());
     writer.close();
     EXPECT_FALSE(writer.isOpen());
@@ -43,45 +42,26 @@ TEST_F(WriterReader, PointsComeBackAsTheCReaderReadsThem) {
 
     zul::Reader reader(path("a.zul"));
     EXPECT_EQ(reader.dataType().maxReflection, 255);
-    EXPECT_FALSE(reader.header2().enabled);
-    EXPECT_EQ(reader.numPoints(), 2500);
-    const std::vector<zul_Point> read = readAll(reader);
-    expectSamePoints(read, readWithC(path("a.zul")));
     EXPECT_EQ(reader.numPoints(), 2500);
     zul_Point p{};
+    ASSERT_TRUE(reader.read(p));
+    std::vector<zul_Point> read = readAll(reader);  // the range goes on where read stopped
+    read.insert(read.begin(), p);
+    expectSamePoints(read, readWithC(path("a.zul")));
+    EXPECT_EQ(reader.numPoints(), 2500);
     EXPECT_FALSE(reader.read(p));  // the end stays the end
-    EXPECT_FALSE(reader.read(p));
     EXPECT_TRUE(readAll(reader).empty());
 }
 
-TEST_F(WriterReader, CountAfterTheLastPointIsTheNumberRead) {
-    writeSample(path("a.zul"), 30, 22);
-    zul::Reader reader(path("a.zul"));
-    EXPECT_EQ(readAll(reader).size(), 30u);
-    EXPECT_EQ(reader.numPoints(), 30);
-}
-
-TEST_F(WriterReader, ReadAndRangeTakeTurns) {
-    writeSample(path("a.zul"), 10, 23);
-    zul::Reader reader(path("a.zul"));
-    zul_Point p{};
-    ASSERT_TRUE(reader.read(p));
-    ASSERT_TRUE(reader.read(p));
-    EXPECT_EQ(readAll(reader).size(), 8u);  // the range goes on where read stopped
-}
-
 TEST_F(WriterReader, TheSensorHeaderIsAppliedUnlessAskedNotTo) {
-    zul_Point p{};
-    p.position[0] = 1.0;
-    zul::Writer writer(path("a.zul"), zul::DataType{}.step(0.001f),
-                       zul::Header2{}.translation(0, 0, 5));
-    writer.write(p);
-    writer.close();
-    zul::Reader moved(path("a.zul"));
+    {
+        zul::Writer writer(path("a.zul"), zul::DataType{}.step(0.001f),
+                           zul::Header2{}.translation(0, 0, 5));
+        writer.write(samplePoints(1, 23)[0]);
+    }
+    zul::Reader moved(path("a.zul")), stored(path("a.zul"), false);
     EXPECT_TRUE(moved.header2().hasTranslation);
-    EXPECT_NEAR(readAll(moved).at(0).position[2], 5.0, 1e-9);
-    zul::Reader stored(path("a.zul"), false);
-    EXPECT_NEAR(readAll(stored).at(0).position[2], 0.0, 1e-9);
+    EXPECT_NEAR(readAll(moved).at(0).position[2] - readAll(stored).at(0).position[2], 5.0, 1e-9);
 }
 
 TEST_F(WriterReader, WidePathsAreOpenedAsUtf8) {
@@ -90,10 +70,9 @@ TEST_F(WriterReader, WidePathsAreOpenedAsUtf8) {
     zul::Writer writer(wide, kAllAttributes);
     for (const zul_Point& p : samplePoints(5, 24)) writer.write(p);
     writer.close();
-    EXPECT_EQ(fileBytes(path("n\xc3\xbc"
-                             "age.zul"))
-                  .empty(),
-              false);
+    EXPECT_FALSE(fileBytes(path("n\xc3\xbc"
+                                "age.zul"))
+                     .empty());
     zul::Reader reader(wide);
     EXPECT_EQ(readAll(reader).size(), 5u);
 }
@@ -121,14 +100,12 @@ TEST_F(WriterReader, ACutFileThrowsFromTheRange) {
     std::vector<uint8_t> bytes = fileBytes(path("a.zul"));
     bytes.resize(bytes.size() - 1);
     writeBytes(path("a.zul"), bytes);
-
     zul::Reader reader(path("a.zul"));
     EXPECT_EQ(reader.numPoints(), 100);  // the count reads chunk headers only
     try {
         readAll(reader);
         FAIL() << "a cut file was read to its end";
     } catch (const zul::Error& e) {
-        EXPECT_EQ(e.status(), zul_STATUS_TRUNCATED);
         EXPECT_EQ(std::string(e.what()),
                   path("a.zul") + ": zul_in_readNextPoint: zul_STATUS_TRUNCATED (3)");
     }
@@ -136,99 +113,67 @@ TEST_F(WriterReader, ACutFileThrowsFromTheRange) {
     EXPECT_EQ(statusOf([&] { reader.read(p); }), zul_STATUS_INVALID_STATE);  // the reader ended
 }
 
-TEST_F(WriterReader, ChunkSizeIsSetBeforeThePointsOnly) {
-    zul::Writer writer(path("a.zul"), zul::DataType{});
-    EXPECT_EQ(statusOf([&] { writer.setChunkSize(0); }), zul_STATUS_INVALID_ARGUMENT);
-    writer.setChunkSize(7);
-    writer.write(samplePoints(1, 26)[0]);
-    EXPECT_EQ(statusOf([&] { writer.setChunkSize(8); }), zul_STATUS_INVALID_STATE);
-}
-
-std::vector<zul_Point> withZeroNormal(int count, int bad) {
-    std::vector<zul_Point> points = samplePoints(count, 27);
-    for (float& n : points[static_cast<size_t>(bad)].normal) n = 0.0f;
-    return points;
-}
-
-TEST_F(WriterReader, AFailedChunkThrowsFromWriteAndIsNotReportedAgain) {
-    const std::vector<zul_Point> points = withZeroNormal(6, 4);
-    zul::Writer writer(path("a.zul"), kAllAttributes);
-    writer.setChunkSize(3);
-    for (int i = 0; i < 5; ++i) writer.write(points[static_cast<size_t>(i)]);
-    EXPECT_EQ(statusOf([&] { writer.write(points[5]); }), zul_STATUS_INVALID_ARGUMENT);
-    EXPECT_EQ(statusOf([&] { writer.write(points[0]); }), zul_STATUS_INVALID_STATE);
-    writer.close();  // the failure was reported by write
-    zul::Reader reader(path("a.zul"));
-    EXPECT_EQ(readAll(reader).size(), 3u);  // the chunk before it stays
-}
-
-TEST_F(WriterReader, CloseReportsTheLastChunkAndTheDestructorDoesNotThrow) {
-    const std::vector<zul_Point> points = withZeroNormal(4, 1);
+TEST_F(WriterReader, FailuresOfWriteAndCloseAreReportedOnce) {
+    std::vector<zul_Point> points = samplePoints(6, 27);
+    for (float& n : points[4].normal) n = 0.0f;
     {
         zul::Writer writer(path("a.zul"), kAllAttributes);
-        for (const zul_Point& p : points) writer.write(p);
+        EXPECT_EQ(statusOf([&] { writer.setChunkSize(0); }), zul_STATUS_INVALID_ARGUMENT);
+        writer.setChunkSize(3);
+        for (int i = 0; i < 5; ++i) writer.write(points[static_cast<size_t>(i)]);
+        EXPECT_EQ(statusOf([&] { writer.setChunkSize(8); }), zul_STATUS_INVALID_STATE);
+        EXPECT_EQ(statusOf([&] { writer.write(points[5]); }), zul_STATUS_INVALID_ARGUMENT);
+        EXPECT_EQ(statusOf([&] { writer.write(points[0]); }), zul_STATUS_INVALID_STATE);
+        writer.close();  // the failure was reported by write
+    }
+    zul::Reader reader(path("a.zul"));
+    EXPECT_EQ(readAll(reader).size(), 3u);  // the chunk before it stays
+    {
+        zul::Writer writer(path("b.zul"), kAllAttributes);
+        for (size_t i = 2; i < 6; ++i) writer.write(points[i]);
         EXPECT_EQ(statusOf([&] { writer.close(); }), zul_STATUS_INVALID_ARGUMENT);
         EXPECT_FALSE(writer.isOpen());
     }
     EXPECT_NO_THROW({
-        zul::Writer writer(path("b.zul"), kAllAttributes);
-        for (const zul_Point& p : points) writer.write(p);
+        zul::Writer writer(path("c.zul"), kAllAttributes);
+        for (size_t i = 2; i < 6; ++i) writer.write(points[i]);
     });
-    zul::Reader reader(path("b.zul"));
-    EXPECT_EQ(reader.numPoints(), 0);  // signature and file header only
+    zul::Reader empty(path("c.zul"));
+    EXPECT_EQ(empty.numPoints(), 0);  // signature and file header only
 }
 
-TEST_F(WriterReader, TheDestructorCompletesTheFile) {
-    {
-        zul::Writer writer(path("a.zul"), kAllAttributes);
-        for (const zul_Point& p : samplePoints(25, 28)) writer.write(p);
-    }
-    zul::Reader reader(path("a.zul"));
-    EXPECT_EQ(readAll(reader).size(), 25u);
-}
-
-TEST_F(WriterReader, MovedWritersOwnNothingAndTheFileIsClosedOnce) {
+TEST_F(WriterReader, TheDestructorCompletesTheFileAndMovesOwnNothing) {
     const std::vector<zul_Point> points = samplePoints(20, 29);
     zul::Writer first(path("a.zul"), kAllAttributes);
     first.write(points[0]);
     zul::Writer second(std::move(first));
     EXPECT_FALSE(first.isOpen());
-    EXPECT_EQ(first.handle(), nullptr);
     EXPECT_EQ(statusOf([&] { first.write(points[1]); }), zul_STATUS_INVALID_ARGUMENT);
     first.close();  // nothing to close
     for (size_t i = 1; i < 10; ++i) second.write(points[i]);
+    {
+        zul::Writer third(path("b.zul"), kAllAttributes);
+        third.write(points[10]);
+        third = std::move(second);  // b.zul is completed by the assignment
+        EXPECT_FALSE(second.isOpen());
+        zul::Reader b(path("b.zul"));
+        EXPECT_EQ(readAll(b).size(), 1u);
+        for (size_t i = 10; i < 20; ++i) third.write(points[i]);
+    }  // the destructor completes a.zul
 
-    zul::Writer third(path("b.zul"), kAllAttributes);
-    third.write(points[10]);
-    third = std::move(second);  // b.zul is completed by the assignment
-    EXPECT_FALSE(second.isOpen());
-    zul::Reader b(path("b.zul"));
-    EXPECT_EQ(readAll(b).size(), 1u);
-    for (size_t i = 10; i < 20; ++i) third.write(points[i]);
-    third.close();
-    zul::Reader a(path("a.zul"));
-    EXPECT_EQ(readAll(a).size(), 20u);
-}
-
-TEST_F(WriterReader, MovedReadersOwnNothing) {
-    writeSample(path("a.zul"), 12, 30);
-
-    zul::Reader first(path("a.zul"));
+    zul::Reader one(path("a.zul"));
     zul_Point p{};
-    ASSERT_TRUE(first.read(p));
-    ASSERT_EQ(first.numPoints(), 12);
-    zul::Reader second(std::move(first));
-    EXPECT_FALSE(first.isOpen());
-    EXPECT_EQ(statusOf([&] { first.read(p); }), zul_STATUS_INVALID_ARGUMENT);
-    EXPECT_EQ(statusOf([&] { first.numPoints(); }), zul_STATUS_INVALID_ARGUMENT);
-    EXPECT_EQ(second.dataType().maxReflection, 255);
-    EXPECT_EQ(second.numPoints(), 12);
-
-    zul::Reader third(path("a.zul"));
-    third = std::move(second);
-    EXPECT_EQ(readAll(third).size(), 11u);  // it goes on after the first point
-    third.close();
-    EXPECT_FALSE(third.isOpen());
+    ASSERT_TRUE(one.read(p));
+    zul::Reader two(std::move(one));
+    EXPECT_FALSE(one.isOpen());
+    EXPECT_EQ(statusOf([&] { one.read(p); }), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(statusOf([&] { one.numPoints(); }), zul_STATUS_INVALID_ARGUMENT);
+    zul::Reader three(path("b.zul"));
+    three = std::move(two);
+    EXPECT_EQ(three.numPoints(), 20);
+    EXPECT_EQ(readAll(three).size(), 19u);  // it goes on after the first point
+    three.close();
+    EXPECT_FALSE(three.isOpen());
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // The chunk planner: k-d cells on their own, planned files that hold the same points as the
-// input's order in no more bytes, clouds of awkward shape, and estimates from samples.
+// input's order in no more bytes, and clouds of awkward shape.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,7 +12,6 @@
 #include "planner/kd_cells.h"
 #include "planner/planned_writer.h"
 #include "tool_support.h"
-#include "zul/commands.h"
 
 namespace {
 
@@ -69,54 +68,6 @@ TEST(KdCells, EveryChunkIsACompactCellAndNoPointIsLost) {
     }
 }
 
-TEST(KdCells, BlocksAreWholeChunksWithinTheBudget) {
-    using zulplan::Order;
-    for (Order order : {Order::Kd, Order::Plan}) {
-        const size_t budget = 100000 * sizeof(zul_Point);
-        const size_t capacity = zulplan::blockCapacity(budget, 100, order);
-        EXPECT_EQ(capacity % 100, 0u);
-        EXPECT_GE(capacity, 100u);
-        EXPECT_LE(capacity * sizeof(zul_Point), budget);
-        EXPECT_EQ(zulplan::blockCapacity(10, 100, order), 100u);  // never less than one chunk
-    }
-    EXPECT_EQ(zulplan::blockCapacity(size_t{1} << 30, 100, Order::Input), 100u);
-}
-
-struct ZulFile {
-    std::vector<zul_Point> points;
-    std::vector<int> chunkCounts;
-};
-
-// Every point and the size of every chunk of a zul file, through the public reader and decoder.
-ZulFile readZul(const std::string& path) {
-    ZulFile file;
-    const std::string bytes = readText(path);
-    zul_dec_Context decoder = nullptr;
-    int headerSize = 0, chunkHeaderSize = 0;
-    zul_DataType type;
-    const char* marker = nullptr;
-    EXPECT_EQ(zul_dec_open(&decoder, &headerSize, bytes.data()), zul_STATUS_OK);
-    EXPECT_EQ(zul_dec_decodeFileHeader(decoder, &type, &chunkHeaderSize, &marker, bytes.data() + 8),
-              zul_STATUS_OK);
-    size_t at = 8 + static_cast<size_t>(headerSize);
-    while (at < bytes.size()) {
-        int bodySize = 0, count = 0;
-        if (zul_dec_decodeChunkHeader(decoder, &bodySize, bytes.data() + at + 16) != zul_STATUS_OK)
-            break;
-        zul_dec_getNumPointsInChunk(decoder, &count);
-        file.chunkCounts.push_back(count);
-        at += 16 + static_cast<size_t>(chunkHeaderSize) + static_cast<size_t>(bodySize);
-    }
-    EXPECT_EQ(at, bytes.size()) << path;
-    zul_dec_close(&decoder);
-    zul_in_Context in = nullptr;
-    EXPECT_EQ(zul_in_open(&in, &type, path.c_str()), zul_STATUS_OK);
-    zul_Point p = {};
-    while (zul_in_readNextPoint(in, &p) == zul_STATUS_OK) file.points.push_back(p);
-    zul_in_close(&in);
-    return file;
-}
-
 class PlannedFiles : public ToolTest, public ::testing::WithParamInterface<const char*> {};
 
 // The planner's file holds the points of the input's order, never in more bytes, in chunks of 1
@@ -143,19 +94,15 @@ INSTANTIATE_TEST_SUITE_P(SharedClouds, PlannedFiles,
 TEST_F(ToolTest, KdAndBudgetedBlocksStaySelectable) {
     // One MiB holds 21 chunks of 1000 points: cturtle's 167,198 points make eight blocks of
     // k-d cells, every chunk but the last full.
-    zultool::CompressOptions options;
-    options.input = dataFile("cturtle.pcd");
-    options.output = path("blocks.zul");
-    options.chunk = 1000;
-    options.order = "kd";
-    options.orderBudgetMiB = 1;
-    options.quiet = true;
-    ASSERT_EQ(zultool::runCompress(options), 0);
-    const ZulFile file = readZul(options.output);
+    ASSERT_EQ(runTool("compress -q --chunk 1000 --order kd --order-budget 1 " +
+                      dataFile("cturtle.pcd") + " " + path("blocks.zul"))
+                  .exitCode,
+              0);
+    const ZulFile file = readZul(path("blocks.zul"));
     ASSERT_EQ(file.chunkCounts.size(), 168u);
     for (size_t i = 0; i + 1 < file.chunkCounts.size(); ++i) ASSERT_EQ(file.chunkCounts[i], 1000);
     EXPECT_EQ(file.points.size(), 167198u);
-    const ToolRun verbose = runTool("compress -v " + options.input + " " + path("plan.zul"));
+    const ToolRun verbose = runTool("compress -v " + dataFile("cturtle.pcd") + " " + path("b.zul"));
     EXPECT_NE(verbose.output.find("planning:"), std::string::npos) << verbose.output;
 }
 
@@ -220,62 +167,5 @@ TEST_P(AwkwardClouds, PlanWithoutErrorOrEmptyChunk) {
 INSTANTIATE_TEST_SUITE_P(Shapes, AwkwardClouds,
                          ::testing::Values(Shape::Nan, Shape::OnePosition, Shape::SinglePoint,
                                            Shape::Line, Shape::Plane, Shape::Huge, Shape::Tiny));
-
-// An airborne-like strip, as large inputs are: scan lines across x, flown along y, with terrain,
-// colour and intensity that change smoothly and some noise.
-std::vector<zul_Point> flightStrip(int lines, int perLine) {
-    std::mt19937 random(4);
-    std::normal_distribution<double> noise(0, 1);
-    std::vector<zul_Point> points;
-    for (int line = 0; line < lines; ++line) {
-        for (int k = 0; k < perLine; ++k) {
-            zul_Point p = {};
-            const int a = line % 2 == 0 ? k : perLine - 1 - k;
-            p.position[0] = 0.5 * a + 0.05 * noise(random);
-            p.position[1] = 0.5 * line + 0.05 * noise(random);
-            const double x = p.position[0], y = p.position[1];
-            const bool roof = std::fmod(x, 60) < 25 && std::fmod(y, 50) < 20;
-            p.position[2] = 100 + 10 * std::sin(x / 70) * std::cos(y / 90) + (roof ? 8 : 0) +
-                            0.03 * noise(random);
-            for (int c = 0; c < 3; ++c)
-                p.color[c] = static_cast<uint8_t>(std::clamp(
-                    120 + 50 * std::sin(x / (9 + c) + y / 13) + 5 * noise(random), 0.0, 255.0));
-            p.reflection = static_cast<int32_t>(
-                std::clamp(9000 + (roof ? 6000 : 0) + 400 * noise(random), 0.0, 65535.0));
-            points.push_back(p);
-        }
-    }
-    return points;
-}
-
-// What a sample says a cutting costs is within 1% of what the whole cutting costs.
-TEST(BlockPlanner, EstimatesFromSamplesHoldWithinOnePercent) {
-    const std::vector<zul_Point> strip = flightStrip(600, 1000);
-    zul_DataType type;
-    zul_init_headers(&type, nullptr);
-    type.quantizationStep = 0.01f;
-    type.colorMode = zul_COLOR_RGB888;
-    type.reflectionMode = zul_REFLECTION_CLAMPED;
-    type.maxReflection = 65535;
-    zulplan::ChunkEncoder encoder(type, nullptr);
-    zulplan::BlockPlannerOptions options;
-    options.exactLimit = 0;
-    zulplan::BlockPlanner planner(encoder, options);
-    zulplan::Candidate chosen;
-    zulplan::Estimate cost, inputCost;
-    ASSERT_EQ(planner.choose(strip, chosen, cost, inputCost), zul_STATUS_OK);
-    ASSERT_FALSE(cost.exact);
-    EXPECT_EQ(chosen.kind, zulplan::Candidate::Strips);
-    for (const zulplan::Candidate& candidate : planner.candidates(strip)) {
-        zulplan::Estimate estimate;
-        ASSERT_EQ(planner.estimate(strip, candidate, estimate), zul_STATUS_OK);
-        zulplan::Cutting cutting;
-        planner.cut(strip, candidate, cutting);
-        uint64_t exact = 0;
-        ASSERT_EQ(encoder.measure(strip.data(), cutting, exact), zul_STATUS_OK);
-        EXPECT_NEAR(static_cast<double>(estimate.bytes), static_cast<double>(exact), 0.01 * exact)
-            << candidate.describe();
-    }
-}
 
 }  // namespace

@@ -3,6 +3,7 @@
 // would be ignored. One row a case: what to prepare, the arguments, the exit status, a fragment
 // of the messages and the files the folder holds afterwards.
 #include <signal.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <chrono>
@@ -20,7 +21,7 @@ struct CliCase {
     const char* name;
     // Steps run first, separated by ';': "zul ARGS", "copy SHARED NAME", "text NAME WORDS"
     // (the file then holds "precious"), "cut NAME BYTES" (drops the last bytes), "poke NAME
-    // OFFSET BYTE".
+    // OFFSET BYTE", "limit BYTES" (the run itself may make files of these many bytes only).
     const char* setup;
     const char* arguments;  // {d} is the test's folder, {data} the shared clouds
     int exitCode;
@@ -53,6 +54,11 @@ const CliCase kCases[] = {
     {"compress beside", "copy sample_c.las scan.las", "compress -q {d}/scan.las", 0, "",
      "scan.las scan.zul"},
     {"compress to a name", "", "compress -q {data}/bun0.pcd {d}/x.zul", 0, "", "x.zul"},
+    {"compress to another format", "", "compress {data}/bun0.pcd {d}/b.ply", 1,
+     "b.ply: compress writes a zul file; name it .zul", ""},
+    // The writer keeps the few bytes of the bunny until it closes: the close fails.
+    {"failed close", "limit 512", "compress {data}/bun0.pcd {d}/b.zul", 1,
+     "b.zul: the file cannot be created or written (write error)", ""},
     {"existing output kept", "copy sample_c.las scan.las; text scan.zul", "compress {d}/scan.las",
      1, "scan.zul: exists already; use -f (--force)", "scan.las scan.zul"},
     {"existing output forced", "copy sample_c.las scan.las; text scan.zul",
@@ -81,8 +87,6 @@ const CliCase kCases[] = {
      "zul compress -q {data}/bun0.pcd {d}/b.zul; zul decompress -q "
      "--format las {d}/b.zul -o {d}/b.dat",
      "compress -q --step 0.001 {d}/b.dat {d}/c.zul", 0, "", "b.dat b.zul c.zul"},
-    {"unknown extension", "text pts.dat", "compress {d}/pts.dat", 1,
-     "the extension \".dat\" is not a format the tool knows", "pts.dat"},
     {"format chosen for the input", "text pts.dat", "compress -q --format xyz {d}/pts.dat", 1,
      "pts.dat: line 1: a line of column names without x, y and z", "pts.dat"},
     {"zul is not a cloud", BUNNY, "compress --format zul {d}/b.zul", 2, "--format zul", "b.zul"},
@@ -107,8 +111,6 @@ const CliCase kCases[] = {
     {"progress forced", "", "compress --progress {data}/bun0.pcd {d}/a.zul", 0,
      "] 100%\r\033[Kzul: ", "a.zul"},
     // info.
-    {"info bounds and step", BUNNY, "info --json {d}/b.zul", 0,
-     "\"step\": 0.001,\n  \"color\": \"none\"", "b.zul"},
     {"info bounds", BUNNY, "info --json {d}/b.zul", 0,
      "\"bounds\": {\"min\": [-0.094, 0.037, -0.055], \"max\": [0.060, 0.184, 0.058]}", "b.zul"},
     {"info chunk table", BUNNY, "info --json --chunks {d}/b.zul", 0,
@@ -122,8 +124,6 @@ const CliCase kCases[] = {
     // verify and salvage.
     {"verify intact", BUNNY, "verify {d}/b.zul", 0, "b.zul: OK, 4 chunks, 397 points", "b.zul"},
     {"verify cut", BUNNY "; cut b.zul 10", "verify {d}/b.zul {d}/b.zul", 1,
-     "b.zul: damaged at chunk 3 (byte ", "b.zul"},
-    {"verify says what is intact", BUNNY "; cut b.zul 10", "verify {d}/b.zul", 1,
      "): 300 points in 3 chunks before it are intact; the file ends inside a chunk (truncated)",
      "b.zul"},
     {"verify of a foreign file", "copy bun0.pcd b.zul", "verify -q {d}/b.zul", 1, "not a zul file",
@@ -211,6 +211,8 @@ protected:
                 words >> name >> bytes;
                 const std::string content = readText(path(name));
                 writeText(path(name), content.substr(0, content.size() - bytes));
+            } else if (verb == "limit") {
+                words >> fileLimit;
             } else if (verb == "poke") {
                 size_t offset = 0;
                 int value = 0;
@@ -224,12 +226,22 @@ protected:
         }
         return precious;
     }
+
+    rlim_t fileLimit = RLIM_INFINITY;
 };
 
 TEST_P(CommandLine, ExitsSaysAndWrites) {
     const CliCase& c = GetParam();
     const std::vector<std::string> precious = prepare(c.setup);
+    // A write past the limit fails (EFBIG) rather than ending the program.
+    rlimit saved;
+    ::getrlimit(RLIMIT_FSIZE, &saved);
+    rlimit limited = {std::min(fileLimit, saved.rlim_max), saved.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limited);
+    const auto handler = ::signal(SIGXFSZ, SIG_IGN);
     const ToolRun run = runTool(expand(c.arguments, folder.string()));
+    ::signal(SIGXFSZ, handler);
+    ::setrlimit(RLIMIT_FSIZE, &saved);
     EXPECT_EQ(run.exitCode, c.exitCode) << run.output;
     EXPECT_NE(run.output.find(expand(c.message, folder.string())), std::string::npos) << run.output;
     EXPECT_EQ(filesBelow(), c.files);
@@ -245,41 +257,6 @@ INSTANTIATE_TEST_SUITE_P(Cases, CommandLine, ::testing::ValuesIn(kCases), NameOf
 
 class CommandLineRun : public ToolTest {};
 
-// The bounds info gives are those of the points a reader gets, through the sensor header's
-// matrix too: a quarter turn about z, doubled, then moved.
-TEST_F(CommandLineRun, InfoBoundsAreThoseOfTheDecodedPoints) {
-    ASSERT_EQ(runTool("compress -q --chunk 100 --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 --translate "
-                      "10 20 30 " +
-                      dataFile("bun0.pcd") + " " + path("b.zul"))
-                  .exitCode,
-              0);
-    ASSERT_EQ(runTool("decompress -q --format ply " + path("b.zul")).exitCode, 0);
-    double low[3] = {1e300, 1e300, 1e300}, high[3] = {-1e300, -1e300, -1e300};
-    for (const CloudPoint& p : readCloud(path("b.ply"))) {
-        for (int a = 0; a < 3; ++a) {
-            low[a] = std::min(low[a], p.point.position[a]);
-            high[a] = std::max(high[a], p.point.position[a]);
-        }
-    }
-    const std::string info = runTool("info --json " + path("b.zul")).output;
-    char expected[200];
-    std::snprintf(expected, sizeof expected,
-                  "\"bounds\": {\"min\": [%.3f, %.3f, %.3f], \"max\": [%.3f, %.3f, %.3f]}", low[0],
-                  low[1], low[2], high[0], high[1], high[2]);
-    EXPECT_NE(info.find(expected), std::string::npos) << expected << "\n" << info;
-}
-
-// Every point of a zul file as the point-by-point reader hands it out.
-std::vector<zul_Point> readZul(const std::string& path) {
-    std::vector<zul_Point> points;
-    zul_in_Context reader = nullptr;
-    zul_DataType type;
-    EXPECT_EQ(zul_in_open(&reader, &type, path.c_str()), zul_STATUS_OK);
-    for (zul_Point p; zul_in_readNextPoint(reader, &p) == zul_STATUS_OK;) points.push_back(p);
-    zul_in_close(&reader);
-    return points;
-}
-
 // A box (its bounds exact points, through the sensor header's matrix) keeps exactly the lines of
 // the full output whose points lie within it, bounds included; and the thread count changes no
 // byte.
@@ -289,7 +266,7 @@ TEST_F(CommandLineRun, BoxKeepsThePointsWithinItAndThreadsChangeNothing) {
                       dataFile("bun0.pcd") + " " + path("b.zul"))
                   .exitCode,
               0);
-    const std::vector<zul_Point> points = readZul(path("b.zul"));
+    const std::vector<zul_Point> points = readZul(path("b.zul")).points;
     ASSERT_GT(points.size(), 300u);
     double low[3], high[3];
     for (int a = 0; a < 3; ++a) {

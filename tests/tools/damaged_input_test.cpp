@@ -2,6 +2,7 @@
 // wrong, exits with a failure, and leaves an existing output file as it was, with no partial
 // file beside it.
 #include <fstream>
+#include <sstream>
 
 #include "support/test_names.h"
 #include "tool_support.h"
@@ -30,11 +31,11 @@ const std::string& sampleZul() {
 }
 
 struct DamagedCase {
-    const char* name;
-    const char* inputName;
-    std::string (*content)();  // null: the input does not exist
-    const char* command;       // "compress", "decompress" or "info"
-    const char* outputName;
+    const char* name;       // the input's name
+    const char* text;       // its content; null: made by `make`, or the input does not exist
+    std::string (*make)();  //
+    const char* command;    // "compress", "decompress" or "info", and the output's name if
+                            // not out.zul or out.ply
     const char* message;
 };
 
@@ -46,126 +47,96 @@ std::string flipped(std::string bytes, size_t at) {
     return bytes;
 }
 
+std::string withByte(std::string bytes, size_t at, char value) {
+    bytes[at] = value;
+    return bytes;
+}
+
+const char* const kPly =
+    "ply\nformat binary_little_endian 1.0\nelement vertex 2\nproperty float x\n"
+    "property float y\nproperty float z\nend_header\n";
+
 const DamagedCase kCases[] = {
-    {"missing input", "absent.las", nullptr, "compress", "out.zul",
-     "absent.las: cannot open the file"},
-    {"empty las", "empty.las", [] { return std::string(); }, "compress", "out.zul",
-     "empty.las: the file ends early, inside the LAS header"},
-    {"las cut inside its points", "cut.las",
-     [] { return bytesOf(dataFile("sample_c.las"), 0, 200000); }, "compress", "out.zul",
+    {"absent.las", nullptr, nullptr, "compress", "absent.las: cannot open the file"},
+    {"empty.las", "", nullptr, "compress", "empty.las: the file ends early, inside the LAS header"},
+    {"cut.las", nullptr, [] { return bytesOf(dataFile("sample_c.las"), 0, 200000); }, "compress",
      "cut.las: the file ends before the 14408 points its header announces (truncated)"},
-    {"las without signature", "other.las",
-     [] { return "LASX" + bytesOf(dataFile("sample_c.las"), 4); }, "compress", "out.zul",
+    {"other.las", nullptr, [] { return "LASX" + bytesOf(dataFile("sample_c.las"), 4); }, "compress",
      "other.las: not a LAS file"},
-    {"compressed las points", "packed.las",
+    {"packed.las", nullptr,
      [] {
-         std::string b = bytesOf(dataFile("sample_c.las"));
-         b[104] = static_cast<char>(b[104] | 0x80);
-         return b;
+         const std::string b = bytesOf(dataFile("sample_c.las"));
+         return withByte(b, 104, static_cast<char>(b[104] | 0x80));
      },
-     "compress", "out.zul", "packed.las: compressed LAS points are not supported"},
-    {"las version 2", "v2.las",
+     "compress", "packed.las: compressed LAS points are not supported"},
+    {"v2.las", nullptr, [] { return withByte(bytesOf(dataFile("sample_c.las")), 24, 2); },
+     "compress", "v2.las: LAS version 2.2 is not supported"},
+    {"nodata.pcd", "VERSION 0.7\nFIELDS x y z\nSIZE 4 4 4\nTYPE F F F\n", nullptr, "compress",
+     "nodata.pcd: the PCD header has no DATA line"},
+    {"noz.pcd", "FIELDS x y\nSIZE 4 4\nTYPE F F\nPOINTS 1\nDATA ascii\n1 2\n", nullptr, "compress",
+     "noz.pcd: the PCD file has no field z"},
+    {"word.pcd", "FIELDS x y z\nSIZE 4 4 4\nTYPE F F F\nPOINTS 2\nDATA ascii\n1 2 3\n1 two 3\n",
+     nullptr, "compress", "word.pcd: point 1 holds a value that is not a number"},
+    {"short.pcd", "FIELDS x y z\nSIZE 4 4 4\nTYPE F F F\nPOINTS 3\nDATA ascii\n1 2 3\n", nullptr,
+     "compress", "short.pcd: the file ends after 1 of 3 points (truncated)"},
+    {"cut.pcd", nullptr, [] { return bytesOf(dataFile("colored_cloud.pcd"), 0, 20000); },
+     "compress", "cut.pcd: the file ends before the 1000 points"},
+    // The block's first byte becomes a back-reference to before its start.
+    {"lzf.pcd", nullptr,
      [] {
-         std::string b = bytesOf(dataFile("sample_c.las"));
-         b[24] = 2;
-         return b;
+         const std::string b = bytesOf(dataFile("cturtle.pcd"));
+         return withByte(b, b.find("binary_compressed\n") + 18 + 8, static_cast<char>(0xFF));
      },
-     "compress", "out.zul", "v2.las: LAS version 2.2 is not supported"},
-    {"pcd without data line", "nodata.pcd",
-     [] { return std::string("VERSION 0.7\nFIELDS x y z\nSIZE 4 4 4\nTYPE F F F\n"); }, "compress",
-     "out.zul", "nodata.pcd: the PCD header has no DATA line"},
-    {"pcd without z", "noz.pcd",
-     [] { return std::string("FIELDS x y\nSIZE 4 4\nTYPE F F\nPOINTS 1\nDATA ascii\n1 2\n"); },
-     "compress", "out.zul", "noz.pcd: the PCD file has no field z"},
-    {"pcd ascii with a word", "word.pcd",
+     "compress", "lzf.pcd: the compressed block does not decompress (damaged)"},
+    // The unpacked size becomes far larger than the header says.
+    {"sizes.pcd", nullptr,
      [] {
-         return std::string(
-             "FIELDS x y z\nSIZE 4 4 4\nTYPE F F F\nPOINTS 2\nDATA ascii\n1 2 3\n1 "
-             "two 3\n");
+         const std::string b = bytesOf(dataFile("cturtle.pcd"));
+         return withByte(b, b.find("binary_compressed\n") + 18 + 6, 0x7F);
      },
-     "compress", "out.zul", "word.pcd: point 1 holds a value that is not a number"},
-    {"pcd ascii cut", "short.pcd",
-     [] {
-         return std::string("FIELDS x y z\nSIZE 4 4 4\nTYPE F F F\nPOINTS 3\nDATA ascii\n1 2 3\n");
-     },
-     "compress", "out.zul", "short.pcd: the file ends after 1 of 3 points (truncated)"},
-    {"pcd binary cut", "cut.pcd", [] { return bytesOf(dataFile("colored_cloud.pcd"), 0, 20000); },
-     "compress", "out.zul", "cut.pcd: the file ends before the 1000 points"},
-    {"pcd compressed block damaged", "lzf.pcd",
-     [] {
-         // The block's first byte becomes a back-reference to before its start.
-         std::string b = bytesOf(dataFile("cturtle.pcd"));
-         b[b.find("binary_compressed\n") + 18 + 8] = static_cast<char>(0xFF);
-         return b;
-     },
-     "compress", "out.zul", "lzf.pcd: the compressed block does not decompress (damaged)"},
-    {"pcd compressed sizes damaged", "sizes.pcd",
-     [] {
-         std::string b = bytesOf(dataFile("cturtle.pcd"));
-         const size_t data = b.find("binary_compressed\n") + 18;
-         b[data + 6] = 0x7F;  // the unpacked size becomes far larger than the header says
-         return b;
-     },
-     "compress", "out.zul", "sizes.pcd: the compressed block's sizes do not match the header"},
-    {"ply without end_header", "open.ply",
-     [] { return std::string("ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\n"); },
-     "compress", "out.zul", "open.ply: the PLY header has no end_header line"},
-    {"ply binary cut", "cut.ply",
-     [] {
-         return std::string(
-                    "ply\nformat binary_little_endian 1.0\nelement vertex 2\nproperty "
-                    "float x\nproperty float y\nproperty float z\nend_header\n") +
-                std::string(20, '\0');
-     },
-     "compress", "out.zul", "cut.ply: the file ends before the 2 vertices"},
-    {"not a ply", "plain.ply", [] { return std::string("solid cube\n"); }, "compress", "out.zul",
-     "plain.ply: not a PLY file"},
-    {"xyz of five columns", "five.xyz", [] { return std::string("1 2 3 4 5\n"); }, "compress",
-     "out.zul", "five.xyz: line 1: 5 values without a line of column names are not understood"},
-    {"xyz with a short line", "short.xyz", [] { return std::string("1 2 3\n4 5\n"); }, "compress",
-     "out.zul", "short.xyz: line 2: 2 values where the file has 3 columns"},
-    {"xyz with decimal commas", "commas.xyz", [] { return std::string("1,5 2,5 3,5\n"); },
-     "compress", "out.zul", "commas.xyz: line 1: value 2 (\"5 2\") is not a number"},
-    {"xyz with an extra value", "extra.xyz", [] { return std::string("1 2 3\n4 5 6 7\n"); },
-     "compress", "out.zul", "extra.xyz: line 2: 4 values where the file has 3 columns"},
-    {"csv with an empty value", "empty.csv", [] { return std::string("x,y,z\n1,,3\n"); },
-     "compress", "out.zul", "empty.csv: line 2: value 2 (\"\") is not a number"},
-    {"pts with a wrong count", "count.pts", [] { return std::string("3\n1 2 3\n4 5 6\n"); },
-     "compress", "out.zul", "count.pts: the first line announces 3 points, the file holds 2"},
-    {"names without x y z", "names.xyz", [] { return std::string("a b c\n1 2 3\n"); }, "compress",
-     "out.zul", "names.xyz: line 1: a line of column names without x, y and z"},
-    {"pcd header line with binary bytes", "binary.pcd",
-     [] { return std::string("VERSION .7\nFIELDS x y z\n\x01\x02\xff\n"); }, "compress", "out.zul",
+     "compress", "sizes.pcd: the compressed block's sizes do not match the header"},
+    {"open.ply", "ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\n", nullptr, "compress",
+     "open.ply: the PLY header has no end_header line"},
+    {"cut.ply", nullptr, [] { return kPly + std::string(20, '\0'); }, "compress",
+     "cut.ply: the file ends before the 2 vertices"},
+    {"plain.ply", "solid cube\n", nullptr, "compress", "plain.ply: not a PLY file"},
+    {"five.xyz", "1 2 3 4 5\n", nullptr, "compress",
+     "five.xyz: line 1: 5 values without a line of column names are not understood"},
+    {"short.xyz", "1 2 3\n4 5\n", nullptr, "compress",
+     "short.xyz: line 2: 2 values where the file has 3 columns"},
+    {"commas.xyz", "1,5 2,5 3,5\n", nullptr, "compress",
+     "commas.xyz: line 1: value 2 (\"5 2\") is not a number"},
+    {"extra.xyz", "1 2 3\n4 5 6 7\n", nullptr, "compress",
+     "extra.xyz: line 2: 4 values where the file has 3 columns"},
+    {"empty.csv", "x,y,z\n1,,3\n", nullptr, "compress",
+     "empty.csv: line 2: value 2 (\"\") is not a number"},
+    {"count.pts", "3\n1 2 3\n4 5 6\n", nullptr, "compress",
+     "count.pts: the first line announces 3 points, the file holds 2"},
+    {"names.xyz", "a b c\n1 2 3\n", nullptr, "compress",
+     "names.xyz: line 1: a line of column names without x, y and z"},
+    {"binary.pcd", "VERSION .7\nFIELDS x y z\n\x01\x02\xff\n", nullptr, "compress",
      "binary.pcd: the PCD header has a line it cannot read: \"???\""},
-    {"kitti of a partial point", "partial.bin", [] { return std::string(17, '\0'); }, "compress",
-     "out.zul", "partial.bin: the file is not a whole number of 16-byte points"},
-    {"unknown extension", "cloud.e57", [] { return std::string("x"); }, "compress", "out.zul",
+    {"partial.bin", nullptr, [] { return std::string(17, '\0'); }, "compress",
+     "partial.bin: the file is not a whole number of 16-byte points"},
+    {"cloud.e57", "x", nullptr, "compress",
      "cloud.e57: the extension \".e57\" is not a format the tool knows"},
-    {"zul missing", "absent.zul", nullptr, "decompress", "out.ply",
+    {"absent.zul", nullptr, nullptr, "decompress",
      "absent.zul: the file cannot be opened or read (read error)"},
-    {"zul empty", "empty.zul", [] { return std::string(); }, "decompress", "out.ply",
+    {"empty.zul", "", nullptr, "decompress",
      "empty.zul: the file ends inside its signature or header (truncated)"},
-    {"zul cut inside a chunk", "cut.zul", [] { return sampleZul().substr(0, 60000); }, "decompress",
-     "out.ply", "cut.zul: the file ends inside a chunk (truncated)"},
-    {"zul cut inside a chunk header", "cuthead.zul",
-     [] { return sampleZul().substr(0, kHead + 16 + 20); }, "info", "",
+    {"cut.zul", nullptr, [] { return sampleZul().substr(0, 60000); }, "decompress",
+     "cut.zul: the file ends inside a chunk (truncated)"},
+    {"cuthead.zul", nullptr, [] { return sampleZul().substr(0, kHead + 16 + 20); }, "info",
      "cuthead.zul: the file ends inside a chunk (truncated)"},
-    {"zul marker damaged", "marker.zul", [] { return flipped(sampleZul(), kHead + 3); },
-     "decompress", "out.ply",
+    {"marker.zul", nullptr, [] { return flipped(sampleZul(), kHead + 3); }, "decompress",
      "marker.zul: a chunk holds values no writer produces: the file is damaged (corrupt data)"},
-    {"zul marker damaged for info", "marker2.zul", [] { return flipped(sampleZul(), kHead + 3); },
-     "info", "", "(corrupt data)"},
-    {"zul signature foreign", "sig.zul", [] { return flipped(sampleZul(), 0); }, "decompress",
-     "out.ply",
+    {"marker2.zul", nullptr, [] { return flipped(sampleZul(), kHead + 3); }, "info",
+     "(corrupt data)"},
+    {"sig.zul", nullptr, [] { return flipped(sampleZul(), 0); }, "decompress",
      "sig.zul: not a zul file: its first bytes are not the zul signature (bad signature)"},
-    {"zul version 3", "v3.zul",
-     [] {
-         std::string b = sampleZul();
-         b[3] = 3;
-         return b;
-     },
-     "info", "", "v3.zul: a zul file of a format version this library does not read (bad version)"},
-    {"zul to an unknown format", "good.zul", [] { return sampleZul(); }, "decompress", "out.e57",
+    {"v3.zul", nullptr, [] { return withByte(sampleZul(), 3, 3); }, "info",
+     "v3.zul: a zul file of a format version this library does not read (bad version)"},
+    {"good.zul", nullptr, [] { return sampleZul(); }, "decompress out.e57",
      "out.e57: the extension \".e57\" is not a format the tool knows"},
 };
 
@@ -173,13 +144,18 @@ class DamagedInput : public ToolTest, public ::testing::WithParamInterface<Damag
 
 TEST_P(DamagedInput, NamesTheFileAndKeepsTheOutput) {
     const DamagedCase& c = GetParam();
-    const std::string input = path(c.inputName);
-    if (c.content != nullptr) writeText(input, c.content());
-    const bool info = std::string(c.command) == "info";
+    const std::string input = path(c.name);
+    if (c.text != nullptr) writeText(input, c.text);
+    if (c.make != nullptr) writeText(input, c.make());
+    std::stringstream command(c.command);
+    std::string verb, outputName;
+    command >> verb >> outputName;
+    const bool info = verb == "info";
+    if (outputName.empty() && !info) outputName = verb == "compress" ? "out.zul" : "out.ply";
     // -f: the output is kept even when it may be replaced.
-    std::string arguments = std::string(c.command) + (info ? " " : " -q -f ") + input;
-    const std::string output = c.outputName[0] != '\0' ? path(c.outputName) : "";
-    if (!output.empty()) {
+    std::string arguments = verb + (info ? " " : " -q -f ") + input;
+    const std::string output = info ? "" : path(outputName);
+    if (!info) {
         writeText(output, "precious");
         arguments += " " + output;
     }

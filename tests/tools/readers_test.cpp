@@ -258,13 +258,3 @@ TEST_F(Readers, KittiScan) {
 }
 
 }  // namespace
-
-namespace {
-
-// The tool's tests read the clouds of the folder shared beside the checkout.
-TEST(SharedData, LiesBesideTheCheckout) {
-    ASSERT_TRUE(std::filesystem::is_directory(ZUL_DATA_DIR))
-        << ZUL_DATA_DIR << " is missing: the tests need ../shared/data beside the checkout";
-}
-
-}  // namespace

@@ -16,6 +16,7 @@
 
 #include "formats/cloud.h"
 #include "support/temp_folder.h"
+#include "zul_bulk.h"
 
 inline std::string dataFile(const std::string& name) {
     return std::string(ZUL_DATA_DIR) + "/" + name;
@@ -81,4 +82,34 @@ inline std::vector<CloudPoint> readCloud(const std::string& path,
         points.push_back(p);
     }
     return points;
+}
+
+struct ZulFile {
+    std::vector<zul_Point> points;
+    std::vector<int> chunkCounts;
+};
+
+// Every point of a zul file as the point-by-point reader hands it out, and the size of every
+// chunk as the chunk index lists them, which must reach the end of the file.
+inline ZulFile readZul(const std::string& path) {
+    ZulFile file;
+    zul_idx_Index index = nullptr;
+    int64_t chunks = 0, points = 0, where = 0;
+    zul_Status damage = zul_STATUS_OK;
+    EXPECT_EQ(zul_idx_openFile(&index, path.c_str(), nullptr), zul_STATUS_OK) << path;
+    zul_idx_getCounts(index, &chunks, &points);
+    for (int64_t k = 0; k < chunks; ++k) {
+        zul_idx_Chunk chunk = {};
+        zul_idx_getChunk(index, k, &chunk);
+        file.chunkCounts.push_back(chunk.numPoints);
+    }
+    zul_idx_getDamage(index, &damage, &where, nullptr);
+    EXPECT_EQ(damage, zul_STATUS_OK) << path;
+    zul_idx_close(&index);
+    zul_in_Context in = nullptr;
+    zul_DataType type;
+    EXPECT_EQ(zul_in_open(&in, &type, path.c_str()), zul_STATUS_OK) << path;
+    for (zul_Point p = {}; zul_in_readNextPoint(in, &p) == zul_STATUS_OK;) file.points.push_back(p);
+    zul_in_close(&in);
+    return file;
 }

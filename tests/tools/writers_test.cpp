@@ -89,6 +89,26 @@ TEST_F(Writers, LasHeaderAndRecords) {
     }
 }
 
+// A stored step other than 1 under a translation makes no grid that a LAS scale and offset give
+// exactly: the offset is then the first point's, whose integers are 0.
+TEST_F(Writers, LasOffsetOfAGridThatIsNotExact) {
+    zul_DataType type;
+    zul_Header2 header;
+    zul_init_headers(&type, &header);
+    type.quantizationStep = 0.5f;
+    header.hasTranslation = true;
+    header.transformation[12] = 10;
+    zul_out_Context out = nullptr;
+    ASSERT_EQ(zul_out_open2(&out, path("t.zul").c_str(), &type, &header), zul_STATUS_OK);
+    const zul_Point point = {{3, 4, 5}, {0, 0, 0}, 0, {0, 0, 0}};
+    ASSERT_EQ(zul_out_writePoint(out, &point), zul_STATUS_OK);
+    ASSERT_EQ(zul_out_close(&out), zul_STATUS_OK);
+    ASSERT_EQ(runTool("decompress -q " + path("t.zul") + " " + path("t.las")).exitCode, 0);
+    const std::string las = readText(path("t.las"));
+    for (int axis = 0; axis < 3; ++axis) EXPECT_EQ(at<int32_t>(las, 227 + 4 * axis), 0);
+    EXPECT_EQ(at<double>(las, 155), 13.0);
+}
+
 TEST_F(Writers, PcdAndPlyHeaders) {
     const std::string pcd = decompress("c.pcd", "binary_compressed");
     EXPECT_EQ(
