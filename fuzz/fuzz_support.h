@@ -147,23 +147,25 @@ void checkSamePoints(const std::vector<zul_Point>& expected, const std::vector<z
 // as whole ones remain, each as it lies in memory on this machine (padding included); and the
 // data type, optional sensor header, chunk size and points drawn from it.
 struct Settings {
-    double matrix[16];  // the sensor header's, column-major; with kAngleForm: scale, angle about
-                        // z, translation x, y, z
-    float step;
-    int32_t maxReflection, mount, type;
-    uint16_t chunkSizeMinus1;
     uint8_t attributes;  // bits 0-1 the colour mode (3 is refused), then the flags below
     uint8_t flags;       // of the sensor header, below
+    uint16_t chunkSizeMinus1;
+    float step;
+    int32_t maxReflection, mount, type;
+    double matrix[16];  // the sensor header's, column-major; with kAngleForm: scale, angle about
+                        // z, translation x, y, z
 };
 enum : uint8_t { kHasReflection = 4, kHasNormals = 8, kPassHeader = 16, kHeaderEnabled = 32 };
 enum : uint8_t { kScaling = 1, kUnsupported = 2, kRotation = 4, kTranslation = 8, kAngleForm = 16 };
 
 struct PointRecord {
-    double position[3];  // with kGridPosition: whole half steps, the integer part modulo 2^15
-    float normal[3];     // with kGridNormal: the integer part modulo 128, over 127
-    int32_t reflection;
+    uint8_t kind;  // the flags below
     uint8_t color[3];
-    uint8_t kind;
+    int32_t reflection;
+    int16_t halfSteps[3];  // with kGridPosition, the position in half steps
+    int8_t gridNormal[3];  // with kGridNormal, the normal in 127ths
+    float normal[3];       // else these two
+    double position[3];
 };
 enum : uint8_t { kGridPosition = 1, kGridNormal = 2 };
 

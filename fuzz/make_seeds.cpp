@@ -48,8 +48,7 @@ Seed seedOf(int c, int chunkSize) {
     s.attributes =
         static_cast<uint8_t>(c % 12 / 4 | (c & 2 ? kHasReflection : 0) | (c & 1 ? kHasNormals : 0) |
                              kPassHeader | (c >= 12 ? kHeaderEnabled : 0));
-    s.mount = zul_SENSOR_MOUNT_11;
-    s.type = zul_SENSOR_TYPE_3;
+    s.mount = zul_SENSOR_MOUNT_11, s.type = zul_SENSOR_TYPE_3;
     s.flags = kScaling | kRotation | kTranslation;
     s.matrix[1] = 2.0, s.matrix[4] = -2.0, s.matrix[10] = 2.0, s.matrix[15] = 1.0;
     s.matrix[12] = 10.0, s.matrix[13] = -20.0, s.matrix[14] = 0.5;
@@ -110,17 +109,24 @@ void writeSeeds(const fs::path& folder) {
         Seed seed = seedOf(c, 16);
         seed.points = surfacePoints(random, 40);
         writeStream(folder / "streams" / (nameOf(c) + ".zul"), seed);
-        save(folder / "round_trip" / (nameOf(c) + "_0.in"), seed.bytes());
-        // Exact ties between grid points, a point far out, non-finite ones, a normal too short.
-        seed.settings.chunkSizeMinus1 = 6;
-        for (size_t i = 0; i < seed.points.size(); i += 2) {
-            for (double& v : seed.points[i].position) v = 2 * (random() % 400) + 1;
-            seed.points[i].kind = kGridPosition;
+        seed.points.resize(24);
+        const auto below = [&random](int n) { return static_cast<int>(random() % n); };
+        for (PointRecord& p : seed.points) {  // grid points and grid normals
+            p.kind = kGridPosition | kGridNormal;
+            for (int16_t& v : p.halfSteps) v = static_cast<int16_t>(below(400) - 200);
+            for (int8_t& n : p.gridNormal) n = static_cast<int8_t>(below(255) - 127);
         }
-        seed.points[3].position[0] = std::nan("");
-        seed.points[9].position[1] = HUGE_VAL;
+        save(folder / "round_trip" / (nameOf(c) + "_0.in"), seed.bytes());
+        // Exact ties between grid points, raw points (a point far out and non-finite ones among
+        // them), a normal too short.
+        seed.settings.chunkSizeMinus1 = 6;
+        for (size_t i = 0; i < seed.points.size(); ++i) {
+            seed.points[i].kind = i % 2 ? 0 : kGridPosition;
+            for (auto& v : seed.points[i].halfSteps) v = static_cast<int16_t>(2 * below(400) + 1);
+        }
+        seed.points[3].position[0] = std::nan(""), seed.points[9].position[1] = HUGE_VAL;
         seed.points[15].position[2] = -1e300;
-        for (float& n : seed.points[33].normal) n = 1e-7f;
+        for (float& n : seed.points[20].normal) n = 1e-7f;
         save(folder / "round_trip" / (nameOf(c) + "_1.in"), seed.bytes());
     }
     Seed seed = seedOf(23, 1);  // every attribute, a sensor header

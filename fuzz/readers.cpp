@@ -157,11 +157,10 @@ void appendPoints(const zul_PointData& chunk, const zul_DataType& type, bool tra
                 FUZZ_CHECK(std::fabs(std::sqrt(x * x + y * y + z * z) - 1.0) < 1e-5);
             }
         }
-        if (type.colorMode == zul_COLOR_RGB565) {
-            // Five and six bits come back in the middle of the range they stand for.
+        // Five and six bits come back in the middle of the range they stand for.
+        if (type.colorMode == zul_COLOR_RGB565)
             FUZZ_CHECK((point.color[0] & 7) == 4 && (point.color[1] & 3) == 2 &&
                        (point.color[2] & 7) == 4);
-        }
         points.push_back(point);
     }
 }
@@ -189,10 +188,9 @@ ReaderRun readScratch(int way) {
         run.points.push_back(point);
         // A second count in the middle of the reading answers the same without a scan.
         int64_t again = -1;
-        if (run.points.size() == 1) {
-            FUZZ_CHECK(zul_in_getNumPoints(reader.value, &again) == zul_STATUS_OK);
-            FUZZ_CHECK(again == run.count);
-        }
+        if (run.points.size() == 1)
+            FUZZ_CHECK(zul_in_getNumPoints(reader.value, &again) == zul_STATUS_OK &&
+                       again == run.count);
     }
     FUZZ_CHECK(zul_in_readNextPoint(reader.value, &point) == zul_STATUS_INVALID_STATE);
     return run;

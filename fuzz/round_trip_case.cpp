@@ -45,12 +45,9 @@ bool parseRoundTripCase(const uint8_t* data, size_t size, RoundTripCase& out) {
         std::memcpy(&r, data + at, sizeof r);
         zul_Point p{};
         for (int a = 0; a < 3; ++a) {
-            const double v = r.position[a];
-            p.position[a] =
-                r.kind & kGridPosition ? std::trunc(std::fmod(v, 32768.0)) * halfStep : v;
-            if (type.normalMode == zul_NORMAL_NONE) continue;
-            const float n = r.normal[a];
-            p.normal[a] = r.kind & kGridNormal ? std::trunc(std::fmod(n, 128.0f)) / 127.0f : n;
+            p.position[a] = r.kind & kGridPosition ? r.halfSteps[a] * halfStep : r.position[a];
+            if (type.normalMode != zul_NORMAL_NONE)
+                p.normal[a] = r.kind & kGridNormal ? r.gridNormal[a] / 127.0f : r.normal[a];
         }
         if (type.colorMode != zul_COLOR_NONE) std::memcpy(p.color, r.color, sizeof p.color);
         if (type.reflectionMode != zul_REFLECTION_NONE) p.reflection = r.reflection;
