@@ -1,96 +1,81 @@
 // Writes the seed corpora of the fuzz targets into a folder:
 //   streams/      valid streams of every attribute combination in both versions, with some
 //                 special shapes (no chunk, one point, identical points, a chunk a point)
-//   round_trip/   inputs of the write-and-read target in its layout, for the same combinations,
-//                 with non-finite positions, exact ties and a normal too short among them
+//   round_trip/   inputs of the write-and-read target for the same combinations, in chunks of 16
+//                 and of 7 points, the latter with non-finite positions, exact ties and a normal
+//                 too short among them
 // Everything is computed here from a fixed seed; nothing comes from elsewhere.
 //
 //   make_seeds <folder>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <limits>
+#include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "round_trip_case.h"
-#include "zul.h"
+#include "fuzz_support.h"
 
 namespace fs = std::filesystem;
-using zulfuzz::RoundTripBytes;
+using namespace zulfuzz;
 
 namespace {
 
-struct Random {
-    uint64_t state;
-    uint32_t next() {
-        state = state * 6364136223846793005ull + 1442695040888963407ull;
-        return static_cast<uint32_t>(state >> 33);
-    }
-    double uniform() { return next() / 2147483648.0; }
-};
+// The input of the write-and-read target. A stream seed is what its points make.
+struct Seed {
+    Settings settings = Settings();  // value-initialised: the padding is zero too
+    std::vector<PointRecord> points;
 
-struct Combination {
-    zul_ColorMode color;
-    bool reflection;
-    bool normals;
-    bool sensor;
-    std::string name() const {
-        return std::string("v") + (sensor ? "2" : "1") + "_c" + std::to_string(color) + "_r" +
-               (reflection ? "1" : "0") + "_n" + (normals ? "1" : "0");
+    std::vector<uint8_t> bytes() const {
+        std::vector<uint8_t> out(sizeof settings + points.size() * sizeof(PointRecord));
+        std::memcpy(out.data(), &settings, sizeof settings);
+        if (!points.empty())
+            std::memcpy(out.data() + sizeof settings, points.data(), out.size() - sizeof settings);
+        return out;
     }
 };
 
-std::vector<Combination> allCombinations() {
-    std::vector<Combination> all;
-    for (bool sensor : {false, true})
-        for (zul_ColorMode color : {zul_COLOR_NONE, zul_COLOR_RGB565, zul_COLOR_RGB888})
-            for (bool reflection : {false, true})
-                for (bool normals : {false, true})
-                    all.push_back({color, reflection, normals, sensor});
-    return all;
+// Combination `c` of the 24: c % 12 / 4 the colour mode, bit 1 reflection, bit 0 normals; from 12
+// on, with a sensor header enabled: a scale of 2, a quarter turn about z and a translation.
+Seed seedOf(int c, int chunkSize) {
+    Seed seed;
+    Settings& s = seed.settings;
+    s.step = 0.001f;
+    s.maxReflection = c & 2 ? 1000 : 0;
+    s.attributes =
+        static_cast<uint8_t>(c % 12 / 4 | (c & 2 ? kHasReflection : 0) | (c & 1 ? kHasNormals : 0) |
+                             kPassHeader | (c >= 12 ? kHeaderEnabled : 0));
+    s.mount = zul_SENSOR_MOUNT_11, s.type = zul_SENSOR_TYPE_3;
+    s.flags = kScaling | kRotation | kTranslation;
+    s.matrix[1] = 2.0, s.matrix[4] = -2.0, s.matrix[10] = 2.0, s.matrix[15] = 1.0;
+    s.matrix[12] = 10.0, s.matrix[13] = -20.0, s.matrix[14] = 0.5;
+    s.chunkSizeMinus1 = static_cast<uint16_t>(chunkSize - 1);
+    return seed;
 }
 
-zul_DataType dataTypeOf(const Combination& c) {
-    zul_DataType type;
-    zul_init_headers(&type, nullptr);
-    type.quantizationStep = 0.001f;
-    type.colorMode = c.color;
-    type.reflectionMode = c.reflection ? zul_REFLECTION_CLAMPED : zul_REFLECTION_NONE;
-    type.maxReflection = c.reflection ? 1000 : 0;
-    type.normalMode = c.normals ? zul_NORMAL_SPHERICAL : zul_NORMAL_NONE;
-    return type;
-}
-
-// A scale of 2, a quarter turn about z and a translation: every transform runs.
-zul_Header2 sensorHeader(bool enabled) {
-    zul_Header2 header;
-    zul_init_headers(nullptr, &header);
-    header.enabled = enabled;
-    header.sensorMount = zul_SENSOR_MOUNT_11;
-    header.sensorType = zul_SENSOR_TYPE_3;
-    header.hasScaling = header.hasRotation = header.hasTranslation = true;
-    double* m = header.transformation;
-    m[0] = 0.0, m[1] = 2.0, m[4] = -2.0, m[5] = 0.0, m[10] = 2.0;
-    m[12] = 10.0, m[13] = -20.0, m[14] = 0.5;
-    return header;
+std::string nameOf(int c) {
+    return std::string("v") + (c >= 12 ? "2" : "1") + "_c" + std::to_string(c % 12 / 4) + "_r" +
+           std::to_string(c >> 1 & 1) + "_n" + std::to_string(c & 1);
 }
 
 // A small scanned surface: a slanted plane with a bump, colour and reflection from position.
-std::vector<zul_Point> surfacePoints(Random& random, int count) {
-    std::vector<zul_Point> points(static_cast<size_t>(count));
-    for (zul_Point& p : points) {
-        const double x = random.uniform() * 2.0, y = random.uniform();
+std::vector<PointRecord> surfacePoints(std::mt19937& random, int count) {
+    std::vector<PointRecord> points(static_cast<size_t>(count));
+    const auto uniform = [&random] { return random() / 4294967296.0; };
+    for (PointRecord& p : points) {
+        const double x = uniform() * 2.0, y = uniform();
         p.position[0] = 100.0 + x;
         p.position[1] = -50.0 + y;
         p.position[2] = 3.0 + 0.2 * x + 0.1 * std::sin(6.0 * y);
         p.color[0] = static_cast<uint8_t>(x * 120);
         p.color[1] = static_cast<uint8_t>(y * 250);
-        p.color[2] = static_cast<uint8_t>(random.next());
-        p.reflection = static_cast<int32_t>(random.next() % 1200) - 50;
-        const double nx = random.uniform() - 0.5, ny = random.uniform() - 0.5;
-        p.normal[0] = static_cast<float>(nx), p.normal[1] = static_cast<float>(ny),
+        p.color[2] = static_cast<uint8_t>(random());
+        p.reflection = static_cast<int32_t>(random() % 1200) - 50;
+        p.normal[0] = static_cast<float>(uniform() - 0.5);
+        p.normal[1] = static_cast<float>(uniform() - 0.5);
         p.normal[2] = 1.0f;
     }
     return points;
@@ -103,114 +88,57 @@ void save(const fs::path& path, const std::vector<uint8_t>& bytes) {
     if (!out) throw std::runtime_error("cannot write " + path.string());
 }
 
-// Encodes the points in memory, `chunkPoints` a chunk, into one stream.
-std::vector<uint8_t> encodeStream(const zul_DataType& type, const zul_Header2* header,
-                                  const std::vector<zul_Point>& points, size_t chunkPoints) {
-    zul_enc_Context encoder = nullptr;
-    if (zul_enc_open2(&encoder, &type, header) != zul_STATUS_OK) throw std::runtime_error("open");
-    std::vector<uint8_t> stream;
-    const char* bytes = nullptr;
-    int size = 0;
-    zul_enc_createFileSignature(encoder, &bytes);
-    stream.insert(stream.end(), bytes, bytes + 8);
-    zul_enc_encodeFileHeader(encoder, &bytes, &size);
-    stream.insert(stream.end(), bytes, bytes + size);
-    for (size_t begin = 0; begin < points.size(); begin += chunkPoints) {
-        const size_t n = std::min(chunkPoints, points.size() - begin);
-        std::vector<double> positions;
-        std::vector<uint8_t> colors;
-        std::vector<int32_t> reflections;
-        std::vector<float> normals;
-        for (size_t i = begin; i < begin + n; ++i) {
-            const zul_Point& p = points[i];
-            positions.insert(positions.end(), p.position, p.position + 3);
-            colors.insert(colors.end(), p.color, p.color + 3);
-            reflections.push_back(p.reflection);
-            normals.insert(normals.end(), p.normal, p.normal + 3);
-        }
-        zul_PointData data{static_cast<int32_t>(n), positions.data(), colors.data(),
-                           reflections.data(), normals.data()};
-        if (zul_enc_encodeChunk(encoder, &bytes, &size, &data) != zul_STATUS_OK)
-            throw std::runtime_error("encode");
-        stream.insert(stream.end(), bytes, bytes + size);
-    }
-    zul_enc_close(&encoder);
-    return stream;
+// Writes the seed's points as a stream, with the library's file writer.
+void writeStream(const fs::path& path, const Seed& seed) {
+    const std::vector<uint8_t> bytes = seed.bytes();
+    RoundTripCase c;
+    parseRoundTripCase(bytes.data(), bytes.size(), c);
+    zul_out_Context out = nullptr;
+    bool ok = zul_out_open2(&out, path.c_str(), &c.dataType, &c.header) == zul_STATUS_OK &&
+              zul_out_setChunkSize(out, c.chunkSize) == zul_STATUS_OK;
+    for (const zul_Point& p : c.points) ok = ok && zul_out_writePoint(out, &p) == zul_STATUS_OK;
+    if (zul_out_close(&out) != zul_STATUS_OK || !ok)
+        throw std::runtime_error("cannot write " + path.string());
 }
 
-void writeStreams(const fs::path& folder) {
-    fs::create_directories(folder);
-    Random random{1};
-    for (const Combination& c : allCombinations()) {
-        const zul_Header2 header = sensorHeader(c.sensor);
-        const zul_DataType type = dataTypeOf(c);
-        save(folder / (c.name() + ".zul"),
-             encodeStream(type, &header, surfacePoints(random, 40), 16));
-    }
-    Combination all{zul_COLOR_RGB888, true, true, true};
-    const zul_DataType type = dataTypeOf(all);
-    const zul_Header2 header = sensorHeader(true);
-    save(folder / "no_chunk.zul", encodeStream(type, &header, {}, 1));
-    save(folder / "one_point.zul", encodeStream(type, &header, surfacePoints(random, 1), 1));
-    save(folder / "a_chunk_a_point.zul", encodeStream(type, nullptr, surfacePoints(random, 5), 1));
-    std::vector<zul_Point> same(20, surfacePoints(random, 1)[0]);
-    save(folder / "identical_points.zul", encodeStream(type, nullptr, same, 20));
-}
-
-// One input of the write-and-read target for a combination.
-std::vector<uint8_t> roundTripInput(const Combination& c, Random& random, int variant) {
-    const zul_DataType type = dataTypeOf(c);
-    RoundTripBytes out;
-    uint8_t attributes = static_cast<uint8_t>(c.color);
-    if (c.reflection) attributes |= zulfuzz::kHasReflection;
-    if (c.normals) attributes |= zulfuzz::kHasNormals;
-    if (c.sensor) attributes |= zulfuzz::kPassHeader | zulfuzz::kHeaderEnabled;
-    out.put(attributes).put(type.quantizationStep).put(type.maxReflection);
-    out.put(static_cast<uint16_t>(variant == 0 ? 15 : 6));  // chunks of 16 or 7 points
-    if (c.sensor) {
-        out.put(int32_t{11}).put(int32_t{3});
-        out.put(
-            static_cast<uint8_t>(zulfuzz::kScaling | zulfuzz::kRotation | zulfuzz::kTranslation));
-        out.put(1.5).put(0.7).put(10.0).put(-20.0).put(0.5);  // scale, angle, translation
-    }
-    const double specials[] = {std::numeric_limits<double>::quiet_NaN(),
-                               std::numeric_limits<double>::infinity(), -1e300, 0.0005, -0.0005};
-    for (int i = 0; i < 24; ++i) {
-        const bool raw = variant == 1 && i % 3 == 0;
-        out.put(static_cast<uint8_t>(raw ? zulfuzz::kRawPosition | zulfuzz::kRawNormal : 0));
-        for (int a = 0; a < 3; ++a) {
-            if (raw) {
-                out.put(a == 0 ? specials[(i / 3) % 5] : 12.5 + random.uniform());
-            } else {
-                out.put(static_cast<int16_t>(static_cast<int>(random.next() % 400) - 200));
-            }
+void writeSeeds(const fs::path& folder) {
+    fs::create_directories(folder / "streams");
+    fs::create_directories(folder / "round_trip");
+    std::mt19937 random(1);
+    for (int c = 0; c < 24; ++c) {
+        Seed seed = seedOf(c, 16);
+        seed.points = surfacePoints(random, 40);
+        writeStream(folder / "streams" / (nameOf(c) + ".zul"), seed);
+        seed.points.resize(24);
+        const auto below = [&random](int n) { return static_cast<int>(random() % n); };
+        for (PointRecord& p : seed.points) {  // grid points and grid normals
+            p.kind = kGridPosition | kGridNormal;
+            for (int16_t& v : p.halfSteps) v = static_cast<int16_t>(below(400) - 200);
+            for (int8_t& n : p.gridNormal) n = static_cast<int8_t>(below(255) - 127);
         }
-        if (c.color != zul_COLOR_NONE) {
-            for (int k = 0; k < 3; ++k) out.put(static_cast<uint8_t>(random.next()));
+        save(folder / "round_trip" / (nameOf(c) + "_0.in"), seed.bytes());
+        // Exact ties between grid points, raw points (a point far out and non-finite ones among
+        // them), a normal too short.
+        seed.settings.chunkSizeMinus1 = 6;
+        for (size_t i = 0; i < seed.points.size(); ++i) {
+            seed.points[i].kind = i % 2 ? 0 : kGridPosition;
+            for (auto& v : seed.points[i].halfSteps) v = static_cast<int16_t>(2 * below(400) + 1);
         }
-        if (c.reflection) out.put(static_cast<int32_t>(random.next() % 1400) - 200);
-        if (c.normals) {
-            for (int k = 0; k < 3; ++k) {
-                if (raw) {
-                    out.put(static_cast<float>(random.uniform() - 0.5));
-                } else {
-                    out.put(static_cast<int8_t>(static_cast<int>(random.next() % 255) - 127));
-                }
-            }
-        }
+        seed.points[3].position[0] = std::nan(""), seed.points[9].position[1] = HUGE_VAL;
+        seed.points[15].position[2] = -1e300;
+        for (float& n : seed.points[20].normal) n = 1e-7f;
+        save(folder / "round_trip" / (nameOf(c) + "_1.in"), seed.bytes());
     }
-    return out.bytes;
-}
-
-void writeRoundTrips(const fs::path& folder) {
-    fs::create_directories(folder);
-    Random random{2};
-    for (const Combination& c : allCombinations()) {
-        for (int variant = 0; variant < 2; ++variant) {
-            save(folder / (c.name() + "_" + std::to_string(variant) + ".in"),
-                 roundTripInput(c, random, variant));
-        }
-    }
+    Seed seed = seedOf(23, 1);  // every attribute, a sensor header
+    writeStream(folder / "streams" / "no_chunk.zul", seed);
+    seed.points = surfacePoints(random, 1);
+    writeStream(folder / "streams" / "one_point.zul", seed);
+    seed.settings.attributes &= ~kHeaderEnabled;
+    seed.points = surfacePoints(random, 5);
+    writeStream(folder / "streams" / "a_chunk_a_point.zul", seed);
+    seed.settings.chunkSizeMinus1 = 19;
+    seed.points.assign(20, surfacePoints(random, 1)[0]);
+    writeStream(folder / "streams" / "identical_points.zul", seed);
 }
 
 }  // namespace
@@ -223,8 +151,7 @@ int main(int argc, char** argv) {
     // Sync markers from a fixed seed: the same corpus every time.
     zul_test_useFixedRandomSeed(true, 7);
     try {
-        writeStreams(fs::path(argv[1]) / "streams");
-        writeRoundTrips(fs::path(argv[1]) / "round_trip");
+        writeSeeds(argv[1]);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "make_seeds: %s\n", e.what());
         return 1;

@@ -13,41 +13,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace fs = std::filesystem;
 
-namespace {
-
-void replay(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    const std::vector<char> bytes{std::istreambuf_iterator<char>(in),
-                                  std::istreambuf_iterator<char>()};
-    // A copy of exactly the file's size, so that AddressSanitizer sees a read past its end.
-    std::vector<uint8_t> input(bytes.begin(), bytes.end());
-    uint8_t* data = input.empty() ? nullptr : input.data();
-    LLVMFuzzerTestOneInput(data, input.size());
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
     std::vector<fs::path> files;
     for (int i = 1; i < argc; ++i) {
-        const fs::path path = argv[i];
-        if (fs::is_directory(path)) {
-            for (const auto& entry : fs::directory_iterator(path)) {
-                if (entry.is_regular_file()) files.push_back(entry.path());
-            }
-        } else if (fs::is_regular_file(path)) {
-            files.push_back(path);
-        } else {
-            std::fprintf(stderr, "replay: no such file or folder: %s\n", argv[i]);
-            return 2;
-        }
-    }
-    if (files.empty()) {
-        std::fprintf(stderr, "replay: nothing to replay\n");
-        return 2;
+        if (!fs::is_directory(argv[i])) files.push_back(argv[i]);
+        if (fs::is_directory(argv[i]))
+            for (const auto& entry : fs::directory_iterator(argv[i])) files.push_back(entry.path());
     }
     std::sort(files.begin(), files.end());
-    for (const fs::path& file : files) replay(file);
+    for (const fs::path& file : files) {
+        std::ifstream in(file, std::ios::binary);
+        // A copy of exactly the file's size, so that AddressSanitizer sees a read past its end.
+        const std::vector<uint8_t> input{std::istreambuf_iterator<char>(in), {}};
+        if (!in) {
+            std::fprintf(stderr, "replay: cannot read %s\n", file.c_str());
+            return 2;
+        }
+        LLVMFuzzerTestOneInput(input.empty() ? nullptr : input.data(), input.size());
+    }
     std::printf("replayed %zu inputs\n", files.size());
-    return 0;
+    return files.empty() ? 2 : 0;
 }
