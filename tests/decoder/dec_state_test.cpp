@@ -133,24 +133,16 @@ INSTANTIATE_TEST_SUITE_P(Decoder, OpenSignature, ::testing::Values(
     NameOfCase());
 // clang-format on
 
-struct HeaderDamage {
-    const char* name;
-    int offset;
-    std::vector<unsigned char> bytes;
-    zul_Status status;
-};
-
-class FileHeaderBytes : public ::testing::TestWithParam<HeaderDamage> {};
-
-TEST_P(FileHeaderBytes, AreRefusedOrTakenAndARefusalCanBeRetried) {
-    const HeaderDamage& c = GetParam();
+// A refused file header writes no out-parameter and may be retried; one taken gives the chunk
+// header size and the marker. (What is refused: the file header tests of the frame.)
+TEST(Decoder, RefusedFileHeaderChangesNothingAndMayBeRetried) {
     zul_Header2 header;
     zul_init_headers(nullptr, &header);
     const EncodedStream stream = smallStream(&header);
     Bytes damaged = stream.fileHeader;
-    std::memcpy(&damaged[c.offset], c.bytes.data(), c.bytes.size());
+    damaged[15] = 1;  // the unsupported scaling flag
     Decoder decoder;
-    ASSERT_EQ(decoder.open(stream), zul_STATUS_OK);
+    ASSERT_EQ(decoder.open(stream), OK);
     zul_DataType dataType;
     std::memset(&dataType, 0x5A, sizeof dataType);
     zul_Header2 header2 = header;
@@ -159,37 +151,19 @@ TEST_P(FileHeaderBytes, AreRefusedOrTakenAndARefusalCanBeRetried) {
     const char* marker = "untouched";
     EXPECT_EQ(zul_dec_decodeFileHeader2(decoder.context, &dataType, &header2, &chunkHeaderSize,
                                         &marker, damaged.data()),
-              c.status);
-    if (c.status == zul_STATUS_OK) {
-        EXPECT_EQ(chunkHeaderSize, 64);
-        EXPECT_EQ(Bytes(marker, 16), stream.markers[0]);
-        return;
-    }
-    EXPECT_EQ(chunkHeaderSize, -1) << "a refused header writes no out-parameter";
+              BAD);
+    EXPECT_EQ(chunkHeaderSize, -1);
     EXPECT_STREQ(marker, "untouched");
     EXPECT_EQ(header2.sensorType, zul_SENSOR_TYPE_7);
     EXPECT_EQ(reinterpret_cast<const unsigned char*>(&dataType)[0], 0x5A);
     EXPECT_FALSE(decoder.context->transformPositions);
-    EXPECT_EQ(decoder.fileHeader(stream.fileHeader), zul_STATUS_OK) << "the call may be repeated";
+    EXPECT_EQ(zul_dec_decodeFileHeader2(decoder.context, &dataType, &header2, &chunkHeaderSize,
+                                        &marker, stream.fileHeader.data()),
+              OK);
+    EXPECT_EQ(chunkHeaderSize, 64);
+    EXPECT_EQ(Bytes(marker, 16), stream.markers[0]);
     EXPECT_EQ(decoder.fileHeader(stream.fileHeader), zul_STATUS_INVALID_STATE);
 }
-
-std::vector<unsigned char> floatBytes(float value) {
-    std::vector<unsigned char> b(4);
-    std::memcpy(b.data(), &value, 4);
-    return b;
-}
-
-// clang-format off
-INSTANTIATE_TEST_SUITE_P(Decoder, FileHeaderBytes, ::testing::Values(
-    HeaderDamage{"step of exactly 10", 4, floatBytes(10.0f), OK},
-    HeaderDamage{"step above 10", 4, floatBytes(std::nextafter(10.0f, 11.0f)), BAD},
-    HeaderDamage{"sensor type outside its values", 13, {99}, OK},
-    HeaderDamage{"unsupported scaling", 15, {1}, BAD},
-    HeaderDamage{"translation without its flag", 20 + 8 * 12, {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}, BAD},
-    HeaderDamage{"bottom row not 0 0 0 1", 20 + 8 * 3, {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}, BAD}),
-    NameOfCase());
-// clang-format on
 
 struct ChunkHeaderCase {
     const char* name;

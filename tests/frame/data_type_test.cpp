@@ -62,18 +62,4 @@ TEST(DataType, ReservedWordInvalidatesButDoesNotUnequal) {
     EXPECT_TRUE(DataType::equal(a, b));
 }
 
-TEST(DataType, EqualComparesStepAsFloatsAndEveryMode) {
-    const zul_DataType base = makeType(0.5f, 1, 1, 9, 1);
-    zul_DataType other = base;
-    EXPECT_TRUE(DataType::equal(base, other));
-    other.normalMode = zul_NORMAL_NONE;
-    EXPECT_FALSE(DataType::equal(base, other));
-    other = base;
-    other.maxReflection = 10;
-    EXPECT_FALSE(DataType::equal(base, other));
-    const zul_DataType nan = makeType(std::numeric_limits<float>::quiet_NaN());
-    EXPECT_FALSE(DataType::equal(nan, nan));
-    EXPECT_TRUE(DataType::equal(makeType(0.0f), makeType(-0.0f)));
-}
-
 }  // namespace
