@@ -52,26 +52,6 @@ TEST(BitStreamIn, ReadsPastTheEndFailForGood) {
     EXPECT_TRUE(aligned.errorFlag);
 }
 
-TEST(BitStreamIn, ByteAlignedReadsIgnoreTheBitOffset) {
-    const Bytes bytes = {0xF0, 0x34, 0x12, 0x78, 0x56, 0x34, 0x12, 0xFF};
-    BitStreamIn in(bytes.data(), 7, 0);
-    in.readBits(3);
-    EXPECT_EQ(in.readByteAlignedUInt8(), 0xF0u);
-    EXPECT_EQ(in.bitPosition, 3);
-    EXPECT_EQ(in.readByteAlignedUInt16(), 0x1234u);
-    EXPECT_EQ(in.readByteAlignedUInt32(), 0x12345678u);
-    EXPECT_EQ(in.readByteAlignedUInt8(), 0u);
-    EXPECT_TRUE(in.errorFlag);
-    // Aligning skips a partial byte only.
-    BitStreamIn align(bytes.data(), 1, 0);
-    align.alignToByte();
-    EXPECT_EQ(bitsRead(align), 0);
-    align.readBits(1);
-    align.alignToByte();
-    EXPECT_EQ(bitsRead(align), 8);
-    EXPECT_FALSE(align.errorFlag);
-}
-
 // Widths over 64 (damaged tables) consume all their bits, or fail for good past the end.
 TEST(BitStreamIn, WidthsOverSixtyFour) {
     const Bytes bytes(40, 0x5A);

@@ -125,31 +125,4 @@ INSTANTIATE_TEST_SUITE_P(Header2, TransformationRules, ::testing::Values(
     NameOfCase());
 // clang-format on
 
-// Equal compares as stored (-0.0 is not 0.0, NaN is itself), ignores reserved fields, and a
-// bool byte of 2 is true, valid, and not equal to 1.
-TEST(Header2, EqualComparesAsStored) {
-    const zul_Header2 a = rotatedHeader(1.0);
-    zul_Header2 b = a, nan = a, two = a;
-    b.reservedWords[1] = 99;
-    b.reservedBytes[0] = 1;
-    EXPECT_TRUE(Header2::equal(a, b));
-    b.transformation[2] = -0.0;
-    EXPECT_FALSE(Header2::equal(a, b));
-    nan.transformation[7] = kNaN;
-    EXPECT_TRUE(Header2::equal(nan, nan));
-    std::memset(&two.hasRotation, 2, 1);
-    EXPECT_TRUE(Header2::isValid(two, true));
-    EXPECT_FALSE(Header2::equal(a, two));
-}
-
-TEST(TransformationCheck, ProperRotationUsesSquaredLengthsAndDeterminant) {
-    double m[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, -1, 0, 0, 0, 0, 1};
-    EXPECT_FALSE(zullib::isProperRotation(m, 1e-6));  // mirrored: determinant -1
-    EXPECT_TRUE(zullib::isProperRotation(m, 2.0));
-    m[10] = 1 + 4e-7;  // squared length 1 + 8e-7 passes at 1e-6
-    EXPECT_TRUE(zullib::isProperRotation(m, 1e-6));
-    m[10] = kNaN;
-    EXPECT_FALSE(zullib::isProperRotation(m, 1e9));
-}
-
 }  // namespace
