@@ -28,16 +28,12 @@ struct ChunkingCase {
     int chunkSize;  // 0: the default
     int numPoints;
     bool version2;
-    std::vector<int> chunks;
-    size_t emptyFileSize;  // for no point
 };
 
 const ChunkingCase kChunkingCases[] = {
-    {"no point version 1", 0, 0, false, {}, 36},
-    {"no point version 2", 0, 0, true, {}, 172},
-    {"20000 points", 0, 20000, false, {10000, 10000}, 0},
-    {"20001 points", 0, 20001, true, {10000, 10000, 1}, 0},
-    {"chunk size 1", 1, 5, false, {1, 1, 1, 1, 1}, 0},
+    {"no point version 1", 0, 0, false}, {"no point version 2", 0, 0, true},
+    {"20000 points", 0, 20000, false},   {"20001 points", 0, 20001, true},
+    {"chunk size 1", 1, 5, false},
 };
 
 class WriterChunking : public FileTest, public ::testing::WithParamInterface<ChunkingCase> {};
@@ -66,25 +62,8 @@ TEST_P(WriterChunking, CutsChunksWhereTheSizeSays) {
     ASSERT_EQ(zul_out_close(&writer), zul_STATUS_OK);
     EXPECT_EQ(writer, nullptr);
 
-    std::vector<PointCloud> chunks;
-    int first = 0;
-    for (int size : c.chunks) {
-        chunks.push_back(sliceOf(cloud, first, size));
-        first += size;
-    }
-    const Bytes written = readFile(file);
-    EXPECT_EQ(written, fileBytes(encodeStream(kType, header2, chunks)));
-    if (c.numPoints > 0) return;
-    EXPECT_EQ(written.size(), c.emptyFileSize);
-    zul_in_Context reader = nullptr;
-    zul_DataType dataType;
-    ASSERT_EQ(zul_in_open(&reader, &dataType, file.c_str()), zul_STATUS_OK);
-    int64_t count = -1;
-    EXPECT_EQ(zul_in_getNumPoints(reader, &count), zul_STATUS_OK);
-    EXPECT_EQ(count, 0);
-    zul_Point p;
-    EXPECT_EQ(zul_in_readNextPoint(reader, &p), zul_STATUS_END_OF_FILE);
-    zul_in_close(&reader);
+    std::vector<PointCloud> chunks = chunksOf(cloud, chunkSize);
+    EXPECT_EQ(readFile(file), fileBytes(encodeStream(kType, header2, chunks)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Edges, WriterChunking, ::testing::ValuesIn(kChunkingCases), NameOfCase());
