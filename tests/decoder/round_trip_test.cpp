@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <cctype>
 #include <cmath>
 #include <functional>
 #include <random>
@@ -21,13 +19,9 @@ namespace {
 const float kStep = 0.001f;
 const int kMaxReflection = 1000;
 
-// A point of the stored frame in comparable form: grid indices, colour, reflection, normal cell.
-using Key = std::tuple<long long, long long, long long, int, int, int, int, int, int>;
-
 struct Frame {
     const char* name;
-    bool version2;
-    bool hasScaling, hasRotation, hasTranslation;
+    bool version2, hasScaling, hasRotation, hasTranslation;
     double matrix[16];
     // Where the matrix takes a stored position and a stored normal, computed by hand.
     std::function<void(const double*, double*)> position;
@@ -39,78 +33,28 @@ void keepPosition(const double* in, double* out) { std::copy(in, in + 3, out); }
 void keepNormal(const float* in, float* out) { std::copy(in, in + 3, out); }
 
 const double kCos30 = std::cos(M_PI / 6), kSin30 = std::sin(M_PI / 6);
+const double kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
+// clang-format off
 const Frame kFrames[] = {
-    {"version 1", false, false, false, false, {}, keepPosition, keepNormal, true},
-    {"identity",
-     true,
-     false,
-     false,
-     false,
-     {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1},
-     keepPosition,
-     keepNormal,
-     true},
-    {"scale",
-     true,
-     true,
-     false,
-     false,
-     {0.5, 0, 0, 0, 0, 0.5, 0, 0, 0, 0, 0.5, 0, 0, 0, 0, 1},
-     [](const double* p, double* q) {
-         for (int k = 0; k < 3; ++k) q[k] = p[k] * 0.5;
-     },
-     keepNormal,
-     true},
-    {"translation",
-     true,
-     false,
-     false,
-     true,
-     {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 10, 20, -30, 1},
-     [](const double* p, double* q) {
-         q[0] = p[0] + 10;
-         q[1] = p[1] + 20;
-         q[2] = p[2] - 30;
-     },
-     keepNormal,
-     true},
+    {"Version1", false, false, false, false, {}, keepPosition, keepNormal, true},
+    {"Scale", true, true, false, false, {0.5, 0, 0, 0, 0, 0.5, 0, 0, 0, 0, 0.5, 0, 0, 0, 0, 1},
+     [](const double* p, double* q) { for (int k = 0; k < 3; ++k) q[k] = p[k] * 0.5; }, keepNormal, true},
+    {"Translation", true, false, false, true, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 10, 20, -30, 1},
+     [](const double* p, double* q) { q[0] = p[0] + 10, q[1] = p[1] + 20, q[2] = p[2] - 30; }, keepNormal, true},
     // A quarter turn about z with the scale 2 and a translation: normals turn and keep length 1.
-    {"quarter turn scaled and moved",
-     true,
-     true,
-     true,
-     true,
-     {0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 2, 0, 1, 2, 3, 1},
-     [](const double* p, double* q) {
-         q[0] = -2 * p[1] + 1;
-         q[1] = 2 * p[0] + 2;
-         q[2] = 2 * p[2] + 3;
-     },
-     [](const float* n, float* m) {
-         m[0] = -n[1];
-         m[1] = n[0];
-         m[2] = n[2];
-     },
-     true},
-    {"thirty degrees about x",
-     true,
-     false,
-     true,
-     false,
-     {1, 0, 0, 0, 0, kCos30, kSin30, 0, 0, -kSin30, kCos30, 0, 0, 0, 0, 1},
-     [](const double* p, double* q) {
-         q[0] = p[0];
-         q[1] = kCos30 * p[1] - kSin30 * p[2];
-         q[2] = kSin30 * p[1] + kCos30 * p[2];
-     },
+    {"QuarterTurnScaledAndMoved", true, true, true, true, {0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 2, 0, 1, 2, 3, 1},
+     [](const double* p, double* q) { q[0] = -2 * p[1] + 1, q[1] = 2 * p[0] + 2, q[2] = 2 * p[2] + 3; },
+     [](const float* n, float* m) { m[0] = -n[1], m[1] = n[0], m[2] = n[2]; }, true},
+    {"ThirtyDegreesAboutX", true, false, true, false, {1, 0, 0, 0, 0, kCos30, kSin30, 0, 0, -kSin30, kCos30, 0, 0, 0, 0, 1},
+     [](const double* p, double* q) { q[0] = p[0], q[1] = kCos30 * p[1] - kSin30 * p[2], q[2] = kSin30 * p[1] + kCos30 * p[2]; },
      [](const float* n, float* m) {
          m[0] = n[0];
          m[1] = static_cast<float>(kCos30 * n[1] - kSin30 * n[2]);
          m[2] = static_cast<float>(kSin30 * n[1] + kCos30 * n[2]);
-     },
-     false},
+     }, false},
 };
+// clang-format on
 
 struct Case {
     std::string name;
@@ -124,106 +68,79 @@ std::vector<Case> allCases() {
     for (const Frame& frame : kFrames)
         for (int color = 0; color < 3; ++color)
             for (int reflection = 0; reflection < 2; ++reflection)
-                for (int normals = 0; normals < 2; ++normals) {
-                    std::string name = std::string(colorNames[color]) +
-                                       (reflection ? "Reflection" : "") +
-                                       (normals ? "Normals" : "") + "_";
-                    bool upper = true;
-                    for (const char* c = frame.name; *c; ++c) {
-                        if (*c != ' ') name += upper ? static_cast<char>(std::toupper(*c)) : *c;
-                        upper = *c == ' ';
-                    }
-                    cases.push_back({name,
+                for (int normals = 0; normals < 2; ++normals)
+                    cases.push_back({std::string(colorNames[color]) +
+                                         (reflection ? "Reflection" : "") +
+                                         (normals ? "Normals_" : "_") + frame.name,
                                      makeDataType(kStep, static_cast<zul_ColorMode>(color),
                                                   reflection ? kMaxReflection : 0, normals != 0),
                                      &frame});
-                }
     return cases;
 }
 
 // Points off the grid by less than half a step, so that each one's grid index is known; some of
 // them repeated, some far from the origin, the normals' poles and axes among the directions.
-struct Input {
-    PointCloud cloud;
-    std::vector<long long> indices;  // 3 a point
-};
-
-Input makeInput(std::mt19937& random, int numPoints) {
-    Input input;
+PointCloud makeCloud(std::mt19937& random, int numPoints) {
     std::uniform_int_distribution<long long> near(-5000, 5000);
     std::uniform_real_distribution<double> jitter(-0.4, 0.4);
     std::uniform_int_distribution<int> byte(0, 255), reflection(-50, kMaxReflection + 50);
     std::uniform_real_distribution<float> unit(-1, 1);
     const float axes[][3] = {{0, 0, 1}, {0, 0, -1}, {1, 0, 0}, {0, -1, 0}};
+    PointCloud c;
     for (int i = 0; i < numPoints; ++i) {
         if (i % 10 == 9) {  // a duplicate of an earlier point, attributes and all
             const int j = std::uniform_int_distribution<int>(0, i - 1)(random);
-            input.indices.insert(input.indices.end(), &input.indices[3 * j],
-                                 &input.indices[3 * j] + 3);
-            PointCloud& c = input.cloud;
-            c.positions.insert(c.positions.end(), &c.positions[3 * j], &c.positions[3 * j] + 3);
-            c.colors.insert(c.colors.end(), &c.colors[3 * j], &c.colors[3 * j] + 3);
-            c.reflections.push_back(c.reflections[j]);
-            c.normals.insert(c.normals.end(), &c.normals[3 * j], &c.normals[3 * j] + 3);
+            c.add(c.positions[3 * j], c.positions[3 * j + 1], c.positions[3 * j + 2],
+                  {c.colors[3 * j], c.colors[3 * j + 1], c.colors[3 * j + 2]}, c.reflections[j],
+                  {c.normals[3 * j], c.normals[3 * j + 1], c.normals[3 * j + 2]});
             continue;
         }
         const long long index[3] = {near(random) + 123456789, near(random) / 7, -near(random)};
-        double position[3];
-        for (int k = 0; k < 3; ++k) position[k] = (index[k] + jitter(random)) * kStep;
-        const uint8_t rgb[3] = {static_cast<uint8_t>(byte(random)),
-                                static_cast<uint8_t>(byte(random)),
-                                static_cast<uint8_t>(byte(random))};
+        double p[3];
+        for (int k = 0; k < 3; ++k) p[k] = (index[k] + jitter(random)) * kStep;
         float normal[3] = {unit(random), unit(random), unit(random)};
         if (i < 4) std::copy(axes[i], axes[i] + 3, normal);
-        input.cloud.add(position[0], position[1], position[2], rgb, reflection(random), normal);
-        input.indices.insert(input.indices.end(), index, index + 3);
+        c.add(p[0], p[1], p[2],
+              {static_cast<uint8_t>(byte(random)), static_cast<uint8_t>(byte(random)),
+               static_cast<uint8_t>(byte(random))},
+              reflection(random), normal);
     }
-    return input;
+    return c;
 }
 
-int expectedColor(zul_ColorMode mode, uint8_t value, int channel) {
-    if (mode == zul_COLOR_RGB888) return value;
-    if (mode == zul_COLOR_RGB565) return channel == 1 ? (value >> 2) * 4 + 2 : (value >> 3) * 8 + 4;
-    return 0;
-}
+// A point of the stored frame in comparable form: grid indices, colour, reflection, normal cell.
+using Key = std::tuple<long long, long long, long long, int, int, int, int, int, int>;
 
-std::array<int32_t, 2> cellOf(const float* normal) {
-    int32_t cell[2] = {-1, -1};
-    EXPECT_TRUE(zullib::quantizeNormal(normal, cell));
-    return {cell[0], cell[1]};
-}
-
-Key inputKey(const zul_DataType& type, const Input& input, int i) {
-    const PointCloud& c = input.cloud;
-    const bool reflection = type.reflectionMode != zul_REFLECTION_NONE;
-    const bool normals = type.normalMode != zul_NORMAL_NONE;
-    const auto cell = normals ? cellOf(&c.normals[3 * i]) : std::array<int32_t, 2>{0, 0};
-    return Key(input.indices[3 * i], input.indices[3 * i + 1], input.indices[3 * i + 2],
-               expectedColor(type.colorMode, c.colors[3 * i], 0),
-               expectedColor(type.colorMode, c.colors[3 * i + 1], 1),
-               expectedColor(type.colorMode, c.colors[3 * i + 2], 2),
-               reflection ? std::clamp(c.reflections[i], 0, kMaxReflection) : 0, cell[0], cell[1]);
-}
-
-// The key of a decoded point of the stored frame; fails unless the position is exactly index
-// times step and the normal is a unit vector close to its cell's directions.
-Key decodedKey(const zul_DataType& type, const zul_PointData& points, int i) {
+// The key of point i, as the input says it is to be kept (`input`), or as decoded; a decoded
+// position must be exactly index times step, a decoded normal a unit vector.
+Key keyOf(const zul_DataType& type, const zul_PointData& points, int i, bool input) {
     long long index[3];
     for (int k = 0; k < 3; ++k) {
         const double position = points.positions[3 * i + k];
         index[k] = std::llround(position / static_cast<double>(kStep));
-        EXPECT_EQ(position, static_cast<double>(index[k]) * static_cast<double>(kStep));
+        if (!input) {
+            EXPECT_EQ(position, static_cast<double>(index[k]) * static_cast<double>(kStep));
+        }
     }
-    int rgb[3] = {0, 0, 0};
-    if (type.colorMode != zul_COLOR_NONE)
-        for (int c = 0; c < 3; ++c) rgb[c] = points.colors[3 * i + c];
-    std::array<int32_t, 2> cell = {0, 0};
+    int rgb[3] = {0, 0, 0}, reflection = 0;
+    for (int c = 0; c < 3 && type.colorMode != zul_COLOR_NONE; ++c) {
+        const int v = points.colors[3 * i + c];
+        rgb[c] = !input || type.colorMode == zul_COLOR_RGB888 ? v
+                 : c == 1                                     ? (v >> 2) * 4 + 2
+                                                              : (v >> 3) * 8 + 4;
+    }
+    if (type.reflectionMode != zul_REFLECTION_NONE) {
+        reflection = points.reflections[i];
+        if (input) reflection = std::clamp(reflection, 0, kMaxReflection);
+    }
+    int32_t cell[2] = {0, 0};
     if (type.normalMode != zul_NORMAL_NONE) {
         const float* n = &points.normals[3 * i];
-        EXPECT_NEAR(std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]), 1.0, 1e-6);
-        cell = cellOf(n);
+        if (!input) {
+            EXPECT_NEAR(std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]), 1.0, 1e-6);
+        }
+        EXPECT_TRUE(zullib::quantizeNormal(n, cell));
     }
-    const int reflection = type.reflectionMode != zul_REFLECTION_NONE ? points.reflections[i] : 0;
     return Key(index[0], index[1], index[2], rgb[0], rgb[1], rgb[2], reflection, cell[0], cell[1]);
 }
 
@@ -240,36 +157,31 @@ TEST_P(RoundTrip, GivesEveryPointBackReducedAndTransformed) {
     if (frame.version2) std::copy(frame.matrix, frame.matrix + 16, header.transformation);
 
     std::mt19937 random(static_cast<unsigned>(std::hash<std::string>()(c.name)));
-    std::vector<Input> inputs = {makeInput(random, 300), makeInput(random, 1),
-                                 makeInput(random, 57)};
-    std::vector<PointCloud> clouds;
-    for (const Input& input : inputs) clouds.push_back(input.cloud);
+    std::vector<PointCloud> clouds = {makeCloud(random, 300), makeCloud(random, 1),
+                                      makeCloud(random, 57)};
     const EncodedStream stream =
         encodeStream(c.dataType, frame.version2 ? &header : nullptr, clouds);
-
     Decoder stored, moved;
     stored.start(stream, 0);
     moved.start(stream, 1);
     EXPECT_EQ(stored.header2.enabled, frame.version2);
-    EXPECT_EQ(std::equal(stored.header2.transformation, stored.header2.transformation + 16,
-                         frame.version2 ? frame.matrix : kFrames[1].matrix),
-              true);
+    EXPECT_TRUE(std::equal(stored.header2.transformation, stored.header2.transformation + 16,
+                           frame.version2 ? frame.matrix : kIdentity));
     const bool hasNormals = c.dataType.normalMode != zul_NORMAL_NONE;
-    for (size_t chunk = 0; chunk < inputs.size(); ++chunk) {
+    for (size_t chunk = 0; chunk < clouds.size(); ++chunk) {
         ASSERT_EQ(stored.chunk(stream, chunk), zul_STATUS_OK);
         ASSERT_EQ(moved.chunk(stream, chunk), zul_STATUS_OK);
-        const int n = inputs[chunk].cloud.size();
+        const int n = clouds[chunk].size();
         ASSERT_EQ(stored.points.numPoints, n);
         ASSERT_EQ(moved.points.numPoints, n);
         EXPECT_EQ(stored.points.colors != nullptr, c.dataType.colorMode != zul_COLOR_NONE);
         EXPECT_EQ(stored.points.reflections != nullptr,
                   c.dataType.reflectionMode != zul_REFLECTION_NONE);
         EXPECT_EQ(stored.points.normals != nullptr, hasNormals);
-
         std::vector<Key> expected, decoded;
         for (int i = 0; i < n; ++i) {
-            expected.push_back(inputKey(c.dataType, inputs[chunk], i));
-            decoded.push_back(decodedKey(c.dataType, stored.points, i));
+            expected.push_back(keyOf(c.dataType, clouds[chunk].data(), i, true));
+            decoded.push_back(keyOf(c.dataType, stored.points, i, false));
         }
         std::sort(expected.begin(), expected.end());
         std::sort(decoded.begin(), decoded.end());
@@ -283,16 +195,10 @@ TEST_P(RoundTrip, GivesEveryPointBackReducedAndTransformed) {
             if (hasNormals) frame.normal(&stored.points.normals[3 * i], normal);
             for (int k = 0; k < 3; ++k) {
                 const double got = moved.points.positions[3 * i + k];
-                if (frame.exact) {
-                    EXPECT_EQ(got, position[k]) << "point " << i << " axis " << k;
-                    if (hasNormals) {
-                        EXPECT_EQ(moved.points.normals[3 * i + k], normal[k]);
-                    }
-                } else {
-                    EXPECT_NEAR(got, position[k], 1e-12 * (1 + std::fabs(position[k])));
-                    if (hasNormals) {
-                        EXPECT_NEAR(moved.points.normals[3 * i + k], normal[k], 1e-6);
-                    }
+                const double tolerance = frame.exact ? 0 : 1e-12 * (1 + std::fabs(position[k]));
+                EXPECT_NEAR(got, position[k], tolerance) << "point " << i << " axis " << k;
+                if (hasNormals) {
+                    EXPECT_NEAR(moved.points.normals[3 * i + k], normal[k], frame.exact ? 0 : 1e-6);
                 }
             }
         }

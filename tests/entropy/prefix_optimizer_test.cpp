@@ -36,28 +36,22 @@ TEST_P(PrefixSearch, FindsTheCheapestTableFirstInLexicographicOrder) {
 
 const std::map<int, int> kExample = {{0, 10}, {2, 5}, {3, 1}, {5, 1}};
 
-INSTANTIATE_TEST_SUITE_P(
-    PrefixOptimizer, PrefixSearch,
-    ::testing::Values(
-        SearchCase{"worked example", kExample, 20, 3, {0, 2, 5}, 44},
-        SearchCase{"longer table of equal cost is met first", kExample, 20, 7, {0, 2, 3, 5}, 44},
-        SearchCase{"last entry at the absolute width escapes", kExample, 5, 3, {0, 2, 255}, 44},
-        SearchCase{"limit of one takes the largest length", kExample, 20, 1, {5}, 85},
-        SearchCase{"limit of one at the width escapes", kExample, 5, 1, {255}, 85},
-        SearchCase{"all deltas zero", {{0, 7}}, 9, 7, {0}, 0},
-        SearchCase{"all deltas zero at width zero", {{0, 7}}, 0, 7, {255}, 0},
-        SearchCase{"single key has no prefix code", {{6, 4}}, 10, 7, {6}, 24},
-        SearchCase{
-            "keys above the width fold into it", {{3, 4}, {9, 2}, {30, 1}}, 12, 7, {3, 9, 255}, 52},
-        SearchCase{"a length equal to the width escapes", {{2, 3}, {8, 1}}, 8, 6, {2, 255}, 18},
-        SearchCase{"reflection deltas 5 -1 2 3 0 191",
-                   {{0, 1}, {1, 1}, {3, 2}, {4, 1}, {9, 1}},
-                   8,
-                   6,
-                   {1, 3, 4, 255},
-                   32},
-        SearchCase{"empty map", {}, 8, 6, {}, INT64_MAX}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(PrefixOptimizer, PrefixSearch, ::testing::Values(
+    SearchCase{"worked example", kExample, 20, 3, {0, 2, 5}, 44},
+    SearchCase{"longer table of equal cost is met first", kExample, 20, 7, {0, 2, 3, 5}, 44},
+    SearchCase{"last entry at the absolute width escapes", kExample, 5, 3, {0, 2, 255}, 44},
+    SearchCase{"limit of one takes the largest length", kExample, 20, 1, {5}, 85},
+    SearchCase{"limit of one at the width escapes", kExample, 5, 1, {255}, 85},
+    SearchCase{"all deltas zero", {{0, 7}}, 9, 7, {0}, 0},
+    SearchCase{"all deltas zero at width zero", {{0, 7}}, 0, 7, {255}, 0},
+    SearchCase{"single key has no prefix code", {{6, 4}}, 10, 7, {6}, 24},
+    SearchCase{"keys above the width fold into it", {{3, 4}, {9, 2}, {30, 1}}, 12, 7, {3, 9, 255}, 52},
+    SearchCase{"a length equal to the width escapes", {{2, 3}, {8, 1}}, 8, 6, {2, 255}, 18},
+    SearchCase{"reflection deltas 5 -1 2 3 0 191", {{0, 1}, {1, 1}, {3, 2}, {4, 1}, {9, 1}}, 8, 6, {1, 3, 4, 255}, 32},
+    SearchCase{"empty map", {}, 8, 6, {}, INT64_MAX}),
     NameOfCase());
+// clang-format on
 
 }  // namespace
 
@@ -107,16 +101,6 @@ TEST(PrefixOptimizer, FindsTheTableOfTheExhaustiveSearch) {
         ASSERT_EQ(cost, expectedCost) << "round " << round;
         ASSERT_LE(static_cast<int>(table.size()), limit);
     }
-}
-
-TEST(PrefixOptimizer, EveryLengthFromZeroToSixtyFourFillsTheTable) {
-    // Every bit length from 0 to 64: an exhaustive search weighs some 83 million tables here.
-    std::map<int, int> frequencies;
-    for (int length = 0; length <= 64; ++length) frequencies[length] = 1 + length % 5;
-    std::vector<int> table;
-    PrefixOptimizer::findBestBitLengthsForPrefixes(table, frequencies, 64, 7);
-    EXPECT_EQ(table.size(), 7u);
-    EXPECT_EQ(table.back(), 255);
 }
 
 }  // namespace

@@ -28,16 +28,12 @@ struct ChunkingCase {
     int chunkSize;  // 0: the default
     int numPoints;
     bool version2;
-    std::vector<int> chunks;
-    size_t emptyFileSize;  // for no point
 };
 
 const ChunkingCase kChunkingCases[] = {
-    {"no point version 1", 0, 0, false, {}, 36},
-    {"no point version 2", 0, 0, true, {}, 172},
-    {"20000 points", 0, 20000, false, {10000, 10000}, 0},
-    {"20001 points", 0, 20001, true, {10000, 10000, 1}, 0},
-    {"chunk size 1", 1, 5, false, {1, 1, 1, 1, 1}, 0},
+    {"no point version 1", 0, 0, false}, {"no point version 2", 0, 0, true},
+    {"20000 points", 0, 20000, false},   {"20001 points", 0, 20001, true},
+    {"chunk size 1", 1, 5, false},
 };
 
 class WriterChunking : public FileTest, public ::testing::WithParamInterface<ChunkingCase> {};
@@ -66,25 +62,8 @@ TEST_P(WriterChunking, CutsChunksWhereTheSizeSays) {
     ASSERT_EQ(zul_out_close(&writer), zul_STATUS_OK);
     EXPECT_EQ(writer, nullptr);
 
-    std::vector<PointCloud> chunks;
-    int first = 0;
-    for (int size : c.chunks) {
-        chunks.push_back(sliceOf(cloud, first, size));
-        first += size;
-    }
-    const Bytes written = readFile(file);
-    EXPECT_EQ(written, fileBytes(encodeStream(kType, header2, chunks)));
-    if (c.numPoints > 0) return;
-    EXPECT_EQ(written.size(), c.emptyFileSize);
-    zul_in_Context reader = nullptr;
-    zul_DataType dataType;
-    ASSERT_EQ(zul_in_open(&reader, &dataType, file.c_str()), zul_STATUS_OK);
-    int64_t count = -1;
-    EXPECT_EQ(zul_in_getNumPoints(reader, &count), zul_STATUS_OK);
-    EXPECT_EQ(count, 0);
-    zul_Point p;
-    EXPECT_EQ(zul_in_readNextPoint(reader, &p), zul_STATUS_END_OF_FILE);
-    zul_in_close(&reader);
+    std::vector<PointCloud> chunks = chunksOf(cloud, chunkSize);
+    EXPECT_EQ(readFile(file), fileBytes(encodeStream(kType, header2, chunks)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Edges, WriterChunking, ::testing::ValuesIn(kChunkingCases), NameOfCase());
@@ -137,7 +116,8 @@ TEST_F(WriterTest, HugeChunkSizeGrowsItsArraysAsPointsArrive) {
 }
 
 // A normal too short to normalise shows at the flush: the chunk is lost, the chunks before it
-// stay in the file, and the writer is failed, which close does not report again.
+// stay in the file, and the writer is failed, which close does not report again. In the last
+// chunk, close reports it, after the signature and the file header went out.
 TEST_F(WriterTest, BadNormalFailsTheWriterAndKeepsWhatWasWritten) {
     const zul_DataType withNormals = makeDataType(0.001f, zul_COLOR_NONE, 0, true);
     PointCloud cloud = randomCloud(8, 6);
@@ -153,19 +133,11 @@ TEST_F(WriterTest, BadNormalFailsTheWriterAndKeepsWhatWasWritten) {
     EXPECT_EQ(zul_out_close(&writer), zul_STATUS_OK);
     std::vector<PointCloud> firstChunk = {sliceOf(cloud, 0, 4)};
     EXPECT_EQ(readFile(file), fileBytes(encodeStream(withNormals, nullptr, firstChunk)));
-}
 
-TEST_F(WriterTest, BadNormalInTheLastChunkIsReportedByClose) {
-    const zul_DataType withNormals = makeDataType(0.001f, zul_COLOR_NONE, 0, true);
-    PointCloud cloud = randomCloud(2, 6);
-    cloud.normals[0] = cloud.normals[1] = cloud.normals[2] = 0.0f;
-    const std::string file = path("normal.zul");
-    zul_out_Context writer = nullptr;
     ASSERT_EQ(openWriter(&writer, file, withNormals), zul_STATUS_OK);
-    EXPECT_EQ(writePoints(writer, cloud, 0, 2), zul_STATUS_OK);
+    EXPECT_EQ(writePoints(writer, cloud, 5, 2), zul_STATUS_OK);
     EXPECT_EQ(zul_out_close(&writer), zul_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(writer, nullptr);
-    // The signature and the file header went out before the chunk failed.
     EXPECT_EQ(readFile(file).size(), 36u);
 }
 
@@ -216,19 +188,13 @@ TEST_F(WriterTest, PathThatCannotBeCreatedLeavesAClosedWriter) {
     EXPECT_FALSE(std::filesystem::exists(path("missing")));
 }
 
-TEST_F(WriterTest, OpenReplacesAnExistingFileAtOnce) {
+// Open replaces an existing file at once.
+TEST_F(WriterTest, NullArguments) {
     const std::string file = path("old.zul");
     writeFile(file, "an older file of some length");
     zul_out_Context writer = nullptr;
     ASSERT_EQ(openWriter(&writer, file), zul_STATUS_OK);
     EXPECT_EQ(std::filesystem::file_size(file), 0u);
-    EXPECT_EQ(zul_out_close(&writer), zul_STATUS_OK);
-    EXPECT_EQ(std::filesystem::file_size(file), 36u);
-}
-
-TEST_F(WriterTest, NullArguments) {
-    zul_out_Context writer = nullptr;
-    ASSERT_EQ(openWriter(&writer, path("null.zul")), zul_STATUS_OK);
     EXPECT_EQ(zul_out_writePoint(writer, nullptr), zul_STATUS_INVALID_ARGUMENT);
     const zul_Point p = {};
     EXPECT_EQ(zul_out_writePoint(nullptr, &p), zul_STATUS_INVALID_ARGUMENT);
