@@ -10,6 +10,7 @@
 #include "entropy/attribute_widths.h"
 #include "entropy/data_stream_reader.h"
 #include "frame/data_check.h"
+#include "frame/data_type.h"
 
 using zullib::BitStreamIn;
 using zullib::zul_QuantizedPoint;
@@ -93,21 +94,19 @@ zul_Status zul_dec_ContextStruct::readStreamsInLockstep(const unsigned char* bod
                                                         QuantizedPoints& records,
                                                         const int* coordinateBits) {
     const zullib::AttributeWidths widths(dataType);
-    const bool hasColor = dataType.colorMode != zul_COLOR_NONE;
-    const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
-    const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
+    const zullib::ChunkStreams streams(dataType);
     // Each present stream starts where the one before it is declared to end.
     const int64_t colorStart = coordinateStreamEnd;
-    const int64_t reflectionStart = hasColor ? colorStreamEnd : colorStart;
-    const int64_t normalStart = hasReflection ? reflectionStreamEnd : reflectionStart;
+    const int64_t reflectionStart = streams.color ? colorStreamEnd : colorStart;
+    const int64_t normalStart = streams.reflection ? reflectionStreamEnd : reflectionStart;
     Lane<zul_QuantizedPoint::CoordinateAccessor> coordinates(body, chunkBodySize, 0,
                                                              coordinateStreamEnd, true);
     Lane<zul_QuantizedPoint::RGBAccessor> colors(body, chunkBodySize, colorStart, colorStreamEnd,
-                                                 hasColor);
-    Lane<zul_QuantizedPoint::ReflectionAccessor> reflections(body, chunkBodySize, reflectionStart,
-                                                             reflectionStreamEnd, hasReflection);
+                                                 streams.color);
+    Lane<zul_QuantizedPoint::ReflectionAccessor> reflections(
+        body, chunkBodySize, reflectionStart, reflectionStreamEnd, streams.reflection);
     Lane<zul_QuantizedPoint::NormalAccessor> normals(body, chunkBodySize, normalStart,
-                                                     normalStreamEnd, hasNormals);
+                                                     normalStreamEnd, streams.normals);
 
     zul_Status status = zul_STATUS_OK;
     const auto open = [&](auto& lane, const int* absoluteBits) {
@@ -123,9 +122,9 @@ zul_Status zul_dec_ContextStruct::readStreamsInLockstep(const unsigned char* bod
     open(normals, widths.normalBits);
     if (status != zul_STATUS_OK) return status;
 
-    const size_t next = withFlag(hasColor, [&](auto colorsOn) {
-        return withFlag(hasReflection, [&](auto reflectionsOn) {
-            return withFlag(hasNormals, [&](auto normalsOn) {
+    const size_t next = withFlag(streams.color, [&](auto colorsOn) {
+        return withFlag(streams.reflection, [&](auto reflectionsOn) {
+            return withFlag(streams.normals, [&](auto normalsOn) {
                 return readFastRuns<decltype(colorsOn)::value, decltype(reflectionsOn)::value,
                                     decltype(normalsOn)::value>(coordinates, colors, reflections,
                                                                 normals, records);
