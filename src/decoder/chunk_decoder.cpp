@@ -57,10 +57,11 @@ zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const c
 
     // Before anything is allocated: could the declared streams hold that many points at all?
     const unsigned char* body = reinterpret_cast<const unsigned char*>(chunkBody);
-    ZUL_REFUSE_UNLESS(
+    const bool streamsCanHoldTheCount =
         forEachStream([&](auto accessor, const int* bits, int64_t start, int64_t end) {
             return zullib::streamCanHold<decltype(accessor)>(body, start, end, bits, numPoints);
-        }));
+        });
+    ZUL_REFUSE_UNLESS(streamsCanHoldTheCount);
 
     // A body of coordinates alone is one stream; with attributes the streams are read side by
     // side. Either way every stream must end exactly at its declared end.

@@ -81,7 +81,7 @@ zul_Status zul_dec_ContextStruct::decodeChunkHeader(int* chunkBodySizeOut, const
     // count is served for this header.
     if (end > INT32_MAX) {
         chunkPoints.numPoints = 0;
-        return zul_STATUS_CORRUPT_DATA;
+        return ZUL_REFUSE("end <= INT32_MAX");
     }
     chunkBodySize = end;
 
