@@ -181,14 +181,21 @@ typedef struct zul_out_ContextStruct* zul_out_Context; /* file writer */
 typedef struct zul_in_ContextStruct* zul_in_Context;   /* file reader */
 
 /* ---------------------------------------------------------------------------------------------
- * Version of the library (not of the file format). Safe from any thread.
+ * Version of the library (not of the file format). Safe from any thread. The three macros are
+ * the one place the version is written: CMake, the package files and the Python package read it
+ * from here.
  * ------------------------------------------------------------------------------------------- */
 
-/* Returns the major version of the library: 1. */
+#define ZUL_VERSION_MAJOR 1
+#define ZUL_VERSION_MINOR 1
+#define ZUL_VERSION_PATCH 0
+
+/* Returns the major version of the library the program runs with: ZUL_VERSION_MAJOR of its
+ * build. */
 ZUL_API int zul_libversion_major(void);
-/* Returns the minor version of the library: 1. */
+/* Returns the minor version of the library: ZUL_VERSION_MINOR of its build. */
 ZUL_API int zul_libversion_minor(void);
-/* Returns the patch version of the library: 0. */
+/* Returns the patch version of the library: ZUL_VERSION_PATCH of its build. */
 ZUL_API int zul_libversion_patch(void);
 
 /* ---------------------------------------------------------------------------------------------
