@@ -30,6 +30,10 @@
 #include <stdint.h>
 #include <wchar.h>
 
+/* Platforms: the library is built and tested on Linux (x86-64) with GCC 12 and Clang 14, and
+ * needs GCC or Clang (their builtins, attributes and pragmas, gathered in src/frame/compiler.h).
+ * Hosts include this header as C99 or C++17 with any compiler; the Windows branch of ZUL_API
+ * below is kept for hosts there, but no Windows build of the library is made or tested. */
 #if defined(_WIN32)
 #if defined(ZUL_BUILDING_LIBRARY)
 #define ZUL_API __declspec(dllexport)

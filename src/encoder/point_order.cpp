@@ -20,7 +20,7 @@ struct StreamCounter {
         for (int c = 0; c < kComponents; ++c) previous[c] = Accessor::predecessor(c);
     }
     void count(const zul_QuantizedPoint& point) {
-#pragma GCC unroll 4
+        ZUL_UNROLL_4
         for (int c = 0; c < kComponents; ++c) {
             const int64_t current = Accessor::get(point, c);
             const int64_t delta = Accessor::delta(c, previous[c], current);

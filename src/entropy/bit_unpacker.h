@@ -9,10 +9,7 @@
 #include <cstring>
 
 #include "entropy/bit_stream_in.h"
-
-// The fast paths are only fast when every step is inlined into the loop that keeps the cursor
-// in registers.
-#define ZUL_ALWAYS_INLINE inline __attribute__((always_inline))
+#include "frame/compiler.h"
 
 namespace zullib {
 
@@ -50,7 +47,7 @@ public:
     ZUL_ALWAYS_INLINE int prefix(int limit) {
         refill();
         const uint64_t zeros = ~buffer_;
-        int count = zeros == 0 ? 64 : __builtin_ctzll(zeros);
+        int count = zeros == 0 ? 64 : countTrailingZeros(zeros);
         if (count >= limit) {
             count = limit;
             skip(limit);

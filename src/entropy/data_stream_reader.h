@@ -30,6 +30,7 @@
 #include "entropy/prefix_code_table.h"
 #include "entropy/quantized_point.h"
 #include "entropy/stream_coding.h"
+#include "frame/compiler.h"
 #include "frame/data_check.h"
 
 namespace zullib {
@@ -151,7 +152,7 @@ public:
         // fall short of it. Either way the fields come from the register without loads of their
         // own, which would lengthen the chain from one field to the next.
         if (cursor.pointInOneLoad) bits.refill();
-#pragma GCC unroll 4
+        ZUL_UNROLL_4
         for (int c = 0; c < kComponents; ++c) {
             const bool inRegister = cursor.prefixCodes[c] != nullptr;
             if (!cursor.pointInOneLoad && inRegister && bits.available() < cursor.componentBits[c])
