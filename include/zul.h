@@ -30,6 +30,10 @@
 #include <stdint.h>
 #include <wchar.h>
 
+/* Platforms: the library is built and tested on Linux (x86-64) with GCC 12 and Clang 14, and
+ * needs GCC or Clang (their builtins, attributes and pragmas, gathered in src/frame/compiler.h).
+ * Hosts include this header as C99 or C++17 with any compiler; the Windows branch of ZUL_API
+ * below is kept for hosts there, but no Windows build of the library is made or tested. */
 #if defined(_WIN32)
 #if defined(ZUL_BUILDING_LIBRARY)
 #define ZUL_API __declspec(dllexport)
@@ -181,14 +185,21 @@ typedef struct zul_out_ContextStruct* zul_out_Context; /* file writer */
 typedef struct zul_in_ContextStruct* zul_in_Context;   /* file reader */
 
 /* ---------------------------------------------------------------------------------------------
- * Version of the library (not of the file format). Safe from any thread.
+ * Version of the library (not of the file format). Safe from any thread. The three macros are
+ * the one place the version is written: CMake, the package files and the Python package read it
+ * from here.
  * ------------------------------------------------------------------------------------------- */
 
-/* Returns the major version of the library: 1. */
+#define ZUL_VERSION_MAJOR 1
+#define ZUL_VERSION_MINOR 1
+#define ZUL_VERSION_PATCH 0
+
+/* Returns the major version of the library the program runs with: ZUL_VERSION_MAJOR of its
+ * build. */
 ZUL_API int zul_libversion_major(void);
-/* Returns the minor version of the library: 1. */
+/* Returns the minor version of the library: ZUL_VERSION_MINOR of its build. */
 ZUL_API int zul_libversion_minor(void);
-/* Returns the patch version of the library: 0. */
+/* Returns the patch version of the library: ZUL_VERSION_PATCH of its build. */
 ZUL_API int zul_libversion_patch(void);
 
 /* ---------------------------------------------------------------------------------------------

@@ -7,6 +7,7 @@ an existing build can be, to build only what changed) and puts the package toget
 """
 
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -17,6 +18,14 @@ from setuptools.command.build_ext import build_ext
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
+
+
+def library_version():
+    """The version as include/zul.h defines it, the one place it is written."""
+    with open(os.path.join(ROOT, "include", "zul.h")) as header:
+        text = header.read()
+    return ".".join(re.search(rf"^#define ZUL_VERSION_{part} (\d+)$", text, re.M).group(1)
+                    for part in ("MAJOR", "MINOR", "PATCH"))
 
 
 class CMakeBuild(build_ext):
@@ -42,6 +51,7 @@ SCRATCH = os.path.join(tempfile.gettempdir(), f"zul-setuptools-{os.getuid()}")
 os.makedirs(SCRATCH, exist_ok=True)
 
 setup(
+    version=library_version(),
     options={"build": {"build_base": os.path.join(SCRATCH, "build")},
              "egg_info": {"egg_base": SCRATCH}},
     packages=["zul"],

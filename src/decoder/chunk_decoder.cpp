@@ -8,6 +8,7 @@
 #include "entropy/data_stream_reader.h"
 #include "frame/chunk_axes.h"
 #include "frame/data_check.h"
+#include "frame/data_type.h"
 
 using zullib::BitStreamIn;
 using zullib::zul_QuantizedPoint;
@@ -32,9 +33,7 @@ zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const c
     int axisToSlot[3];
     for (int slot = 0; slot < 3; ++slot) axisToSlot[axes.axisRemap[slot]] = slot;
     const zullib::AttributeWidths widths(dataType);
-    const bool hasColor = dataType.colorMode != zul_COLOR_NONE;
-    const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
-    const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
+    const zullib::ChunkStreams streams(dataType);
 
     // Calls step(accessor, absolute widths, declared start, declared end) for each stream of the
     // body in order, as long as the steps return true.
@@ -48,25 +47,27 @@ zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const c
         };
         return next(zul_QuantizedPoint::CoordinateAccessor{}, true, axes.coordinateBits,
                     coordinateStreamEnd) &&
-               next(zul_QuantizedPoint::RGBAccessor{}, hasColor, widths.rgbBits, colorStreamEnd) &&
-               next(zul_QuantizedPoint::ReflectionAccessor{}, hasReflection, widths.reflectionBits,
-                    reflectionStreamEnd) &&
-               next(zul_QuantizedPoint::NormalAccessor{}, hasNormals, widths.normalBits,
+               next(zul_QuantizedPoint::RGBAccessor{}, streams.color, widths.rgbBits,
+                    colorStreamEnd) &&
+               next(zul_QuantizedPoint::ReflectionAccessor{}, streams.reflection,
+                    widths.reflectionBits, reflectionStreamEnd) &&
+               next(zul_QuantizedPoint::NormalAccessor{}, streams.normals, widths.normalBits,
                     normalStreamEnd);
     };
 
     // Before anything is allocated: could the declared streams hold that many points at all?
     const unsigned char* body = reinterpret_cast<const unsigned char*>(chunkBody);
-    ZUL_REFUSE_UNLESS(
+    const bool streamsCanHoldTheCount =
         forEachStream([&](auto accessor, const int* bits, int64_t start, int64_t end) {
             return zullib::streamCanHold<decltype(accessor)>(body, start, end, bits, numPoints);
-        }));
+        });
+    ZUL_REFUSE_UNLESS(streamsCanHoldTheCount);
 
     // A body of coordinates alone is one stream; with attributes the streams are read side by
     // side. Either way every stream must end exactly at its declared end.
     QuantizedPoints records(static_cast<size_t>(numPoints));
     zul_Status status = zul_STATUS_OK;
-    if (hasColor || hasReflection || hasNormals) {
+    if (streams.color || streams.reflection || streams.normals) {
         status = readStreamsInLockstep(body, records, axes.coordinateBits);
     } else {
         BitStreamIn in(body, chunkBodySize, 0);

@@ -1,6 +1,7 @@
 // The output arrays of the decoder: allocated on demand, kept from chunk to chunk, released at
 // close. The caller gets pointers into them, never copies.
 #include "decoder/dec_context.h"
+#include "frame/data_type.h"
 
 void zul_dec_ContextStruct::freeChunkPoints() {
     chunkPointsCapacity = 0;
@@ -25,8 +26,9 @@ void zul_dec_ContextStruct::ensureChunkPointsCapacity() {
     // If an allocation throws, the capacity stays 0 and the arrays made so far are released by
     // the next growth or at close.
     chunkPoints.positions = new double[3 * n];
-    if (dataType.colorMode != zul_COLOR_NONE) chunkPoints.colors = new uint8_t[3 * n];
-    if (dataType.reflectionMode != zul_REFLECTION_NONE) chunkPoints.reflections = new int32_t[n];
-    if (dataType.normalMode != zul_NORMAL_NONE) chunkPoints.normals = new float[3 * n];
+    const zullib::ChunkStreams streams(dataType);
+    if (streams.color) chunkPoints.colors = new uint8_t[3 * n];
+    if (streams.reflection) chunkPoints.reflections = new int32_t[n];
+    if (streams.normals) chunkPoints.normals = new float[3 * n];
     chunkPointsCapacity = capacity;
 }

@@ -4,6 +4,7 @@
 
 #include "decoder/dec_context.h"
 #include "decoder/normal_centres.h"
+#include "frame/data_type.h"
 #include "frame/wrapping.h"
 
 void zul_dec_ContextStruct::dequantizeRemapAndShiftPoints(
@@ -40,10 +41,11 @@ void zul_dec_ContextStruct::dequantizeRemapAndShiftPoints(
         }
     }
 
-    if (dataType.reflectionMode != zul_REFLECTION_NONE)
+    const zullib::ChunkStreams streams(dataType);
+    if (streams.reflection)
         for (size_t i = 0; i < n; ++i) points.reflections[i] = records[i].reflection;
 
-    if (dataType.normalMode != zul_NORMAL_NONE) {
+    if (streams.normals) {
         const zullib::NormalCentres& centres = zullib::NormalCentres::instance();
         for (size_t i = 0; i < n; ++i)
             centres.lookUp(static_cast<uint32_t>(records[i].normal[0]),

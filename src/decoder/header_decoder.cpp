@@ -32,7 +32,7 @@ zul_Status zul_dec_ContextStruct::decodeFileHeader(zul_DataType* dataTypeOut,
     transformPositions =
         apply && (header2.hasScaling || header2.hasRotation || header2.hasTranslation);
     // Only a rotation moves a normal; a scale or a translation leaves it as it is.
-    transformNormals = apply && header2.hasRotation && dataType.normalMode != zul_NORMAL_NONE;
+    transformNormals = apply && header2.hasRotation && zullib::ChunkStreams(dataType).normals;
     if (transformNormals) {
         std::memcpy(normalTransformation, header2.transformation, sizeof normalTransformation);
         const double inverseScale = 1.0 / zullib::matrixScale(normalTransformation);
@@ -72,16 +72,16 @@ zul_Status zul_dec_ContextStruct::decodeChunkHeader(int* chunkBodySizeOut, const
 
     int64_t end = in.readByteAlignedUInt32();
     coordinateStreamEnd = end;
-    if (dataType.colorMode != zul_COLOR_NONE) colorStreamEnd = end += in.readByteAlignedUInt32();
-    if (dataType.reflectionMode != zul_REFLECTION_NONE)
-        reflectionStreamEnd = end += in.readByteAlignedUInt32();
-    if (dataType.normalMode != zul_NORMAL_NONE) normalStreamEnd = end += in.readByteAlignedUInt32();
+    const zullib::ChunkStreams streams(dataType);
+    if (streams.color) colorStreamEnd = end += in.readByteAlignedUInt32();
+    if (streams.reflection) reflectionStreamEnd = end += in.readByteAlignedUInt32();
+    if (streams.normals) normalStreamEnd = end += in.readByteAlignedUInt32();
     // The body's size goes out as an int, and no writer makes a chunk it could not hand out: a
     // body of 2^31 bytes or more is damage. The count is dropped with it, so that no body and no
     // count is served for this header.
     if (end > INT32_MAX) {
         chunkPoints.numPoints = 0;
-        return zul_STATUS_CORRUPT_DATA;
+        return ZUL_REFUSE("end <= INT32_MAX");
     }
     chunkBodySize = end;
 

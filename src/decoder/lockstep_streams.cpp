@@ -10,6 +10,7 @@
 #include "entropy/attribute_widths.h"
 #include "entropy/data_stream_reader.h"
 #include "frame/data_check.h"
+#include "frame/data_type.h"
 
 using zullib::BitStreamIn;
 using zullib::zul_QuantizedPoint;
@@ -22,14 +23,6 @@ struct Lane {
     Lane(const unsigned char* body, int64_t bodySize, int64_t start, int64_t end, bool present)
         : in(body, bodySize, start), end(end), present(present) {}
 
-    using Reader = zullib::StreamBodyReader<Accessor>;
-    bool hasRoom(size_t points) const { return !present || reader->hasRoom(points); }
-    typename Reader::Cursor cursor() const {
-        return present ? reader->cursor() : typename Reader::Cursor{};
-    }
-    void keep(const typename Reader::Cursor& cursor) {
-        if (present) reader->keep(cursor);
-    }
     // The points from `next` on through the checked reader, then the stream's end.
     zul_Status finish(std::vector<zul_QuantizedPoint>& records, size_t next) {
         if (!present) return zul_STATUS_OK;
@@ -48,43 +41,17 @@ struct Lane {
     std::optional<zullib::StreamBodyReader<Accessor>> reader;
 };
 
-// Calls f with std::true_type or std::false_type, as `flag` says.
+// Calls f with the readers of the present lanes, in order: which lanes take part in the fast
+// steps is then fixed at compile time.
 template <class F>
-size_t withFlag(bool flag, F&& f) {
-    return flag ? f(std::true_type{}) : f(std::false_type{});
+size_t withPresentReaders(F&& f) {
+    return f();
 }
-
-// Runs of points in lockstep, every lane's cursor in locals for the length of a run; runs get
-// shorter towards the end of the data. Which lanes are present is fixed at compile time, so that
-// the loop neither tests it for every point nor loads it again after the bytes stored to the
-// records. Returns the number of points read.
-template <bool kColors, bool kReflections, bool kNormals, class Coordinates, class Colors,
-          class Reflections, class Normals>
-size_t readFastRuns(Coordinates& coordinates, Colors& colors, Reflections& reflections,
-                    Normals& normals, std::vector<zul_QuantizedPoint>& records) {
-    size_t next = 0;
-    for (size_t run = zullib::kFastRun; run > 0; run /= 16) {
-        while (records.size() - next >= run && coordinates.hasRoom(run) && colors.hasRoom(run) &&
-               reflections.hasRoom(run) && normals.hasRoom(run)) {
-            auto coordinateCursor = coordinates.cursor();
-            auto colorCursor = colors.cursor();
-            auto reflectionCursor = reflections.cursor();
-            auto normalCursor = normals.cursor();
-            zul_QuantizedPoint* point = records.data() + next;
-            for (zul_QuantizedPoint* const end = point + run; point != end; ++point) {
-                coordinates.reader->readFast(*point, coordinateCursor);
-                if constexpr (kColors) colors.reader->readFast(*point, colorCursor);
-                if constexpr (kReflections) reflections.reader->readFast(*point, reflectionCursor);
-                if constexpr (kNormals) normals.reader->readFast(*point, normalCursor);
-            }
-            next += run;
-            coordinates.keep(coordinateCursor);
-            colors.keep(colorCursor);
-            reflections.keep(reflectionCursor);
-            normals.keep(normalCursor);
-        }
-    }
-    return next;
+template <class F, class FirstLane, class... Lanes>
+size_t withPresentReaders(F&& f, FirstLane& lane, Lanes&... lanes) {
+    if (!lane.present) return withPresentReaders(f, lanes...);
+    return withPresentReaders([&](auto&... readers) { return f(*lane.reader, readers...); },
+                              lanes...);
 }
 
 }  // namespace
@@ -93,21 +60,19 @@ zul_Status zul_dec_ContextStruct::readStreamsInLockstep(const unsigned char* bod
                                                         QuantizedPoints& records,
                                                         const int* coordinateBits) {
     const zullib::AttributeWidths widths(dataType);
-    const bool hasColor = dataType.colorMode != zul_COLOR_NONE;
-    const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
-    const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
+    const zullib::ChunkStreams streams(dataType);
     // Each present stream starts where the one before it is declared to end.
     const int64_t colorStart = coordinateStreamEnd;
-    const int64_t reflectionStart = hasColor ? colorStreamEnd : colorStart;
-    const int64_t normalStart = hasReflection ? reflectionStreamEnd : reflectionStart;
+    const int64_t reflectionStart = streams.color ? colorStreamEnd : colorStart;
+    const int64_t normalStart = streams.reflection ? reflectionStreamEnd : reflectionStart;
     Lane<zul_QuantizedPoint::CoordinateAccessor> coordinates(body, chunkBodySize, 0,
                                                              coordinateStreamEnd, true);
     Lane<zul_QuantizedPoint::RGBAccessor> colors(body, chunkBodySize, colorStart, colorStreamEnd,
-                                                 hasColor);
-    Lane<zul_QuantizedPoint::ReflectionAccessor> reflections(body, chunkBodySize, reflectionStart,
-                                                             reflectionStreamEnd, hasReflection);
+                                                 streams.color);
+    Lane<zul_QuantizedPoint::ReflectionAccessor> reflections(
+        body, chunkBodySize, reflectionStart, reflectionStreamEnd, streams.reflection);
     Lane<zul_QuantizedPoint::NormalAccessor> normals(body, chunkBodySize, normalStart,
-                                                     normalStreamEnd, hasNormals);
+                                                     normalStreamEnd, streams.normals);
 
     zul_Status status = zul_STATUS_OK;
     const auto open = [&](auto& lane, const int* absoluteBits) {
@@ -123,15 +88,11 @@ zul_Status zul_dec_ContextStruct::readStreamsInLockstep(const unsigned char* bod
     open(normals, widths.normalBits);
     if (status != zul_STATUS_OK) return status;
 
-    const size_t next = withFlag(hasColor, [&](auto colorsOn) {
-        return withFlag(hasReflection, [&](auto reflectionsOn) {
-            return withFlag(hasNormals, [&](auto normalsOn) {
-                return readFastRuns<decltype(colorsOn)::value, decltype(reflectionsOn)::value,
-                                    decltype(normalsOn)::value>(coordinates, colors, reflections,
-                                                                normals, records);
-            });
-        });
-    });
+    const size_t next = withPresentReaders(
+        [&](auto&... readers) {
+            return zullib::readFastRuns(records, *coordinates.reader, readers...);
+        },
+        colors, reflections, normals);
     for (zul_Status laneStatus :
          {coordinates.finish(records, next), colors.finish(records, next),
           reflections.finish(records, next), normals.finish(records, next)}) {

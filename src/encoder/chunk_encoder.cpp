@@ -38,9 +38,7 @@ zul_Status zul_enc_ContextStruct::encodeChunk(const char** bytes, int* size,
     *bytes = nullptr;
     *size = 0;
     const zullib::AttributeWidths widths(dataType);
-    const bool hasColor = dataType.colorMode != zul_COLOR_NONE;
-    const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
-    const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
+    const zullib::ChunkStreams streams(dataType);
 
     QuantizedPoints points;
     zullib::BoundingBox3d<long long> box;
@@ -59,11 +57,12 @@ zul_Status zul_enc_ContextStruct::encodeChunk(const char** bytes, int* size,
 
     std::vector<int> coordinateTables[3], rgbTables[3], reflectionTables[1], normalTables[2];
     chooseTables(coordinateTables, coordinateFrequencies, coordinateBits, kCoordinatePrefixLimit);
-    if (hasColor) chooseTables(rgbTables, rgbFrequencies, widths.rgbBits, rgbPrefixLimit(dataType));
-    if (hasReflection)
+    if (streams.color)
+        chooseTables(rgbTables, rgbFrequencies, widths.rgbBits, rgbPrefixLimit(dataType));
+    if (streams.reflection)
         chooseTables(reflectionTables, reflectionFrequencies, widths.reflectionBits,
                      kReflectionPrefixLimit);
-    if (hasNormals)
+    if (streams.normals)
         chooseTables(normalTables, normalFrequencies, widths.normalBits, kNormalPrefixLimit);
 
     // The front (sync marker and chunk header) holds the stream sizes, so it is left open and
@@ -83,11 +82,11 @@ zul_Status zul_enc_ContextStruct::encodeChunk(const char** bytes, int* size,
         streamSizes[numStreams++] = static_cast<uint32_t>(body.bytePosition - start);
     };
     writeStream(zul_QuantizedPoint::CoordinateAccessor{}, coordinateTables, coordinateBits);
-    if (hasColor) writeStream(zul_QuantizedPoint::RGBAccessor{}, rgbTables, widths.rgbBits);
-    if (hasReflection)
+    if (streams.color) writeStream(zul_QuantizedPoint::RGBAccessor{}, rgbTables, widths.rgbBits);
+    if (streams.reflection)
         writeStream(zul_QuantizedPoint::ReflectionAccessor{}, reflectionTables,
                     widths.reflectionBits);
-    if (hasNormals)
+    if (streams.normals)
         writeStream(zul_QuantizedPoint::NormalAccessor{}, normalTables, widths.normalBits);
 
     // The length goes out as an int: a chunk of 2^31 bytes or more (tens of millions of points

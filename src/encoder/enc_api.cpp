@@ -44,12 +44,10 @@ ZUL_API zul_Status zul_enc_encodeChunk(zul_enc_Context context, const char** byt
     if (points->numPoints < 0) return zul_STATUS_INVALID_ARGUMENT;
     if (points->numPoints > 0) {
         if (!points->positions) return zul_STATUS_INVALID_ARGUMENT;
-        if (dataType.colorMode != zul_COLOR_NONE && !points->colors)
-            return zul_STATUS_INVALID_ARGUMENT;
-        if (dataType.reflectionMode != zul_REFLECTION_NONE && !points->reflections)
-            return zul_STATUS_INVALID_ARGUMENT;
-        if (dataType.normalMode != zul_NORMAL_NONE && !points->normals)
-            return zul_STATUS_INVALID_ARGUMENT;
+        const zullib::ChunkStreams streams(dataType);
+        if (streams.color && !points->colors) return zul_STATUS_INVALID_ARGUMENT;
+        if (streams.reflection && !points->reflections) return zul_STATUS_INVALID_ARGUMENT;
+        if (streams.normals && !points->normals) return zul_STATUS_INVALID_ARGUMENT;
     }
     return context->encodeChunk(bytes, size, points);
 }

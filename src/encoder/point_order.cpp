@@ -2,6 +2,7 @@
 #include "encoder/coordinate_sort.h"
 #include "encoder/enc_context.h"
 #include "frame/bit_length.h"
+#include "frame/data_type.h"
 
 using zullib::zul_QuantizedPoint;
 
@@ -19,7 +20,7 @@ struct StreamCounter {
         for (int c = 0; c < kComponents; ++c) previous[c] = Accessor::predecessor(c);
     }
     void count(const zul_QuantizedPoint& point) {
-#pragma GCC unroll 4
+        ZUL_UNROLL_4
         for (int c = 0; c < kComponents; ++c) {
             const int64_t current = Accessor::get(point, c);
             const int64_t delta = Accessor::delta(c, previous[c], current);
@@ -50,21 +51,19 @@ void zul_enc_ContextStruct::countDeltaBitLengthFrequencies(const QuantizedPoints
                                                            Frequencies (&reflectionFrequencies)[1],
                                                            Frequencies (&normalFrequencies)[2]) {
     // One pass over the records for every stream.
-    const bool hasColor = dataType.colorMode != zul_COLOR_NONE;
-    const bool hasReflection = dataType.reflectionMode != zul_REFLECTION_NONE;
-    const bool hasNormals = dataType.normalMode != zul_NORMAL_NONE;
+    const zullib::ChunkStreams streams(dataType);
     StreamCounter<zul_QuantizedPoint::CoordinateAccessor> coordinates;
     StreamCounter<zul_QuantizedPoint::RGBAccessor> colors;
     StreamCounter<zul_QuantizedPoint::ReflectionAccessor> reflections;
     StreamCounter<zul_QuantizedPoint::NormalAccessor> normals;
     for (const zul_QuantizedPoint& point : points) {
         coordinates.count(point);
-        if (hasColor) colors.count(point);
-        if (hasReflection) reflections.count(point);
-        if (hasNormals) normals.count(point);
+        if (streams.color) colors.count(point);
+        if (streams.reflection) reflections.count(point);
+        if (streams.normals) normals.count(point);
     }
     coordinates.addTo(coordinateFrequencies);
-    if (hasColor) colors.addTo(rgbFrequencies);
-    if (hasReflection) reflections.addTo(reflectionFrequencies);
-    if (hasNormals) normals.addTo(normalFrequencies);
+    if (streams.color) colors.addTo(rgbFrequencies);
+    if (streams.reflection) reflections.addTo(reflectionFrequencies);
+    if (streams.normals) normals.addTo(normalFrequencies);
 }

@@ -5,6 +5,7 @@
 
 #include "encoder/enc_context.h"
 #include "frame/chunk_axes.h"
+#include "frame/data_type.h"
 #include "frame/normal_grid.h"
 #include "frame/wrapping.h"
 
@@ -63,6 +64,7 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
     // The float step widened to double is the step: 0.0001 is 9.999999747378752e-05 here.
     const double step = dataType.quantizationStep;
     const int32_t maxReflection = dataType.maxReflection;
+    const zullib::ChunkStreams streams(dataType);
     zullib::BoundingBox3d<long long> chunkBox;
 
     for (int i = 0; i < numPoints; ++i) {
@@ -75,16 +77,16 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
         }
         chunkBox.extend(grid);
 
-        if (dataType.colorMode != zul_COLOR_NONE) {
+        if (streams.color) {
             const uint8_t* rgb = pointData->colors + 3 * static_cast<size_t>(i);
             const bool reduced = dataType.colorMode == zul_COLOR_RGB565;
             record.rgb[0] = reduced ? rgb[0] >> 3 : rgb[0];
             record.rgb[1] = reduced ? rgb[1] >> 2 : rgb[1];
             record.rgb[2] = reduced ? rgb[2] >> 3 : rgb[2];
         }
-        if (dataType.reflectionMode != zul_REFLECTION_NONE)
+        if (streams.reflection)
             record.reflection = std::max(0, std::min(pointData->reflections[i], maxReflection));
-        if (dataType.normalMode != zul_NORMAL_NONE) {
+        if (streams.normals) {
             const float* normal = pointData->normals + 3 * static_cast<size_t>(i);
             if (!zullib::quantizeNormal(normal, record.normal)) return zul_STATUS_INVALID_ARGUMENT;
         }

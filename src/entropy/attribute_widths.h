@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "frame/bit_length.h"
+#include "frame/data_type.h"
 #include "zul.h"
 
 namespace zullib {
@@ -16,7 +17,7 @@ struct AttributeWidths {
         const bool rgb888 = dataType.colorMode == zul_COLOR_RGB888;
         for (int c = 0; c < 3; ++c) rgbBits[c] = rgb888 ? 8 : rgb565 ? (c == 1 ? 6 : 5) : 0;
         reflectionBits[0] = bitLength(static_cast<uint32_t>(dataType.maxReflection));
-        const bool normals = dataType.normalMode != zul_NORMAL_NONE;
+        const bool normals = ChunkStreams(dataType).normals;
         normalBits[0] = normals ? 8 : 0;
         normalBits[1] = normals ? 7 : 0;
     }

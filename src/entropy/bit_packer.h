@@ -13,10 +13,14 @@ namespace zullib {
 
 class BitPacker {
 public:
+    // Bytes kept free behind the fields: every put() stores a whole 8-byte word at the cursor,
+    // whose last full byte lies within the fields, so 8 would do; 16 leaves a word to spare.
+    static constexpr int64_t kStoreReach = 16;
+
     // Takes over `out` at its byte position (which must be on a byte boundary) with room for
     // `maxBytes` more bytes of fields.
     BitPacker(BitStreamOut& out, int64_t maxBytes) : out_(out) {
-        const int64_t need = out.bytePosition + maxBytes + 16;
+        const int64_t need = out.bytePosition + maxBytes + kStoreReach;
         if (static_cast<int64_t>(out.buffer.size()) < need)
             out.buffer.resize(static_cast<size_t>(2 * need));
         at_ = out.buffer.data() + out.bytePosition;

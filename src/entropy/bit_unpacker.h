@@ -9,10 +9,7 @@
 #include <cstring>
 
 #include "entropy/bit_stream_in.h"
-
-// The fast paths are only fast when every step is inlined into the loop that keeps the cursor
-// in registers.
-#define ZUL_ALWAYS_INLINE inline __attribute__((always_inline))
+#include "frame/compiler.h"
 
 namespace zullib {
 
@@ -22,6 +19,15 @@ namespace zullib {
 // the next refill.
 class BitUnpacker {
 public:
+    // Bits a refill leaves in the register at least: it adds whole bytes to the 64-bit register,
+    // which may still hold up to 7 bits of a byte, so 64 - 8 bits are always there.
+    static constexpr int kRefilledBits = 56;
+    // Bytes to keep between the codes a caller means to read and the end of the data. A refill
+    // loads 8 bytes from where the register's bits end, up to 63 bits past the position, so it
+    // touches at most 15 bytes past the last code's byte; 24 is the margin the fast paths have
+    // always run and been sanitised with, a further 8-byte load to spare.
+    static constexpr int64_t kLoadReach = 24;
+
     BitUnpacker() = default;
     // Starts at the reader's position; does nothing (and room() is false) within 8 bytes of the
     // end, before the start of the data or after a failed read.
@@ -41,7 +47,7 @@ public:
     ZUL_ALWAYS_INLINE int prefix(int limit) {
         refill();
         const uint64_t zeros = ~buffer_;
-        int count = zeros == 0 ? 64 : __builtin_ctzll(zeros);
+        int count = zeros == 0 ? 64 : countTrailingZeros(zeros);
         if (count >= limit) {
             count = limit;
             skip(limit);
@@ -53,7 +59,7 @@ public:
 
     // A field of up to 64 bits. Needs 16 bytes of room.
     ZUL_ALWAYS_INLINE uint64_t read(int numBits) {
-        if (numBits > 56) {
+        if (numBits > kRefilledBits) {
             const uint64_t low = readShort(32);
             return low | readShort(numBits - 32) << 32;
         }
@@ -79,7 +85,7 @@ public:
         for (int i = 0; i < 8; ++i) word |= uint64_t{bytes[i]} << (8 * i);
         buffer_ |= word << count_;
         next_ += (63 - count_) >> 3;
-        count_ |= 56;
+        count_ |= kRefilledBits;
     }
 
     // At most what the last peek() showed.

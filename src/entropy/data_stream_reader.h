@@ -1,6 +1,20 @@
 // Reading one data stream of a chunk into the records of its points. Everything that comes from
 // the stream is untrusted: malformed tables are refused, reads past the end give 0 and raise the
 // cursor's sticky flag, which is looked at once, when the stream is done.
+//
+// How a component's code is decoded: the first form that applies.
+// clang-format off
+//   form                         used when                               limits
+//   CodeLookup: one look-up      fast step; chunk of 4 x 2^10 points     codes of 10 bits at most,
+//                                or more                                 deltas in int32, no escape
+//   PrefixCodeTable: no branch   fast step; the component's longest      32 prefixes at most
+//                                code fits in a refilled register
+//   DeltaDecoder, prefix/read    fast step; longer codes                 payloads of 64 bits at most
+//   CVR over BitStreamIn         checked step: near the end of the       none: every read checked
+//                                data, more than 8 ranges a side, or
+//                                lengths over 64
+// clang-format on
+// A fast step needs room for its codes and the loads behind them (hasRoom).
 #pragma once
 
 #include <algorithm>
@@ -16,6 +30,7 @@
 #include "entropy/prefix_code_table.h"
 #include "entropy/quantized_point.h"
 #include "entropy/stream_coding.h"
+#include "frame/compiler.h"
 #include "frame/data_check.h"
 
 namespace zullib {
@@ -46,8 +61,11 @@ zul_Status readStreamTables(BitStreamIn& in, std::vector<int>* tables) {
     return zul_STATUS_OK;
 }
 
-// Points a run of fast steps takes at most between checks of the room left.
+// Points a run of fast steps takes at most between checks of the room left; towards the end of
+// the data the runs shrink by kRunShrink (256, 16, 1 points), so that few points are left to the
+// checked steps.
 const size_t kFastRun = 256;
+const size_t kRunShrink = 16;
 
 // Reads the body of one data stream point by point. A fast step (readFast) serves while
 // hasRoom() says a whole point's widest codes fit before the end of the data, for tables of the
@@ -83,11 +101,11 @@ public:
             pointBits_ += componentBits_[c];
             // A component whose longest code fits in the register decodes from it. Its table is
             // usable: the decoder's arrays hold at most 8 prefixes, and its payloads fit too.
-            if (fast_ && componentBits_[c] <= 56)
+            if (fast_ && componentBits_[c] <= BitUnpacker::kRefilledBits)
                 prefixCodes_[c] = PrefixCodeTable(tables[c], coding_.lastPrefix[c], absoluteBits[c],
                                                   Accessor::nonNegative(c), decoders_[c]);
         }
-        pointInOneLoad_ = pointBits_ <= 56;
+        pointInOneLoad_ = pointBits_ <= BitUnpacker::kRefilledBits;
     }
 
     // What fast steps change, held by the caller in locals between cursor() and keep().
@@ -119,10 +137,11 @@ public:
         for (int c = 0; c < kComponents; ++c) coding_.previous[c] = cursor.previous[c];
     }
 
-    // Whether `points` more points can take fast steps: their longest codes, and the 8-byte
-    // loads that reach up to 16 bytes past the position, fit before the end.
+    // Whether `points` more points can take fast steps: their longest codes, and the loads that
+    // reach past them, fit before the end.
     bool hasRoom(size_t points) const {
-        return fast_ && unpacker_.room((static_cast<int64_t>(points) * pointBits_ + 7) / 8 + 24);
+        const int64_t codeBytes = (static_cast<int64_t>(points) * pointBits_ + 7) / 8;
+        return fast_ && unpacker_.room(codeBytes + BitUnpacker::kLoadReach);
     }
 
     ZUL_ALWAYS_INLINE void readFast(zul_QuantizedPoint& point, Cursor& cursor) const {
@@ -133,7 +152,7 @@ public:
         // fall short of it. Either way the fields come from the register without loads of their
         // own, which would lengthen the chain from one field to the next.
         if (cursor.pointInOneLoad) bits.refill();
-#pragma GCC unroll 4
+        ZUL_UNROLL_4
         for (int c = 0; c < kComponents; ++c) {
             const bool inRegister = cursor.prefixCodes[c] != nullptr;
             if (!cursor.pointInOneLoad && inRegister && bits.available() < cursor.componentBits[c])
@@ -240,6 +259,49 @@ private:
     PrefixCodeTable prefixCodes_[kComponents];
 };
 
+// A place for a reader left empty: always room, nothing to step.
+struct NoReader {
+    struct Cursor {};
+    bool hasRoom(size_t) const { return true; }
+    Cursor cursor() const { return {}; }
+    void keep(const Cursor&) {}
+    ZUL_ALWAYS_INLINE void readFast(zul_QuantizedPoint&, Cursor&) const {}
+};
+
+// Fast steps of up to four readers side by side, point after point, from the first record on:
+// runs of points with every reader's cursor in a local of its own for the length of a run, as
+// long as every reader has room. Readers over different streams step in turn, so that their
+// independent work overlaps; places left empty cost nothing, so that which readers take part is
+// fixed at compile time and the loop neither tests it nor loads anything again after the bytes
+// stored to the records. Returns the number of points read; the rest is left to checked steps.
+template <class R0, class R1 = NoReader, class R2 = NoReader, class R3 = NoReader>
+size_t readFastRuns(std::vector<zul_QuantizedPoint>& records, R0& r0, R1&& r1 = R1(),
+                    R2&& r2 = R2(), R3&& r3 = R3()) {
+    size_t next = 0;
+    for (size_t run = kFastRun; run > 0; run /= kRunShrink) {
+        while (records.size() - next >= run && r0.hasRoom(run) && r1.hasRoom(run) &&
+               r2.hasRoom(run) && r3.hasRoom(run)) {
+            auto c0 = r0.cursor();
+            auto c1 = r1.cursor();
+            auto c2 = r2.cursor();
+            auto c3 = r3.cursor();
+            zul_QuantizedPoint* point = records.data() + next;
+            for (zul_QuantizedPoint* const end = point + run; point != end; ++point) {
+                r0.readFast(*point, c0);
+                r1.readFast(*point, c1);
+                r2.readFast(*point, c2);
+                r3.readFast(*point, c3);
+            }
+            next += run;
+            r0.keep(c0);
+            r1.keep(c1);
+            r2.keep(c2);
+            r3.keep(c3);
+        }
+    }
+    return next;
+}
+
 // Fills the accessor's fields of `points`, which holds one record per point already. Bit lengths
 // above 64 (only a corrupt stream has them) read their bits and decode to some value; the caller's
 // check of the declared stream end refuses such a stream.
@@ -247,16 +309,7 @@ template <class Accessor>
 zul_Status readStreamBody(BitStreamIn& in, std::vector<zul_QuantizedPoint>& points,
                           const int* absoluteBits, const std::vector<int>* tables) {
     StreamBodyReader<Accessor> reader(in, absoluteBits, tables, points.size());
-    size_t next = 0;
-    // Fast steps in runs, the cursor in locals for the length of a run.
-    for (size_t run = kFastRun; run > 0; run /= 16) {
-        while (points.size() - next >= run && reader.hasRoom(run)) {
-            auto cursor = reader.cursor();
-            for (const size_t end = next + run; next < end; ++next)
-                reader.readFast(points[next], cursor);
-            reader.keep(cursor);
-        }
-    }
+    size_t next = readFastRuns(points, reader);
     reader.stopFast();
     for (; next < points.size(); ++next) reader.readChecked(points[next]);
     return reader.finish();

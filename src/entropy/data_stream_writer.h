@@ -12,6 +12,7 @@
 #include "entropy/delta_encoder.h"
 #include "entropy/quantized_point.h"
 #include "entropy/stream_coding.h"
+#include "frame/compiler.h"
 
 namespace zullib {
 
@@ -59,7 +60,7 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
                 gathered |= field << gatheredBits;
                 gatheredBits += fieldBits;
             };
-#pragma GCC unroll 4
+            ZUL_UNROLL_4
             for (int c = 0; c < kComponents; ++c) {
                 const int64_t current = Accessor::get(point, c);
                 const int64_t delta = Accessor::delta(c, previous[c], current);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "entropy/delta_decoder.h"
+#include "frame/compiler.h"
 #include "frame/wrapping.h"
 
 namespace zullib {
@@ -73,7 +74,7 @@ public:
     const Code* codes() const { return codes_; }
 
     // The count of ones before the first zero of `bits`, at most 63.
-    static int count(uint64_t bits) { return __builtin_ctzll(~bits | uint64_t{1} << 63); }
+    static int count(uint64_t bits) { return countTrailingZeros(~bits | uint64_t{1} << 63); }
 
 private:
     bool usable_ = false;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "frame/data_check.h"
 #include "frame/file_header.h"
 
 namespace {
@@ -90,7 +91,7 @@ zul_Status zul_in_ContextStruct::readNextChunk(bool headerOnly, int* numPoints) 
     if (status != zul_STATUS_OK) return status;
     // A chunk that does not begin with the stream's marker ends the reading: there is no search
     // for the next one.
-    if (!syncMarker.equals(markerBuffer)) return zul_STATUS_CORRUPT_DATA;
+    ZUL_REFUSE_UNLESS(syncMarker.equals(markerBuffer));
     file.read(chunkHeader.data(), chunkHeaderSize);
     status = readStatus(chunkHeaderSize);
     if (status != zul_STATUS_OK) return status;
@@ -100,7 +101,7 @@ zul_Status zul_in_ContextStruct::readNextChunk(bool headerOnly, int* numPoints) 
     // The decoder refuses sizes that add up to 2^31 or more, so the size is never negative; if
     // it ever were, it would be refused here rather than become a seek backwards, which would
     // make the count go round for ever.
-    if (bodySize < 0) return zul_STATUS_CORRUPT_DATA;
+    ZUL_REFUSE_UNLESS(bodySize >= 0);
     if (numPoints) zul_dec_getNumPointsInChunk(decoder, numPoints);
     if (headerOnly) {
         // Seeking past the end of the file is no failure: the next marker read finds the end.

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "frame/data_type.h"
+
 namespace {
 
 // A new array for `capacity` points of `components` values each, holding the first `kept` points
@@ -24,9 +26,10 @@ void zul_out_ContextStruct::resizeArrays(int32_t newCapacity) {
     const size_t kept = static_cast<size_t>(points.numPoints);
     // An allocation that throws leaves every array at least as large as `capacity` says.
     regrow(positions, 3, n, kept);
-    if (dataType.colorMode != zul_COLOR_NONE) regrow(colors, 3, n, kept);
-    if (dataType.reflectionMode != zul_REFLECTION_NONE) regrow(reflections, 1, n, kept);
-    if (dataType.normalMode != zul_NORMAL_NONE) regrow(normals, 3, n, kept);
+    const zullib::ChunkStreams streams(dataType);
+    if (streams.color) regrow(colors, 3, n, kept);
+    if (streams.reflection) regrow(reflections, 1, n, kept);
+    if (streams.normals) regrow(normals, 3, n, kept);
     points.positions = positions.get();
     points.colors = colors.get();
     points.reflections = reflections.get();

@@ -53,11 +53,8 @@ void DataType::init(zul_DataType& dataType, float quantizationStep, zul_ColorMod
 }
 
 int DataType::getChunkHeaderSize(const zul_DataType& dataType) {
-    int size = 56;
-    if (dataType.colorMode != zul_COLOR_NONE) size += 4;
-    if (dataType.reflectionMode != zul_REFLECTION_NONE) size += 4;
-    if (dataType.normalMode != zul_NORMAL_NONE) size += 4;
-    return size;
+    // The box (six 8-byte corners), the point count (4 bytes), then a 4-byte size per stream.
+    return 6 * 8 + 4 + 4 * ChunkStreams(dataType).count();
 }
 
 }  // namespace zullib

@@ -1,9 +1,28 @@
-// Static functions on zul_DataType: validity, equality, initialisation, chunk header size.
+// Static functions on zul_DataType: validity, equality, initialisation, chunk header size; and
+// which streams a chunk of that type has.
 #pragma once
 
 #include "zul.h"
 
 namespace zullib {
+
+// The streams of a chunk body, in the order they follow one another: the coordinates always, then
+// colour, reflection and normals as the data type has them. Every place that asks which
+// attributes a chunk (or a point array) carries asks here.
+struct ChunkStreams {
+    explicit ChunkStreams(const zul_DataType& dataType)
+        : color(dataType.colorMode != zul_COLOR_NONE),
+          reflection(dataType.reflectionMode != zul_REFLECTION_NONE),
+          normals(dataType.normalMode != zul_NORMAL_NONE) {}
+
+    bool anyAttribute() const { return color || reflection || normals; }
+    // The coordinate stream and one for each attribute present.
+    int count() const { return 1 + int{color} + int{reflection} + int{normals}; }
+
+    bool color;
+    bool reflection;
+    bool normals;
+};
 
 class ZUL_API DataType {
 public:

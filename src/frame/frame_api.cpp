@@ -10,9 +10,9 @@ using zullib::Header2;
 
 extern "C" {
 
-ZUL_API int zul_libversion_major(void) { return 1; }
-ZUL_API int zul_libversion_minor(void) { return 1; }
-ZUL_API int zul_libversion_patch(void) { return 0; }
+ZUL_API int zul_libversion_major(void) { return ZUL_VERSION_MAJOR; }
+ZUL_API int zul_libversion_minor(void) { return ZUL_VERSION_MINOR; }
+ZUL_API int zul_libversion_patch(void) { return ZUL_VERSION_PATCH; }
 
 ZUL_API void zul_init_headers(zul_DataType* dataType, zul_Header2* header) {
     if (dataType)

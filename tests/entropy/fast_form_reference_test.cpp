@@ -1,0 +1,245 @@
+// Each fast form of the stream coding against the plain form it replaces: the range search over
+// fixed arrays (DeltaEncoder) and the whole-code table (DeltaCodeTable) against CVR's search and
+// field-by-field writing, the decoding look-up (CodeLookup) against reading a code bit by bit, and
+// the word-at-a-time bit writer and reader against BitStreamOut and BitStreamIn.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <ostream>
+#include <random>
+#include <vector>
+
+#include "entropy/bit_packer.h"
+#include "entropy/bit_stream_in.h"
+#include "entropy/bit_stream_out.h"
+#include "entropy/bit_unpacker.h"
+#include "entropy/code_lookup.h"
+#include "entropy/cvr.h"
+#include "entropy/delta_decoder.h"
+#include "entropy/delta_encoder.h"
+
+using namespace zullib;
+
+namespace {
+
+struct TableCase {
+    std::vector<int> table;
+    int absoluteBits;
+    bool nonNegative;
+};
+
+void PrintTo(const TableCase& c, std::ostream* os) {
+    *os << "table {";
+    for (int length : c.table) *os << " " << length;
+    *os << " }, " << c.absoluteBits << " bits" << (c.nonNegative ? ", non-negative" : "");
+}
+
+class FastForms : public ::testing::TestWithParam<TableCase> {
+protected:
+    void SetUp() override {
+        const TableCase& c = GetParam();
+        lastPrefix = static_cast<int>(c.table.size()) - 1;
+        CVR::buildRangeLookupTable(lookup, c.table, c.absoluteBits, c.nonNegative);
+    }
+    // Range bounds and their neighbours, the extremes, and random deltas of every width.
+    std::vector<int64_t> deltas() const {
+        std::vector<int64_t> out = {0, 1, -1, INT64_MIN, INT64_MAX};
+        for (const auto* side : {&lookup.positiveRanges, &lookup.negativeRanges})
+            for (const CVR::RangeEntry& e : *side)
+                for (int64_t d : {e.minDelta, e.maxDelta})
+                    for (int64_t step : {-1, 0, 1})
+                        if ((step < 0 && d > INT64_MIN) || (step > 0 && d < INT64_MAX) || !step)
+                            out.push_back(d + step);
+        std::mt19937_64 random(11);
+        for (int i = 0; i < 300; ++i)
+            out.push_back(static_cast<int64_t>(random()) >> (random() % 64));
+        return out;
+    }
+    CVR::LookupTable lookup;
+    int lastPrefix = 0;
+};
+
+// The plain writer: prefix ones closed by a zero unless last, then the payload, one field each.
+std::vector<unsigned char> plainCode(const CVR::LookupTable& lookup, int lastPrefix, int64_t delta,
+                                     int64_t current, int& bits) {
+    int64_t value;
+    int prefix, numBits;
+    CVR::encodeDeltaOrAbsolute(value, prefix, numBits, lookup, current, delta);
+    std::vector<unsigned char> buffer;
+    BitStreamOut out(buffer, 0);
+    out.writeBits((uint64_t{1} << prefix) - 1, prefix < lastPrefix ? prefix + 1 : prefix);
+    out.writeBits(static_cast<uint64_t>(value), numBits);
+    bits = static_cast<int>(out.bytePosition * 8 + out.bitPosition);
+    out.alignToByte();
+    buffer.resize(static_cast<size_t>(out.bytePosition));
+    return buffer;
+}
+
+TEST_P(FastForms, DeltaEncoderFindsTheRangesCvrFinds) {
+    const DeltaEncoder encoder(lookup);
+    ASSERT_TRUE(encoder.usable());
+    for (int64_t delta : deltas()) {
+        int64_t value, expectedValue;
+        int prefix, numBits, expectedPrefix, expectedBits;
+        const bool escape = encoder.encode(delta, 12345, value, prefix, numBits);
+        CVR::encodeDeltaOrAbsolute(expectedValue, expectedPrefix, expectedBits, lookup, 12345,
+                                   delta);
+        SCOPED_TRACE(::testing::Message() << "delta " << delta);
+        EXPECT_EQ(prefix, expectedPrefix);
+        EXPECT_EQ(numBits, expectedBits);
+        EXPECT_EQ(value, expectedValue);
+        const auto& side = delta >= 0 ? lookup.positiveRanges : lookup.negativeRanges;
+        EXPECT_EQ(escape, static_cast<size_t>(prefix) < side.size() &&
+                              side[static_cast<size_t>(prefix)].maxDelta == INT64_MAX);
+    }
+}
+
+TEST_P(FastForms, DeltaCodeTableWritesThePlainCodes) {
+    const TableCase& c = GetParam();
+    const DeltaCodeTable codes(DeltaEncoder(lookup), lastPrefix, c.absoluteBits);
+    if (c.absoluteBits > DeltaCodeTable::kMaxWidth) {
+        uint64_t field;
+        int numBits;
+        EXPECT_FALSE(codes.code(0, 0, field, numBits));
+        return;
+    }
+    // Every value pair of the component: the delta and the value it leads to.
+    const int64_t bound = (int64_t{1} << c.absoluteBits) - 1;
+    for (int64_t current = 0; current <= bound; current += 1 + bound / 97)
+        for (int64_t delta = -bound; delta <= bound; ++delta) {
+            if (c.nonNegative && delta < 0) continue;
+            uint64_t field;
+            int numBits, expectedBits;
+            ASSERT_TRUE(codes.code(delta, current, field, numBits));
+            const std::vector<unsigned char> expected =
+                plainCode(lookup, lastPrefix, delta, current, expectedBits);
+            std::vector<unsigned char> buffer;
+            BitStreamOut out(buffer, 0);
+            out.writeBits(field, numBits);
+            out.alignToByte();
+            buffer.resize(static_cast<size_t>(out.bytePosition));
+            ASSERT_EQ(numBits, expectedBits) << "delta " << delta << ", value " << current;
+            ASSERT_EQ(buffer, expected) << "delta " << delta << ", value " << current;
+        }
+    uint64_t field;
+    int numBits;
+    EXPECT_FALSE(codes.code(bound + 1, 0, field, numBits));
+    EXPECT_FALSE(codes.code(-bound - 1, 0, field, numBits));
+}
+
+TEST_P(FastForms, CodeLookupReadsThePlainCodes) {
+    const TableCase& c = GetParam();
+    const CodeLookup codes(c.table, lastPrefix, c.nonNegative, DeltaDecoder(lookup));
+    for (uint64_t pattern = 0; pattern <= CodeLookup::kPeekMask; ++pattern) {
+        // The plain reader: the prefix bit by bit, then the payload, sign-extended if signed.
+        const unsigned char bytes[8] = {static_cast<unsigned char>(pattern),
+                                        static_cast<unsigned char>(pattern >> 8)};
+        BitStreamIn in(bytes, 8, 0);
+        int prefix = 0;
+        while (prefix < lastPrefix && in.readBits(1) == 1) ++prefix;
+        const int length = c.table[static_cast<size_t>(prefix)];
+        const CodeLookup::Entry& entry = codes.entries()[pattern];
+        SCOPED_TRACE(::testing::Message() << "pattern " << pattern);
+        if (length == 255) {
+            EXPECT_EQ(entry.bits, 0);
+            continue;
+        }
+        uint64_t raw = in.readBits(length);
+        const int used = static_cast<int>(in.bytePosition * 8 + in.bitPosition);
+        if (!c.nonNegative && length > 0 && ((raw >> (length - 1)) & 1) != 0)
+            raw |= ~uint64_t{0} << length;
+        int64_t delta;
+        CVR::decodeDelta(delta, lookup, static_cast<int64_t>(raw), prefix);
+        if (used > CodeLookup::kPeekBits || delta < INT32_MIN || delta > INT32_MAX) {
+            EXPECT_EQ(entry.bits, 0);
+            continue;
+        }
+        EXPECT_EQ(entry.bits, used);
+        EXPECT_EQ(entry.delta, delta);
+    }
+}
+
+// Signed and unsigned components, escapes, empty payloads, one-entry tables, codes longer than
+// the look-up's bits, components too wide for the code table, a table as long as the arrays hold.
+INSTANTIATE_TEST_SUITE_P(Tables, FastForms,
+                         ::testing::Values(TableCase{{0, 2, 4, 255}, 8, false},
+                                           TableCase{{0, 1, 3, 255}, 8, true},
+                                           TableCase{{2, 6}, 6, false}, TableCase{{0}, 5, true},
+                                           TableCase{{255}, 7, false},
+                                           TableCase{{1, 2, 3, 4, 5, 6, 9, 255}, 10, false},
+                                           TableCase{{0, 3, 8, 255}, 10, true},
+                                           TableCase{{2, 5, 11, 17, 255}, 40, false},
+                                           TableCase{{4, 16, 32, 255}, 24, true}));
+
+// Field widths to draw from: narrow fields, any width the word takes, and wide ones.
+class BitForms : public ::testing::TestWithParam<int> {};
+
+TEST_P(BitForms, PackerWritesTheBytesOfTheBitWriter) {
+    const int widest = GetParam();
+    std::mt19937_64 random(static_cast<uint64_t>(widest));
+    for (int offset : {0, 3}) {
+        // The bytes before the start are kept; stale bytes after it are overwritten.
+        std::vector<unsigned char> plain(offset, 0xAB), fast(plain);
+        fast.resize(200, 0xCD);
+        BitStreamOut reference(plain, offset), out(fast, offset);
+        BitPacker packer(out, 4000);
+        for (int i = 0; i < 400; ++i) {
+            const int numBits = static_cast<int>(random() % (widest + 1));
+            const uint64_t value = random();
+            reference.writeBits(value, numBits);
+            if (numBits <= 56)
+                packer.put(numBits ? value & (~uint64_t{0} >> (64 - numBits)) : 0, numBits);
+            else
+                packer.putWide(value, numBits);
+        }
+        reference.alignToByte();
+        packer.finish();
+        ASSERT_EQ(out.bytePosition, reference.bytePosition);
+        fast.resize(static_cast<size_t>(out.bytePosition));
+        plain.resize(static_cast<size_t>(reference.bytePosition));
+        EXPECT_EQ(fast, plain);
+    }
+}
+
+TEST_P(BitForms, UnpackerReadsTheFieldsOfTheBitReader) {
+    const int widest = GetParam();
+    std::mt19937_64 random(static_cast<uint64_t>(widest) + 100);
+    std::vector<unsigned char> bytes;
+    BitStreamOut out(bytes, 0);
+    for (int i = 0; i < 2000; ++i) out.writeBits(random(), 64);
+    bytes.resize(static_cast<size_t>(out.bytePosition));
+    BitStreamIn plain(bytes.data(), static_cast<int64_t>(bytes.size()), 1);
+    plain.readBits(5);
+    BitUnpacker fast(plain);
+    // Fields, prefixes and peeked bits in turn, while the reader's room allows.
+    while (fast.room(16)) {
+        const int numBits = static_cast<int>(random() % (widest + 1));
+        switch (random() % 3) {
+            case 0:
+                ASSERT_EQ(fast.read(numBits), plain.readBits(numBits));
+                break;
+            case 1: {
+                const int limit = 1 + static_cast<int>(random() % 56);
+                int expected = 0;
+                while (expected < limit && plain.readBits(1) == 1) ++expected;
+                ASSERT_EQ(fast.prefix(limit), expected);
+                break;
+            }
+            default: {
+                const int used = numBits > 56 ? 56 : numBits;
+                const uint64_t mask = used ? ~uint64_t{0} >> (64 - used) : 0;
+                ASSERT_EQ(fast.peek() & mask, plain.readBits(used));
+                fast.skip(used);
+            }
+        }
+    }
+    BitStreamIn handedBack(bytes.data(), static_cast<int64_t>(bytes.size()), 0);
+    fast.finish(handedBack);
+    EXPECT_EQ(handedBack.bytePosition, plain.bytePosition);
+    EXPECT_EQ(handedBack.bitPosition, plain.bitPosition);
+    EXPECT_FALSE(plain.errorFlag);
+}
+
+INSTANTIATE_TEST_SUITE_P(Widths, BitForms, ::testing::Values(1, 8, 33, 56, 64));
+
+}  // namespace
