@@ -1,7 +1,10 @@
-// The chunk index on whole, damaged and truncated streams, from a file and from a buffer: what it
-// lists, where it stops and why, and the boxes, which hold every point a reader gets.
+// Damage and bad arguments: the chunk index on whole, damaged and truncated streams, from a file
+// and from a buffer (what it lists, where it stops and why); the bulk decoder and encoder naming
+// the first bad chunk; every refused argument. (The index's boxes are checked by the box queries
+// of the round trips, which would miss points of a box too small.)
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <functional>
 
 #include "bulk/bulk_support.h"
@@ -25,6 +28,7 @@ struct DamageCase {
     zul_Status status;       // of zul_idx_getDamage
     int64_t listed;          // chunks listed
     int64_t damageOffsetOf;  // damage offset: the good file's chunk offset of this chunk
+    int64_t badBody = -1;    // a chunk the index lists whose body the decoder refuses
 };
 
 void putInt32(std::vector<char>& bytes, int64_t at, uint32_t value) {
@@ -34,6 +38,10 @@ void putInt32(std::vector<char>& bytes, int64_t at, uint32_t value) {
 
 const DamageCase kCases[] = {
     {"whole", [](auto&, auto&) {}, zul_STATUS_OK, zul_STATUS_OK, 5, -1},
+    // The table of the coordinate stream's first component (behind a chunk header of 64 bytes):
+    // a 255 before the last entry.
+    {"body of chunk 3", [](auto& b, auto& c) { b[static_cast<size_t>(c[3] + 16 + 64 + 1)] = -1; },
+     zul_STATUS_OK, zul_STATUS_OK, 5, -1, 3},
     {"marker of chunk 2", [](auto& b, auto& c) { b[static_cast<size_t>(c[2] + 3)] ^= 1; },
      zul_STATUS_OK, zul_STATUS_CORRUPT_DATA, 2, 2},
     {"box of chunk 1 upside down",
@@ -81,6 +89,8 @@ TEST_P(ChunkIndexTest, ListsChunksUpToTheFirstDamage) {
     const Arrays cloud = makeCloud(type, kPoints, 7);
     const std::string good = path("good.zul"), bad = path("bad.zul");
     writeWithWriter(good, cloud, type, nullptr, kChunk);
+    zul_Status end;
+    const std::vector<zul_Point> expected = readWithReader(good, &end);
     std::vector<char> bytes = fileBytes(good);
     std::vector<int64_t> offsets;
     {
@@ -130,53 +140,135 @@ TEST_P(ChunkIndexTest, ListsChunksUpToTheFirstDamage) {
         }
         zul_idx_Chunk chunk;
         EXPECT_EQ(zul_idx_getChunk(handle.index, chunks, &chunk), zul_STATUS_INVALID_ARGUMENT);
+        // The bulk decoder names the first bad chunk and delivers the ones before it whole.
+        const int64_t bad = GetParam().badBody >= 0 ? GetParam().badBody : chunks;
+        const zul_Status decoded =
+            GetParam().badBody >= 0 ? zul_STATUS_CORRUPT_DATA : GetParam().status;
+        for (int threads : {1, 3}) {
+            Arrays out;
+            out.resize(type, kPoints);
+            zul_bulk_Points given = out.view();
+            int64_t failed = -7;
+            EXPECT_EQ(zul_bulk_decode(handle.index, threads, &given, &failed), decoded);
+            EXPECT_EQ(failed, decoded == zul_STATUS_OK ? -1 : bad);
+            ASSERT_EQ(given.numPoints, std::min<int64_t>(kPoints, bad * kChunk));
+            for (int64_t i = 0; i < given.numPoints; ++i)
+                expectSamePoint(out.point(i), expected[static_cast<size_t>(i)], type, i);
+        }
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Streams, ChunkIndexTest, ::testing::ValuesIn(kCases), NameOfCase());
 
-// The box of a chunk holds every point the reader gives for it; without a matrix its corners are
-// points' coordinates, with one the corners' images bound the points.
-class ChunkBoxTest : public TempFolderTest, public ::testing::WithParamInterface<int> {};
+class BulkDecodeDamageTest : public TempFolderTest {};
 
-TEST_P(ChunkBoxTest, HoldsEveryPointOfTheChunk) {
-    const bool turned = GetParam() != 0, applied = GetParam() == 2;
-    const zul_DataType type = dataType(zul_COLOR_NONE, false, false);
-    const zul_Header2 header = turningHeader();
-    const Arrays cloud = makeCloud(type, 2500, 3);
-    const std::string file = path("cloud.zul");
-    writeWithWriter(file, cloud, type, turned ? &header : nullptr, 600);
-    zul_dec_Params params{};
-    params.applyTransformation = applied ? 1 : 0;
-    zul_Status end;
-    const std::vector<zul_Point> points = readWithReader(file, &end, &params);
-    ASSERT_EQ(end, zul_STATUS_END_OF_FILE);
-    IndexHandle handle;
-    ASSERT_EQ(zul_idx_openFile(&handle.index, file.c_str(), &params), zul_STATUS_OK);
-    size_t next = 0;
-    for (int64_t k = 0; k < 5; ++k) {
-        zul_idx_Chunk chunk;
-        ASSERT_EQ(zul_idx_getChunk(handle.index, k, &chunk), zul_STATUS_OK);
-        double low[3] = {INFINITY, INFINITY, INFINITY}, high[3] = {-INFINITY, -INFINITY, -INFINITY};
-        for (int32_t i = 0; i < chunk.numPoints; ++i, ++next) {
-            for (int a = 0; a < 3; ++a) {
-                low[a] = std::min(low[a], points[next].position[a]);
-                high[a] = std::max(high[a], points[next].position[a]);
-            }
-        }
-        for (int a = 0; a < 3; ++a) {
-            EXPECT_LE(chunk.min[a], low[a]);
-            EXPECT_GE(chunk.max[a], high[a]);
-            if (!applied) {
-                EXPECT_EQ(chunk.min[a], low[a]);
-                EXPECT_EQ(chunk.max[a], high[a]);
-                EXPECT_EQ(chunk.min[a], static_cast<double>(chunk.gridMin[a]) * 0.001f);
-            }
-        }
+// A normal too short to encode in chunk 2 of 4: that chunk is named and the file holds the two
+// before it, as the reader finds.
+TEST_F(BulkDecodeDamageTest, NamesTheChunkTheEncoderRefuses) {
+    const zul_DataType type = dataType(zul_COLOR_NONE, false, true);
+    Arrays cloud = makeCloud(type, 400, 4);
+    cloud.normals[3 * 250] = cloud.normals[3 * 250 + 1] = cloud.normals[3 * 250 + 2] = 0.0f;
+    const zul_bulk_Points points = cloud.view();
+    const std::string file = path("refused.zul");
+    for (int threads : {1, 2, 3}) {
+        int64_t failed = -1;
+        EXPECT_EQ(zul_bulk_encodeFile(file.c_str(), &type, nullptr, &points, nullptr, 0, 100,
+                                      threads, &failed),
+                  zul_STATUS_INVALID_ARGUMENT);
+        EXPECT_EQ(failed, 2);
+        zul_Status end;
+        EXPECT_EQ(readWithReader(file, &end).size(), 200u);
+        EXPECT_EQ(end, zul_STATUS_END_OF_FILE);
     }
-    EXPECT_EQ(next, points.size());
 }
 
-INSTANTIATE_TEST_SUITE_P(Frames, ChunkBoxTest, ::testing::Values(0, 1, 2));
+TEST_F(BulkDecodeDamageTest, RefusesBadArguments) {
+    const zul_DataType type = dataType(zul_COLOR_RGB888, false, false);
+    const std::string file = path("cloud.zul");
+    Arrays out = makeCloud(type, 1000, 5);
+    writeWithWriter(file, out, type, nullptr, kChunk);
+    IndexHandle handle, failed;
+    ASSERT_EQ(zul_idx_openFile(&handle.index, file.c_str(), nullptr), zul_STATUS_OK);
+    EXPECT_EQ(zul_idx_openFile(&failed.index, path("missing.zul").c_str(), nullptr),
+              zul_STATUS_READ_ERROR);
+    zul_DataType badType = type;
+    badType.quantizationStep = 0.0f;
+    const std::string never = path("never.zul");
+    const char* f = never.c_str();
+    const int32_t shortPlan[] = {500, 499}, longPlan[] = {500, 501}, zeroPlan[] = {0, 1000};
+    const double nan = std::nan(""), low[3] = {0, 0, 0}, high[3] = {1, 1, 1};
+    const double upside[3] = {1, -1, 1}, withNan[3] = {0, nan, 0};
+    const int64_t outside[1] = {2};
+    int64_t n = 0;
+    zul_bulk_Points points = out.view();
+    zul_bulk_Points noColors = out.view();
+    noColors.colors = nullptr;
+    zul_bulk_Points small = out.view();
+    small.numPoints = 999;
+    zul_dec_Params params{};
+    params.applyTransformation = 2;
+    IndexHandle badParams, nullPath;
+    const struct {
+        const char* name;
+        zul_Status got, expected;
+    } cases[] = {
+        {"null index", zul_bulk_decode(nullptr, 1, &points, nullptr), zul_STATUS_INVALID_ARGUMENT},
+        {"negative threads", zul_bulk_decode(handle.index, -1, &points, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"null points", zul_bulk_decode(handle.index, 1, nullptr, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"missing colours", zul_bulk_decode(handle.index, 1, &noColors, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"too little room", zul_bulk_decode(handle.index, 1, &small, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"chunk outside", zul_bulk_decodeChunks(handle.index, outside, 1, 1, &points, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"failed index", zul_bulk_decode(failed.index, 1, &points, nullptr),
+         zul_STATUS_INVALID_STATE},
+        {"box upside down", zul_idx_selectBox(handle.index, low, upside, nullptr, 0, &n),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"box with NaN", zul_idx_selectBox(handle.index, withNan, high, nullptr, 0, &n),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"box of a failed index", zul_idx_selectBox(failed.index, low, high, nullptr, 0, &n),
+         zul_STATUS_INVALID_STATE},
+        {"negative allocation", zul_bulk_allocate(handle.index, -1, &points),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"bad params", zul_idx_openFile(&badParams.index, file.c_str(), &params),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"null path", zul_idx_openFile(&nullPath.index, nullptr, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"encode to a null path",
+         zul_bulk_encodeFile(nullptr, &type, nullptr, &points, nullptr, 0, 0, 1, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"encode an invalid type",
+         zul_bulk_encodeFile(f, &badType, nullptr, &points, nullptr, 0, 0, 1, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"encode without colours",
+         zul_bulk_encodeFile(f, &type, nullptr, &noColors, nullptr, 0, 0, 1, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"encode on negative threads",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, nullptr, 0, 0, -2, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"encode negative chunks",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, nullptr, 0, -1, 1, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"plan too short",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, shortPlan, 2, 0, 1, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"plan too long",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, longPlan, 2, 0, 1, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"empty chunk in plan",
+         zul_bulk_encodeFile(f, &type, nullptr, &points, zeroPlan, 2, 0, 1, nullptr),
+         zul_STATUS_INVALID_ARGUMENT},
+        {"encode into a missing folder",
+         zul_bulk_encodeFile(path("no/such/folder.zul").c_str(), &type, nullptr, &points, nullptr,
+                             0, 0, 1, nullptr),
+         zul_STATUS_WRITE_ERROR},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.got, c.expected) << c.name;
+    EXPECT_EQ(points.numPoints, 1000);  // refused calls leave the record alone
+    EXPECT_FALSE(std::filesystem::exists(never));
+}
 
 }  // namespace

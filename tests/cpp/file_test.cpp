@@ -1,5 +1,5 @@
-// zul::Writer and zul::Reader: a file written and read back, the range over its points, the
-// count, every refusal as zul::Error with its status, destructors that close without throwing,
+// zul::Writer and zul::Reader (whose round trips the table of every combination checks): wide
+// paths, every refusal as zul::Error with its status, destructors that close without throwing,
 // and moves that leave the moved-from object owning nothing.
 #include <gtest/gtest.h>
 
@@ -18,50 +18,10 @@ using WriterReader = TempFolderTest;
 const zul_DataType kAllAttributes =
     zul::DataType{}.step(0.001f).color(zul_COLOR_RGB888).reflection(255).normals();
 
-// A file of `count` sample points with every attribute, written and closed.
-void writeSample(const std::string& path, int count, uint32_t seed) {
-    zul::Writer writer(path, kAllAttributes);
-    for (const zul_Point& p : samplePoints(count, seed)) writer.write(p);
-    writer.close();
-}
-
 std::vector<zul_Point> readAll(zul::Reader& reader) {
     std::vector<zul_Point> points;
     for (const zul_Point& p : reader) points.push_back(p);
     return points;
-}
-
-TEST_F(WriterReader, PointsComeBackAsTheCReaderReadsThem) {
-    zul::Writer writer(path("a.zul"), kAllAttributes);
-    writer.setChunkSize(1000);
-    for (const zul_Point& p : samplePoints(2500, 21)) writer.write(p);
-    EXPECT_TRUE(writer.isOpen());
-    writer.close();
-    EXPECT_FALSE(writer.isOpen());
-    writer.close();  // closing again does nothing
-
-    zul::Reader reader(path("a.zul"));
-    EXPECT_EQ(reader.dataType().maxReflection, 255);
-    EXPECT_EQ(reader.numPoints(), 2500);
-    zul_Point p{};
-    ASSERT_TRUE(reader.read(p));
-    std::vector<zul_Point> read = readAll(reader);  // the range goes on where read stopped
-    read.insert(read.begin(), p);
-    expectSamePoints(read, readWithC(path("a.zul")));
-    EXPECT_EQ(reader.numPoints(), 2500);
-    EXPECT_FALSE(reader.read(p));  // the end stays the end
-    EXPECT_TRUE(readAll(reader).empty());
-}
-
-TEST_F(WriterReader, TheSensorHeaderIsAppliedUnlessAskedNotTo) {
-    {
-        zul::Writer writer(path("a.zul"), zul::DataType{}.step(0.001f),
-                           zul::Header2{}.translation(0, 0, 5));
-        writer.write(samplePoints(1, 23)[0]);
-    }
-    zul::Reader moved(path("a.zul")), stored(path("a.zul"), false);
-    EXPECT_TRUE(moved.header2().hasTranslation);
-    EXPECT_NEAR(readAll(moved).at(0).position[2] - readAll(stored).at(0).position[2], 5.0, 1e-9);
 }
 
 TEST_F(WriterReader, WidePathsAreOpenedAsUtf8) {
@@ -86,17 +46,16 @@ TEST_F(WriterReader, OpeningFailuresNameThePathAndStatus) {
         EXPECT_EQ(std::string(e.what()),
                   path("no/such/folder.zul") + ": zul_out_open2: zul_STATUS_WRITE_ERROR (4)");
     }
-    EXPECT_EQ(statusOf([&] { zul::Writer w(path("a.zul"), zul::DataType{}.step(-1.0f)); }),
-              zul_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(statusOf([&] { zul::Reader r(path("missing.zul")); }), zul_STATUS_READ_ERROR);
     writeBytes(path("text.zul"), std::vector<uint8_t>(64, 'x'));
     EXPECT_EQ(statusOf([&] { zul::Reader r(path("text.zul")); }), zul_STATUS_BAD_SIGNATURE);
-    writeBytes(path("short.zul"), std::vector<uint8_t>(3, 0));
-    EXPECT_EQ(statusOf([&] { zul::Reader r(path("short.zul")); }), zul_STATUS_TRUNCATED);
 }
 
 TEST_F(WriterReader, ACutFileThrowsFromTheRange) {
-    writeSample(path("a.zul"), 100, 25);
+    {
+        zul::Writer writer(path("a.zul"), kAllAttributes);
+        for (const zul_Point& p : samplePoints(100, 25)) writer.write(p);
+    }
     std::vector<uint8_t> bytes = fileBytes(path("a.zul"));
     bytes.resize(bytes.size() - 1);
     writeBytes(path("a.zul"), bytes);
