@@ -167,4 +167,71 @@ INSTANTIATE_TEST_SUITE_P(Shapes, AwkwardClouds,
                          ::testing::Values(Shape::Nan, Shape::OnePosition, Shape::SinglePoint,
                                            Shape::Line, Shape::Plane, Shape::Huge, Shape::Tiny));
 
+// An airborne-like strip, as large inputs are: scan lines across x, flown along y, with terrain,
+// colour and intensity that change smoothly and some noise.
+std::vector<zul_Point> flightStrip(int lines, int perLine) {
+    std::mt19937 random(4);
+    std::normal_distribution<double> noise(0, 1);
+    std::vector<zul_Point> points;
+    for (int line = 0; line < lines; ++line) {
+        for (int k = 0; k < perLine; ++k) {
+            zul_Point p = {};
+            const int a = line % 2 == 0 ? k : perLine - 1 - k;
+            p.position[0] = 0.5 * a + 0.05 * noise(random);
+            p.position[1] = 0.5 * line + 0.05 * noise(random);
+            const double x = p.position[0], y = p.position[1];
+            const bool roof = std::fmod(x, 60) < 25 && std::fmod(y, 50) < 20;
+            p.position[2] = 100 + 10 * std::sin(x / 70) * std::cos(y / 90) + (roof ? 8 : 0) +
+                            0.03 * noise(random);
+            for (int c = 0; c < 3; ++c)
+                p.color[c] = static_cast<uint8_t>(std::clamp(
+                    120 + 50 * std::sin(x / (9 + c) + y / 13) + 5 * noise(random), 0.0, 255.0));
+            p.reflection = static_cast<int32_t>(
+                std::clamp(9000 + (roof ? 6000 : 0) + 400 * noise(random), 0.0, 65535.0));
+            points.push_back(p);
+        }
+    }
+    return points;
+}
+
+// What a sample says a cutting costs is within 1% of what the whole cutting costs.
+TEST(BlockPlanner, EstimatesFromSamplesHoldWithinOnePercent) {
+    const std::vector<zul_Point> strip = flightStrip(600, 1000);
+    zul_DataType type;
+    zul_init_headers(&type, nullptr);
+    type.quantizationStep = 0.01f;
+    type.colorMode = zul_COLOR_RGB888;
+    type.reflectionMode = zul_REFLECTION_CLAMPED;
+    type.maxReflection = 65535;
+    zulplan::ChunkEncoder encoder(type, nullptr);
+    zulplan::BlockPlannerOptions options;
+    options.exactLimit = 0;
+    zulplan::BlockPlanner planner(encoder, options);
+    zulplan::Candidate chosen;
+    zulplan::Estimate cost, inputCost;
+    ASSERT_EQ(planner.choose(strip, chosen, cost, inputCost), zul_STATUS_OK);
+    ASSERT_FALSE(cost.exact);
+    EXPECT_EQ(chosen.kind, zulplan::Candidate::Strips);
+    // Weighed on two threads, the same choice at the same cost.
+    zulplan::ChunkEncoder second(type, nullptr);
+    zulplan::BlockPlanner sideBySide(encoder, options);
+    sideBySide.addEncoder(second);
+    zulplan::Candidate twin;
+    zulplan::Estimate twinCost, twinInput;
+    ASSERT_EQ(sideBySide.choose(strip, twin, twinCost, twinInput), zul_STATUS_OK);
+    EXPECT_EQ(twin.describe(), chosen.describe());
+    EXPECT_EQ(twinCost.bytes, cost.bytes);
+    EXPECT_EQ(twinInput.bytes, inputCost.bytes);
+    for (const zulplan::Candidate& candidate : planner.candidates(strip)) {
+        zulplan::Estimate estimate;
+        ASSERT_EQ(planner.estimate(strip, candidate, estimate), zul_STATUS_OK);
+        zulplan::Cutting cutting;
+        planner.cut(strip, candidate, cutting);
+        uint64_t exact = 0;
+        ASSERT_EQ(encoder.measure(strip.data(), cutting, exact), zul_STATUS_OK);
+        EXPECT_NEAR(static_cast<double>(estimate.bytes), static_cast<double>(exact), 0.01 * exact)
+            << candidate.describe();
+    }
+}
+
 }  // namespace
