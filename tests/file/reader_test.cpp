@@ -110,7 +110,9 @@ TEST_F(ReaderTest, CutAtEveryByte) {
             }
             EXPECT_EQ(reading.points, expected);
             EXPECT_EQ(reading.end, boundary ? END : CUT);
-            if (counting) EXPECT_EQ(count, int64_t(complete + (inBody ? chunkPoints[chunk] : 0)));
+            if (counting) {
+                EXPECT_EQ(count, int64_t(complete + (inBody ? chunkPoints[chunk] : 0)));
+            }
         }
     }
 }
