@@ -1,39 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "frame/data_type.h"
-#include "support/point_cloud.h"
 #include "support/stream_codec.h"
 #include "support/test_names.h"
 #include "zul.h"
 
 namespace {
-
-// An encoder whose marker comes from a fixed seed, so that chunks of two contexts compare.
-struct Encoder {
-    explicit Encoder(const zul_DataType& dataType) {
-        zul_test_useFixedRandomSeed(true, 5489);
-        EXPECT_EQ(zul_enc_open(&context, &dataType), zul_STATUS_OK);
-        zul_test_useFixedRandomSeed(false, 0);
-    }
-    ~Encoder() { zul_enc_close(&context); }
-
-    Bytes encode(PointCloud& cloud, zul_Status expected = zul_STATUS_OK) {
-        const zul_PointData data = cloud.data();
-        const char* bytes = nullptr;
-        int size = -1;
-        EXPECT_EQ(zul_enc_encodeChunk(context, &bytes, &size, &data), expected);
-        return bytes ? Bytes(bytes, static_cast<size_t>(size)) : Bytes();
-    }
-
-    zul_enc_Context context = nullptr;
-};
 
 Bytes hex(const Bytes& bytes) {
     static const char digits[] = "0123456789ABCDEF";
@@ -62,29 +38,25 @@ PointCloud cloudOf(int copies, std::vector<double> positions, const uint8_t (&rg
 
 const long long kMax = INT64_MAX, kMin = INT64_MIN;
 
-// The chunk's box corners and count.
-void expectFront(const Bytes& chunk, const long long (&low)[3], const long long (&high)[3],
-                 int count) {
-    const unsigned char* front = reinterpret_cast<const unsigned char*>(chunk.data()) + 16;
-    for (int k = 0; k < 3; ++k) {
-        EXPECT_EQ(static_cast<long long>(zullib::loadLE(front + 8 * k, 8)), low[k]) << k;
-        EXPECT_EQ(static_cast<long long>(zullib::loadLE(front + 24 + 8 * k, 8)), high[k]) << k;
-    }
-    EXPECT_EQ(zullib::loadLE(front + 48, 4), static_cast<uint64_t>(count));
-}
-
 class ChunkEdges : public ::testing::TestWithParam<EdgeCase> {};
 
+// The exact size and streams, then the box corners and the count.
 TEST_P(ChunkEdges, HaveTheirExactSizeAndStreams) {
-    EdgeCase c = GetParam();
-    Encoder encoder(c.dataType);
-    const Bytes chunk = encoder.encode(c.cloud);
+    const EdgeCase& c = GetParam();
+    std::vector<PointCloud> clouds = {c.cloud};
+    const EncodedStream stream = encodeStream(c.dataType, nullptr, clouds);
+    const Bytes chunk = stream.markers[0] + stream.chunkHeaders[0] + stream.bodies[0];
     ASSERT_EQ(static_cast<int>(chunk.size()), c.size);
     const int bodyOffset = 16 + zullib::DataType::getChunkHeaderSize(c.dataType);
     Bytes body = c.body;
     body.erase(std::remove(body.begin(), body.end(), ' '), body.end());
     EXPECT_EQ(hex(chunk.substr(bodyOffset)), body);
-    expectFront(chunk, c.boxMin, c.boxMax, c.cloud.size());
+    const unsigned char* front = reinterpret_cast<const unsigned char*>(chunk.data()) + 16;
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(static_cast<long long>(zullib::loadLE(front + 8 * k, 8)), c.boxMin[k]) << k;
+        EXPECT_EQ(static_cast<long long>(zullib::loadLE(front + 24 + 8 * k, 8)), c.boxMax[k]) << k;
+    }
+    EXPECT_EQ(zullib::loadLE(front + 48, 4), static_cast<uint64_t>(c.cloud.size()));
 }
 
 const zul_DataType kPlain = makeDataType(1.0f, zul_COLOR_NONE, 0, false);
@@ -116,38 +88,5 @@ INSTANTIATE_TEST_SUITE_P(
         EdgeCase{"no points", kPlain, PointCloud(), 75, "000000", {kMax, kMax, kMax}, {kMin, kMin, kMin}}),
     NameOfCase());
 // clang-format on
-
-TEST(ChunkEncoder, ShortNormalFailsTheChunkAndKeepsTheLastOne) {
-    const zul_DataType dataType = makeDataType(0.01f, zul_COLOR_RGB888, 0, true);
-    PointCloud good;
-    for (int i = 0; i < 50; ++i) good.add(i * 0.5, i * 0.25, -i, {1, 2, 3}, 0, {0, 1, 0});
-    PointCloud bad = good;
-    bad.normals[3 * 20 + 0] = bad.normals[3 * 20 + 1] = bad.normals[3 * 20 + 2] = 1e-7f;
-
-    Encoder encoder(dataType);
-    const zul_PointData goodData = good.data(), badData = bad.data();
-    const char* first = nullptr;
-    int firstSize = 0;
-    ASSERT_EQ(zul_enc_encodeChunk(encoder.context, &first, &firstSize, &goodData), zul_STATUS_OK);
-    const Bytes kept(first, static_cast<size_t>(firstSize));
-
-    const char* bytes = "untouched";
-    int size = -1;
-    EXPECT_EQ(zul_enc_encodeChunk(encoder.context, &bytes, &size, &badData),
-              zul_STATUS_INVALID_ARGUMENT);
-    EXPECT_EQ(bytes, nullptr);
-    EXPECT_EQ(size, 0);
-    EXPECT_EQ(Bytes(first, static_cast<size_t>(firstSize)), kept);
-    // The context goes on with other points.
-    EXPECT_EQ(encoder.encode(good), kept);
-}
-
-TEST(ChunkEncoder, NonFinitePositionsGoToTheLowestGridValue) {
-    const double inf = std::numeric_limits<double>::infinity();
-    PointCloud cloud = cloudOf(1, {NAN, 1, 2, 3, inf, 5, 6, 7, -inf, 1e300, -1e300, 0});
-    Encoder encoder(kPlain);
-    const Bytes chunk = encoder.encode(cloud);
-    expectFront(encoder.encode(cloud), {kMin, kMin, kMin}, {6, 7, 5}, 4);
-}
 
 }  // namespace

@@ -16,16 +16,6 @@ using Bytes = std::vector<unsigned char>;
 
 int64_t bitsRead(const BitStreamIn& in) { return in.bytePosition * 8 + in.bitPosition; }
 
-TEST(BitStreamIn, FieldsStartAtTheLeastSignificantBit) {
-    const Bytes bytes = {0xB4, 0x01};
-    BitStreamIn in(bytes.data(), 2, 0);
-    EXPECT_EQ(in.readBits(3), 4u);
-    EXPECT_EQ(in.readBits(0), 0u);
-    EXPECT_EQ(in.readBits(7), 54u);
-    EXPECT_EQ(bitsRead(in), 10);
-    EXPECT_FALSE(in.errorFlag);
-}
-
 // Reading exactly the rest succeeds; one bit more consumes nothing and fails for good.
 TEST(BitStreamIn, ReadsPastTheEndFailForGood) {
     const Bytes bytes = {0xAB, 0xCD, 0xEF};
@@ -65,30 +55,6 @@ TEST(BitStreamIn, WidthsOverSixtyFour) {
         EXPECT_TRUE(in.errorFlag) << width;
         EXPECT_EQ(bitsRead(in), 3 + width);
     }
-}
-
-// The first touch of a byte stores rather than ORs: stale bytes do not leak into the stream.
-TEST(BitStreamOut, WritesOverStaleBytes) {
-    Bytes buffer(8, 0xFF);
-    BitStreamOut out(buffer, 0);
-    out.writeBits(0xFFFF, 0);
-    EXPECT_EQ(out.bytePosition, 0);
-    out.writeBits(0, 6);
-    out.writeBits(0xFF, 3);
-    EXPECT_EQ(buffer[0], 0xC0);
-    EXPECT_EQ(buffer[1], 0x01);
-    out.alignToByte();
-    out.alignToByte();  // at a boundary, no pad byte
-    EXPECT_EQ(out.bytePosition, 2);
-    out.writeByteAlignedUInt8(0x11);
-    out.writeByteAlignedUInt32(0x44332211u);
-    out.writeByteAlignedUInt64(0x0807060504030201ull);
-    const unsigned char raw[3] = {0xA, 0xB, 0xC};
-    out.writeByteAligned(raw, 3);
-    const Bytes expected = {0xC0, 1, 0x11, 0x11, 0x22, 0x33, 0x44, 1,   2,
-                            3,    4, 5,    6,    7,    8,    0xA,  0xB, 0xC};
-    ASSERT_EQ(out.bytePosition, 18);
-    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + 18), expected);
 }
 
 TEST(BitStreams, RandomFieldsOfEveryWidthRoundTrip) {

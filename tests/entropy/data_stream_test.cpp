@@ -72,15 +72,4 @@ INSTANTIATE_TEST_SUITE_P(
         ReflectionCase{"one table entry costs no prefix", {2, 3, 1}, 8, {0x01, 0x03, 0x8A, 0x01}}),
     NameOfCase());
 
-TEST(DataStream, EmptyPointListIsItsCountBytes) {
-    const std::vector<zul_QuantizedPoint> none;
-    std::vector<int> tables[3];
-    const int widths[3] = {8, 8, 8};
-    Bytes buffer;
-    zullib::BitStreamOut out(buffer, 0);
-    zullib::writeStreamTables(out, tables, 3);
-    zullib::writeStreamBody<zul_QuantizedPoint::RGBAccessor>(out, none, widths, tables);
-    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + out.bytePosition), Bytes({0, 0, 0}));
-}
-
 }  // namespace

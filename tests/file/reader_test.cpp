@@ -73,7 +73,8 @@ protected:
 
 // At every length of a three-chunk file: the open, the reading and the count say exactly where
 // the file was cut. A cut at a chunk boundary is a clean, shorter file; a cut in a body is found
-// only by reading it, since a count skips bodies.
+// only by reading it, since a count skips bodies. The count is taken after a number of points
+// that varies with the length, and leaves the points that follow as they were.
 TEST_F(ReaderTest, CutAtEveryByte) {
     const EncodedStream stream = threeChunks();
     const Bytes whole = fileBytes(stream);
@@ -99,7 +100,8 @@ TEST_F(ReaderTest, CutAtEveryByte) {
             ASSERT_EQ(open(cut), OK);
             int64_t count = -1;
             zul_Status counted = OK;
-            const Reading reading = readAll(counting ? 0 : -1, &count, &counted);
+            const int after = counting ? static_cast<int>(length % (complete + 1)) : -1;
+            const Reading reading = readAll(after, &count, &counted);
             if (counting && !boundary && !inBody) {
                 EXPECT_EQ(counted, CUT);
                 EXPECT_EQ(count, -1);
@@ -112,23 +114,6 @@ TEST_F(ReaderTest, CutAtEveryByte) {
                 EXPECT_EQ(count, int64_t(complete + (inBody ? chunkPoints[chunk] : 0)));
             }
         }
-    }
-}
-
-// Counting before the first point, inside a chunk, at a chunk's last point or at the file's
-// last point gives the same count and leaves the points that follow as they were.
-TEST_F(ReaderTest, CountAnywhereLeavesReadingUndisturbed) {
-    const EncodedStream stream = threeChunks();
-    const std::vector<double> all = firstPoints(stream, 10);
-    for (int after : {0, 2, 4, 9, 10}) {
-        ASSERT_EQ(open(fileBytes(stream)), OK);
-        int64_t count = -1;
-        zul_Status counted = ARG;
-        const Reading reading = readAll(after, &count, &counted);
-        EXPECT_EQ(counted, OK) << after;
-        EXPECT_EQ(count, 10) << after;
-        EXPECT_EQ(reading.end, END) << after;
-        EXPECT_EQ(reading.points, all) << after;
     }
 }
 
@@ -185,9 +170,7 @@ TEST_F(ReaderTest, DamagedChunks) {
 // leaves the data type as it was.
 TEST_F(ReaderTest, FailedOpens) {
     const Bytes whole = fileBytes(threeChunks());
-    Bytes badSignature = whole, badVersion = whole, badHeader = whole;
-    badSignature[0] = 'Y';
-    badVersion[3] = 3;
+    Bytes badHeader = whole;
     badHeader.replace(8, 4, 4, '\0');  // a quantisation step of 0
     const zul_dec_Params badParams = {2, {0, 0, 0, 0}};
     const std::string file = path("open.zul"), missing = path("missing.zul");
@@ -202,8 +185,6 @@ TEST_F(ReaderTest, FailedOpens) {
         {"part of the signature", whole.substr(0, 7), nullptr, zul_STATUS_TRUNCATED, file.c_str()},
         {"part of the file header", whole.substr(0, 20), nullptr, zul_STATUS_TRUNCATED,
          file.c_str()},
-        {"foreign signature", badSignature, nullptr, zul_STATUS_BAD_SIGNATURE, file.c_str()},
-        {"version 3", badVersion, nullptr, zul_STATUS_BAD_VERSION, file.c_str()},
         {"invalid data type", badHeader, nullptr, zul_STATUS_CORRUPT_DATA, file.c_str()},
         {"bad params", whole, &badParams, zul_STATUS_INVALID_ARGUMENT, file.c_str()},
         {"missing file", whole, nullptr, zul_STATUS_READ_ERROR, missing.c_str()},
@@ -230,7 +211,6 @@ TEST_F(ReaderTest, FailedOpens) {
 }
 
 TEST_F(ReaderTest, NullArguments) {
-    const zul_Status ARG = zul_STATUS_INVALID_ARGUMENT;
     const std::string file = path("null.zul");
     writeFile(file, fileBytes(threeChunks()));
     EXPECT_EQ(zul_in_open(nullptr, &dataType, file.c_str()), ARG);

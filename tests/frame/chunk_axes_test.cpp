@@ -52,16 +52,6 @@ INSTANTIATE_TEST_SUITE_P(ChunkAxes, AxisOrder, ::testing::Values(
     NameOfCase());
 // clang-format on
 
-// min above max on every axis: the extents wrap to 1, and the slot box runs over the whole range.
-TEST(ChunkAxes, EmptyBoxCoversTheWholeRange) {
-    const zullib::ChunkAxes axes = zullib::chunkAxes(zullib::BoundingBox3d<long long>());
-    EXPECT_EQ(Triple({axes.axisRemap[0], axes.axisRemap[1], axes.axisRemap[2]}), Triple({0, 2, 1}));
-    for (int k = 0; k < 3; ++k) {
-        EXPECT_EQ(axes.coordinateBits[k], 64);
-        EXPECT_EQ(axes.slotMin[k], INT64_MIN);
-    }
-}
-
 TEST(BitLength, CountsBitsOfUnsignedAndSignedValues) {
     const uint64_t unsignedValues[] = {0, 1, 2, 3, 4, uint64_t{1} << 63, ~0ull};
     const int unsignedBits[] = {0, 1, 2, 2, 3, 64, 64};

@@ -53,13 +53,4 @@ TEST(DataType, ModeRules) {
             << c.color << " " << c.reflection << " " << c.maxReflection << " " << c.normal;
 }
 
-TEST(DataType, ReservedWordInvalidatesButDoesNotUnequal) {
-    zul_DataType a = makeType(0.01f, 1);
-    zul_DataType b = a;
-    b.reserved[4] = 7;
-    EXPECT_TRUE(DataType::isValid(a));
-    EXPECT_FALSE(DataType::isValid(b));
-    EXPECT_TRUE(DataType::equal(a, b));
-}
-
 }  // namespace

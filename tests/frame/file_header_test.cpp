@@ -51,23 +51,6 @@ zul_Status readBack(const Bytes& bytes, int version, zul_Header2& header) {
     return readFileHeader(bytes.data(), version, dataType, header, marker);
 }
 
-// (The bytes written are pinned by the streams of the byte identity test.)
-TEST(FileHeader, VersionTwoReadsBackWhatWasWrittenAndVersionOneAsDisabled) {
-    const zul_DataType dataType = typeOf(0.003f, zul_COLOR_RGB888, 65535, true);
-    for (bool version2 : {false, true}) {
-        const zul_Header2 header = version2 ? sensorHeader() : Header2::disabled();
-        zul_DataType readType;
-        zul_Header2 readHeader = sensorHeader();
-        zul_SyncMarker marker;
-        ASSERT_EQ(readFileHeader(written(dataType, header).data(), version2 ? 2 : 1, readType,
-                                 readHeader, marker),
-                  zul_STATUS_OK);
-        EXPECT_TRUE(DataType::equal(readType, dataType));
-        EXPECT_TRUE(Header2::equal(readHeader, header)) << version2;
-        EXPECT_TRUE(marker.isSet && marker.equals(countingMarker().bytes));
-    }
-}
-
 struct Damage {
     const char* name;
     int version, offset;

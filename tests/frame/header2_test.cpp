@@ -69,18 +69,6 @@ TEST(Header2, InitSetsScaleAndTranslationOnlyWhenTheyDiffer) {
     EXPECT_EQ(header.transformation[15], 1.0);
 }
 
-TEST(Header2, SensorValuesAreTheElevenMountsAndElevenTypes) {
-    int validMounts = 0;
-    for (int mount = -1; mount <= 40; ++mount)
-        validMounts +=
-            Header2::isSensorValid(static_cast<zul_SensorMount>(mount), zul_SENSOR_TYPE_DEFAULT);
-    EXPECT_EQ(validMounts, 11);
-    EXPECT_FALSE(Header2::isSensorValid(static_cast<zul_SensorMount>(14), zul_SENSOR_TYPE_DEFAULT));
-    EXPECT_TRUE(Header2::isSensorValid(zul_SENSOR_MOUNT_32, zul_SENSOR_TYPE_10));
-    EXPECT_FALSE(Header2::isSensorValid(zul_SENSOR_MOUNT_DEFAULT, static_cast<zul_SensorType>(11)));
-    EXPECT_FALSE(Header2::isSensorValid(zul_SENSOR_MOUNT_DEFAULT, static_cast<zul_SensorType>(-1)));
-}
-
 struct MatrixCase {
     const char* name;
     zul_Header2 header;

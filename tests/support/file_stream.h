@@ -3,11 +3,8 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cctype>
 #include <cmath>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
