@@ -23,9 +23,12 @@ struct Lane {
     Lane(const unsigned char* body, int64_t bodySize, int64_t start, int64_t end, bool present)
         : in(body, bodySize, start), end(end), present(present) {}
 
-    // The points from `next` on through the checked reader, then the stream's end.
+    // The points from `next` on: fast steps of this stream alone while it has room (the side by
+    // side steps stop for the first stream that has none), then checked steps; then the stream's
+    // end.
     zul_Status finish(std::vector<zul_QuantizedPoint>& records, size_t next) {
         if (!present) return zul_STATUS_OK;
+        next = zullib::readFastRuns(records, next, *reader);
         reader->stopFast();
         for (; next < records.size(); ++next) reader->readChecked(records[next]);
         const zul_Status status = reader->finish();
@@ -90,7 +93,7 @@ zul_Status zul_dec_ContextStruct::readStreamsInLockstep(const unsigned char* bod
 
     const size_t next = withPresentReaders(
         [&](auto&... readers) {
-            return zullib::readFastRuns(records, *coordinates.reader, readers...);
+            return zullib::readFastRuns(records, 0, *coordinates.reader, readers...);
         },
         colors, reflections, normals);
     for (zul_Status laneStatus :

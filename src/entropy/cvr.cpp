@@ -17,6 +17,8 @@ CVR::RangeEntry escapeEntry(int absoluteBits) { return {absoluteBits, kEscapeBou
 
 void CVR::buildRangeLookupTable(LookupTable& table, const std::vector<int>& bitLengths,
                                 int absoluteBits, bool nonNegative) {
+    table.positiveRanges.reserve(table.positiveRanges.size() + bitLengths.size());
+    if (!nonNegative) table.negativeRanges.reserve(table.negativeRanges.size() + bitLengths.size());
     int64_t upper = -1;
     for (int b : bitLengths) {
         if (b == kEscape) {

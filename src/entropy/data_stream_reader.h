@@ -50,6 +50,7 @@ zul_Status readStreamTables(BitStreamIn& in, std::vector<int>* tables) {
             table.push_back(255);
             continue;
         }
+        table.reserve(static_cast<size_t>(count));
         for (int j = 0; j < count; ++j) {
             const int entry = in.readByteAlignedUInt8();
             ZUL_REFUSE_UNLESS(entry != 255 || j == count - 1);
@@ -102,8 +103,8 @@ public:
             // A component whose longest code fits in the register decodes from it. Its table is
             // usable: the decoder's arrays hold at most 8 prefixes, and its payloads fit too.
             if (fast_ && componentBits_[c] <= BitUnpacker::kRefilledBits)
-                prefixCodes_[c] = PrefixCodeTable(tables[c], coding_.lastPrefix[c], absoluteBits[c],
-                                                  Accessor::nonNegative(c), decoders_[c]);
+                prefixCodes_[c].build(tables[c], coding_.lastPrefix[c], absoluteBits[c],
+                                      Accessor::nonNegative(c), decoders_[c]);
         }
         pointInOneLoad_ = pointBits_ <= BitUnpacker::kRefilledBits;
     }
@@ -268,16 +269,17 @@ struct NoReader {
     ZUL_ALWAYS_INLINE void readFast(zul_QuantizedPoint&, Cursor&) const {}
 };
 
-// Fast steps of up to four readers side by side, point after point, from the first record on:
+// Fast steps of up to four readers side by side, point after point:
 // runs of points with every reader's cursor in a local of its own for the length of a run, as
 // long as every reader has room. Readers over different streams step in turn, so that their
 // independent work overlaps; places left empty cost nothing, so that which readers take part is
 // fixed at compile time and the loop neither tests it nor loads anything again after the bytes
-// stored to the records. Returns the number of points read; the rest is left to checked steps.
+// stored to the records. Starts at record `first`; returns the index of the first record it did
+// not read, for more fast steps of fewer readers or for checked steps.
 template <class R0, class R1 = NoReader, class R2 = NoReader, class R3 = NoReader>
-size_t readFastRuns(std::vector<zul_QuantizedPoint>& records, R0& r0, R1&& r1 = R1(),
+size_t readFastRuns(std::vector<zul_QuantizedPoint>& records, size_t first, R0& r0, R1&& r1 = R1(),
                     R2&& r2 = R2(), R3&& r3 = R3()) {
-    size_t next = 0;
+    size_t next = first;
     for (size_t run = kFastRun; run > 0; run /= kRunShrink) {
         while (records.size() - next >= run && r0.hasRoom(run) && r1.hasRoom(run) &&
                r2.hasRoom(run) && r3.hasRoom(run)) {
@@ -309,7 +311,7 @@ template <class Accessor>
 zul_Status readStreamBody(BitStreamIn& in, std::vector<zul_QuantizedPoint>& points,
                           const int* absoluteBits, const std::vector<int>* tables) {
     StreamBodyReader<Accessor> reader(in, absoluteBits, tables, points.size());
-    size_t next = readFastRuns(points, reader);
+    size_t next = readFastRuns(points, 0, reader);
     reader.stopFast();
     for (; next < points.size(); ++next) reader.readChecked(points[next]);
     return reader.finish();

@@ -5,6 +5,7 @@
 // the register; built per stream component.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -42,15 +43,21 @@ public:
         }
     };
 
-    PrefixCodeTable() = default;
-    // Usable only if the table has at most kMaxPrefixes entries, and every payload at most 56 bits.
+    // Unusable until built; the codes are written only by build().
+    PrefixCodeTable() {}
     PrefixCodeTable(const std::vector<int>& table, int lastPrefix, int absoluteBits,
                     bool nonNegative, const DeltaDecoder& decoder) {
-        usable_ = lastPrefix < kMaxPrefixes;
-        for (int count = 0; usable_ && count < kCounts; ++count) {
-            const int prefix = count < lastPrefix ? count : lastPrefix;
+        build(table, lastPrefix, absoluteBits, nonNegative, decoder);
+    }
+
+    // Usable only if the table has at most kMaxPrefixes entries, and every payload at most 56
+    // bits. Builds in place: the table is large, and a reader builds one per component and chunk.
+    void build(const std::vector<int>& table, int lastPrefix, int absoluteBits, bool nonNegative,
+               const DeltaDecoder& decoder) {
+        usable_ = lastPrefix >= 0 && lastPrefix < kMaxPrefixes;
+        for (int prefix = 0; usable_ && prefix <= lastPrefix; ++prefix) {
             const int length = table[static_cast<size_t>(prefix)];
-            Code& code = codes_[count];
+            Code& code = codes_[prefix];
             code.escape = length == 255;
             const int payloadBits = code.escape ? absoluteBits : length;
             usable_ = payloadBits <= 56;
@@ -68,6 +75,8 @@ public:
                     ? 0
                     : static_cast<int64_t>(static_cast<uint64_t>(decoder.decode(-1, prefix)) + 1);
         }
+        // Every count from the last prefix on stands for the last prefix.
+        if (usable_) std::fill(codes_ + lastPrefix + 1, codes_ + kCounts, codes_[lastPrefix]);
     }
 
     bool usable() const { return usable_; }
@@ -78,7 +87,7 @@ public:
 
 private:
     bool usable_ = false;
-    Code codes_[kCounts] = {};
+    Code codes_[kCounts];
 };
 
 }  // namespace zullib
