@@ -6,13 +6,11 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "support/host_files.h"
 #include "zul.hpp"
 
 // Points spread over a box of 40 m by 4 m with every attribute; reflections run past 255, so
@@ -37,51 +35,6 @@ inline std::vector<zul_Point> samplePoints(int count, uint32_t seed) {
         }
         for (float& n : p.normal) n /= std::sqrt(length);
     }
-    return points;
-}
-
-inline std::vector<uint8_t> fileBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in),
-                                std::istreambuf_iterator<char>());
-}
-
-inline void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
-}
-
-// Bit for bit, field by field (the record has padding).
-inline ::testing::AssertionResult samePoint(const zul_Point& a, const zul_Point& b) {
-    if (std::memcmp(a.position, b.position, sizeof a.position) == 0 &&
-        std::memcmp(a.color, b.color, sizeof a.color) == 0 && a.reflection == b.reflection &&
-        std::memcmp(a.normal, b.normal, sizeof a.normal) == 0) {
-        return ::testing::AssertionSuccess();
-    }
-    return ::testing::AssertionFailure()
-           << "(" << a.position[0] << ", " << a.position[1] << ", " << a.position[2] << ") vs ("
-           << b.position[0] << ", " << b.position[1] << ", " << b.position[2] << ")";
-}
-
-inline void expectSamePoints(const std::vector<zul_Point>& a, const std::vector<zul_Point>& b) {
-    ASSERT_EQ(a.size(), b.size());
-    for (size_t i = 0; i < a.size(); ++i) ASSERT_TRUE(samePoint(a[i], b[i])) << "point " << i;
-}
-
-// Every zul_Point read with the C reader from `path`, in file order.
-inline std::vector<zul_Point> readWithC(const std::string& path, int applyTransformation = 1) {
-    zul_in_Context in = nullptr;
-    zul_DataType dataType;
-    const zul_dec_Params params = {applyTransformation, {0, 0, 0, 0}};
-    std::vector<zul_Point> points;
-    zul_Status status = zul_in_open2(&in, &dataType, nullptr, path.c_str(), &params);
-    zul_Point p{};
-    while (status == zul_STATUS_OK && (status = zul_in_readNextPoint(in, &p)) == zul_STATUS_OK) {
-        points.push_back(p);
-    }
-    zul_in_close(&in);
-    EXPECT_EQ(status, zul_STATUS_END_OF_FILE) << path;
     return points;
 }
 

@@ -5,12 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "support/host_files.h"
 #include "support/point_cloud.h"
 #include "support/stream_codec.h"
 #include "support/temp_folder.h"
@@ -18,16 +17,6 @@
 
 // The file layer's tests each get a folder of their own.
 using FileTest = TempFolderTest;
-
-inline Bytes readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-inline void writeFile(const std::string& path, const Bytes& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
 
 // The stream as one file holds it: signature, file header, then the first `numChunks` chunks
 // (all of them for -1).

@@ -1,0 +1,63 @@
+// Files and points as any host of the library sees them (zul.h only): whole files read and
+// written, every point the file reader gives, and points compared bit for bit.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "zul.h"
+
+template <typename Bytes = std::string>
+Bytes readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(in), {});
+    return Bytes(bytes.begin(), bytes.end());
+}
+
+template <typename Bytes>
+void writeFile(const std::string& path, const Bytes& bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+inline void writeFile(const std::string& path, const char* text) {
+    writeFile(path, std::string(text));
+}
+
+// Every point the file reader gives, in file order, and the status it ends with.
+inline std::vector<zul_Point> readWithReader(const std::string& path, zul_Status* end,
+                                             int applyTransformation = 1) {
+    zul_in_Context reader = nullptr;
+    zul_DataType type;
+    const zul_dec_Params params = {applyTransformation, {0, 0, 0, 0}};
+    std::vector<zul_Point> points;
+    *end = zul_in_open2(&reader, &type, nullptr, path.c_str(), &params);
+    zul_Point p{};
+    while (*end == zul_STATUS_OK && (*end = zul_in_readNextPoint(reader, &p)) == zul_STATUS_OK)
+        points.push_back(p);
+    zul_in_close(&reader);
+    return points;
+}
+
+// Bit for bit, field by field (the record has padding); fields of missing attributes are 0 in
+// both.
+inline ::testing::AssertionResult samePoint(const zul_Point& a, const zul_Point& b) {
+    if (std::memcmp(a.position, b.position, sizeof a.position) == 0 &&
+        std::memcmp(a.color, b.color, sizeof a.color) == 0 && a.reflection == b.reflection &&
+        std::memcmp(a.normal, b.normal, sizeof a.normal) == 0) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure()
+           << "(" << a.position[0] << ", " << a.position[1] << ", " << a.position[2] << ") vs ("
+           << b.position[0] << ", " << b.position[1] << ", " << b.position[2] << ")";
+}
+
+inline void expectSamePoints(const std::vector<zul_Point>& a, const std::vector<zul_Point>& b) {
+    ASSERT_EQ(a.size(), b.size());
+    for (size_t i = 0; i < a.size(); ++i) ASSERT_TRUE(samePoint(a[i], b[i])) << "point " << i;
+}
