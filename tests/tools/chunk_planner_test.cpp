@@ -11,6 +11,7 @@
 #include "planner/block_planner.h"
 #include "planner/kd_cells.h"
 #include "planner/planned_writer.h"
+#include "support/test_names.h"
 #include "tool_support.h"
 
 namespace {
@@ -31,13 +32,10 @@ std::vector<zul_Point> randomPoints(size_t count, double width, double height, u
     return points;
 }
 
-Key keyOf(const zul_Point& p) {
-    return Key(p.position[0], p.position[1], p.position[2], p.reflection, p.color[0]);
-}
-
 std::vector<Key> keys(const std::vector<zul_Point>& points) {
     std::vector<Key> k;
-    for (const zul_Point& p : points) k.push_back(keyOf(p));
+    for (const zul_Point& p : points)
+        k.emplace_back(p.position[0], p.position[1], p.position[2], p.reflection, p.color[0]);
     std::sort(k.begin(), k.end());
     return k;
 }
@@ -105,47 +103,33 @@ TEST_F(ToolTest, KdAndBudgetedBlocksStaySelectable) {
     EXPECT_NE(verbose.output.find("planning:"), std::string::npos) << verbose.output;
 }
 
-// Clouds of awkward shape, planned whole and from samples.
-enum class Shape { Nan, OnePosition, SinglePoint, Line, Plane, Huge, Tiny };
+// Clouds of awkward shape, planned whole and from samples: each row moves the points of a
+// random cloud of 5000 (none: a single point).
+struct Shape {
+    const char* name;
+    void (*move)(double* p, size_t i);
+    float step = 1e-9f;
+};
 
-std::vector<zul_Point> awkwardCloud(Shape shape) {
-    std::vector<zul_Point> points = randomPoints(shape == Shape::SinglePoint ? 1 : 5000, 1, 1, 9);
-    for (size_t i = 0; i < points.size(); ++i) {
-        double* p = points[i].position;
-        switch (shape) {
-            case Shape::Nan:
-                if (i % 7 == 0) p[i % 3] = NAN;
-                break;
-            case Shape::OnePosition:
-                p[0] = p[1] = p[2] = 3.25;
-                break;
-            case Shape::Line:
-                p[1] = 2 * p[0];
-                p[2] = 0;
-                break;
-            case Shape::Plane:
-                p[1] = 5;  // upright: no extent across y
-                break;
-            case Shape::Huge:
-                for (int k = 0; k < 2; ++k) p[k] *= 1e9;
-                break;
-            case Shape::Tiny:
-                for (int k = 0; k < 3; ++k) p[k] *= 1e-6;
-                break;
-            case Shape::SinglePoint:
-                break;
-        }
-    }
-    return points;
-}
+const Shape kShapes[] = {
+    {"nan", [](double* p, size_t i) { p[i % 3] = i % 7 ? p[i % 3] : NAN; }},
+    {"one position", [](double* p, size_t) { p[0] = p[1] = p[2] = 3.25; }},
+    {"single point", nullptr},
+    {"line", [](double* p, size_t) { p[1] = 2 * p[0], p[2] = 0; }},
+    {"upright plane", [](double* p, size_t) { p[1] = 5; }},
+    {"huge", [](double* p, size_t) { p[0] *= 1e9, p[1] *= 1e9; }, 1.0f},
+    {"tiny", [](double* p, size_t) { p[0] *= 1e-6, p[1] *= 1e-6, p[2] *= 1e-6; }},
+};
 
 class AwkwardClouds : public TempFolderTest, public ::testing::WithParamInterface<Shape> {};
 
 TEST_P(AwkwardClouds, PlanWithoutErrorOrEmptyChunk) {
-    const std::vector<zul_Point> points = awkwardCloud(GetParam());
+    const Shape& shape = GetParam();
+    std::vector<zul_Point> points = randomPoints(shape.move ? 5000 : 1, 1, 1, 9);
+    for (size_t i = 0; i < points.size() && shape.move; ++i) shape.move(points[i].position, i);
     zul_DataType type;
     zul_init_headers(&type, nullptr);
-    type.quantizationStep = GetParam() == Shape::Huge ? 1.0f : 1e-9f;
+    type.quantizationStep = shape.step;
     type.reflectionMode = zul_REFLECTION_CLAMPED;
     type.maxReflection = 1 << 20;
     for (size_t exactLimit : {size_t{1} << 20, size_t{0}}) {
@@ -163,9 +147,7 @@ TEST_P(AwkwardClouds, PlanWithoutErrorOrEmptyChunk) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, AwkwardClouds,
-                         ::testing::Values(Shape::Nan, Shape::OnePosition, Shape::SinglePoint,
-                                           Shape::Line, Shape::Plane, Shape::Huge, Shape::Tiny));
+INSTANTIATE_TEST_SUITE_P(Shapes, AwkwardClouds, ::testing::ValuesIn(kShapes), NameOfCase());
 
 // An airborne-like strip, as large inputs are: scan lines across x, flown along y, with terrain,
 // colour and intensity that change smoothly and some noise.

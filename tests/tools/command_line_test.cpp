@@ -199,27 +199,27 @@ protected:
                 words >> source >> name;
                 std::filesystem::create_directories(
                     std::filesystem::path(path(name)).parent_path());
-                writeText(path(name), readText(dataFile(source)));
+                writeFile(path(name), readFile(dataFile(source)));
             } else if (verb == "text") {
                 words >> name;
                 std::filesystem::create_directories(
                     std::filesystem::path(path(name)).parent_path());
-                writeText(path(name), "precious");
+                writeFile(path(name), "precious");
                 precious.push_back(name);
             } else if (verb == "cut") {
                 size_t bytes = 0;
                 words >> name >> bytes;
-                const std::string content = readText(path(name));
-                writeText(path(name), content.substr(0, content.size() - bytes));
+                const std::string content = readFile(path(name));
+                writeFile(path(name), content.substr(0, content.size() - bytes));
             } else if (verb == "limit") {
                 words >> fileLimit;
             } else if (verb == "poke") {
                 size_t offset = 0;
                 int value = 0;
                 words >> name >> offset >> value;
-                std::string content = readText(path(name));
+                std::string content = readFile(path(name));
                 content.at(offset) = static_cast<char>(value);
-                writeText(path(name), content);
+                writeFile(path(name), content);
             } else {
                 ADD_FAILURE() << "unknown step " << step;
             }
@@ -248,7 +248,7 @@ TEST_P(CommandLine, ExitsSaysAndWrites) {
     // A failed run leaves the files it found as they were.
     for (const std::string& name : precious) {
         if (c.exitCode != 0) {
-            EXPECT_EQ(readText(path(name)), "precious") << name;
+            EXPECT_EQ(readFile(path(name)), "precious") << name;
         }
     }
 }
@@ -285,13 +285,13 @@ TEST_F(CommandLineRun, BoxKeepsThePointsWithinItAndThreadsChangeNothing) {
                       .exitCode,
                   0);
     }
-    EXPECT_EQ(readText(path("full2.xyz")), readText(path("full1.xyz")));
-    EXPECT_EQ(readText(path("full0.xyz")), readText(path("full1.xyz")));
+    EXPECT_EQ(readFile(path("full2.xyz")), readFile(path("full1.xyz")));
+    EXPECT_EQ(readFile(path("full0.xyz")), readFile(path("full1.xyz")));
     ASSERT_EQ(runTool("decompress -q -j 2 --bbox " + std::string(box) + " " + path("b.zul") + " " +
                       path("box.xyz"))
                   .exitCode,
               0);
-    std::stringstream full(readText(path("full1.xyz")));
+    std::stringstream full(readFile(path("full1.xyz")));
     std::string expected, line;
     size_t at = 0, kept = 0, onBound = 0;
     while (std::getline(full, line)) {
@@ -311,7 +311,7 @@ TEST_F(CommandLineRun, BoxKeepsThePointsWithinItAndThreadsChangeNothing) {
     EXPECT_EQ(at, points.size());
     EXPECT_GT(kept, 0u);
     EXPECT_GT(onBound, 0u);
-    EXPECT_EQ(readText(path("box.xyz")), expected);
+    EXPECT_EQ(readFile(path("box.xyz")), expected);
 }
 
 // A file with its sync marker (read where its first chunk starts) blanked wherever it occurs.
@@ -321,7 +321,7 @@ std::string withoutMarker(const std::string& path) {
     EXPECT_EQ(zul_idx_openFile(&index, path.c_str(), nullptr), zul_STATUS_OK);
     EXPECT_EQ(zul_idx_getChunk(index, 0, &first), zul_STATUS_OK);
     zul_idx_close(&index);
-    std::string bytes = readText(path);
+    std::string bytes = readFile(path);
     const std::string marker = bytes.substr(static_cast<size_t>(first.offset), 16);
     for (size_t at; (at = bytes.find(marker)) != std::string::npos;)
         bytes.replace(at, 16, 16, '\0');

@@ -104,7 +104,7 @@ std::string lateWideColourLas(uint32_t count) {
 
 TEST_F(ToolTest, LasColourWidthIsJudgedFromTheWholeFileAndScalesThatDifferAreSaid) {
     const uint32_t count = 1000001;
-    writeText(path("late.las"), lateWideColourLas(count));
+    writeFile(path("late.las"), lateWideColourLas(count));
     const ToolRun run = runTool("compress " + path("late.las") + " " + path("late.zul"));
     ASSERT_EQ(run.exitCode, 0) << run.output;
     EXPECT_NE(run.output.find("the LAS scales differ (0.01, 0.01, 0.001): every axis is stored on "
@@ -190,7 +190,7 @@ TEST_P(Report, NamesWhatChangedWithACount) {
     std::string input = dataFile(c.file);
     if (c.content != nullptr) {
         input = path(c.file);
-        writeText(input, c.content);
+        writeFile(input, c.content);
     }
     const ToolRun run =
         runTool("compress " + std::string(c.options) + " " + input + " " + path("out.zul"));

@@ -12,7 +12,7 @@ namespace {
 class Readers : public ToolTest {
 protected:
     std::string file(const std::string& name, const std::string& bytes) {
-        writeText(path(name), bytes);
+        writeFile(path(name), bytes);
         return path(name);
     }
 };

@@ -9,12 +9,11 @@
 #include <cctype>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "formats/cloud.h"
+#include "support/host_files.h"
 #include "support/temp_folder.h"
 #include "zul_bulk.h"
 
@@ -52,16 +51,6 @@ inline ToolRun runTool(const std::string& arguments) {
     const int status = ::pclose(pipe);
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return run;
-}
-
-inline std::string readText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-inline void writeText(const std::string& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
 }
 
 struct CloudPoint {
@@ -106,10 +95,7 @@ inline ZulFile readZul(const std::string& path) {
     zul_idx_getDamage(index, &damage, &where, nullptr);
     EXPECT_EQ(damage, zul_STATUS_OK) << path;
     zul_idx_close(&index);
-    zul_in_Context in = nullptr;
-    zul_DataType type;
-    EXPECT_EQ(zul_in_open(&in, &type, path.c_str()), zul_STATUS_OK) << path;
-    for (zul_Point p = {}; zul_in_readNextPoint(in, &p) == zul_STATUS_OK;) file.points.push_back(p);
-    zul_in_close(&in);
+    file.points = readWithReader(path, &damage);
+    EXPECT_EQ(damage, zul_STATUS_END_OF_FILE) << path;
     return file;
 }
