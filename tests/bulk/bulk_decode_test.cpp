@@ -35,7 +35,7 @@ class BulkRoundTrip : public TempFolderTest, public ::testing::WithParamInterfac
 
 TEST_P(BulkRoundTrip, EncodesTheWritersBytesAndDecodesWhatTheReaderReads) {
     const Combination c = GetParam();
-    const zul_DataType type = dataType(c.color, c.reflection, c.normals);
+    const zul_DataType type = makeDataType(0.001f, c.color, c.reflection ? 4000 : 0, c.normals);
     const zul_Header2 header = turningHeader();
     const zul_Header2* h = c.normals ? &header : nullptr;
     Arrays cloud = makeCloud(type, c.points, 11);
@@ -115,7 +115,7 @@ class BulkEncodePlanTest : public TempFolderTest {};
 // Chunks of uneven sizes: the bytes one encoder makes for them, one after the other.
 TEST_F(BulkEncodePlanTest, FollowsThePlan) {
     zul_test_useFixedRandomSeed(true, 1234);
-    const zul_DataType type = dataType(zul_COLOR_RGB888, true, false);
+    const zul_DataType type = makeDataType(0.001f, zul_COLOR_RGB888, 4000, false);
     Arrays cloud = makeCloud(type, 2000, 4);
     const std::vector<int32_t> plan = {1, 999, 300, 650, 50};
     std::string expected;
@@ -150,7 +150,7 @@ TEST_F(BulkEncodePlanTest, FollowsThePlan) {
 // Without the fixed seed every encoder draws a marker of its own; the chunks of all threads must
 // carry the stream's one marker, or the index stops at the first chunk of another thread.
 TEST_F(BulkEncodePlanTest, EveryChunkCarriesTheStreamsMarker) {
-    const zul_DataType type = dataType(zul_COLOR_NONE, false, false);
+    const zul_DataType type = makeDataType(0.001f, zul_COLOR_NONE, 0, false);
     Arrays cloud = makeCloud(type, 60000, 8);
     const zul_bulk_Points points = cloud.view();
     const std::string file = path("markers.zul");

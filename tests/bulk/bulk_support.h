@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/host_files.h"
+#include "support/stream_codec.h"
 #include "zul.h"
 #include "zul_bulk.h"
 
@@ -53,19 +54,6 @@ struct Arrays {
         return p;
     }
 };
-
-inline zul_DataType dataType(zul_ColorMode color, bool reflection, bool normals) {
-    zul_DataType type;
-    zul_init_headers(&type, nullptr);
-    type.quantizationStep = 0.001f;
-    type.colorMode = color;
-    if (reflection) {
-        type.reflectionMode = zul_REFLECTION_CLAMPED;
-        type.maxReflection = 4000;
-    }
-    if (normals) type.normalMode = zul_NORMAL_SPHERICAL;
-    return type;
-}
 
 // A walk along x with noise, so that consecutive chunks have boxes of their own.
 inline Arrays makeCloud(const zul_DataType& type, int64_t n, uint32_t seed) {
