@@ -70,36 +70,18 @@ TEST_P(LasRoundTrip, GivesBackTheSameIntegersScaleOffsetAndSystem) {
 
 INSTANTIATE_TEST_SUITE_P(SharedLas, LasRoundTrip, ::testing::ValuesIn(kLasCases), NameOfCase());
 
-template <typename T>
-void put(std::string& bytes, size_t at, T value) {
-    std::memcpy(&bytes[at], &value, sizeof value);
-}
-
 // A LAS 1.2 file of point format 2 whose scales differ by axis and whose colours pass 255 only
 // in the last of more than a million points.
 std::string lateWideColourLas(uint32_t count) {
-    std::string bytes(227, '\0');
-    std::memcpy(&bytes[0], "LASF", 4);
-    bytes[24] = 1;
-    bytes[25] = 2;
-    put<uint16_t>(bytes, 94, 227);
-    put<uint32_t>(bytes, 96, 227);
-    bytes[104] = 2;
-    put<uint16_t>(bytes, 105, 26);
-    put<uint32_t>(bytes, 107, count);
-    const double scale[3] = {0.01, 0.01, 0.001}, offset[3] = {500000, 4000000, 100};
-    std::memcpy(&bytes[131], scale, 24);
-    std::memcpy(&bytes[155], offset, 24);
-    std::string record(26, '\0');
-    for (uint32_t i = 0; i < count; ++i) {
-        const int32_t xyz[3] = {static_cast<int32_t>(i % 1000), static_cast<int32_t>(i / 1000),
-                                static_cast<int32_t>(i % 7)};
-        std::memcpy(&record[0], xyz, 12);
-        const uint16_t channel = i + 1 == count ? 32768 : static_cast<uint16_t>(i % 256);
-        for (int c = 0; c < 3; ++c) put<uint16_t>(record, 20 + 2 * c, channel);
-        bytes += record;
-    }
-    return bytes;
+    return lasBytes(
+        2, 2, 26, {0.01, 0.01, 0.001, 500000, 4000000, 100}, count, false,
+        [count](uint32_t i, std::string& r) {
+            const int32_t xyz[3] = {static_cast<int32_t>(i % 1000), static_cast<int32_t>(i / 1000),
+                                    static_cast<int32_t>(i % 7)};
+            std::memcpy(&r[0], xyz, 12);
+            const uint16_t channel = i + 1 == count ? 32768 : static_cast<uint16_t>(i % 256);
+            for (int c = 0; c < 3; ++c) put<uint16_t>(r, 20 + 2 * c, channel);
+        });
 }
 
 TEST_F(ToolTest, LasColourWidthIsJudgedFromTheWholeFileAndScalesThatDifferAreSaid) {

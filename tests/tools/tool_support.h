@@ -6,9 +6,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -98,4 +101,37 @@ inline ZulFile readZul(const std::string& path) {
     file.points = readWithReader(path, &damage);
     EXPECT_EQ(damage, zul_STATUS_END_OF_FILE) << path;
     return file;
+}
+
+template <typename T>
+void put(std::string& bytes, size_t at, T value) {
+    std::memcpy(&bytes[at], &value, sizeof value);
+}
+
+// A LAS file of `count` points built field by field: version 1.minor, the point format and record
+// length, scales and offsets, ten bytes of something before the points, the count in the 64-bit
+// field only (1.4) or the 32-bit one; `record(i, r)` fills point i's record r.
+inline std::string lasBytes(int minor, int format, uint16_t recordLength,
+                            const std::array<double, 6>& scaleAndOffset, uint32_t count,
+                            bool count64,
+                            const std::function<void(uint32_t, std::string&)>& record) {
+    const uint16_t headerSize = minor >= 4 ? 375 : 227;
+    std::string bytes(headerSize, '\0');
+    std::memcpy(&bytes[0], "LASF", 4);
+    bytes[24] = 1;
+    bytes[25] = static_cast<char>(minor);
+    put<uint16_t>(bytes, 94, headerSize);
+    put<uint32_t>(bytes, 96, headerSize + 10u);
+    bytes[104] = static_cast<char>(format);
+    put<uint16_t>(bytes, 105, recordLength);
+    put<uint32_t>(bytes, 107, count64 ? 0 : count);
+    std::memcpy(&bytes[131], scaleAndOffset.data(), 48);
+    if (count64) put<uint64_t>(bytes, 247, count);
+    bytes += std::string(10, 'v');
+    std::string r(recordLength, '\0');
+    for (uint32_t i = 0; i < count; ++i) {
+        record(i, r);
+        bytes += r;
+    }
+    return bytes;
 }
