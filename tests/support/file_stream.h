@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -29,25 +27,10 @@ inline Bytes fileBytes(const EncodedStream& stream, int numChunks = -1) {
     return bytes;
 }
 
-// Points spread over a box of 40 m with every attribute; reflections run past 255 so that a
-// maximum of 255 clamps some.
+// samplePoints as a cloud.
 inline PointCloud randomCloud(int numPoints, uint32_t seed) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<double> coordinate(-20.0, 20.0);
-    std::uniform_int_distribution<int> byte(0, 255), reflection(0, 300);
-    std::normal_distribution<float> direction(0.0f, 1.0f);
     PointCloud cloud;
-    for (int i = 0; i < numPoints; ++i) {
-        const uint8_t rgb[3] = {static_cast<uint8_t>(byte(random)),
-                                static_cast<uint8_t>(byte(random)),
-                                static_cast<uint8_t>(byte(random))};
-        float normal[3] = {direction(random), direction(random), direction(random) + 0.1f};
-        const float length =
-            std::sqrt(normal[0] * normal[0] + normal[1] * normal[1] + normal[2] * normal[2]);
-        for (float& n : normal) n /= length;
-        cloud.add(coordinate(random), coordinate(random), coordinate(random) * 0.1, rgb,
-                  reflection(random), normal);
-    }
+    for (const zul_Point& p : samplePoints(numPoints, seed)) cloud.add(p);
     return cloud;
 }
 
@@ -66,11 +49,7 @@ inline zul_Point pointOf(const PointCloud& cloud, int i) {
 // The points [first, first + count) of a cloud as a cloud of their own.
 inline PointCloud sliceOf(const PointCloud& cloud, int first, int count) {
     PointCloud part;
-    for (int i = first; i < first + count; ++i) {
-        const zul_Point p = pointOf(cloud, i);
-        part.add(p.position[0], p.position[1], p.position[2], {p.color[0], p.color[1], p.color[2]},
-                 p.reflection, {p.normal[0], p.normal[1], p.normal[2]});
-    }
+    for (int i = first; i < first + count; ++i) part.add(pointOf(cloud, i));
     return part;
 }
 

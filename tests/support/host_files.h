@@ -1,12 +1,15 @@
 // Files and points as any host of the library sees them (zul.h only): whole files read and
-// written, every point the file reader gives, and points compared bit for bit.
+// written, a seeded cloud, every point the file reader gives, and points compared bit for bit.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -60,4 +63,29 @@ inline ::testing::AssertionResult samePoint(const zul_Point& a, const zul_Point&
 inline void expectSamePoints(const std::vector<zul_Point>& a, const std::vector<zul_Point>& b) {
     ASSERT_EQ(a.size(), b.size());
     for (size_t i = 0; i < a.size(); ++i) ASSERT_TRUE(samePoint(a[i], b[i])) << "point " << i;
+}
+
+// Points spread over a box of 40 m by 4 m with every attribute; reflections run past 255, so
+// that a maximum of 255 clamps some.
+inline std::vector<zul_Point> samplePoints(int count, uint32_t seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> coordinate(-20.0, 20.0);
+    std::uniform_int_distribution<int> byte(0, 255), reflection(0, 300);
+    std::normal_distribution<float> direction(0.0f, 1.0f);
+    std::vector<zul_Point> points(static_cast<size_t>(count));
+    for (zul_Point& p : points) {
+        p = zul_Point{};
+        p.position[0] = coordinate(random);
+        p.position[1] = coordinate(random);
+        p.position[2] = coordinate(random) * 0.1;
+        for (uint8_t& c : p.color) c = static_cast<uint8_t>(byte(random));
+        p.reflection = reflection(random);
+        float length = 0;
+        for (float& n : p.normal) {
+            n = direction(random);
+            length += n * n;
+        }
+        for (float& n : p.normal) n /= std::sqrt(length);
+    }
+    return points;
 }
