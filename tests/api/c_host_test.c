@@ -93,8 +93,6 @@ static void oneChunk(void) {
     CHECK(memcmp(bytes + 16, header, 60) == 0);
     CHECK(memcmp(bytes + 76, body, 12) == 0);
     decodeChunk(bytes);
-    points.reflections = NULL;
-    CHECK(zul_enc_encodeChunk(encoder, &bytes, &size, &points) == zul_STATUS_INVALID_ARGUMENT);
     zul_enc_close(&encoder);
 }
 
