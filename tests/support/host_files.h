@@ -1,5 +1,6 @@
 // Files and points as any host of the library sees them (zul.h only): whole files read and
-// written, a seeded cloud, every point the file reader gives, and points compared bit for bit.
+// written, data types, a seeded cloud, every point the file reader gives, and points compared bit
+// for bit.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,6 +15,18 @@
 #include <vector>
 
 #include "zul.h"
+
+// A data type of the step and attributes; a maximum reflection of 0 stores none.
+inline zul_DataType makeDataType(float step, zul_ColorMode color, int maxReflection, bool normals) {
+    zul_DataType dataType;
+    zul_init_headers(&dataType, nullptr);
+    dataType.quantizationStep = step;
+    dataType.colorMode = color;
+    dataType.reflectionMode = maxReflection > 0 ? zul_REFLECTION_CLAMPED : zul_REFLECTION_NONE;
+    dataType.maxReflection = maxReflection;
+    dataType.normalMode = normals ? zul_NORMAL_SPHERICAL : zul_NORMAL_NONE;
+    return dataType;
+}
 
 template <typename Bytes = std::string>
 Bytes readFile(const std::string& path) {

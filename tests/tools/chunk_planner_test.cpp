@@ -127,11 +127,7 @@ TEST_P(AwkwardClouds, PlanWithoutErrorOrEmptyChunk) {
     const Shape& shape = GetParam();
     std::vector<zul_Point> points = randomPoints(shape.move ? 5000 : 1, 1, 1, 9);
     for (size_t i = 0; i < points.size() && shape.move; ++i) shape.move(points[i].position, i);
-    zul_DataType type;
-    zul_init_headers(&type, nullptr);
-    type.quantizationStep = shape.step;
-    type.reflectionMode = zul_REFLECTION_CLAMPED;
-    type.maxReflection = 1 << 20;
+    const zul_DataType type = makeDataType(shape.step, zul_COLOR_NONE, 1 << 20, false);
     for (size_t exactLimit : {size_t{1} << 20, size_t{0}}) {
         zulplan::PlanOptions options;
         options.chunk = 300;
@@ -179,12 +175,7 @@ std::vector<zul_Point> flightStrip(int lines, int perLine) {
 // What a sample says a cutting costs is within 1% of what the whole cutting costs.
 TEST(BlockPlanner, EstimatesFromSamplesHoldWithinOnePercent) {
     const std::vector<zul_Point> strip = flightStrip(600, 1000);
-    zul_DataType type;
-    zul_init_headers(&type, nullptr);
-    type.quantizationStep = 0.01f;
-    type.colorMode = zul_COLOR_RGB888;
-    type.reflectionMode = zul_REFLECTION_CLAMPED;
-    type.maxReflection = 65535;
+    const zul_DataType type = makeDataType(0.01f, zul_COLOR_RGB888, 65535, false);
     zulplan::ChunkEncoder encoder(type, nullptr);
     zulplan::BlockPlannerOptions options;
     options.exactLimit = 0;
