@@ -287,17 +287,10 @@ TEST(RejectionCheck, OfADamagedMarkerIsTheFileLayers) {
     stream.markers[1][7] ^= 0x01;
     const std::string path = ::testing::TempDir() + "rejection_check_marker.zul";
     writeFile(path, fileBytes(stream));
-    zul_in_Context reader = nullptr;
-    zul_DataType dataType;
-    ASSERT_EQ(zul_in_open(&reader, &dataType, path.c_str()), zul_STATUS_OK);
     zullib::clearRefusal();
-    zul_Point point;
     zul_Status status;
-    int read = 0;
-    while ((status = zul_in_readNextPoint(reader, &point)) == zul_STATUS_OK) ++read;
-    zul_in_close(&reader);
+    EXPECT_EQ(readWithReader(path, &status).size(), 10u);
     std::remove(path.c_str());
-    EXPECT_EQ(read, 10);
     EXPECT_EQ(status, zul_STATUS_CORRUPT_DATA);
     if (zullib::kRefusalsRecorded) {
         EXPECT_EQ(std::string(zullib::firstRefusal().check), "syncMarker.equals(markerBuffer)");

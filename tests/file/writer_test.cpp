@@ -51,7 +51,9 @@ TEST_P(WriterChunking, CutsChunksWhereTheSizeSays) {
     const std::string file = path("chunks.zul");
     zul_out_Context writer = nullptr;
     ASSERT_EQ(openWriter(&writer, file, kType, header2), OK);
-    if (c.chunkSize > 0) ASSERT_EQ(zul_out_setChunkSize(writer, c.chunkSize), OK);
+    if (c.chunkSize > 0) {
+        ASSERT_EQ(zul_out_setChunkSize(writer, c.chunkSize), OK);
+    }
     const int chunkSize = c.chunkSize > 0 ? c.chunkSize : 10000;
     for (int i = 0; i < cloud.size(); ++i) {
         const zul_Point p = pointOf(cloud, i);

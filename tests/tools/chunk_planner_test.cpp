@@ -73,10 +73,8 @@ class PlannedFiles : public ToolTest, public ::testing::WithParamInterface<const
 TEST_P(PlannedFiles, HoldTheSamePointsInNoMoreBytes) {
     const std::string input = dataFile(GetParam());
     for (const char* order : {"input", "plan"}) {
-        ASSERT_EQ(runTool(std::string("compress -q --chunk 4000 --order ") + order + " " + input +
-                          " " + path(std::string(order) + ".zul"))
-                      .exitCode,
-                  0);
+        ASSERT_TRUE(toolSucceeds(std::string("compress -q --chunk 4000 --order ") + order + " " +
+                                 input + " " + path(std::string(order) + ".zul")));
     }
     const ZulFile inputOrder = readZul(path("input.zul")), planned = readZul(path("plan.zul"));
     EXPECT_EQ(keys(planned.points), keys(inputOrder.points));
@@ -91,10 +89,8 @@ INSTANTIATE_TEST_SUITE_P(SharedClouds, PlannedFiles,
 TEST_F(ToolTest, KdAndBudgetedBlocksStaySelectable) {
     // One MiB holds 21 chunks of 1000 points: cturtle's 167,198 points make eight blocks of
     // k-d cells, every chunk but the last full.
-    ASSERT_EQ(runTool("compress -q --chunk 1000 --order kd --order-budget 1 " +
-                      dataFile("cturtle.pcd") + " " + path("blocks.zul"))
-                  .exitCode,
-              0);
+    ASSERT_TRUE(toolSucceeds("compress -q --chunk 1000 --order kd --order-budget 1 " +
+                             dataFile("cturtle.pcd") + " " + path("blocks.zul")));
     const ZulFile file = readZul(path("blocks.zul"));
     ASSERT_EQ(file.chunkCounts.size(), 168u);
     for (size_t i = 0; i + 1 < file.chunkCounts.size(); ++i) ASSERT_EQ(file.chunkCounts[i], 1000);

@@ -249,11 +249,10 @@ class CommandLineRun : public ToolTest {};
 // the full output whose points lie within it, bounds included; and the thread count changes no
 // byte.
 TEST_F(CommandLineRun, BoxKeepsThePointsWithinItAndThreadsChangeNothing) {
-    ASSERT_EQ(runTool("compress -q --chunk 37 --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 --translate "
-                      "10 20 30 " +
-                      dataFile("bun0.pcd") + " " + path("b.zul"))
-                  .exitCode,
-              0);
+    ASSERT_TRUE(
+        toolSucceeds("compress -q --chunk 37 --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 --translate "
+                     "10 20 30 " +
+                     dataFile("bun0.pcd") + " " + path("b.zul")));
     const std::vector<zul_Point> points = readZul(path("b.zul")).points;
     ASSERT_GT(points.size(), 300u);
     double low[3], high[3];
@@ -268,17 +267,13 @@ TEST_F(CommandLineRun, BoxKeepsThePointsWithinItAndThreadsChangeNothing) {
     std::snprintf(box, sizeof box, "%.17g,%.17g,%.17g,%.17g,%.17g,%.17g", low[0], low[1], low[2],
                   high[0], high[1], high[2]);
     for (const char* threads : {"1", "2", "0"}) {
-        ASSERT_EQ(runTool(std::string("decompress -q -j ") + threads + " " + path("b.zul") + " " +
-                          path(std::string("full") + threads + ".xyz"))
-                      .exitCode,
-                  0);
+        ASSERT_TRUE(toolSucceeds(std::string("decompress -q -j ") + threads + " " + path("b.zul") +
+                                 " " + path(std::string("full") + threads + ".xyz")));
     }
     EXPECT_EQ(readFile(path("full2.xyz")), readFile(path("full1.xyz")));
     EXPECT_EQ(readFile(path("full0.xyz")), readFile(path("full1.xyz")));
-    ASSERT_EQ(runTool("decompress -q -j 2 --bbox " + std::string(box) + " " + path("b.zul") + " " +
-                      path("box.xyz"))
-                  .exitCode,
-              0);
+    ASSERT_TRUE(toolSucceeds("decompress -q -j 2 --bbox " + std::string(box) + " " + path("b.zul") +
+                             " " + path("box.xyz")));
     std::stringstream full(readFile(path("full1.xyz")));
     std::string expected, line;
     size_t at = 0, kept = 0, onBound = 0;
@@ -338,7 +333,7 @@ TEST_F(CommandLineRun, CompressThreadsChangeNoByte) {
 // SIGINT and SIGTERM in the middle of writing: the partial output goes, the tool dies of the
 // signal (the shell's 130 and 143), and the folder holds what it held before.
 TEST_F(CommandLineRun, InterruptLeavesNothing) {
-    ASSERT_EQ(runTool("demo -q --points 300000 --keep " + path("big.zul")).exitCode, 0);
+    ASSERT_TRUE(toolSucceeds("demo -q --points 300000 --keep " + path("big.zul")));
     for (const int signal : {SIGINT, SIGTERM}) {
         const pid_t child = ::fork();
         ASSERT_GE(child, 0);

@@ -53,11 +53,9 @@ class LasRoundTrip : public ToolTest, public ::testing::WithParamInterface<LasCa
 
 TEST_P(LasRoundTrip, GivesBackTheSameIntegersScaleOffsetAndSystem) {
     const LasCase& c = GetParam();
-    ASSERT_EQ(runTool("compress -q " + dataFile(c.input) + " " + path("cloud.zul")).exitCode, 0);
-    ASSERT_EQ(runTool(std::string("decompress -q --las-version ") + c.lasVersion + " " +
-                      path("cloud.zul") + " " + path("back.las"))
-                  .exitCode,
-              0);
+    ASSERT_TRUE(toolSucceeds("compress -q " + dataFile(c.input) + " " + path("cloud.zul")));
+    ASSERT_TRUE(toolSucceeds(std::string("decompress -q --las-version ") + c.lasVersion + " " +
+                             path("cloud.zul") + " " + path("back.las")));
     const LasContent in = lasContent(dataFile(c.input)), out = lasContent(path("back.las"));
     for (int axis = 0; axis < 3; ++axis) {
         EXPECT_EQ(out.scale[axis], in.scale[axis]);
@@ -94,7 +92,7 @@ TEST_F(ToolTest, LasColourWidthIsJudgedFromTheWholeFileAndScalesThatDifferAreSai
               std::string::npos)
         << run.output;
     EXPECT_NE(run.output.find("left out: the low byte of 16-bit colour"), std::string::npos);
-    ASSERT_EQ(runTool("decompress -q " + path("late.zul") + " " + path("back.las")).exitCode, 0);
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("late.zul") + " " + path("back.las")));
 
     // 16-bit colour: every channel by its high byte (32768 as 128, never wrapped to 0).
     int coloured = 0;
@@ -108,14 +106,14 @@ TEST_F(ToolTest, LasColourWidthIsJudgedFromTheWholeFileAndScalesThatDifferAreSai
 
 // Intensities through a KITTI scan, whose floats lie within 0 .. 1, come back as the integers.
 TEST_F(ToolTest, IntensitiesSurviveAKittiScan) {
-    ASSERT_EQ(runTool("compress -q " + dataFile("sample_c.las") + " " + path("a.zul")).exitCode, 0);
-    ASSERT_EQ(runTool("decompress -q " + path("a.zul") + " " + path("a.bin")).exitCode, 0);
+    ASSERT_TRUE(toolSucceeds("compress -q " + dataFile("sample_c.las") + " " + path("a.zul")));
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("a.zul") + " " + path("a.bin")));
     const ToolRun run = runTool("compress " + path("a.bin") + " " + path("b.zul"));
     ASSERT_EQ(run.exitCode, 0);
     EXPECT_NE(run.output.find("multiplied by 65535, which makes every one a whole number"),
               std::string::npos)
         << run.output;
-    ASSERT_EQ(runTool("decompress -q " + path("b.zul") + " " + path("b.las")).exitCode, 0);
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("b.zul") + " " + path("b.las")));
     std::vector<double> original, back;
     for (const CloudPoint& p : readCloud(dataFile("sample_c.las"))) original.push_back(p.intensity);
     for (const CloudPoint& p : readCloud(path("b.las"))) back.push_back(p.intensity);

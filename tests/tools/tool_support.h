@@ -56,6 +56,14 @@ inline ToolRun runTool(const std::string& arguments) {
     return run;
 }
 
+// Whether the tool ran with `arguments` and succeeded; its output if not.
+inline ::testing::AssertionResult toolSucceeds(const std::string& arguments) {
+    const ToolRun run = runTool(arguments);
+    if (run.exitCode == 0) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "zul " << arguments << ": exit " << run.exitCode << "\n"
+                                         << run.output;
+}
+
 struct CloudPoint {
     zul_Point point;
     double intensity;
