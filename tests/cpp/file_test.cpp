@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "cpp/host_support.h"
+#include "support/host_files.h"
 #include "support/temp_folder.h"
 #include "zul.hpp"
 

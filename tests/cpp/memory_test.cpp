@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cpp/host_support.h"
+#include "support/host_files.h"
 #include "support/temp_folder.h"
 #include "zul.hpp"
 

@@ -1,6 +1,6 @@
 // Files and points as any host of the library sees them (zul.h only): whole files read and
-// written, data types, a seeded cloud, every point the file reader gives, and points compared bit
-// for bit.
+// written, data types, a seeded cloud, every point the file reader gives, points compared bit for
+// bit, and the status a call of the C++ classes throws.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "zul.h"
+#include "zul/error.hpp"
 
 // A data type of the step and attributes; a maximum reflection of 0 stores none.
 inline zul_DataType makeDataType(float step, zul_ColorMode color, int maxReflection, bool normals) {
@@ -101,4 +102,15 @@ inline std::vector<zul_Point> samplePoints(int count, uint32_t seed) {
         for (float& n : p.normal) n /= std::sqrt(length);
     }
     return points;
+}
+
+// The status of the zul::Error that `call` throws, or zul_STATUS_OK if it throws none.
+template <typename Call>
+zul_Status statusOf(Call call) {
+    try {
+        call();
+    } catch (const zul::Error& e) {
+        return e.status();
+    }
+    return zul_STATUS_OK;
 }
