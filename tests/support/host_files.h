@@ -1,6 +1,6 @@
-// Files and points as any host of the library sees them (zul.h only): whole files read and
-// written, data types, a seeded cloud, every point the file reader gives, points compared bit for
-// bit, and the status a call of the C++ classes throws.
+// Files and points as any host of the library sees them (the public headers only): whole files read
+// and written, data types, a seeded cloud, every point the file reader gives, points compared bit
+// for bit, and the status a call of the C++ classes throws.
 #pragma once
 
 #include <gtest/gtest.h>
