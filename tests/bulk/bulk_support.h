@@ -84,14 +84,9 @@ inline Arrays makeCloud(const zul_DataType& type, int64_t n, uint32_t seed) {
 // The file writer's file of the cloud, point by point.
 inline void writeWithWriter(const std::string& path, const Arrays& cloud, const zul_DataType& type,
                             const zul_Header2* header, int chunkSize) {
-    zul_out_Context writer = nullptr;
-    ASSERT_EQ(zul_out_open2(&writer, path.c_str(), &type, header), zul_STATUS_OK);
-    ASSERT_EQ(zul_out_setChunkSize(writer, chunkSize), zul_STATUS_OK);
-    for (int64_t i = 0; i < cloud.size(); ++i) {
-        const zul_Point p = cloud.point(i);
-        ASSERT_EQ(zul_out_writePoint(writer, &p), zul_STATUS_OK);
-    }
-    ASSERT_EQ(zul_out_close(&writer), zul_STATUS_OK);
+    std::vector<zul_Point> points;
+    for (int64_t i = 0; i < cloud.size(); ++i) points.push_back(cloud.point(i));
+    writePoints(path, type, header, chunkSize, points);
 }
 
 // A version 2 header that rotates about z by 30 degrees, scales by 2 and moves.

@@ -61,6 +61,19 @@ inline std::vector<zul_Point> readWithReader(const std::string& path, zul_Status
     return points;
 }
 
+// Writes the points through the file writer in chunks of `chunkSize`; fails the test on any
+// refusal.
+inline void writePoints(const std::string& path, const zul_DataType& type,
+                        const zul_Header2* header, int chunkSize,
+                        const std::vector<zul_Point>& points) {
+    zul_out_Context writer = nullptr;
+    ASSERT_EQ(zul_out_open2(&writer, path.c_str(), &type, header), zul_STATUS_OK);
+    ASSERT_EQ(zul_out_setChunkSize(writer, chunkSize), zul_STATUS_OK);
+    for (size_t i = 0; i < points.size(); ++i)
+        ASSERT_EQ(zul_out_writePoint(writer, &points[i]), zul_STATUS_OK) << "point " << i;
+    ASSERT_EQ(zul_out_close(&writer), zul_STATUS_OK);
+}
+
 // Bit for bit, field by field (the record has padding); fields of missing attributes are 0 in
 // both.
 inline ::testing::AssertionResult samePoint(const zul_Point& a, const zul_Point& b) {
