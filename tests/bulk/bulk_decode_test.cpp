@@ -35,14 +35,14 @@ class BulkRoundTrip : public TempFolderTest, public ::testing::WithParamInterfac
 
 TEST_P(BulkRoundTrip, EncodesTheWritersBytesAndDecodesWhatTheReaderReads) {
     const Combination c = GetParam();
-    const zul_DataType type = dataType(c.color, c.reflection, c.normals);
+    const zul_DataType type = makeDataType(0.001f, c.color, c.reflection ? 4000 : 0, c.normals);
     const zul_Header2 header = turningHeader();
     const zul_Header2* h = c.normals ? &header : nullptr;
     Arrays cloud = makeCloud(type, c.points, 11);
     const std::string file = path("cloud.zul"), bulk = path("bulk.zul");
     zul_test_useFixedRandomSeed(true, 1234);
     writeWithWriter(file, cloud, type, h, c.chunk);
-    const std::vector<char> bytes = fileBytes(file);
+    const std::string bytes = readFile(file);
     const zul_bulk_Points given = cloud.view();
     for (int threads : {1, 2, 3, 0}) {
         SCOPED_TRACE(threads);
@@ -51,7 +51,7 @@ TEST_P(BulkRoundTrip, EncodesTheWritersBytesAndDecodesWhatTheReaderReads) {
                                       &failed),
                   zul_STATUS_OK);
         EXPECT_EQ(failed, -1);
-        EXPECT_TRUE(fileBytes(bulk) == bytes);
+        EXPECT_TRUE(readFile(bulk) == bytes);
     }
     zul_test_useFixedRandomSeed(false, 0);
 
@@ -71,7 +71,7 @@ TEST_P(BulkRoundTrip, EncodesTheWritersBytesAndDecodesWhatTheReaderReads) {
         EXPECT_EQ(failed, -1);
         ASSERT_EQ(points.numPoints, c.points);
         for (int64_t i = 0; i < c.points; ++i)
-            expectSamePoint(out.point(i), expected[static_cast<size_t>(i)], type, i);
+            ASSERT_TRUE(samePoint(out.point(i), expected[static_cast<size_t>(i)])) << "point " << i;
     }
 
     // Boxes around points of the cloud, from small to the whole.
@@ -115,10 +115,10 @@ class BulkEncodePlanTest : public TempFolderTest {};
 // Chunks of uneven sizes: the bytes one encoder makes for them, one after the other.
 TEST_F(BulkEncodePlanTest, FollowsThePlan) {
     zul_test_useFixedRandomSeed(true, 1234);
-    const zul_DataType type = dataType(zul_COLOR_RGB888, true, false);
+    const zul_DataType type = makeDataType(0.001f, zul_COLOR_RGB888, 4000, false);
     Arrays cloud = makeCloud(type, 2000, 4);
     const std::vector<int32_t> plan = {1, 999, 300, 650, 50};
-    std::vector<char> expected;
+    std::string expected;
     zul_enc_Context encoder = nullptr;
     ASSERT_EQ(zul_enc_open(&encoder, &type), zul_STATUS_OK);
     const char* bytes;
@@ -142,7 +142,7 @@ TEST_F(BulkEncodePlanTest, FollowsThePlan) {
         ASSERT_EQ(zul_bulk_encodeFile(file.c_str(), &type, nullptr, &all, plan.data(),
                                       static_cast<int64_t>(plan.size()), 0, threads, nullptr),
                   zul_STATUS_OK);
-        EXPECT_TRUE(fileBytes(file) == expected) << threads << " threads";
+        EXPECT_TRUE(readFile(file) == expected) << threads << " threads";
     }
     zul_test_useFixedRandomSeed(false, 0);
 }
@@ -150,7 +150,7 @@ TEST_F(BulkEncodePlanTest, FollowsThePlan) {
 // Without the fixed seed every encoder draws a marker of its own; the chunks of all threads must
 // carry the stream's one marker, or the index stops at the first chunk of another thread.
 TEST_F(BulkEncodePlanTest, EveryChunkCarriesTheStreamsMarker) {
-    const zul_DataType type = dataType(zul_COLOR_NONE, false, false);
+    const zul_DataType type = makeDataType(0.001f, zul_COLOR_NONE, 0, false);
     Arrays cloud = makeCloud(type, 60000, 8);
     const zul_bulk_Points points = cloud.view();
     const std::string file = path("markers.zul");

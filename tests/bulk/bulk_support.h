@@ -7,12 +7,12 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "support/host_files.h"
+#include "support/stream_codec.h"
 #include "zul.h"
 #include "zul_bulk.h"
 
@@ -55,19 +55,6 @@ struct Arrays {
     }
 };
 
-inline zul_DataType dataType(zul_ColorMode color, bool reflection, bool normals) {
-    zul_DataType type;
-    zul_init_headers(&type, nullptr);
-    type.quantizationStep = 0.001f;
-    type.colorMode = color;
-    if (reflection) {
-        type.reflectionMode = zul_REFLECTION_CLAMPED;
-        type.maxReflection = 4000;
-    }
-    if (normals) type.normalMode = zul_NORMAL_SPHERICAL;
-    return type;
-}
-
 // A walk along x with noise, so that consecutive chunks have boxes of their own.
 inline Arrays makeCloud(const zul_DataType& type, int64_t n, uint32_t seed) {
     std::mt19937 random(seed);
@@ -97,47 +84,9 @@ inline Arrays makeCloud(const zul_DataType& type, int64_t n, uint32_t seed) {
 // The file writer's file of the cloud, point by point.
 inline void writeWithWriter(const std::string& path, const Arrays& cloud, const zul_DataType& type,
                             const zul_Header2* header, int chunkSize) {
-    zul_out_Context writer = nullptr;
-    ASSERT_EQ(zul_out_open2(&writer, path.c_str(), &type, header), zul_STATUS_OK);
-    ASSERT_EQ(zul_out_setChunkSize(writer, chunkSize), zul_STATUS_OK);
-    for (int64_t i = 0; i < cloud.size(); ++i) {
-        const zul_Point p = cloud.point(i);
-        ASSERT_EQ(zul_out_writePoint(writer, &p), zul_STATUS_OK);
-    }
-    ASSERT_EQ(zul_out_close(&writer), zul_STATUS_OK);
-}
-
-// Every point the file reader gives, and the status it ends with.
-inline std::vector<zul_Point> readWithReader(const std::string& path, zul_Status* end) {
     std::vector<zul_Point> points;
-    zul_in_Context reader = nullptr;
-    zul_DataType type;
-    *end = zul_in_open(&reader, &type, path.c_str());
-    zul_Point p{};
-    while (*end == zul_STATUS_OK && (*end = zul_in_readNextPoint(reader, &p)) == zul_STATUS_OK)
-        points.push_back(p);
-    zul_in_close(&reader);
-    return points;
-}
-
-inline std::vector<char> fileBytes(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-inline void writeBytes(const std::string& path, const std::vector<char>& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-// Field by field (the record has padding); fields of missing attributes are 0 in both.
-inline void expectSamePoint(const zul_Point& a, const zul_Point& b, const zul_DataType&,
-                            int64_t i) {
-    ASSERT_TRUE(std::memcmp(a.position, b.position, sizeof a.position) == 0 &&
-                std::memcmp(a.color, b.color, sizeof a.color) == 0 &&
-                a.reflection == b.reflection &&
-                std::memcmp(a.normal, b.normal, sizeof a.normal) == 0)
-        << "point " << i;
+    for (int64_t i = 0; i < cloud.size(); ++i) points.push_back(cloud.point(i));
+    writePoints(path, type, header, chunkSize, points);
 }
 
 // A version 2 header that rotates about z by 30 degrees, scales by 2 and moves.

@@ -2,10 +2,9 @@
 // a file and a buffer, a box query, and the errors they throw.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <vector>
 
+#include "support/host_files.h"
 #include "support/temp_folder.h"
 #include "zul.hpp"
 
@@ -37,8 +36,7 @@ TEST_F(BulkClasses, RoundTripQueryAndErrors) {
     EXPECT_EQ(chunks, (std::vector<int64_t>{1, 2}));
     EXPECT_EQ(zul::decodeBulk(index, chunks).size(), 2000u);
 
-    std::ifstream in(file, std::ios::binary);
-    std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), {}};
+    std::vector<uint8_t> bytes = readFile<std::vector<uint8_t>>(file);
     bytes.resize(bytes.size() - 1);
     const zul::ChunkIndex cut{zul::ByteView(bytes)};
     EXPECT_EQ(cut.numChunks(), 4);

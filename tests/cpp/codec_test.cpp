@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "cpp/host_support.h"
+#include "support/host_files.h"
 #include "zul.hpp"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "cpp/host_support.h"
+#include "support/host_files.h"
 #include "support/temp_folder.h"
 #include "zul.hpp"
 
@@ -30,8 +30,8 @@ TEST_F(WriterReader, WidePathsAreOpenedAsUtf8) {
     zul::Writer writer(wide, kAllAttributes);
     for (const zul_Point& p : samplePoints(5, 24)) writer.write(p);
     writer.close();
-    EXPECT_FALSE(fileBytes(path("n\xc3\xbc"
-                                "age.zul"))
+    EXPECT_FALSE(readFile(path("n\xc3\xbc"
+                               "age.zul"))
                      .empty());
     zul::Reader reader(wide);
     EXPECT_EQ(readAll(reader).size(), 5u);
@@ -47,7 +47,7 @@ TEST_F(WriterReader, OpeningFailuresNameThePathAndStatus) {
                   path("no/such/folder.zul") + ": zul_out_open2: zul_STATUS_WRITE_ERROR (4)");
     }
     EXPECT_EQ(statusOf([&] { zul::Reader r(path("missing.zul")); }), zul_STATUS_READ_ERROR);
-    writeBytes(path("text.zul"), std::vector<uint8_t>(64, 'x'));
+    writeFile(path("text.zul"), std::string(64, 'x'));
     EXPECT_EQ(statusOf([&] { zul::Reader r(path("text.zul")); }), zul_STATUS_BAD_SIGNATURE);
 }
 
@@ -56,9 +56,9 @@ TEST_F(WriterReader, ACutFileThrowsFromTheRange) {
         zul::Writer writer(path("a.zul"), kAllAttributes);
         for (const zul_Point& p : samplePoints(100, 25)) writer.write(p);
     }
-    std::vector<uint8_t> bytes = fileBytes(path("a.zul"));
+    std::string bytes = readFile(path("a.zul"));
     bytes.resize(bytes.size() - 1);
-    writeBytes(path("a.zul"), bytes);
+    writeFile(path("a.zul"), bytes);
     zul::Reader reader(path("a.zul"));
     EXPECT_EQ(reader.numPoints(), 100);  // the count reads chunk headers only
     try {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <vector>
 
@@ -49,29 +50,22 @@ TEST_P(StateTable, AnswersAndMovesAsTheTableSays) {
         zul_DataType dataType;
         zul_PointData points = {};
         const Bytes zeroCount(static_cast<size_t>(64), '\0');
-        const auto step = [&](int s) -> zul_Status {
-            switch (s) {
-                case 0:
-                    return context.open(&size, stream.signature.data(), nullptr);
-                case 1:
-                    return zul_dec_decodeFileHeader(handle, &dataType, &size, &marker,
-                                                    stream.fileHeader.data());
-                case 2:
-                    return zul_dec_decodeChunkHeader(handle, &size, stream.chunkHeaders[0].data());
-                case 3:
-                    return zul_dec_decodeChunkBody(handle, &points, stream.bodies[0].data());
-                case 4:
-                    return zul_dec_getNumPointsInChunk(handle, &count);
-                default:
-                    return zul_dec_decodeChunkHeader(handle, &size, zeroCount.data());
-            }
-        };
-        for (int s = 0; s < std::min(c.stepsTaken, 4); ++s) ASSERT_EQ(step(s), OK) << s;
+        const std::function<zul_Status()> steps[] = {
+            [&] { return context.open(&size, stream.signature.data(), nullptr); },
+            [&] {
+                return zul_dec_decodeFileHeader(handle, &dataType, &size, &marker,
+                                                stream.fileHeader.data());
+            },
+            [&] { return zul_dec_decodeChunkHeader(handle, &size, stream.chunkHeaders[0].data()); },
+            [&] { return zul_dec_decodeChunkBody(handle, &points, stream.bodies[0].data()); },
+            [&] { return zul_dec_getNumPointsInChunk(handle, &count); },
+            [&] { return zul_dec_decodeChunkHeader(handle, &size, zeroCount.data()); }};
+        for (int s = 0; s < std::min(c.stepsTaken, 4); ++s) ASSERT_EQ(steps[s](), OK) << s;
         if (c.stepsTaken == 5) {
-            ASSERT_EQ(step(2), OK);
-            ASSERT_EQ(step(5), BAD);
+            ASSERT_EQ(steps[2](), OK);
+            ASSERT_EQ(steps[5](), BAD);
         }
-        EXPECT_EQ(step(call), c.status[call]);
+        EXPECT_EQ(steps[call](), c.status[call]);
         EXPECT_EQ(context.state, c.stateAfter[call]);
         EXPECT_EQ(count, call == 4 && c.status[call] == OK ? 20 : -1);
     }

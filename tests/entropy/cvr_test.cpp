@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <tuple>
 #include <vector>
 
 #include "support/test_names.h"
@@ -13,17 +14,8 @@ namespace {
 
 const int64_t kMax = INT64_MAX, kMin = INT64_MIN;
 
-struct Range {
-    int numBits;
-    int64_t minDelta, maxDelta;
-    bool operator==(const Range& o) const {
-        return numBits == o.numBits && minDelta == o.minDelta && maxDelta == o.maxDelta;
-    }
-};
-
-void PrintTo(const Range& r, std::ostream* os) {
-    *os << "{" << r.numBits << ", " << r.minDelta << ", " << r.maxDelta << "}";
-}
+// A range entry as its bits, smallest and largest delta.
+using Range = std::tuple<int, int64_t, int64_t>;
 
 std::vector<Range> ranges(const std::vector<CVR::RangeEntry>& entries) {
     std::vector<Range> out;

@@ -1,7 +1,9 @@
 // Each fast form of the stream coding against the plain form it replaces: the range search over
 // fixed arrays (DeltaEncoder) and the whole-code table (DeltaCodeTable) against CVR's search and
 // field-by-field writing, the decoding look-up (CodeLookup) against reading a code bit by bit, and
-// the word-at-a-time bit writer and reader against BitStreamOut and BitStreamIn.
+// the word-at-a-time bit writer and reader against BitStreamOut and BitStreamIn, and the
+// branch-free decoding of a whole code (PrefixCodeTable) against the range tables, an escape's
+// value as it stands.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -17,6 +19,7 @@
 #include "entropy/cvr.h"
 #include "entropy/delta_decoder.h"
 #include "entropy/delta_encoder.h"
+#include "entropy/prefix_code_table.h"
 
 using namespace zullib;
 
@@ -73,6 +76,13 @@ std::vector<unsigned char> plainCode(const CVR::LookupTable& lookup, int lastPre
     out.alignToByte();
     buffer.resize(static_cast<size_t>(out.bytePosition));
     return buffer;
+}
+
+// A payload of `length` bits as the reader sees it: the top bit is the sign of a signed delta.
+int64_t signedPayload(uint64_t raw, int length, bool nonNegative) {
+    if (!nonNegative && length > 0 && ((raw >> (length - 1)) & 1) != 0)
+        raw |= ~uint64_t{0} << length;
+    return static_cast<int64_t>(raw);
 }
 
 TEST_P(FastForms, DeltaEncoderFindsTheRangesCvrFinds) {
@@ -144,12 +154,10 @@ TEST_P(FastForms, CodeLookupReadsThePlainCodes) {
             EXPECT_EQ(entry.bits, 0);
             continue;
         }
-        uint64_t raw = in.readBits(length);
+        const uint64_t raw = in.readBits(length);
         const int used = static_cast<int>(in.bytePosition * 8 + in.bitPosition);
-        if (!c.nonNegative && length > 0 && ((raw >> (length - 1)) & 1) != 0)
-            raw |= ~uint64_t{0} << length;
         int64_t delta;
-        CVR::decodeDelta(delta, lookup, static_cast<int64_t>(raw), prefix);
+        CVR::decodeDelta(delta, lookup, signedPayload(raw, length, c.nonNegative), prefix);
         if (used > CodeLookup::kPeekBits || delta < INT32_MIN || delta > INT32_MAX) {
             EXPECT_EQ(entry.bits, 0);
             continue;
@@ -159,17 +167,76 @@ TEST_P(FastForms, CodeLookupReadsThePlainCodes) {
     }
 }
 
-// Signed and unsigned components, escapes, empty payloads, one-entry tables, codes longer than
-// the look-up's bits, components too wide for the code table, a table as long as the arrays hold.
-INSTANTIATE_TEST_SUITE_P(Tables, FastForms,
-                         ::testing::Values(TableCase{{0, 2, 4, 255}, 8, false},
-                                           TableCase{{0, 1, 3, 255}, 8, true},
-                                           TableCase{{2, 6}, 6, false}, TableCase{{0}, 5, true},
-                                           TableCase{{255}, 7, false},
-                                           TableCase{{1, 2, 3, 4, 5, 6, 9, 255}, 10, false},
-                                           TableCase{{0, 3, 8, 255}, 10, true},
-                                           TableCase{{2, 5, 11, 17, 255}, 40, false},
-                                           TableCase{{4, 16, 32, 255}, 24, true}));
+TEST_P(FastForms, PrefixCodeTableGivesTheRangeTablesDeltas) {
+    const TableCase& param = GetParam();
+    const DeltaDecoder decoder(lookup);
+    ASSERT_TRUE(decoder.usable());
+    const PrefixCodeTable codes(param.table, lastPrefix, param.absoluteBits, param.nonNegative,
+                                decoder);
+    ASSERT_TRUE(codes.usable());
+
+    std::mt19937_64 random(7);
+    for (int prefix = 0; prefix <= lastPrefix; ++prefix) {
+        const int length = param.table[static_cast<size_t>(prefix)];
+        const bool escape = length == 255;
+        const int payloadBits = escape ? param.absoluteBits : length;
+        const int prefixBits = prefix < lastPrefix ? prefix + 1 : prefix;
+        const uint64_t mask = (uint64_t{1} << payloadBits) - 1;
+        // The extremes of the payload, its sign bit alone, and random ones.
+        std::vector<uint64_t> raws = {0, mask, mask >> 1, (mask >> 1) + 1, 1};
+        for (int i = 0; i < 50; ++i) raws.push_back(random() & mask);
+        for (uint64_t raw : raws) {
+            raw &= mask;
+            // The code, then bits of whatever follows it.
+            const uint64_t ones = (uint64_t{1} << prefix) - 1;
+            const uint64_t following = random() << (prefixBits + payloadBits);
+            const uint64_t bits =
+                ones | raw << prefixBits | (prefixBits + payloadBits < 64 ? following : 0);
+            const PrefixCodeTable::Code& code = codes.codes()[PrefixCodeTable::count(bits)];
+            SCOPED_TRACE(::testing::Message() << "prefix " << prefix << ", payload " << raw);
+            EXPECT_EQ(code.escape, escape);
+            EXPECT_EQ(code.codeBits, prefixBits + payloadBits);
+            if (escape) {
+                EXPECT_EQ(code.payload(bits), static_cast<int64_t>(raw));
+                continue;
+            }
+            int64_t expected = 0;
+            CVR::decodeDelta(expected, lookup, signedPayload(raw, length, param.nonNegative),
+                             prefix);
+            EXPECT_EQ(code.delta(code.payload(bits)), expected);
+        }
+    }
+}
+
+// Signed and unsigned components, escapes, empty payloads (one delta, or the slot-0 run of equal
+// values), one-entry tables, codes longer than the look-up's bits, components too wide for the
+// code table, a table as long as the arrays hold.
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Tables, FastForms, ::testing::Values(
+    TableCase{{0, 2, 4, 255}, 8, false}, TableCase{{0, 1, 3, 255}, 8, true},
+    TableCase{{0, 2, 4, 8, 255}, 12, false}, TableCase{{0, 2, 4, 8, 255}, 12, true},
+    TableCase{{0, 0, 3, 5, 255}, 20, true}, TableCase{{2, 6}, 6, false}, TableCase{{3}, 8, false},
+    TableCase{{0}, 5, true}, TableCase{{0}, 5, false}, TableCase{{255}, 7, false},
+    TableCase{{1, 2, 3, 4, 5, 6, 9, 255}, 10, false}, TableCase{{0, 3, 8, 255}, 10, true},
+    TableCase{{2, 5, 11, 17, 255}, 40, false}, TableCase{{2, 5, 11, 17, 255}, 48, false},
+    TableCase{{4, 16, 32, 255}, 24, true}));
+// clang-format on
+
+TEST(PrefixCodeTable, CountsLeadingOnesUpToSixtyThree) {
+    EXPECT_EQ(PrefixCodeTable::count(0), 0);
+    EXPECT_EQ(PrefixCodeTable::count(0b0111), 3);
+    EXPECT_EQ(PrefixCodeTable::count(~uint64_t{0}), 63);
+}
+
+TEST(PrefixCodeTable, RefusesTablesItCannotHold) {
+    CVR::LookupTable lookup;
+    const std::vector<int> wide = {4, 60};
+    CVR::buildRangeLookupTable(lookup, wide, 64, false);
+    EXPECT_FALSE(PrefixCodeTable(wide, 1, 64, false, DeltaDecoder(lookup)).usable());
+    const std::vector<int> escapeTooWide = {4, 255};
+    CVR::buildRangeLookupTable(lookup, escapeTooWide, 60, false);
+    EXPECT_FALSE(PrefixCodeTable(escapeTooWide, 1, 60, false, DeltaDecoder(lookup)).usable());
+}
 
 // Field widths to draw from: narrow fields, any width the word takes, and wide ones.
 class BitForms : public ::testing::TestWithParam<int> {};

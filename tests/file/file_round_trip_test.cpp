@@ -78,15 +78,13 @@ TEST_P(FileRoundTrip, WritesTheEncodersStreamAndReadsTheDecodersPoints) {
         ASSERT_EQ(decoder.chunk(expected, chunk), zul_STATUS_OK);
         const zul_PointData& want = decoder.points;
         for (int i = 0; i < want.numPoints; ++i) {
-            zul_Point p = kSentinel;
+            zul_Point p = kSentinel, expected = kSentinel;
+            std::memcpy(expected.position, want.positions + 3 * i, sizeof p.position);
+            if (want.colors) std::memcpy(expected.color, want.colors + 3 * i, 3);
+            if (want.reflections) expected.reflection = want.reflections[i];
+            if (want.normals) std::memcpy(expected.normal, want.normals + 3 * i, sizeof p.normal);
             ASSERT_EQ(zul_in_readNextPoint(reader, &p), zul_STATUS_OK);
-            EXPECT_EQ(0, std::memcmp(p.position, want.positions + 3 * i, 24)) << i;
-            EXPECT_EQ(0,
-                      std::memcmp(p.color, want.colors ? want.colors + 3 * i : kSentinel.color, 3));
-            EXPECT_EQ(p.reflection, want.reflections ? want.reflections[i] : kSentinel.reflection);
-            EXPECT_EQ(0,
-                      std::memcmp(p.normal, want.normals ? want.normals + 3 * i : kSentinel.normal,
-                                  sizeof p.normal));
+            EXPECT_TRUE(samePoint(p, expected)) << i;
         }
     }
     zul_Point p = kSentinel;

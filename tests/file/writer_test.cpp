@@ -13,6 +13,8 @@
 namespace {
 
 const zul_DataType kType = makeDataType(0.001f, zul_COLOR_RGB888, 255, false);
+const zul_Status OK = zul_STATUS_OK, ARG = zul_STATUS_INVALID_ARGUMENT,
+                 IS = zul_STATUS_INVALID_STATE;
 
 // Opens a writer with encodeStream's sync marker.
 zul_Status openWriter(zul_out_Context* writer, const std::string& file,
@@ -48,18 +50,18 @@ TEST_P(WriterChunking, CutsChunksWhereTheSizeSays) {
     const PointCloud cloud = randomCloud(c.numPoints, 3);
     const std::string file = path("chunks.zul");
     zul_out_Context writer = nullptr;
-    ASSERT_EQ(openWriter(&writer, file, kType, header2), zul_STATUS_OK);
+    ASSERT_EQ(openWriter(&writer, file, kType, header2), OK);
     if (c.chunkSize > 0) {
-        ASSERT_EQ(zul_out_setChunkSize(writer, c.chunkSize), zul_STATUS_OK);
+        ASSERT_EQ(zul_out_setChunkSize(writer, c.chunkSize), OK);
     }
     const int chunkSize = c.chunkSize > 0 ? c.chunkSize : 10000;
     for (int i = 0; i < cloud.size(); ++i) {
         const zul_Point p = pointOf(cloud, i);
-        ASSERT_EQ(zul_out_writePoint(writer, &p), zul_STATUS_OK);
+        ASSERT_EQ(zul_out_writePoint(writer, &p), OK);
         ASSERT_EQ(writer->points.numPoints, (i + 1) % chunkSize) << "after point " << i;
         ASSERT_EQ(writer->headerWritten, i + 1 >= chunkSize);
     }
-    ASSERT_EQ(zul_out_close(&writer), zul_STATUS_OK);
+    ASSERT_EQ(zul_out_close(&writer), OK);
     EXPECT_EQ(writer, nullptr);
 
     std::vector<PointCloud> chunks = chunksOf(cloud, chunkSize);
@@ -75,9 +77,9 @@ zul_Status writePoints(zul_out_Context writer, const PointCloud& cloud, int firs
     for (int i = first; i < first + n; ++i) {
         const zul_Point p = pointOf(cloud, i);
         const zul_Status status = zul_out_writePoint(writer, &p);
-        if (status != zul_STATUS_OK) return status;
+        if (status != OK) return status;
     }
-    return zul_STATUS_OK;
+    return OK;
 }
 
 // The file the in-memory encoder makes of the cloud in chunks of `chunkSize`.
@@ -90,20 +92,19 @@ TEST_F(WriterTest, ChunkSizeIsCheckedAndMayChangeUntilTheFirstPoint) {
     const PointCloud cloud = randomCloud(7, 5);
     const std::string file = path("size.zul");
     zul_out_Context writer = nullptr;
-    ASSERT_EQ(openWriter(&writer, file), zul_STATUS_OK);
-    EXPECT_EQ(zul_out_setChunkSize(nullptr, 5), zul_STATUS_INVALID_ARGUMENT);
-    for (int refused : {0, -1, 2147483647}) {
-        EXPECT_EQ(zul_out_setChunkSize(writer, refused), zul_STATUS_INVALID_ARGUMENT) << refused;
-    }
+    ASSERT_EQ(openWriter(&writer, file), OK);
+    EXPECT_EQ(zul_out_setChunkSize(nullptr, 5), ARG);
+    for (int refused : {0, -1, 2147483647})
+        EXPECT_EQ(zul_out_setChunkSize(writer, refused), ARG) << refused;
     // The largest size is accepted without taking memory for it.
-    EXPECT_EQ(zul_out_setChunkSize(writer, 2147483646), zul_STATUS_OK);
-    EXPECT_EQ(zul_out_setChunkSize(writer, 3), zul_STATUS_OK);
-    EXPECT_EQ(zul_out_setChunkSize(writer, 0), zul_STATUS_INVALID_ARGUMENT);
-    EXPECT_EQ(writePoints(writer, cloud, 0, 1), zul_STATUS_OK);
-    EXPECT_EQ(zul_out_setChunkSize(writer, 5), zul_STATUS_INVALID_STATE);
-    EXPECT_EQ(zul_out_setChunkSize(writer, 0), zul_STATUS_INVALID_STATE);
-    EXPECT_EQ(writePoints(writer, cloud, 1, 6), zul_STATUS_OK);
-    EXPECT_EQ(zul_out_close(&writer), zul_STATUS_OK);
+    EXPECT_EQ(zul_out_setChunkSize(writer, 2147483646), OK);
+    EXPECT_EQ(zul_out_setChunkSize(writer, 3), OK);
+    EXPECT_EQ(zul_out_setChunkSize(writer, 0), ARG);
+    EXPECT_EQ(writePoints(writer, cloud, 0, 1), OK);
+    EXPECT_EQ(zul_out_setChunkSize(writer, 5), IS);
+    EXPECT_EQ(zul_out_setChunkSize(writer, 0), IS);
+    EXPECT_EQ(writePoints(writer, cloud, 1, 6), OK);
+    EXPECT_EQ(zul_out_close(&writer), OK);
     EXPECT_EQ(readFile(file), expectedFile(cloud, 3));
 }
 
@@ -124,19 +125,19 @@ TEST_F(WriterTest, BadNormalFailsTheWriterAndKeepsWhatWasWritten) {
     cloud.normals[3 * 6 + 0] = cloud.normals[3 * 6 + 1] = cloud.normals[3 * 6 + 2] = 0.0f;
     const std::string file = path("normal.zul");
     zul_out_Context writer = nullptr;
-    ASSERT_EQ(openWriter(&writer, file, withNormals), zul_STATUS_OK);
-    ASSERT_EQ(zul_out_setChunkSize(writer, 4), zul_STATUS_OK);
-    EXPECT_EQ(writePoints(writer, cloud, 0, 7), zul_STATUS_OK);  // the zero normal is taken
-    EXPECT_EQ(writePoints(writer, cloud, 7, 1), zul_STATUS_INVALID_ARGUMENT);
-    EXPECT_EQ(writePoints(writer, cloud, 0, 1), zul_STATUS_INVALID_STATE);
-    EXPECT_EQ(zul_out_setChunkSize(writer, 4), zul_STATUS_INVALID_STATE);
-    EXPECT_EQ(zul_out_close(&writer), zul_STATUS_OK);
+    ASSERT_EQ(openWriter(&writer, file, withNormals), OK);
+    ASSERT_EQ(zul_out_setChunkSize(writer, 4), OK);
+    EXPECT_EQ(writePoints(writer, cloud, 0, 7), OK);  // the zero normal is taken
+    EXPECT_EQ(writePoints(writer, cloud, 7, 1), ARG);
+    EXPECT_EQ(writePoints(writer, cloud, 0, 1), IS);
+    EXPECT_EQ(zul_out_setChunkSize(writer, 4), IS);
+    EXPECT_EQ(zul_out_close(&writer), OK);
     std::vector<PointCloud> firstChunk = {sliceOf(cloud, 0, 4)};
     EXPECT_EQ(readFile(file), fileBytes(encodeStream(withNormals, nullptr, firstChunk)));
 
-    ASSERT_EQ(openWriter(&writer, file, withNormals), zul_STATUS_OK);
-    EXPECT_EQ(writePoints(writer, cloud, 5, 2), zul_STATUS_OK);
-    EXPECT_EQ(zul_out_close(&writer), zul_STATUS_INVALID_ARGUMENT);
+    ASSERT_EQ(openWriter(&writer, file, withNormals), OK);
+    EXPECT_EQ(writePoints(writer, cloud, 5, 2), OK);
+    EXPECT_EQ(zul_out_close(&writer), ARG);
     EXPECT_EQ(writer, nullptr);
     EXPECT_EQ(readFile(file).size(), 36u);
 }
@@ -159,14 +160,13 @@ TEST_F(WriterTest, RefusedRecordsLeaveNoContextAndTouchNoFile) {
                           {file.c_str(), &kType, &badHeader}};
     for (const Refusal& r : refusals) {
         zul_out_Context writer = reinterpret_cast<zul_out_Context>(&badStep);
-        EXPECT_EQ(zul_out_open2(&writer, r.path, r.dataType, r.header),
-                  zul_STATUS_INVALID_ARGUMENT);
+        EXPECT_EQ(zul_out_open2(&writer, r.path, r.dataType, r.header), ARG);
         EXPECT_EQ(writer, nullptr);
     }
     zul_out_Context wide = reinterpret_cast<zul_out_Context>(&badStep);
-    EXPECT_EQ(zul_out_open2_w(&wide, nullptr, &kType, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_out_open2_w(&wide, nullptr, &kType, nullptr), ARG);
     EXPECT_EQ(wide, nullptr);
-    EXPECT_EQ(zul_out_open(nullptr, file.c_str(), &kType), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_out_open(nullptr, file.c_str(), &kType), ARG);
     EXPECT_EQ(readFile(file), "old content");
 }
 
@@ -179,10 +179,10 @@ TEST_F(WriterTest, PathThatCannotBeCreatedLeavesAClosedWriter) {
         EXPECT_EQ(zul_out_open(&writer, file.c_str(), &kType), zul_STATUS_WRITE_ERROR) << file;
         ASSERT_NE(writer, nullptr);
         const zul_Point p = {};
-        EXPECT_EQ(zul_out_writePoint(writer, &p), zul_STATUS_INVALID_STATE);
-        EXPECT_EQ(zul_out_writePoint(writer, nullptr), zul_STATUS_INVALID_STATE);
-        EXPECT_EQ(zul_out_setChunkSize(writer, 5), zul_STATUS_INVALID_STATE);
-        EXPECT_EQ(zul_out_close(&writer), zul_STATUS_OK);
+        EXPECT_EQ(zul_out_writePoint(writer, &p), IS);
+        EXPECT_EQ(zul_out_writePoint(writer, nullptr), IS);
+        EXPECT_EQ(zul_out_setChunkSize(writer, 5), IS);
+        EXPECT_EQ(zul_out_close(&writer), OK);
         EXPECT_EQ(writer, nullptr);
     }
     EXPECT_FALSE(std::filesystem::exists(path("missing")));
@@ -193,14 +193,14 @@ TEST_F(WriterTest, NullArguments) {
     const std::string file = path("old.zul");
     writeFile(file, "an older file of some length");
     zul_out_Context writer = nullptr;
-    ASSERT_EQ(openWriter(&writer, file), zul_STATUS_OK);
+    ASSERT_EQ(openWriter(&writer, file), OK);
     EXPECT_EQ(std::filesystem::file_size(file), 0u);
-    EXPECT_EQ(zul_out_writePoint(writer, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_out_writePoint(writer, nullptr), ARG);
     const zul_Point p = {};
-    EXPECT_EQ(zul_out_writePoint(nullptr, &p), zul_STATUS_INVALID_ARGUMENT);
-    EXPECT_EQ(zul_out_close(nullptr), zul_STATUS_INVALID_ARGUMENT);
-    EXPECT_EQ(zul_out_close(&writer), zul_STATUS_OK);
-    EXPECT_EQ(zul_out_close(&writer), zul_STATUS_OK);  // on a variable that holds null
+    EXPECT_EQ(zul_out_writePoint(nullptr, &p), ARG);
+    EXPECT_EQ(zul_out_close(nullptr), ARG);
+    EXPECT_EQ(zul_out_close(&writer), OK);
+    EXPECT_EQ(zul_out_close(&writer), OK);  // on a variable that holds null
 }
 
 // A device that refuses every byte: the failure shows at the first write that reaches it, from
@@ -209,15 +209,15 @@ TEST_F(WriterTest, FailedWritesAreReportedOnce) {
     if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
     const PointCloud cloud = randomCloud(1, 8);
     zul_out_Context writer = nullptr;
-    ASSERT_EQ(zul_out_open(&writer, "/dev/full", &kType), zul_STATUS_OK);
-    EXPECT_EQ(writePoints(writer, cloud, 0, 1), zul_STATUS_OK);
+    ASSERT_EQ(zul_out_open(&writer, "/dev/full", &kType), OK);
+    EXPECT_EQ(writePoints(writer, cloud, 0, 1), OK);
     EXPECT_EQ(zul_out_close(&writer), zul_STATUS_WRITE_ERROR);
 
     const PointCloud many = randomCloud(30000, 8);
-    ASSERT_EQ(zul_out_open(&writer, "/dev/full", &kType), zul_STATUS_OK);
+    ASSERT_EQ(zul_out_open(&writer, "/dev/full", &kType), OK);
     EXPECT_EQ(writePoints(writer, many, 0, many.size()), zul_STATUS_WRITE_ERROR);
-    EXPECT_EQ(writePoints(writer, many, 0, 1), zul_STATUS_INVALID_STATE);
-    EXPECT_EQ(zul_out_close(&writer), zul_STATUS_OK);
+    EXPECT_EQ(writePoints(writer, many, 0, 1), IS);
+    EXPECT_EQ(zul_out_close(&writer), OK);
 }
 
 }  // namespace

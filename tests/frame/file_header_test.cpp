@@ -5,8 +5,8 @@
 #include <cstring>
 #include <vector>
 
-#include "frame/data_type.h"
 #include "frame/header2.h"
+#include "support/host_files.h"
 #include "support/test_names.h"
 
 using namespace zullib;
@@ -21,14 +21,6 @@ zul_SyncMarker countingMarker() {
     zul_SyncMarker marker;
     marker.setBytes(bytes);
     return marker;
-}
-
-zul_DataType typeOf(float step, zul_ColorMode color, int maxReflection, bool normals) {
-    zul_DataType dataType;
-    DataType::init(dataType, step, color,
-                   maxReflection ? zul_REFLECTION_CLAMPED : zul_REFLECTION_NONE, maxReflection,
-                   normals ? zul_NORMAL_SPHERICAL : zul_NORMAL_NONE);
-    return dataType;
 }
 
 Bytes written(const zul_DataType& dataType, const zul_Header2& header) {
@@ -62,7 +54,7 @@ class FileHeaderDamage : public ::testing::TestWithParam<Damage> {};
 
 TEST_P(FileHeaderDamage, IsRefusedOrIgnoredAsTheFormatSays) {
     const Damage& d = GetParam();
-    Bytes bytes = written(typeOf(0.001f, zul_COLOR_RGB565, 1000, true),
+    Bytes bytes = written(makeDataType(0.001f, zul_COLOR_RGB565, 1000, true),
                           d.version == 2 ? sensorHeader() : Header2::disabled());
     bytes[d.offset] = d.value;
     zul_Header2 header;
@@ -95,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(FileHeader, FileHeaderDamage, ::testing::Values(
 // clang-format on
 
 TEST(FileHeader, SignedBytesArriveWidened) {
-    Bytes bytes = written(typeOf(0.0001f, zul_COLOR_RGB888, 0, false), sensorHeader());
+    Bytes bytes = written(makeDataType(0.0001f, zul_COLOR_RGB888, 0, false), sensorHeader());
     bytes[12] = 0xFF;
     bytes[13] = 0x85;
     bytes[16] = 2;

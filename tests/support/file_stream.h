@@ -4,13 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <fstream>
-#include <iterator>
-#include <random>
 #include <string>
 #include <vector>
 
+#include "support/host_files.h"
 #include "support/point_cloud.h"
 #include "support/stream_codec.h"
 #include "support/temp_folder.h"
@@ -18,16 +15,6 @@
 
 // The file layer's tests each get a folder of their own.
 using FileTest = TempFolderTest;
-
-inline Bytes readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-inline void writeFile(const std::string& path, const Bytes& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
 
 // The stream as one file holds it: signature, file header, then the first `numChunks` chunks
 // (all of them for -1).
@@ -40,25 +27,10 @@ inline Bytes fileBytes(const EncodedStream& stream, int numChunks = -1) {
     return bytes;
 }
 
-// Points spread over a box of 40 m with every attribute; reflections run past 255 so that a
-// maximum of 255 clamps some.
+// samplePoints as a cloud.
 inline PointCloud randomCloud(int numPoints, uint32_t seed) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<double> coordinate(-20.0, 20.0);
-    std::uniform_int_distribution<int> byte(0, 255), reflection(0, 300);
-    std::normal_distribution<float> direction(0.0f, 1.0f);
     PointCloud cloud;
-    for (int i = 0; i < numPoints; ++i) {
-        const uint8_t rgb[3] = {static_cast<uint8_t>(byte(random)),
-                                static_cast<uint8_t>(byte(random)),
-                                static_cast<uint8_t>(byte(random))};
-        float normal[3] = {direction(random), direction(random), direction(random) + 0.1f};
-        const float length =
-            std::sqrt(normal[0] * normal[0] + normal[1] * normal[1] + normal[2] * normal[2]);
-        for (float& n : normal) n /= length;
-        cloud.add(coordinate(random), coordinate(random), coordinate(random) * 0.1, rgb,
-                  reflection(random), normal);
-    }
+    for (const zul_Point& p : samplePoints(numPoints, seed)) cloud.add(p);
     return cloud;
 }
 
@@ -77,11 +49,7 @@ inline zul_Point pointOf(const PointCloud& cloud, int i) {
 // The points [first, first + count) of a cloud as a cloud of their own.
 inline PointCloud sliceOf(const PointCloud& cloud, int first, int count) {
     PointCloud part;
-    for (int i = first; i < first + count; ++i) {
-        const zul_Point p = pointOf(cloud, i);
-        part.add(p.position[0], p.position[1], p.position[2], {p.color[0], p.color[1], p.color[2]},
-                 p.reflection, {p.normal[0], p.normal[1], p.normal[2]});
-    }
+    for (int i = first; i < first + count; ++i) part.add(pointOf(cloud, i));
     return part;
 }
 
@@ -94,21 +62,12 @@ inline std::vector<PointCloud> chunksOf(const PointCloud& cloud, int chunkSize) 
     return chunks;
 }
 
-// Writes the cloud through the file writer with the sync marker of encodeStream's seed; 0 keeps
-// the default chunk size. Fails the test on any refusal.
+// Writes the cloud through the file writer with the sync marker of encodeStream's seed.
 inline void writeCloud(const std::string& path, const zul_DataType& dataType,
                        const zul_Header2* header, int chunkSize, const PointCloud& cloud) {
-    zul_out_Context writer = nullptr;
+    std::vector<zul_Point> points;
+    for (int i = 0; i < cloud.size(); ++i) points.push_back(pointOf(cloud, i));
     zul_test_useFixedRandomSeed(true, 5489);
-    const zul_Status opened = zul_out_open2(&writer, path.c_str(), &dataType, header);
+    writePoints(path, dataType, header, chunkSize, points);
     zul_test_useFixedRandomSeed(false, 0);
-    ASSERT_EQ(opened, zul_STATUS_OK);
-    if (chunkSize > 0) {
-        ASSERT_EQ(zul_out_setChunkSize(writer, chunkSize), zul_STATUS_OK);
-    }
-    for (int i = 0; i < cloud.size(); ++i) {
-        const zul_Point p = pointOf(cloud, i);
-        ASSERT_EQ(zul_out_writePoint(writer, &p), zul_STATUS_OK) << "point " << i;
-    }
-    ASSERT_EQ(zul_out_close(&writer), zul_STATUS_OK);
 }

@@ -22,6 +22,11 @@ struct PointCloud {
         normals.insert(normals.end(), {normal[0], normal[1], normal[2]});
     }
 
+    void add(const zul_Point& p) {
+        add(p.position[0], p.position[1], p.position[2], {p.color[0], p.color[1], p.color[2]},
+            p.reflection, {p.normal[0], p.normal[1], p.normal[2]});
+    }
+
     // The arrays stay owned by the cloud; the record is valid while the cloud is unchanged.
     zul_PointData data() {
         zul_PointData d;

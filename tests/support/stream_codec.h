@@ -8,21 +8,11 @@
 #include <vector>
 
 #include "frame/stored_bytes.h"
+#include "support/host_files.h"
 #include "support/point_cloud.h"
 #include "zul.h"
 
 using Bytes = std::string;
-
-inline zul_DataType makeDataType(float step, zul_ColorMode color, int maxReflection, bool normals) {
-    zul_DataType dataType;
-    zul_init_headers(&dataType, nullptr);
-    dataType.quantizationStep = step;
-    dataType.colorMode = color;
-    dataType.reflectionMode = maxReflection > 0 ? zul_REFLECTION_CLAMPED : zul_REFLECTION_NONE;
-    dataType.maxReflection = maxReflection;
-    dataType.normalMode = normals ? zul_NORMAL_SPHERICAL : zul_NORMAL_NONE;
-    return dataType;
-}
 
 // A chunk header of any content: box corners, count and stream sizes.
 inline Bytes chunkHeaderBytes(const long long (&low)[3], const long long (&high)[3], int32_t count,

@@ -11,6 +11,7 @@
 #include "planner/block_planner.h"
 #include "planner/kd_cells.h"
 #include "planner/planned_writer.h"
+#include "support/test_names.h"
 #include "tool_support.h"
 
 namespace {
@@ -31,13 +32,10 @@ std::vector<zul_Point> randomPoints(size_t count, double width, double height, u
     return points;
 }
 
-Key keyOf(const zul_Point& p) {
-    return Key(p.position[0], p.position[1], p.position[2], p.reflection, p.color[0]);
-}
-
 std::vector<Key> keys(const std::vector<zul_Point>& points) {
     std::vector<Key> k;
-    for (const zul_Point& p : points) k.push_back(keyOf(p));
+    for (const zul_Point& p : points)
+        k.emplace_back(p.position[0], p.position[1], p.position[2], p.reflection, p.color[0]);
     std::sort(k.begin(), k.end());
     return k;
 }
@@ -75,10 +73,8 @@ class PlannedFiles : public ToolTest, public ::testing::WithParamInterface<const
 TEST_P(PlannedFiles, HoldTheSamePointsInNoMoreBytes) {
     const std::string input = dataFile(GetParam());
     for (const char* order : {"input", "plan"}) {
-        ASSERT_EQ(runTool(std::string("compress -q --chunk 4000 --order ") + order + " " + input +
-                          " " + path(std::string(order) + ".zul"))
-                      .exitCode,
-                  0);
+        ASSERT_TRUE(toolSucceeds(std::string("compress -q --chunk 4000 --order ") + order + " " +
+                                 input + " " + path(std::string(order) + ".zul")));
     }
     const ZulFile inputOrder = readZul(path("input.zul")), planned = readZul(path("plan.zul"));
     EXPECT_EQ(keys(planned.points), keys(inputOrder.points));
@@ -93,10 +89,8 @@ INSTANTIATE_TEST_SUITE_P(SharedClouds, PlannedFiles,
 TEST_F(ToolTest, KdAndBudgetedBlocksStaySelectable) {
     // One MiB holds 21 chunks of 1000 points: cturtle's 167,198 points make eight blocks of
     // k-d cells, every chunk but the last full.
-    ASSERT_EQ(runTool("compress -q --chunk 1000 --order kd --order-budget 1 " +
-                      dataFile("cturtle.pcd") + " " + path("blocks.zul"))
-                  .exitCode,
-              0);
+    ASSERT_TRUE(toolSucceeds("compress -q --chunk 1000 --order kd --order-budget 1 " +
+                             dataFile("cturtle.pcd") + " " + path("blocks.zul")));
     const ZulFile file = readZul(path("blocks.zul"));
     ASSERT_EQ(file.chunkCounts.size(), 168u);
     for (size_t i = 0; i + 1 < file.chunkCounts.size(); ++i) ASSERT_EQ(file.chunkCounts[i], 1000);
@@ -105,49 +99,31 @@ TEST_F(ToolTest, KdAndBudgetedBlocksStaySelectable) {
     EXPECT_NE(verbose.output.find("planning:"), std::string::npos) << verbose.output;
 }
 
-// Clouds of awkward shape, planned whole and from samples.
-enum class Shape { Nan, OnePosition, SinglePoint, Line, Plane, Huge, Tiny };
+// Clouds of awkward shape, planned whole and from samples: each row moves the points of a
+// random cloud of 5000 (none: a single point).
+struct Shape {
+    const char* name;
+    void (*move)(double* p, size_t i);
+    float step = 1e-9f;
+};
 
-std::vector<zul_Point> awkwardCloud(Shape shape) {
-    std::vector<zul_Point> points = randomPoints(shape == Shape::SinglePoint ? 1 : 5000, 1, 1, 9);
-    for (size_t i = 0; i < points.size(); ++i) {
-        double* p = points[i].position;
-        switch (shape) {
-            case Shape::Nan:
-                if (i % 7 == 0) p[i % 3] = NAN;
-                break;
-            case Shape::OnePosition:
-                p[0] = p[1] = p[2] = 3.25;
-                break;
-            case Shape::Line:
-                p[1] = 2 * p[0];
-                p[2] = 0;
-                break;
-            case Shape::Plane:
-                p[1] = 5;  // upright: no extent across y
-                break;
-            case Shape::Huge:
-                for (int k = 0; k < 2; ++k) p[k] *= 1e9;
-                break;
-            case Shape::Tiny:
-                for (int k = 0; k < 3; ++k) p[k] *= 1e-6;
-                break;
-            case Shape::SinglePoint:
-                break;
-        }
-    }
-    return points;
-}
+const Shape kShapes[] = {
+    {"nan", [](double* p, size_t i) { p[i % 3] = i % 7 ? p[i % 3] : NAN; }},
+    {"one position", [](double* p, size_t) { p[0] = p[1] = p[2] = 3.25; }},
+    {"single point", nullptr},
+    {"line", [](double* p, size_t) { p[1] = 2 * p[0], p[2] = 0; }},
+    {"upright plane", [](double* p, size_t) { p[1] = 5; }},
+    {"huge", [](double* p, size_t) { p[0] *= 1e9, p[1] *= 1e9; }, 1.0f},
+    {"tiny", [](double* p, size_t) { p[0] *= 1e-6, p[1] *= 1e-6, p[2] *= 1e-6; }},
+};
 
 class AwkwardClouds : public TempFolderTest, public ::testing::WithParamInterface<Shape> {};
 
 TEST_P(AwkwardClouds, PlanWithoutErrorOrEmptyChunk) {
-    const std::vector<zul_Point> points = awkwardCloud(GetParam());
-    zul_DataType type;
-    zul_init_headers(&type, nullptr);
-    type.quantizationStep = GetParam() == Shape::Huge ? 1.0f : 1e-9f;
-    type.reflectionMode = zul_REFLECTION_CLAMPED;
-    type.maxReflection = 1 << 20;
+    const Shape& shape = GetParam();
+    std::vector<zul_Point> points = randomPoints(shape.move ? 5000 : 1, 1, 1, 9);
+    for (size_t i = 0; i < points.size() && shape.move; ++i) shape.move(points[i].position, i);
+    const zul_DataType type = makeDataType(shape.step, zul_COLOR_NONE, 1 << 20, false);
     for (size_t exactLimit : {size_t{1} << 20, size_t{0}}) {
         zulplan::PlanOptions options;
         options.chunk = 300;
@@ -163,9 +139,7 @@ TEST_P(AwkwardClouds, PlanWithoutErrorOrEmptyChunk) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, AwkwardClouds,
-                         ::testing::Values(Shape::Nan, Shape::OnePosition, Shape::SinglePoint,
-                                           Shape::Line, Shape::Plane, Shape::Huge, Shape::Tiny));
+INSTANTIATE_TEST_SUITE_P(Shapes, AwkwardClouds, ::testing::ValuesIn(kShapes), NameOfCase());
 
 // An airborne-like strip, as large inputs are: scan lines across x, flown along y, with terrain,
 // colour and intensity that change smoothly and some noise.
@@ -197,12 +171,7 @@ std::vector<zul_Point> flightStrip(int lines, int perLine) {
 // What a sample says a cutting costs is within 1% of what the whole cutting costs.
 TEST(BlockPlanner, EstimatesFromSamplesHoldWithinOnePercent) {
     const std::vector<zul_Point> strip = flightStrip(600, 1000);
-    zul_DataType type;
-    zul_init_headers(&type, nullptr);
-    type.quantizationStep = 0.01f;
-    type.colorMode = zul_COLOR_RGB888;
-    type.reflectionMode = zul_REFLECTION_CLAMPED;
-    type.maxReflection = 65535;
+    const zul_DataType type = makeDataType(0.01f, zul_COLOR_RGB888, 65535, false);
     zulplan::ChunkEncoder encoder(type, nullptr);
     zulplan::BlockPlannerOptions options;
     options.exactLimit = 0;

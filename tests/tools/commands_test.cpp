@@ -81,15 +81,13 @@ INSTANTIATE_TEST_SUITE_P(Options, CompressOption, ::testing::ValuesIn(kOptionCas
 
 // A quarter turn about z, doubled, then moved: x' = -2y + 10, y' = 2x + 20, z' = 2z + 30.
 TEST_F(Commands, DecompressAppliesTheSensorHeaderUnlessAskedNotTo) {
-    ASSERT_EQ(runTool("compress -q --chunk 1 --order input --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 "
-                      "--translate 10 20 30 " +
-                      dataFile("bun0.pcd") + " " + path("one.zul"))
-                  .exitCode,
-              0);
-    ASSERT_EQ(runTool("decompress -q " + path("one.zul") + " " + path("placed.ply")).exitCode, 0);
-    ASSERT_EQ(runTool("decompress -q --no-transform " + path("one.zul") + " " + path("stored.ply"))
-                  .exitCode,
-              0);
+    ASSERT_TRUE(
+        toolSucceeds("compress -q --chunk 1 --order input --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 "
+                     "--translate 10 20 30 " +
+                     dataFile("bun0.pcd") + " " + path("one.zul")));
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("one.zul") + " " + path("placed.ply")));
+    ASSERT_TRUE(
+        toolSucceeds("decompress -q --no-transform " + path("one.zul") + " " + path("stored.ply")));
     const std::vector<CloudPoint> original = readCloud(dataFile("bun0.pcd"));
     const std::vector<CloudPoint> placed = readCloud(path("placed.ply"));
     const std::vector<CloudPoint> stored = readCloud(path("stored.ply"));

@@ -10,7 +10,7 @@
 namespace {
 
 std::string bytesOf(const std::string& path, size_t first = 0, size_t count = std::string::npos) {
-    return readText(path).substr(first, count);
+    return readFile(path).substr(first, count);
 }
 
 // A valid zul file of a shared cloud, made once for all cases.
@@ -23,7 +23,7 @@ const std::string& sampleZul() {
         const std::string path = std::filesystem::temp_directory_path() /
                                  ("zul_tool_sample_" + std::to_string(::getpid()) + ".zul");
         runTool("compress -q --chunk 5000 " + dataFile("4_6_crop.las") + " " + path);
-        std::string result = readText(path);
+        std::string result = readFile(path);
         std::remove(path.c_str());
         return result;
     }();
@@ -141,8 +141,8 @@ class DamagedInput : public ToolTest, public ::testing::WithParamInterface<Damag
 TEST_P(DamagedInput, NamesTheFileAndKeepsTheOutput) {
     const DamagedCase& c = GetParam();
     const std::string input = path(c.name);
-    if (c.text != nullptr) writeText(input, c.text);
-    if (c.make != nullptr) writeText(input, c.make());
+    if (c.text != nullptr) writeFile(input, c.text);
+    if (c.make != nullptr) writeFile(input, c.make());
     std::stringstream command(c.command);
     std::string verb, outputName;
     command >> verb >> outputName;
@@ -152,7 +152,7 @@ TEST_P(DamagedInput, NamesTheFileAndKeepsTheOutput) {
     std::string arguments = verb + (info ? " " : " -q -f ") + input;
     const std::string output = info ? "" : path(outputName);
     if (!info) {
-        writeText(output, "precious");
+        writeFile(output, "precious");
         arguments += " " + output;
     }
     const std::vector<std::string> before = folderContents();
@@ -161,7 +161,7 @@ TEST_P(DamagedInput, NamesTheFileAndKeepsTheOutput) {
     EXPECT_NE(run.exitCode, 0);
     EXPECT_NE(run.output.find(c.message), std::string::npos) << run.output;
     if (!output.empty()) {
-        EXPECT_TRUE(readText(output) == "precious");
+        EXPECT_TRUE(readFile(output) == "precious");
     }
     EXPECT_EQ(folderContents(), before);
 }

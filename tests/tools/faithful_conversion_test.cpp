@@ -53,11 +53,9 @@ class LasRoundTrip : public ToolTest, public ::testing::WithParamInterface<LasCa
 
 TEST_P(LasRoundTrip, GivesBackTheSameIntegersScaleOffsetAndSystem) {
     const LasCase& c = GetParam();
-    ASSERT_EQ(runTool("compress -q " + dataFile(c.input) + " " + path("cloud.zul")).exitCode, 0);
-    ASSERT_EQ(runTool(std::string("decompress -q --las-version ") + c.lasVersion + " " +
-                      path("cloud.zul") + " " + path("back.las"))
-                  .exitCode,
-              0);
+    ASSERT_TRUE(toolSucceeds("compress -q " + dataFile(c.input) + " " + path("cloud.zul")));
+    ASSERT_TRUE(toolSucceeds(std::string("decompress -q --las-version ") + c.lasVersion + " " +
+                             path("cloud.zul") + " " + path("back.las")));
     const LasContent in = lasContent(dataFile(c.input)), out = lasContent(path("back.las"));
     for (int axis = 0; axis < 3; ++axis) {
         EXPECT_EQ(out.scale[axis], in.scale[axis]);
@@ -70,41 +68,23 @@ TEST_P(LasRoundTrip, GivesBackTheSameIntegersScaleOffsetAndSystem) {
 
 INSTANTIATE_TEST_SUITE_P(SharedLas, LasRoundTrip, ::testing::ValuesIn(kLasCases), NameOfCase());
 
-template <typename T>
-void put(std::string& bytes, size_t at, T value) {
-    std::memcpy(&bytes[at], &value, sizeof value);
-}
-
 // A LAS 1.2 file of point format 2 whose scales differ by axis and whose colours pass 255 only
 // in the last of more than a million points.
 std::string lateWideColourLas(uint32_t count) {
-    std::string bytes(227, '\0');
-    std::memcpy(&bytes[0], "LASF", 4);
-    bytes[24] = 1;
-    bytes[25] = 2;
-    put<uint16_t>(bytes, 94, 227);
-    put<uint32_t>(bytes, 96, 227);
-    bytes[104] = 2;
-    put<uint16_t>(bytes, 105, 26);
-    put<uint32_t>(bytes, 107, count);
-    const double scale[3] = {0.01, 0.01, 0.001}, offset[3] = {500000, 4000000, 100};
-    std::memcpy(&bytes[131], scale, 24);
-    std::memcpy(&bytes[155], offset, 24);
-    std::string record(26, '\0');
-    for (uint32_t i = 0; i < count; ++i) {
-        const int32_t xyz[3] = {static_cast<int32_t>(i % 1000), static_cast<int32_t>(i / 1000),
-                                static_cast<int32_t>(i % 7)};
-        std::memcpy(&record[0], xyz, 12);
-        const uint16_t channel = i + 1 == count ? 32768 : static_cast<uint16_t>(i % 256);
-        for (int c = 0; c < 3; ++c) put<uint16_t>(record, 20 + 2 * c, channel);
-        bytes += record;
-    }
-    return bytes;
+    return lasBytes(
+        2, 2, 26, {0.01, 0.01, 0.001, 500000, 4000000, 100}, count, false,
+        [count](uint32_t i, std::string& r) {
+            const int32_t xyz[3] = {static_cast<int32_t>(i % 1000), static_cast<int32_t>(i / 1000),
+                                    static_cast<int32_t>(i % 7)};
+            std::memcpy(&r[0], xyz, 12);
+            const uint16_t channel = i + 1 == count ? 32768 : static_cast<uint16_t>(i % 256);
+            for (int c = 0; c < 3; ++c) put<uint16_t>(r, 20 + 2 * c, channel);
+        });
 }
 
 TEST_F(ToolTest, LasColourWidthIsJudgedFromTheWholeFileAndScalesThatDifferAreSaid) {
     const uint32_t count = 1000001;
-    writeText(path("late.las"), lateWideColourLas(count));
+    writeFile(path("late.las"), lateWideColourLas(count));
     const ToolRun run = runTool("compress " + path("late.las") + " " + path("late.zul"));
     ASSERT_EQ(run.exitCode, 0) << run.output;
     EXPECT_NE(run.output.find("the LAS scales differ (0.01, 0.01, 0.001): every axis is stored on "
@@ -112,7 +92,7 @@ TEST_F(ToolTest, LasColourWidthIsJudgedFromTheWholeFileAndScalesThatDifferAreSai
               std::string::npos)
         << run.output;
     EXPECT_NE(run.output.find("left out: the low byte of 16-bit colour"), std::string::npos);
-    ASSERT_EQ(runTool("decompress -q " + path("late.zul") + " " + path("back.las")).exitCode, 0);
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("late.zul") + " " + path("back.las")));
 
     // 16-bit colour: every channel by its high byte (32768 as 128, never wrapped to 0).
     int coloured = 0;
@@ -126,14 +106,14 @@ TEST_F(ToolTest, LasColourWidthIsJudgedFromTheWholeFileAndScalesThatDifferAreSai
 
 // Intensities through a KITTI scan, whose floats lie within 0 .. 1, come back as the integers.
 TEST_F(ToolTest, IntensitiesSurviveAKittiScan) {
-    ASSERT_EQ(runTool("compress -q " + dataFile("sample_c.las") + " " + path("a.zul")).exitCode, 0);
-    ASSERT_EQ(runTool("decompress -q " + path("a.zul") + " " + path("a.bin")).exitCode, 0);
+    ASSERT_TRUE(toolSucceeds("compress -q " + dataFile("sample_c.las") + " " + path("a.zul")));
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("a.zul") + " " + path("a.bin")));
     const ToolRun run = runTool("compress " + path("a.bin") + " " + path("b.zul"));
     ASSERT_EQ(run.exitCode, 0);
     EXPECT_NE(run.output.find("multiplied by 65535, which makes every one a whole number"),
               std::string::npos)
         << run.output;
-    ASSERT_EQ(runTool("decompress -q " + path("b.zul") + " " + path("b.las")).exitCode, 0);
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("b.zul") + " " + path("b.las")));
     std::vector<double> original, back;
     for (const CloudPoint& p : readCloud(dataFile("sample_c.las"))) original.push_back(p.intensity);
     for (const CloudPoint& p : readCloud(path("b.las"))) back.push_back(p.intensity);
@@ -190,7 +170,7 @@ TEST_P(Report, NamesWhatChangedWithACount) {
     std::string input = dataFile(c.file);
     if (c.content != nullptr) {
         input = path(c.file);
-        writeText(input, c.content);
+        writeFile(input, c.content);
     }
     const ToolRun run =
         runTool("compress " + std::string(c.options) + " " + input + " " + path("out.zul"));

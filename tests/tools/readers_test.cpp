@@ -12,7 +12,7 @@ namespace {
 class Readers : public ToolTest {
 protected:
     std::string file(const std::string& name, const std::string& bytes) {
-        writeText(path(name), bytes);
+        writeFile(path(name), bytes);
         return path(name);
     }
 };
@@ -73,41 +73,16 @@ TEST_F(Readers, KnownPointsOfTheSharedFiles) {
     EXPECT_FLOAT_EQ(bunny[0].point.normal[2], -0.87609947f);
 }
 
-// A LAS file of two points, of the given version and point format, built field by field.
+// A LAS file of two points, of the given version and point format.
 std::string lasFile(int minor, int format, uint16_t recordLength, int colorAt, bool count64) {
-    const uint16_t headerSize = minor >= 4 ? 375 : 227;
-    std::string h(headerSize, '\0');
-    std::memcpy(&h[0], "LASF", 4);
-    h[24] = 1;
-    h[25] = static_cast<char>(minor);
-    std::memcpy(&h[94], &headerSize, 2);
-    const uint32_t offset = headerSize + 10;  // ten bytes of something before the points
-    std::memcpy(&h[96], &offset, 4);
-    h[104] = static_cast<char>(format);
-    std::memcpy(&h[105], &recordLength, 2);
-    const uint32_t legacy = count64 ? 0 : 2;
-    std::memcpy(&h[107], &legacy, 4);
-    const double scale[3] = {0.001, 0.01, 0.1}, origin[3] = {100, 200, 300};
-    std::memcpy(&h[131], scale, 24);
-    std::memcpy(&h[155], origin, 24);
-    if (count64) {
-        const uint64_t count = 2;
-        std::memcpy(&h[247], &count, 8);
-    }
-    std::string bytes = h + std::string(10, 'v');
-    for (int i = 0; i < 2; ++i) {
-        std::string r(recordLength, '\0');
-        const int32_t xyz[3] = {1000 + i, -20, 7};
-        std::memcpy(&r[0], xyz, 12);
-        const uint16_t intensity = 500 + i;
-        std::memcpy(&r[12], &intensity, 2);
-        if (colorAt > 0) {
-            const uint16_t rgb[3] = {0x1200, 0xFF00, 0x8000};
-            std::memcpy(&r[colorAt], rgb, 6);
-        }
-        bytes += r;
-    }
-    return bytes;
+    return lasBytes(minor, format, recordLength, {0.001, 0.01, 0.1, 100, 200, 300}, 2, count64,
+                    [&](uint32_t i, std::string& r) {
+                        const int32_t xyz[3] = {1000 + static_cast<int32_t>(i), -20, 7};
+                        std::memcpy(&r[0], xyz, 12);
+                        put<uint16_t>(r, 12, static_cast<uint16_t>(500 + i));
+                        const uint16_t rgb[3] = {0x1200, 0xFF00, 0x8000};
+                        if (colorAt > 0) std::memcpy(&r[colorAt], rgb, 6);
+                    });
 }
 
 TEST_F(Readers, LasVersionsAndPointFormats) {

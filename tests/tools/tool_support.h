@@ -6,15 +6,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "formats/cloud.h"
+#include "support/host_files.h"
 #include "support/temp_folder.h"
 #include "zul_bulk.h"
 
@@ -54,14 +56,12 @@ inline ToolRun runTool(const std::string& arguments) {
     return run;
 }
 
-inline std::string readText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-inline void writeText(const std::string& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
+// Whether the tool ran with `arguments` and succeeded; its output if not.
+inline ::testing::AssertionResult toolSucceeds(const std::string& arguments) {
+    const ToolRun run = runTool(arguments);
+    if (run.exitCode == 0) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "zul " << arguments << ": exit " << run.exitCode << "\n"
+                                         << run.output;
 }
 
 struct CloudPoint {
@@ -106,10 +106,40 @@ inline ZulFile readZul(const std::string& path) {
     zul_idx_getDamage(index, &damage, &where, nullptr);
     EXPECT_EQ(damage, zul_STATUS_OK) << path;
     zul_idx_close(&index);
-    zul_in_Context in = nullptr;
-    zul_DataType type;
-    EXPECT_EQ(zul_in_open(&in, &type, path.c_str()), zul_STATUS_OK) << path;
-    for (zul_Point p = {}; zul_in_readNextPoint(in, &p) == zul_STATUS_OK;) file.points.push_back(p);
-    zul_in_close(&in);
+    file.points = readWithReader(path, &damage);
+    EXPECT_EQ(damage, zul_STATUS_END_OF_FILE) << path;
     return file;
+}
+
+template <typename T>
+void put(std::string& bytes, size_t at, T value) {
+    std::memcpy(&bytes[at], &value, sizeof value);
+}
+
+// A LAS file of `count` points built field by field: version 1.minor, the point format and record
+// length, scales and offsets, ten bytes of something before the points, the count in the 64-bit
+// field only (1.4) or the 32-bit one; `record(i, r)` fills point i's record r.
+inline std::string lasBytes(int minor, int format, uint16_t recordLength,
+                            const std::array<double, 6>& scaleAndOffset, uint32_t count,
+                            bool count64,
+                            const std::function<void(uint32_t, std::string&)>& record) {
+    const uint16_t headerSize = minor >= 4 ? 375 : 227;
+    std::string bytes(headerSize, '\0');
+    std::memcpy(&bytes[0], "LASF", 4);
+    bytes[24] = 1;
+    bytes[25] = static_cast<char>(minor);
+    put<uint16_t>(bytes, 94, headerSize);
+    put<uint32_t>(bytes, 96, headerSize + 10u);
+    bytes[104] = static_cast<char>(format);
+    put<uint16_t>(bytes, 105, recordLength);
+    put<uint32_t>(bytes, 107, count64 ? 0 : count);
+    std::memcpy(&bytes[131], scaleAndOffset.data(), 48);
+    if (count64) put<uint64_t>(bytes, 247, count);
+    bytes += std::string(10, 'v');
+    std::string r(recordLength, '\0');
+    for (uint32_t i = 0; i < count; ++i) {
+        record(i, r);
+        bytes += r;
+    }
+    return bytes;
 }
