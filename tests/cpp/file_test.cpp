@@ -72,6 +72,8 @@ TEST_F(WriterReader, ACutFileThrowsFromTheRange) {
     EXPECT_EQ(statusOf([&] { reader.read(p); }), zul_STATUS_INVALID_STATE);  // the reader ended
 }
 
+// The writer's refusals (which the file writer's tests detail) as zul::Error with their status,
+// each once.
 TEST_F(WriterReader, FailuresOfWriteAndCloseAreReportedOnce) {
     std::vector<zul_Point> points = samplePoints(6, 27);
     for (float& n : points[4].normal) n = 0.0f;
@@ -85,20 +87,14 @@ TEST_F(WriterReader, FailuresOfWriteAndCloseAreReportedOnce) {
         EXPECT_EQ(statusOf([&] { writer.write(points[0]); }), zul_STATUS_INVALID_STATE);
         writer.close();  // the failure was reported by write
     }
-    zul::Reader reader(path("a.zul"));
-    EXPECT_EQ(readAll(reader).size(), 3u);  // the chunk before it stays
-    {
-        zul::Writer writer(path("b.zul"), kAllAttributes);
-        for (size_t i = 2; i < 6; ++i) writer.write(points[i]);
-        EXPECT_EQ(statusOf([&] { writer.close(); }), zul_STATUS_INVALID_ARGUMENT);
-        EXPECT_FALSE(writer.isOpen());
-    }
-    EXPECT_NO_THROW({
-        zul::Writer writer(path("c.zul"), kAllAttributes);
-        for (size_t i = 2; i < 6; ++i) writer.write(points[i]);
+    zul::Writer writer(path("b.zul"), kAllAttributes);
+    for (size_t i = 2; i < 6; ++i) writer.write(points[i]);
+    EXPECT_EQ(statusOf([&] { writer.close(); }), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_FALSE(writer.isOpen());
+    EXPECT_NO_THROW({  // a destructor throws nothing, whatever the close finds
+        zul::Writer failing(path("c.zul"), kAllAttributes);
+        for (size_t i = 2; i < 6; ++i) failing.write(points[i]);
     });
-    zul::Reader empty(path("c.zul"));
-    EXPECT_EQ(empty.numPoints(), 0);  // signature and file header only
 }
 
 TEST_F(WriterReader, TheDestructorCompletesTheFileAndMovesOwnNothing) {

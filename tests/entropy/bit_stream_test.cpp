@@ -1,14 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <random>
-#include <utility>
 #include <vector>
 
 #include "entropy/bit_stream_in.h"
-#include "entropy/bit_stream_out.h"
 
 using zullib::BitStreamIn;
-using zullib::BitStreamOut;
 
 namespace {
 
@@ -55,23 +51,6 @@ TEST(BitStreamIn, WidthsOverSixtyFour) {
         EXPECT_TRUE(in.errorFlag) << width;
         EXPECT_EQ(bitsRead(in), 3 + width);
     }
-}
-
-TEST(BitStreams, RandomFieldsOfEveryWidthRoundTrip) {
-    std::mt19937_64 random(12345);
-    std::vector<std::pair<uint64_t, int>> fields;
-    for (int i = 0; i < 20000; ++i)
-        fields.push_back({random(), 1 + static_cast<int>(random() % 64)});
-    Bytes buffer(3, 0x77);
-    BitStreamOut out(buffer, 0);
-    for (const auto& field : fields) out.writeBits(field.first, field.second);
-    out.alignToByte();
-    BitStreamIn in(buffer.data(), out.bytePosition, 0);
-    for (const auto& [value, width] : fields)
-        ASSERT_EQ(in.readBits(width), width == 64 ? value : value & ((uint64_t{1} << width) - 1));
-    in.alignToByte();
-    EXPECT_FALSE(in.errorFlag);
-    EXPECT_EQ(in.bytePosition, out.bytePosition);
 }
 
 }  // namespace

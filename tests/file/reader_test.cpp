@@ -48,11 +48,13 @@ protected:
     // counted into `count` (-1: never), the count's status into `counted`.
     Reading readAll(int countAfter = -1, int64_t* count = nullptr, zul_Status* counted = nullptr) {
         Reading reading;
-        for (zul_Point p = {};; p = {}) {
+        for (;;) {
+            zul_Point p = {{0, 0, 0}, {0, 0, 0}, 0, {5, 6, 7}};  // the file has no normals
             if (static_cast<int>(reading.size()) == countAfter)
                 *counted = zul_in_getNumPoints(reader, count);
             reading.end = zul_in_readNextPoint(reader, &p);
             if (reading.end != OK) return reading;
+            EXPECT_EQ(p.normal[2], 7.0f) << "a field the file lacks was written";
             reading.points.insert(
                 reading.points.end(),
                 {p.position[0], p.position[1], p.position[2], static_cast<double>(p.reflection)});
