@@ -1,0 +1,236 @@
+// CompressedPointCloud2 -> PointCloud2.
+#include <zul.h>
+
+#include <algorithm>
+
+#include "compressed_blob.h"
+#include "point_access.h"
+#include "stream_order.h"
+#include "zul_ros.h"
+
+namespace zul::ros {
+
+namespace {
+
+// Reads the zul stream of a message chunk by chunk, from memory.
+class StreamReader {
+public:
+    StreamReader(const uint8_t* bytes, size_t size, zul_DataType& type)
+        : bytes_(bytes), size_(size) {
+        int headerSize = 0;
+        zul_dec_Params params{1, {0, 0, 0, 0}};
+        need(8, "its signature");
+        if (zul_dec_open2(&context_, &headerSize, reinterpret_cast<const char*>(bytes_), &params) !=
+            zul_STATUS_OK)
+            throw Error("compressed_data's stream does not start with a zul signature");
+        pos_ = 8;
+        need(size_t(headerSize), "its file header");
+        if (zul_dec_decodeFileHeader(context_, &type, &chunkHeaderSize_, &sync_,
+                                     reinterpret_cast<const char*>(bytes_ + pos_)) != zul_STATUS_OK)
+            throw Error("compressed_data's stream has a damaged file header");
+        pos_ += size_t(headerSize);
+    }
+    ~StreamReader() { zul_dec_close(&context_); }
+
+    bool done() const { return pos_ == size_; }
+
+    // The next chunk, which must hold `expected` points.
+    zul_PointData chunk(int32_t expected, size_t number) {
+        const std::string where = "compressed_data's stream chunk " + std::to_string(number);
+        need(size_t(16 + chunkHeaderSize_), "a chunk header");
+        // The decoder reads the sync marker from the bytes before the chunk header.
+        if (std::memcmp(bytes_ + pos_, sync_, 16) != 0)
+            throw Error(where + " has a wrong sync marker");
+        pos_ += 16;
+        int bodySize = 0, points = 0;
+        if (zul_dec_decodeChunkHeader(context_, &bodySize,
+                                      reinterpret_cast<const char*>(bytes_ + pos_)) !=
+                zul_STATUS_OK ||
+            zul_dec_getNumPointsInChunk(context_, &points) != zul_STATUS_OK)
+            throw Error(where + " has a damaged header");
+        if (points != expected)
+            throw Error(where + " holds " + std::to_string(points) + " points, the columns say " +
+                        std::to_string(expected));
+        pos_ += size_t(chunkHeaderSize_);
+        need(size_t(bodySize), "a chunk body");
+        zul_PointData data{};
+        if (zul_dec_decodeChunkBody(context_, &data,
+                                    reinterpret_cast<const char*>(bytes_ + pos_)) != zul_STATUS_OK)
+            throw Error(where + " has a damaged body");
+        pos_ += size_t(bodySize);
+        return data;
+    }
+
+private:
+    void need(size_t n, const char* what) {
+        if (n > size_ - pos_)
+            throw Error(std::string("compressed_data's stream ends inside ") + what);
+    }
+
+    zul_dec_Context context_ = nullptr;
+    const char* sync_ = nullptr;
+    const uint8_t* bytes_;
+    size_t size_, pos_ = 0;
+    int chunkHeaderSize_ = 0;
+};
+
+uint8_t* recordOf(PointCloud2& message, uint64_t i) {
+    const CloudDescription& c = message.cloud;
+    return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
+}
+
+}  // namespace
+
+PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
+    if (compressed.format != formatName())
+        throw Error("the message's format is '" + compressed.format + "', not 'zul'");
+    const std::vector<uint8_t>& blob = compressed.compressedData;
+    const BlobHead head = readBlobHead(blob.data(), blob.size());
+    const CloudDescription& cloud = compressed.cloud;
+    const uint64_t points = uint64_t(cloud.height) * cloud.width;
+    const uint64_t rows = points == 0 ? 0 : uint64_t(cloud.height) * cloud.rowStep;
+    if (head.trailingDataBytes > options.maxDataBytes ||
+        rows > options.maxDataBytes - head.trailingDataBytes)
+        throw Error("the message claims " + std::to_string(rows + head.trailingDataBytes) +
+                    " bytes of data, more than the " + std::to_string(options.maxDataBytes) +
+                    " allowed");
+    const CloudLayout layout =
+        layOutCloud(cloud, rows + head.trailingDataBytes, (head.flags & kIntensityInStream) != 0);
+    if ((head.flags & kIntensityInStream) && layout.intensity.field < 0)
+        throw Error(
+            "compressed_data says the intensity is in the stream, but the fields have none");
+    if (!layout.hasPositions && (head.flags != 0 || head.streamSize != 0))
+        throw Error(
+            "compressed_data holds a stream, but the fields have no x, y and z to put it in");
+
+    PointCloud2 message;
+    message.cloud = cloud;
+    message.cloud.trailingBytes = head.trailingMessageBytes;
+    message.data.assign(rows + head.trailingDataBytes, 0);
+
+    const uint8_t* columnBytes = blob.data() + kBlobHeadSize + head.streamSize;
+    ColumnReader reader(columnBytes, blob.size() - kBlobHeadSize - head.streamSize);
+    // Which points the stream holds, and where each chunk's points go.
+    std::vector<uint32_t> inside;
+    if (layout.hasPositions) {
+        inside.reserve(points);
+        if (head.flags & kMaskPresent) {
+            Column mask{"valid", kUint8, 1, ColumnCoding::Raw, {}};
+            mask.bytes.resize((points + 7) / 8);
+            reader.read(mask);
+            for (uint64_t i = 0; i < points; ++i)
+                if (mask.bytes[i / 8] >> (i % 8) & 1) inside.push_back(uint32_t(i));
+            if (points % 8 != 0 && mask.bytes.back() >> (points % 8) != 0)
+                throw Error("column 'valid' marks points past the last");
+            if (inside.size() == points)
+                throw Error("column 'valid' marks every point, but says some are missing");
+        } else {
+            for (uint64_t i = 0; i < points; ++i) inside.push_back(uint32_t(i));
+        }
+    }
+    Column order{"order", kUint16, 1, ColumnCoding::Delta, {}};
+    if (layout.hasPositions) {
+        order.bytes.resize(2 * inside.size());
+        reader.read(order);
+    }
+    const uint64_t outside = layout.hasPositions ? points - inside.size() : 0;
+    const uint64_t tail = points == 0 ? 0 : cloud.rowStep - layout.recordBytes;
+    std::vector<Column> record =
+        recordColumns(layout, outside, tail * cloud.height, head.trailingDataBytes);
+    for (Column& column : record) reader.read(column);
+    reader.finish();
+
+    const bool big = layout.bigEndian;
+    const size_t ranges = layout.columns.size();
+    for (uint64_t i = 0; i < points; ++i) {
+        uint8_t* at = recordOf(message, i);
+        for (size_t c = 0; c < ranges; ++c) {
+            const ColumnRange& range = layout.columns[c];
+            const uint8_t* in = record[c].bytes.data() + i * range.valueSize * range.count;
+            for (uint32_t v = 0; v < range.count; ++v)
+                copyFromLittle(in + v * range.valueSize, range.valueSize, big,
+                               at + range.offset + v * range.valueSize);
+        }
+    }
+    const std::vector<StreamField> fields = streamFields(layout);
+    if (outside > 0) {
+        uint64_t o = 0;
+        size_t next = 0;
+        for (uint64_t i = 0; i < points; ++i) {
+            if (next < inside.size() && inside[next] == i) {
+                ++next;
+                continue;
+            }
+            uint8_t* at = recordOf(message, i);
+            for (size_t f = 0; f < fields.size(); ++f) {
+                const uint32_t size = uint32_t(datatypeSize(fields[f].datatype));
+                copyFromLittle(record[ranges + f].bytes.data() + o * size, size, big,
+                               at + fields[f].offset);
+            }
+            ++o;
+        }
+    }
+    const uint8_t* tails = record[record.size() - 2].bytes.data();
+    for (uint64_t r = 0; r < cloud.height && tail > 0; ++r)
+        std::memcpy(message.data.data() + r * cloud.rowStep + layout.recordBytes, tails + r * tail,
+                    tail);
+    std::copy(record.back().bytes.begin(), record.back().bytes.end(), message.data.begin() + rows);
+
+    if (!layout.hasPositions) return message;
+    zul_DataType type;
+    StreamReader stream(blob.data() + kBlobHeadSize, head.streamSize, type);
+    const bool hasColor = layout.color.field >= 0, hasIntensity = layout.intensity.field >= 0;
+    if ((type.colorMode != zul_COLOR_NONE) != hasColor ||
+        (type.colorMode != zul_COLOR_NONE && type.colorMode != zul_COLOR_RGB888) ||
+        (type.reflectionMode != zul_REFLECTION_NONE) != hasIntensity ||
+        type.normalMode != zul_NORMAL_NONE)
+        throw Error("compressed_data's stream holds other attributes than the fields say");
+    std::vector<uint32_t> ties;
+    std::vector<uint8_t> seen;
+    const uint32_t chunkPoints = head.chunkPoints;
+    size_t number = 0;
+    for (size_t first = 0; first < inside.size(); first += chunkPoints, ++number) {
+        const uint32_t n = uint32_t(std::min<size_t>(chunkPoints, inside.size() - first));
+        const zul_PointData data = stream.chunk(int32_t(n), number);
+        settleTies(data.positions, data.colors, data.reflections, n, ties);
+        seen.assign(n, 0);
+        for (uint32_t j = 0; j < n; ++j) {
+            const uint32_t local = loadLittle<uint16_t>(&order.bytes[2 * (first + j)]);
+            if (local >= n || seen[local])
+                throw Error("column 'order' of chunk " + std::to_string(number) +
+                            " is not an order of its " + std::to_string(n) + " points");
+            seen[local] = 1;
+            const uint32_t s = ties[j];
+            uint8_t* at = recordOf(message, inside[first + local]);
+            for (int k = 0; k < 3; ++k)
+                storeReal(at + layout.position[k].offset, layout.position[k].datatype, big,
+                          data.positions[3 * s + k]);
+            if (hasColor) {
+                uint8_t* c = at + layout.color.offset;
+                const uint32_t alpha = load<uint32_t>(c, big) & 0xff000000u;
+                store<uint32_t>(c,
+                                alpha | uint32_t(data.colors[3 * s]) << 16 |
+                                    uint32_t(data.colors[3 * s + 1]) << 8 | data.colors[3 * s + 2],
+                                big);
+            }
+            if (hasIntensity && !holdsWhole(layout.intensity.datatype, data.reflections[s]))
+                throw Error("compressed_data's stream chunk " + std::to_string(number) +
+                            " holds an intensity of " + std::to_string(data.reflections[s]) +
+                            " that the field's type cannot hold");
+            if (hasIntensity)
+                storeWhole(at + layout.intensity.offset, layout.intensity.datatype, big,
+                           data.reflections[s]);
+        }
+    }
+    if (!stream.done())
+        throw Error("compressed_data's stream holds more chunks than its points need");
+    return message;
+}
+
+std::vector<uint8_t> decompressMessage(const uint8_t* bytes, size_t size, Serialization family,
+                                       const DecodeOptions& options) {
+    return writePointCloud2(
+        decompressCloud(readCompressedPointCloud2(bytes, size, family), options));
+}
+
+}  // namespace zul::ros

@@ -1,0 +1,267 @@
+// PointCloud2 -> CompressedPointCloud2.
+#include <zul.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "compressed_blob.h"
+#include "point_access.h"
+#include "stream_order.h"
+#include "zul_ros.h"
+
+namespace zul::ros {
+
+namespace {
+
+// The stream's points: those whose positions come back within half a step, in message order.
+struct StreamPoints {
+    std::vector<uint8_t> inside;    // one a point of the message
+    std::vector<uint32_t> message;  // message index of each stream point
+    std::vector<double> positions;  // x, y, z as the message has them
+    std::vector<int64_t> grid;      // x, y, z on the grid
+};
+
+const uint8_t* recordOf(const PointCloud2& message, uint64_t i) {
+    const CloudDescription& c = message.cloud;
+    return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
+}
+
+// A position the stream gives back within half a step, as the field's type holds it; the grid
+// stays below 2^51 so that distinct grid values decode to distinct doubles.
+bool fitsStream(double value, uint8_t datatype, double step, int64_t& grid) {
+    const double half = step * 0.5;
+    const double cell = std::floor((half + value) / step);
+    if (!(std::fabs(cell) < 2251799813685248.0)) return false;  // NaN, infinite, 2^51 or more
+    grid = int64_t(cell);
+    double back = double(grid) * step;
+    if (datatype == kFloat32) back = double(static_cast<float>(back));
+    return std::fabs(back - value) <= half;
+}
+
+StreamPoints selectStreamPoints(const PointCloud2& message, const CloudLayout& layout,
+                                double step) {
+    StreamPoints points;
+    points.inside.assign(layout.points, 0);
+    points.message.reserve(layout.points);
+    points.positions.reserve(3 * layout.points);
+    points.grid.reserve(3 * layout.points);
+    for (uint64_t i = 0; i < layout.points; ++i) {
+        const uint8_t* record = recordOf(message, i);
+        double v[3];
+        int64_t g[3];
+        bool fits = true;
+        for (int k = 0; k < 3; ++k) {
+            const StreamField& axis = layout.position[k];
+            v[k] = loadReal(record + axis.offset, axis.datatype, layout.bigEndian);
+            fits = fits && fitsStream(v[k], axis.datatype, step, g[k]);
+        }
+        if (!fits) continue;
+        points.inside[i] = 1;
+        points.message.push_back(uint32_t(i));
+        points.positions.insert(points.positions.end(), v, v + 3);
+        points.grid.insert(points.grid.end(), g, g + 3);
+    }
+    return points;
+}
+
+// The intensity field goes into the stream if every stream point's value is a whole number from
+// 0 to 2^31 - 1 that its type gives back bit for bit; `maxValue` is the largest.
+bool intensityFits(const PointCloud2& message, const CloudLayout& layout,
+                   const StreamPoints& points, int32_t& maxValue) {
+    const StreamField& field = layout.intensity;
+    maxValue = 1;
+    if (field.field < 0) return false;
+    for (uint32_t i : points.message) {
+        const uint8_t* at = recordOf(message, i) + field.offset;
+        const double value = loadNumber(at, field.datatype, layout.bigEndian);
+        if (!(value >= 0 && value <= 2147483647.0) || value != std::floor(value)) return false;
+        if ((field.datatype == kFloat32 || field.datatype == kFloat64) && std::signbit(value))
+            return false;
+        maxValue = std::max(maxValue, int32_t(value));
+    }
+    return true;
+}
+
+class StreamWriter {
+public:
+    StreamWriter(const zul_DataType& type, std::vector<uint8_t>& out) : out_(out) {
+        if (zul_enc_open(&context_, &type) != zul_STATUS_OK)
+            throw Error("the step " + std::to_string(type.quantizationStep) +
+                        " is outside 9.9e-10 to 10");
+        const char* bytes;
+        int size;
+        zul_enc_createFileSignature(context_, &bytes);
+        out_.insert(out_.end(), bytes, bytes + 8);
+        zul_enc_encodeFileHeader(context_, &bytes, &size);
+        out_.insert(out_.end(), bytes, bytes + size);
+    }
+    ~StreamWriter() { zul_enc_close(&context_); }
+    void chunk(const zul_PointData& points) {
+        const char* bytes;
+        int size;
+        if (zul_enc_encodeChunk(context_, &bytes, &size, &points) != zul_STATUS_OK)
+            throw Error("a chunk of " + std::to_string(points.numPoints) +
+                        " points cannot be encoded");
+        out_.insert(out_.end(), bytes, bytes + size);
+    }
+
+private:
+    zul_enc_Context context_ = nullptr;
+    std::vector<uint8_t>& out_;
+};
+
+// Encodes the stream points chunk by chunk in the order the decoder gives them back, and notes
+// for each of them its place in the chunk's message order.
+void writeStream(const PointCloud2& message, const CloudLayout& layout, const StreamPoints& points,
+                 const zul_DataType& type, uint32_t chunkPoints, std::vector<uint8_t>& stream,
+                 std::vector<uint8_t>& order) {
+    StreamWriter writer(type, stream);
+    const size_t total = points.message.size();
+    order.resize(2 * total);
+    std::vector<OrderKey> keys;
+    std::vector<double> positions;
+    std::vector<uint8_t> colors;
+    std::vector<int32_t> reflections;
+    const bool big = layout.bigEndian;
+    for (size_t first = 0; first < total; first += chunkPoints) {
+        const size_t n = std::min<size_t>(chunkPoints, total - first);
+        keys.resize(n);
+        for (size_t j = 0; j < n; ++j) {
+            OrderKey& key = keys[j];
+            std::copy_n(&points.grid[3 * (first + j)], 3, key.slot);
+            const uint8_t* record = recordOf(message, points.message[first + j]);
+            key.color = type.colorMode == zul_COLOR_NONE
+                            ? 0
+                            : load<uint32_t>(record + layout.color.offset, big) & 0xffffffu;
+            key.reflection = 0;
+            if (type.reflectionMode != zul_REFLECTION_NONE)
+                key.reflection = int32_t(
+                    loadNumber(record + layout.intensity.offset, layout.intensity.datatype, big));
+            key.local = uint32_t(j);
+        }
+        sortAsStored(keys);
+        positions.resize(3 * n);
+        colors.resize(3 * n);
+        reflections.resize(n);
+        for (size_t j = 0; j < n; ++j) {
+            const OrderKey& key = keys[j];
+            std::copy_n(&points.positions[3 * (first + key.local)], 3, &positions[3 * j]);
+            colors[3 * j] = uint8_t(key.color >> 16);
+            colors[3 * j + 1] = uint8_t(key.color >> 8);
+            colors[3 * j + 2] = uint8_t(key.color);
+            reflections[j] = key.reflection;
+            storeLittle<uint16_t>(&order[2 * (first + j)], uint16_t(key.local));
+        }
+        zul_PointData data{int32_t(n), positions.data(), colors.data(), reflections.data(),
+                           nullptr};
+        writer.chunk(data);
+    }
+}
+
+void putColumn(Column&& column, std::vector<Column>& columns) {
+    columns.push_back(std::move(column));
+}
+
+}  // namespace
+
+CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOptions& options) {
+    const CloudDescription& cloud = message.cloud;
+    CloudLayout layout = layOutCloud(cloud, message.data.size(), true);
+    const uint32_t chunkPoints = options.chunkPoints == 0 ? 4096 : options.chunkPoints;
+    if (chunkPoints > 65536) throw Error("a chunk holds at most 65536 points");
+    zul_DataType type;
+    zul_init_headers(&type, nullptr);
+    type.quantizationStep = static_cast<float>(options.step);
+    const double step = type.quantizationStep;
+    if (!(step >= 9.9e-10 && step <= 10.0))
+        throw Error("the step " + std::to_string(options.step) + " is outside 9.9e-10 to 10");
+
+    BlobHead head;
+    head.chunkPoints = chunkPoints;
+    head.trailingMessageBytes = cloud.trailingBytes;
+    head.trailingDataBytes = message.data.size() - uint64_t(cloud.height) * cloud.rowStep;
+    if (layout.points == 0) head.trailingDataBytes = message.data.size();
+
+    StreamPoints points;
+    std::vector<uint8_t> stream, order;
+    if (layout.hasPositions) {
+        points = selectStreamPoints(message, layout, step);
+        int32_t maxValue = 1;
+        if (intensityFits(message, layout, points, maxValue)) {
+            head.flags |= kIntensityInStream;
+            type.reflectionMode = zul_REFLECTION_CLAMPED;
+            type.maxReflection = maxValue;
+        } else if (layout.intensity.field >= 0) {
+            layout = layOutCloud(cloud, message.data.size(), false);
+        }
+        if (layout.color.field >= 0) type.colorMode = zul_COLOR_RGB888;
+        if (points.message.size() != layout.points) head.flags |= kMaskPresent;
+        writeStream(message, layout, points, type, chunkPoints, stream, order);
+    }
+    head.streamSize = stream.size();
+
+    std::vector<Column> columns;
+    if (head.flags & kMaskPresent) {
+        Column mask{"valid", kUint8, 1, ColumnCoding::Raw, {}};
+        mask.bytes.assign((layout.points + 7) / 8, 0);
+        for (uint64_t i = 0; i < layout.points; ++i)
+            mask.bytes[i / 8] |= uint8_t(points.inside[i] << (i % 8));
+        putColumn(std::move(mask), columns);
+    }
+    if (layout.hasPositions)
+        putColumn({"order", kUint16, 1, ColumnCoding::Delta, std::move(order)}, columns);
+
+    const uint64_t outside = layout.hasPositions ? layout.points - points.message.size() : 0;
+    const uint64_t tail = layout.points == 0 ? 0 : cloud.rowStep - layout.recordBytes;
+    std::vector<Column> record =
+        recordColumns(layout, outside, tail * cloud.height, head.trailingDataBytes);
+    const bool big = layout.bigEndian;
+    const size_t ranges = layout.columns.size();
+    for (uint64_t i = 0; i < layout.points; ++i) {
+        const uint8_t* at = recordOf(message, i);
+        for (size_t c = 0; c < ranges; ++c) {
+            const ColumnRange& range = layout.columns[c];
+            uint8_t* out = record[c].bytes.data() + i * range.valueSize * range.count;
+            for (uint32_t v = 0; v < range.count; ++v)
+                copyToLittle(at + range.offset + v * range.valueSize, range.valueSize, big,
+                             out + v * range.valueSize);
+        }
+    }
+    const std::vector<StreamField> fields = streamFields(layout);
+    uint64_t o = 0;
+    for (uint64_t i = 0; i < layout.points && outside > 0; ++i) {
+        if (points.inside[i]) continue;
+        const uint8_t* at = recordOf(message, i);
+        for (size_t f = 0; f < fields.size(); ++f) {
+            const uint32_t size = uint32_t(datatypeSize(fields[f].datatype));
+            copyToLittle(at + fields[f].offset, size, big,
+                         record[ranges + f].bytes.data() + o * size);
+        }
+        ++o;
+    }
+    uint8_t* tails = record[record.size() - 2].bytes.data();
+    for (uint64_t r = 0; r < cloud.height && tail > 0; ++r)
+        std::memcpy(tails + r * tail, message.data.data() + r * cloud.rowStep + layout.recordBytes,
+                    tail);
+    std::copy(message.data.end() - head.trailingDataBytes, message.data.end(),
+              record.back().bytes.begin());
+    for (Column& column : record) putColumn(std::move(column), columns);
+
+    CompressedPointCloud2 result;
+    result.cloud = cloud;
+    result.cloud.trailingBytes = 0;
+    result.format = formatName();
+    std::vector<uint8_t>& blob = result.compressedData;
+    writeBlobHead(head, blob);
+    blob.insert(blob.end(), stream.begin(), stream.end());
+    packColumns(columns, options.zstdLevel, blob);
+    return result;
+}
+
+std::vector<uint8_t> compressMessage(const uint8_t* bytes, size_t size, Serialization family,
+                                     const EncodeOptions& options) {
+    return writeCompressedPointCloud2(compressCloud(readPointCloud2(bytes, size, family), options));
+}
+
+}  // namespace zul::ros

@@ -1,0 +1,48 @@
+// The framing of compressed_data (docs/ros.md): a fixed head, the zul stream, then the column
+// container; and the list of columns that a cloud's layout gives, which encoder and decoder build
+// the same way.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "cloud_layout.h"
+#include "column_pack.h"
+
+namespace zul::ros {
+
+inline constexpr uint8_t kBlobMagic[4] = {'Z', 'U', 'L', 'R'};
+inline constexpr uint8_t kBlobVersion = 1;
+inline constexpr size_t kBlobHeadSize = 32;
+
+enum BlobFlag : uint8_t {
+    kIntensityInStream = 1,  // the intensity field is in the stream's reflection values
+    kMaskPresent = 2,        // some points are outside the stream: the "valid" column says which
+};
+
+struct BlobHead {
+    uint8_t flags = 0;
+    uint8_t trailingMessageBytes = 0;  // zero bytes after the message's last field
+    uint32_t chunkPoints = 0;          // stream points a chunk (all but the last chunk)
+    uint64_t trailingDataBytes = 0;    // data bytes after height x row_step
+    uint64_t streamSize = 0;           // bytes of the zul stream that follows the head
+};
+
+void writeBlobHead(const BlobHead& head, std::vector<uint8_t>& out);
+// Throws Error for a short blob, another magic or version, unknown flags or a stream that
+// runs past the blob.
+BlobHead readBlobHead(const uint8_t* bytes, size_t size);
+
+// The columns after "valid" and "order", sized for the counts, in container order: the record's
+// column ranges over all points, the stream's fields over the points outside the stream, the
+// bytes after each row's points, the bytes after the rows.
+std::vector<Column> recordColumns(const CloudLayout& layout, uint64_t outsidePoints,
+                                  uint64_t rowTailBytes, uint64_t trailingDataBytes);
+
+// The stream's fields (x, y, z, colour, intensity) in the order their columns take them.
+std::vector<StreamField> streamFields(const CloudLayout& layout);
+
+// Column coding of a datatype: differences for integers, XOR for floating-point values.
+ColumnCoding codingOf(uint8_t datatype);
+
+}  // namespace zul::ros

@@ -1,0 +1,75 @@
+#include "stream_order.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace zul::ros {
+
+namespace {
+
+// The stream format's choice of axes from a chunk's extents: the largest first, the smallest
+// second, the remaining one last.
+void axisOrder(const int64_t extent[3], int remap[3]) {
+    const int64_t ex = extent[0], ey = extent[1], ez = extent[2];
+    remap[0] = ex < ey ? (ey < ez ? 2 : 1) : (ex < ez ? 2 : 0);
+    remap[1] = ex < ey ? (ex < ez ? 0 : 2) : (ey < ez ? 1 : 2);
+    remap[2] = 3 - remap[0] - remap[1];
+}
+
+}  // namespace
+
+void sortAsStored(std::vector<OrderKey>& keys) {
+    if (keys.empty()) return;
+    int64_t low[3], high[3];
+    for (int k = 0; k < 3; ++k) low[k] = high[k] = keys[0].slot[k];
+    for (const OrderKey& key : keys) {
+        for (int k = 0; k < 3; ++k) {
+            low[k] = std::min(low[k], key.slot[k]);
+            high[k] = std::max(high[k], key.slot[k]);
+        }
+    }
+    int64_t extent[3];
+    for (int k = 0; k < 3; ++k) extent[k] = high[k] - low[k];
+    int remap[3];
+    axisOrder(extent, remap);
+    for (OrderKey& key : keys) {
+        const int64_t s[3] = {key.slot[remap[0]], key.slot[remap[1]], key.slot[remap[2]]};
+        std::copy_n(s, 3, key.slot);
+    }
+    std::sort(keys.begin(), keys.end(), [](const OrderKey& a, const OrderKey& b) {
+        if (a.slot[0] != b.slot[0]) return a.slot[0] < b.slot[0];
+        if (a.slot[1] != b.slot[1]) return a.slot[1] < b.slot[1];
+        if (a.slot[2] != b.slot[2]) return a.slot[2] < b.slot[2];
+        if (a.color != b.color) return a.color < b.color;
+        if (a.reflection != b.reflection) return a.reflection < b.reflection;
+        return a.local < b.local;
+    });
+}
+
+void settleTies(const double* positions, const uint8_t* colors, const int32_t* reflections,
+                uint32_t n, std::vector<uint32_t>& order) {
+    order.resize(n);
+    std::iota(order.begin(), order.end(), 0u);
+    if (colors == nullptr && reflections == nullptr) return;
+    auto samePlace = [&](uint32_t a, uint32_t b) {
+        return positions[3 * a] == positions[3 * b] &&
+               positions[3 * a + 1] == positions[3 * b + 1] &&
+               positions[3 * a + 2] == positions[3 * b + 2];
+    };
+    auto before = [&](uint32_t a, uint32_t b) {
+        const uint32_t ca =
+            colors ? uint32_t(colors[3 * a]) << 16 | colors[3 * a + 1] << 8 | colors[3 * a + 2] : 0;
+        const uint32_t cb =
+            colors ? uint32_t(colors[3 * b]) << 16 | colors[3 * b + 1] << 8 | colors[3 * b + 2] : 0;
+        if (ca != cb) return ca < cb;
+        return reflections ? reflections[a] < reflections[b] : false;
+    };
+    for (uint32_t i = 0; i + 1 < n;) {
+        uint32_t end = i + 1;
+        while (end < n && samePlace(i, end)) ++end;
+        if (end - i > 1) std::stable_sort(order.begin() + i, order.begin() + end, before);
+        i = end;
+    }
+}
+
+}  // namespace zul::ros
