@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "ros_error.h"
+#include "zul_ros.h"
 
 namespace zul::ros {
 
@@ -105,6 +106,36 @@ std::vector<Column> recordColumns(const CloudLayout& layout, uint64_t outsidePoi
     trailing.bytes.resize(trailingDataBytes);
     columns.push_back(std::move(trailing));
     return columns;
+}
+
+std::vector<DataPart> describeCompressedData(const uint8_t* bytes, size_t size) {
+    const BlobHead head = readBlobHead(bytes, size);
+    std::vector<DataPart> parts{{"head", kBlobHeadSize, kBlobHeadSize},
+                                {"stream", head.streamSize, head.streamSize}};
+    size_t pos = kBlobHeadSize + head.streamSize;
+    auto get = [&](int n) {
+        if (size_t(n) > size - pos) throw Error("the column container ends inside a column");
+        uint64_t value = 0;
+        for (int b = 0; b < n; ++b) value |= uint64_t(bytes[pos + b]) << (8 * b);
+        pos += size_t(n);
+        return value;
+    };
+    const uint64_t count = get(4);
+    for (uint64_t c = 0; c < count; ++c) {
+        DataPart part;
+        const size_t nameSize = size_t(get(2));
+        if (nameSize > size - pos) throw Error("the column container ends inside a column name");
+        part.name.assign(reinterpret_cast<const char*>(bytes + pos), nameSize);
+        pos += nameSize;
+        get(6);
+        part.rawBytes = get(8);
+        part.codedBytes = get(8);
+        if (part.codedBytes > size - pos)
+            throw Error("the column container ends inside column '" + part.name + "'");
+        pos += size_t(part.codedBytes);
+        parts.push_back(part);
+    }
+    return parts;
 }
 
 }  // namespace zul::ros

@@ -16,6 +16,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "cloud_message.h"
@@ -49,5 +50,14 @@ std::vector<uint8_t> compressMessage(const uint8_t* bytes, size_t size, Serializ
                                      const EncodeOptions& options = {});
 std::vector<uint8_t> decompressMessage(const uint8_t* bytes, size_t size, Serialization family,
                                        const DecodeOptions& options = {});
+
+// The parts of a compressed_data, for figures and `info`: "head", "stream", then each column by
+// name, with the bytes it holds uncoded and coded. Reads the framing only; throws Error for a
+// compressed_data whose framing is damaged.
+struct DataPart {
+    std::string name;
+    uint64_t rawBytes = 0, codedBytes = 0;
+};
+std::vector<DataPart> describeCompressedData(const uint8_t* bytes, size_t size);
 
 }  // namespace zul::ros

@@ -1,0 +1,141 @@
+// Bytes and time of a message, per sensor shape: zul's CompressedPointCloud2 against zstd -3 and
+// zlib of the message data and against Draco at the same step. Times are the best of several runs
+// on one thread; on a shared, loaded machine they are indicative only.
+//
+//   ros_message_benchmark [step, default 0.001] [repeats, default 5]
+#include <zlib.h>
+#include <zstd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "ros_draco_run.h"
+#include "sensor_messages.h"
+#include "zul_ros.h"
+
+using namespace zul::ros;
+using zul::ros::testing::Sensor;
+using zul::ros::testing::SensorShape;
+
+namespace {
+
+template <typename F>
+double bestSeconds(int repeats, F&& run) {
+    double best = 1e30;
+    for (int r = 0; r < repeats; ++r) {
+        const auto start = std::chrono::steady_clock::now();
+        run();
+        best = std::min(
+            best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+    return best;
+}
+
+void row(const char* codec, size_t bytes, size_t dataBytes, double enc, double dec,
+         uint64_t points) {
+    std::printf(
+        "  %-24s %10zu B  %6.2f%% of data  enc %7.2f ms (%6.1f Mpt/s)  dec %7.2f ms (%6.1f "
+        "Mpt/s)\n",
+        codec, bytes, 100.0 * double(bytes) / double(dataBytes), enc * 1e3,
+        double(points) / enc / 1e6, dec * 1e3, double(points) / dec / 1e6);
+}
+
+void runShape(const SensorShape& shape, double step, int repeats) {
+    const PointCloud2 message = testing::makeSensorMessage(shape, Wire::CdrLittle, false, 1);
+    const std::vector<uint8_t> bytes = writePointCloud2(message);
+    const uint64_t points = uint64_t(message.cloud.height) * message.cloud.width;
+    const size_t dataBytes = message.data.size();
+    std::printf("%s: %u x %u points, point_step %u, data %zu B, message %zu B\n",
+                testing::sensorName(shape.sensor), message.cloud.height, message.cloud.width,
+                message.cloud.pointStep, dataBytes, bytes.size());
+
+    EncodeOptions options;
+    options.step = step;
+    std::vector<uint8_t> compressed, back;
+    const double enc = bestSeconds(repeats, [&] {
+        compressed = compressMessage(bytes.data(), bytes.size(), Serialization::Ros2, options);
+    });
+    const double dec = bestSeconds(repeats, [&] {
+        back = decompressMessage(compressed.data(), compressed.size(), Serialization::Ros2);
+    });
+    row("zul message", compressed.size(), dataBytes, enc, dec, points);
+    const CompressedPointCloud2 parsed =
+        readCompressedPointCloud2(compressed.data(), compressed.size(), Serialization::Ros2);
+    std::string parts;
+    for (const DataPart& part :
+         describeCompressedData(parsed.compressedData.data(), parsed.compressedData.size()))
+        if (part.codedBytes > 64) parts += " " + part.name + " " + std::to_string(part.codedBytes);
+    std::printf("    parts:%s\n", parts.c_str());
+
+    std::vector<uint8_t> packed(ZSTD_compressBound(dataBytes)), unpacked(dataBytes);
+    size_t size = 0;
+    double e = bestSeconds(repeats, [&] {
+        size = ZSTD_compress(packed.data(), packed.size(), message.data.data(), dataBytes, 3);
+    });
+    double d = bestSeconds(
+        repeats, [&] { ZSTD_decompress(unpacked.data(), dataBytes, packed.data(), size); });
+    row("zstd -3 of data", size, dataBytes, e, d, points);
+
+    uLongf zsize = 0;
+    std::vector<uint8_t> zpacked(compressBound(uLong(dataBytes)));
+    e = bestSeconds(repeats, [&] {
+        zsize = zpacked.size();
+        compress2(zpacked.data(), &zsize, message.data.data(), uLong(dataBytes),
+                  Z_DEFAULT_COMPRESSION);
+    });
+    d = bestSeconds(repeats, [&] {
+        uLongf out = uLongf(dataBytes);
+        uncompress(unpacked.data(), &out, zpacked.data(), zsize);
+    });
+    row("zlib (level 6) of data", zsize, dataBytes, e, d, points);
+
+    for (bool withFields : {false, true}) {
+        const DracoFigures draco = runDraco(message, step, withFields, repeats);
+        row(withFields ? "draco, all fields" : "draco, positions only", draco.bytes, dataBytes,
+            draco.encodeSeconds, draco.decodeSeconds, points);
+    }
+}
+
+void chunkSweep(double step, int repeats) {
+    const PointCloud2 message =
+        testing::makeSensorMessage({Sensor::OrganisedLidar, 64, 1024}, Wire::CdrLittle, false, 1);
+    std::printf("organised_lidar by points a chunk (step %g):\n", step);
+    for (uint32_t chunk : {1024u, 4096u, 16384u, 65536u}) {
+        EncodeOptions options;
+        options.step = step;
+        options.chunkPoints = chunk;
+        CompressedPointCloud2 compressed;
+        const double enc =
+            bestSeconds(repeats, [&] { compressed = compressCloud(message, options); });
+        uint64_t stream = 0, order = 0;
+        for (const DataPart& part : describeCompressedData(compressed.compressedData.data(),
+                                                           compressed.compressedData.size())) {
+            if (part.name == "stream") stream = part.codedBytes;
+            if (part.name == "order") order = part.codedBytes;
+        }
+        std::printf(
+            "  %6u points a chunk: %8zu B in all, stream %8llu B, order %7llu B, enc %6.2f ms\n",
+            chunk, compressed.compressedData.size(), (unsigned long long)stream,
+            (unsigned long long)order, enc * 1e3);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const double step = argc > 1 ? std::atof(argv[1]) : 0.001;
+    const int repeats = argc > 2 ? std::atoi(argv[2]) : 5;
+    std::printf(
+        "step %g, best of %d runs, one thread; a shared machine: indicative figures only\n\n", step,
+        repeats);
+    const SensorShape shapes[3] = {{Sensor::OrganisedLidar, 64, 1024},
+                                   {Sensor::FlatLidar, 1, 57344},
+                                   {Sensor::RgbCamera, 480, 640}};
+    for (const SensorShape& shape : shapes) runShape(shape, step, repeats);
+    std::printf("\n");
+    chunkSweep(step, repeats);
+    return 0;
+}
