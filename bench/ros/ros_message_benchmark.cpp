@@ -99,14 +99,20 @@ void runShape(const SensorShape& shape, double step, int repeats) {
     }
 }
 
-void chunkSweep(double step, int repeats) {
-    const PointCloud2 message =
-        testing::makeSensorMessage({Sensor::OrganisedLidar, 64, 1024}, Wire::CdrLittle, false, 1);
-    std::printf("organised_lidar by points a chunk (step %g):\n", step);
-    for (uint32_t chunk : {1024u, 4096u, 16384u, 65536u}) {
+// Chunks of consecutive points, or tiles of columns over all rows, on the organised shapes.
+void chunkSweep(const SensorShape& shape, double step, int repeats) {
+    const PointCloud2 message = testing::makeSensorMessage(shape, Wire::CdrLittle, false, 1);
+    std::printf("%s by chunk plan (step %g):\n", testing::sensorName(shape.sensor), step);
+    struct Plan {
+        uint32_t chunk, tile;
+    };
+    for (const Plan plan : {Plan{256, 0}, Plan{512, 0}, Plan{1024, 0}, Plan{4096, 0}, Plan{16384, 0}, Plan{65536, 0},
+                            Plan{0, 2}, Plan{0, 4}, Plan{0, 8}, Plan{0, 16}, Plan{0, 32}, Plan{0, 64}, Plan{0, 128}}) {
+        if (uint64_t(plan.tile) * shape.height > 65536 || (plan.tile > 0 && shape.height == 1)) continue;
         EncodeOptions options;
         options.step = step;
-        options.chunkPoints = chunk;
+        options.chunkPoints = plan.chunk;
+        options.tileColumns = plan.tile;
         CompressedPointCloud2 compressed;
         const double enc =
             bestSeconds(repeats, [&] { compressed = compressCloud(message, options); });
@@ -116,10 +122,11 @@ void chunkSweep(double step, int repeats) {
             if (part.name == "stream") stream = part.codedBytes;
             if (part.name == "order") order = part.codedBytes;
         }
-        std::printf(
-            "  %6u points a chunk: %8zu B in all, stream %8llu B, order %7llu B, enc %6.2f ms\n",
-            chunk, compressed.compressedData.size(), (unsigned long long)stream,
-            (unsigned long long)order, enc * 1e3);
+        const std::string name = plan.tile ? "tiles of " + std::to_string(plan.tile) + " columns"
+                                           : std::to_string(plan.chunk) + " points a chunk";
+        std::printf("  %-22s %8zu B in all, stream %8llu B, order %7llu B, enc %6.2f ms\n",
+                    name.c_str(), compressed.compressedData.size(), (unsigned long long)stream,
+                    (unsigned long long)order, enc * 1e3);
     }
 }
 
@@ -136,6 +143,8 @@ int main(int argc, char** argv) {
                                    {Sensor::RgbCamera, 480, 640}};
     for (const SensorShape& shape : shapes) runShape(shape, step, repeats);
     std::printf("\n");
-    chunkSweep(step, repeats);
+    chunkSweep(shapes[0], step, repeats);
+    chunkSweep(shapes[1], step, repeats);
+    chunkSweep(shapes[2], step, repeats);
     return 0;
 }

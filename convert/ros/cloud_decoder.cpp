@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "chunk_plan.h"
 #include "compressed_blob.h"
 #include "point_access.h"
 #include "stream_order.h"
@@ -94,6 +95,11 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
         throw Error("the message claims " + std::to_string(rows + head.trailingDataBytes) +
                     " bytes of data, more than the " + std::to_string(options.maxDataBytes) +
                     " allowed");
+    if (blobChecksum(cloud, blob.data() + kBlobHeadSize, blob.size() - kBlobHeadSize) !=
+        head.checksum)
+        throw Error(
+            "compressed_data fails its checksum: it is damaged, or the message's height, "
+            "width, fields, is_bigendian, point_step or row_step changed");
     const CloudLayout layout =
         layOutCloud(cloud, rows + head.trailingDataBytes, (head.flags & kIntensityInStream) != 0);
     if ((head.flags & kIntensityInStream) && layout.intensity.field < 0)
@@ -187,34 +193,35 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
         throw Error("compressed_data's stream holds other attributes than the fields say");
     std::vector<uint32_t> ties;
     std::vector<uint8_t> seen;
-    const uint32_t chunkPoints = head.chunkPoints;
-    size_t number = 0;
-    for (size_t first = 0; first < inside.size(); first += chunkPoints, ++number) {
-        const uint32_t n = uint32_t(std::min<size_t>(chunkPoints, inside.size() - first));
-        const zul_PointData data = stream.chunk(int32_t(n), number);
+    const ChunkPlan plan =
+        planChunks(cloud.height, cloud.width, inside, head.chunkPoints, head.tileColumns);
+    for (size_t c = 0; c + 1 < plan.starts.size(); ++c) {
+        const size_t first = plan.starts[c];
+        const uint32_t n = uint32_t(plan.starts[c + 1] - first);
+        const zul_PointData data = stream.chunk(int32_t(n), c);
         settleTies(data.positions, data.colors, data.reflections, n, ties);
         seen.assign(n, 0);
         for (uint32_t j = 0; j < n; ++j) {
             const uint32_t local = loadLittle<uint16_t>(&order.bytes[2 * (first + j)]);
             if (local >= n || seen[local])
-                throw Error("column 'order' of chunk " + std::to_string(number) +
+                throw Error("column 'order' of chunk " + std::to_string(c) +
                             " is not an order of its " + std::to_string(n) + " points");
             seen[local] = 1;
             const uint32_t s = ties[j];
-            uint8_t* at = recordOf(message, inside[first + local]);
+            uint8_t* at = recordOf(message, inside[plan.sequence[first + local]]);
             for (int k = 0; k < 3; ++k)
                 storeReal(at + layout.position[k].offset, layout.position[k].datatype, big,
                           data.positions[3 * s + k]);
             if (hasColor) {
-                uint8_t* c = at + layout.color.offset;
-                const uint32_t alpha = load<uint32_t>(c, big) & 0xff000000u;
-                store<uint32_t>(c,
+                uint8_t* rgb = at + layout.color.offset;
+                const uint32_t alpha = load<uint32_t>(rgb, big) & 0xff000000u;
+                store<uint32_t>(rgb,
                                 alpha | uint32_t(data.colors[3 * s]) << 16 |
                                     uint32_t(data.colors[3 * s + 1]) << 8 | data.colors[3 * s + 2],
                                 big);
             }
             if (hasIntensity && !holdsWhole(layout.intensity.datatype, data.reflections[s]))
-                throw Error("compressed_data's stream chunk " + std::to_string(number) +
+                throw Error("compressed_data's stream chunk " + std::to_string(c) +
                             " holds an intensity of " + std::to_string(data.reflections[s]) +
                             " that the field's type cannot hold");
             if (hasIntensity)

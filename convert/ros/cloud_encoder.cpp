@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "chunk_plan.h"
 #include "compressed_blob.h"
 #include "point_access.h"
 #include "stream_order.h"
@@ -114,23 +115,23 @@ private:
 // Encodes the stream points chunk by chunk in the order the decoder gives them back, and notes
 // for each of them its place in the chunk's message order.
 void writeStream(const PointCloud2& message, const CloudLayout& layout, const StreamPoints& points,
-                 const zul_DataType& type, uint32_t chunkPoints, std::vector<uint8_t>& stream,
+                 const zul_DataType& type, const ChunkPlan& plan, std::vector<uint8_t>& stream,
                  std::vector<uint8_t>& order) {
     StreamWriter writer(type, stream);
-    const size_t total = points.message.size();
-    order.resize(2 * total);
+    order.resize(2 * plan.sequence.size());
     std::vector<OrderKey> keys;
     std::vector<double> positions;
     std::vector<uint8_t> colors;
     std::vector<int32_t> reflections;
     const bool big = layout.bigEndian;
-    for (size_t first = 0; first < total; first += chunkPoints) {
-        const size_t n = std::min<size_t>(chunkPoints, total - first);
+    for (size_t c = 0; c + 1 < plan.starts.size(); ++c) {
+        const size_t first = plan.starts[c], n = plan.starts[c + 1] - first;
         keys.resize(n);
         for (size_t j = 0; j < n; ++j) {
+            const uint32_t s = plan.sequence[first + j];
             OrderKey& key = keys[j];
-            std::copy_n(&points.grid[3 * (first + j)], 3, key.slot);
-            const uint8_t* record = recordOf(message, points.message[first + j]);
+            std::copy_n(&points.grid[3 * size_t(s)], 3, key.slot);
+            const uint8_t* record = recordOf(message, points.message[s]);
             key.color = type.colorMode == zul_COLOR_NONE
                             ? 0
                             : load<uint32_t>(record + layout.color.offset, big) & 0xffffffu;
@@ -146,7 +147,8 @@ void writeStream(const PointCloud2& message, const CloudLayout& layout, const St
         reflections.resize(n);
         for (size_t j = 0; j < n; ++j) {
             const OrderKey& key = keys[j];
-            std::copy_n(&points.positions[3 * (first + key.local)], 3, &positions[3 * j]);
+            std::copy_n(&points.positions[3 * size_t(plan.sequence[first + key.local])], 3,
+                        &positions[3 * j]);
             colors[3 * j] = uint8_t(key.color >> 16);
             colors[3 * j + 1] = uint8_t(key.color >> 8);
             colors[3 * j + 2] = uint8_t(key.color);
@@ -168,8 +170,16 @@ void putColumn(Column&& column, std::vector<Column>& columns) {
 CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOptions& options) {
     const CloudDescription& cloud = message.cloud;
     CloudLayout layout = layOutCloud(cloud, message.data.size(), true);
-    const uint32_t chunkPoints = options.chunkPoints == 0 ? 4096 : options.chunkPoints;
+    uint32_t chunkPoints = options.chunkPoints, tileColumns = options.tileColumns;
     if (chunkPoints > 65536) throw Error("a chunk holds at most 65536 points");
+    if (chunkPoints == 0 && tileColumns == 0) {
+        // Measured on the generated sensor messages (bench/ros): a lidar's few long rows in tiles
+        // of about 256 points, a camera's rows in chunks of 512, a flat cloud in chunks of 1024.
+        if (cloud.height > 1 && cloud.height <= 128)
+            tileColumns = std::max<uint32_t>(1, 256 / cloud.height);
+        chunkPoints = cloud.height > 1 ? 512 : 1024;
+    }
+    if (chunkPoints == 0) chunkPoints = 1024;
     zul_DataType type;
     zul_init_headers(&type, nullptr);
     type.quantizationStep = static_cast<float>(options.step);
@@ -179,6 +189,7 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
 
     BlobHead head;
     head.chunkPoints = chunkPoints;
+    head.tileColumns = cloud.height > 1 ? tileColumns : 0;
     head.trailingMessageBytes = cloud.trailingBytes;
     head.trailingDataBytes = message.data.size() - uint64_t(cloud.height) * cloud.rowStep;
     if (layout.points == 0) head.trailingDataBytes = message.data.size();
@@ -197,7 +208,9 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
         }
         if (layout.color.field >= 0) type.colorMode = zul_COLOR_RGB888;
         if (points.message.size() != layout.points) head.flags |= kMaskPresent;
-        writeStream(message, layout, points, type, chunkPoints, stream, order);
+        const ChunkPlan plan =
+            planChunks(cloud.height, cloud.width, points.message, chunkPoints, head.tileColumns);
+        writeStream(message, layout, points, type, plan, stream, order);
     }
     head.streamSize = stream.size();
 
@@ -256,6 +269,9 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     writeBlobHead(head, blob);
     blob.insert(blob.end(), stream.begin(), stream.end());
     packColumns(columns, options.zstdLevel, blob);
+    const uint64_t checksum =
+        blobChecksum(cloud, blob.data() + kBlobHeadSize, blob.size() - kBlobHeadSize);
+    for (int b = 0; b < 8; ++b) blob[32 + b] = uint8_t(checksum >> (8 * b));
     return result;
 }
 

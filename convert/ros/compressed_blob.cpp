@@ -1,5 +1,7 @@
 #include "compressed_blob.h"
 
+#include <xxhash.h>
+
 #include <cstring>
 
 #include "ros_error.h"
@@ -28,9 +30,27 @@ void writeBlobHead(const BlobHead& head, std::vector<uint8_t>& out) {
     out.push_back(head.trailingMessageBytes);
     out.push_back(0);
     put(out, head.chunkPoints, 4);
-    put(out, 0, 4);
+    put(out, head.tileColumns, 4);
     put(out, head.trailingDataBytes, 8);
     put(out, head.streamSize, 8);
+    put(out, head.checksum, 8);
+}
+
+uint64_t blobChecksum(const CloudDescription& cloud, const uint8_t* afterHead, size_t size) {
+    std::vector<uint8_t> layout;
+    put(layout, cloud.height, 4);
+    put(layout, cloud.width, 4);
+    for (const PointField& field : cloud.fields) {
+        put(layout, field.name.size(), 4);
+        layout.insert(layout.end(), field.name.begin(), field.name.end());
+        put(layout, field.offset, 4);
+        put(layout, field.datatype, 1);
+        put(layout, field.count, 4);
+    }
+    put(layout, cloud.isBigendian, 1);
+    put(layout, cloud.pointStep, 4);
+    put(layout, cloud.rowStep, 4);
+    return XXH3_64bits_withSeed(afterHead, size, XXH3_64bits(layout.data(), layout.size()));
 }
 
 BlobHead readBlobHead(const uint8_t* bytes, size_t size) {
@@ -46,10 +66,11 @@ BlobHead readBlobHead(const uint8_t* bytes, size_t size) {
     head.flags = bytes[5];
     head.trailingMessageBytes = bytes[6];
     head.chunkPoints = uint32_t(get(bytes + 8, 4));
+    head.tileColumns = uint32_t(get(bytes + 12, 4));
     head.trailingDataBytes = get(bytes + 16, 8);
     head.streamSize = get(bytes + 24, 8);
-    if ((head.flags & ~(kIntensityInStream | kMaskPresent)) != 0 || bytes[7] != 0 ||
-        get(bytes + 12, 4) != 0)
+    head.checksum = get(bytes + 32, 8);
+    if ((head.flags & ~(kIntensityInStream | kMaskPresent)) != 0 || bytes[7] != 0)
         throw Error("compressed_data's head has flags or reserved bytes no writer sets");
     if (head.trailingMessageBytes > 3)
         throw Error("compressed_data's head claims " + std::to_string(head.trailingMessageBytes) +

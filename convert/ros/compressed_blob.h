@@ -13,7 +13,7 @@ namespace zul::ros {
 
 inline constexpr uint8_t kBlobMagic[4] = {'Z', 'U', 'L', 'R'};
 inline constexpr uint8_t kBlobVersion = 1;
-inline constexpr size_t kBlobHeadSize = 32;
+inline constexpr size_t kBlobHeadSize = 40;
 
 enum BlobFlag : uint8_t {
     kIntensityInStream = 1,  // the intensity field is in the stream's reflection values
@@ -24,13 +24,20 @@ struct BlobHead {
     uint8_t flags = 0;
     uint8_t trailingMessageBytes = 0;  // zero bytes after the message's last field
     uint32_t chunkPoints = 0;          // stream points a chunk (all but the last chunk)
+    uint32_t tileColumns = 0;          // an organised cloud's chunks: tiles this wide (0: none)
     uint64_t trailingDataBytes = 0;    // data bytes after height x row_step
     uint64_t streamSize = 0;           // bytes of the zul stream that follows the head
+    uint64_t checksum = 0;             // of the cloud's layout and the bytes after the head
 };
+
+// The checksum of a compressed_data: XXH3 (64 bits) of the bytes after the head, seeded with the
+// XXH3 of the fields that lay out the cloud (height, width, fields, is_bigendian, point_step,
+// row_step), so that a change to either is found.
+uint64_t blobChecksum(const CloudDescription& cloud, const uint8_t* afterHead, size_t size);
 
 void writeBlobHead(const BlobHead& head, std::vector<uint8_t>& out);
 // Throws Error for a short blob, another magic or version, unknown flags or a stream that
-// runs past the blob.
+// runs past the blob. The checksum is read, not checked.
 BlobHead readBlobHead(const uint8_t* bytes, size_t size);
 
 // The columns after "valid" and "order", sized for the counts, in container order: the record's
