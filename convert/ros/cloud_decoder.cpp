@@ -88,6 +88,8 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
     const std::vector<uint8_t>& blob = compressed.compressedData;
     const BlobHead head = readBlobHead(blob.data(), blob.size());
     const CloudDescription& cloud = compressed.cloud;
+    if (head.trailingMessageBytes > 0 && !isCdr(cloud.wire))
+        throw Error("compressed_data claims padding after a ROS 1 message, which has none");
     const uint64_t points = uint64_t(cloud.height) * cloud.width;
     const uint64_t rows = points == 0 ? 0 : uint64_t(cloud.height) * cloud.rowStep;
     if (head.trailingDataBytes > options.maxDataBytes ||

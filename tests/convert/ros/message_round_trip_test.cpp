@@ -12,6 +12,7 @@
 #include "byte_order.h"
 #include "cloud_layout.h"
 #include "point_access.h"
+#include "cloud_compare.h"
 #include "sensor_messages.h"
 #include "zul_ros.h"
 
@@ -21,43 +22,11 @@ namespace {
 using testing::Sensor;
 using testing::SensorShape;
 
-// Every byte of `restored` equals `original`'s but those of finite x, y, z, which lie within
-// half a step; NaN positions keep their bits.
 ::testing::AssertionResult sameCloud(const PointCloud2& original, const PointCloud2& restored,
                                      double step) {
-    PointCloud2 framing = restored;
-    framing.data = original.data;
-    if (writePointCloud2(framing) != writePointCloud2(original))
-        return ::testing::AssertionFailure() << "the message's fields around its data differ";
-    if (restored.data.size() != original.data.size())
-        return ::testing::AssertionFailure()
-               << "data of " << restored.data.size() << " bytes, not " << original.data.size();
-    const CloudLayout layout = layOutCloud(original.cloud, original.data.size(), false);
-    std::vector<uint8_t> expected = original.data, got = restored.data;
-    const double half = double(float(step)) * 0.5;
-    const CloudDescription& c = original.cloud;
-    for (uint64_t i = 0; i < layout.points && layout.hasPositions; ++i) {
-        const uint64_t at = (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
-        for (const StreamField& axis : layout.position) {
-            const double a = loadReal(&expected[at + axis.offset], axis.datatype, layout.bigEndian);
-            const double b = loadReal(&got[at + axis.offset], axis.datatype, layout.bigEndian);
-            if (std::isfinite(a) && !(std::fabs(a - b) <= half))
-                return ::testing::AssertionFailure()
-                       << "point " << i << " " << axis.role << ": " << a << " came back " << b;
-            if (std::isfinite(a))
-                std::memset(&got[at + axis.offset], 0, datatypeSize(axis.datatype)),
-                    std::memset(&expected[at + axis.offset], 0, datatypeSize(axis.datatype));
-        }
-    }
-    for (size_t b = 0; b < expected.size(); ++b) {
-        if (expected[b] != got[b])
-            return ::testing::AssertionFailure()
-                   << "data byte " << b << " (point " << (b % c.rowStep) / std::max(1u, c.pointStep)
-                   << " of row " << b / std::max(1u, c.rowStep) << ", record byte "
-                   << (b % c.rowStep) % std::max(1u, c.pointStep) << "): " << int(expected[b])
-                   << " came back " << int(got[b]);
-    }
-    return ::testing::AssertionSuccess();
+    const std::string difference = testing::differenceOf(original, restored, step);
+    if (difference.empty()) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << difference;
 }
 
 struct Case {
