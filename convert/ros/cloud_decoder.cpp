@@ -21,17 +21,16 @@ public:
         int headerSize = 0;
         zul_dec_Params params{1, {0, 0, 0, 0}};
         need(8, "its signature");
-        if (zul_dec_open2(&context_, &headerSize, reinterpret_cast<const char*>(bytes_), &params) !=
-            zul_STATUS_OK)
+        if (zul_dec_open2(&context_.value, &headerSize, reinterpret_cast<const char*>(bytes_),
+                          &params) != zul_STATUS_OK)
             throw Error("compressed_data's stream does not start with a zul signature");
         pos_ = 8;
         need(size_t(headerSize), "its file header");
-        if (zul_dec_decodeFileHeader(context_, &type, &chunkHeaderSize_, &sync_,
+        if (zul_dec_decodeFileHeader(context_.value, &type, &chunkHeaderSize_, &sync_,
                                      reinterpret_cast<const char*>(bytes_ + pos_)) != zul_STATUS_OK)
             throw Error("compressed_data's stream has a damaged file header");
         pos_ += size_t(headerSize);
     }
-    ~StreamReader() { zul_dec_close(&context_); }
 
     bool done() const { return pos_ == size_; }
 
@@ -44,10 +43,10 @@ public:
             throw Error(where + " has a wrong sync marker");
         pos_ += 16;
         int bodySize = 0, points = 0;
-        if (zul_dec_decodeChunkHeader(context_, &bodySize,
+        if (zul_dec_decodeChunkHeader(context_.value, &bodySize,
                                       reinterpret_cast<const char*>(bytes_ + pos_)) !=
                 zul_STATUS_OK ||
-            zul_dec_getNumPointsInChunk(context_, &points) != zul_STATUS_OK)
+            zul_dec_getNumPointsInChunk(context_.value, &points) != zul_STATUS_OK)
             throw Error(where + " has a damaged header");
         if (points != expected)
             throw Error(where + " holds " + std::to_string(points) + " points, the columns say " +
@@ -55,7 +54,7 @@ public:
         pos_ += size_t(chunkHeaderSize_);
         need(size_t(bodySize), "a chunk body");
         zul_PointData data{};
-        if (zul_dec_decodeChunkBody(context_, &data,
+        if (zul_dec_decodeChunkBody(context_.value, &data,
                                     reinterpret_cast<const char*>(bytes_ + pos_)) != zul_STATUS_OK)
             throw Error(where + " has a damaged body");
         pos_ += size_t(bodySize);
@@ -68,7 +67,11 @@ private:
             throw Error(std::string("compressed_data's stream ends inside ") + what);
     }
 
-    zul_dec_Context context_ = nullptr;
+    // Closed also when the constructor throws.
+    struct Context {
+        zul_dec_Context value = nullptr;
+        ~Context() { zul_dec_close(&value); }
+    } context_;
     const char* sync_ = nullptr;
     const uint8_t* bytes_;
     size_t size_, pos_ = 0;

@@ -87,28 +87,31 @@ bool intensityFits(const PointCloud2& message, const CloudLayout& layout,
 class StreamWriter {
 public:
     StreamWriter(const zul_DataType& type, std::vector<uint8_t>& out) : out_(out) {
-        if (zul_enc_open(&context_, &type) != zul_STATUS_OK)
+        if (zul_enc_open(&context_.value, &type) != zul_STATUS_OK)
             throw Error("the step " + std::to_string(type.quantizationStep) +
                         " is outside 9.9e-10 to 10");
         const char* bytes;
         int size;
-        zul_enc_createFileSignature(context_, &bytes);
+        zul_enc_createFileSignature(context_.value, &bytes);
         out_.insert(out_.end(), bytes, bytes + 8);
-        zul_enc_encodeFileHeader(context_, &bytes, &size);
+        zul_enc_encodeFileHeader(context_.value, &bytes, &size);
         out_.insert(out_.end(), bytes, bytes + size);
     }
-    ~StreamWriter() { zul_enc_close(&context_); }
     void chunk(const zul_PointData& points) {
         const char* bytes;
         int size;
-        if (zul_enc_encodeChunk(context_, &bytes, &size, &points) != zul_STATUS_OK)
+        if (zul_enc_encodeChunk(context_.value, &bytes, &size, &points) != zul_STATUS_OK)
             throw Error("a chunk of " + std::to_string(points.numPoints) +
                         " points cannot be encoded");
         out_.insert(out_.end(), bytes, bytes + size);
     }
 
 private:
-    zul_enc_Context context_ = nullptr;
+    // Closed also when the constructor throws.
+    struct Context {
+        zul_enc_Context value = nullptr;
+        ~Context() { zul_enc_close(&value); }
+    } context_;
     std::vector<uint8_t>& out_;
 };
 

@@ -157,6 +157,9 @@ const CompressedCase kCompressedCases[] = {
     {"field_dropped", [](CompressedPointCloud2& m) { m.cloud.fields.pop_back(); },
      "fails its checksum"},
     // Damage under a checksum made afresh: the checks behind it still refuse.
+    // The stream's decoder is closed on this path too (the fuzz target found it left open).
+    {"stream_signature", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[40] ^= 1; }); },
+     "compressed_data's stream does not start with a zul signature"},
     {"sync_marker", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[40 + 36] ^= 1; }); },
      "stream chunk 0 has a wrong sync marker"},
     {"intensity_flag", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[5] ^= 1; }); },

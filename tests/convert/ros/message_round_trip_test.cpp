@@ -10,9 +10,9 @@
 #include <limits>
 
 #include "byte_order.h"
+#include "cloud_compare.h"
 #include "cloud_layout.h"
 #include "point_access.h"
-#include "cloud_compare.h"
 #include "sensor_messages.h"
 #include "zul_ros.h"
 
