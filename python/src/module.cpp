@@ -11,6 +11,7 @@ PYBIND11_MODULE(_zul, m) {
     zulpy::bindIndex(m);
     zulpy::bindWrite(m);
     zulpy::bindConvert(m);
+    zulpy::bindRos(m);
     m.attr("library_version") = std::to_string(zul_libversion_major()) + "." +
                                 std::to_string(zul_libversion_minor()) + "." +
                                 std::to_string(zul_libversion_patch());

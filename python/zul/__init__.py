@@ -16,6 +16,7 @@ from .reading import Reader, chunks, read
 from .writing import write
 from .convert import compress, decompress
 from . import _zul
+from . import ros
 
 __version__ = _zul.library_version
 __all__ = ["Chunk", "Cloud", "Error", "Reader", "chunks", "compress", "decompress", "read",
