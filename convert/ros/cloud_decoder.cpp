@@ -100,8 +100,7 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
         throw Error("the message claims " + std::to_string(rows + head.trailingDataBytes) +
                     " bytes of data, more than the " + std::to_string(options.maxDataBytes) +
                     " allowed");
-    if (blobChecksum(cloud, blob.data() + kBlobHeadSize, blob.size() - kBlobHeadSize) !=
-        head.checksum)
+    if (blobChecksum(cloud, blob.data(), blob.size()) != head.checksum)
         throw Error(
             "compressed_data fails its checksum: it is damaged, or the message's height, "
             "width, fields, is_bigendian, point_step or row_step changed");

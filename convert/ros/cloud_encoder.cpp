@@ -272,8 +272,7 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     writeBlobHead(head, blob);
     blob.insert(blob.end(), stream.begin(), stream.end());
     packColumns(columns, options.zstdLevel, blob);
-    const uint64_t checksum =
-        blobChecksum(cloud, blob.data() + kBlobHeadSize, blob.size() - kBlobHeadSize);
+    const uint64_t checksum = blobChecksum(cloud, blob.data(), blob.size());
     for (int b = 0; b < 8; ++b) blob[32 + b] = uint8_t(checksum >> (8 * b));
     return result;
 }

@@ -36,7 +36,7 @@ void writeBlobHead(const BlobHead& head, std::vector<uint8_t>& out) {
     put(out, head.checksum, 8);
 }
 
-uint64_t blobChecksum(const CloudDescription& cloud, const uint8_t* afterHead, size_t size) {
+uint64_t blobChecksum(const CloudDescription& cloud, const uint8_t* blob, size_t size) {
     std::vector<uint8_t> layout;
     put(layout, cloud.height, 4);
     put(layout, cloud.width, 4);
@@ -50,7 +50,8 @@ uint64_t blobChecksum(const CloudDescription& cloud, const uint8_t* afterHead, s
     put(layout, cloud.isBigendian, 1);
     put(layout, cloud.pointStep, 4);
     put(layout, cloud.rowStep, 4);
-    return XXH3_64bits_withSeed(afterHead, size, XXH3_64bits(layout.data(), layout.size()));
+    const uint64_t head = XXH3_64bits_withSeed(blob, 32, XXH3_64bits(layout.data(), layout.size()));
+    return XXH3_64bits_withSeed(blob + kBlobHeadSize, size - kBlobHeadSize, head);
 }
 
 BlobHead readBlobHead(const uint8_t* bytes, size_t size) {

@@ -30,10 +30,11 @@ struct BlobHead {
     uint64_t checksum = 0;             // of the cloud's layout and the bytes after the head
 };
 
-// The checksum of a compressed_data: XXH3 (64 bits) of the bytes after the head, seeded with the
-// XXH3 of the fields that lay out the cloud (height, width, fields, is_bigendian, point_step,
-// row_step), so that a change to either is found.
-uint64_t blobChecksum(const CloudDescription& cloud, const uint8_t* afterHead, size_t size);
+// The checksum of a compressed_data (at least a head long): XXH3 (64 bits) of the bytes after the
+// head, seeded with the XXH3 of the head's first 32 bytes, itself seeded with the XXH3 of the
+// fields that lay out the cloud (height, width, fields, is_bigendian, point_step, row_step), so
+// that a change to any of them is found.
+uint64_t blobChecksum(const CloudDescription& cloud, const uint8_t* blob, size_t size);
 
 void writeBlobHead(const BlobHead& head, std::vector<uint8_t>& out);
 // Throws Error for a short blob, another magic or version, unknown flags or a stream that

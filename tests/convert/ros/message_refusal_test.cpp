@@ -113,7 +113,7 @@ struct CompressedCase {
 void reseal(CompressedPointCloud2& m, const std::function<void(std::vector<uint8_t>&)>& damage) {
     std::vector<uint8_t>& b = m.compressedData;
     damage(b);
-    const uint64_t sum = blobChecksum(m.cloud, b.data() + kBlobHeadSize, b.size() - kBlobHeadSize);
+    const uint64_t sum = blobChecksum(m.cloud, b.data(), b.size());
     for (int i = 0; i < 8; ++i) b[32 + i] = uint8_t(sum >> (8 * i));
 }
 
