@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "bag_files.h"
 #include "bindings.h"
 #include "zul_ros.h"
 
@@ -118,6 +119,27 @@ void bindRos(py::module_& module) {
             return toBytes(out);
         },
         py::arg("data"), py::arg("ros1"), py::arg("max_data_bytes"));
+    module.def(
+        "ros_bag",
+        [](const std::string& operation, const std::string& in, const std::string& out,
+           double step) {
+            BagResult result;
+            {
+                py::gil_scoped_release release;
+                EncodeOptions options;
+                options.step = step;
+                result = operation == "compress" ? compressBag(in, out, options)
+                                                 : decompressBag(in, out);
+            }
+            return py::make_tuple(result.converted, result.problems);
+        },
+        py::arg("operation"), py::arg("in"), py::arg("out"), py::arg("step"));
+    module.def("ros_list_bag", [](const std::string& path) {
+        py::list topics;
+        for (const BagTopic& topic : listBag(path))
+            topics.append(py::make_tuple(topic.name, topic.type, topic.messages, topic.bytes));
+        return topics;
+    });
     module.def("ros_cloud", &cloudOf, py::arg("data"), py::arg("ros1"), py::arg("max_data_bytes"));
 }
 

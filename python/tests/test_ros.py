@@ -133,3 +133,54 @@ def test_impossible_layout_is_named():
     message[at:at + 4] = struct.pack("<I", 47)  # ring (2 bytes) at 47 runs past point_step 48
     with pytest.raises(zul.Error, match="field 'ring' .* runs past point_step 48"):
         zul.ros.encode(bytes(message))
+
+
+rosbag = pytest.importorskip("rosbag")
+
+
+@pytest.mark.parametrize("compression", ["none", "bz2"])
+def test_ros1_bag_through_rosbag(tmp_path, compression):
+    """A bag Debian's rosbag writes: compressed, opened by rosbag, restored, compared."""
+    import genpy
+    from sensor_msgs.msg import PointCloud2, PointField
+    from std_msgs.msg import String
+
+    source, packed, restored = tmp_path / "scan.bag", tmp_path / "scan.zul.bag", tmp_path / "back.bag"
+    clouds = []
+    with rosbag.Bag(str(source), "w", compression=compression) as bag:
+        for i in range(4):
+            cloud = records(16, 64, False, seed=i)
+            message = PointCloud2(height=16, width=64, is_bigendian=False, point_step=POINT_STEP,
+                                  row_step=POINT_STEP * 64, data=cloud.tobytes(), is_dense=False)
+            message.header.frame_id = "lidar"
+            message.fields = [PointField(name=n, offset=o, datatype=d, count=c)
+                              for n, o, d, c in FIELDS]
+            stamp = genpy.Time(100 + i, 5)
+            bag.write("/points", message, stamp)
+            bag.write("/note", String(data="scan %d" % i), stamp)
+            clouds.append(cloud)
+    converted, problems = zul.ros.compress_bag(source, packed)
+    assert (converted, problems) == (4, [])
+    topics = {name: (kind, count) for name, kind, count, _ in zul.ros.list_bag(packed)}
+    assert topics == {"/points/zul": ("point_cloud_interfaces/CompressedPointCloud2", 4),
+                      "/note": ("std_msgs/String", 4)}
+    with rosbag.Bag(str(packed)) as bag:
+        info = bag.get_type_and_topic_info()
+        assert info.topics["/points/zul"].message_count == 4
+        assert info.topics["/points/zul"].msg_type == "point_cloud_interfaces/CompressedPointCloud2"
+        packed_bytes = [raw[1] for _, raw, _ in bag.read_messages(topics=["/points/zul"], raw=True)]
+    assert sum(map(len, packed_bytes)) < sum(c.nbytes for c in clouds) / 2
+    assert zul.ros.decompress_bag(packed, restored) == (4, [])
+    with rosbag.Bag(str(restored)) as bag:
+        assert bag.get_type_and_topic_info().topics["/points"].msg_type == "sensor_msgs/PointCloud2"
+        notes = [m.data for _, m, _ in bag.read_messages(topics=["/note"])]
+        points = list(bag.read_messages(topics=["/points"]))
+    assert notes == ["scan %d" % i for i in range(4)]
+    for (_, message, stamp), cloud in zip(points, clouds):
+        assert stamp.secs >= 100 and message.header.frame_id == "lidar"
+        back = np.frombuffer(bytes(message.data), dtype=cloud.dtype).reshape(cloud.shape)
+        np.testing.assert_array_equal(back["t"], cloud["t"])
+        np.testing.assert_array_equal(back["normal"], cloud["normal"])
+        np.testing.assert_array_equal(np.isnan(back["x"]), np.isnan(cloud["x"]))
+        finite = ~np.isnan(cloud["x"])
+        assert np.all(np.abs(back["x"][finite] - cloud["x"][finite]) <= np.float32(STEP) / 2)

@@ -16,7 +16,8 @@ import numpy as np
 
 from . import _zul
 
-__all__ = ["encode", "decode", "to_arrays", "message_fields"]
+__all__ = ["encode", "decode", "to_arrays", "message_fields", "compress_bag", "decompress_bag",
+           "list_bag"]
 
 _MAX_DATA = 1 << 32
 _TYPES = {1: "i1", 2: "u1", 3: "i2", 4: "u2", 5: "i4", 6: "u4", 7: "f4", 8: "f8"}
@@ -71,3 +72,23 @@ def to_arrays(data, *, ros1=False, max_data_bytes=_MAX_DATA):
         array = view.astype(dtype.newbyteorder("="), copy=True)
         arrays[name] = array if height > 1 else array.reshape((width,) + shape[2:])
     return arrays
+
+
+def compress_bag(source, target, *, step=0.001):
+    """Writes ``target``: the bag ``source`` (a ROS 1 ``.bag`` or a ROS 2 ``.db3``) with every
+    PointCloud2 topic compressed to ``NAME/zul``, every other topic as it was. Returns the number
+    of messages converted and the problems met (messages left as they were, a damaged end), as
+    sentences naming the topic and message."""
+    converted, problems = _zul.ros_bag("compress", str(source), str(target), float(step))
+    return converted, list(problems)
+
+
+def decompress_bag(source, target):
+    """The reverse of :func:`compress_bag`."""
+    converted, problems = _zul.ros_bag("decompress", str(source), str(target), 0.001)
+    return converted, list(problems)
+
+
+def list_bag(path):
+    """The topics of a bag: a list of (name, type, messages, bytes)."""
+    return [tuple(topic) for topic in _zul.ros_list_bag(str(path))]
