@@ -6,6 +6,7 @@
 #include "chunk_plan.h"
 #include "compressed_blob.h"
 #include "point_access.h"
+#include "record_columns.h"
 #include "stream_order.h"
 #include "zul_ros.h"
 
@@ -152,16 +153,10 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
 
     const bool big = layout.bigEndian;
     const size_t ranges = layout.columns.size();
-    for (uint64_t i = 0; i < points; ++i) {
-        uint8_t* at = recordOf(message, i);
-        for (size_t c = 0; c < ranges; ++c) {
-            const ColumnRange& range = layout.columns[c];
-            const uint8_t* in = record[c].bytes.data() + i * range.valueSize * range.count;
-            for (uint32_t v = 0; v < range.count; ++v)
-                copyFromLittle(in + v * range.valueSize, range.valueSize, big,
-                               at + range.offset + v * range.valueSize);
-        }
-    }
+    const RecordGrid grid{points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
+                          cloud.pointStep, big};
+    for (size_t c = 0; c < ranges; ++c)
+        scatterRange(grid, record[c].bytes.data(), layout.columns[c], message.data.data());
     const std::vector<StreamField> fields = streamFields(layout);
     if (outside > 0) {
         uint64_t o = 0;

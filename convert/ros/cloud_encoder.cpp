@@ -8,6 +8,7 @@
 #include "chunk_plan.h"
 #include "compressed_blob.h"
 #include "point_access.h"
+#include "record_columns.h"
 #include "stream_order.h"
 #include "zul_ros.h"
 
@@ -234,16 +235,10 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
         recordColumns(layout, outside, tail * cloud.height, head.trailingDataBytes);
     const bool big = layout.bigEndian;
     const size_t ranges = layout.columns.size();
-    for (uint64_t i = 0; i < layout.points; ++i) {
-        const uint8_t* at = recordOf(message, i);
-        for (size_t c = 0; c < ranges; ++c) {
-            const ColumnRange& range = layout.columns[c];
-            uint8_t* out = record[c].bytes.data() + i * range.valueSize * range.count;
-            for (uint32_t v = 0; v < range.count; ++v)
-                copyToLittle(at + range.offset + v * range.valueSize, range.valueSize, big,
-                             out + v * range.valueSize);
-        }
-    }
+    const RecordGrid grid{layout.points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
+                          cloud.pointStep, big};
+    for (size_t c = 0; c < ranges; ++c)
+        gatherRange(grid, message.data.data(), layout.columns[c], record[c].bytes.data());
     const std::vector<StreamField> fields = streamFields(layout);
     uint64_t o = 0;
     for (uint64_t i = 0; i < layout.points && outside > 0; ++i) {
