@@ -200,12 +200,12 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
         const zul_PointData data = stream.chunk(int32_t(n), c);
         settleTies(data.positions, data.colors, data.reflections, n, ties);
         seen.assign(n, 0);
-        for (uint32_t j = 0; j < n; ++j) {
-            const uint32_t local = loadLittle<uint16_t>(&order.bytes[2 * (first + j)]);
-            if (local >= n || seen[local])
+        for (uint32_t local = 0; local < n; ++local) {
+            const uint32_t j = loadLittle<uint16_t>(&order.bytes[2 * (first + local)]);
+            if (j >= n || seen[j])
                 throw Error("column 'order' of chunk " + std::to_string(c) +
                             " is not an order of its " + std::to_string(n) + " points");
-            seen[local] = 1;
+            seen[j] = 1;
             const uint32_t s = ties[j];
             uint8_t* at = recordOf(message, inside[plan.sequence[first + local]]);
             for (int k = 0; k < 3; ++k)

@@ -157,7 +157,7 @@ void writeStream(const PointCloud2& message, const CloudLayout& layout, const St
             colors[3 * j + 1] = uint8_t(key.color >> 8);
             colors[3 * j + 2] = uint8_t(key.color);
             reflections[j] = key.reflection;
-            storeLittle<uint16_t>(&order[2 * (first + j)], uint16_t(key.local));
+            storeLittle<uint16_t>(&order[2 * (first + key.local)], uint16_t(j));
         }
         zul_PointData data{int32_t(n), positions.data(), colors.data(), reflections.data(),
                            nullptr};
@@ -177,11 +177,9 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     uint32_t chunkPoints = options.chunkPoints, tileColumns = options.tileColumns;
     if (chunkPoints > 65536) throw Error("a chunk holds at most 65536 points");
     if (chunkPoints == 0 && tileColumns == 0) {
-        // Measured on the generated sensor messages (bench/ros): a lidar's few long rows in tiles
-        // of about 256 points, a camera's rows in chunks of 512, a flat cloud in chunks of 1024.
-        if (cloud.height > 1 && cloud.height <= 128)
-            tileColumns = std::max<uint32_t>(1, 256 / cloud.height);
-        chunkPoints = cloud.height > 1 ? 512 : 1024;
+        // Measured on the generated sensor messages (bench/ros): a lidar's few long rows in
+        // chunks of 256 points, a camera's in chunks of 512, a flat cloud in chunks of 1024.
+        chunkPoints = cloud.height <= 1 ? 1024 : cloud.height <= 128 ? 256 : 512;
     }
     if (chunkPoints == 0) chunkPoints = 1024;
     zul_DataType type;
