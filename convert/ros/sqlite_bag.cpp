@@ -21,7 +21,6 @@ public:
         if (tables.empty() || tables[0] != "2")
             throw Error(path_ + ": not a ROS 2 SQLite bag (no topics and messages tables)");
     }
-    ~Database() { sqlite3_close(db_); }
 
     [[noreturn]] void fail(const std::string& what) const {
         throw Error(path_ + ": " + what +
@@ -62,7 +61,12 @@ public:
 
 private:
     std::string path_;
-    sqlite3* db_ = nullptr;
+    // Closed also when the constructor throws.
+    struct Handle {
+        sqlite3* value = nullptr;
+        ~Handle() { sqlite3_close(value); }
+    } handle_;
+    sqlite3*& db_ = handle_.value;
 };
 
 struct TopicRow {
