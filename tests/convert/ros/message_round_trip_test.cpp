@@ -173,6 +173,33 @@ const Quirk kQuirks[] = {
              for (uint32_t k = 0; k < 3; ++k) setFloat(m, i, 36 + 4 * k, float(i % 7) * 0.1f + k);
      },
      true},
+    {"float64_positions_far_from_origin", Sensor::OrganisedLidar,
+     [](PointCloud2& m) {
+         PointCloud2 wide = m;
+         wide.cloud.fields = {{"x", 0, kFloat64, 1},
+                              {"y", 8, kFloat64, 1},
+                              {"z", 16, kFloat64, 1},
+                              {"ring", 24, kUint16, 1}};
+         wide.cloud.pointStep = 32;
+         wide.cloud.rowStep = 32 * m.cloud.width;
+         wide.data.assign(uint64_t(wide.cloud.rowStep) * m.cloud.height, 0);
+         const bool big = m.cloud.isBigendian != 0;
+         for (uint64_t i = 0; i < uint64_t(m.cloud.height) * m.cloud.width; ++i) {
+             const uint8_t* from = &m.data[i * 48];
+             uint8_t* to = &wide.data[i * 32];
+             for (int k = 0; k < 3; ++k) {
+                 const double v = loadReal(from + 4 * k, kFloat32, big);
+                 // UTM-like coordinates: half a step at 1 mm is far below a float's reach here.
+                 storeReal(to + 8 * k, kFloat64, big,
+                           v + (k == 0   ? 512345.678901
+                                : k == 1 ? 5412345.6789
+                                         : 0));
+             }
+             std::memcpy(to + 24, from + 26, 2);
+         }
+         m = wide;
+     },
+     true},
     {"uint8_intensity", Sensor::OrganisedLidar,
      [](PointCloud2& m) {
          m.cloud.fields[3] = {"intensity", 16, kUint8, 1};
