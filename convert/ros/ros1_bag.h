@@ -6,10 +6,10 @@
 // as ROS makes them; the original type, MD5 sum and definition kept in the connection header's
 // fields zul_type, zul_md5sum and zul_message_definition), its messages compressed; decompressing
 // turns them back. The output's chunks are uncompressed (the clouds are compressed already); its
-// index (index data, connections, chunk infos) is written anew. Input chunks may be uncompressed
-// or bz2. A message that cannot be converted is kept as it was, on its old connection, and named
-// in the result; a bag cut short, or damaged in a record, gives the messages before the damage,
-// and the damage is named.
+// index (index data, connections, chunk infos) is written anew. Input chunks may be uncompressed,
+// bz2 or lz4. A message that cannot be converted is kept as it was, on its old connection, and
+// named in the result; a bag cut short, or damaged in a record, gives the messages before the
+// damage, and the damage is named.
 #pragma once
 
 #include <string>

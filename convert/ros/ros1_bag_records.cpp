@@ -1,6 +1,7 @@
 #include "ros1_bag_records.h"
 
 #include <bzlib.h>
+#include <lz4frame.h>
 
 #include <algorithm>
 #include <cstring>
@@ -144,8 +145,20 @@ void BagReader::openChunk(const BagRecord& chunk) {
             const_cast<char*>(reinterpret_cast<const char*>(chunk.data.data())),
             unsigned(chunk.data.size()), 0, 0);
         if (status != BZ_OK || got != size) throw Error(where + ": its bz2 data is damaged");
+    } else if (compression == "lz4") {
+        chunk_.resize(size);
+        LZ4F_dctx* context = nullptr;
+        if (LZ4F_isError(LZ4F_createDecompressionContext(&context, LZ4F_VERSION)))
+            throw Error(where + ": cannot start an lz4 decoder");
+        size_t out = size, in = chunk.data.size();
+        const size_t left =
+            LZ4F_decompress(context, chunk_.data(), &out, chunk.data.data(), &in, nullptr);
+        LZ4F_freeDecompressionContext(context);
+        if (LZ4F_isError(left) || left != 0 || out != size || in != chunk.data.size())
+            throw Error(where + ": its lz4 data is damaged");
     } else {
-        throw Error(where + ": compression '" + compression + "' is not read (none and bz2 are)");
+        throw Error(where + ": compression '" + compression +
+                    "' is not read (none, bz2 and lz4 are)");
     }
     chunkPos_ = 0;
 }

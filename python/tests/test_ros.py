@@ -138,7 +138,7 @@ def test_impossible_layout_is_named():
 rosbag = pytest.importorskip("rosbag")
 
 
-@pytest.mark.parametrize("compression", ["none", "bz2"])
+@pytest.mark.parametrize("compression", ["none", "bz2", "lz4"])
 def test_ros1_bag_through_rosbag(tmp_path, compression):
     """A bag Debian's rosbag writes: compressed, opened by rosbag, restored, compared."""
     import genpy
