@@ -169,6 +169,10 @@ def test_ros1_bag_through_rosbag(tmp_path, compression):
         assert info.topics["/points/zul"].message_count == 4
         assert info.topics["/points/zul"].msg_type == "point_cloud_interfaces/CompressedPointCloud2"
         packed_bytes = [raw[1] for _, raw, _ in bag.read_messages(topics=["/points/zul"], raw=True)]
+        # rosbag builds the compressed type from the definition the connection carries.
+        _, first, _ = next(bag.read_messages(topics=["/points/zul"]))
+        assert (first.format, first.height, first.width, first.header.frame_id) == ("zul", 16, 64, "lidar")
+        assert [f.name for f in first.fields] == [name for name, _, _, _ in FIELDS]
     assert sum(map(len, packed_bytes)) < sum(c.nbytes for c in clouds) / 2
     assert zul.ros.decompress_bag(packed, restored) == (4, [])
     with rosbag.Bag(str(restored)) as bag:
