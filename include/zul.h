@@ -207,15 +207,16 @@ ZUL_API int zul_libversion_patch(void);
  * signature, the file header, then chunks: each a sync marker, a chunk header and a body.
  * ------------------------------------------------------------------------------------------- */
 
-#define ZUL_SIGNATURE_SIZE 8           /* bytes of the signature */
-#define ZUL_FILE_HEADER_SIZE_V1 28     /* bytes of a version 1 file header */
-#define ZUL_FILE_HEADER_SIZE_V2 164    /* bytes of a version 2 file header (with a sensor header) */
-#define ZUL_SYNC_MARKER_SIZE 16        /* bytes of the sync marker, in the file header and in front
-                                          of every chunk */
-#define ZUL_CHUNK_HEADER_SIZE_MIN 56   /* bytes of a chunk header without attributes ... */
-#define ZUL_CHUNK_HEADER_SIZE_MAX 68   /* ... and with all three (4 bytes an attribute) */
-#define ZUL_DEFAULT_CHUNK_SIZE 10000   /* points a chunk of the file writer, by default */
-#define ZUL_MAX_CHUNK_SIZE 2147483646  /* largest chunk size of the file writer */
+#define ZUL_SIGNATURE_SIZE 8        /* bytes of the signature */
+#define ZUL_FILE_HEADER_SIZE_V1 28  /* bytes of a version 1 file header */
+#define ZUL_FILE_HEADER_SIZE_V2 164 /* bytes of a version 2 file header (with a sensor header) */
+#define ZUL_SYNC_MARKER_SIZE                                                                       \
+    16                                /* bytes of the sync marker, in the file header and in front \
+                                         of every chunk */
+#define ZUL_CHUNK_HEADER_SIZE_MIN 56  /* bytes of a chunk header without attributes ... */
+#define ZUL_CHUNK_HEADER_SIZE_MAX 68  /* ... and with all three (4 bytes an attribute) */
+#define ZUL_DEFAULT_CHUNK_SIZE 10000  /* points a chunk of the file writer, by default */
+#define ZUL_MAX_CHUNK_SIZE 2147483646 /* largest chunk size of the file writer */
 #define ZUL_MAX_DECODED_CHUNK_POINTS 1073741823 /* largest count a decoder serves: 2^30 - 1 */
 
 /* What a claimed count costs. A chunk header claims its point count, and a chunk of identical

@@ -44,7 +44,8 @@ inline std::vector<std::uint8_t> encode(const zul_Point* points, std::size_t cou
 }
 
 inline std::vector<std::uint8_t> encode(const std::vector<zul_Point>& points,
-                                        const zul_DataType& dataType, int chunkSize = ZUL_DEFAULT_CHUNK_SIZE) {
+                                        const zul_DataType& dataType,
+                                        int chunkSize = ZUL_DEFAULT_CHUNK_SIZE) {
     return encode(points.data(), points.size(), dataType, nullptr, chunkSize);
 }
 

@@ -84,7 +84,8 @@ private:
         // The bytes are read again, so they are judged again: the file may have changed.
         ZUL_REFUSE_UNLESS(std::memcmp(buffer.data(), index_.syncMarker, ZUL_SYNC_MARKER_SIZE) == 0);
         int bodySize = 0;
-        status = zul_dec_decodeChunkHeader(decoder, &bodySize, buffer.data() + ZUL_SYNC_MARKER_SIZE);
+        status =
+            zul_dec_decodeChunkHeader(decoder, &bodySize, buffer.data() + ZUL_SYNC_MARKER_SIZE);
         if (status != zul_STATUS_OK) return status;
         const int64_t headSize = ZUL_SYNC_MARKER_SIZE + index_.chunkHeaderSize;
         ZUL_REFUSE_UNLESS(bodySize == chunk.size - headSize);
@@ -93,11 +94,10 @@ private:
         zul_dec_getNumPointsInChunk(decoder, &numPoints);
         ZUL_REFUSE_UNLESS(numPoints == chunk.numPoints);
         const size_t first = static_cast<size_t>(firstPoint_[k]);
-        const zul_PointData target = {
-            numPoints, points_.positions + 3 * first,
-            points_.colors ? points_.colors + 3 * first : nullptr,
-            points_.reflections ? points_.reflections + first : nullptr,
-            points_.normals ? points_.normals + 3 * first : nullptr};
+        const zul_PointData target = {numPoints, points_.positions + 3 * first,
+                                      points_.colors ? points_.colors + 3 * first : nullptr,
+                                      points_.reflections ? points_.reflections + first : nullptr,
+                                      points_.normals ? points_.normals + 3 * first : nullptr};
         return decoder->decodeChunkBodyInto(target, buffer.data() + headSize,
                                             /*refuseOutsideBox=*/true);
     }

@@ -14,8 +14,7 @@ void zul_bulk_WriterStruct::openEncoders(size_t count) {
     encoders_.reserve(count);
     while (encoders_.size() < count) {
         zul_enc_Context encoder = nullptr;
-        zulencoder::openWithMarker(&encoder, &dataType, hasHeader ? &header : nullptr,
-                                   syncMarker_);
+        zulencoder::openWithMarker(&encoder, &dataType, hasHeader ? &header : nullptr, syncMarker_);
         encoders_.push_back(encoder);
     }
 }

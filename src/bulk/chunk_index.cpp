@@ -23,8 +23,8 @@ struct DecoderOwner {
 int64_t zul_idx_IndexStruct::decodedBytesPerPoint(const zul_DataType& type) {
     const zullib::ChunkStreams streams(type);
     return ZUL_BULK_DECODED_BYTES_PER_POINT + 3 * sizeof(double) +
-           (streams.color ? 3 * sizeof(uint8_t) : 0) +
-           (streams.reflection ? sizeof(int32_t) : 0) + (streams.normals ? 3 * sizeof(float) : 0);
+           (streams.color ? 3 * sizeof(uint8_t) : 0) + (streams.reflection ? sizeof(int32_t) : 0) +
+           (streams.normals ? 3 * sizeof(float) : 0);
 }
 
 zul_Status zul_idx_IndexStruct::openDecoder(zul_dec_Context* decoder) const {

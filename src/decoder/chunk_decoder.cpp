@@ -110,7 +110,6 @@ zul_Status zul_dec_ContextStruct::readBody(const char* chunkBody, QuantizedPoint
     return status;
 }
 
-
 bool zul_dec_ContextStruct::recordsInsideBox(const QuantizedPoints& records,
                                              const int (&axisToSlot)[3]) const {
     // A slot holds the offset from the box minimum: inside means 0 to the box's extent, which

@@ -95,7 +95,8 @@ private:
     ZUL_INTERNAL zul_Status readBody(const char* chunkBody, QuantizedPoints& records,
                                      int (&axisToSlot)[3]);
     // True if every record lies in the chunk header's box.
-    ZUL_INTERNAL bool recordsInsideBox(const QuantizedPoints& records, const int (&axisToSlot)[3]) const;
+    ZUL_INTERNAL bool recordsInsideBox(const QuantizedPoints& records,
+                                       const int (&axisToSlot)[3]) const;
     // Writes the records as points into `out` and transforms them as the params say.
     ZUL_INTERNAL void finishPoints(zul_PointData& out, const QuantizedPoints& records,
                                    const int (&axisToSlot)[3]) const;
