@@ -22,7 +22,7 @@ install(DIRECTORY include/zul/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zul
 # their copies include "zul/frame/header2.h" and need no include path but the prefix's.
 set(ZUL_CLASS_HEADERS
   frame/bounding_box.h frame/data_type.h frame/file_header.h frame/file_signature.h
-  frame/header2.h frame/random_generator.h frame/sync_marker.h frame/wrapping.h
+  frame/compiler.h frame/header2.h frame/random_generator.h frame/sync_marker.h frame/wrapping.h
   entropy/bit_stream_in.h entropy/bit_stream_out.h entropy/cvr.h entropy/prefix_optimizer.h
   entropy/quantized_point.h
   encoder/enc_context.h

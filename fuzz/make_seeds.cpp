@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -139,6 +140,18 @@ void writeSeeds(const fs::path& folder) {
     seed.settings.chunkSizeMinus1 = 19;
     seed.points.assign(20, surfacePoints(random, 1)[0]);
     writeStream(folder / "streams" / "identical_points.zul", seed);
+    // Decompression bombs: those identical points claiming the largest count a decoder serves,
+    // and a count just over the chunk budget of any data type (64 bytes a point at least).
+    std::ifstream in(folder / "streams" / "identical_points.zul", std::ios::binary);
+    std::vector<uint8_t> bomb((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
+    const size_t count = ZUL_SIGNATURE_SIZE + ZUL_FILE_HEADER_SIZE_V1 + ZUL_SYNC_MARKER_SIZE + 48;
+    const auto claim = [&](uint32_t points, const char* name) {
+        for (int i = 0; i < 4; ++i) bomb.at(count + i) = static_cast<uint8_t>(points >> (8 * i));
+        save(folder / "streams" / name, bomb);
+    };
+    claim(ZUL_MAX_DECODED_CHUNK_POINTS, "bomb.zul");
+    claim(static_cast<uint32_t>(ZUL_BULK_DEFAULT_CHUNK_BUDGET / 64 + 1), "over_budget.zul");
 }
 
 }  // namespace

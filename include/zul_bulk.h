@@ -116,9 +116,8 @@ ZUL_API zul_Status zul_idx_getChunk(zul_idx_Index index, int64_t chunk, zul_idx_
  * listed: zul_STATUS_TRUNCATED (the stream ends inside its sync marker, header or body),
  * zul_STATUS_CORRUPT_DATA (a sync marker that is not the stream's, or a header no writer makes,
  * or 2^30 points or more, which no decoder serves), zul_STATUS_READ_ERROR, or
- * zul_STATUS_OVER_BUDGET (a chunk whose decoded size passes the budget; its count is in the
- * header, which zul_idx_getDamage does not hand out: the budget is the caller's, and
- * zul_idx_setChunkBudget lists on). `*chunk` gets that
+ * zul_STATUS_OVER_BUDGET (a chunk whose decoded size passes the budget: zul_idx_setChunkBudget
+ * lists on) or zul_STATUS_OUT_OF_MEMORY (the list could not grow). `*chunk` gets that
  * chunk's number (the number of chunks listed), `*offset` its byte offset. Null out-pointers are
  * skipped. Returns zul_STATUS_OK, zul_STATUS_INVALID_ARGUMENT for a null `index`,
  * zul_STATUS_INVALID_STATE for an index whose open failed. Any thread. */
