@@ -97,6 +97,17 @@ public:
         for (std::size_t k = 0; k < all.size(); ++k) all[k] = chunk(static_cast<std::int64_t>(k));
         return all;
     }
+    /* The byte sizes of a chunk's coordinate, colour, reflection and normal streams. */
+    std::array<std::int64_t, 4> streamSizes(std::int64_t number) const {
+        std::array<std::int64_t, 4> sizes{};
+        check(zul_idx_getStreamSizes(index_, number, sizes.data()), "zul_idx_getStreamSizes");
+        return sizes;
+    }
+    /* Raises (or lowers) the decoded bytes a chunk may take; lists on past a chunk that stopped
+     * the walk for the old budget. Not while other threads use the index. */
+    void setChunkBudget(std::int64_t bytes) {
+        check(zul_idx_setChunkBudget(index_, bytes), "zul_idx_setChunkBudget");
+    }
     ChunkDamage damage() const {
         ChunkDamage where{zul_STATUS_OK, 0, 0};
         check(zul_idx_getDamage(index_, &where.status, &where.chunk, &where.offset),

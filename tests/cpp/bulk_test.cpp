@@ -2,6 +2,7 @@
 // round trip through a file and a buffer, a box query, and the errors they throw.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <vector>
 
 #include "support/host_files.h"
@@ -78,6 +79,11 @@ TEST_F(BulkClasses, RoundTripQueryAndErrors) {
         EXPECT_EQ(error.status(), zul_STATUS_WRITE_ERROR);
     }
     EXPECT_STREQ(zul::statusName(zul_STATUS_OVER_BUDGET), "zul_STATUS_OVER_BUDGET");
+    const zul::ChunkIndex again(file);
+    const std::array<int64_t, 4> sizes = again.streamSizes(0);
+    EXPECT_EQ(sizes[0] + sizes[1] + ZUL_SYNC_MARKER_SIZE + ZUL_CHUNK_HEADER_SIZE_MIN + 4,
+              again.chunk(0).size);
+    EXPECT_THROW(again.streamSizes(6), zul::Error);
 }
 
 }  // namespace
