@@ -5,8 +5,19 @@
  * each lies, how many points it holds and its box, in grid units and in the coordinates a reader
  * gets. A box query picks the chunks that meet an axis-aligned box. The bulk decoder decodes all or
  * some chunks straight into contiguous arrays, on several threads, each with its own zul_dec_
- * context; the bulk encoder encodes contiguous arrays into a file, on several threads, each with
- * its own zul_enc_ context, and writes the same bytes as the file writer of zul.h.
+ * context. The bulk writer encodes contiguous arrays, cut into chunks as the caller says, into a
+ * file, on several threads, each with its own zul_enc_ context, and writes the same bytes as the
+ * file writer of zul.h for the same chunks.
+ *
+ * Statuses: those of zul.h and this layer's two, zul_STATUS_OVER_BUDGET and
+ * zul_STATUS_OUT_OF_MEMORY. Unlike the families of zul.h, no function here lets an exception
+ * out: a failed allocation, or a thread or lock the system refuses, is zul_STATUS_OUT_OF_MEMORY.
+ *
+ * Memory: an index never lists, and so the bulk decoder never decodes, a chunk whose decoded size
+ * passes the index's chunk budget (256 MiB unless zul_idx_setChunkBudget changes it): the
+ * chunk's claimed count, read from its header, times the bytes a point takes. Such a chunk is
+ * refused before anything is allocated, as zul_STATUS_OVER_BUDGET. What a whole decode takes is
+ * the caller's to judge from zul_idx_countPoints before allocating.
  *
  * Unlike zul.h, these functions start threads: a bulk call starts its threads and joins them
  * before it returns; nothing runs between calls. `threads` is the number of threads of a call,
