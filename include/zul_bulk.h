@@ -237,7 +237,8 @@ ZUL_API zul_Status zul_bulk_decodeChunks(zul_idx_Index index, const int64_t* chu
 /* Into a new file of a unique name in the folder of `path` (".NAME.partial-..."), created
  * exclusively, and renamed over `path` by a successful zul_bulk_closeWriter: `path` never holds a
  * partial stream, and writers of one path at once each publish their own whole file (the last
- * rename wins). That temporary file is removed by zul_bulk_abortWriter and by any failure. */
+ * rename wins). The temporary file is removed by zul_bulk_abortWriter and by a zul_bulk_closeWriter
+ * that does not publish; only a process that dies leaves it behind. */
 #define ZUL_BULK_WRITE_PUBLISH 1
 
 /* Opens a writer of a stream of `dataType` at `path`; an enabled `header` (may be null) makes a
