@@ -47,19 +47,19 @@ extern "C" {
 
 /* The type of a column's values, stored little-endian. */
 typedef ZUL_ENUM(zul_FieldType){
-    zul_FIELD_U8 = 1,  zul_FIELD_I8 = 2,  zul_FIELD_U16 = 3, zul_FIELD_I16 = 4,
-    zul_FIELD_U32 = 5, zul_FIELD_I32 = 6, zul_FIELD_U64 = 7, zul_FIELD_I64 = 8,
-    zul_FIELD_F32 = 9, zul_FIELD_F64 = 10,
-    zul_FIELD_RAW = 11 /* `width` bytes a point, kept as they are (LAS extra bytes, padding) */
+    zul_FIELD_U8 = 1,  zul_FIELD_I8 = 2,   zul_FIELD_U16 = 3, zul_FIELD_I16 = 4,
+    zul_FIELD_U32 = 5, zul_FIELD_I32 = 6,  zul_FIELD_U64 = 7, zul_FIELD_I64 = 8,
+    zul_FIELD_F32 = 9, zul_FIELD_F64 = 10, zul_FIELD_RAW = 11 /* `width` bytes a point, kept as they
+                                                                 are (LAS extra bytes, padding) */
 } zul_FieldType;
 
 /* What the source header bytes are. */
 typedef ZUL_ENUM(zul_SourceKind){
-    zul_SOURCE_NONE = 0,  /* no source header */
-    zul_SOURCE_LAS = 1,   /* LAS public header, VLRs and EVLRs as the file had them */
-    zul_SOURCE_PCD = 2,   /* PCD header text up to and including the DATA line */
-    zul_SOURCE_PLY = 3,   /* PLY header text up to and including end_header */
-    zul_SOURCE_OTHER = 4  /* bytes whose meaning the format convention says */
+    zul_SOURCE_NONE = 0, /* no source header */
+    zul_SOURCE_LAS = 1,  /* LAS public header, VLRs and EVLRs as the file had them */
+    zul_SOURCE_PCD = 2,  /* PCD header text up to and including the DATA line */
+    zul_SOURCE_PLY = 3,  /* PLY header text up to and including end_header */
+    zul_SOURCE_OTHER = 4 /* bytes whose meaning the format convention says */
 } zul_SourceKind;
 
 /* Longest field name in bytes (UTF-8, no NUL inside). */
@@ -75,21 +75,21 @@ typedef struct zul_FieldInfo {
 /* What the head of a companion says of itself and of its stream. */
 typedef struct zul_CompanionInfo {
     int64_t numChunks;
-    int64_t numPoints;     /* sum over the chunks */
-    int32_t numFields;     /* columns, not counting the order */
-    int32_t hasOrder;      /* 1 when every chunk carries its points' input indices */
-    int64_t streamSize;    /* bytes of the stream: its head and every chunk */
-    int64_t headSize;      /* bytes from the start of the companion that hold its head */
-    int64_t fileSize;      /* bytes of the companion */
+    int64_t numPoints;  /* sum over the chunks */
+    int32_t numFields;  /* columns, not counting the order */
+    int32_t hasOrder;   /* 1 when every chunk carries its points' input indices */
+    int64_t streamSize; /* bytes of the stream: its head and every chunk */
+    int64_t headSize;   /* bytes from the start of the companion that hold its head */
+    int64_t fileSize;   /* bytes of the companion */
     uint8_t syncMarker[16];
 } zul_CompanionInfo;
 
 /* One chunk as the companion binds it. */
 typedef struct zul_CompanionChunk {
-    zul_idx_Chunk chunk;  /* offset, size, point count and box, as zul_idx_getChunk gives them
-                             with applyTransformation 1 */
-    uint64_t checksum;    /* XXH3-64 of the chunk's bytes */
-    int64_t blockOffset;  /* where the chunk's columns lie in the companion */
+    zul_idx_Chunk chunk; /* offset, size, point count and box, as zul_idx_getChunk gives them
+                            with applyTransformation 1 */
+    uint64_t checksum;   /* XXH3-64 of the chunk's bytes */
+    int64_t blockOffset; /* where the chunk's columns lie in the companion */
     int64_t blockSize;
 } zul_CompanionChunk;
 
@@ -268,8 +268,7 @@ ZUL_API zul_Status zul_xin_getInfo(zul_xin_Reader reader, zul_CompanionInfo* inf
 
 /* Hands back chunk number `chunk` of the companion's index. Returns as zul_xin_getInfo;
  * zul_STATUS_INVALID_ARGUMENT also for a number outside 0 .. numChunks - 1. Any thread. */
-ZUL_API zul_Status zul_xin_getChunk(zul_xin_Reader reader, int64_t chunk,
-                                    zul_CompanionChunk* info);
+ZUL_API zul_Status zul_xin_getChunk(zul_xin_Reader reader, int64_t chunk, zul_CompanionChunk* info);
 
 /* Hands back column number `field`. Returns as zul_xin_getChunk. Any thread. */
 ZUL_API zul_Status zul_xin_getField(zul_xin_Reader reader, int32_t field, zul_FieldInfo* info);
@@ -314,19 +313,20 @@ ZUL_API zul_Status zul_xin_readOrder(zul_xin_Reader reader, int64_t chunk, uint6
 /* As zul_xin_readColumn, from the block's bytes fetched by the caller: `size` bytes at `block`
  * (blockSize of zul_xin_getChunk, from blockOffset). `field` -1 reads the order (into uint64_t
  * values). Works on every open reader. Any thread. */
-ZUL_API zul_Status zul_xin_readColumnFromBlock(zul_xin_Reader reader, int64_t chunk,
-                                               int32_t field, const void* block, size_t size,
-                                               void* values, int64_t capacity);
+ZUL_API zul_Status zul_xin_readColumnFromBlock(zul_xin_Reader reader, int64_t chunk, int32_t field,
+                                               const void* block, size_t size, void* values,
+                                               int64_t capacity);
 
 /* Checks chunk `chunk`'s block of columns against its checksum. Returns zul_STATUS_OK,
  * zul_STATUS_CORRUPT_DATA or the statuses of zul_xin_readColumn. Any thread. */
 ZUL_API zul_Status zul_xin_checkBlock(zul_xin_Reader reader, int64_t chunk);
 
 /* Compares the stream of `size` bytes at `bytes` with the binding, chunk by chunk, by offset:
- * names in `bad` (room for `capacity` numbers; may be null when it is 0) every chunk whose bytes
- * changed or lie past the stream's end, in order, and their count in `*numBad` (which may exceed
- * `capacity`). Returns zul_STATUS_OK when every chunk is intact and the stream has no byte more;
- * zul_STATUS_STREAM_CHANGED when a chunk is named or the stream is longer;
+ * names in `bad` (room for `capacity` numbers; may be null when it is 0), in order, -1 when the
+ * stream's head (signature and file header) changed, every chunk whose bytes changed or lie past
+ * the stream's end (a stream cut on a chunk boundary names the chunks it lost), and numChunks when
+ * bytes follow the last chunk; their count goes to `*numBad` (which may exceed `capacity`).
+ * Returns zul_STATUS_OK when nothing is named; zul_STATUS_STREAM_CHANGED otherwise;
  * zul_STATUS_COMPANION_MISMATCH when the stream's sync marker is another; zul_STATUS_TRUNCATED
  * when the stream ends inside its head; zul_STATUS_INVALID_ARGUMENT for a null argument (`bad`
  * with a positive capacity) or a negative capacity; zul_STATUS_INVALID_STATE for a reader whose

@@ -16,19 +16,32 @@ ZUL_API uint64_t zul_x_checksum(const void* bytes, size_t size) {
 
 ZUL_API const char* zul_x_statusText(zul_Status status) {
     switch (static_cast<int32_t>(status)) {
-        case zul_STATUS_OK: return "success";
-        case zul_STATUS_END_OF_FILE: return "end of file";
-        case zul_STATUS_READ_ERROR: return "cannot be read";
-        case zul_STATUS_TRUNCATED: return "truncated";
-        case zul_STATUS_WRITE_ERROR: return "cannot be written";
-        case zul_STATUS_BAD_SIGNATURE: return "not of this format";
-        case zul_STATUS_BAD_VERSION: return "of a version this library does not read";
-        case zul_STATUS_CORRUPT_DATA: return "damaged";
-        case zul_STATUS_INVALID_ARGUMENT: return "invalid argument";
-        case zul_STATUS_INVALID_STATE: return "call out of order";
-        case 2000: return "the companion belongs to another stream";
-        case 2001: return "the stream's bytes changed since the companion was made";
-        default: return "unknown status";
+        case zul_STATUS_OK:
+            return "success";
+        case zul_STATUS_END_OF_FILE:
+            return "end of file";
+        case zul_STATUS_READ_ERROR:
+            return "cannot be read";
+        case zul_STATUS_TRUNCATED:
+            return "truncated";
+        case zul_STATUS_WRITE_ERROR:
+            return "cannot be written";
+        case zul_STATUS_BAD_SIGNATURE:
+            return "not of this format";
+        case zul_STATUS_BAD_VERSION:
+            return "of a version this library does not read";
+        case zul_STATUS_CORRUPT_DATA:
+            return "damaged";
+        case zul_STATUS_INVALID_ARGUMENT:
+            return "invalid argument";
+        case zul_STATUS_INVALID_STATE:
+            return "call out of order";
+        case 2000:
+            return "the companion belongs to another stream";
+        case 2001:
+            return "the stream's bytes changed since the companion was made";
+        default:
+            return "unknown status";
     }
 }
 

@@ -15,8 +15,9 @@ void transformAs(const uint8_t* in, uint8_t* out, int64_t count, uint8_t transfo
     U previous = 0;
     for (int64_t i = 0; i < count; ++i) {
         const U value = load<U>(in + i * sizeof(U));
-        store<U>(out + i * sizeof(U),
-                 static_cast<U>(transform == kTransformDelta ? value - previous : value ^ previous));
+        store<U>(
+            out + i * sizeof(U),
+            static_cast<U>(transform == kTransformDelta ? value - previous : value ^ previous));
         previous = value;
     }
 }
@@ -26,7 +27,8 @@ void untransformAs(uint8_t* data, int64_t count, uint8_t transform) {
     U previous = 0;
     for (int64_t i = 0; i < count; ++i) {
         const U coded = load<U>(data + i * sizeof(U));
-        previous = static_cast<U>(transform == kTransformDelta ? previous + coded : previous ^ coded);
+        previous =
+            static_cast<U>(transform == kTransformDelta ? previous + coded : previous ^ coded);
         store<U>(data + i * sizeof(U), previous);
     }
 }
@@ -38,14 +40,22 @@ void transform(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, ui
         return;
     }
     switch (width) {
-        case 1: inverse ? untransformAs<uint8_t>(out, count, how)
-                        : transformAs<uint8_t>(in, out, count, how); break;
-        case 2: inverse ? untransformAs<uint16_t>(out, count, how)
-                        : transformAs<uint16_t>(in, out, count, how); break;
-        case 4: inverse ? untransformAs<uint32_t>(out, count, how)
-                        : transformAs<uint32_t>(in, out, count, how); break;
-        default: inverse ? untransformAs<uint64_t>(out, count, how)
-                         : transformAs<uint64_t>(in, out, count, how); break;
+        case 1:
+            inverse ? untransformAs<uint8_t>(out, count, how)
+                    : transformAs<uint8_t>(in, out, count, how);
+            break;
+        case 2:
+            inverse ? untransformAs<uint16_t>(out, count, how)
+                    : transformAs<uint16_t>(in, out, count, how);
+            break;
+        case 4:
+            inverse ? untransformAs<uint32_t>(out, count, how)
+                    : transformAs<uint32_t>(in, out, count, how);
+            break;
+        default:
+            inverse ? untransformAs<uint64_t>(out, count, how)
+                    : transformAs<uint64_t>(in, out, count, how);
+            break;
     }
 }
 
@@ -70,8 +80,8 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
                    std::vector<uint8_t>& out) {
     const size_t raw = static_cast<size_t>(count) * static_cast<size_t>(width);
     std::vector<uint8_t> a(raw), b;
-    transform(static_cast<const uint8_t*>(values), a.data(), count, width,
-              coding & kTransformMask, false);
+    transform(static_cast<const uint8_t*>(values), a.data(), count, width, coding & kTransformMask,
+              false);
     if (coding & kBytePlanes) {
         b.resize(raw);
         planes(a.data(), b.data(), count, width, false);
@@ -82,8 +92,8 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
     if (coding & kZstd) {
         const size_t bound = ZSTD_compressBound(raw);
         out.resize(at + kSegmentHeaderSize + bound);
-        const size_t made = ZSTD_compress(out.data() + at + kSegmentHeaderSize, bound, a.data(),
-                                          raw, level);
+        const size_t made =
+            ZSTD_compress(out.data() + at + kSegmentHeaderSize, bound, a.data(), raw, level);
         if (ZSTD_isError(made)) throw std::bad_alloc();  // only a failed allocation errs here
         out.resize(at + kSegmentHeaderSize + made);
     } else {
@@ -112,8 +122,8 @@ void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t
     std::vector<uint8_t> best, trial;
     encodeSegment(values, count, width, kTransformNone, 0, best);
     for (size_t c = 0; c < numCodings; ++c) {
-        const uint8_t coding = width == 1 ? static_cast<uint8_t>(codings[c] & ~kBytePlanes)
-                                          : codings[c];
+        const uint8_t coding =
+            width == 1 ? static_cast<uint8_t>(codings[c] & ~kBytePlanes) : codings[c];
         trial.clear();
         encodeSegment(values, count, width, coding, kLevel, trial);
         if (trial.size() < best.size()) best.swap(trial);

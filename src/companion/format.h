@@ -29,23 +29,47 @@ constexpr int64_t kMaxChunkPoints = (int64_t{1} << 30) - 1;
 
 // Offsets in the header.
 enum HeaderOffset : size_t {
-    kHdrVersion = 8, kHdrFlags = 10, kHdrNumFields = 12, kHdrNumChunks = 16, kHdrNumPoints = 24,
-    kHdrMarker = 32, kHdrStreamHeadSize = 48, kHdrStreamHeadChecksum = 56, kHdrStreamSize = 64,
-    kHdrHeadSize = 72, kHdrMetaOffset = 80, kHdrMetaSize = 88, kHdrMetaChecksum = 96,
+    kHdrVersion = 8,
+    kHdrFlags = 10,
+    kHdrNumFields = 12,
+    kHdrNumChunks = 16,
+    kHdrNumPoints = 24,
+    kHdrMarker = 32,
+    kHdrStreamHeadSize = 48,
+    kHdrStreamHeadChecksum = 56,
+    kHdrStreamSize = 64,
+    kHdrHeadSize = 72,
+    kHdrMetaOffset = 80,
+    kHdrMetaSize = 88,
+    kHdrMetaChecksum = 96,
     kHdrHeadChecksum = 104
 };
 
 // Offsets in a chunk entry.
 enum ChunkOffset : size_t {
-    kChkOffset = 0, kChkSize = 8, kChkNumPoints = 16, kChkReserved = 20, kChkChecksum = 24,
-    kChkGridMin = 32, kChkGridMax = 56, kChkMin = 80, kChkMax = 104, kChkBlockOffset = 128,
-    kChkBlockSize = 136, kChkBlockChecksum = 144
+    kChkOffset = 0,
+    kChkSize = 8,
+    kChkNumPoints = 16,
+    kChkReserved = 20,
+    kChkChecksum = 24,
+    kChkGridMin = 32,
+    kChkGridMax = 56,
+    kChkMin = 80,
+    kChkMax = 104,
+    kChkBlockOffset = 128,
+    kChkBlockSize = 136,
+    kChkBlockChecksum = 144
 };
 
 // The coding byte of a segment: a transform in the low two bits, then two flags.
 enum Coding : uint8_t {
-    kTransformNone = 0, kTransformDelta = 1, kTransformXor = 2, kTransformMask = 3,
-    kBytePlanes = 4, kZstd = 8, kCodingMask = 15
+    kTransformNone = 0,
+    kTransformDelta = 1,
+    kTransformXor = 2,
+    kTransformMask = 3,
+    kBytePlanes = 4,
+    kZstd = 8,
+    kCodingMask = 15
 };
 
 // Stream heads of version 1 and 2: signature and file header.
@@ -53,11 +77,22 @@ constexpr int64_t kStreamHeadV1 = 36, kStreamHeadV2 = 172;
 
 inline int32_t typeWidth(int32_t type) {
     switch (type) {
-        case zul_FIELD_U8: case zul_FIELD_I8: return 1;
-        case zul_FIELD_U16: case zul_FIELD_I16: return 2;
-        case zul_FIELD_U32: case zul_FIELD_I32: case zul_FIELD_F32: return 4;
-        case zul_FIELD_U64: case zul_FIELD_I64: case zul_FIELD_F64: return 8;
-        default: return 0;
+        case zul_FIELD_U8:
+        case zul_FIELD_I8:
+            return 1;
+        case zul_FIELD_U16:
+        case zul_FIELD_I16:
+            return 2;
+        case zul_FIELD_U32:
+        case zul_FIELD_I32:
+        case zul_FIELD_F32:
+            return 4;
+        case zul_FIELD_U64:
+        case zul_FIELD_I64:
+        case zul_FIELD_F64:
+            return 8;
+        default:
+            return 0;
     }
 }
 inline bool isFloat(int32_t type) { return type == zul_FIELD_F32 || type == zul_FIELD_F64; }
@@ -79,8 +114,9 @@ void append(std::vector<uint8_t>& out, T value) {
     std::memcpy(out.data() + at, &value, sizeof value);
 }
 inline void appendBytes(std::vector<uint8_t>& out, const void* bytes, size_t size) {
-    if (size) out.insert(out.end(), static_cast<const uint8_t*>(bytes),
-                         static_cast<const uint8_t*>(bytes) + size);
+    if (size)
+        out.insert(out.end(), static_cast<const uint8_t*>(bytes),
+                   static_cast<const uint8_t*>(bytes) + size);
 }
 
 uint64_t checksum(const void* bytes, size_t size);

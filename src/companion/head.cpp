@@ -1,7 +1,8 @@
 #include "head.h"
 
-#include <cmath>
 #include <xxhash.h>
+
+#include <cmath>
 
 namespace zulx {
 
@@ -128,8 +129,7 @@ zul_Status readMeta(const uint8_t* bytes, size_t size, Meta& meta) {
     uint64_t sourceSize = 0;
     const uint8_t* source = nullptr;
     if (!in.take(kind) || !in.take(reserved) || !in.take(sourceSize) ||
-        !in.takeBytes(sourceSize, source) || !in.takeText(meta.format) ||
-        !in.take(numConventions))
+        !in.takeBytes(sourceSize, source) || !in.takeText(meta.format) || !in.take(numConventions))
         return zul_STATUS_CORRUPT_DATA;
     if (kind > zul_SOURCE_OTHER || reserved != 0 || (kind == zul_SOURCE_NONE && sourceSize))
         return zul_STATUS_CORRUPT_DATA;

@@ -22,8 +22,7 @@ struct zul_xin_ReaderStruct {
         int64_t headSize = 0;
         if (status == zul_STATUS_OK) status = peekHeadSize(bytes.data(), bytes.size(), headSize);
         if (status == zul_STATUS_OK) status = source.read(0, headSize, bytes);
-        if (status == zul_STATUS_OK)
-            status = readHead(bytes.data(), bytes.size(), fileSize, head);
+        if (status == zul_STATUS_OK) status = readHead(bytes.data(), bytes.size(), fileSize, head);
         if (status == zul_STATUS_OK) status = source.read(head.metaOffset, head.metaSize, bytes);
         if (status == zul_STATUS_OK && checksum(bytes.data(), bytes.size()) != head.metaChecksum)
             status = zul_STATUS_CORRUPT_DATA;
@@ -125,9 +124,9 @@ struct zul_xin_ReaderStruct {
             if (checksum(bytes.data(), bytes.size()) != entry.checksum)
                 name(static_cast<int64_t>(c));
         }
+        if (stream.size() > head.streamSize) name(static_cast<int64_t>(head.chunks.size()));
         *numBad = count;
-        return count == 0 && stream.size() == head.streamSize ? zul_STATUS_OK
-                                                              : zul_STATUS_STREAM_CHANGED;
+        return count == 0 ? zul_STATUS_OK : zul_STATUS_STREAM_CHANGED;
     }
 };
 
@@ -169,14 +168,12 @@ ZUL_API zul_Status zul_xin_openHead(zul_xin_Reader* reader, const void* bytes, s
     zul_xin_ReaderStruct& r = **reader;
     r.fileSize = fileSize;
     r.headOnly = true;
-    const zul_Status status =
-        readHead(static_cast<const uint8_t*>(bytes), size, fileSize, r.head);
+    const zul_Status status = readHead(static_cast<const uint8_t*>(bytes), size, fileSize, r.head);
     r.open = status == zul_STATUS_OK;
     return status;
 }
 
-ZUL_API zul_Status zul_xin_bindStreamBuffer(zul_xin_Reader reader, const void* bytes,
-                                            size_t size) {
+ZUL_API zul_Status zul_xin_bindStreamBuffer(zul_xin_Reader reader, const void* bytes, size_t size) {
     if (!reader || (!bytes && size)) return zul_STATUS_INVALID_ARGUMENT;
     if (!ready(reader)) return zul_STATUS_INVALID_STATE;
     StreamFacts facts;
@@ -309,9 +306,9 @@ ZUL_API zul_Status zul_xin_readOrder(zul_xin_Reader reader, int64_t chunk, uint6
     return reader->readSegment(chunk, -1, indices, capacity);
 }
 
-ZUL_API zul_Status zul_xin_readColumnFromBlock(zul_xin_Reader reader, int64_t chunk,
-                                               int32_t field, const void* block, size_t size,
-                                               void* values, int64_t capacity) {
+ZUL_API zul_Status zul_xin_readColumnFromBlock(zul_xin_Reader reader, int64_t chunk, int32_t field,
+                                               const void* block, size_t size, void* values,
+                                               int64_t capacity) {
     if (!reader || (!block && size)) return zul_STATUS_INVALID_ARGUMENT;
     if (!ready(reader)) return zul_STATUS_INVALID_STATE;
     size_t segment = 0;

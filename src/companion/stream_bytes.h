@@ -39,7 +39,7 @@ struct StreamFacts {
     uint64_t headChecksum = 0;
     int64_t size = 0;
     std::vector<zul_idx_Chunk> chunks;
-    std::vector<uint64_t> checksums;  // filled only when asked for
+    std::vector<uint64_t> checksums;    // filled only when asked for
     zul_Status damage = zul_STATUS_OK;  // where the walk over the chunks stopped
 };
 

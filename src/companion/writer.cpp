@@ -79,8 +79,7 @@ struct zul_xout_WriterStruct {
 
     zul_Status writeSegment(int64_t chunk, size_t segment, int32_t width, int32_t type,
                             const void* values, int64_t numValues) {
-        if (chunk < 0 || static_cast<size_t>(chunk) != nextChunk ||
-            nextChunk >= head.chunks.size())
+        if (chunk < 0 || static_cast<size_t>(chunk) != nextChunk || nextChunk >= head.chunks.size())
             return zul_STATUS_INVALID_STATE;
         if (written[segment] || numValues != head.chunks[nextChunk].chunk.numPoints)
             return zul_STATUS_INVALID_ARGUMENT;
@@ -221,8 +220,7 @@ ZUL_API zul_Status zul_xout_bindStreamFile(zul_xout_Writer writer, const char* p
     return writer->bindWhole(path, nullptr, 0);
 }
 
-ZUL_API zul_Status zul_xout_beginStream(zul_xout_Writer writer, const void* head,
-                                        size_t headSize) {
+ZUL_API zul_Status zul_xout_beginStream(zul_xout_Writer writer, const void* head, size_t headSize) {
     if (!writer || !head) return zul_STATUS_INVALID_ARGUMENT;
     if (writer->failed || writer->binding != zul_xout_WriterStruct::Binding::none ||
         writer->finished)
@@ -250,8 +248,8 @@ ZUL_API zul_Status zul_xout_addChunk(zul_xout_Writer writer, const zul_idx_Chunk
     const int64_t expected = head.chunks.empty()
                                  ? head.streamHeadSize
                                  : head.chunks.back().chunk.offset + head.chunks.back().chunk.size;
-    if (chunk->numPoints < 1 || chunk->numPoints > kMaxChunkPoints || chunk->offset != expected || chunk->size < 16 ||
-        chunk->size > INT64_MAX - chunk->offset || !boxValid(*chunk))
+    if (chunk->numPoints < 1 || chunk->numPoints > kMaxChunkPoints || chunk->offset != expected ||
+        chunk->size < 16 || chunk->size > INT64_MAX - chunk->offset || !boxValid(*chunk))
         return zul_STATUS_INVALID_ARGUMENT;
     ChunkEntry entry;
     entry.chunk = *chunk;
@@ -268,7 +266,8 @@ ZUL_API zul_Status zul_xout_writeColumn(zul_xout_Writer writer, int64_t chunk, i
     if (!writer || (!values && numValues) || field < 0 ||
         static_cast<size_t>(field) >= writer->head.fields.size())
         return zul_STATUS_INVALID_ARGUMENT;
-    if (!usable(writer) || writer->finished || writer->binding == zul_xout_WriterStruct::Binding::none)
+    if (!usable(writer) || writer->finished ||
+        writer->binding == zul_xout_WriterStruct::Binding::none)
         return zul_STATUS_INVALID_STATE;
     const Field& f = writer->head.fields[static_cast<size_t>(field)];
     return writer->writeSegment(chunk, static_cast<size_t>(field), f.width, f.type, values,
