@@ -187,7 +187,9 @@ ZUL_API zul_Status zul_xout_addChunk(zul_xout_Writer writer, const zul_idx_Chunk
 
 /* Writes column `field` of chunk number `chunk`: `numValues` values of the field's type at
  * `values` (width bytes each, host order), which must be the chunk's point count, in the chunk's
- * stored order. The values are coded at once. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT
+ * stored order. The values are copied; the chunk's block is coded when its last column (or its
+ * order) arrives: with the order kept, each column in stored order or in the input's order,
+ * whichever codes smaller. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT
  * for a null argument, an unknown field, a column already written, or another count;
  * zul_STATUS_INVALID_STATE for a chunk before the one being written, a chunk after it while it
  * lacks columns, or a chunk not yet bound. */

@@ -2,7 +2,9 @@
 
 #include <zstd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "format.h"
 
@@ -71,8 +73,10 @@ void planes(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, bool 
         }
 }
 
-// The level every column is compressed at (docs/companion.md gives the measurement).
+// The level every column is compressed at, and the values a coding is tried on before it codes
+// them all (docs/companion.md gives the measurements).
 constexpr int kLevel = 3;
+constexpr int64_t kSampleValues = 2048;
 
 }  // namespace
 
@@ -105,34 +109,77 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
                     static_cast<uint32_t>(out.size() - at - kSegmentHeaderSize));
 }
 
+std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
+    std::vector<uint32_t> positions(static_cast<size_t>(count));
+    for (size_t i = 0; i < positions.size(); ++i) positions[i] = static_cast<uint32_t>(i);
+    std::stable_sort(positions.begin(), positions.end(),
+                     [indices](uint32_t a, uint32_t b) { return indices[a] < indices[b]; });
+    return positions;
+}
+
 void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t type,
-                       std::vector<uint8_t>& out) {
-    // What each type tries, the most likely first; the stored form is the fallback.
-    static const uint8_t integerCodings[] = {kTransformDelta | kBytePlanes | kZstd,
-                                             kBytePlanes | kZstd};
-    static const uint8_t floatCodings[] = {kTransformXor | kBytePlanes | kZstd,
-                                           kTransformDelta | kBytePlanes | kZstd,
-                                           kBytePlanes | kZstd};
-    static const uint8_t rawCodings[] = {kBytePlanes | kZstd, kZstd};
-    const uint8_t* codings = integerCodings;
-    size_t numCodings = sizeof integerCodings;
-    if (type == zul_FIELD_RAW) codings = rawCodings, numCodings = sizeof rawCodings;
-    if (isFloat(type)) codings = floatCodings, numCodings = sizeof floatCodings;
-    if (width == 1 && type != zul_FIELD_RAW) numCodings = 2;  // no planes of one byte
-    std::vector<uint8_t> best, trial;
-    encodeSegment(values, count, width, kTransformNone, 0, best);
-    for (size_t c = 0; c < numCodings; ++c) {
-        const uint8_t coding =
-            width == 1 ? static_cast<uint8_t>(codings[c] & ~kBytePlanes) : codings[c];
+                       const std::vector<uint32_t>* inputOrder, std::vector<uint8_t>& out) {
+    const size_t w = static_cast<size_t>(width);
+    const uint8_t* stored = static_cast<const uint8_t*>(values);
+    std::vector<uint8_t> permuted;
+    if (inputOrder) {
+        permuted.resize(static_cast<size_t>(count) * w);
+        for (size_t k = 0; k < inputOrder->size(); ++k)
+            std::memcpy(&permuted[k * w], stored + (*inputOrder)[k] * w, w);
+    }
+    // Every coding the type may use, tried on a sample of the first values; the winner codes
+    // them all. A transform needs a typed field, planes more than one byte a value.
+    const bool transforms = type != zul_FIELD_RAW;
+    const int64_t sample = std::min<int64_t>(count, kSampleValues);
+    // The two codings that make the fewest bytes of the sample code all values; the smaller
+    // result is kept (a sample alone misjudges some columns).
+    uint8_t first = kZstd, second = kZstd;
+    size_t firstSize = SIZE_MAX, secondSize = SIZE_MAX;
+    std::vector<uint8_t> trial;
+    for (int order = 0; order < (inputOrder ? 2 : 1); ++order)
+        for (uint8_t transform : {kTransformNone, kTransformDelta, kTransformXor})
+            for (uint8_t planesFlag : {uint8_t{0}, uint8_t{kBytePlanes}}) {
+                if ((transform != kTransformNone && !transforms) || (planesFlag && width == 1))
+                    continue;
+                const uint8_t coding = static_cast<uint8_t>(transform | planesFlag | kZstd |
+                                                            (order ? kInputOrder : 0));
+                trial.clear();
+                encodeSegment(order ? permuted.data() : stored, sample, width, coding, kLevel,
+                              trial);
+                if (trial.size() < firstSize) {
+                    second = first, secondSize = firstSize;
+                    first = coding, firstSize = trial.size();
+                } else if (trial.size() < secondSize) {
+                    second = coding, secondSize = trial.size();
+                }
+            }
+    std::vector<uint8_t> best;
+    encodeSegment(stored, count, width, kTransformNone, 0, best);  // the values as they are
+    for (uint8_t coding : {first, second}) {
+        if (coding == second && (secondSize == SIZE_MAX || count == sample)) break;
         trial.clear();
-        encodeSegment(values, count, width, coding, kLevel, trial);
+        encodeSegment(coding & kInputOrder ? permuted.data() : stored, count, width, coding, kLevel,
+                      trial);
         if (trial.size() < best.size()) best.swap(trial);
     }
     appendBytes(out, best.data(), best.size());
 }
 
 zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSize, int64_t count,
-                         int32_t width, void* out) {
+                         int32_t width, const std::vector<uint32_t>* inputOrder, void* out) {
+    if (coding & kInputOrder) {
+        if (!inputOrder || inputOrder->size() != static_cast<size_t>(count))
+            return zul_STATUS_CORRUPT_DATA;
+        const size_t w = static_cast<size_t>(width);
+        std::vector<uint8_t> permuted(static_cast<size_t>(count) * w);
+        const zul_Status status = decodeSegment(static_cast<uint8_t>(coding & ~kInputOrder), stored,
+                                                storedSize, count, width, nullptr, permuted.data());
+        if (status != zul_STATUS_OK) return status;
+        uint8_t* target = static_cast<uint8_t*>(out);
+        for (size_t k = 0; k < inputOrder->size(); ++k)
+            std::memcpy(target + (*inputOrder)[k] * w, &permuted[k * w], w);
+        return zul_STATUS_OK;
+    }
     if (coding & ~kCodingMask) return zul_STATUS_CORRUPT_DATA;
     const uint8_t how = coding & kTransformMask;
     if (how == kTransformMask) return zul_STATUS_CORRUPT_DATA;

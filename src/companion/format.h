@@ -61,7 +61,7 @@ enum ChunkOffset : size_t {
     kChkBlockChecksum = 144
 };
 
-// The coding byte of a segment: a transform in the low two bits, then two flags.
+// The coding byte of a segment: a transform in the low two bits, then three flags.
 enum Coding : uint8_t {
     kTransformNone = 0,
     kTransformDelta = 1,
@@ -69,7 +69,8 @@ enum Coding : uint8_t {
     kTransformMask = 3,
     kBytePlanes = 4,
     kZstd = 8,
-    kCodingMask = 15
+    kInputOrder = 16,  // the values in the input's order (that of the order segment's indices)
+    kCodingMask = 31
 };
 
 // Stream heads of version 1 and 2: signature and file header.

@@ -31,24 +31,41 @@ struct zul_xin_ReaderStruct {
         return status;
     }
 
-    // Checks a block's bytes and decodes segment `segment` of it into `values`.
+    // Checks a block's bytes and decodes segment `segment` of it into `values`; the order
+    // segment too when the segment is coded in the input's order.
     zul_Status decode(const ChunkEntry& entry, const uint8_t* block, size_t size, size_t segment,
                       int32_t width, void* values) const {
         if (static_cast<int64_t>(size) != entry.blockSize) return zul_STATUS_INVALID_ARGUMENT;
         if (checksum(block, size) != entry.blockChecksum) return zul_STATUS_CORRUPT_DATA;
-        size_t at = 0;
-        for (size_t s = 0;; ++s) {
+        struct Segment {
+            uint8_t coding;
+            size_t at, size;
+        };
+        std::vector<Segment> parts;
+        for (size_t at = 0; at < size;) {
             if (size - at < kSegmentHeaderSize) return zul_STATUS_CORRUPT_DATA;
-            const uint8_t coding = block[at];
             const uint32_t stored = load<uint32_t>(block + at + 4);
             if (block[at + 1] || block[at + 2] || block[at + 3] ||
                 stored > size - at - kSegmentHeaderSize)
                 return zul_STATUS_CORRUPT_DATA;
-            if (s == segment)
-                return decodeSegment(coding, block + at + kSegmentHeaderSize, stored,
-                                     entry.chunk.numPoints, width, values);
+            parts.push_back({block[at], at + kSegmentHeaderSize, stored});
             at += kSegmentHeaderSize + stored;
         }
+        if (parts.size() != static_cast<size_t>(head.segments())) return zul_STATUS_CORRUPT_DATA;
+        const int64_t count = entry.chunk.numPoints;
+        const Segment& part = parts[segment];
+        std::vector<uint32_t> inputOrder;
+        if ((part.coding & kInputOrder) && head.hasOrder && segment != head.fields.size()) {
+            const Segment& orderPart = parts.back();
+            std::vector<uint64_t> indices(static_cast<size_t>(count));
+            const zul_Status status =
+                decodeSegment(orderPart.coding, block + orderPart.at, orderPart.size, count, 8,
+                              nullptr, indices.data());
+            if (status != zul_STATUS_OK) return status;
+            inputOrder = inputOrderOf(indices.data(), count);
+        }
+        return decodeSegment(part.coding, block + part.at, part.size, count, width,
+                             inputOrder.empty() ? nullptr : &inputOrder, values);
     }
 
     // The checks every column read makes before it touches anything.

@@ -28,16 +28,29 @@ struct zul_xout_WriterStruct {
     std::vector<bool> written;
     std::vector<uint8_t> output;
 
-    // Appends the blocks of the chunks whose segments are all there.
+    // Codes and appends the blocks of the chunks whose columns are all there: the order first,
+    // for the columns that are coded in the input's order.
     void completeBlocks() {
         const size_t numSegments = static_cast<size_t>(head.segments());
+        const size_t numFields = head.fields.size();
         while (nextChunk < head.chunks.size()) {
             for (size_t s = 0; s < numSegments; ++s)
                 if (!written[s]) return;
             ChunkEntry& entry = head.chunks[nextChunk];
+            const int64_t count = entry.chunk.numPoints;
+            std::vector<uint32_t> inputOrder;
+            if (head.hasOrder)
+                inputOrder = inputOrderOf(
+                    reinterpret_cast<const uint64_t*>(segments[numFields].data()), count);
             const size_t at = blocks.size();
             for (size_t s = 0; s < numSegments; ++s) {
-                appendBytes(blocks, segments[s].data(), segments[s].size());
+                const bool isOrder = s == numFields;
+                const Field order{"", zul_FIELD_U64, 8};
+                const Field& f = isOrder ? order : head.fields[s];
+                encodeBestSegment(segments[s].data(), count, f.width, f.type,
+                                  head.hasOrder && !isOrder ? &inputOrder : nullptr, blocks);
+            }
+            for (size_t s = 0; s < numSegments; ++s) {
                 std::vector<uint8_t>().swap(segments[s]);
                 written[s] = false;
             }
@@ -77,13 +90,14 @@ struct zul_xout_WriterStruct {
         return zul_STATUS_OK;
     }
 
-    zul_Status writeSegment(int64_t chunk, size_t segment, int32_t width, int32_t type,
-                            const void* values, int64_t numValues) {
+    zul_Status writeSegment(int64_t chunk, size_t segment, int32_t width, const void* values,
+                            int64_t numValues) {
         if (chunk < 0 || static_cast<size_t>(chunk) != nextChunk || nextChunk >= head.chunks.size())
             return zul_STATUS_INVALID_STATE;
         if (written[segment] || numValues != head.chunks[nextChunk].chunk.numPoints)
             return zul_STATUS_INVALID_ARGUMENT;
-        encodeBestSegment(values, numValues, width, type, segments[segment]);
+        const uint8_t* bytes = static_cast<const uint8_t*>(values);
+        segments[segment].assign(bytes, bytes + numValues * width);
         written[segment] = true;
         completeBlocks();
         return zul_STATUS_OK;
@@ -270,8 +284,7 @@ ZUL_API zul_Status zul_xout_writeColumn(zul_xout_Writer writer, int64_t chunk, i
         writer->binding == zul_xout_WriterStruct::Binding::none)
         return zul_STATUS_INVALID_STATE;
     const Field& f = writer->head.fields[static_cast<size_t>(field)];
-    return writer->writeSegment(chunk, static_cast<size_t>(field), f.width, f.type, values,
-                                numValues);
+    return writer->writeSegment(chunk, static_cast<size_t>(field), f.width, values, numValues);
 }
 
 ZUL_API zul_Status zul_xout_writeOrder(zul_xout_Writer writer, int64_t chunk,
@@ -280,8 +293,7 @@ ZUL_API zul_Status zul_xout_writeOrder(zul_xout_Writer writer, int64_t chunk,
     if (!usable(writer) || writer->finished || !writer->head.hasOrder ||
         writer->binding == zul_xout_WriterStruct::Binding::none)
         return zul_STATUS_INVALID_STATE;
-    return writer->writeSegment(chunk, writer->head.fields.size(), 8, zul_FIELD_U64, indices,
-                                numValues);
+    return writer->writeSegment(chunk, writer->head.fields.size(), 8, indices, numValues);
 }
 
 ZUL_API zul_Status zul_xout_finish(zul_xout_Writer writer, const void** bytes, size_t* size) {
