@@ -170,7 +170,8 @@ zul_Status readHead(const uint8_t* p, size_t size, int64_t fileSize, Head& head)
     zul_Status status = peekHeadSize(p, size, headSize);
     if (status != zul_STATUS_OK) return status;
     if (headSize > fileSize || static_cast<int64_t>(size) < headSize) return zul_STATUS_TRUNCATED;
-    if (load<uint64_t>(p + kHdrHeadChecksum) != headChecksum(p, static_cast<size_t>(headSize)))
+    if (!checksumMatches(load<uint64_t>(p + kHdrHeadChecksum),
+                         headChecksum(p, static_cast<size_t>(headSize))))
         return zul_STATUS_CORRUPT_DATA;
     head.headSize = headSize;
     head.hasOrder = load<uint16_t>(p + kHdrFlags) & kFlagOrder;

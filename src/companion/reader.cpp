@@ -24,7 +24,8 @@ struct zul_xin_ReaderStruct {
         if (status == zul_STATUS_OK) status = source.read(0, headSize, bytes);
         if (status == zul_STATUS_OK) status = readHead(bytes.data(), bytes.size(), fileSize, head);
         if (status == zul_STATUS_OK) status = source.read(head.metaOffset, head.metaSize, bytes);
-        if (status == zul_STATUS_OK && checksum(bytes.data(), bytes.size()) != head.metaChecksum)
+        if (status == zul_STATUS_OK &&
+            !checksumMatches(head.metaChecksum, checksum(bytes.data(), bytes.size())))
             status = zul_STATUS_CORRUPT_DATA;
         if (status == zul_STATUS_OK) status = readMeta(bytes.data(), bytes.size(), meta);
         open = status == zul_STATUS_OK;
@@ -36,7 +37,8 @@ struct zul_xin_ReaderStruct {
     zul_Status decode(const ChunkEntry& entry, const uint8_t* block, size_t size, size_t segment,
                       int32_t width, void* values) const {
         if (static_cast<int64_t>(size) != entry.blockSize) return zul_STATUS_INVALID_ARGUMENT;
-        if (checksum(block, size) != entry.blockChecksum) return zul_STATUS_CORRUPT_DATA;
+        if (!checksumMatches(entry.blockChecksum, checksum(block, size)))
+            return zul_STATUS_CORRUPT_DATA;
         struct Segment {
             uint8_t coding;
             size_t at, size;
@@ -345,8 +347,9 @@ ZUL_API zul_Status zul_xin_checkBlock(zul_xin_Reader reader, int64_t chunk) {
     std::vector<uint8_t> block;
     const zul_Status status = reader->source.read(entry.blockOffset, entry.blockSize, block);
     if (status != zul_STATUS_OK) return status;
-    return checksum(block.data(), block.size()) == entry.blockChecksum ? zul_STATUS_OK
-                                                                       : zul_STATUS_CORRUPT_DATA;
+    return checksumMatches(entry.blockChecksum, checksum(block.data(), block.size()))
+               ? zul_STATUS_OK
+               : zul_STATUS_CORRUPT_DATA;
 }
 
 ZUL_API zul_Status zul_xin_verifyBuffer(zul_xin_Reader reader, const void* bytes, size_t size,
