@@ -113,7 +113,8 @@ ZUL_API const char* zul_x_statusText(zul_Status status);
  *   2. zul_xout_addField for each column, zul_xout_keepOrder if the order is kept, the source
  *      header, format and conventions (these three may also come later, up to step 5);
  *   3. the binding: zul_xout_bindStreamBuffer or zul_xout_bindStreamFile for a stream that is
- *      written, or zul_xout_beginStream and then zul_xout_addChunk for each chunk as it is made;
+ *      written, or zul_xout_beginStream and then zul_xout_addChunkBytes (or zul_xout_addChunk)
+ *      for each chunk as it is made;
  *   4. for each chunk in order, once its binding is added: zul_xout_writeColumn for every field
  *      and zul_xout_writeOrder if kept, in any order among themselves;
  *   5. zul_xout_finish, which writes the file or hands out the bytes; zul_xout_close.
@@ -184,6 +185,14 @@ ZUL_API zul_Status zul_xout_beginStream(zul_xout_Writer writer, const void* head
  * maximum; zul_STATUS_INVALID_STATE unless zul_xout_beginStream came first. */
 ZUL_API zul_Status zul_xout_addChunk(zul_xout_Writer writer, const zul_idx_Chunk* chunk,
                                      uint64_t checksum);
+
+/* Adds the next chunk of a binding by parts from its `size` bytes (sync marker, chunk header and
+ * body, as zul_enc_encodeChunk gives them): its size, point count and box are read from its
+ * header as zul_idx_getChunk gives them, its checksum computed. Returns zul_STATUS_OK; a status
+ * of the chunk index for bytes that are not one whole chunk of the stream (zul_STATUS_TRUNCATED,
+ * zul_STATUS_CORRUPT_DATA); zul_STATUS_INVALID_ARGUMENT for a null argument;
+ * zul_STATUS_INVALID_STATE unless zul_xout_beginStream came first. */
+ZUL_API zul_Status zul_xout_addChunkBytes(zul_xout_Writer writer, const void* chunk, size_t size);
 
 /* Writes column `field` of chunk number `chunk`: `numValues` values of the field's type at
  * `values` (width bytes each, host order), which must be the chunk's point count, in the chunk's

@@ -64,6 +64,14 @@ public:
     void bindStreamFile(const std::string& path) {
         check(zul_xout_bindStreamFile(writer_, path.c_str()), path + ": zul_xout_bindStreamFile");
     }
+    /* A binding by parts: the stream's head, then each chunk's bytes as they are made. */
+    void beginStream(ByteView head) {
+        check(zul_xout_beginStream(writer_, head.data(), head.size()), "zul_xout_beginStream");
+    }
+    void addChunkBytes(ByteView chunk) {
+        check(zul_xout_addChunkBytes(writer_, chunk.data(), chunk.size()),
+              "zul_xout_addChunkBytes");
+    }
     /* Values of the field's type (for zul_FIELD_RAW: bytes, width a point). */
     template <typename T>
     void writeColumn(int64_t chunk, int field, const std::vector<T>& values, int width = 0) {
@@ -148,7 +156,7 @@ public:
         zul_FieldInfo f;
         check(zul_xin_getField(reader_, field, &f), "zul_xin_getField");
         const int64_t points = this->chunk(chunk).chunk.numPoints;
-        std::vector<T> values(static_cast<size_t>(points * f.width / sizeof(T)));
+        std::vector<T> values(static_cast<size_t>(points * f.width) / sizeof(T));
         check(zul_xin_readColumn(reader_, chunk, field, values.data(), points),
               "zul_xin_readColumn");
         return values;

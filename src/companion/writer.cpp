@@ -21,6 +21,7 @@ struct zul_xout_WriterStruct {
     Meta meta;
     Binding binding = Binding::none;
     std::set<std::string> conventionKeys;
+    std::vector<uint8_t> streamHead;  // of a binding by parts
     // The blocks made so far, back to back; the chunk being written and its segments.
     std::vector<uint8_t> blocks;
     size_t nextChunk = 0;
@@ -249,6 +250,8 @@ ZUL_API zul_Status zul_xout_beginStream(zul_xout_Writer writer, const void* head
     std::memcpy(writer->head.marker, facts.marker, 16);
     writer->head.streamHeadSize = facts.headSize;
     writer->head.streamHeadChecksum = facts.headChecksum;
+    writer->streamHead.assign(static_cast<const uint8_t*>(head),
+                              static_cast<const uint8_t*>(head) + headSize);
     return zul_STATUS_OK;
 }
 
@@ -273,6 +276,33 @@ ZUL_API zul_Status zul_xout_addChunk(zul_xout_Writer writer, const zul_idx_Chunk
     head.numPoints += chunk->numPoints;
     writer->completeBlocks();
     return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_addChunkBytes(zul_xout_Writer writer, const void* chunk, size_t size) {
+    if (!writer || !chunk) return zul_STATUS_INVALID_ARGUMENT;
+    if (writer->failed || writer->binding != zul_xout_WriterStruct::Binding::byParts ||
+        writer->finished)
+        return zul_STATUS_INVALID_STATE;
+    // The stream's head and this chunk make a stream of one chunk, which the index reads.
+    std::vector<uint8_t> alone = writer->streamHead;
+    appendBytes(alone, chunk, size);
+    zul_idx_Index index = nullptr;
+    zul_Status status = zul_idx_openBuffer(&index, alone.data(), alone.size(), nullptr);
+    int64_t numChunks = 0;
+    zul_Status damage = zul_STATUS_OK;
+    zul_idx_Chunk info = {};
+    if (status == zul_STATUS_OK) status = zul_idx_getCounts(index, &numChunks, nullptr);
+    if (status == zul_STATUS_OK) status = zul_idx_getDamage(index, &damage, nullptr, nullptr);
+    if (status == zul_STATUS_OK && damage != zul_STATUS_OK) status = damage;
+    if (status == zul_STATUS_OK && numChunks != 1) status = zul_STATUS_CORRUPT_DATA;
+    if (status == zul_STATUS_OK) status = zul_idx_getChunk(index, 0, &info);
+    zul_idx_close(&index);
+    if (status != zul_STATUS_OK) return status;
+    const Head& head = writer->head;
+    info.offset = head.chunks.empty()
+                      ? head.streamHeadSize
+                      : head.chunks.back().chunk.offset + head.chunks.back().chunk.size;
+    return zul_xout_addChunk(writer, &info, checksum(chunk, size));
 }
 
 ZUL_API zul_Status zul_xout_writeColumn(zul_xout_Writer writer, int64_t chunk, int32_t field,

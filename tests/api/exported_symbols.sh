@@ -92,7 +92,7 @@ if [ -n "$companion" ]; then
         zul_x_checksum zul_x_statusText
         zul_xout_open zul_xout_addField zul_xout_keepOrder zul_xout_setSource zul_xout_setFormat
         zul_xout_addConvention zul_xout_bindStreamBuffer zul_xout_bindStreamFile
-        zul_xout_beginStream zul_xout_addChunk zul_xout_writeColumn zul_xout_writeOrder
+        zul_xout_beginStream zul_xout_addChunk zul_xout_addChunkBytes zul_xout_writeColumn zul_xout_writeOrder
         zul_xout_finish zul_xout_close
         zul_xin_getHeadSize zul_xin_openFile zul_xin_openBuffer zul_xin_openHead
         zul_xin_bindStreamBuffer zul_xin_bindStreamFile zul_xin_bindIndex zul_xin_getInfo
