@@ -109,18 +109,22 @@ public:
     /* Opens the companion file `path`; with `streamPath`, binds it to that stream. */
     explicit CompanionReader(const std::string& path, const std::string& streamPath = "")
         : path_(path) {
-        check(zul_xin_openFile(&reader_, path.c_str()), "zul_xin_openFile");
-        if (!streamPath.empty())
-            check(zul_xin_bindStreamFile(reader_, streamPath.c_str()),
-                  "zul_xin_bindStreamFile " + streamPath);
+        closeOnThrow([&] {
+            check(zul_xin_openFile(&reader_, path.c_str()), "zul_xin_openFile");
+            if (!streamPath.empty())
+                check(zul_xin_bindStreamFile(reader_, streamPath.c_str()),
+                      "zul_xin_bindStreamFile " + streamPath);
+        });
     }
     /* Opens companion bytes (which must outlive the reader); with a stream, binds them. */
     explicit CompanionReader(ByteView companion, ByteView stream = ByteView()) {
-        check(zul_xin_openBuffer(&reader_, companion.data(), companion.size()),
-              "zul_xin_openBuffer");
-        if (stream.data())
-            check(zul_xin_bindStreamBuffer(reader_, stream.data(), stream.size()),
-                  "zul_xin_bindStreamBuffer");
+        closeOnThrow([&] {
+            check(zul_xin_openBuffer(&reader_, companion.data(), companion.size()),
+                  "zul_xin_openBuffer");
+            if (stream.data())
+                check(zul_xin_bindStreamBuffer(reader_, stream.data(), stream.size()),
+                      "zul_xin_bindStreamBuffer");
+        });
     }
     ~CompanionReader() { zul_xin_close(&reader_); }
     CompanionReader(const CompanionReader&) = delete;
@@ -208,6 +212,16 @@ public:
     zul_xin_Reader handle() const { return reader_; }
 
 private:
+    /* A constructor that throws runs no destructor: the reader is closed here. */
+    template <typename Steps>
+    void closeOnThrow(Steps steps) {
+        try {
+            steps();
+        } catch (...) {
+            zul_xin_close(&reader_);
+            throw;
+        }
+    }
     template <typename Call>
     std::vector<int64_t> verifyWith(Call call) const {
         int64_t count = 0;
