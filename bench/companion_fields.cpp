@@ -89,41 +89,42 @@ Bytes encodePositions(const std::vector<double>& xyz, double step, std::vector<i
     return stream;
 }
 
-// The companion of one field (null: none), with or without the order, and its bytes in the
-// blocks.
+// The column of `field` of the points `order[first .. first + count)` (the colour's low bytes:
+// three a point, of six in the record).
+Bytes columnOf(const Bytes& records, int recordLength, const std::vector<int64_t>& order,
+               int64_t first, int64_t count, const LasField& field) {
+    Bytes column;
+    for (int64_t i = first; i < first + count; ++i) {
+        const int64_t record = order[static_cast<size_t>(i)];
+        const uint8_t* p = &records[static_cast<size_t>(record * recordLength + field.offset)];
+        if (field.type == zul_FIELD_RAW)
+            for (int c = 0; c < 3; ++c) column.push_back(p[2 * c]);
+        else
+            column.insert(column.end(), p, p + field.width);
+    }
+    return column;
+}
+
+// The companion of `fields`, with or without the order: the bytes of its blocks, and of the whole
+// file in `*fileSize` when it is not null.
 int64_t blockBytes(const Bytes& stream, const Bytes& records, int recordLength,
-                   const std::vector<int64_t>& order, const LasField* field, bool withOrder) {
+                   const std::vector<int64_t>& order, const std::vector<LasField>& fields,
+                   bool withOrder, int64_t* fileSize = nullptr) {
     zul_xout_Writer writer = nullptr;
     zul_xout_open(&writer, nullptr);
-    // The colour's low bytes are three a point, of six in the record.
-    if (field)
-        zul_xout_addField(writer, field->name, field->type,
-                          field->type == zul_FIELD_RAW ? 3 : field->width, nullptr);
+    for (const LasField& field : fields)
+        zul_xout_addField(writer, field.name, field.type,
+                          field.type == zul_FIELD_RAW ? 3 : field.width, nullptr);
     if (withOrder) zul_xout_keepOrder(writer);
     zul_xout_bindStreamBuffer(writer, stream.data(), stream.size());
     const int64_t n = static_cast<int64_t>(order.size());
     for (int64_t first = 0, chunk = 0; first < n; first += 10000, ++chunk) {
         const int64_t count = std::min<int64_t>(10000, n - first);
-        Bytes column;
-        std::vector<uint64_t> indices;
-        for (int64_t i = first; i < first + count; ++i) {
-            const int64_t record = order[static_cast<size_t>(i)];
-            if (field) {
-                const uint8_t* p =
-                    &records[static_cast<size_t>(record * recordLength + field->offset)];
-                if (field->type == zul_FIELD_RAW)  // the low byte of each 16-bit channel
-                    for (int c = 0; c < 3; ++c) column.push_back(p[2 * c]), column.push_back(0);
-                else
-                    column.insert(column.end(), p, p + field->width);
-            }
-            indices.push_back(static_cast<uint64_t>(record));
+        for (size_t f = 0; f < fields.size(); ++f) {
+            const Bytes column = columnOf(records, recordLength, order, first, count, fields[f]);
+            zul_xout_writeColumn(writer, chunk, static_cast<int32_t>(f), column.data(), count);
         }
-        if (field && field->type == zul_FIELD_RAW) {  // three low bytes a point
-            Bytes low;
-            for (size_t i = 0; i < column.size(); i += 2) low.push_back(column[i]);
-            column.swap(low);
-        }
-        if (field) zul_xout_writeColumn(writer, chunk, 0, column.data(), count);
+        std::vector<uint64_t> indices(order.begin() + first, order.begin() + first + count);
         if (withOrder) zul_xout_writeOrder(writer, chunk, indices.data(), count);
     }
     const void* bytes = nullptr;
@@ -139,6 +140,7 @@ int64_t blockBytes(const Bytes& stream, const Bytes& records, int recordLength,
         zul_xin_getChunk(reader, c, &chunk);
         sum += chunk.blockSize;
     }
+    if (fileSize) *fileSize = static_cast<int64_t>(size);
     zul_xin_close(&reader);
     zul_xout_close(&writer);
     return sum;
@@ -174,20 +176,24 @@ void measure(const std::string& path) {
     const Bytes stream = encodePositions(xyz, std::min({scale[0], scale[1], scale[2]}), order);
     std::printf("%s: %lld points, point format %d, record %d bytes\n", path.c_str(),
                 static_cast<long long>(n), format, recordLength);
-    const double orderBits =
-        8.0 * blockBytes(stream, records, recordLength, order, nullptr, true) / n;
+    const double orderBits = 8.0 * blockBytes(stream, records, recordLength, order, {}, true) / n;
     std::printf("  %-18s %14s %14s\n", "bits a point", "stored order", "order kept");
     double total = 0, totalKept = orderBits;
     for (const LasField& field : fieldsOf(format)) {
         const double bits =
-            8.0 * blockBytes(stream, records, recordLength, order, &field, false) / n;
+            8.0 * blockBytes(stream, records, recordLength, order, {field}, false) / n;
         const double kept =
-            8.0 * blockBytes(stream, records, recordLength, order, &field, true) / n - orderBits;
+            8.0 * blockBytes(stream, records, recordLength, order, {field}, true) / n - orderBits;
         total += bits, totalKept += kept;
         std::printf("  %-18s %14.2f %14.2f\n", field.name, bits, kept);
     }
-    std::printf("  %-18s %14s %14.2f\n  %-18s %14.2f %14.2f\n", "input order", "", orderBits, "all",
+    std::printf("  %-18s %14s %14.2f\n  %-18s %14.2f %14.2f\n", "input order", "", orderBits, "sum",
                 total, totalKept);
+    int64_t plain = 0, kept = 0;
+    blockBytes(stream, records, recordLength, order, fieldsOf(format), false, &plain);
+    blockBytes(stream, records, recordLength, order, fieldsOf(format), true, &kept);
+    std::printf("  %-18s %14.2f %14.2f   (the whole file: head, blocks, metadata)\n",
+                "one companion", 8.0 * plain / n, 8.0 * kept / n);
 }
 
 }  // namespace

@@ -61,47 +61,128 @@ void transform(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, ui
     }
 }
 
-// Byte j of value i goes to plane j, at i; or back.
-void planes(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, bool inverse) {
-    const size_t n = static_cast<size_t>(count), w = static_cast<size_t>(width);
-    for (size_t j = 0; j < w; ++j)
-        for (size_t i = 0; i < n; ++i) {
+// Byte j of value i goes to plane j, at i; or back. Widths of the typed fields get loops of
+// their own, which the compiler unrolls.
+template <size_t W>
+void planesOf(const uint8_t* in, uint8_t* out, size_t n, bool inverse) {
+    for (size_t i = 0; i < n; ++i)
+        for (size_t j = 0; j < W; ++j) {
             if (inverse)
-                out[i * w + j] = in[j * n + i];
+                out[i * W + j] = in[j * n + i];
             else
-                out[j * n + i] = in[i * w + j];
+                out[j * n + i] = in[i * W + j];
         }
 }
 
-// The level every column is compressed at, and the values a coding is tried on before it codes
-// them all (docs/companion.md gives the measurements).
-constexpr int kLevel = 3;
-constexpr int64_t kSampleValues = 2048;
+void planes(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, bool inverse) {
+    const size_t n = static_cast<size_t>(count), w = static_cast<size_t>(width);
+    switch (width) {
+        case 2:
+            return planesOf<2>(in, out, n, inverse);
+        case 4:
+            return planesOf<4>(in, out, n, inverse);
+        case 8:
+            return planesOf<8>(in, out, n, inverse);
+        default:
+            for (size_t j = 0; j < w; ++j)
+                for (size_t i = 0; i < n; ++i) {
+                    if (inverse)
+                        out[i * w + j] = in[j * n + i];
+                    else
+                        out[j * n + i] = in[i * w + j];
+                }
+    }
+}
+
+// Value k of `out` is value order[k] of `in` (gather), or the other way round (scatter).
+template <size_t W>
+void permuteOf(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order, bool scatter) {
+    for (size_t k = 0; k < order.size(); ++k) {
+        if (scatter)
+            std::memcpy(out + order[k] * W, in + k * W, W);
+        else
+            std::memcpy(out + k * W, in + order[k] * W, W);
+    }
+}
+
+void permute(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order, int32_t width,
+             bool scatter) {
+    const size_t w = static_cast<size_t>(width);
+    switch (width) {
+        case 1:
+            return permuteOf<1>(in, out, order, scatter);
+        case 2:
+            return permuteOf<2>(in, out, order, scatter);
+        case 4:
+            return permuteOf<4>(in, out, order, scatter);
+        case 8:
+            return permuteOf<8>(in, out, order, scatter);
+        default:
+            for (size_t k = 0; k < order.size(); ++k) {
+                if (scatter)
+                    std::memcpy(out + order[k] * w, in + k * w, w);
+                else
+                    std::memcpy(out + k * w, in + order[k] * w, w);
+            }
+    }
+}
+
+// The level every column is compressed at, the values a coding is tried on before the best codes
+// them all, and a sample so small that no other coding is tried (docs/companion.md gives the
+// measurements).
+constexpr int kLevel = 1;
+constexpr int64_t kSampleValues = 512;
+constexpr size_t kTinySample = 32;
+
+// A thread's zstd contexts and buffers, kept from call to call.
+struct Scratch {
+    ZSTD_CCtx* compressor = nullptr;
+    ZSTD_DCtx* decompressor = nullptr;
+    std::vector<uint8_t> transformed, planed, compressed;
+    ~Scratch() {
+        ZSTD_freeCCtx(compressor);
+        ZSTD_freeDCtx(decompressor);
+    }
+};
+
+Scratch& scratch() {
+    thread_local Scratch s;
+    if (!s.compressor) s.compressor = ZSTD_createCCtx();
+    if (!s.decompressor) s.decompressor = ZSTD_createDCtx();
+    if (!s.compressor || !s.decompressor) throw std::bad_alloc();
+    return s;
+}
 
 }  // namespace
 
 void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t coding, int level,
                    std::vector<uint8_t>& out) {
+    Scratch& s = scratch();
     const size_t raw = static_cast<size_t>(count) * static_cast<size_t>(width);
-    std::vector<uint8_t> a(raw), b;
-    transform(static_cast<const uint8_t*>(values), a.data(), count, width, coding & kTransformMask,
-              false);
+    const uint8_t* data = static_cast<const uint8_t*>(values);
+    if (coding & kTransformMask) {
+        s.transformed.resize(raw);
+        transform(data, s.transformed.data(), count, width, coding & kTransformMask, false);
+        data = s.transformed.data();
+    }
     if (coding & kBytePlanes) {
-        b.resize(raw);
-        planes(a.data(), b.data(), count, width, false);
-        a.swap(b);
+        s.planed.resize(raw);
+        planes(data, s.planed.data(), count, width, false);
+        data = s.planed.data();
     }
     const size_t at = out.size();
-    out.resize(at + kSegmentHeaderSize);
     if (coding & kZstd) {
+        // Into a buffer of the thread's, which keeps its room: no zero-filling of a bound a call.
         const size_t bound = ZSTD_compressBound(raw);
-        out.resize(at + kSegmentHeaderSize + bound);
+        if (s.compressed.size() < bound) s.compressed.resize(bound);
         const size_t made =
-            ZSTD_compress(out.data() + at + kSegmentHeaderSize, bound, a.data(), raw, level);
+            ZSTD_compressCCtx(s.compressor, s.compressed.data(), bound, data, raw, level);
         if (ZSTD_isError(made)) throw std::bad_alloc();  // only a failed allocation errs here
-        out.resize(at + kSegmentHeaderSize + made);
+        out.resize(at + kSegmentHeaderSize);
+        appendBytes(out, s.compressed.data(), made);
     } else {
-        appendBytes(out, a.data(), raw);
+        out.resize(at + kSegmentHeaderSize);
+        appendBytes(out, data, raw);
     }
     out[at] = coding;
     out[at + 1] = out[at + 2] = out[at + 3] = 0;
@@ -124,45 +205,45 @@ void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t
     std::vector<uint8_t> permuted;
     if (inputOrder) {
         permuted.resize(static_cast<size_t>(count) * w);
-        for (size_t k = 0; k < inputOrder->size(); ++k)
-            std::memcpy(&permuted[k * w], stored + (*inputOrder)[k] * w, w);
+        permute(stored, permuted.data(), *inputOrder, width, false);
     }
-    // Every coding the type may use, tried on a sample of the first values; the winner codes
-    // them all. A transform needs a typed field, planes more than one byte a value.
-    const bool transforms = type != zul_FIELD_RAW;
+    // The codings a type tries (measured: the difference beats the XOR on GPS time, planes help
+    // wide integers; one-byte values gain little from either). Each is tried on a sample of the
+    // first values, in stored order and, with the order kept, in the input's order; the winner
+    // codes them all.
+    static const uint8_t oneByte[] = {kZstd, kTransformDelta | kZstd};
+    static const uint8_t integers[] = {kZstd, kBytePlanes | kZstd,
+                                       kTransformDelta | kBytePlanes | kZstd};
+    static const uint8_t floats[] = {kZstd, kBytePlanes | kZstd,
+                                     kTransformDelta | kBytePlanes | kZstd,
+                                     kTransformXor | kBytePlanes | kZstd};
+    static const uint8_t rawBytes[] = {kZstd, kBytePlanes | kZstd};
+    const uint8_t* codings = integers;
+    size_t numCodings = sizeof integers;
+    if (type == zul_FIELD_RAW)
+        codings = rawBytes, numCodings = width == 1 ? 1 : sizeof rawBytes;
+    else if (width == 1)
+        codings = oneByte, numCodings = sizeof oneByte;
+    else if (isFloat(type))
+        codings = floats, numCodings = sizeof floats;
     const int64_t sample = std::min<int64_t>(count, kSampleValues);
-    // The two codings that make the fewest bytes of the sample code all values; the smaller
-    // result is kept (a sample alone misjudges some columns).
-    uint8_t first = kZstd, second = kZstd;
-    size_t firstSize = SIZE_MAX, secondSize = SIZE_MAX;
+    uint8_t bestCoding = kZstd;
+    size_t bestSize = SIZE_MAX;
     std::vector<uint8_t> trial;
-    for (int order = 0; order < (inputOrder ? 2 : 1); ++order)
-        for (uint8_t transform : {kTransformNone, kTransformDelta, kTransformXor})
-            for (uint8_t planesFlag : {uint8_t{0}, uint8_t{kBytePlanes}}) {
-                if ((transform != kTransformNone && !transforms) || (planesFlag && width == 1))
-                    continue;
-                const uint8_t coding = static_cast<uint8_t>(transform | planesFlag | kZstd |
-                                                            (order ? kInputOrder : 0));
-                trial.clear();
-                encodeSegment(order ? permuted.data() : stored, sample, width, coding, kLevel,
-                              trial);
-                if (trial.size() < firstSize) {
-                    second = first, secondSize = firstSize;
-                    first = coding, firstSize = trial.size();
-                } else if (trial.size() < secondSize) {
-                    second = coding, secondSize = trial.size();
-                }
-            }
-    std::vector<uint8_t> best;
-    encodeSegment(stored, count, width, kTransformNone, 0, best);  // the values as they are
-    for (uint8_t coding : {first, second}) {
-        if (coding == second && (secondSize == SIZE_MAX || count == sample)) break;
-        trial.clear();
-        encodeSegment(coding & kInputOrder ? permuted.data() : stored, count, width, coding, kLevel,
-                      trial);
-        if (trial.size() < best.size()) best.swap(trial);
+    for (int order = 0; order < (inputOrder ? 2 : 1) && bestSize > kTinySample; ++order)
+        for (size_t c = 0; c < numCodings && bestSize > kTinySample; ++c) {
+            const uint8_t coding = static_cast<uint8_t>(codings[c] | (order ? kInputOrder : 0));
+            trial.clear();
+            encodeSegment(order ? permuted.data() : stored, sample, width, coding, kLevel, trial);
+            if (trial.size() < bestSize) bestSize = trial.size(), bestCoding = coding;
+        }
+    const size_t at = out.size();
+    encodeSegment(bestCoding & kInputOrder ? permuted.data() : stored, count, width, bestCoding,
+                  kLevel, out);
+    if (out.size() - at - kSegmentHeaderSize > static_cast<size_t>(count) * w) {
+        out.resize(at);  // the values as they are take less room
+        encodeSegment(stored, count, width, kTransformNone, 0, out);
     }
-    appendBytes(out, best.data(), best.size());
 }
 
 zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSize, int64_t count,
@@ -175,9 +256,7 @@ zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSiz
         const zul_Status status = decodeSegment(static_cast<uint8_t>(coding & ~kInputOrder), stored,
                                                 storedSize, count, width, nullptr, permuted.data());
         if (status != zul_STATUS_OK) return status;
-        uint8_t* target = static_cast<uint8_t*>(out);
-        for (size_t k = 0; k < inputOrder->size(); ++k)
-            std::memcpy(target + (*inputOrder)[k] * w, &permuted[k * w], w);
+        permute(permuted.data(), static_cast<uint8_t*>(out), *inputOrder, width, true);
         return zul_STATUS_OK;
     }
     if (coding & ~kCodingMask) return zul_STATUS_CORRUPT_DATA;
@@ -197,7 +276,8 @@ zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSiz
     if (coding & kZstd) {
         const unsigned long long declared = ZSTD_getFrameContentSize(stored, storedSize);
         if (declared != raw) return zul_STATUS_CORRUPT_DATA;
-        const size_t made = ZSTD_decompress(first, raw, stored, storedSize);
+        const size_t made =
+            ZSTD_decompressDCtx(scratch().decompressor, first, raw, stored, storedSize);
         if (ZSTD_isError(made) || made != raw) return zul_STATUS_CORRUPT_DATA;
     } else {
         if (storedSize != raw) return zul_STATUS_CORRUPT_DATA;

@@ -10,6 +10,11 @@
 
 using namespace zulx;
 
+namespace {
+// The zstd level of the order (docs/companion.md).
+constexpr int kOrderLevel = 1;
+}  // namespace
+
 struct zul_xout_WriterStruct {
     enum class Binding { none, byParts, whole };
 
@@ -44,13 +49,13 @@ struct zul_xout_WriterStruct {
                 inputOrder = inputOrderOf(
                     reinterpret_cast<const uint64_t*>(segments[numFields].data()), count);
             const size_t at = blocks.size();
-            for (size_t s = 0; s < numSegments; ++s) {
-                const bool isOrder = s == numFields;
-                const Field order{"", zul_FIELD_U64, 8};
-                const Field& f = isOrder ? order : head.fields[s];
-                encodeBestSegment(segments[s].data(), count, f.width, f.type,
-                                  head.hasOrder && !isOrder ? &inputOrder : nullptr, blocks);
-            }
+            for (size_t s = 0; s < numFields; ++s)
+                encodeBestSegment(segments[s].data(), count, head.fields[s].width,
+                                  head.fields[s].type, head.hasOrder ? &inputOrder : nullptr,
+                                  blocks);
+            if (head.hasOrder)  // input indices: planes and zstd (measured), no trials
+                encodeSegment(segments[numFields].data(), count, 8,
+                              kBytePlanes | kZstd, kOrderLevel, blocks);
             for (size_t s = 0; s < numSegments; ++s) {
                 std::vector<uint8_t>().swap(segments[s]);
                 written[s] = false;
