@@ -95,10 +95,11 @@ struct zul_xin_ReaderStruct {
         if (status != zul_STATUS_OK) return status;
         if (headOnly) return zul_STATUS_INVALID_STATE;
         const ChunkEntry& entry = head.chunks[static_cast<size_t>(chunk)];
-        std::vector<uint8_t> block;
-        status = source.read(entry.blockOffset, entry.blockSize, block);
+        std::vector<uint8_t> copy;
+        const uint8_t* block = nullptr;
+        status = source.view(entry.blockOffset, entry.blockSize, copy, block);
         if (status != zul_STATUS_OK) return status;
-        return decode(entry, block.data(), block.size(), segment, width, values);
+        return decode(entry, block, static_cast<size_t>(entry.blockSize), segment, width, values);
     }
 
     // Compares the binding with a stream's facts; the checksums are not compared.
@@ -134,13 +135,14 @@ struct zul_xin_ReaderStruct {
         if (checksum(bytes.data(), bytes.size()) != head.streamHeadChecksum) name(-1);
         for (size_t c = 0; c < head.chunks.size(); ++c) {
             const ChunkEntry& entry = head.chunks[c];
-            status = stream.read(entry.chunk.offset, entry.chunk.size, bytes);
+            const uint8_t* chunk = nullptr;
+            status = stream.view(entry.chunk.offset, entry.chunk.size, bytes, chunk);
             if (status == zul_STATUS_TRUNCATED) {
                 name(static_cast<int64_t>(c));
                 continue;
             }
             if (status != zul_STATUS_OK) return status;
-            if (checksum(bytes.data(), bytes.size()) != entry.checksum)
+            if (checksum(chunk, static_cast<size_t>(entry.chunk.size)) != entry.checksum)
                 name(static_cast<int64_t>(c));
         }
         if (stream.size() > head.streamSize) name(static_cast<int64_t>(head.chunks.size()));

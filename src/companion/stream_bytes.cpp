@@ -49,6 +49,19 @@ zul_Status ByteSource::read(int64_t offset, int64_t size, std::vector<uint8_t>& 
     return zul_STATUS_OK;
 }
 
+zul_Status ByteSource::view(int64_t offset, int64_t size, std::vector<uint8_t>& copy,
+                            const uint8_t*& bytes) const {
+    if (memory_) {
+        if (offset < 0 || size < 0 || offset > size_ || size > size_ - offset)
+            return zul_STATUS_TRUNCATED;
+        bytes = memory_ + offset;
+        return zul_STATUS_OK;
+    }
+    const zul_Status status = read(offset, size, copy);
+    bytes = copy.data();
+    return status;
+}
+
 zul_Status readStreamHead(const ByteSource& stream, StreamFacts& facts) {
     std::vector<uint8_t> signature, header;
     zul_Status status = stream.read(0, 8, signature);
@@ -98,11 +111,12 @@ zul_Status readStream(const char* path, const void* bytes, size_t size, bool wit
         status = zul_idx_getChunk(index, c, &facts.chunks[static_cast<size_t>(c)]);
     zul_idx_close(&index);
     if (status != zul_STATUS_OK || !withChecksums) return status;
-    std::vector<uint8_t> chunk;
+    std::vector<uint8_t> copy;
     for (const zul_idx_Chunk& c : facts.chunks) {
-        status = stream.read(c.offset, c.size, chunk);
+        const uint8_t* chunk = nullptr;
+        status = stream.view(c.offset, c.size, copy, chunk);
         if (status != zul_STATUS_OK) return status;
-        facts.checksums.push_back(checksum(chunk.data(), chunk.size()));
+        facts.checksums.push_back(checksum(chunk, static_cast<size_t>(c.size)));
     }
     return zul_STATUS_OK;
 }

@@ -25,6 +25,10 @@ public:
     // Reads `size` bytes at `offset` into `out` (resized). zul_STATUS_OK; zul_STATUS_TRUNCATED
     // when they lie past the end; zul_STATUS_READ_ERROR.
     zul_Status read(int64_t offset, int64_t size, std::vector<uint8_t>& out) const;
+    // As read, without a copy: points at the bytes of a memory source, or into `copy` (filled
+    // by read) for a file.
+    zul_Status view(int64_t offset, int64_t size, std::vector<uint8_t>& copy,
+                    const uint8_t*& bytes) const;
 
 private:
     int fd_ = -1;

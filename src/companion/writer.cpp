@@ -54,8 +54,8 @@ struct zul_xout_WriterStruct {
                                   head.fields[s].type, head.hasOrder ? &inputOrder : nullptr,
                                   blocks);
             if (head.hasOrder)  // input indices: planes and zstd (measured), no trials
-                encodeSegment(segments[numFields].data(), count, 8,
-                              kBytePlanes | kZstd, kOrderLevel, blocks);
+                encodeSegment(segments[numFields].data(), count, 8, kBytePlanes | kZstd,
+                              kOrderLevel, blocks);
             for (size_t s = 0; s < numSegments; ++s) {
                 std::vector<uint8_t>().swap(segments[s]);
                 written[s] = false;
