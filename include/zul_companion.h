@@ -118,10 +118,11 @@ ZUL_API const char* zul_x_statusText(zul_Status status);
  *   4. for each chunk in order, once its binding is added: zul_xout_writeColumn for every field
  *      and zul_xout_writeOrder if kept, in any order among themselves;
  *   5. zul_xout_finish, which writes the file or hands out the bytes; zul_xout_close.
- * A call out of this order returns zul_STATUS_INVALID_STATE and changes nothing; after any failure
- * but zul_STATUS_INVALID_ARGUMENT and zul_STATUS_INVALID_STATE the writer accepts zul_xout_close
- * only. Memory: the coded columns are kept until zul_xout_finish (about 3 bytes a point for the
- * fields of an airborne LAS file).
+ * A call out of this order returns zul_STATUS_INVALID_STATE; a refused call changes nothing (a
+ * refused binding may be tried again), except zul_xout_finish's zul_STATUS_WRITE_ERROR, after
+ * which the writer accepts zul_xout_close only. Memory: the coded blocks are kept until
+ * zul_xout_finish (3 to 4 bytes a point for the fields of the shared airborne LAS files), and the
+ * columns of the chunk being written as they were given.
  * ------------------------------------------------------------------------------------------- */
 
 /* Opens a writer that writes the companion to `path` at zul_xout_finish, or, for a null `path`,
