@@ -69,7 +69,15 @@ TEST_F(CompanionFiles, EveryColumnTypeComesBack) {
                   (Pairs{{"colour scale", "257"}, {"intensity factor", "1"}}));
         EXPECT_TRUE(reader->verify(stream).empty());
     }
-    EXPECT_EQ(zul_xin_getSource(headOnly, nullptr, nullptr, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_TRUE(fromFile.verifyFile(path("a.zul")).empty());
+    zul_idx_Index index = nullptr;
+    ASSERT_EQ(zul_idx_openFile(&index, path("a.zul").c_str(), nullptr), zul_STATUS_OK);
+    EXPECT_EQ(zul_xin_bindIndex(headOnly, index), zul_STATUS_OK);
+    zul_idx_close(&index);
+    zul_SourceKind kind;  // the metadata lies after the blocks: not in the head
+    const void* source = nullptr;
+    size_t sourceSize = 0;
+    EXPECT_EQ(zul_xin_getSource(headOnly, &kind, &source, &sourceSize), zul_STATUS_INVALID_STATE);
     zul_xin_close(&headOnly);
 }
 
