@@ -2,6 +2,7 @@
 #   lib/libzul.so.1.1.0 (soname libzul.so.1) and its links
 #   include/zul.h, include/zul_bulk.h, include/zul.hpp and include/zul/*.hpp: the C API, its
 #   bulk calls and their C++ classes
+#   lib/libzul_companion.so.1.1.0 and include/zul_companion.h: the companion file's library
 #   include/zul/<folder>/*.h: the exported classes of the library, for C++ hosts that use them
 #   lib/cmake/zul/: the package for find_package(zul 1.1), giving the target zul::zul
 #   lib/pkgconfig/zul.pc
@@ -14,6 +15,12 @@ install(TARGETS zul EXPORT zulTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES include/zul.h include/zul_bulk.h include/zul.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# The companion file's library (zul::companion) and its header; zul/companion.hpp comes with
+# the other classes below.
+install(TARGETS zul_companion EXPORT zulTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES include/zul_companion.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY include/zul/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zul
         FILES_MATCHING PATTERN "*.hpp")
 
