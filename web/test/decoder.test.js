@@ -1,0 +1,135 @@
+// The WebAssembly decoder against the native library, on the shared clouds compressed by the tool:
+// every array bit for bit, the chunk listing (offsets, sizes, counts, boxes) value for value, the
+// same result whatever slices the bytes arrive in, and damaged streams cut where the native index
+// cuts them.
+// Environment: ZUL_TOOL (the zul program), ZUL_REFERENCE (reference_dump), ZUL_WEB_ROOT (the built
+// web folder), ZUL_DATA (the shared clouds), ZUL_WEB_SCRATCH (a folder for the files made).
+'use strict';
+const assert = require('assert');
+const { execFileSync } = require('child_process');
+const fs = require('fs');
+const path = require('path');
+
+const env = (name) => { if (!process.env[name]) throw new Error(`${name} is not set`); return process.env[name]; };
+const tool = env('ZUL_TOOL');
+const reference = env('ZUL_REFERENCE');
+const root = env('ZUL_WEB_ROOT');
+const data = env('ZUL_DATA');
+const scratch = fs.mkdtempSync(path.join(env('ZUL_WEB_SCRATCH'), 'decoder-'));
+const zul = require(path.join(root, 'src', 'zul_node.js'));
+
+// Each cloud with the options that give it every attribute it has, in several chunks.
+const CASES = [
+  ['sample_c.las', ['--chunk', '1500']],                                  // colour, reflection, scaled + translated
+  ['1.2-with-color.las', ['--chunk', '300', '--color', 'rgb565']],
+  ['4_6_crop.las', ['--chunk', '4000']],
+  ['colored_cloud.pcd', ['--normals', '--chunk', '200']],                  // colour, normals
+  ['bun0.pcd', ['--normals', '--chunk', '150']],                           // normals
+  ['cturtle.pcd', ['--chunk', '5000', '--rotate', '0', '-1', '0', '1', '0', '0', '0', '0', '1',
+                   '--translate', '10.5', '-3', '7']],                     // reflection, rotated
+  ['table_scene_mug_stereo_textured.pcd', ['--chunk', '20000']],
+];
+const ARRAYS = [['positions', 8], ['colors', 1], ['reflections', 4], ['normals', 4]];
+
+function nativeDecode(file) {
+  const prefix = path.join(scratch, path.basename(file));
+  const listing = JSON.parse(execFileSync(reference, [file, prefix], { encoding: 'utf8' }));
+  for (const [name] of ARRAYS) {
+    const raw = prefix + '.' + name;
+    listing[name] = fs.existsSync(raw) ? fs.readFileSync(raw) : null;
+  }
+  return listing;
+}
+
+// The concatenated bytes of one array over the decoded chunks.
+function joined(chunks, name) {
+  const parts = chunks.filter((c) => c[name]).map((c) => Buffer.from(c[name].buffer, c[name].byteOffset, c[name].byteLength));
+  return parts.length ? Buffer.concat(parts) : null;
+}
+
+function checkAgainst(native, result, file) {
+  const decoded = result.chunks.filter((c) => c.positions);
+  for (const [name] of ARRAYS) {
+    const ours = joined(decoded, name);
+    if (native[name] === null) assert.strictEqual(ours, null, `${file}: ${name} present`);
+    else assert.ok(native[name].equals(ours), `${file}: ${name} differ`);
+  }
+  assert.strictEqual(result.chunks.length, native.chunks.length, `${file}: chunk count`);
+  result.chunks.forEach((c, k) => {
+    const n = native.chunks[k];
+    for (const key of ['offset', 'size', 'numPoints']) assert.strictEqual(c[key], n[key], `${file}: chunk ${k} ${key}`);
+    assert.deepStrictEqual([c.min, c.max], [n.min, n.max], `${file}: chunk ${k} box`);
+  });
+}
+
+function pieces(bytes, seed) {
+  const out = [];
+  let state = seed;
+  for (let at = 0; at < bytes.length;) {
+    state = (state * 1103515245 + 12345) % 2147483648;
+    const size = 1 + (state % 3000);
+    out.push(bytes.subarray(at, at + size));
+    at += size;
+  }
+  return out;
+}
+
+(async () => {
+  const wasm = await zul.loadWasm();
+  let checked = 0;
+  for (const [name, options] of CASES) {
+    const source = path.join(data, name);
+    const file = path.join(scratch, name + '.zul');
+    execFileSync(tool, ['compress', '-q', '-f', ...options, source, file]);
+    const bytes = new Uint8Array(fs.readFileSync(file));
+    const native = nativeDecode(file);
+    assert.ok(native.chunks.length > 1, `${name}: one chunk only`);
+    const whole = zul.decodeBytes(wasm, bytes);
+    assert.strictEqual(whole.damage, null, `${name}: damage ${JSON.stringify(whole.damage)}`);
+    checkAgainst(native, whole, name);
+
+    // The same stream in slices of 1 to 3000 bytes, as a download hands them over.
+    const decoder = new zul.Decoder(wasm);
+    const chunks = [];
+    const walker = new zul.StreamWalker(decoder, {
+      onChunk: (listing, b) => chunks.push(Object.assign(listing, decoder.decodeChunk(b, 'chunk'))),
+    });
+    for (const piece of pieces(bytes, checked + 7)) walker.push(piece);
+    walker.end();
+    decoder.close();
+    assert.strictEqual(walker.damage, null);
+    checkAgainst(native, { chunks }, name + ' in slices');
+    checked += 1;
+
+    // Cut inside the last chunk, and a sync marker broken in chunk 1: the intact chunks before
+    // the damage, as the native bulk decoder delivers them, and the damage named at that chunk.
+    const last = native.chunks[native.chunks.length - 1];
+    const damaged = [
+      ['truncated', bytes.slice(0, last.offset + Math.floor(last.size / 2)), 3, native.chunks.length - 1],
+      ['bad marker', (() => { const b = bytes.slice(); b[native.chunks[1].offset + 5] ^= 0xff; return b; })(), 7, 1],
+      ['cut in a header', bytes.slice(0, native.chunks[2].offset + 20), 3, 2],
+    ];
+    for (const [kind, broken, status, chunk] of damaged) {
+      const brokenFile = file + '.' + kind.replace(/ /g, '_');
+      fs.writeFileSync(brokenFile, broken);
+      const nativeBroken = nativeDecode(brokenFile);
+      assert.strictEqual(nativeBroken.status, status, `${name} ${kind}: native status`);
+      const result = zul.decodeBytes(wasm, broken);
+      assert.ok(result.damage, `${name} ${kind}: no damage found`);
+      assert.strictEqual(result.damage.status, status, `${name} ${kind}: ${result.damage.message}`);
+      assert.strictEqual(result.damage.chunk, chunk, `${name} ${kind}: damaged chunk`);
+      assert.match(result.damage.message, new RegExp(`chunk ${chunk} at byte ${native.chunks[chunk].offset}`));
+      checkAgainst(nativeBroken, result, `${name} ${kind}`);
+    }
+  }
+  // Not a zul file, and one cut inside its file header: refused, nothing listed.
+  for (const [bytes, pattern] of [[fs.readFileSync(path.join(data, 'bun0.pcd')), /bad signature/],
+    [fs.readFileSync(path.join(scratch, 'bun0.pcd.zul')).subarray(0, 20), /file header: truncated/]]) {
+    assert.throws(() => zul.decodeBytes(wasm, new Uint8Array(bytes)), pattern);
+  }
+  // A chunk of more points than the decoder is allowed is refused before anything is allocated.
+  const small = new Uint8Array(fs.readFileSync(path.join(scratch, 'bun0.pcd.zul')));
+  assert.throws(() => zul.decodeBytes(wasm, small, { maxChunkPoints: 100 }), /more than the 100/);
+  console.log(`decoder: ${checked} clouds bit-identical to the native decoder, damage and slices checked`);
+  fs.rmSync(scratch, { recursive: true, force: true });
+})().catch((error) => { console.error(error); process.exit(1); });

@@ -1,0 +1,62 @@
+// The native side of the WebAssembly decoder's test: decodes a zul file with the library's bulk
+// decoder on one thread and writes each array raw (PREFIX.positions, .colors, .reflections,
+// .normals: the attributes the stream has), then prints the counts as JSON.
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "zul_bulk.h"
+
+namespace {
+
+bool writeRaw(const std::string& path, const void* data, size_t bytes) {
+    FILE* file = std::fopen(path.c_str(), "wb");
+    if (!file) return false;
+    const bool written = bytes == 0 || std::fwrite(data, 1, bytes, file) == bytes;
+    return std::fclose(file) == 0 && written;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: reference_dump FILE.zul PREFIX\n");
+        return 2;
+    }
+    zul_idx_Index index = nullptr;
+    zul_Status status = zul_idx_openFile(&index, argv[1], nullptr);
+    int64_t numChunks = 0, numPoints = 0;
+    zul_bulk_Points points = {};
+    if (status == zul_STATUS_OK) status = zul_idx_getCounts(index, &numChunks, &numPoints);
+    if (status == zul_STATUS_OK) status = zul_bulk_allocate(index, numPoints, &points);
+    int64_t failed = -1;
+    zul_Status decoded = status;
+    if (status == zul_STATUS_OK) decoded = zul_bulk_decode(index, 1, &points, &failed);
+    if (status != zul_STATUS_OK) {
+        std::fprintf(stderr, "reference_dump: %s: status %d\n", argv[1], static_cast<int>(status));
+        zul_idx_close(&index);
+        return 1;
+    }
+    const size_t n = static_cast<size_t>(points.numPoints);
+    const std::string prefix = argv[2];
+    bool ok = writeRaw(prefix + ".positions", points.positions, n * 3 * sizeof(double));
+    if (points.colors) ok = ok && writeRaw(prefix + ".colors", points.colors, n * 3);
+    if (points.reflections)
+        ok = ok && writeRaw(prefix + ".reflections", points.reflections, n * sizeof(int32_t));
+    if (points.normals) ok = ok && writeRaw(prefix + ".normals", points.normals, n * 3 * sizeof(float));
+    std::printf("{\"points\": %lld, \"status\": %d, \"failedChunk\": %lld, \"chunks\": [",
+                static_cast<long long>(points.numPoints), static_cast<int>(decoded),
+                static_cast<long long>(failed));
+    for (int64_t k = 0; k < numChunks; ++k) {
+        zul_idx_Chunk c = {};
+        zul_idx_getChunk(index, k, &c);
+        std::printf("%s\n {\"offset\": %lld, \"size\": %lld, \"numPoints\": %d, \"min\": [%.17g, %.17g, "
+                    "%.17g], \"max\": [%.17g, %.17g, %.17g]}",
+                    k ? "," : "", static_cast<long long>(c.offset), static_cast<long long>(c.size),
+                    c.numPoints, c.min[0], c.min[1], c.min[2], c.max[0], c.max[1], c.max[2]);
+    }
+    std::printf("]}\n");
+    zul_bulk_free(&points);
+    zul_idx_close(&index);
+    return ok ? 0 : 1;
+}
