@@ -79,6 +79,15 @@
         chunkHeaderSize: r[5], version: r[6] ? 2 : 1, matrix: r[6] ? Array.from(r.subarray(7, 23)) : null,
         hasColors: r[1] !== 0, hasReflections: r[2] !== 0, hasNormals: r[4] !== 0,
       };
+      // The spacing of decoded positions: the stored step (a float, written as its shortest
+      // decimal), times the matrix's scale for a version 2 stream.
+      let step = r[0];
+      for (let digits = 1; digits <= 9; ++digits) {
+        const decimal = Number(r[0].toPrecision(digits));
+        if (Math.fround(decimal) === r[0]) { step = decimal; break; }
+      }
+      const scale = r[6] ? Math.hypot(r[7], r[8], r[9]) : 1;
+      this.info.outputStep = scale === 1 ? step : r[0] * scale;
       return this.info;
     }
 

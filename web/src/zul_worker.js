@@ -1,0 +1,37 @@
+// The decoding worker: loads a cloud with zul_loader.js and posts each decoded chunk to the page,
+// its arrays transferred, not copied. Positions go out in single precision relative to an origin
+// (the first chunk's lower corner, posted with them), which keeps them exact to the float's
+// precision near the cloud; `exact: true` in the options adds the decoder's Float64Array.
+/* global ZulWasm, ZulCore, ZulLoader */
+'use strict';
+importScripts('../dist/zul_wasm.js', 'zul_core.js', 'zul_loader.js');
+
+const wasmReady = ZulWasm({ locateFile: (name) => '../dist/' + name });
+
+self.onmessage = async (message) => {
+  const { source, options } = message.data;
+  let origin = null;
+  const emit = (event) => {
+    if (event.type !== 'chunk') {
+      self.postMessage(event);
+      return;
+    }
+    const { listing, points } = event;
+    if (!origin) origin = listing.min.map(Math.floor);
+    const out = {
+      type: 'chunk', listing, origin, numPoints: points.numPoints,
+      positions: ZulCore.relativePositions(points.positions, origin),
+      colors: points.colors, reflections: points.reflections, normals: points.normals,
+      exact: options.exact ? points.positions : null,
+    };
+    const transfer = [out.positions.buffer];
+    for (const name of ['colors', 'reflections', 'normals', 'exact']) if (out[name]) transfer.push(out[name].buffer);
+    self.postMessage(out, transfer);
+  };
+  try {
+    const wasm = await wasmReady;
+    await ZulLoader.load(wasm, source, options || {}, emit);
+  } catch (error) {
+    self.postMessage({ type: 'error', message: error && error.message ? error.message : String(error) });
+  }
+};

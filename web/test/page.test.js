@@ -1,0 +1,213 @@
+// The viewer page in headless Chromium (Debian's, driven by playwright-core), against a test server
+// that serves the page and the files with or without range support and logs every request: the
+// page's window.zulView is checked against `zul info` and the native index, request by request.
+// Environment: as decoder.test.js, and ZUL_CHROMIUM (the browser).
+'use strict';
+const assert = require('assert');
+const { execFileSync, spawn } = require('child_process');
+const fs = require('fs');
+const http = require('http');
+const os = require('os');
+const path = require('path');
+const { chromium } = require('playwright-core');
+
+const env = (name) => { if (!process.env[name]) throw new Error(`${name} is not set`); return process.env[name]; };
+const tool = env('ZUL_TOOL');
+const root = env('ZUL_WEB_ROOT');
+const data = env('ZUL_DATA');
+const scratch = fs.mkdtempSync(path.join(env('ZUL_WEB_SCRATCH'), 'page-'));
+
+// ---- the files ----
+const sample = path.join(scratch, 'sample.zul');
+execFileSync(tool, ['compress', '-q', '-f', '--chunk', '500', path.join(data, 'sample_c.las'), sample]);
+const info = JSON.parse(execFileSync(tool, ['info', '--json', sample], { encoding: 'utf8' }));
+const listing = JSON.parse(execFileSync(env('ZUL_REFERENCE'), [sample, path.join(scratch, 'dump')], { encoding: 'utf8' })).chunks;
+const cut = listing[Math.floor(listing.length / 2)];
+fs.writeFileSync(path.join(scratch, 'cut.zul'), fs.readFileSync(sample).subarray(0, cut.offset + 100));
+fs.copyFileSync(path.join(data, 'bun0.pcd'), path.join(scratch, 'bun0.pcd'));
+
+// ---- the test server: /web/ the page, /range/ files with ranges, /plain/ files without ----
+const log = [];
+const TYPES = { '.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.wasm': 'application/wasm' };
+const server = http.createServer((req, res) => {
+  const url = new URL(req.url, 'http://x');
+  const [, kind, ...rest] = url.pathname.split('/');
+  const base = kind === 'web' ? root : scratch;
+  const file = path.join(base, ...rest.map(decodeURIComponent));
+  if (!file.startsWith(base) || !fs.existsSync(file) || !fs.statSync(file).isFile()) { res.writeHead(404); res.end(); return; }
+  const bytes = fs.readFileSync(file);
+  const type = TYPES[path.extname(file)] || 'application/octet-stream';
+  const range = /^bytes=(\d+)-(\d*)$/.exec(req.headers.range || '');
+  if (kind !== 'web') log.push({ path: url.pathname, range: req.headers.range || null });
+  if (kind === 'range' && range) {
+    const from = Number(range[1]);
+    const to = Math.min(range[2] ? Number(range[2]) : bytes.length - 1, bytes.length - 1);
+    if (from >= bytes.length) { res.writeHead(416, { 'Content-Range': `bytes */${bytes.length}` }); res.end(); return; }
+    res.writeHead(206, { 'Content-Type': type, 'Content-Range': `bytes ${from}-${to}/${bytes.length}`, 'Accept-Ranges': 'bytes', 'Content-Length': to - from + 1 });
+    res.end(bytes.subarray(from, to + 1));
+    return;
+  }
+  res.writeHead(200, { 'Content-Type': type, 'Content-Length': bytes.length });
+  res.end(bytes);
+});
+
+const near = (a, b, tolerance) => Math.abs(a - b) <= tolerance;
+function checkBounds(bounds, min, max, what) {
+  for (let a = 0; a < 3; ++a) {
+    assert.ok(near(bounds.min[a], min[a], info.step / 2), `${what}: min ${bounds.min} against ${min}`);
+    assert.ok(near(bounds.max[a], max[a], info.step / 2), `${what}: max ${bounds.max} against ${max}`);
+  }
+}
+
+// The rows: a page address, and what window.zulView and the server's log must show.
+const total = listing.reduce((s, c) => s + c.numPoints, 0);
+const firstCut = listing.length / 2 | 0;
+const pick = listing[Math.floor(listing.length * 0.7)];
+const centre = pick.min.map((v, a) => (v + pick.max[a]) / 2);
+const box = { min: centre.map((v) => v - 0.05), max: centre.map((v) => v + 0.05) };
+const inBox = listing.filter((c) => [0, 1, 2].every((a) => c.max[a] >= box.min[a] && c.min[a] <= box.max[a]));
+const ROWS = [
+  ['whole file by ranges', '/range/sample.zul', '&first=4096', (v, requests) => {
+    assert.strictEqual(v.points, info.points);
+    assert.strictEqual(v.chunksLoaded, info.chunks);
+    checkBounds(v.bounds, info.bounds.min, info.bounds.max, 'bounds');
+    assert.strictEqual(v.step, info.step);
+    assert.deepStrictEqual(v.fields, ['position', 'colour', 'intensity']);
+    assert.deepStrictEqual(v.errors, []);
+    assert.strictEqual(v.stats.mode, 'range');
+    assert.ok(v.stats.firstPoints.requests === 1, `first points after ${v.stats.firstPoints.requests} requests`);
+    assert.deepStrictEqual(requests.map((r) => r.range), ['bytes=0-4095', `bytes=${requests.length > 1 ? /^bytes=(\d+)-$/.exec(requests[1].range)[1] : ''}-`]);
+  }],
+  ['a box', '/range/sample.zul', `&first=1024&box=${[...box.min, ...box.max].join(',')}`, (v, requests) => {
+    assert.ok(inBox.length >= 1 && inBox.length < listing.length / 2, `${inBox.length} chunks meet the box`);
+    assert.deepStrictEqual(v.chunks.slice().sort((a, b) => a - b), inBox.map((c) => listing.indexOf(c)));
+    assert.strictEqual(v.points, inBox.reduce((s, c) => s + c.numPoints, 0));
+    assert.strictEqual(v.chunksListed, listing.length);
+    // After the first request: chunk headers alone, and the chosen chunks in runs of neighbours.
+    const bodies = requests.slice(1).map((r) => /^bytes=(\d+)-(\d+)$/.exec(r.range)).map((m) => [Number(m[1]), Number(m[2]) + 1])
+      .filter(([from, to]) => to - from !== 16 + v.chunkHeaderSize);
+    const fetched = new Set();
+    for (const [from, to] of bodies) {
+      const run = listing.filter((c) => c.offset >= from && c.offset + c.size <= to);
+      assert.strictEqual(run.reduce((s, c) => s + c.size, 0), to - from, `request ${from}-${to} is not a run of chunks`);
+      run.forEach((c) => fetched.add(c));
+    }
+    assert.deepStrictEqual([...fetched].filter((c) => !inBox.includes(c)), [], 'a chunk outside the box was read');
+    assert.ok(v.stats.chunkRequests === bodies.length && bodies.length >= 1);
+  }],
+  ['a server without ranges', '/plain/sample.zul', '', (v, requests) => {
+    assert.strictEqual(v.points, info.points);
+    assert.strictEqual(v.chunksLoaded, info.chunks);
+    assert.strictEqual(v.stats.mode, 'stream');
+    assert.strictEqual(requests.length, 1);
+    assert.ok(v.notes.some((n) => /no range support/.test(n)), v.notes.join('; '));
+    assert.deepStrictEqual(v.errors, []);
+  }],
+  ...['range', 'plain'].map((kind) => [`a truncated file (${kind})`, `/${kind}/cut.zul`, '&first=2048', (v) => {
+    assert.strictEqual(v.chunksLoaded, firstCut);
+    assert.strictEqual(v.points, listing.slice(0, firstCut).reduce((s, c) => s + c.numPoints, 0));
+    assert.strictEqual(v.damage.chunk, firstCut);
+    assert.ok(v.errors.some((e) => e.includes(`chunk ${firstCut} at byte ${cut.offset}: truncated`)), v.errors.join('; '));
+    assert.match(v.statusText, /intact chunks/);
+  }]),
+  ['not a zul file', '/range/bun0.pcd', '', (v) => {
+    assert.strictEqual(v.points, 0);
+    assert.ok(v.errors.some((e) => /bad signature/.test(e)), v.errors.join('; '));
+  }],
+  ['beyond the point budget', '/range/sample.zul', '&first=4096&budget=4000', (v) => {
+    assert.ok(v.sampled);
+    assert.ok(v.points <= 4000 && v.points > 0, `${v.points} points`);
+    assert.ok(v.notes.some((n) => /budget/.test(n)), v.notes.join('; '));
+    assert.ok(v.chunks.length >= 2, 'a sample of one chunk');
+  }],
+];
+
+async function loadPage(page, address) {
+  await page.goto(address);
+  await page.waitForFunction(() => window.zulView && window.zulView.done, null, { timeout: 60000 });
+  return page.evaluate(() => Object.assign({}, window.zulView, { statusText: document.getElementById('status').textContent + ' ' + document.getElementById('errors').textContent }));
+}
+
+// Fraction of the canvas's pixels that differ from the background, and the count of distinct
+// colours, read from a PNG screenshot decoded by the page.
+async function screenshotContent(page) {
+  const png = await page.locator('#view canvas').screenshot();
+  if (process.env.ZUL_WEB_SCREENSHOT) fs.writeFileSync(process.env.ZUL_WEB_SCREENSHOT, png);
+  return page.evaluate(async (b64) => {
+    const image = new Image();
+    image.src = 'data:image/png;base64,' + b64;
+    await image.decode();
+    const canvas = Object.assign(document.createElement('canvas'), { width: image.width, height: image.height });
+    const context = canvas.getContext('2d');
+    context.drawImage(image, 0, 0);
+    const pixels = context.getImageData(0, 0, image.width, image.height).data;
+    let drawn = 0;
+    const colours = new Set();
+    for (let i = 0; i < pixels.length; i += 4) {
+      if (pixels[i] !== 0x11 || pixels[i + 1] !== 0x11 || pixels[i + 2] !== 0x11) drawn += 1;
+      colours.add((pixels[i] << 16) | (pixels[i + 1] << 8) | pixels[i + 2]);
+    }
+    return { drawn: drawn / (pixels.length / 4), colours: colours.size };
+  }, png.toString('base64'));
+}
+
+(async () => {
+  await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
+  const origin = `http://127.0.0.1:${server.address().port}`;
+  const profile = fs.mkdtempSync(path.join(os.tmpdir(), 'zul-chromium-'));
+  const context = await chromium.launchPersistentContext(profile, {
+    executablePath: env('ZUL_CHROMIUM'), headless: true, viewport: { width: 800, height: 600 },
+    args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-background-networking',
+      '--disable-component-update', '--disable-sync', '--no-first-run', '--disable-quic'],
+  });
+  let failed = 0;
+  try {
+    const page = await context.newPage();
+    const pageErrors = [];
+    page.on('pageerror', (e) => pageErrors.push(e.message));
+    for (const [name, file, extra, check] of ROWS) {
+      log.length = 0;
+      try {
+        const v = await loadPage(page, `${origin}/web/page/index.html?url=${encodeURIComponent(file)}${extra}`);
+        check(v, log.filter((r) => r.path === file));
+        if (name === 'whole file by ranges') {
+          const shot = await screenshotContent(page);
+          assert.ok(shot.drawn > 0.005 && shot.colours > 20, `blank screenshot: ${JSON.stringify(shot)}`);
+        }
+        assert.deepStrictEqual(pageErrors, []);
+        console.log(`page: ${name}: ok`);
+      } catch (error) {
+        failed += 1;
+        console.error(`page: ${name}: FAILED\n${error.stack}`);
+      }
+    }
+    // zul view: its own server, the page and the file from the build tree.
+    try {
+      const viewer = spawn(tool, ['view', '--no-open', '--port', '0', sample], { stdio: ['ignore', 'pipe', 'inherit'] });
+      try {
+        const address = await new Promise((resolve, reject) => {
+          let text = '';
+          viewer.stdout.on('data', (d) => { text += d; const m = /(http:\/\/127\.0\.0\.1:\d+\/\S*)/.exec(text); if (m) resolve(m[1]); });
+          viewer.on('exit', (code) => reject(new Error(`zul view exited with ${code}: ${text}`)));
+        });
+        const v = await loadPage(page, address);
+        assert.strictEqual(v.points, info.points);
+        assert.strictEqual(v.chunksLoaded, info.chunks);
+        assert.strictEqual(v.stats.mode, 'range');
+        assert.deepStrictEqual(v.errors, []);
+        console.log('page: zul view: ok');
+      } finally {
+        viewer.kill();
+      }
+    } catch (error) {
+      failed += 1;
+      console.error(`page: zul view: FAILED\n${error.stack}`);
+    }
+  } finally {
+    await context.close();
+    server.close();
+    fs.rmSync(profile, { recursive: true, force: true });
+    fs.rmSync(scratch, { recursive: true, force: true });
+  }
+  process.exit(failed ? 1 : 0);
+})().catch((error) => { console.error(error); process.exit(1); });
