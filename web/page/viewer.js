@@ -155,7 +155,8 @@ function open(source, name) {
   $('drop').classList.add('hidden');
   $('status').textContent = `Loading ${name}…`;
   showFacts();
-  const options = { budget: view.budget, box: view.box, firstRange: Number(params.get('first')) || undefined };
+  const options = { budget: view.budget, box: view.box, firstRange: Number(params.get('first')) || undefined,
+    stallMs: Number(params.get('stall')) || undefined };
   current = openCloud(source, options, (event) => {
     if (event.type === 'header') {
       header = event.info;
@@ -180,7 +181,7 @@ function open(source, name) {
       view.errors.push(`Damaged file: ${event.damage.message}; the intact chunks are shown`);
     } else if (event.type === 'error') {
       view.errors.push(event.message);
-      $('status').textContent = `Failed: ${name}`;
+      $('status').textContent = view.points > 0 ? `Stopped: the chunks read from ${name} are shown` : `Failed: ${name}`;
       view.done = true;
     } else if (event.type === 'done') {
       view.stats = event.stats;

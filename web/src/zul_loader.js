@@ -14,16 +14,26 @@
   const STALL_MS = 15000;        // a response that sends nothing for this long is given up
 
   class Counter {
-    constructor() { this.requests = 0; this.bytes = 0; this.headerRequests = 0; this.chunkRequests = 0; }
+    constructor(stallMs) {
+      this.requests = 0;
+      this.bytes = 0;
+      this.headerRequests = 0;
+      this.chunkRequests = 0;
+      this.stallMs = stallMs || STALL_MS;
+    }
   }
 
   // Reads a response body slice by slice into `push`, giving up when it stalls.
   async function readBody(response, push, controller, counter) {
     const reader = response.body.getReader();
+    const stallMs = counter.stallMs;
     for (;;) {
       let timer;
       const stalled = new Promise((_, reject) => {
-        timer = setTimeout(() => { controller.abort(); reject(new Error(`the server sent nothing for ${STALL_MS / 1000} s`)); }, STALL_MS);
+        timer = setTimeout(() => {
+          reject(new Error(`${response.url}: the server sent nothing for ${stallMs / 1000} s`));
+          controller.abort();
+        }, stallMs);
       });
       let part;
       try {
@@ -96,13 +106,13 @@
   }
 
   // Loads a cloud. `source` is {bytes}, {file} or {url}. Options: box {min, max}, budget
-  // (points), maxChunkPoints, firstRange. Events: header {info, fileSize}, chunk {listing,
+  // (points), maxChunkPoints, firstRange (bytes), stallMs. Events: header {info, fileSize}, chunk {listing,
   // points}, listed {chunks} (the whole index, when it was walked), note {message}, damage
   // {damage}, done {stats}. Resolves when everything chosen is decoded; rejects for a file that
   // cannot be read at all (its head is damaged, the server fails).
   async function load(wasm, source, options, emit) {
     const decoder = new Decoder(wasm, options);
-    const counter = new Counter();
+    const counter = new Counter(options.stallMs);
     const chooser = new Chooser(options, emit);
     const stats = { requests: 0, bytes: 0, firstPoints: null, mode: null };
     const listed = [];

@@ -28,6 +28,7 @@ fs.copyFileSync(path.join(data, 'bun0.pcd'), path.join(scratch, 'bun0.pcd'));
 
 // ---- the test server: /web/ the page, /range/ files with ranges, /plain/ files without ----
 const log = [];
+const stalled = [];
 const TYPES = { '.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.wasm': 'application/wasm' };
 const server = http.createServer((req, res) => {
   const url = new URL(req.url, 'http://x');
@@ -39,6 +40,13 @@ const server = http.createServer((req, res) => {
   const type = TYPES[path.extname(file)] || 'application/octet-stream';
   const range = /^bytes=(\d+)-(\d*)$/.exec(req.headers.range || '');
   if (kind !== 'web') log.push({ path: url.pathname, range: req.headers.range || null });
+  if (kind === 'error') { res.writeHead(500); res.end(); return; }
+  if (kind === 'stall') {  // half the file, then nothing
+    res.writeHead(200, { 'Content-Type': type, 'Content-Length': bytes.length });
+    res.write(bytes.subarray(0, bytes.length >> 1));
+    stalled.push(res);
+    return;
+  }
   if (kind === 'range' && range) {
     const from = Number(range[1]);
     const to = Math.min(range[2] ? Number(range[2]) : bytes.length - 1, bytes.length - 1);
@@ -110,6 +118,14 @@ const ROWS = [
     assert.ok(v.errors.some((e) => e.includes(`chunk ${firstCut} at byte ${cut.offset}: truncated`)), v.errors.join('; '));
     assert.match(v.statusText, /intact chunks/);
   }]),
+  ['a server that errs', '/error/sample.zul', '', (v) => {
+    assert.strictEqual(v.points, 0);
+    assert.ok(v.errors.some((e) => /answered 500/.test(e)), v.errors.join('; '));
+  }],
+  ['a server that stalls', '/stall/sample.zul', '&stall=1500', (v) => {
+    assert.ok(v.points > 0 && v.points < info.points, `${v.points} points`);
+    assert.ok(v.errors.some((e) => /sent nothing for 1.5 s/.test(e)), v.errors.join('; '));
+  }],
   ['not a zul file', '/range/bun0.pcd', '', (v) => {
     assert.strictEqual(v.points, 0);
     assert.ok(v.errors.some((e) => /bad signature/.test(e)), v.errors.join('; '));
@@ -181,6 +197,34 @@ async function screenshotContent(page) {
         console.error(`page: ${name}: FAILED\n${error.stack}`);
       }
     }
+    // A file from the picker and one dropped on the view: read from the File as a stream.
+    const ways = [
+      ['the picker', () => page.setInputFiles('#picker', sample)],
+      ['drag and drop', async () => {
+        const transfer = await page.evaluateHandle((b64) => {
+          const t = new DataTransfer();
+          t.items.add(new File([Uint8Array.from(atob(b64), (c) => c.charCodeAt(0))], 'dropped.zul'));
+          return t;
+        }, fs.readFileSync(sample).toString('base64'));
+        await page.dispatchEvent('#view', 'drop', { dataTransfer: transfer });
+      }],
+    ];
+    for (const [name, action] of ways) {
+      try {
+        await page.goto(`${origin}/web/page/index.html`);
+        await action();
+        await page.waitForFunction(() => window.zulView.done, null, { timeout: 60000 });
+        const v = await page.evaluate(() => window.zulView);
+        assert.strictEqual(v.points, info.points);
+        assert.strictEqual(v.chunksLoaded, info.chunks);
+        assert.strictEqual(v.stats.mode, 'file');
+        assert.deepStrictEqual(v.errors, []);
+        console.log(`page: ${name}: ok`);
+      } catch (error) {
+        failed += 1;
+        console.error(`page: ${name}: FAILED\n${error.stack}`);
+      }
+    }
     // zul view: its own server, the page and the file from the build tree.
     try {
       const viewer = spawn(tool, ['view', '--no-open', '--port', '0', sample], { stdio: ['ignore', 'pipe', 'inherit'] });
@@ -195,6 +239,23 @@ async function screenshotContent(page) {
         assert.strictEqual(v.chunksLoaded, info.chunks);
         assert.strictEqual(v.stats.mode, 'range');
         assert.deepStrictEqual(v.errors, []);
+        // Its server's answers, byte for byte.
+        const base = new URL(address).origin;
+        const bytes = fs.readFileSync(sample);
+        const file = new URL(address).searchParams.get('url');
+        for (const [range, status, from, to] of [['bytes=-10', 206, bytes.length - 10, bytes.length], ['bytes=5-9', 206, 5, 10],
+          ['bytes=100-', 206, 100, bytes.length], [`bytes=${bytes.length}-`, 416], ['bytes=9-5', 200, 0, bytes.length], [null, 200, 0, bytes.length]]) {
+          const answer = await fetch(base + file, { headers: range ? { Range: range } : {} });
+          assert.strictEqual(answer.status, status, `${range}`);
+          const body = Buffer.from(await answer.arrayBuffer());
+          if (from !== undefined) assert.ok(body.equals(bytes.subarray(from, to)), `${range}: wrong bytes`);
+          if (status === 206) assert.strictEqual(answer.headers.get('content-range'), `bytes ${from}-${to - 1}/${bytes.length}`);
+        }
+        for (const [p, status] of [['/', 302], ['/page/../../etc/passwd', 404], ['/files/1/sample.zul', 404], ['/files/0/other.zul', 404], ['/nothing', 404]]) {
+          const answer = await fetch(base + p, { redirect: 'manual' });
+          assert.strictEqual(answer.status, status, p);
+        }
+        assert.strictEqual((await fetch(base + file, { method: 'HEAD' })).headers.get('content-length'), String(bytes.length));
         console.log('page: zul view: ok');
       } finally {
         viewer.kill();
@@ -205,6 +266,7 @@ async function screenshotContent(page) {
     }
   } finally {
     await context.close();
+    stalled.forEach((res) => res.destroy());
     server.close();
     fs.rmSync(profile, { recursive: true, force: true });
     fs.rmSync(scratch, { recursive: true, force: true });
