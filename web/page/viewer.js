@@ -51,6 +51,7 @@ resize();
 let origin = null;
 let header = null;
 let reflectionMax = 1;
+const fieldRanges = {};  // smallest and largest value of each companion field loaded
 
 function ramp(t, out, i) {
   // blue, cyan, green, yellow, red
@@ -74,6 +75,14 @@ function colours(chunk, mode) {
       const v = 255 * Math.sqrt(chunk.reflections[i] / reflectionMax);
       out[3 * i] = out[3 * i + 1] = out[3 * i + 2] = v;
     }
+    return out;
+  }
+  // a companion field (classification, ...): its values spread over the ramp
+  const field = chunk.fields && chunk.fields[mode];
+  if (field) {
+    const range = fieldRanges[mode] || { min: 0, max: 1 };
+    const span = Math.max(range.max - range.min, 1e-9);
+    for (let i = 0; i < n; ++i) ramp((field[i] - range.min) / span, out, 3 * i);
     return out;
   }
   // height, and any mode the file has no field for
@@ -146,6 +155,8 @@ function open(source, name) {
   origin = null;
   header = null;
   currentSource = source;
+  for (const name of Object.keys(fieldRanges)) delete fieldRanges[name];
+  for (const o of [...$('colour').options].slice(4)) o.remove();
   const started = performance.now();
   Object.assign(view, {
     source: name, done: false, points: 0, chunksLoaded: 0, chunks: [], chunksListed: null,
@@ -212,7 +223,18 @@ function addChunk(event) {
     new THREE.Vector3(...listing.max.map((v, a) => v - origin[a])));
   geometry.computeBoundingSphere();
   const points = new THREE.Points(geometry, material);
-  points.userData = { numPoints: event.numPoints, positions: event.positions, colors: event.colors, reflections: event.reflections, normals: event.normals };
+  points.userData = { numPoints: event.numPoints, positions: event.positions, colors: event.colors, reflections: event.reflections, normals: event.normals, fields: event.fields || {} };
+  for (const [name, values] of Object.entries(points.userData.fields)) {
+    const range = fieldRanges[name] || (fieldRanges[name] = { min: Infinity, max: -Infinity });
+    for (let i = 0; i < values.length; ++i) {
+      if (values[i] < range.min) range.min = values[i];
+      if (values[i] > range.max) range.max = values[i];
+    }
+    if (![...$('colour').options].some((o) => o.value === name)) {
+      $('colour').append(new Option(name, name));
+      if (!view.fields.includes(name)) view.fields.push(name);
+    }
+  }
   cloud.add(points);
   view.points += event.numPoints;
   view.chunksLoaded += 1;

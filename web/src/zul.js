@@ -1,7 +1,8 @@
 // The page's side of the decoder: opens a cloud (bytes, a File, or a URL) in a Web Worker and
 // hands each decoded chunk to a callback as typed arrays: positions Float32Array relative to
 // `origin` (x, y, z a point), colors Uint8Array (r, g, b), reflections Int32Array, normals
-// Float32Array (x, y, z), each null when the file has none.
+// Float32Array (x, y, z), each null when the file has none; `fields` holds the companion file's
+// fields by name (classification, ...), one typed array each.
 //
 //   const cloud = openCloud({ url }, { box, budget }, (event) => { ... });
 //   cloud.done.then((stats) => ...); cloud.cancel();

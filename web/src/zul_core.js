@@ -132,6 +132,10 @@
         reflections: info.hasReflections
           ? new Int32Array(buffer, w._zulweb_reflections(this.handle), n).slice() : null,
         normals: info.hasNormals ? new Float32Array(buffer, w._zulweb_normals(this.handle), 3 * n).slice() : null,
+        // The companion file's fields of this chunk (classification, GPS time, ...), one typed
+        // array each by name, in the chunk's stored order: filled by the companion reader when a
+        // companion is opened beside the stream; empty without one.
+        fields: {},
       };
     }
   }

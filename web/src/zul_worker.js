@@ -22,10 +22,12 @@ self.onmessage = async (message) => {
       type: 'chunk', listing, origin, numPoints: points.numPoints,
       positions: ZulCore.relativePositions(points.positions, origin),
       colors: points.colors, reflections: points.reflections, normals: points.normals,
+      fields: points.fields,
       exact: options.exact ? points.positions : null,
     };
     const transfer = [out.positions.buffer];
     for (const name of ['colors', 'reflections', 'normals', 'exact']) if (out[name]) transfer.push(out[name].buffer);
+    for (const array of Object.values(out.fields)) transfer.push(array.buffer);
     self.postMessage(out, transfer);
   };
   try {
