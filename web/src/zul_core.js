@@ -170,7 +170,8 @@
       this.chunkIndex = chunkIndex;
     }
 
-    get position() { return this.offset + this.length + this.skipping; }
+    // The stream offset of the next byte the walker expects.
+    get position() { return this.offset + this.length; }
     get stopped() { return this.damage !== null || this.fileError !== null; }
 
     push(bytes) {

@@ -57,8 +57,8 @@
     }
     let total = null;
     const contentRange = response.headers.get('Content-Range');
-    if (response.status === 206 && contentRange) {
-      const match = /\/(\d+)\s*$/.exec(contentRange);
+    if (response.status === 206) {
+      const match = /\/(\d+)\s*$/.exec(contentRange || '');
       if (match) total = Number(match[1]);
     } else if (response.headers.get('Content-Length')) {
       total = Number(response.headers.get('Content-Length'));
@@ -194,12 +194,15 @@
     await readBody(first.response, (b) => walker.push(b), first.controller, counter);
     const fileSize = first.total;
     if (walker.stopped) return;
-    const reached = walker.offset + walker.length;
-    if (fileSize === null || reached >= fileSize) {
+    const reached = walker.position;
+    const received = counter.bytes;
+    if (fileSize === null ? received < firstRange : reached >= fileSize) {
       walker.end();
       return;
     }
-    if (!chooser.box && chooser.stride === 1) {
+    // Without the file's size (another origin that does not expose Content-Range) the chunk
+    // headers cannot be walked to the end: the rest is read as one stream, the choice made on it.
+    if (fileSize === null || (!chooser.box && chooser.stride === 1)) {
       // Everything is wanted: the rest of the file in one request, walked as it arrives.
       const rest = await request(url, [reached], counter);
       if (!rest.partial) throw new Error(`${url}: the server answered a range request with the whole file`);

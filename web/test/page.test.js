@@ -47,11 +47,13 @@ const server = http.createServer((req, res) => {
     stalled.push(res);
     return;
   }
-  if (kind === 'range' && range) {
+  if ((kind === 'range' || kind === 'sizeless') && range) {
     const from = Number(range[1]);
     const to = Math.min(range[2] ? Number(range[2]) : bytes.length - 1, bytes.length - 1);
     if (from >= bytes.length) { res.writeHead(416, { 'Content-Range': `bytes */${bytes.length}` }); res.end(); return; }
-    res.writeHead(206, { 'Content-Type': type, 'Content-Range': `bytes ${from}-${to}/${bytes.length}`, 'Accept-Ranges': 'bytes', 'Content-Length': to - from + 1 });
+    // 'sizeless': what a page sees of another origin that does not expose Content-Range
+    const size = kind === 'range' ? { 'Content-Range': `bytes ${from}-${to}/${bytes.length}` } : {};
+    res.writeHead(206, { 'Content-Type': type, ...size, 'Accept-Ranges': 'bytes', 'Content-Length': to - from + 1 });
     res.end(bytes.subarray(from, to + 1));
     return;
   }
@@ -118,6 +120,11 @@ const ROWS = [
     assert.ok(v.errors.some((e) => e.includes(`chunk ${firstCut} at byte ${cut.offset}: truncated`)), v.errors.join('; '));
     assert.match(v.statusText, /intact chunks/);
   }]),
+  ['range answers without the size', '/sizeless/sample.zul', '&first=4096', (v, requests) => {
+    assert.strictEqual(v.points, info.points);
+    assert.deepStrictEqual(v.errors, []);
+    assert.deepStrictEqual(requests.map((r) => r.range), ['bytes=0-4095', requests[1].range]);
+  }],
   ['a server that errs', '/error/sample.zul', '', (v) => {
     assert.strictEqual(v.points, 0);
     assert.ok(v.errors.some((e) => /answered 500/.test(e)), v.errors.join('; '));
