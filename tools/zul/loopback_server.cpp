@@ -7,10 +7,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
@@ -53,7 +53,8 @@ std::string headerValue(const std::string& head, const std::string& name) {
     size_t at = head.find("\r\n");
     while (at != std::string::npos && at + 2 < head.size()) {
         const size_t end = head.find("\r\n", at + 2);
-        const std::string line = head.substr(at + 2, end == std::string::npos ? std::string::npos : end - at - 2);
+        const std::string line =
+            head.substr(at + 2, end == std::string::npos ? std::string::npos : end - at - 2);
         const size_t colon = line.find(':');
         if (colon != std::string::npos) {
             std::string key = line.substr(0, colon);
@@ -69,7 +70,8 @@ std::string headerValue(const std::string& head, const std::string& name) {
 }
 
 bool parseNumber(const std::string& text, long long& value) {
-    if (text.empty() || text.size() > 18 || text.find_first_not_of("0123456789") != std::string::npos)
+    if (text.empty() || text.size() > 18 ||
+        text.find_first_not_of("0123456789") != std::string::npos)
         return false;
     value = std::stoll(text);
     return true;
@@ -103,7 +105,8 @@ LoopbackServer::~LoopbackServer() {
 
 void LoopbackServer::listen(int port) {
     socket_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (socket_ < 0) throw std::runtime_error(std::string("cannot open a socket: ") + std::strerror(errno));
+    if (socket_ < 0)
+        throw std::runtime_error(std::string("cannot open a socket: ") + std::strerror(errno));
     const int on = 1;
     ::setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in address = {};
@@ -140,7 +143,8 @@ void LoopbackServer::serve(int connection) const {
         const ssize_t got = ::recv(connection, buffer, sizeof buffer, 0);
         if (got <= 0) return;
         head.append(buffer, static_cast<size_t>(got));
-        if (head.size() > 32768) return sendStatus(connection, "431 Request Header Fields Too Large");
+        if (head.size() > 32768)
+            return sendStatus(connection, "431 Request Header Fields Too Large");
     }
     const size_t space1 = head.find(' ');
     const size_t space2 = head.find(' ', space1 + 1);
@@ -149,34 +153,42 @@ void LoopbackServer::serve(int connection) const {
     const std::string method = head.substr(0, space1);
     std::string path = head.substr(space1 + 1, space2 - space1 - 1);
     path = path.substr(0, path.find('?'));
-    if (method != "GET" && method != "HEAD") return sendStatus(connection, "405 Method Not Allowed", "Allow: GET, HEAD\r\n");
-    if (path.find("..") != std::string::npos || path.find('%') != std::string::npos || path.empty() || path[0] != '/')
+    if (method != "GET" && method != "HEAD")
+        return sendStatus(connection, "405 Method Not Allowed", "Allow: GET, HEAD\r\n");
+    if (path.find("..") != std::string::npos || path.find('%') != std::string::npos ||
+        path.empty() || path[0] != '/')
         return sendStatus(connection, "404 Not Found");
     const std::string location = routes_.redirect ? routes_.redirect(path) : "";
-    if (!location.empty()) return sendStatus(connection, "302 Found", "Location: " + location + "\r\n");
+    if (!location.empty())
+        return sendStatus(connection, "302 Found", "Location: " + location + "\r\n");
     const std::string file = routes_.file(path);
     std::ifstream in(file, std::ios::binary | std::ios::ate);
     if (file.empty() || !in) return sendStatus(connection, "404 Not Found");
     const long long size = static_cast<long long>(in.tellg());
     const ByteRange range = parseRange(headerValue(head, "range"), size);
     if (range.kind == ByteRange::Kind::Unsatisfiable)
-        return sendStatus(connection, "416 Range Not Satisfiable", "Content-Range: bytes */" + std::to_string(size) + "\r\n");
+        return sendStatus(connection, "416 Range Not Satisfiable",
+                          "Content-Range: bytes */" + std::to_string(size) + "\r\n");
     const bool part = range.kind == ByteRange::Kind::Part;
     const long long first = part ? range.first : 0;
     const long long count = part ? range.last - range.first + 1 : size;
-    std::string reply = std::string("HTTP/1.1 ") + (part ? "206 Partial Content" : "200 OK") +
-                        "\r\nContent-Type: " + contentType(file) + "\r\nContent-Length: " +
-                        std::to_string(count) + "\r\nAccept-Ranges: bytes\r\nCache-Control: no-store\r\n" +
-                        "Connection: close\r\n";
-    if (part) reply += "Content-Range: bytes " + std::to_string(first) + "-" + std::to_string(range.last) + "/" + std::to_string(size) + "\r\n";
+    std::string reply =
+        std::string("HTTP/1.1 ") + (part ? "206 Partial Content" : "200 OK") +
+        "\r\nContent-Type: " + contentType(file) + "\r\nContent-Length: " + std::to_string(count) +
+        "\r\nAccept-Ranges: bytes\r\nCache-Control: no-store\r\n" + "Connection: close\r\n";
+    if (part)
+        reply += "Content-Range: bytes " + std::to_string(first) + "-" +
+                 std::to_string(range.last) + "/" + std::to_string(size) + "\r\n";
     reply += "\r\n";
     if (!sendAll(connection, reply.data(), reply.size()) || method == "HEAD") return;
     in.seekg(first);
     std::vector<char> chunk(1 << 16);
     for (long long left = count; left > 0;) {
-        const std::streamsize want = static_cast<std::streamsize>(std::min<long long>(left, static_cast<long long>(chunk.size())));
+        const std::streamsize want = static_cast<std::streamsize>(
+            std::min<long long>(left, static_cast<long long>(chunk.size())));
         in.read(chunk.data(), want);
-        if (in.gcount() != want || !sendAll(connection, chunk.data(), static_cast<size_t>(want))) return;
+        if (in.gcount() != want || !sendAll(connection, chunk.data(), static_cast<size_t>(want)))
+            return;
         left -= want;
     }
 }

@@ -278,8 +278,9 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
         app.add_option("files", verify.inputs, "zul files");
         app.add_flag("-q,--quiet", verify.quiet, "report damaged files only");
     } else if (command == "view") {
-        app.description("Show zul files in a browser: serve the viewer page and the files on "
-                        "127.0.0.1 and print their addresses");
+        app.description(
+            "Show zul files in a browser: serve the viewer page and the files on "
+            "127.0.0.1 and print their addresses");
         addViewOptions(app, view);
     } else {
         app.description("Compress and check a built-in lidar scan");

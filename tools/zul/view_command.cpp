@@ -35,7 +35,8 @@ bool holdsPage(const fs::path& folder) {
 std::string servedName(const std::string& path) {
     std::string name = fs::path(path).filename().string();
     for (char& c : name) {
-        const bool plain = std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-' || c == '_';
+        const bool plain =
+            std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-' || c == '_';
         if (!plain) c = '_';
     }
     return name.empty() || name[0] == '.' ? "file" + name : name;
@@ -50,7 +51,8 @@ bool openBrowser(const std::string& url) {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    const int failed = posix_spawnp(&pid, "xdg-open", &actions, nullptr, const_cast<char**>(argv), environ);
+    const int failed =
+        posix_spawnp(&pid, "xdg-open", &actions, nullptr, const_cast<char**>(argv), environ);
     posix_spawn_file_actions_destroy(&actions);
     return failed == 0;
 }
@@ -96,7 +98,9 @@ int runView(const ViewOptions& options) {
         if (path.rfind("/files/", 0) == 0) {
             const size_t slash = path.find('/', 7);
             const std::string number = path.substr(7, slash == std::string::npos ? 0 : slash - 7);
-            if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos || number.size() > 6) return "";
+            if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos ||
+                number.size() > 6)
+                return "";
             const size_t k = std::stoul(number);
             return k < names.size() && path.substr(slash + 1) == names[k] ? options.inputs[k] : "";
         }
@@ -117,7 +121,8 @@ int runView(const ViewOptions& options) {
         return 1;
     }
     const std::string base = "http://127.0.0.1:" + std::to_string(server.port());
-    for (size_t k = 0; k < names.size(); ++k) std::cout << options.inputs[k] << ": " << base << address(k) << "\n";
+    for (size_t k = 0; k < names.size(); ++k)
+        std::cout << options.inputs[k] << ": " << base << address(k) << "\n";
     if (options.noOpen || !openBrowser(base + address(0))) {
         if (!options.noOpen) std::cout << "No desktop browser at hand: open the address above.\n";
     }

@@ -61,17 +61,19 @@ int main(int argc, char** argv) {
     if (points.colors) ok = ok && writeRaw(prefix + ".colors", points.colors, n * 3);
     if (points.reflections)
         ok = ok && writeRaw(prefix + ".reflections", points.reflections, n * sizeof(int32_t));
-    if (points.normals) ok = ok && writeRaw(prefix + ".normals", points.normals, n * 3 * sizeof(float));
+    if (points.normals)
+        ok = ok && writeRaw(prefix + ".normals", points.normals, n * 3 * sizeof(float));
     std::printf("{\"points\": %lld, \"status\": %d, \"failedChunk\": %lld, \"chunks\": [",
                 static_cast<long long>(points.numPoints), static_cast<int>(decoded),
                 static_cast<long long>(failed));
     for (int64_t k = 0; k < numChunks; ++k) {
         zul_idx_Chunk c = {};
         zul_idx_getChunk(index, k, &c);
-        std::printf("%s\n {\"offset\": %lld, \"size\": %lld, \"numPoints\": %d, \"min\": [%.17g, %.17g, "
-                    "%.17g], \"max\": [%.17g, %.17g, %.17g]}",
-                    k ? "," : "", static_cast<long long>(c.offset), static_cast<long long>(c.size),
-                    c.numPoints, c.min[0], c.min[1], c.min[2], c.max[0], c.max[1], c.max[2]);
+        std::printf(
+            "%s\n {\"offset\": %lld, \"size\": %lld, \"numPoints\": %d, \"min\": [%.17g, %.17g, "
+            "%.17g], \"max\": [%.17g, %.17g, %.17g]}",
+            k ? "," : "", static_cast<long long>(c.offset), static_cast<long long>(c.size),
+            c.numPoints, c.min[0], c.min[1], c.min[2], c.max[0], c.max[1], c.max[2]);
     }
     std::printf("]}\n");
     zul_bulk_free(&points);

@@ -122,9 +122,7 @@ ZULWEB_API int zulweb_chunkBody(zulweb_Stream* stream, const char* bytes) {
 
 ZULWEB_API double* zulweb_positions(zulweb_Stream* stream) { return stream->points.positions; }
 ZULWEB_API uint8_t* zulweb_colors(zulweb_Stream* stream) { return stream->points.colors; }
-ZULWEB_API int32_t* zulweb_reflections(zulweb_Stream* stream) {
-    return stream->points.reflections;
-}
+ZULWEB_API int32_t* zulweb_reflections(zulweb_Stream* stream) { return stream->points.reflections; }
 ZULWEB_API float* zulweb_normals(zulweb_Stream* stream) { return stream->points.normals; }
 
 // Fields of a companion file will be read by functions beside these, on the same stream record.
