@@ -166,7 +166,7 @@ function open(source, name) {
   $('drop').classList.add('hidden');
   $('status').textContent = `Loading ${name}…`;
   showFacts();
-  const options = { budget: view.budget, box: view.box, firstRange: Number(params.get('first')) || undefined,
+  const options = { budget: view.budget, box: view.box, exact: params.has('exact'), firstRange: Number(params.get('first')) || undefined,
     stallMs: Number(params.get('stall')) || undefined };
   current = openCloud(source, options, (event) => {
     if (event.type === 'header') {
@@ -223,7 +223,7 @@ function addChunk(event) {
     new THREE.Vector3(...listing.max.map((v, a) => v - origin[a])));
   geometry.computeBoundingSphere();
   const points = new THREE.Points(geometry, material);
-  points.userData = { numPoints: event.numPoints, positions: event.positions, colors: event.colors, reflections: event.reflections, normals: event.normals, fields: event.fields || {} };
+  points.userData = { index: listing.index, exact: event.exact, numPoints: event.numPoints, positions: event.positions, colors: event.colors, reflections: event.reflections, normals: event.normals, fields: event.fields || {} };
   for (const [name, values] of Object.entries(points.userData.fields)) {
     const range = fieldRanges[name] || (fieldRanges[name] = { min: Infinity, max: -Infinity });
     for (let i = 0; i < values.length; ++i) {
@@ -255,6 +255,24 @@ function finish() {
   const what = view.damage ? 'Loaded the intact chunks of' : view.sampled ? 'Loaded a sample of' : 'Loaded';
   $('status').textContent = `${what} ${view.source}`;
 }
+
+// The decoded arrays of the loaded chunks in stream order, base64 each (positions as the
+// decoder's doubles when the page was opened with ?exact), for scripts that check them.
+view.arrays = () => {
+  const chunks = cloud.children.map((p) => p.userData).sort((a, b) => a.index - b.index);
+  const out = {};
+  for (const [name, key] of [['positions', 'exact'], ['colors', 'colors'], ['reflections', 'reflections'], ['normals', 'normals']]) {
+    const parts = chunks.map((c) => c[key]).filter(Boolean);
+    if (parts.length === 0) continue;
+    let text = '';
+    for (const part of parts) {
+      const bytes = new Uint8Array(part.buffer, part.byteOffset, part.byteLength);
+      for (let i = 0; i < bytes.length; i += 0x8000) text += String.fromCharCode.apply(null, bytes.subarray(i, i + 0x8000));
+    }
+    out[name] = btoa(text);
+  }
+  return out;
+};
 
 // ---- the ways in ----
 $('picker').addEventListener('change', (e) => { const f = e.target.files[0]; if (f) open({ file: f }, f.name); });

@@ -109,8 +109,9 @@
     }
 
     // A whole chunk (marker, header, body): its points as typed arrays of its own, positions as
-    // Float64Array (the decoder's exact values). `expected` is the count its listing gave.
-    decodeChunk(bytes, where, expected) {
+    // Float64Array (the decoder's exact values). `expected` is the count its listing gave. With
+    // `copy` false the arrays are views into the module's memory, valid until the next call.
+    decodeChunk(bytes, where, expected, copy = true) {
       const headSize = 16 + this.info.chunkHeaderSize;
       const head = this.chunkHead(bytes.subarray(0, headSize), where);
       if (expected !== undefined && head.numPoints !== expected) throw new ZulError(CORRUPT, where);
@@ -125,13 +126,16 @@
       const n = head.numPoints;
       const buffer = w.HEAPU8.buffer;
       const info = this.info;
+      const array = (Type, at, count) => {
+        const view = new Type(buffer, at, count);
+        return copy ? view.slice() : view;
+      };
       return {
         numPoints: n,
-        positions: new Float64Array(buffer, w._zulweb_positions(this.handle), 3 * n).slice(),
-        colors: info.hasColors ? new Uint8Array(buffer, w._zulweb_colors(this.handle), 3 * n).slice() : null,
-        reflections: info.hasReflections
-          ? new Int32Array(buffer, w._zulweb_reflections(this.handle), n).slice() : null,
-        normals: info.hasNormals ? new Float32Array(buffer, w._zulweb_normals(this.handle), 3 * n).slice() : null,
+        positions: array(Float64Array, w._zulweb_positions(this.handle), 3 * n),
+        colors: info.hasColors ? array(Uint8Array, w._zulweb_colors(this.handle), 3 * n) : null,
+        reflections: info.hasReflections ? array(Int32Array, w._zulweb_reflections(this.handle), n) : null,
+        normals: info.hasNormals ? array(Float32Array, w._zulweb_normals(this.handle), 3 * n) : null,
         // The companion file's fields of this chunk (classification, GPS time, ...), one typed
         // array each by name, in the chunk's stored order: filled by the companion reader when a
         // companion is opened beside the stream; empty without one.

@@ -106,7 +106,8 @@
   }
 
   // Loads a cloud. `source` is {bytes}, {file} or {url}. Options: box {min, max}, budget
-  // (points), maxChunkPoints, firstRange (bytes), stallMs. Events: header {info, fileSize}, chunk {listing,
+  // (points), maxChunkPoints, firstRange (bytes), stallMs, views (a chunk event's arrays are views
+  // into the decoder's memory, valid during the event only). Events: header {info, fileSize}, chunk {listing,
   // points}, listed {chunks} (the whole index, when it was walked), note {message}, damage
   // {damage}, done {stats}. Resolves when everything chosen is decoded; rejects for a file that
   // cannot be read at all (its head is damaged, the server fails).
@@ -123,7 +124,7 @@
       if (!bytes) return;
       let points;
       try {
-        points = decoder.decodeChunk(bytes, `chunk ${listing.index} at byte ${listing.offset}`, listing.numPoints);
+        points = decoder.decodeChunk(bytes, `chunk ${listing.index} at byte ${listing.offset}`, listing.numPoints, !options.views);
       } catch (error) {
         if (!(error instanceof ZulError)) throw error;
         emit({ type: 'damage', damage: { status: error.status, message: error.message, chunk: listing.index, offset: listing.offset } });

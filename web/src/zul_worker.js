@@ -9,7 +9,8 @@ importScripts('../dist/zul_wasm.js', 'zul_core.js', 'zul_loader.js');
 const wasmReady = ZulWasm({ locateFile: (name) => '../dist/' + name });
 
 self.onmessage = async (message) => {
-  const { source, options } = message.data;
+  const source = message.data.source;
+  const options = message.data.options || {};
   let origin = null;
   const emit = (event) => {
     if (event.type !== 'chunk') {
@@ -18,12 +19,14 @@ self.onmessage = async (message) => {
     }
     const { listing, points } = event;
     if (!origin) origin = listing.min.map(Math.floor);
+    // The arrays are views into the decoder's memory: copied once here, into what is transferred.
+    const copy = (array) => (array ? array.slice() : null);
     const out = {
       type: 'chunk', listing, origin, numPoints: points.numPoints,
       positions: ZulCore.relativePositions(points.positions, origin),
-      colors: points.colors, reflections: points.reflections, normals: points.normals,
+      colors: copy(points.colors), reflections: copy(points.reflections), normals: copy(points.normals),
       fields: points.fields,
-      exact: options.exact ? points.positions : null,
+      exact: options.exact ? copy(points.positions) : null,
     };
     const transfer = [out.positions.buffer];
     for (const name of ['colors', 'reflections', 'normals', 'exact']) if (out[name]) transfer.push(out[name].buffer);
@@ -32,7 +35,7 @@ self.onmessage = async (message) => {
   };
   try {
     const wasm = await wasmReady;
-    await ZulLoader.load(wasm, source, options || {}, emit);
+    await ZulLoader.load(wasm, source, Object.assign({}, options, { views: true }), emit);
   } catch (error) {
     self.postMessage({ type: 'error', message: error && error.message ? error.message : String(error) });
   }
