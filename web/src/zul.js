@@ -29,3 +29,56 @@ export function openCloud(source, options, onEvent) {
   worker.postMessage({ source, options });
   return { done, cancel: () => worker.terminate() };
 }
+
+// A zul file in a worker, for callers that choose chunks themselves:
+//
+//   const file = await ZulWorkerFile.open({ url });       // reads the file's head
+//   const { chunks, damage } = await file.listChunks();  // offset, size, numPoints, min, max each
+//   const [a, b] = await file.decodeChunks([4, 5]);       // {listing, numPoints, positions, ...}
+//   file.close();
+//
+// Positions come as Float64Array, the decoder's exact values; the other arrays as openCloud's.
+// A damaged chunk's entry holds `error` instead of arrays.
+export class ZulWorkerFile {
+  static async open(source, options = {}) {
+    const file = new ZulWorkerFile();
+    const opened = await file.call({ call: 'open', source, options });
+    file.header = opened.header;
+    file.fileSize = opened.fileSize;
+    return file;
+  }
+
+  constructor() {
+    this.worker = new Worker(new URL('./zul_worker.js', import.meta.url));
+    this.pending = new Map();
+    this.next = 0;
+    this.requests = 0;
+    this.worker.onmessage = (message) => {
+      const { id, result, error, requests } = message.data;
+      const waiting = this.pending.get(id);
+      if (!waiting) return;
+      this.pending.delete(id);
+      this.requests = requests || this.requests;
+      if (error) waiting.reject(new Error(error));
+      else waiting.resolve(result);
+    };
+    this.worker.onerror = (event) => {
+      for (const waiting of this.pending.values()) waiting.reject(new Error(`the decoding worker failed: ${event.message}`));
+      this.pending.clear();
+    };
+  }
+
+  call(message) {
+    const id = this.next++;
+    return new Promise((resolve, reject) => {
+      this.pending.set(id, { resolve, reject });
+      this.worker.postMessage(Object.assign({ id }, message));
+    });
+  }
+
+  listChunks() { return this.call({ call: 'list' }); }
+
+  decodeChunks(chunks) { return this.call({ call: 'decode', chunks }); }
+
+  close() { this.worker.terminate(); }
+}

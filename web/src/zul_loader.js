@@ -227,18 +227,8 @@
       if (!listing) {
         const head = await fetchRange(url, offset, Math.min(offset + headSize, fileSize), counter);
         counter.headerRequests += 1;
-        try {
-          if (head.length < headSize) throw new ZulError(decoder.markerMatches(head) || head.length < 16 ? 3 : 7, 'header');
-          if (!decoder.markerMatches(head)) throw new ZulError(7, 'sync marker');
-          const h = decoder.chunkHead(head, 'header');
-          listing = Object.assign(h, { index: next, offset, size: headSize + h.bodySize });
-          if (offset + listing.size > fileSize) throw new ZulError(3, 'body');
-        } catch (error) {
-          if (!(error instanceof ZulError)) throw error;
-          const e = new ZulError(error.status, `chunk ${next} at byte ${offset}`);
-          damage = { status: error.status, message: e.message, chunk: next, offset };
-          break;
-        }
+        ({ listing, damage } = listHead(decoder, head, next, offset, fileSize));
+        if (damage) break;
         listed[next] = Object.assign({}, listing);
         if (chooser.wants(listing)) wanted.push(listing);
       }
@@ -266,6 +256,143 @@
     walker.damage = damage;
   }
 
+  // The listing of chunk `index` from its head bytes (marker and header, or what the file holds of
+  // them) at `offset`, or the damage that stops the walk there, judged as the native index judges.
+  function listHead(decoder, head, index, offset, fileSize) {
+    const headSize = 16 + decoder.info.chunkHeaderSize;
+    try {
+      if (head.length < 16 || !decoder.markerMatches(head)) throw new ZulError(head.length < 16 ? 3 : 7, 'marker');
+      if (head.length < headSize) throw new ZulError(3, 'header');
+      const h = decoder.chunkHead(head, 'header');
+      const listing = Object.assign(h, { index, offset, size: headSize + h.bodySize });
+      if (offset + listing.size > fileSize) throw new ZulError(3, 'body');
+      return { listing, damage: null };
+    } catch (error) {
+      if (!(error instanceof ZulError)) throw error;
+      const message = new ZulError(error.status, `chunk ${index} at byte ${offset}`).message;
+      return { listing: null, damage: { status: error.status, message, chunk: index, offset } };
+    }
+  }
+
+  // A zul file read by offset, for callers that choose chunks themselves: its head at open (one
+  // read), its chunk list by walking the chunk headers (one small read each), and the chunks
+  // asked for, decoded, neighbours in one read. Source: {bytes}, {file} or {url}; a server
+  // without range support gives the whole file at open, which is then read from memory.
+  class ZulFile {
+    static async open(wasm, source, options = {}) {
+      const file = new ZulFile(wasm, options);
+      try {
+        await file.openSource(source);
+      } catch (error) {
+        file.close();
+        throw error;
+      }
+      return file;
+    }
+
+    constructor(wasm, options) {
+      this.decoder = new Decoder(wasm, options);
+      this.counter = new Counter(options.stallMs);
+      this.listing = null;
+    }
+
+    async openSource(source) {
+      const headBytes = 8 + 164;  // the signature and the largest file header
+      let first;
+      if (source.bytes) {
+        this.useBytes(source.bytes);
+      } else if (source.file) {
+        this.size = source.file.size;
+        this.read = async (from, to) => new Uint8Array(await source.file.slice(from, to).arrayBuffer());
+      } else {
+        const answer = await request(source.url, [0, headBytes - 1], this.counter);
+        const parts = [];
+        await readBody(answer.response, (b) => parts.push(b), answer.controller, this.counter);
+        first = concat(parts);
+        if (answer.partial && answer.total !== null) {
+          this.size = answer.total;
+          this.read = (from, to) => fetchRange(source.url, from, Math.min(to, this.size), this.counter);
+        } else if (!answer.partial) {
+          this.useBytes(first);
+        } else {
+          throw new Error(`${source.url}: the range answer does not tell the file's size (Content-Range not exposed)`);
+        }
+      }
+      if (!first) first = await this.read(0, Math.min(headBytes, this.size));
+      if (first.length < 8) throw new ZulError(3, 'signature');
+      const headerSize = this.decoder.head(first.subarray(0, 8));
+      if (first.length < 8 + headerSize) throw new ZulError(3, 'file header');
+      this.header = this.decoder.fileHeader(first.subarray(8, 8 + headerSize));
+      this.firstChunk = 8 + headerSize;
+    }
+
+    useBytes(bytes) {
+      this.size = bytes.length;
+      this.read = async (from, to) => bytes.subarray(from, Math.min(to, bytes.length));
+    }
+
+    // Resolves to {chunks, damage}: every chunk listed up to the first that cannot be, and why.
+    async listChunks() {
+      if (this.listing) return this.listing;
+      const chunks = [];
+      const headSize = 16 + this.header.chunkHeaderSize;
+      let damage = null;
+      for (let offset = this.firstChunk; offset < this.size;) {
+        const head = await this.read(offset, Math.min(offset + headSize, this.size));
+        let listing;
+        ({ listing, damage } = listHead(this.decoder, head, chunks.length, offset, this.size));
+        if (damage) break;
+        chunks.push(listing);
+        offset += listing.size;
+      }
+      this.listing = { chunks, damage };
+      return this.listing;
+    }
+
+    // Resolves to one entry a listed chunk number, in the order given: the listing and the points
+    // (numPoints, positions Float64Array, colors, reflections, normals), or the listing and an
+    // `error` naming the damage.
+    async decodeChunks(indices) {
+      const { chunks } = await this.listChunks();
+      for (const k of indices) {
+        if (!Number.isInteger(k) || k < 0 || k >= chunks.length) throw new RangeError(`no chunk ${k} (${chunks.length} listed)`);
+      }
+      const out = [];
+      for (let i = 0; i < indices.length;) {
+        let end = i + 1;
+        while (end < indices.length && indices[end] === indices[end - 1] + 1) end += 1;
+        const from = chunks[indices[i]].offset;
+        const last = chunks[indices[end - 1]];
+        const bytes = await this.read(from, last.offset + last.size);
+        for (let j = i; j < end; ++j) {
+          const c = chunks[indices[j]];
+          const where = `chunk ${c.index} at byte ${c.offset}`;
+          try {
+            if (c.offset + c.size - from > bytes.length) throw new ZulError(3, where);
+            const chunkBytes = bytes.subarray(c.offset - from, c.offset - from + c.size);
+            out.push(Object.assign({ listing: c }, this.decoder.decodeChunk(chunkBytes, where, c.numPoints)));
+          } catch (error) {
+            if (!(error instanceof ZulError)) throw error;
+            out.push({ listing: c, error: error.message });
+          }
+        }
+        i = end;
+      }
+      return out;
+    }
+
+    get requests() { return this.counter.requests; }
+
+    close() { this.decoder.close(); }
+  }
+
+  function concat(parts) {
+    const out = new Uint8Array(parts.reduce((n, p) => n + p.length, 0));
+    let at = 0;
+    for (const p of parts) { out.set(p, at); at += p.length; }
+    return out;
+  }
+
   // Bytes [from, to) of the file by a range request.
   async function fetchRange(url, from, to, counter) {
     const answer = await request(url, [from, to - 1], counter);
@@ -274,15 +401,11 @@
       throw new Error(`${url}: the server stopped answering range requests`);
     }
     const parts = [];
-    let length = 0;
-    await readBody(answer.response, (b) => { parts.push(b); length += b.length; }, answer.controller, counter);
-    const out = new Uint8Array(length);
-    let at = 0;
-    for (const p of parts) { out.set(p, at); at += p.length; }
-    return out;
+    await readBody(answer.response, (b) => parts.push(b), answer.controller, counter);
+    return concat(parts);
   }
 
-  const api = { load, FIRST_RANGE };
+  const api = { load, ZulFile, FIRST_RANGE };
   if (typeof module === 'object' && module.exports) module.exports = api;
   else root.ZulLoader = api;
 })(typeof self !== 'undefined' ? self : this);

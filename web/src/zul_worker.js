@@ -8,7 +8,41 @@ importScripts('../dist/zul_wasm.js', 'zul_core.js', 'zul_loader.js');
 
 const wasmReady = ZulWasm({ locateFile: (name) => '../dist/' + name });
 
+// Calls of a ZulWorkerFile (zul.js): open, list, decode, close; each answered {id, result} or
+// {id, error}. One file a worker.
+let file = null;
+let calls = Promise.resolve();
+async function answerCall(data) {
+  const { id, call } = data;
+  try {
+    let result;
+    const transfer = [];
+    if (call === 'open') {
+      file = await ZulLoader.ZulFile.open(await wasmReady, data.source, data.options || {});
+      result = { header: file.header, fileSize: file.size };
+    } else if (call === 'list') {
+      result = await file.listChunks();
+    } else if (call === 'decode') {
+      result = await file.decodeChunks(data.chunks);
+      for (const entry of result) {
+        for (const name of ['positions', 'colors', 'reflections', 'normals']) if (entry[name]) transfer.push(entry[name].buffer);
+      }
+    } else if (call === 'close') {
+      if (file) file.close();
+      file = null;
+    }
+    self.postMessage({ id, result, requests: file ? file.requests : 0 }, transfer);
+  } catch (error) {
+    self.postMessage({ id, error: error && error.message ? error.message : String(error) });
+  }
+}
+
 self.onmessage = async (message) => {
+  if (message.data.call) {
+    // One call at a time: a listing walks once, decodes do not interleave on the decoder.
+    calls = calls.then(() => answerCall(message.data));
+    return;
+  }
   const source = message.data.source;
   const options = message.data.options || {};
   let origin = null;

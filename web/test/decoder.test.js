@@ -8,6 +8,7 @@
 const assert = require('assert');
 const { execFileSync } = require('child_process');
 const fs = require('fs');
+const http = require('http');
 const path = require('path');
 
 const env = (name) => { if (!process.env[name]) throw new Error(`${name} is not set`); return process.env[name]; };
@@ -17,6 +18,7 @@ const root = env('ZUL_WEB_ROOT');
 const data = env('ZUL_DATA');
 const scratch = fs.mkdtempSync(path.join(env('ZUL_WEB_SCRATCH'), 'decoder-'));
 const zul = require(path.join(root, 'src', 'zul_node.js'));
+const { ZulFile } = require(path.join(root, 'src', 'zul_loader.js'));
 
 // Each cloud with the options that give it every attribute it has, in several chunks.
 const CASES = [
@@ -122,6 +124,48 @@ function pieces(bytes, seed) {
       checkAgainst(nativeBroken, result, `${name} ${kind}`);
     }
   }
+  // ZulFile: the chunk list by walking headers, and chosen chunks decoded, from bytes and by
+  // range requests, whole and truncated.
+  const server = http.createServer((req, res) => {
+    const bytes = fs.readFileSync(path.join(scratch, decodeURIComponent(req.url.slice(1))));
+    const [, from, to] = /^bytes=(\d+)-(\d+)$/.exec(req.headers.range);
+    const last = Math.min(Number(to), bytes.length - 1);
+    res.writeHead(206, { 'Content-Range': `bytes ${from}-${last}/${bytes.length}` });
+    res.end(bytes.subarray(Number(from), last + 1));
+  });
+  await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
+  for (const name of ['sample_c.las.zul', 'sample_c.las.zul.truncated', 'colored_cloud.pcd.zul']) {
+    const file = path.join(scratch, name);
+    const native = nativeDecode(file);
+    const sources = [['bytes', { bytes: new Uint8Array(fs.readFileSync(file)) }], ['url', { url: `http://127.0.0.1:${server.address().port}/${name}` }]];
+    for (const [kind, source] of sources) {
+      const opened = await ZulFile.open(wasm, source);
+      const { chunks, damage } = await opened.listChunks();
+      assert.strictEqual(damage === null, native.status === 0, `${name} by ${kind}: damage ${JSON.stringify(damage)}`);
+      if (damage) assert.strictEqual(damage.chunk, native.failedChunk, `${name} by ${kind}: damaged chunk`);
+      const listed = damage ? native.chunks.slice(0, native.failedChunk) : native.chunks;
+      checkAgainst({ chunks: listed, positions: null, colors: null, reflections: null, normals: null }, { chunks }, `${name} by ${kind}`);
+      const pick = [chunks.length - 1, 0, 1, 2, 4];
+      const decoded = await opened.decodeChunks(pick);
+      const first = [0];
+      listed.forEach((c) => first.push(first[first.length - 1] + c.numPoints));
+      pick.forEach((k, i) => {
+        for (const [array, bytesPerValue, perPoint] of [['positions', 8, 3], ['colors', 1, 3], ['reflections', 4, 1], ['normals', 4, 3]]) {
+          if (!native[array]) continue;
+          const width = bytesPerValue * perPoint;
+          const expected = native[array].subarray(first[k] * width, first[k + 1] * width);
+          const got = decoded[i][array];
+          assert.ok(expected.equals(Buffer.from(got.buffer, got.byteOffset, got.byteLength)), `${name} by ${kind}: chunk ${k} ${array}`);
+        }
+      });
+      if (kind === 'url') {
+        assert.strictEqual(opened.requests, 1 + chunks.length + (damage ? 1 : 0) + 3, `${name}: requests`);
+      }
+      opened.close();
+    }
+  }
+  server.close();
+
   // Not a zul file, and one cut inside its file header: refused, nothing listed.
   for (const [bytes, pattern] of [[fs.readFileSync(path.join(data, 'bun0.pcd')), /bad signature/],
     [fs.readFileSync(path.join(scratch, 'bun0.pcd.zul')).subarray(0, 20), /file header: truncated/]]) {

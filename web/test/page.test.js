@@ -237,6 +237,33 @@ async function screenshotContent(page) {
         console.error(`page: ${name}: FAILED\n${error.stack}`);
       }
     }
+    // The module's own calls in the page: list the chunks, decode a few, in the worker.
+    try {
+      log.length = 0;
+      await page.goto(`${origin}/web/page/index.html`);
+      const r = await page.evaluate(async () => {
+        const { ZulWorkerFile } = await import('/web/src/zul.js');
+        const file = await ZulWorkerFile.open({ url: '/range/sample.zul' });
+        const { chunks, damage } = await file.listChunks();
+        const decoded = await file.decodeChunks([3, 4, 9]);
+        file.close();
+        const bytes = decoded.map((d) => new Uint8Array(d.positions.buffer, d.positions.byteOffset, d.positions.byteLength));
+        return { chunks, damage, positions: btoa(bytes.map((b) => String.fromCharCode(...b)).join('')) };
+      });
+      assert.strictEqual(r.damage, null);
+      assert.deepStrictEqual(r.chunks.map((c) => [c.offset, c.size, c.numPoints, c.min, c.max]),
+        listing.map((c) => [c.offset, c.size, c.numPoints, c.min, c.max]));
+      const first = [0];
+      listing.forEach((c) => first.push(first[first.length - 1] + c.numPoints));
+      const native = fs.readFileSync(path.join(scratch, 'dump.positions'));
+      const expected = Buffer.concat([3, 4, 9].map((k) => native.subarray(first[k] * 24, first[k + 1] * 24)));
+      assert.ok(Buffer.from(r.positions, 'base64').equals(expected), 'decoded positions differ');
+      assert.strictEqual(log.filter((q) => q.path === '/range/sample.zul').length, 1 + listing.length + 2);
+      console.log('page: the module listing and decoding chunks: ok');
+    } catch (error) {
+      failed += 1;
+      console.error(`page: the module listing and decoding chunks: FAILED\n${error.stack}`);
+    }
     // zul view: its own server, the page and the file from the build tree.
     try {
       const viewer = spawn(tool, ['view', '--no-open', '--port', '0', sample], { stdio: ['ignore', 'pipe', 'inherit'] });
