@@ -188,7 +188,7 @@ function open(source, name) {
       view.notes.push(event.message);
       if (event.sampled) view.sampled = true;
     } else if (event.type === 'damage') {
-      view.damage = event.damage;
+      if (!view.damage) view.damage = event.damage;
       view.errors.push(`Damaged file: ${event.damage.message}; the intact chunks are shown`);
     } else if (event.type === 'error') {
       view.errors.push(event.message);

@@ -144,23 +144,28 @@
     }
   }
 
-  // Walks a stream whose bytes arrive in order, in slices of any size, from `start` (0 or the
-  // offset of a chunk once the head is known). For each complete chunk it calls
-  // onChunk(listing, bytes) where `bytes` is the whole chunk, or with null bytes if
+  // Walks a stream whose bytes arrive in order, in slices of any size. For each complete chunk it
+  // calls onChunk(listing, bytes) where `bytes` is the whole chunk, or with null bytes if
   // wantBody(listing) said no (the body is then skipped, not kept). It keeps at most one chunk.
+  // A damaged chunk stops the walk, as it stops the native index; with `resync`, the walk goes on
+  // from the next place the stream's sync marker appears, and every damage is reported to
+  // onDamage (chunks are then numbered as this walk counts them).
   class StreamWalker {
     constructor(decoder, handlers) {
       this.decoder = decoder;
       this.onHeader = handlers.onHeader || (() => {});
       this.onChunk = handlers.onChunk || (() => {});
       this.wantBody = handlers.wantBody || (() => true);
+      this.onDamage = handlers.onDamage || (() => {});
+      this.resync = Boolean(handlers.resync);
+      this.damages = [];
+      this.halted = false;
       this.buffer = new Uint8Array(0);
       this.length = 0;      // bytes held in buffer
       this.offset = 0;      // stream offset of buffer[0]
       this.state = 'signature';
       this.need = 8;
       this.chunkIndex = 0;
-      this.damage = null;   // {status, message, chunk, offset}
       this.fileError = null;
       this.skipping = 0;
     }
@@ -176,11 +181,20 @@
 
     // The stream offset of the next byte the walker expects.
     get position() { return this.offset + this.length; }
-    get stopped() { return this.damage !== null || this.fileError !== null; }
+    get stopped() { return this.halted || this.fileError !== null; }
+    // The first damage: {status, message, chunk, offset}, or null.
+    get damage() { return this.damages[0] || null; }
 
     push(bytes) {
       let at = 0;
       while (at < bytes.length && !this.stopped) {
+        if (this.state === 'resync') {
+          const take = Math.min(1 << 16, bytes.length - at);
+          this.hold(bytes.subarray(at, at + take));
+          at += take;
+          this.searchMarker();
+          continue;
+        }
         if (this.skipping > 0) {
           const take = Math.min(this.skipping, bytes.length - at);
           this.skipping -= take;
@@ -210,15 +224,53 @@
     fail(status, where) {
       if (this.state === 'signature' || this.state === 'fileHeader') {
         this.fileError = new ZulError(status, where);
+        return;
+      }
+      const error = new ZulError(status, `chunk ${this.chunkIndex} at byte ${this.offset}`);
+      const damage = { status, message: error.message, chunk: this.chunkIndex, offset: this.offset };
+      this.damages.push(damage);
+      if (this.resync && status === CORRUPT && this.state === 'chunk') {
+        // Reported when the walk finds where to go on, or at the end.
+        this.state = 'resync';
+        this.searchFrom = 1;
+        this.searchMarker();
       } else {
-        const error = new ZulError(status, `chunk ${this.chunkIndex} at byte ${this.offset}`);
-        this.damage = { status, message: error.message, chunk: this.chunkIndex, offset: this.offset };
+        this.halted = true;
+        this.onDamage(damage);
       }
     }
 
+    // Looks for the sync marker in the bytes held; found, the walk goes on from there.
+    searchMarker() {
+      const marker = this.decoder.syncMarker;
+      const held = this.buffer;
+      for (let i = this.searchFrom; i + 16 <= this.length; ++i) {
+        if (held[i] !== marker[0] || !this.decoder.markerMatches(held.subarray(i, i + 16))) continue;
+        const rest = held.slice(i, this.length);
+        const damage = this.damages[this.damages.length - 1];
+        damage.resumedAt = this.offset + i;
+        damage.message += `; read on from the next chunk found, at byte ${damage.resumedAt}`;
+        this.onDamage(damage);
+        this.offset += i;
+        this.length = 0;
+        this.nextChunk();
+        this.push(rest);
+        return;
+      }
+      // Keep the last 15 bytes: a marker may begin among them.
+      const keep = Math.min(15, this.length);
+      held.copyWithin(0, this.length - keep, this.length);
+      this.offset += this.length - keep;
+      this.length = keep;
+      this.searchFrom = 0;
+    }
+
+    // False after a wrong marker, which is reported.
     checkMarker() {
       this.markerChecked = true;
-      if (!this.decoder.markerMatches(this.buffer)) this.fail(CORRUPT);
+      if (this.decoder.markerMatches(this.buffer)) return true;
+      this.fail(CORRUPT);
+      return false;
     }
 
     step() {
@@ -233,8 +285,7 @@
           this.need = 16 + info.chunkHeaderSize;
           this.onHeader(info, this.offset);
         } else if (this.state === 'chunk') {
-          if (!this.markerChecked) this.checkMarker();
-          if (this.stopped) return;
+          if (!this.markerChecked && !this.checkMarker()) return;
           const head = this.decoder.chunkHead(bytes, `chunk ${this.chunkIndex}`);
           this.listing = Object.assign(head, {
             index: this.chunkIndex, offset: this.offset, size: this.need + head.bodySize,
@@ -276,6 +327,12 @@
 
     // The stream ended: a clean end only at a chunk boundary.
     end() {
+      if (this.state === 'resync') {
+        const damage = this.damages[this.damages.length - 1];
+        damage.message += '; no chunk found after it';
+        this.onDamage(damage);
+        return;
+      }
       if (this.stopped) return;
       if (this.state === 'signature' || this.state === 'fileHeader') {
         this.fail(TRUNCATED, this.state === 'signature' ? 'signature' : 'file header');
@@ -286,7 +343,8 @@
   }
 
   // Everything of a stream held in `bytes`: its header, its chunk listing, and the points of every
-  // intact chunk in stream order (or only those `select(listing)` wants).
+  // intact chunk in stream order (or only those `select(listing)` wants); with `resync`, also
+  // the chunks after a damaged one (see StreamWalker); `damages` lists every damage.
   function decodeBytes(wasm, bytes, options = {}) {
     const decoder = new Decoder(wasm, options);
     const chunks = [];
@@ -295,6 +353,7 @@
       const walker = new StreamWalker(decoder, {
         onHeader: (info) => { header = info; },
         wantBody: options.select || (() => true),
+        resync: options.resync,
         onChunk: (listing, chunkBytes) => {
           const entry = Object.assign({}, listing);
           if (chunkBytes) Object.assign(entry, decoder.decodeChunk(chunkBytes, `chunk ${listing.index}`));
@@ -304,7 +363,7 @@
       walker.push(bytes);
       walker.end();
       if (walker.fileError) throw walker.fileError;
-      return { header, chunks, damage: walker.damage };
+      return { header, chunks, damage: walker.damage, damages: walker.damages };
     } finally {
       decoder.close();
     }

@@ -137,10 +137,11 @@
       onHeader: (info) => { header = info; emit({ type: 'header', info, fileSize: chooser.fileSize }); },
       wantBody: (listing) => chooser.wants(listing),
       onChunk: deliver,
+      onDamage: (damage) => emit({ type: 'damage', damage }),
+      resync: true,
     });
     const finishWalk = () => {
       if (walker.fileError) throw walker.fileError;
-      if (walker.damage) emit({ type: 'damage', damage: walker.damage });
     };
 
     try {
@@ -203,7 +204,8 @@
     }
     // Without the file's size (another origin that does not expose Content-Range) the chunk
     // headers cannot be walked to the end: the rest is read as one stream, the choice made on it.
-    if (fileSize === null || (!chooser.box && chooser.stride === 1)) {
+    // After damage the walk has no chunk boundary to go on from by offset: also one stream.
+    if (fileSize === null || walker.state === 'resync' || (!chooser.box && chooser.stride === 1)) {
       // Everything is wanted: the rest of the file in one request, walked as it arrives.
       const rest = await request(url, [reached], counter);
       if (!rest.partial) throw new Error(`${url}: the server answered a range request with the whole file`);
@@ -253,7 +255,7 @@
       }
       k = end;
     }
-    walker.damage = damage;
+    if (damage) emit({ type: 'damage', damage });
   }
 
   // The listing of chunk `index` from its head bytes (marker and header, or what the file holds of

@@ -123,6 +123,22 @@ function pieces(bytes, seed) {
       assert.match(result.damage.message, new RegExp(`chunk ${chunk} at byte ${native.chunks[chunk].offset}`));
       checkAgainst(nativeBroken, result, `${name} ${kind}`);
     }
+    // With resync, a broken marker costs its chunk alone: every other chunk as the native decoder
+    // gives it, numbered as the walk counts them.
+    const broken = damaged[1][1];
+    const resynced = zul.decodeBytes(wasm, broken, { resync: true });
+    assert.strictEqual(resynced.damages.length, 1);
+    assert.match(resynced.damage.message, new RegExp(`chunk 1 at byte ${native.chunks[1].offset}: corrupt data; read on from the next chunk found, at byte ${native.chunks[2].offset}`));
+    const kept = native.chunks.filter((c, k) => k !== 1);
+    const first = [0];
+    native.chunks.forEach((c) => first.push(first[first.length - 1] + c.numPoints));
+    const without = {};
+    for (const [array, bytesPerValue] of ARRAYS) {
+      const width = (array === 'reflections' ? 1 : 3) * bytesPerValue;
+      without[array] = native[array] && Buffer.concat([native[array].subarray(0, first[1] * width), native[array].subarray(first[2] * width)]);
+    }
+    checkAgainst(Object.assign(without, { chunks: kept }),
+      resynced, `${name} resynced`);
   }
   // ZulFile: the chunk list by walking headers, and chosen chunks decoded, from bytes and by
   // range requests, whole and truncated.

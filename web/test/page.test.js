@@ -25,6 +25,9 @@ const listing = JSON.parse(execFileSync(env('ZUL_REFERENCE'), [sample, path.join
 const cut = listing[Math.floor(listing.length / 2)];
 fs.writeFileSync(path.join(scratch, 'cut.zul'), fs.readFileSync(sample).subarray(0, cut.offset + 100));
 fs.copyFileSync(path.join(data, 'bun0.pcd'), path.join(scratch, 'bun0.pcd'));
+const marked = fs.readFileSync(sample);
+marked[cut.offset + 3] ^= 0xff;  // the sync marker of the middle chunk
+fs.writeFileSync(path.join(scratch, 'marker.zul'), marked);
 
 // ---- the test server: /web/ the page, /range/ files with ranges, /plain/ files without ----
 const log = [];
@@ -125,6 +128,13 @@ const ROWS = [
     assert.ok(v.errors.some((e) => e.includes(`chunk ${firstCut} at byte ${cut.offset}: truncated`)), v.errors.join('; '));
     assert.match(v.statusText, /intact chunks/);
   }]),
+  ['a broken chunk in the middle', '/range/marker.zul', '&first=2048', (v) => {
+    assert.strictEqual(v.chunksLoaded, listing.length - 1);
+    assert.strictEqual(v.points, total - cut.numPoints);
+    assert.strictEqual(v.damage.offset, cut.offset);
+    const next = listing[firstCut + 1].offset;
+    assert.ok(v.errors.some((e) => e.includes(`at byte ${cut.offset}: corrupt data; read on from the next chunk found, at byte ${next}`)), v.errors.join('; '));
+  }],
   ['range answers without the size', '/sizeless/sample.zul', '&first=4096', (v, requests) => {
     assert.strictEqual(v.points, info.points);
     assert.deepStrictEqual(v.errors, []);
