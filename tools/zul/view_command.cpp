@@ -71,8 +71,15 @@ std::string findWebRoot() {
     std::error_code error;
     const fs::path tool = fs::read_symlink("/proc/self/exe", error);
     if (error) return "";
-    const fs::path root = tool.parent_path().parent_path() / "share" / "zul" / "web";
-    return holdsPage(root) ? root.string() : "";
+    // Installed: PREFIX/bin/zul and PREFIX/share/zul/web; built: the tool a folder or two below
+    // the build folder, which holds share/zul/web.
+    fs::path folder = tool.parent_path();
+    for (int up = 0; up < 3 && folder.has_parent_path(); ++up) {
+        folder = folder.parent_path();
+        if (holdsPage(folder / "share" / "zul" / "web"))
+            return (folder / "share" / "zul" / "web").string();
+    }
+    return "";
 }
 
 int runView(const ViewOptions& options) {

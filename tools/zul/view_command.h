@@ -20,8 +20,9 @@ void addViewOptions(CLI::App& app, ViewOptions& options);
 // Serves until interrupted; returns 1 if a file or the page cannot be served.
 int runView(const ViewOptions& options);
 
-// The folder of the viewer page: $ZUL_WEB_ROOT, else share/zul/web beside the tool's folder (as
-// installed, and as the build tree lays it out); "" when none holds the page.
+// The folder of the viewer page: $ZUL_WEB_ROOT, else share/zul/web in the tool's folder's
+// parent (as installed) or in the folder one or two above that (the build folder); "" when none
+// holds the page.
 std::string findWebRoot();
 
 }  // namespace zultool
