@@ -180,12 +180,14 @@ async function screenshotContent(page) {
     context.drawImage(image, 0, 0);
     const pixels = context.getImageData(0, 0, image.width, image.height).data;
     let drawn = 0;
+    let digest = 0;
     const colours = new Set();
     for (let i = 0; i < pixels.length; i += 4) {
       if (pixels[i] !== 0x11 || pixels[i + 1] !== 0x11 || pixels[i + 2] !== 0x11) drawn += 1;
       colours.add((pixels[i] << 16) | (pixels[i + 1] << 8) | pixels[i + 2]);
+      digest = (Math.imul(digest, 31) + ((pixels[i] << 16) | (pixels[i + 1] << 8) | pixels[i + 2])) | 0;
     }
-    return { drawn: drawn / (pixels.length / 4), colours: colours.size };
+    return { drawn: drawn / (pixels.length / 4), colours: colours.size, digest };
   }, png.toString('base64'));
 }
 
@@ -211,6 +213,22 @@ async function screenshotContent(page) {
         if (name === 'whole file by ranges') {
           const shot = await screenshotContent(page);
           assert.ok(shot.drawn > 0.005 && shot.colours > 20, `blank screenshot: ${JSON.stringify(shot)}`);
+          // Another colouring, an orbit by the mouse, and Fit: each changes the picture.
+          const shots = [shot];
+          await page.selectOption('#colour', 'height');
+          shots.push(await screenshotContent(page));
+          const box = await page.locator('#view canvas').boundingBox();
+          await page.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
+          await page.mouse.down();
+          await page.mouse.move(box.x + box.width / 2 + 120, box.y + box.height / 2 + 40, { steps: 5 });
+          await page.mouse.up();
+          shots.push(await screenshotContent(page));
+          await page.click('#fit');
+          shots.push(await screenshotContent(page));
+          for (let k = 1; k < shots.length; ++k) {
+            assert.notStrictEqual(shots[k].digest, shots[k - 1].digest, `picture ${k} unchanged`);
+            assert.ok(shots[k].drawn > 0.005, `picture ${k} blank`);
+          }
         }
         assert.deepStrictEqual(pageErrors, []);
         console.log(`page: ${name}: ok`);
