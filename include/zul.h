@@ -495,8 +495,10 @@ ZUL_API void zul_in_close(zul_in_Context* context);
 #endif
 
 /* The record layouts are part of the interface: a host compiled against this header and the
- * library must agree byte for byte. */
-#if defined(__cplusplus)
+ * library must agree byte for byte. The WebAssembly decoder (web/) is a 32-bit build of its own
+ * that no host links: its records stay inside it. */
+#if defined(__wasm32__)
+#elif defined(__cplusplus)
 #define ZUL_LAYOUT_CHECK(cond, what) static_assert(cond, what)
 #elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define ZUL_LAYOUT_CHECK(cond, what) _Static_assert(cond, what)
