@@ -2,6 +2,7 @@
 #   lib/libzul.so.1.1.0 (soname libzul.so.1) and its links
 #   include/zul.h, include/zul_bulk.h, include/zul.hpp and include/zul/*.hpp: the C API, its
 #   bulk calls and their C++ classes
+#   lib/libzul_companion.so.1.1.0 and include/zul_companion.h: the companion file's library
 #   include/zul/<folder>/*.h: the exported classes of the library, for C++ hosts that use them
 #   lib/cmake/zul/: the package for find_package(zul 1.1), giving the target zul::zul
 #   lib/pkgconfig/zul.pc
@@ -14,6 +15,12 @@ install(TARGETS zul EXPORT zulTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES include/zul.h include/zul_bulk.h include/zul.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# The companion file's library (zul::companion) and its header; zul/companion.hpp comes with
+# the other classes below.
+install(TARGETS zul_companion EXPORT zulTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES include/zul_companion.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY include/zul/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zul
         FILES_MATCHING PATTERN "*.hpp")
 
@@ -22,7 +29,7 @@ install(DIRECTORY include/zul/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zul
 # their copies include "zul/frame/header2.h" and need no include path but the prefix's.
 set(ZUL_CLASS_HEADERS
   frame/bounding_box.h frame/data_type.h frame/file_header.h frame/file_signature.h
-  frame/header2.h frame/random_generator.h frame/sync_marker.h frame/wrapping.h
+  frame/compiler.h frame/header2.h frame/random_generator.h frame/sync_marker.h frame/wrapping.h
   entropy/bit_stream_in.h entropy/bit_stream_out.h entropy/cvr.h entropy/prefix_optimizer.h
   entropy/quantized_point.h
   encoder/enc_context.h

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "zul.h"
+#include "zul_bulk.h"
 
 // A failed check is a finding: the process aborts, which libFuzzer reports with the input, and
 // which fails the replay of a corpus.
@@ -40,10 +41,20 @@ namespace zulfuzz {
 }
 
 // A chunk may hold a billion identical points in a few bytes, all of them valid, so the targets
-// behave as a caller with a memory budget would: chunks of more points are skipped, not decoded.
-// Under AddressSanitizer a failed allocation aborts instead of throwing, so this budget, not
-// std::bad_alloc, is what keeps a run inside its memory limit.
-constexpr int64_t kMaxPointsDecoded = int64_t{1} << 20;
+// behave as a host with a memory budget does, the budget of the bulk layer: a chunk whose claimed
+// count would decode into more than ZUL_BULK_DEFAULT_CHUNK_BUDGET bytes is skipped from its header,
+// and no run keeps more than kMaxPointsDecoded points. Under AddressSanitizer a failed allocation
+// aborts instead of throwing, so these budgets, not std::bad_alloc, keep a run inside its memory.
+constexpr int64_t kMaxPointsDecoded = int64_t{1} << 22;
+
+// True if decoding a chunk of `numPoints` points of the type passes the bulk layer's budget.
+inline bool overChunkBudget(int64_t numPoints, const zul_DataType& type) {
+    const int64_t perPoint = ZUL_BULK_DECODED_BYTES_PER_POINT + 24 +
+                             (type.colorMode != zul_COLOR_NONE ? 3 : 0) +
+                             (type.reflectionMode != zul_REFLECTION_NONE ? 4 : 0) +
+                             (type.normalMode != zul_NORMAL_NONE ? 12 : 0);
+    return numPoints * perPoint > ZUL_BULK_DEFAULT_CHUNK_BUDGET;
+}
 
 // The owner of a handle or record, released on every way out of a check, a failed one included.
 template <class T, void (*release)(T*)>
@@ -93,8 +104,10 @@ struct DecodedStream {
     bool endedInBody = false;
     // Points in the chunk headers read, decoded or not.
     int64_t pointsDeclared = 0;
-    // A chunk held more points than the budget and was skipped.
+    // A chunk passed the chunk budget, or its points the run's, and was skipped.
     bool skippedChunk = false;
+    // The first chunk skipped for the chunk budget (where the chunk index stops), or -1.
+    int64_t overBudgetChunk = -1;
 };
 
 DecodedStream decodeInMemory(const uint8_t* data, size_t size, int applyTransformation);

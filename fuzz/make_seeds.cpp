@@ -4,6 +4,8 @@
 //   round_trip/   inputs of the write-and-read target for the same combinations, in chunks of 16
 //                 and of 7 points, the latter with non-finite positions, exact ties and a normal
 //                 too short among them
+//   companions/   companions of some of the streams: every column type, with and without the
+//                 input's order, metadata; one of no field and no chunk; a one-blob frame
 // Everything is computed here from a fixed seed; nothing comes from elsewhere.
 //
 //   make_seeds <folder>
@@ -12,12 +14,14 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "fuzz_support.h"
+#include "zul_companion.h"
 
 namespace fs = std::filesystem;
 using namespace zulfuzz;
@@ -101,6 +105,87 @@ void writeStream(const fs::path& path, const Seed& seed) {
         throw std::runtime_error("cannot write " + path.string());
 }
 
+// A companion of the stream file `stream`: `numFields` columns of the types in turn (values from
+// `random`, some rising, some constant), the order when asked, and metadata.
+std::vector<uint8_t> companionOf(const fs::path& stream, int numFields, bool withOrder,
+                                 std::mt19937& random) {
+    zul_xout_Writer writer = nullptr;
+    bool ok = zul_xout_open(&writer, nullptr) == zul_STATUS_OK;
+    for (int f = 0; f < numFields; ++f) {
+        const auto type = static_cast<zul_FieldType>(zul_FIELD_U8 + f % 11);
+        ok = ok && zul_xout_addField(writer, ("field" + std::to_string(f)).c_str(), type, 1 + f % 5,
+                                     nullptr) == zul_STATUS_OK;
+    }
+    if (withOrder) ok = ok && zul_xout_keepOrder(writer) == zul_STATUS_OK;
+    const char source[] = "ply\nformat binary_little_endian 1.0\nend_header\n";
+    ok = ok &&
+         zul_xout_setSource(writer, zul_SOURCE_PLY, source, sizeof source - 1) == zul_STATUS_OK;
+    ok = ok && zul_xout_setFormat(writer, "ply") == zul_STATUS_OK;
+    ok = ok && zul_xout_addConvention(writer, "colour scale", "257") == zul_STATUS_OK;
+    ok = ok && zul_xout_bindStreamFile(writer, stream.c_str()) == zul_STATUS_OK;
+    zul_idx_Index index = nullptr;
+    ok = ok && zul_idx_openFile(&index, stream.c_str(), nullptr) == zul_STATUS_OK;
+    int64_t numChunks = 0;
+    if (ok) zul_idx_getCounts(index, &numChunks, nullptr);
+    for (int64_t c = 0; c < numChunks && ok; ++c) {
+        zul_idx_Chunk chunk;
+        zul_idx_getChunk(index, c, &chunk);
+        const size_t n = static_cast<size_t>(chunk.numPoints);
+        for (int f = 0; f < numFields; ++f) {
+            std::vector<uint8_t> values(n * 8 * 5);
+            uint8_t value = static_cast<uint8_t>(random());
+            for (size_t i = 0; i < values.size(); ++i)
+                values[i] = f % 3 == 0   ? static_cast<uint8_t>(random())
+                            : f % 3 == 1 ? value++
+                                         : value;
+            ok =
+                zul_xout_writeColumn(writer, c, f, values.data(), chunk.numPoints) == zul_STATUS_OK;
+        }
+        std::vector<uint64_t> order(n);
+        for (size_t i = 0; i < n; ++i) order[i] = (i * 5 + static_cast<size_t>(c)) % n;
+        if (withOrder)
+            ok = ok &&
+                 zul_xout_writeOrder(writer, c, order.data(), chunk.numPoints) == zul_STATUS_OK;
+    }
+    zul_idx_close(&index);
+    const void* bytes = nullptr;
+    size_t size = 0;
+    ok = ok && zul_xout_finish(writer, &bytes, &size) == zul_STATUS_OK;
+    std::vector<uint8_t> result;
+    if (ok)
+        result.assign(static_cast<const uint8_t*>(bytes),
+                      static_cast<const uint8_t*>(bytes) + size);
+    zul_xout_close(&writer);
+    if (!ok) throw std::runtime_error("cannot make a companion of " + stream.string());
+    return result;
+}
+
+void writeCompanionSeeds(const fs::path& folder) {
+    fs::create_directories(folder / "companions");
+    std::mt19937 random(2);
+    const fs::path streams = folder / "streams";
+    save(folder / "companions" / "all_types_ordered.zulx",
+         companionOf(streams / (nameOf(23) + ".zul"), 11, true, random));
+    save(folder / "companions" / "all_types.zulx",
+         companionOf(streams / (nameOf(5) + ".zul"), 11, false, random));
+    save(folder / "companions" / "raw_fields.zulx",
+         companionOf(streams / "identical_points.zul", 3, true, random));
+    save(folder / "companions" / "one_point.zulx",
+         companionOf(streams / "one_point.zul", 2, true, random));
+    save(folder / "companions" / "empty.zulx",
+         companionOf(streams / "no_chunk.zul", 0, false, random));
+    // A blob of a stream and its companion.
+    std::ifstream in(streams / "one_point.zul", std::ios::binary);
+    const std::vector<uint8_t> stream{std::istreambuf_iterator<char>(in), {}};
+    const std::vector<uint8_t> companion = companionOf(streams / "one_point.zul", 1, false, random);
+    std::vector<uint8_t> blob(24 + stream.size() + companion.size());
+    size_t size = 0;
+    if (zul_xblob_pack(stream.data(), stream.size(), companion.data(), companion.size(),
+                       blob.data(), blob.size(), &size) != zul_STATUS_OK)
+        throw std::runtime_error("cannot pack a blob");
+    save(folder / "companions" / "blob.bin", blob);
+}
+
 void writeSeeds(const fs::path& folder) {
     fs::create_directories(folder / "streams");
     fs::create_directories(folder / "round_trip");
@@ -139,6 +224,19 @@ void writeSeeds(const fs::path& folder) {
     seed.settings.chunkSizeMinus1 = 19;
     seed.points.assign(20, surfacePoints(random, 1)[0]);
     writeStream(folder / "streams" / "identical_points.zul", seed);
+    // Decompression bombs: those identical points claiming the largest count a decoder serves,
+    // and a count just over the chunk budget of any data type (64 bytes a point at least).
+    std::ifstream in(folder / "streams" / "identical_points.zul", std::ios::binary);
+    std::vector<uint8_t> bomb((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
+    const size_t count = ZUL_SIGNATURE_SIZE + ZUL_FILE_HEADER_SIZE_V1 + ZUL_SYNC_MARKER_SIZE + 48;
+    const auto claim = [&](uint32_t points, const char* name) {
+        for (int i = 0; i < 4; ++i) bomb.at(count + i) = static_cast<uint8_t>(points >> (8 * i));
+        save(folder / "streams" / name, bomb);
+    };
+    claim(ZUL_MAX_DECODED_CHUNK_POINTS, "bomb.zul");
+    claim(static_cast<uint32_t>(ZUL_BULK_DEFAULT_CHUNK_BUDGET / 64 + 1), "over_budget.zul");
+    writeCompanionSeeds(folder);
 }
 
 }  // namespace

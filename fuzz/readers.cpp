@@ -9,8 +9,8 @@
 namespace zulfuzz {
 namespace {
 
-const size_t kSignatureSize = 8;
-const size_t kMarkerSize = 16;
+const size_t kSignatureSize = ZUL_SIGNATURE_SIZE;
+const size_t kMarkerSize = ZUL_SYNC_MARKER_SIZE;
 
 // No chunk header is in force: there is neither a count nor a body to decode.
 void checkNoChunkHeader(zul_dec_Context decoder, const char* bytes) {
@@ -25,6 +25,7 @@ zul_Status decodeChunks(zul_dec_Context decoder, const uint8_t* data, size_t siz
                         size_t chunkHeaderSize, const char* syncMarker, bool transformed,
                         DecodedStream& out) {
     zul_PointData last{};  // the arrays of the last decoded body, which stay valid
+    int64_t chunks = 0;    // chunk headers accepted
     for (;;) {
         if (offset == size) return zul_STATUS_END_OF_FILE;
         if (size - offset < kMarkerSize) return zul_STATUS_TRUNCATED;
@@ -52,8 +53,11 @@ zul_Status decodeChunks(zul_dec_Context decoder, const uint8_t* data, size_t siz
         }
         const char* body = reinterpret_cast<const char*>(data + offset);
         offset += static_cast<size_t>(bodySize);
-        if (numPoints > kMaxPointsDecoded) {
-            // Skipped as a caller over its budget would: the next header simply follows.
+        const bool overBudget = overChunkBudget(numPoints, out.dataType);
+        if (overBudget && out.overBudgetChunk < 0) out.overBudgetChunk = chunks;
+        ++chunks;
+        if (overBudget || static_cast<int64_t>(out.points.size()) + numPoints > kMaxPointsDecoded) {
+            // Skipped as a host over its budget would: the next header simply follows.
             out.skippedChunk = true;
             continue;
         }

@@ -28,8 +28,7 @@ void checkCompressed(const uint8_t* data, size_t size, Serialization family, boo
     }
     std::vector<uint8_t>& blob = compressed.compressedData;
     if (!keepChecksum && blob.size() >= kBlobHeadSize) {
-        const uint64_t sum = blobChecksum(compressed.cloud, blob.data() + kBlobHeadSize,
-                                          blob.size() - kBlobHeadSize);
+        const uint64_t sum = blobChecksum(compressed.cloud, blob.data(), blob.size());
         for (int b = 0; b < 8; ++b) blob[32 + b] = uint8_t(sum >> (8 * b));
     }
     PointCloud2 restored;

@@ -20,6 +20,9 @@
  * are needed later. What the library hands out (signature, file header, chunks, decoded arrays)
  * belongs to the context that handed it out and is never freed by the caller.
  *
+ * Beside this header: zul_bulk.h (the chunk index, box queries, and decoding and writing whole
+ * clouds on threads, within a memory budget) and zul.hpp (C++ classes over both).
+ *
  * This header compiles as C99 and as C++.
  */
 #ifndef ZUL_H
@@ -201,6 +204,36 @@ ZUL_API int zul_libversion_major(void);
 ZUL_API int zul_libversion_minor(void);
 /* Returns the patch version of the library: ZUL_VERSION_PATCH of its build. */
 ZUL_API int zul_libversion_patch(void);
+
+/* ---------------------------------------------------------------------------------------------
+ * Sizes and limits of the stream, for hosts that store or check its pieces. A stream is the
+ * signature, the file header, then chunks: each a sync marker, a chunk header and a body.
+ * ------------------------------------------------------------------------------------------- */
+
+/* Bytes of the pieces: the signature; the file header of version 1 and of version 2 (with a
+ * sensor header); the sync marker, which ends the file header and starts every chunk; a chunk
+ * header without attributes and with all three (4 bytes an attribute). */
+#define ZUL_SIGNATURE_SIZE 8
+#define ZUL_FILE_HEADER_SIZE_V1 28
+#define ZUL_FILE_HEADER_SIZE_V2 164
+#define ZUL_SYNC_MARKER_SIZE 16
+#define ZUL_CHUNK_HEADER_SIZE_MIN 56
+#define ZUL_CHUNK_HEADER_SIZE_MAX 68
+/* Points a chunk of the file writer by default, and at most (zul_out_setChunkSize). */
+#define ZUL_DEFAULT_CHUNK_SIZE 10000
+#define ZUL_MAX_CHUNK_SIZE 2147483646
+/* The largest count a decoder serves, 2^30 - 1; a chunk header claiming more is refused. */
+#define ZUL_MAX_DECODED_CHUNK_POINTS 1073741823
+
+/* What a claimed count costs. A chunk header claims its point count, and a chunk of identical
+ * points codes in a few bytes whatever the count: a file of 250 bytes may claim 2^30 - 1 points.
+ * Decoding a body of n points takes n working records of 40 bytes and output arrays of 24 bytes
+ * a point (a position), plus 3 (colour), 4 (reflection) and 12 (normal) for the attributes the
+ * data type has, and the arrays a decoder hands out grow to twice the largest count: up to about
+ * 130 bytes a claimed point, some 140 GB for the largest count.
+ * The families here keep no budget: a host that must cap memory reads the count after
+ * zul_dec_decodeChunkHeader (zul_dec_getNumPointsInChunk) and skips the body or stops when the
+ * count passes its budget; the bulk layer of zul_bulk.h does so by itself. */
 
 /* ---------------------------------------------------------------------------------------------
  * Starting records and the reproducible sync marker.
@@ -462,8 +495,10 @@ ZUL_API void zul_in_close(zul_in_Context* context);
 #endif
 
 /* The record layouts are part of the interface: a host compiled against this header and the
- * library must agree byte for byte. */
-#if defined(__cplusplus)
+ * library must agree byte for byte. The WebAssembly decoder (web/) is a 32-bit build of its own
+ * that no host links: its records stay inside it. */
+#if defined(__wasm32__)
+#elif defined(__cplusplus)
 #define ZUL_LAYOUT_CHECK(cond, what) static_assert(cond, what)
 #elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define ZUL_LAYOUT_CHECK(cond, what) _Static_assert(cond, what)

@@ -5,18 +5,30 @@
  * each lies, how many points it holds and its box, in grid units and in the coordinates a reader
  * gets. A box query picks the chunks that meet an axis-aligned box. The bulk decoder decodes all or
  * some chunks straight into contiguous arrays, on several threads, each with its own zul_dec_
- * context; the bulk encoder encodes contiguous arrays into a file, on several threads, each with
- * its own zul_enc_ context, and writes the same bytes as the file writer of zul.h.
+ * context. The bulk writer encodes contiguous arrays, cut into chunks as the caller says, into a
+ * file, on several threads, each with its own zul_enc_ context, and writes the same bytes as the
+ * file writer of zul.h for the same chunks.
+ *
+ * Statuses: those of zul.h and this layer's two, zul_STATUS_OVER_BUDGET and
+ * zul_STATUS_OUT_OF_MEMORY. Unlike the families of zul.h, no function here lets an exception
+ * out: a failed allocation, or a thread or lock the system refuses, is zul_STATUS_OUT_OF_MEMORY.
+ *
+ * Memory: an index never lists, and so the bulk decoder never decodes, a chunk whose decoded size
+ * passes the index's chunk budget (256 MiB unless zul_idx_setChunkBudget changes it): the
+ * chunk's claimed count, read from its header, times the bytes a point takes. Such a chunk is
+ * refused before anything is allocated, as zul_STATUS_OVER_BUDGET. What a whole decode takes is
+ * the caller's to judge from zul_idx_countPoints before allocating.
  *
  * Unlike zul.h, these functions start threads: a bulk call starts its threads and joins them
  * before it returns; nothing runs between calls. `threads` is the number of threads of a call,
  * the calling thread included: 0 means one a core of the machine, but no more than one for each
  * 65536 points (a small cloud is coded on the calling thread alone), a negative number is
- * refused, and no more threads are started than there are chunks.
+ * refused, and no more threads are started than there are chunks. A thread the system will not
+ * start leaves its work to the others (at worst the calling thread does it all).
  *
- * Threads: an index is read only after zul_idx_open*, so any number of threads may query it and
- * run bulk decodes on it at the same time; zul_idx_close must come after all of them. The bulk
- * encoder shares nothing between calls.
+ * Threads: an index is read only after zul_idx_open* (and zul_idx_setChunkBudget), so any number
+ * of threads may query it and run bulk decodes on it at the same time; zul_idx_close must come
+ * after all of them. A writer is used by one thread at a time; writers share nothing.
  *
  * This header compiles as C99 and as C++.
  */
@@ -28,6 +40,18 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* The statuses of this layer beyond zul.h's. */
+/* A chunk claims more points than the budget lets a reader decode (zul_idx_setChunkBudget). */
+#define zul_STATUS_OVER_BUDGET ((zul_Status)100)
+/* Memory (or a thread or lock) the call needs cannot be had; nothing is left half done but
+ * what the function names. */
+#define zul_STATUS_OUT_OF_MEMORY ((zul_Status)101)
+
+/* The budget of a new index: the decoded bytes one chunk may take, 256 MiB. */
+#define ZUL_BULK_DEFAULT_CHUNK_BUDGET ((int64_t)256 << 20)
+/* Working bytes a reader takes for each point of a chunk it decodes, beside the output arrays. */
+#define ZUL_BULK_DECODED_BYTES_PER_POINT 40
 
 /* One chunk of a stream, as its header describes it. */
 typedef struct zul_idx_Chunk {
@@ -54,14 +78,17 @@ typedef struct zul_bulk_Points {
     float* normals;       /* x, y, z a point */
 } zul_bulk_Points;
 
-typedef struct zul_idx_IndexStruct* zul_idx_Index; /* chunk index of one stream */
+typedef struct zul_idx_IndexStruct* zul_idx_Index;     /* chunk index of one stream */
+typedef struct zul_bulk_WriterStruct* zul_bulk_Writer; /* bulk writer of one file */
 
 /* ---------------------------------------------------------------------------------------------
  * Chunk index.
  * ------------------------------------------------------------------------------------------- */
 
 /* Opens `path`, reads its signature and file header and walks its chunk headers, skipping the
- * bodies. The file stays open until zul_idx_close, for the bulk decoder to read by offset. `params`
+ * bodies; a chunk whose decoded size passes ZUL_BULK_DEFAULT_CHUNK_BUDGET ends the list as damage
+ * would (zul_idx_setChunkBudget raises the budget and lists on). The file stays open until
+ * zul_idx_close, for the bulk decoder to read by offset. `params`
  * may be null (applyTransformation 1) and decides the coordinates of zul_idx_Chunk.min/max. A new
  * index is stored in `*index` before anything is checked, so unless `index` is null the caller
  * must pass it to zul_idx_close even when this fails. Returns zul_STATUS_OK when the signature and
@@ -99,12 +126,32 @@ ZUL_API zul_Status zul_idx_getChunk(zul_idx_Index index, int64_t chunk, zul_idx_
  * that ends cleanly after its last chunk; otherwise the status of the first chunk that could not be
  * listed: zul_STATUS_TRUNCATED (the stream ends inside its sync marker, header or body),
  * zul_STATUS_CORRUPT_DATA (a sync marker that is not the stream's, or a header no writer makes,
- * or 2^30 points or more, which no decoder serves) or zul_STATUS_READ_ERROR. `*chunk` gets that
+ * or 2^30 points or more, which no decoder serves), zul_STATUS_READ_ERROR, or
+ * zul_STATUS_OVER_BUDGET (a chunk whose decoded size passes the budget: zul_idx_setChunkBudget
+ * lists on) or zul_STATUS_OUT_OF_MEMORY (the list could not grow). `*chunk` gets that
  * chunk's number (the number of chunks listed), `*offset` its byte offset. Null out-pointers are
  * skipped. Returns zul_STATUS_OK, zul_STATUS_INVALID_ARGUMENT for a null `index`,
  * zul_STATUS_INVALID_STATE for an index whose open failed. Any thread. */
 ZUL_API zul_Status zul_idx_getDamage(zul_idx_Index index, zul_Status* status, int64_t* chunk,
                                      int64_t* offset);
+
+/* Sets the budget of the index: the decoded bytes one chunk may take, a chunk of n points taking
+ * n * (ZUL_BULK_DECODED_BYTES_PER_POINT + 24 + 3 with colours + 4 with reflections + 12 with
+ * normals). If the walk over the chunk headers stopped at a chunk over the old budget, it goes on
+ * from there with the new one: the list only grows. A lower budget removes no listed chunk (their
+ * decoded sizes are known from zul_idx_getChunk). Returns zul_STATUS_OK;
+ * zul_STATUS_INVALID_ARGUMENT for a null `index` or a budget below 1; zul_STATUS_INVALID_STATE
+ * for an index whose open failed; zul_STATUS_OUT_OF_MEMORY. Thread rule: as zul_idx_open*, no
+ * other call on the index may run at the same time. */
+ZUL_API zul_Status zul_idx_setChunkBudget(zul_idx_Index index, int64_t bytes);
+
+/* Hands back the byte sizes of the data streams of listed chunk number `chunk`, as its header
+ * declares them: sizes[0] the coordinates, sizes[1] the colours, sizes[2] the reflections,
+ * sizes[3] the normals, 0 for an attribute the stream lacks. Their sum is the body's size, the
+ * chunk's size less ZUL_SYNC_MARKER_SIZE and the chunk header. Returns zul_STATUS_OK;
+ * zul_STATUS_INVALID_ARGUMENT for a null argument or a number outside the list;
+ * zul_STATUS_INVALID_STATE for an index whose open failed. Any thread. */
+ZUL_API zul_Status zul_idx_getStreamSizes(zul_idx_Index index, int64_t chunk, int64_t sizes[4]);
 
 /* Selects the listed chunks whose box (zul_idx_Chunk.min/max) meets the closed box [min, max], in
  * stream order: their numbers go to `chunks`, at most `capacity` of them, and their count to
@@ -135,10 +182,10 @@ ZUL_API zul_Status zul_idx_countPoints(zul_idx_Index index, const int64_t* chunk
 /* Allocates arrays for `numPoints` points (0 or more) of the index's data type: positions always,
  * the attributes the stream has, null for the others; sets points->numPoints to `numPoints`.
  * Release them with zul_bulk_free. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null
- * argument or a negative count; zul_STATUS_INVALID_STATE for an index whose open failed. A count
- * the machine cannot hold ends in std::bad_alloc, as every failed allocation of the library: a
- * caller with a memory budget compares zul_idx_countPoints with it first (a chunk of identical
- * points holds up to 2^30 - 1 of them in a few bytes). Any thread. */
+ * argument or a negative count; zul_STATUS_INVALID_STATE for an index whose open failed;
+ * zul_STATUS_OUT_OF_MEMORY (nothing allocated, `*points` untouched) for a count the machine
+ * cannot hold. Every listed chunk is within the budget, but their sum is the caller's to judge:
+ * compare zul_idx_countPoints with what may be allocated first. Any thread. */
 ZUL_API zul_Status zul_bulk_allocate(zul_idx_Index index, int64_t numPoints,
                                      zul_bulk_Points* points);
 
@@ -165,32 +212,100 @@ ZUL_API zul_Status zul_bulk_decode(zul_idx_Index index, int threads, zul_bulk_Po
  * read or decoded, zul_STATUS_READ_ERROR, zul_STATUS_TRUNCATED (the file shrank) or
  * zul_STATUS_CORRUPT_DATA: the first such chunk of the list is named, the points of the chunks
  * before it are delivered whole and counted, nothing after them is promised. Thread rule: any
- * number of these calls may run on one index at once, on arrays of their own. */
+ * number of these calls may run on one index at once, on arrays of their own.
+ * A chunk whose points would lie outside its header's box (zul_idx_Chunk.gridMin/gridMax: a body
+ * damaged in a way its streams cannot show) is zul_STATUS_CORRUPT_DATA here, although the
+ * families of zul.h hand such points out: so a box query never misses a point a full decode
+ * gives. A failed allocation is zul_STATUS_OUT_OF_MEMORY, named like a chunk that failed.
+ * To decode one chunk by its place in the list (where it lies is in zul_idx_getChunk), pass its
+ * number alone: no caller needs to parse a chunk header. */
 ZUL_API zul_Status zul_bulk_decodeChunks(zul_idx_Index index, const int64_t* chunks,
                                          int64_t numChunks, int threads, zul_bulk_Points* points,
                                          int64_t* failedChunk);
 
 /* ---------------------------------------------------------------------------------------------
- * Bulk encoder.
+ * Bulk writer. A host opens a file, hands over chunks, as many a call as it likes, each as the
+ * caller cut it, and closes it:
+ *   zul_bulk_openWriter -> zul_bulk_writeChunks ... -> zul_bulk_closeWriter (or abortWriter).
+ * The file is byte for byte the stream zul_out_ writes for the same chunks and the same sync
+ * marker (and, without a given marker, with zul_test_useFixedRandomSeed, the same seed).
  * ------------------------------------------------------------------------------------------- */
 
-/* Encodes points->numPoints points of `points` (arrays as zul_bulk_decodeChunks fills them; those
- * of attributes `dataType` lacks are not read) into a new file at `path`, replacing one that
- * exists. Chunks are cut by the plan: `chunkSizes[0 .. numChunks)` points each, in order, each 1
- * to 2147483646, summing to points->numPoints; or, with a null `chunkSizes` and `numChunks` 0,
- * `chunkSize` points each (1 to 2147483646; 0 means 10000, the file writer's default) and a last
- * partial chunk. An enabled `header` (may be null) makes a version 2 stream. `threads` threads
- * (0: one a core) encode, each with its own encoder; all carry the one sync marker drawn for the
- * stream, and the chunks are written in order as they complete, while at most two chunks a
- * thread wait. The file is byte for byte what zul_out_ writes for the same chunks (and, with
- * zul_test_useFixedRandomSeed, the same seed); for 0 points it holds the signature and the file
- * header. `failedChunk` may be null; it gets -1 or the number of a chunk that failed. Returns
- * zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null `path`, `dataType` or `points`, an invalid
- * `dataType` or `header`, a negative point count, a missing array, a plan that breaks the rules
- * above or a negative thread count (no file is touched), and for a chunk with a normal shorter
- * than 1e-6 (named in `*failedChunk`; the chunks before it are in the file, nothing after);
- * zul_STATUS_WRITE_ERROR if the file cannot be created or written. Thread rule: calls share
- * nothing; the arrays are only read, and must not change during the call. */
+/* Where a writer writes (the `mode` of zul_bulk_openWriter). */
+/* Into `path` itself, created or emptied at open (as zul_out_open2). */
+#define ZUL_BULK_WRITE_REPLACE 0
+/* Into a new file of a unique name in the folder of `path` (".NAME.partial-..."), created
+ * exclusively, and renamed over `path` by a successful zul_bulk_closeWriter: `path` never holds a
+ * partial stream, and writers of one path at once each publish their own whole file (the last
+ * rename wins). The temporary file is removed by zul_bulk_abortWriter and by a zul_bulk_closeWriter
+ * that does not publish; only a process that dies leaves it behind. */
+#define ZUL_BULK_WRITE_PUBLISH 1
+
+/* Opens a writer of a stream of `dataType` at `path`; an enabled `header` (may be null) makes a
+ * version 2 stream. `syncMarker` may be null (the marker is drawn at random, as zul_out_ draws
+ * it) or point to ZUL_SYNC_MARKER_SIZE bytes that every chunk will carry: the same points, chunks
+ * and marker then give the same bytes, whatever the threads. `threads` is the thread count of
+ * each zul_bulk_writeChunks (0: one a core, see the top of this header). `mode` is
+ * ZUL_BULK_WRITE_REPLACE or ZUL_BULK_WRITE_PUBLISH. The signature and the file header are
+ * written here. A new writer is stored in `*writer` unless `writer` is null, also when this
+ * fails, and must be given to zul_bulk_closeWriter or zul_bulk_abortWriter. Returns
+ * zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null `writer`, `path` or `dataType`, an
+ * invalid `dataType` or `header`, a negative thread count or an unknown mode (no file touched);
+ * zul_STATUS_WRITE_ERROR if the file cannot be created or written; zul_STATUS_OUT_OF_MEMORY. A
+ * writer whose open failed accepts nothing but closing. Thread rule: the new writer is the
+ * caller's alone. */
+ZUL_API zul_Status zul_bulk_openWriter(zul_bulk_Writer* writer, const char* path,
+                                       const zul_DataType* dataType, const zul_Header2* header,
+                                       const char* syncMarker, int threads, int mode);
+
+/* Encodes the points of `points` (arrays as zul_bulk_decodeChunks fills them; those of
+ * attributes the data type lacks are not read) as `numChunks` chunks of `chunkSizes[0 ..
+ * numChunks)` points, in order, each 1 to ZUL_MAX_CHUNK_SIZE, summing to points->numPoints, and
+ * appends them to the file in that order. The writer's threads encode, each with its own encoder
+ * kept from call to call, while at most two chunks a thread wait to be written. `failedChunk`
+ * may be null; it gets -1, or the number (in this call's list) of the chunk that failed. Returns
+ * zul_STATUS_OK (0 chunks write nothing); zul_STATUS_INVALID_ARGUMENT for a null `writer` or
+ * `points`, a negative count, a null `chunkSizes` with chunks, a missing array or a list that
+ * breaks the rules above (nothing written, the writer goes on), and for a chunk with a normal
+ * shorter than 1e-6; zul_STATUS_WRITE_ERROR if writing fails; zul_STATUS_OUT_OF_MEMORY;
+ * zul_STATUS_INVALID_STATE for a writer that failed before. Any failure but a refused argument
+ * fails the writer: the chunks before the one named are in the file, none after it, and only
+ * closing is accepted. Thread rule: one call on a writer at a time; the arrays are only read and
+ * must not change during the call. */
+ZUL_API zul_Status zul_bulk_writeChunks(zul_bulk_Writer writer, const zul_bulk_Points* points,
+                                        const int32_t* chunkSizes, int64_t numChunks,
+                                        int64_t* failedChunk);
+
+/* Completes the file, frees the writer and sets `*writer` to null. With ZUL_BULK_WRITE_PUBLISH
+ * the file is renamed over the path. Returns zul_STATUS_OK when the file holds the stream whole:
+ * every chunk written and the file closed (and published); zul_STATUS_WRITE_ERROR if closing or
+ * renaming fails; zul_STATUS_INVALID_STATE for a writer that failed before (or whose open failed):
+ * then it does what zul_bulk_abortWriter does. zul_STATUS_INVALID_ARGUMENT for a null `writer`;
+ * a null `*writer` is zul_STATUS_OK. After a failure here, the temporary file of
+ * ZUL_BULK_WRITE_PUBLISH is removed; a file written in place stays as it is. */
+ZUL_API zul_Status zul_bulk_closeWriter(zul_bulk_Writer* writer);
+
+/* Gives the writing up: closes the file, frees the writer and sets `*writer` to null; does
+ * nothing for a null pointer or handle. Removes only what the writer itself created beside the
+ * path: the temporary file of ZUL_BULK_WRITE_PUBLISH (`path` keeps what it held). A file written
+ * in place with ZUL_BULK_WRITE_REPLACE is left as written: signature, file header and the chunks
+ * written whole, a valid stream of those chunks. */
+ZUL_API void zul_bulk_abortWriter(zul_bulk_Writer* writer);
+
+/* Encodes points->numPoints points of `points` into a new file at `path`, replacing one that
+ * exists, as zul_bulk_openWriter (ZUL_BULK_WRITE_REPLACE, a marker drawn at random),
+ * zul_bulk_writeChunks and zul_bulk_closeWriter. Chunks are cut by the plan:
+ * `chunkSizes[0 .. numChunks)` points each; or, with a null `chunkSizes` and `numChunks` 0,
+ * `chunkSize` points each (1 to ZUL_MAX_CHUNK_SIZE; 0 means ZUL_DEFAULT_CHUNK_SIZE, the file
+ * writer's default) and a last partial chunk. For 0 points the file holds the signature and the
+ * file header. `failedChunk` may be null; it gets -1 or the number of a chunk that failed.
+ * Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null `path`, `dataType` or `points`,
+ * an invalid `dataType` or `header`, a negative point count, a missing array, a plan that breaks
+ * the rules or a negative thread count (no file is touched), and for a chunk with a normal
+ * shorter than 1e-6 (named in `*failedChunk`; the chunks before it are in the file, nothing
+ * after); zul_STATUS_WRITE_ERROR if the file cannot be created or written;
+ * zul_STATUS_OUT_OF_MEMORY. Thread rule: calls share nothing; the arrays are only read, and must
+ * not change during the call. */
 ZUL_API zul_Status zul_bulk_encodeFile(const char* path, const zul_DataType* dataType,
                                        const zul_Header2* header, const zul_bulk_Points* points,
                                        const int32_t* chunkSizes, int64_t numChunks,

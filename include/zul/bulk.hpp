@@ -97,6 +97,17 @@ public:
         for (std::size_t k = 0; k < all.size(); ++k) all[k] = chunk(static_cast<std::int64_t>(k));
         return all;
     }
+    /* The byte sizes of a chunk's coordinate, colour, reflection and normal streams. */
+    std::array<std::int64_t, 4> streamSizes(std::int64_t number) const {
+        std::array<std::int64_t, 4> sizes{};
+        check(zul_idx_getStreamSizes(index_, number, sizes.data()), "zul_idx_getStreamSizes");
+        return sizes;
+    }
+    /* Raises (or lowers) the decoded bytes a chunk may take; lists on past a chunk that stopped
+     * the walk for the old budget. Not while other threads use the index. */
+    void setChunkBudget(std::int64_t bytes) {
+        check(zul_idx_setChunkBudget(index_, bytes), "zul_idx_setChunkBudget");
+    }
     ChunkDamage damage() const {
         ChunkDamage where{zul_STATUS_OK, 0, 0};
         check(zul_idx_getDamage(index_, &where.status, &where.chunk, &where.offset),
@@ -217,6 +228,48 @@ inline void encodeBulk(const std::string& path, const BulkCloud& cloud,
                             static_cast<std::int64_t>(plan.size()), chunkSize, threads, &failed),
         "zul_bulk_encodeFile", failed, path);
 }
+
+/* A bulk writer (zul_bulk_openWriter): chunks cut by the caller, encoded on `threads` threads (0:
+ * one a core), appended in order. With `publish`, the file appears at `path` whole at close() or
+ * not at all. A given 16-byte `syncMarker` makes the bytes reproducible. The destructor of a
+ * writer that was not closed aborts it (zul_bulk_abortWriter). Throws zul::Error. */
+class BulkWriter {
+public:
+    BulkWriter(const std::string& path, const zul_DataType& dataType,
+               const zul_Header2* header = nullptr, int threads = 0, bool publish = false,
+               const char* syncMarker = nullptr)
+        : path_(path) {
+        const zul_Status status =
+            zul_bulk_openWriter(&writer_, path.c_str(), &dataType, header, syncMarker, threads,
+                                publish ? ZUL_BULK_WRITE_PUBLISH : ZUL_BULK_WRITE_REPLACE);
+        if (status != zul_STATUS_OK) {
+            zul_bulk_abortWriter(&writer_);
+            detail::checkBulk(status, "zul_bulk_openWriter", -1, path_);
+        }
+    }
+    ~BulkWriter() { zul_bulk_abortWriter(&writer_); }
+    BulkWriter(const BulkWriter&) = delete;
+    BulkWriter& operator=(const BulkWriter&) = delete;
+
+    /* Appends the cloud's points as chunks of `chunkSizes` points, which sum to its size. */
+    void write(const BulkCloud& cloud, const std::vector<std::int32_t>& chunkSizes) {
+        const zul_bulk_Points points = cloud.view();
+        std::int64_t failed = -1;
+        detail::checkBulk(
+            zul_bulk_writeChunks(writer_, &points, chunkSizes.data(),
+                                 static_cast<std::int64_t>(chunkSizes.size()), &failed),
+            "zul_bulk_writeChunks", failed, path_);
+    }
+
+    /* Completes (and publishes) the file. */
+    void close() {
+        detail::checkBulk(zul_bulk_closeWriter(&writer_), "zul_bulk_closeWriter", -1, path_);
+    }
+
+private:
+    zul_bulk_Writer writer_ = nullptr;
+    std::string path_;
+};
 
 }  // namespace zul
 

@@ -5,12 +5,16 @@
 #include <stdexcept>
 #include <string>
 
-#include "zul.h"
+#include "zul_bulk.h"
 
 namespace zul {
 
-/* The name of a status as it is spelled in zul.h, "zul_STATUS_CORRUPT_DATA" for example. */
+/* The name of a status as it is spelled in zul.h or zul_bulk.h, "zul_STATUS_CORRUPT_DATA" for
+ * example. */
 inline const char* statusName(zul_Status status) noexcept {
+    // The bulk layer's own statuses lie outside the enumeration's names.
+    if (status == zul_STATUS_OVER_BUDGET) return "zul_STATUS_OVER_BUDGET";
+    if (status == zul_STATUS_OUT_OF_MEMORY) return "zul_STATUS_OUT_OF_MEMORY";
     switch (status) {
         case zul_STATUS_OK:
             return "zul_STATUS_OK";

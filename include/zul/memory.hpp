@@ -27,8 +27,8 @@ struct Cloud {
 inline std::vector<std::uint8_t> encode(const zul_Point* points, std::size_t count,
                                         const zul_DataType& dataType,
                                         const zul_Header2* header = nullptr,
-                                        int chunkSize = 10000) {
-    if (chunkSize < 1 || chunkSize > 2147483646)
+                                        int chunkSize = ZUL_DEFAULT_CHUNK_SIZE) {
+    if (chunkSize < 1 || chunkSize > ZUL_MAX_CHUNK_SIZE)
         throw Error(zul_STATUS_INVALID_ARGUMENT, "zul::encode");
     Encoder encoder = header ? Encoder(dataType, *header) : Encoder(dataType);
     std::vector<std::uint8_t> stream;
@@ -44,13 +44,14 @@ inline std::vector<std::uint8_t> encode(const zul_Point* points, std::size_t cou
 }
 
 inline std::vector<std::uint8_t> encode(const std::vector<zul_Point>& points,
-                                        const zul_DataType& dataType, int chunkSize = 10000) {
+                                        const zul_DataType& dataType,
+                                        int chunkSize = ZUL_DEFAULT_CHUNK_SIZE) {
     return encode(points.data(), points.size(), dataType, nullptr, chunkSize);
 }
 
 inline std::vector<std::uint8_t> encode(const std::vector<zul_Point>& points,
                                         const zul_DataType& dataType, const zul_Header2& header,
-                                        int chunkSize = 10000) {
+                                        int chunkSize = ZUL_DEFAULT_CHUNK_SIZE) {
     return encode(points.data(), points.size(), dataType, &header, chunkSize);
 }
 

@@ -1,12 +1,14 @@
 // Workers take chunks from the list in order through one counter. Each reads a chunk by offset
 // into a buffer of its own, checks its marker, and has its own decoder decode header and body
-// straight into the chunk's place in the arrays, known in advance from the counts. After a
-// failure no chunk behind the failed one is started; the ones before it all complete.
+// straight into the chunk's place in the arrays, known in advance from the counts, refusing
+// points outside the chunk's box. After a failure no chunk behind the failed one is started; the
+// ones before it all complete. A failed allocation fails its chunk like damage does.
 #include "bulk/bulk_decode.h"
 
 #include <atomic>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <vector>
 
 #include "bulk/worker_threads.h"
@@ -20,37 +22,6 @@ namespace {
 struct DecoderOwner {
     zul_dec_Context context = nullptr;
     ~DecoderOwner() { zul_dec_close(&context); }
-};
-
-// Lends the caller's arrays, at a chunk's place, to a decoder as its output arrays for one body,
-// with room for exactly the chunk's points: the decoder then writes the points where they belong
-// and allocates nothing, and no copy follows. The arrays are taken back when the lender goes out
-// of scope, also by an exception, so that the decoder, which starts without arrays, never owns
-// nor frees them. A refused body leaves the arrays untouched, as it leaves the decoder's own.
-class LentArrays {
-public:
-    LentArrays(zul_dec_Context decoder, const zul_bulk_Points& points, size_t first, int32_t count)
-        : decoder_(decoder) {
-        zul_PointData& out = decoder->chunkPoints;
-        out.positions = points.positions + 3 * first;
-        out.colors = points.colors ? points.colors + 3 * first : nullptr;
-        out.reflections = points.reflections ? points.reflections + first : nullptr;
-        out.normals = points.normals ? points.normals + 3 * first : nullptr;
-        decoder->chunkPointsCapacity = count;
-    }
-    ~LentArrays() {
-        zul_PointData& out = decoder_->chunkPoints;
-        out.positions = nullptr;
-        out.colors = nullptr;
-        out.reflections = nullptr;
-        out.normals = nullptr;
-        decoder_->chunkPointsCapacity = 0;
-    }
-    LentArrays(const LentArrays&) = delete;
-    LentArrays& operator=(const LentArrays&) = delete;
-
-private:
-    zul_dec_Context decoder_;
 };
 
 class DecodeRun {
@@ -72,12 +43,22 @@ public:
     void work() {
         DecoderOwner decoder;
         std::vector<char> buffer;
-        const zul_Status opened = index_.openDecoder(&decoder.context);
+        zul_Status opened = zul_STATUS_OUT_OF_MEMORY;
+        try {
+            opened = index_.openDecoder(&decoder.context);
+        } catch (const std::bad_alloc&) {
+        }
         for (;;) {
             const int64_t k = next_.fetch_add(1);
             if (k >= numChunks_ || k > failedAt_.load()) return;
-            const zul_Status status =
-                opened != zul_STATUS_OK ? opened : decodeOne(decoder.context, buffer, k);
+            zul_Status status = opened;
+            if (opened == zul_STATUS_OK) {
+                try {
+                    status = decodeOne(decoder.context, buffer, k);
+                } catch (const std::bad_alloc&) {
+                    status = zul_STATUS_OUT_OF_MEMORY;
+                }
+            }
             if (status != zul_STATUS_OK) fail(k, status);
         }
     }
@@ -101,20 +82,24 @@ private:
         zul_Status status = index_.source.read(chunk.offset, chunk.size, buffer.data());
         if (status != zul_STATUS_OK) return status;
         // The bytes are read again, so they are judged again: the file may have changed.
-        ZUL_REFUSE_UNLESS(std::memcmp(buffer.data(), index_.syncMarker, 16) == 0);
+        ZUL_REFUSE_UNLESS(std::memcmp(buffer.data(), index_.syncMarker, ZUL_SYNC_MARKER_SIZE) == 0);
         int bodySize = 0;
-        status = zul_dec_decodeChunkHeader(decoder, &bodySize, buffer.data() + 16);
+        status =
+            zul_dec_decodeChunkHeader(decoder, &bodySize, buffer.data() + ZUL_SYNC_MARKER_SIZE);
         if (status != zul_STATUS_OK) return status;
-        const int64_t headSize = 16 + index_.chunkHeaderSize;
+        const int64_t headSize = ZUL_SYNC_MARKER_SIZE + index_.chunkHeaderSize;
         ZUL_REFUSE_UNLESS(bodySize == chunk.size - headSize);
-        // The room lent is the count listed: the header read now must say the same.
+        // The room is the count listed (within the budget): the header read now must say the same.
         int numPoints = 0;
         zul_dec_getNumPointsInChunk(decoder, &numPoints);
         ZUL_REFUSE_UNLESS(numPoints == chunk.numPoints);
-        const LentArrays lent(decoder, points_, static_cast<size_t>(firstPoint_[k]),
-                              chunk.numPoints);
-        zul_PointData decoded = {};
-        return zul_dec_decodeChunkBody(decoder, &decoded, buffer.data() + headSize);
+        const size_t first = static_cast<size_t>(firstPoint_[k]);
+        const zul_PointData target = {numPoints, points_.positions + 3 * first,
+                                      points_.colors ? points_.colors + 3 * first : nullptr,
+                                      points_.reflections ? points_.reflections + first : nullptr,
+                                      points_.normals ? points_.normals + 3 * first : nullptr};
+        return decoder->decodeChunkBodyInto(target, buffer.data() + headSize,
+                                            /*refuseOutsideBox=*/true);
     }
 
     const zul_idx_IndexStruct& index_;

@@ -1,7 +1,8 @@
-// Encoding contiguous arrays into a file on several threads.
+// Encoding planned chunks of contiguous arrays on several threads, delivered in plan order.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "zul_bulk.h"
@@ -14,11 +15,13 @@ struct PlannedChunk {
     int32_t count;
 };
 
-// The arguments are checked (the records are valid, the arrays are there, the plan covers every
-// point once). Returns the status of the first chunk that failed, with its number in `*failedAt`,
-// or zul_STATUS_OK with -1; the file holds the chunks before it.
-zul_Status encodeFile(const char* path, const zul_DataType& dataType, const zul_Header2* header,
-                      const zul_bulk_Points& points, const std::vector<PlannedChunk>& plan,
-                      int threads, int64_t* failedAt);
+// Encodes every chunk of `plan` from `points` (arrays checked by the caller), encoder i on
+// worker i (as many workers as encoders, at least one; all carry one stream's marker), and hands
+// the chunks' bytes to `write` one after another in plan order. Returns the status of the first
+// chunk that failed (zul_STATUS_WRITE_ERROR when `write` returns false), with its number in
+// `*failedAt`, or zul_STATUS_OK with -1; the chunks before it were all written, none after it.
+zul_Status encodeChunks(const std::vector<zul_enc_Context>& encoders, const zul_bulk_Points& points,
+                        const std::vector<PlannedChunk>& plan,
+                        const std::function<bool(const char*, size_t)>& write, int64_t* failedAt);
 
 }  // namespace zulbulk

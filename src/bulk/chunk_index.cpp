@@ -1,22 +1,17 @@
 // Opening an index: the signature and the file header go through a decoder, then every chunk
-// header in turn, with its sync marker compared and its body measured against the stream's end.
+// header in turn, with its sync marker compared, its header parsed by the decoder and its body
+// measured against the stream's end and its decoded size against the budget.
 #include "bulk/chunk_index.h"
 
 #include <cstring>
+#include <new>
 
 #include "bulk/output_box.h"
+#include "decoder/dec_context.h"
 #include "frame/data_check.h"
+#include "frame/data_type.h"
 
 namespace {
-
-// From this count on a decoder refuses a chunk's body, so the index refuses its header.
-const int32_t kMaxChunkPoints = int32_t{1} << 30;
-
-int64_t readInt64(const char* bytes) {
-    uint64_t value = 0;
-    for (int i = 7; i >= 0; --i) value = value << 8 | static_cast<unsigned char>(bytes[i]);
-    return static_cast<int64_t>(value);
-}
 
 struct DecoderOwner {
     zul_dec_Context context = nullptr;
@@ -24,6 +19,13 @@ struct DecoderOwner {
 };
 
 }  // namespace
+
+int64_t zul_idx_IndexStruct::decodedBytesPerPoint(const zul_DataType& type) {
+    const zullib::ChunkStreams streams(type);
+    return ZUL_BULK_DECODED_BYTES_PER_POINT + 3 * sizeof(double) +
+           (streams.color ? 3 * sizeof(uint8_t) : 0) + (streams.reflection ? sizeof(int32_t) : 0) +
+           (streams.normals ? 3 * sizeof(float) : 0);
+}
 
 zul_Status zul_idx_IndexStruct::openDecoder(zul_dec_Context* decoder) const {
     int fileHeaderSize = 0;
@@ -58,53 +60,92 @@ zul_Status zul_idx_IndexStruct::open(const zul_dec_Params* given) {
     chunkHeaderSize = headerSize;
     std::memcpy(syncMarker, marker, sizeof syncMarker);
     isOpen = true;
+    walk(decoder.context, static_cast<int64_t>(sizeof signature) + fileHeaderSize);
+    return zul_STATUS_OK;
+}
 
+zul_Status zul_idx_IndexStruct::setBudget(int64_t bytes) {
+    chunkBudget = bytes;
+    if (damage != zul_STATUS_OVER_BUDGET) return zul_STATUS_OK;
+    DecoderOwner decoder;
+    const zul_Status status = openDecoder(&decoder.context);
+    if (status != zul_STATUS_OK) return status;
+    damage = zul_STATUS_OK;
+    walk(decoder.context, damageOffset);
+    return zul_STATUS_OK;
+}
+
+void zul_idx_IndexStruct::walk(zul_dec_Context decoder, int64_t offset) {
     // Positions go through the matrix exactly when the decoder's would.
     const bool transforms = params.applyTransformation != 0 &&
                             (header2.hasScaling || header2.hasRotation || header2.hasTranslation);
     const double* matrix = transforms ? header2.transformation : nullptr;
-    int64_t offset = static_cast<int64_t>(sizeof signature) + fileHeaderSize;
     while (offset < source.size()) {
-        status = listChunk(decoder.context, offset, matrix);
+        zul_Status status = zul_STATUS_OUT_OF_MEMORY;
+        try {
+            status = listChunk(decoder, offset, matrix);
+        } catch (const std::bad_alloc&) {
+            // The list holds the chunks before this one, each with its sizes.
+        }
         if (status != zul_STATUS_OK) {
             damage = status;
             damageOffset = offset;
-            break;
+            return;
         }
         offset += chunks.back().size;
     }
-    return zul_STATUS_OK;
 }
 
 zul_Status zul_idx_IndexStruct::listChunk(zul_dec_Context decoder, int64_t offset,
                                           const double* matrix) {
-    char head[16 + 68];
-    const int64_t headSize = 16 + chunkHeaderSize;
+    char head[ZUL_SYNC_MARKER_SIZE + ZUL_CHUNK_HEADER_SIZE_MAX];
+    char* const chunkHeader = head + ZUL_SYNC_MARKER_SIZE;
+    const int64_t headSize = ZUL_SYNC_MARKER_SIZE + chunkHeaderSize;
     // The marker is judged before the header is read, as the file reader does: a wrong marker
     // in front of a cut header is damage, not a cut.
     zul_Status status = source.read(offset, sizeof syncMarker, head);
     if (status != zul_STATUS_OK) return status;
     ZUL_REFUSE_UNLESS(std::memcmp(head, syncMarker, sizeof syncMarker) == 0);
-    status = source.read(offset + 16, chunkHeaderSize, head + 16);
+    status = source.read(offset + ZUL_SYNC_MARKER_SIZE, chunkHeaderSize, chunkHeader);
     if (status != zul_STATUS_OK) return status;
     int bodySize = 0;
-    status = zul_dec_decodeChunkHeader(decoder, &bodySize, head + 16);
+    status = zul_dec_decodeChunkHeader(decoder, &bodySize, chunkHeader);
     if (status != zul_STATUS_OK) return status;
     zul_idx_Chunk chunk = {};
     zul_dec_getNumPointsInChunk(decoder, &chunk.numPoints);
     ZUL_REFUSE_UNLESS(bodySize >= 0);
     chunk.offset = offset;
     chunk.size = headSize + bodySize;
-    // As the file reader finds them: first a body cut short, then a count it cannot serve.
+    // As the file reader finds them: first a body cut short, then a count it cannot serve; then
+    // what this reader will not take on.
     if (chunk.size > source.size() - offset) return zul_STATUS_TRUNCATED;
-    ZUL_REFUSE_UNLESS(chunk.numPoints < kMaxChunkPoints);
+    ZUL_REFUSE_UNLESS(chunk.numPoints <= ZUL_MAX_DECODED_CHUNK_POINTS);
+    if (chunk.numPoints * decodedBytesPerPoint(dataType) > chunkBudget)
+        return zul_STATUS_OVER_BUDGET;
+    // The box and the stream ends as the decoder read them from the header.
+    const zul_dec_ContextStruct& parsed = *decoder;
     for (int axis = 0; axis < 3; ++axis) {
-        chunk.gridMin[axis] = readInt64(head + 16 + 8 * axis);
-        chunk.gridMax[axis] = readInt64(head + 40 + 8 * axis);
+        chunk.gridMin[axis] = parsed.chunkBoundingBox.min[axis];
+        chunk.gridMax[axis] = parsed.chunkBoundingBox.max[axis];
+    }
+    const int64_t ends[4] = {parsed.coordinateStreamEnd, parsed.colorStreamEnd,
+                             parsed.reflectionStreamEnd, parsed.normalStreamEnd};
+    StreamSizes sizes = {};
+    int64_t start = 0;
+    for (int stream = 0; stream < 4; ++stream) {
+        if (ends[stream] == 0 && stream > 0) continue;  // an attribute the stream lacks
+        sizes.bytes[stream] = ends[stream] - start;
+        start = ends[stream];
     }
     zulbulk::outputBox(chunk.gridMin, chunk.gridMax, dataType.quantizationStep, matrix, chunk.min,
                        chunk.max);
-    chunks.push_back(chunk);
+    streamSizes.push_back(sizes);
+    try {
+        chunks.push_back(chunk);
+    } catch (const std::bad_alloc&) {
+        streamSizes.pop_back();
+        throw;
+    }
     numPoints += chunk.numPoints;
     return zul_STATUS_OK;
 }

@@ -17,6 +17,15 @@ struct zul_idx_IndexStruct {
     zul_Status open(const zul_dec_Params* params);
     // Opens a decoder that stands where a chunk header is due. The caller closes it.
     zul_Status openDecoder(zul_dec_Context* decoder) const;
+    // Sets the budget and, if the walk stopped at a chunk over the old one, walks on.
+    zul_Status setBudget(int64_t bytes);
+    // Bytes that decoding takes a point of the type: working record and output arrays.
+    static int64_t decodedBytesPerPoint(const zul_DataType& type);
+
+    // The byte sizes of a chunk's coordinate, colour, reflection and normal streams.
+    struct StreamSizes {
+        int64_t bytes[4];
+    };
 
     zulbulk::ByteSource source;
     bool isOpen = false;
@@ -24,15 +33,20 @@ struct zul_idx_IndexStruct {
     char signature[8] = {};
     std::vector<char> fileHeader;
     int32_t chunkHeaderSize = 0;
-    char syncMarker[16] = {};
+    char syncMarker[ZUL_SYNC_MARKER_SIZE] = {};
     zul_DataType dataType = {};
     zul_Header2 header2 = {};
     std::vector<zul_idx_Chunk> chunks;
+    std::vector<StreamSizes> streamSizes;  // one a listed chunk
+    int64_t chunkBudget = ZUL_BULK_DEFAULT_CHUNK_BUDGET;
     int64_t numPoints = 0;
     zul_Status damage = zul_STATUS_OK;
     int64_t damageOffset = 0;
 
 private:
+    // Lists the chunks from `offset` on, with a decoder where a chunk header is due, until the
+    // stream ends or a chunk cannot be listed (noted as the damage).
+    void walk(zul_dec_Context decoder, int64_t offset);
     // Lists the chunk at `offset`, or says why it cannot be listed.
     zul_Status listChunk(zul_dec_Context decoder, int64_t offset, const double* matrix);
 };

@@ -1,5 +1,8 @@
 // The exported zul_idx_ functions: arguments are judged here, the index does the rest.
+#include <new>
+
 #include "bulk/chunk_index.h"
+#include "bulk/status_guard.h"
 #include "zul_bulk.h"
 
 namespace {
@@ -7,7 +10,9 @@ namespace {
 zul_Status openIndex(zul_idx_Index* index, const zul_dec_Params* params, const char* path,
                      const void* bytes, size_t size, bool fromFile) {
     if (!index) return zul_STATUS_INVALID_ARGUMENT;
-    *index = new zul_idx_IndexStruct();
+    *index = nullptr;
+    *index = new (std::nothrow) zul_idx_IndexStruct();
+    if (!*index) return zul_STATUS_OUT_OF_MEMORY;
     if (fromFile ? !path : (!bytes && size > 0)) return zul_STATUS_INVALID_ARGUMENT;
     if (params && params->applyTransformation != 0 && params->applyTransformation != 1)
         return zul_STATUS_INVALID_ARGUMENT;
@@ -17,7 +22,9 @@ zul_Status openIndex(zul_idx_Index* index, const zul_dec_Params* params, const c
     } else {
         (*index)->source.openBuffer(bytes, size);
     }
-    return (*index)->open(params);
+    const zul_Status status = zulbulk::guardStatus([&] { return (*index)->open(params); });
+    if (status != zul_STATUS_OK) (*index)->isOpen = false;
+    return status;
 }
 
 // The index's state: zul_STATUS_OK when it can answer.
@@ -74,6 +81,23 @@ ZUL_API zul_Status zul_idx_getDamage(zul_idx_Index index, zul_Status* status, in
     if (status) *status = index->damage;
     if (chunk) *chunk = static_cast<int64_t>(index->chunks.size());
     if (offset) *offset = index->damageOffset;
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_idx_setChunkBudget(zul_idx_Index index, int64_t bytes) {
+    const zul_Status state = usable(index);
+    if (state != zul_STATUS_OK) return state;
+    if (bytes < 1) return zul_STATUS_INVALID_ARGUMENT;
+    return zulbulk::guardStatus([&] { return index->setBudget(bytes); });
+}
+
+ZUL_API zul_Status zul_idx_getStreamSizes(zul_idx_Index index, int64_t chunk, int64_t sizes[4]) {
+    const zul_Status state = usable(index);
+    if (state != zul_STATUS_OK) return state;
+    if (!sizes || chunk < 0 || chunk >= static_cast<int64_t>(index->chunks.size()))
+        return zul_STATUS_INVALID_ARGUMENT;
+    const zul_idx_IndexStruct::StreamSizes& found = index->streamSizes[static_cast<size_t>(chunk)];
+    for (int stream = 0; stream < 4; ++stream) sizes[stream] = found.bytes[stream];
     return zul_STATUS_OK;
 }
 

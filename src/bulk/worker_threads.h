@@ -1,7 +1,9 @@
 // The threads of one bulk call: how many, and running them. The calling thread is worker 0; the
 // others are started for the call and joined before it returns. An exception in any worker
 // (std::bad_alloc) calls `stop`, so that the others finish early, and leaves the call after all
-// are joined.
+// are joined. A thread the system will not start (std::system_error: a process limit) leaves its
+// work to the workers that did start; any other failure to start one ends the call the same way
+// as an exception in a worker.
 #pragma once
 
 #include <algorithm>
@@ -30,33 +32,40 @@ inline int resolveThreads(int requested, int64_t jobs, int64_t points) {
     return static_cast<int>(std::max<int64_t>(1, std::min(count, jobs)));
 }
 
+// Runs work(worker) on `threads` workers (at least the calling thread), joins them and rethrows
+// the first exception any of them, or the starting of one, raised. Returns the number of workers
+// that ran.
 template <class Work, class Stop>
-void runWorkers(int threads, Work work, Stop stop) {
+int runWorkers(int threads, Work work, Stop stop) {
     std::exception_ptr failure;
     std::mutex failureLock;
+    const auto keep = [&](std::exception_ptr caught) {
+        {
+            std::lock_guard<std::mutex> lock(failureLock);
+            if (!failure) failure = caught;
+        }
+        stop();
+    };
     auto guarded = [&](int worker) {
         try {
             work(worker);
         } catch (...) {
-            {
-                std::lock_guard<std::mutex> lock(failureLock);
-                if (!failure) failure = std::current_exception();
-            }
-            stop();
+            keep(std::current_exception());
         }
     };
     std::vector<std::thread> started;
-    started.reserve(static_cast<size_t>(threads));
-    for (int worker = 1; worker < threads; ++worker) {
-        try {
-            started.emplace_back(guarded, worker);
-        } catch (const std::system_error&) {
-            break;  // fewer threads do the same work
-        }
+    try {
+        started.reserve(static_cast<size_t>(std::max(threads, 1) - 1));
+        for (int worker = 1; worker < threads; ++worker) started.emplace_back(guarded, worker);
+    } catch (const std::system_error&) {
+        // Fewer threads do the same work.
+    } catch (...) {
+        keep(std::current_exception());
     }
     guarded(0);
     for (std::thread& thread : started) thread.join();
     if (failure) std::rethrow_exception(failure);
+    return static_cast<int>(started.size()) + 1;
 }
 
 }  // namespace zulbulk

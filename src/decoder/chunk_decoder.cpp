@@ -17,11 +17,45 @@ namespace {
 // From 2^30 points on, twice the count no longer fits in the 32 bits in which the capacity grows,
 // so such a chunk cannot be served. No writer of this library makes one (it would need tens of
 // gigabytes of working memory), so it is taken as damage rather than tried.
-const int32_t kMaxChunkPoints = int32_t{1} << 30;
+const int32_t kMaxChunkPoints = ZUL_MAX_DECODED_CHUNK_POINTS + 1;
 }  // namespace
 
 zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const char* chunkBody) {
     if (!points || !chunkBody) return zul_STATUS_INVALID_ARGUMENT;
+    QuantizedPoints records;
+    int axisToSlot[3];
+    const zul_Status status = readBody(chunkBody, records, axisToSlot);
+    // Up to here the output arrays are untouched: a damaged body leaves the last result intact.
+    if (status != zul_STATUS_OK) return status;
+    ensureChunkPointsCapacity();
+    finishPoints(chunkPoints, records, axisToSlot);
+    *points = chunkPoints;
+    return zul_STATUS_OK;
+}
+
+zul_Status zul_dec_ContextStruct::decodeChunkBodyInto(const zul_PointData& target,
+                                                      const char* chunkBody,
+                                                      bool refuseOutsideBox) {
+    if (!chunkBody) return zul_STATUS_INVALID_ARGUMENT;
+    if (state == zul_dec_STATE_CHUNK_HEADER_READ) {
+        const zullib::ChunkStreams streams(dataType);
+        if (target.numPoints != chunkPoints.numPoints || !target.positions ||
+            (streams.color && !target.colors) || (streams.reflection && !target.reflections) ||
+            (streams.normals && !target.normals))
+            return zul_STATUS_INVALID_ARGUMENT;
+    }
+    QuantizedPoints records;
+    int axisToSlot[3];
+    const zul_Status status = readBody(chunkBody, records, axisToSlot);
+    if (status != zul_STATUS_OK) return status;
+    ZUL_REFUSE_UNLESS(!refuseOutsideBox || recordsInsideBox(records, axisToSlot));
+    zul_PointData out = target;
+    finishPoints(out, records, axisToSlot);
+    return zul_STATUS_OK;
+}
+
+zul_Status zul_dec_ContextStruct::readBody(const char* chunkBody, QuantizedPoints& records,
+                                           int (&axisToSlot)[3]) {
     if (state != zul_dec_STATE_CHUNK_HEADER_READ || chunkPoints.numPoints < 1)
         return zul_STATUS_INVALID_STATE;
     // A body gets one attempt, whatever the outcome: it cannot be retried without its header.
@@ -30,7 +64,6 @@ zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const c
     ZUL_REFUSE_UNLESS(numPoints < kMaxChunkPoints);
 
     const zullib::ChunkAxes axes = zullib::chunkAxes(chunkBoundingBox);
-    int axisToSlot[3];
     for (int slot = 0; slot < 3; ++slot) axisToSlot[axes.axisRemap[slot]] = slot;
     const zullib::AttributeWidths widths(dataType);
     const zullib::ChunkStreams streams(dataType);
@@ -65,7 +98,7 @@ zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const c
 
     // A body of coordinates alone is one stream; with attributes the streams are read side by
     // side. Either way every stream must end exactly at its declared end.
-    QuantizedPoints records(static_cast<size_t>(numPoints));
+    records.resize(static_cast<size_t>(numPoints));
     zul_Status status = zul_STATUS_OK;
     if (streams.color || streams.reflection || streams.normals) {
         status = readStreamsInLockstep(body, records, axes.coordinateBits);
@@ -74,15 +107,28 @@ zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const c
         status = readStream<zul_QuantizedPoint::CoordinateAccessor>(
             in, records, axes.coordinateBits, coordinateStreamEnd);
     }
-    // Up to here the output arrays are untouched: a damaged body leaves the last result intact.
-    if (status != zul_STATUS_OK) return status;
+    return status;
+}
 
-    ensureChunkPointsCapacity();
-    dequantizeRemapAndShiftPoints(chunkPoints, records, dataType, axisToSlot, chunkBoundingBox);
-    if (transformPositions) transformPointPositions(chunkPoints, header2.transformation);
-    if (transformNormals) transformPointNormals(chunkPoints, normalTransformation);
-    *points = chunkPoints;
-    return zul_STATUS_OK;
+bool zul_dec_ContextStruct::recordsInsideBox(const QuantizedPoints& records,
+                                             const int (&axisToSlot)[3]) const {
+    // A slot holds the offset from the box minimum: inside means 0 to the box's extent, which
+    // is exact in unsigned arithmetic since the header's minimum is at most its maximum.
+    uint64_t extent[3];
+    for (int axis = 0; axis < 3; ++axis)
+        extent[axisToSlot[axis]] = static_cast<uint64_t>(chunkBoundingBox.max[axis]) -
+                                   static_cast<uint64_t>(chunkBoundingBox.min[axis]);
+    for (const zul_QuantizedPoint& record : records)
+        for (int slot = 0; slot < 3; ++slot)
+            if (static_cast<uint64_t>(record.coordinates[slot]) > extent[slot]) return false;
+    return true;
+}
+
+void zul_dec_ContextStruct::finishPoints(zul_PointData& out, const QuantizedPoints& records,
+                                         const int (&axisToSlot)[3]) const {
+    dequantizeRemapAndShiftPoints(out, records, dataType, axisToSlot, chunkBoundingBox);
+    if (transformPositions) transformPointPositions(out, header2.transformation);
+    if (transformNormals) transformPointNormals(out, normalTransformation);
 }
 
 template <class Accessor>

@@ -9,6 +9,7 @@
 #include "entropy/bit_stream_in.h"
 #include "entropy/quantized_point.h"
 #include "frame/bounding_box.h"
+#include "frame/compiler.h"
 #include "frame/file_header.h"
 #include "frame/sync_marker.h"
 #include "zul.h"
@@ -43,6 +44,15 @@ struct ZUL_API zul_dec_ContextStruct {
     // Decodes the body of the chunk whose header came last into the context's arrays and hands
     // out their addresses. One attempt a body, whatever its outcome.
     zul_Status decodeChunkBody(zul_PointData* points, const char* chunkBody);
+    // As decodeChunkBody, into the caller's arrays instead of the context's: `target` has room
+    // for exactly the chunk's count (target.numPoints, else zul_STATUS_INVALID_ARGUMENT with the
+    // header still due for its body) and an array for every attribute of the data type. Nothing
+    // is allocated for the output, and a refused body leaves the arrays untouched. With
+    // `refuseOutsideBox`, a point that would lie outside the chunk header's box (a body that
+    // decodes cleanly but holds what no writer makes) is zul_STATUS_CORRUPT_DATA too. Used by
+    // the bulk decoder; not exported.
+    ZUL_INTERNAL zul_Status decodeChunkBodyInto(const zul_PointData& target, const char* chunkBody,
+                                                bool refuseOutsideBox);
 
     // Writes the output arrays from the records: undoes the shift by the box minimum (x, y, z
     // order) and the slot permutation, and brings each attribute back to the public record's
@@ -80,6 +90,16 @@ struct ZUL_API zul_dec_ContextStruct {
 private:
     using QuantizedPoints = std::vector<zullib::zul_QuantizedPoint>;
 
+    // The part of a body's decoding that writes no output: checks the state and the count,
+    // reads every stream into `records` and hands back the slot of each axis.
+    ZUL_INTERNAL zul_Status readBody(const char* chunkBody, QuantizedPoints& records,
+                                     int (&axisToSlot)[3]);
+    // True if every record lies in the chunk header's box.
+    ZUL_INTERNAL bool recordsInsideBox(const QuantizedPoints& records,
+                                       const int (&axisToSlot)[3]) const;
+    // Writes the records as points into `out` and transforms them as the params say.
+    ZUL_INTERNAL void finishPoints(zul_PointData& out, const QuantizedPoints& records,
+                                   const int (&axisToSlot)[3]) const;
     // Releases the four output arrays and sets the capacity to 0; numPoints stays.
     void freeChunkPoints();
     // Makes room for chunkPoints.numPoints points, at twice that count when it must grow.

@@ -1,8 +1,34 @@
 // The exported zul_enc_ functions: argument checks at the boundary, then the context's members.
 #include "encoder/enc_context.h"
+#include "encoder/enc_open.h"
 #include "frame/data_type.h"
 #include "frame/header2.h"
 #include "zul.h"
+
+namespace {
+
+// The checks of zul_enc_open2; true if the records may open an encoder, the header filled in.
+bool acceptRecords(const zul_DataType* dataType, const zul_Header2* header, zul_Header2& copied) {
+    if (!dataType || !zullib::DataType::isValid(*dataType)) return false;
+    // A disabled header is not looked at any further: none of its other fields has to be valid.
+    if (header && !zullib::Header2::isValid(*header, true)) return false;
+    copied = header ? *header : zullib::Header2::disabled();
+    return true;
+}
+
+}  // namespace
+
+zul_Status zulencoder::openWithMarker(zul_enc_Context* context, const zul_DataType* dataType,
+                                      const zul_Header2* header, const char* syncMarker) {
+    if (!context) return zul_STATUS_INVALID_ARGUMENT;
+    *context = nullptr;
+    zul_Header2 copied;
+    if (!syncMarker || !acceptRecords(dataType, header, copied)) return zul_STATUS_INVALID_ARGUMENT;
+    zullib::zul_SyncMarker marker;
+    marker.setBytes(syncMarker);
+    *context = new zul_enc_ContextStruct(*dataType, copied, marker);
+    return zul_STATUS_OK;
+}
 
 extern "C" {
 
@@ -14,10 +40,8 @@ ZUL_API zul_Status zul_enc_open2(zul_enc_Context* context, const zul_DataType* d
                                  const zul_Header2* header) {
     if (!context) return zul_STATUS_INVALID_ARGUMENT;
     *context = nullptr;
-    if (!dataType || !zullib::DataType::isValid(*dataType)) return zul_STATUS_INVALID_ARGUMENT;
-    // A disabled header is not looked at any further: none of its other fields has to be valid.
-    if (header && !zullib::Header2::isValid(*header, true)) return zul_STATUS_INVALID_ARGUMENT;
-    const zul_Header2 copied = header ? *header : zullib::Header2::disabled();
+    zul_Header2 copied;
+    if (!acceptRecords(dataType, header, copied)) return zul_STATUS_INVALID_ARGUMENT;
     *context = new zul_enc_ContextStruct(*dataType, copied);
     return zul_STATUS_OK;
 }

@@ -11,6 +11,14 @@ zul_enc_ContextStruct::zul_enc_ContextStruct(const zul_DataType& dataType,
     syncMarker.randomize();
 }
 
+zul_enc_ContextStruct::zul_enc_ContextStruct(const zul_DataType& dataType,
+                                             const zul_Header2& header,
+                                             const zullib::zul_SyncMarker& syncMarker)
+    : dataType(dataType),
+      header(header),
+      fileSignature(zullib::storedFlag(header.enabled) ? 2 : 1),
+      syncMarker(syncMarker) {}
+
 zul_enc_ContextStruct::~zul_enc_ContextStruct() = default;
 
 const char* zul_enc_ContextStruct::getFileSignature() const { return fileSignature.bytes; }

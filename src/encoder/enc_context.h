@@ -8,6 +8,7 @@
 #include "entropy/bit_stream_out.h"
 #include "entropy/quantized_point.h"
 #include "frame/bounding_box.h"
+#include "frame/compiler.h"
 #include "frame/file_header.h"
 #include "frame/file_signature.h"
 #include "frame/sync_marker.h"
@@ -17,6 +18,10 @@ struct ZUL_API zul_enc_ContextStruct {
     // Copies both records, builds the signature of the version that `header.enabled` selects and
     // draws the stream's sync marker. Validates nothing: zul_enc_open2 has done that.
     zul_enc_ContextStruct(const zul_DataType& dataType, const zul_Header2& header);
+    // As above, with the stream's sync marker given instead of drawn: encoders that make the
+    // chunks of one stream on several threads all carry the same marker. Not exported.
+    ZUL_INTERNAL zul_enc_ContextStruct(const zul_DataType& dataType, const zul_Header2& header,
+                                       const zullib::zul_SyncMarker& syncMarker);
     // Gives back chunkBuffer.
     ~zul_enc_ContextStruct();
 

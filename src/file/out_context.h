@@ -10,8 +10,8 @@
 #include "zul.h"
 
 struct zul_out_ContextStruct {
-    static constexpr int32_t kDefaultChunkSize = 10000;
-    static constexpr int32_t kMaxChunkSize = 0x7FFFFFFE;
+    static constexpr int32_t kDefaultChunkSize = ZUL_DEFAULT_CHUNK_SIZE;
+    static constexpr int32_t kMaxChunkSize = ZUL_MAX_CHUNK_SIZE;
     // Arrays for this many points are made up front; a larger chunk size grows them by doubling
     // while the first chunk fills, so that a size no chunk ever reaches costs no memory.
     static constexpr int32_t kUpFrontPoints = 1 << 16;

@@ -9,6 +9,10 @@
 // inlined into the loop that keeps the cursor in registers.
 #define ZUL_ALWAYS_INLINE inline __attribute__((always_inline))
 
+// A member of an exported class that stays inside the library: the calls the bulk layer makes
+// on the codec contexts, which are not part of their exported interface.
+#define ZUL_INTERNAL __attribute__((visibility("hidden")))
+
 // Unrolls the loop that follows four times (the loops over a stream's components).
 #define ZUL_UNROLL_4 _Pragma("GCC unroll 4")
 

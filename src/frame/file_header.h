@@ -8,8 +8,8 @@
 
 namespace zullib {
 
-const int kFileHeaderSizeV1 = 28;
-const int kFileHeaderSizeV2 = 164;
+const int kFileHeaderSizeV1 = ZUL_FILE_HEADER_SIZE_V1;
+const int kFileHeaderSizeV2 = ZUL_FILE_HEADER_SIZE_V2;
 const int kMaxFileHeaderSize = kFileHeaderSizeV2;
 
 // 28 for version 1, 164 for version 2, 0 for any other version.

@@ -7,7 +7,7 @@ namespace zullib {
 
 class ZUL_API zul_SyncMarker {
 public:
-    static const int kSize = 16;
+    static const int kSize = ZUL_SYNC_MARKER_SIZE;
 
     // Not set; the bytes are not initialised.
     zul_SyncMarker();

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# The shared library exports the C API and the members of the listed classes, and nothing else.
-# usage: exported_symbols.sh path/to/libzul.so
+# The shared library exports the C API and the members of the listed classes, and nothing else;
+# the companion's library exports the functions of zul_companion.h, and nothing else.
+# usage: exported_symbols.sh path/to/libzul.so [path/to/libzul_companion.so]
 set -euo pipefail
 library=$1
+companion=${2:-}
 
 exported=$(nm -D --defined-only "$library" | awk '$2 ~ /^[TWDBRVi]$/ {print $3}' | c++filt | sort -u)
 
@@ -51,7 +53,9 @@ required=(
     zul_in_close
     zul_idx_openFile zul_idx_openBuffer zul_idx_getDataType zul_idx_getCounts zul_idx_getChunk
     zul_idx_getDamage zul_idx_selectBox zul_idx_countPoints zul_idx_close
+    zul_idx_setChunkBudget zul_idx_getStreamSizes
     zul_bulk_allocate zul_bulk_free zul_bulk_decode zul_bulk_decodeChunks zul_bulk_encodeFile
+    zul_bulk_openWriter zul_bulk_writeChunks zul_bulk_closeWriter zul_bulk_abortWriter
     'zul_dec_ContextStruct::zul_dec_ContextStruct(' 'zul_dec_ContextStruct::~zul_dec_ContextStruct('
     'zul_dec_ContextStruct::open(' 'zul_dec_ContextStruct::decodeFileHeader('
     'zul_dec_ContextStruct::decodeChunkHeader(' 'zul_dec_ContextStruct::getNumPointsInChunk('
@@ -77,4 +81,31 @@ for name in "${required[@]}"; do
     fi
 done
 [ "$status" -eq 0 ] && echo "$(wc -l <<<"$exported") symbols exported, all of the interface"
+
+if [ -n "$companion" ]; then
+    exported=$(nm -D --defined-only "$companion" | awk '$2 ~ /^[TWDBRVi]$/ {print $3}' | sort -u)
+    stray=$(grep -vE '^zul_(x|xout|xin|xblob)_[A-Za-z0-9]+$' <<<"$exported" || true)
+    if [ -n "$stray" ]; then
+        echo "exported by the companion's library but not part of its interface:"
+        echo "$stray"
+        status=1
+    fi
+    required=(
+        zul_x_checksum zul_x_statusText
+        zul_xout_open zul_xout_addField zul_xout_keepOrder zul_xout_setSource zul_xout_setFormat
+        zul_xout_addConvention zul_xout_bindStreamBuffer zul_xout_bindStreamFile
+        zul_xout_beginStream zul_xout_addChunk zul_xout_addChunkBytes zul_xout_writeColumn zul_xout_writeOrder
+        zul_xout_finish zul_xout_close
+        zul_xin_getHeadSize zul_xin_openFile zul_xin_openBuffer zul_xin_openHead
+        zul_xin_bindStreamBuffer zul_xin_bindStreamFile zul_xin_bindIndex zul_xin_getInfo
+        zul_xin_getChunk zul_xin_getField zul_xin_findField zul_xin_getSource zul_xin_getFormat
+        zul_xin_getConventionCount zul_xin_getConvention zul_xin_readColumn zul_xin_readOrder
+        zul_xin_readColumnFromBlock zul_xin_checkBlock zul_xin_verifyBuffer zul_xin_verifyFile
+        zul_xin_close zul_xblob_pack zul_xblob_unpack
+    )
+    for name in "${required[@]}"; do
+        grep -qxF -- "$name" <<<"$exported" || { echo "missing export: $name"; status=1; }
+    done
+    [ "$status" -eq 0 ] && echo "$(wc -l <<<"$exported") companion symbols exported, all of its interface"
+fi
 exit "$status"

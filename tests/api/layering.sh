@@ -12,6 +12,7 @@ allowed() {
         src/decoder) echo "frame entropy decoder" ;;
         src/file) echo "frame entropy encoder decoder file" ;;
         src/bulk) echo "frame entropy encoder decoder bulk" ;;
+        src/companion) echo "companion" ;; # over the public headers only
     esac
 }
 
@@ -35,7 +36,7 @@ done
 for folder in tools examples bench fuzz; do
     [ -d "$folder" ] || continue
     if grep -rnE '#include "' "$folder" | grep -v '^bench/stages/' |
-        grep -vE '#include "(zul\.h|zul\.hpp|zul_bulk\.h|(formats/)?[a-z_]+\.h)"'; then
+        grep -vE '#include "(zul\.h|zul\.hpp|zul_bulk\.h|zul_companion\.h|zul/companion\.hpp|(formats/)?[a-z_]+\.h)"'; then
         echo "programs in $folder/ may include the public headers only"
         status=1
     fi

@@ -1,7 +1,8 @@
-// zul::ChunkIndex, zul::decodeBulk and zul::encodeBulk as a host uses them: a round trip through
-// a file and a buffer, a box query, and the errors they throw.
+// zul::ChunkIndex, zul::decodeBulk, zul::encodeBulk and zul::BulkWriter as a host uses them: a
+// round trip through a file and a buffer, a box query, and the errors they throw.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <vector>
 
 #include "support/host_files.h"
@@ -51,6 +52,38 @@ TEST_F(BulkClasses, RoundTripQueryAndErrors) {
     EXPECT_THROW(index.select({1, 1, 1}, {0, 2, 2}), zul::Error);
     EXPECT_THROW(zul::ChunkIndex(path("missing.zul")), zul::Error);
     EXPECT_THROW(zul::decodeBulk(index, -1), zul::Error);
+
+    // The writer, published over the file in two calls, with the marker of the first file.
+    const std::vector<uint8_t> first = readFile<std::vector<uint8_t>>(file);
+    const char* marker = reinterpret_cast<const char*>(first.data()) + ZUL_SIGNATURE_SIZE +
+                         ZUL_FILE_HEADER_SIZE_V1 - ZUL_SYNC_MARKER_SIZE;
+    {
+        zul::BulkWriter writer(file, type, nullptr, 3, true, marker);
+        zul::BulkCloud half = cloud;
+        half.positions.resize(half.positions.size() / 2);
+        half.colors.resize(half.colors.size() / 2);
+        writer.write(half, {1000, 1000, 500});
+        zul::BulkCloud rest;
+        rest.positions.assign(cloud.positions.begin() + 7500, cloud.positions.end());
+        rest.colors.assign(cloud.colors.begin() + 7500, cloud.colors.end());
+        writer.write(rest, {500, 1000, 1000});
+        EXPECT_THROW(writer.write(rest, {1}), zul::Error);
+        writer.close();
+    }
+    EXPECT_EQ(zul::ChunkIndex(file).numChunks(), 6);
+    EXPECT_EQ(zul::decodeBulk(zul::ChunkIndex(file)).colors, cloud.colors);
+    try {
+        zul::BulkWriter(path("no/folder.zul"), type);
+        FAIL() << "a writer opened in a missing folder";
+    } catch (const zul::Error& error) {
+        EXPECT_EQ(error.status(), zul_STATUS_WRITE_ERROR);
+    }
+    EXPECT_STREQ(zul::statusName(zul_STATUS_OVER_BUDGET), "zul_STATUS_OVER_BUDGET");
+    const zul::ChunkIndex again(file);
+    const std::array<int64_t, 4> sizes = again.streamSizes(0);
+    EXPECT_EQ(sizes[0] + sizes[1] + ZUL_SYNC_MARKER_SIZE + ZUL_CHUNK_HEADER_SIZE_MIN + 4,
+              again.chunk(0).size);
+    EXPECT_THROW(again.streamSizes(6), zul::Error);
 }
 
 }  // namespace

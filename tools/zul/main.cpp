@@ -14,6 +14,7 @@
 #include "interrupt.h"
 #include "progress_bar.h"
 #include "usage_error.h"
+#include "view_command.h"
 
 using namespace zultool;
 
@@ -21,7 +22,7 @@ namespace {
 
 const char* const kUsage =
     "usage: zul COMMAND [options] FILE...\n"
-    "commands: compress, decompress, info, verify, demo, help";
+    "commands: compress, decompress, info, verify, view, demo, help";
 
 std::string versionText() {
     return "zul " + std::to_string(zul_libversion_major()) + "." +
@@ -39,6 +40,7 @@ void printToolHelp() {
                  "  info FILE...         describe zul files: points, step, bounds, streams, "
                  "chunks\n"
                  "  verify FILE...       decode every chunk and report intact or damaged files\n"
+                 "  view FILE...         show zul files in a browser, served on a loopback port\n"
                  "  demo                 compress and check a built-in lidar scan\n"
                  "  help COMMAND         the options of a command\n\n"
                  "  -V, --version        print the version\n"
@@ -251,6 +253,7 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
     InfoOptions info;
     VerifyOptions verify;
     DemoOptions demo;
+    ViewOptions view;
     if (command == "compress") {
         app.description(
             "Compress point cloud files into zul files: scan.las -> scan.zul, or "
@@ -274,6 +277,11 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
             "(exit status 0 only if all are intact)");
         app.add_option("files", verify.inputs, "zul files");
         app.add_flag("-q,--quiet", verify.quiet, "report damaged files only");
+    } else if (command == "view") {
+        app.description(
+            "Show zul files in a browser: serve the viewer page and the files on "
+            "127.0.0.1 and print their addresses");
+        addViewOptions(app, view);
     } else {
         app.description("Compress and check a built-in lidar scan");
         addCommonOptions(app, parsed, false);
@@ -313,11 +321,12 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
         if (verify.inputs.empty()) throw UsageError("no input file given");
         return runVerify(verify);
     }
+    if (command == "view") return runView(view);
     return runDemo(demo);
 }
 
 bool isCommand(const std::string& word) {
-    for (const char* command : {"compress", "decompress", "info", "verify", "demo"}) {
+    for (const char* command : {"compress", "decompress", "info", "verify", "view", "demo"}) {
         if (word == command) return true;
     }
     return false;

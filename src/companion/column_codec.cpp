@@ -1,0 +1,291 @@
+#include "column_codec.h"
+
+#include <zstd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "format.h"
+
+namespace zulx {
+
+namespace {
+
+template <typename U>
+void transformAs(const uint8_t* in, uint8_t* out, int64_t count, uint8_t transform) {
+    U previous = 0;
+    for (int64_t i = 0; i < count; ++i) {
+        const U value = load<U>(in + i * sizeof(U));
+        store<U>(
+            out + i * sizeof(U),
+            static_cast<U>(transform == kTransformDelta ? value - previous : value ^ previous));
+        previous = value;
+    }
+}
+
+template <typename U>
+void untransformAs(uint8_t* data, int64_t count, uint8_t transform) {
+    U previous = 0;
+    for (int64_t i = 0; i < count; ++i) {
+        const U coded = load<U>(data + i * sizeof(U));
+        previous =
+            static_cast<U>(transform == kTransformDelta ? previous + coded : previous ^ coded);
+        store<U>(data + i * sizeof(U), previous);
+    }
+}
+
+void transform(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, uint8_t how,
+               bool inverse) {
+    if (how == kTransformNone) {
+        if (!inverse && count) std::memcpy(out, in, static_cast<size_t>(count) * width);
+        return;
+    }
+    switch (width) {
+        case 1:
+            inverse ? untransformAs<uint8_t>(out, count, how)
+                    : transformAs<uint8_t>(in, out, count, how);
+            break;
+        case 2:
+            inverse ? untransformAs<uint16_t>(out, count, how)
+                    : transformAs<uint16_t>(in, out, count, how);
+            break;
+        case 4:
+            inverse ? untransformAs<uint32_t>(out, count, how)
+                    : transformAs<uint32_t>(in, out, count, how);
+            break;
+        default:
+            inverse ? untransformAs<uint64_t>(out, count, how)
+                    : transformAs<uint64_t>(in, out, count, how);
+            break;
+    }
+}
+
+// Byte j of value i goes to plane j, at i; or back. Widths of the typed fields get loops of
+// their own, which the compiler unrolls.
+template <size_t W>
+void planesOf(const uint8_t* in, uint8_t* out, size_t n, bool inverse) {
+    for (size_t i = 0; i < n; ++i)
+        for (size_t j = 0; j < W; ++j) {
+            if (inverse)
+                out[i * W + j] = in[j * n + i];
+            else
+                out[j * n + i] = in[i * W + j];
+        }
+}
+
+void planes(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, bool inverse) {
+    const size_t n = static_cast<size_t>(count), w = static_cast<size_t>(width);
+    switch (width) {
+        case 2:
+            return planesOf<2>(in, out, n, inverse);
+        case 4:
+            return planesOf<4>(in, out, n, inverse);
+        case 8:
+            return planesOf<8>(in, out, n, inverse);
+        default:
+            for (size_t j = 0; j < w; ++j)
+                for (size_t i = 0; i < n; ++i) {
+                    if (inverse)
+                        out[i * w + j] = in[j * n + i];
+                    else
+                        out[j * n + i] = in[i * w + j];
+                }
+    }
+}
+
+// Value k of `out` is value order[k] of `in` (gather), or the other way round (scatter).
+template <size_t W>
+void permuteOf(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order, bool scatter) {
+    for (size_t k = 0; k < order.size(); ++k) {
+        if (scatter)
+            std::memcpy(out + order[k] * W, in + k * W, W);
+        else
+            std::memcpy(out + k * W, in + order[k] * W, W);
+    }
+}
+
+void permute(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order, int32_t width,
+             bool scatter) {
+    const size_t w = static_cast<size_t>(width);
+    switch (width) {
+        case 1:
+            return permuteOf<1>(in, out, order, scatter);
+        case 2:
+            return permuteOf<2>(in, out, order, scatter);
+        case 4:
+            return permuteOf<4>(in, out, order, scatter);
+        case 8:
+            return permuteOf<8>(in, out, order, scatter);
+        default:
+            for (size_t k = 0; k < order.size(); ++k) {
+                if (scatter)
+                    std::memcpy(out + order[k] * w, in + k * w, w);
+                else
+                    std::memcpy(out + k * w, in + order[k] * w, w);
+            }
+    }
+}
+
+// The level every column is compressed at, the values a coding is tried on before the best codes
+// them all, and a sample so small that no other coding is tried (docs/companion.md gives the
+// measurements).
+constexpr int kLevel = 1;
+constexpr int64_t kSampleValues = 512;
+constexpr size_t kTinySample = 32;
+
+// A thread's zstd contexts and buffers, kept from call to call.
+struct Scratch {
+    ZSTD_CCtx* compressor = nullptr;
+    ZSTD_DCtx* decompressor = nullptr;
+    std::vector<uint8_t> transformed, planed, compressed;
+    ~Scratch() {
+        ZSTD_freeCCtx(compressor);
+        ZSTD_freeDCtx(decompressor);
+    }
+};
+
+Scratch& scratch() {
+    thread_local Scratch s;
+    if (!s.compressor) s.compressor = ZSTD_createCCtx();
+    if (!s.decompressor) s.decompressor = ZSTD_createDCtx();
+    if (!s.compressor || !s.decompressor) throw std::bad_alloc();
+    return s;
+}
+
+}  // namespace
+
+void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t coding, int level,
+                   std::vector<uint8_t>& out) {
+    Scratch& s = scratch();
+    const size_t raw = static_cast<size_t>(count) * static_cast<size_t>(width);
+    const uint8_t* data = static_cast<const uint8_t*>(values);
+    if (coding & kTransformMask) {
+        s.transformed.resize(raw);
+        transform(data, s.transformed.data(), count, width, coding & kTransformMask, false);
+        data = s.transformed.data();
+    }
+    if (coding & kBytePlanes) {
+        s.planed.resize(raw);
+        planes(data, s.planed.data(), count, width, false);
+        data = s.planed.data();
+    }
+    const size_t at = out.size();
+    if (coding & kZstd) {
+        // Into a buffer of the thread's, which keeps its room: no zero-filling of a bound a call.
+        const size_t bound = ZSTD_compressBound(raw);
+        if (s.compressed.size() < bound) s.compressed.resize(bound);
+        const size_t made =
+            ZSTD_compressCCtx(s.compressor, s.compressed.data(), bound, data, raw, level);
+        if (ZSTD_isError(made)) throw std::bad_alloc();  // only a failed allocation errs here
+        out.resize(at + kSegmentHeaderSize);
+        appendBytes(out, s.compressed.data(), made);
+    } else {
+        out.resize(at + kSegmentHeaderSize);
+        appendBytes(out, data, raw);
+    }
+    out[at] = coding;
+    out[at + 1] = out[at + 2] = out[at + 3] = 0;
+    store<uint32_t>(out.data() + at + 4,
+                    static_cast<uint32_t>(out.size() - at - kSegmentHeaderSize));
+}
+
+std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
+    std::vector<uint32_t> positions(static_cast<size_t>(count));
+    for (size_t i = 0; i < positions.size(); ++i) positions[i] = static_cast<uint32_t>(i);
+    std::stable_sort(positions.begin(), positions.end(),
+                     [indices](uint32_t a, uint32_t b) { return indices[a] < indices[b]; });
+    return positions;
+}
+
+void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t type,
+                       const std::vector<uint32_t>* inputOrder, std::vector<uint8_t>& out) {
+    const size_t w = static_cast<size_t>(width);
+    const uint8_t* stored = static_cast<const uint8_t*>(values);
+    std::vector<uint8_t> permuted;
+    if (inputOrder) {
+        permuted.resize(static_cast<size_t>(count) * w);
+        permute(stored, permuted.data(), *inputOrder, width, false);
+    }
+    // The codings a type tries (measured: the difference beats the XOR on GPS time, planes help
+    // wide integers; one-byte values gain little from either). Each is tried on a sample of the
+    // first values, in stored order and, with the order kept, in the input's order; the winner
+    // codes them all.
+    static const uint8_t oneByte[] = {kZstd, kTransformDelta | kZstd};
+    static const uint8_t integers[] = {kZstd, kBytePlanes | kZstd,
+                                       kTransformDelta | kBytePlanes | kZstd};
+    static const uint8_t floats[] = {kZstd, kBytePlanes | kZstd,
+                                     kTransformDelta | kBytePlanes | kZstd,
+                                     kTransformXor | kBytePlanes | kZstd};
+    static const uint8_t rawBytes[] = {kZstd, kBytePlanes | kZstd};
+    const uint8_t* codings = integers;
+    size_t numCodings = sizeof integers;
+    if (type == zul_FIELD_RAW)
+        codings = rawBytes, numCodings = width == 1 ? 1 : sizeof rawBytes;
+    else if (width == 1)
+        codings = oneByte, numCodings = sizeof oneByte;
+    else if (isFloat(type))
+        codings = floats, numCodings = sizeof floats;
+    const int64_t sample = std::min<int64_t>(count, kSampleValues);
+    uint8_t bestCoding = kZstd;
+    size_t bestSize = SIZE_MAX;
+    std::vector<uint8_t> trial;
+    for (int order = 0; order < (inputOrder ? 2 : 1) && bestSize > kTinySample; ++order)
+        for (size_t c = 0; c < numCodings && bestSize > kTinySample; ++c) {
+            const uint8_t coding = static_cast<uint8_t>(codings[c] | (order ? kInputOrder : 0));
+            trial.clear();
+            encodeSegment(order ? permuted.data() : stored, sample, width, coding, kLevel, trial);
+            if (trial.size() < bestSize) bestSize = trial.size(), bestCoding = coding;
+        }
+    const size_t at = out.size();
+    encodeSegment(bestCoding & kInputOrder ? permuted.data() : stored, count, width, bestCoding,
+                  kLevel, out);
+    if (out.size() - at - kSegmentHeaderSize > static_cast<size_t>(count) * w) {
+        out.resize(at);  // the values as they are take less room
+        encodeSegment(stored, count, width, kTransformNone, 0, out);
+    }
+}
+
+zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSize, int64_t count,
+                         int32_t width, const std::vector<uint32_t>* inputOrder, void* out) {
+    if (coding & kInputOrder) {
+        if (!inputOrder || inputOrder->size() != static_cast<size_t>(count))
+            return zul_STATUS_CORRUPT_DATA;
+        const size_t w = static_cast<size_t>(width);
+        std::vector<uint8_t> permuted(static_cast<size_t>(count) * w);
+        const zul_Status status = decodeSegment(static_cast<uint8_t>(coding & ~kInputOrder), stored,
+                                                storedSize, count, width, nullptr, permuted.data());
+        if (status != zul_STATUS_OK) return status;
+        permute(permuted.data(), static_cast<uint8_t*>(out), *inputOrder, width, true);
+        return zul_STATUS_OK;
+    }
+    if (coding & ~kCodingMask) return zul_STATUS_CORRUPT_DATA;
+    const uint8_t how = coding & kTransformMask;
+    if (how == kTransformMask) return zul_STATUS_CORRUPT_DATA;
+    if (how != kTransformNone && width != 1 && width != 2 && width != 4 && width != 8)
+        return zul_STATUS_CORRUPT_DATA;
+    const size_t raw = static_cast<size_t>(count) * static_cast<size_t>(width);
+    uint8_t* target = static_cast<uint8_t*>(out);
+    // Planes are undone from a copy; everything else in place, in the caller's room.
+    std::vector<uint8_t> copy;
+    uint8_t* first = target;
+    if (coding & kBytePlanes) {
+        copy.resize(raw);
+        first = copy.data();
+    }
+    if (coding & kZstd) {
+        const unsigned long long declared = ZSTD_getFrameContentSize(stored, storedSize);
+        if (declared != raw) return zul_STATUS_CORRUPT_DATA;
+        const size_t made =
+            ZSTD_decompressDCtx(scratch().decompressor, first, raw, stored, storedSize);
+        if (ZSTD_isError(made) || made != raw) return zul_STATUS_CORRUPT_DATA;
+    } else {
+        if (storedSize != raw) return zul_STATUS_CORRUPT_DATA;
+        if (raw) std::memcpy(first, stored, raw);
+    }
+    if (coding & kBytePlanes) planes(copy.data(), target, count, width, true);
+    transform(nullptr, target, count, width, how, true);
+    return zul_STATUS_OK;
+}
+
+}  // namespace zulx

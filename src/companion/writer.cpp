@@ -1,0 +1,351 @@
+// zul_xout_: the companion writer.
+#include <cstdio>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "column_codec.h"
+#include "head.h"
+#include "stream_bytes.h"
+
+using namespace zulx;
+
+namespace {
+// The zstd level of the order (docs/companion.md).
+constexpr int kOrderLevel = 1;
+}  // namespace
+
+struct zul_xout_WriterStruct {
+    enum class Binding { none, byParts, whole };
+
+    std::string path;
+    bool toMemory = true;
+    bool failed = false;
+    bool finished = false;
+    Head head;
+    Meta meta;
+    Binding binding = Binding::none;
+    std::set<std::string> conventionKeys;
+    std::vector<uint8_t> streamHead;  // of a binding by parts
+    // The blocks made so far, back to back; the chunk being written and its segments.
+    std::vector<uint8_t> blocks;
+    size_t nextChunk = 0;
+    std::vector<std::vector<uint8_t>> segments;
+    std::vector<bool> written;
+    std::vector<uint8_t> output;
+
+    // Codes and appends the blocks of the chunks whose columns are all there: the order first,
+    // for the columns that are coded in the input's order.
+    void completeBlocks() {
+        const size_t numSegments = static_cast<size_t>(head.segments());
+        const size_t numFields = head.fields.size();
+        while (nextChunk < head.chunks.size()) {
+            for (size_t s = 0; s < numSegments; ++s)
+                if (!written[s]) return;
+            ChunkEntry& entry = head.chunks[nextChunk];
+            const int64_t count = entry.chunk.numPoints;
+            std::vector<uint32_t> inputOrder;
+            if (head.hasOrder)
+                inputOrder = inputOrderOf(
+                    reinterpret_cast<const uint64_t*>(segments[numFields].data()), count);
+            const size_t at = blocks.size();
+            for (size_t s = 0; s < numFields; ++s)
+                encodeBestSegment(segments[s].data(), count, head.fields[s].width,
+                                  head.fields[s].type, head.hasOrder ? &inputOrder : nullptr,
+                                  blocks);
+            if (head.hasOrder)  // input indices: planes and zstd (measured), no trials
+                encodeSegment(segments[numFields].data(), count, 8, kBytePlanes | kZstd,
+                              kOrderLevel, blocks);
+            for (size_t s = 0; s < numSegments; ++s) {
+                std::vector<uint8_t>().swap(segments[s]);
+                written[s] = false;
+            }
+            entry.blockOffset = static_cast<int64_t>(at);  // from the first block for now
+            entry.blockSize = static_cast<int64_t>(blocks.size() - at);
+            entry.blockChecksum = checksum(blocks.data() + at, blocks.size() - at);
+            ++nextChunk;
+        }
+    }
+
+    zul_Status startBinding(Binding kind) {
+        if (binding != Binding::none || finished) return zul_STATUS_INVALID_STATE;
+        binding = kind;
+        segments.assign(static_cast<size_t>(head.segments()), {});
+        written.assign(static_cast<size_t>(head.segments()), false);
+        return zul_STATUS_OK;
+    }
+
+    zul_Status bindWhole(const char* streamPath, const void* bytes, size_t size) {
+        if (binding != Binding::none || finished) return zul_STATUS_INVALID_STATE;
+        StreamFacts facts;
+        zul_Status status = readStream(streamPath, bytes, size, true, facts);
+        if (status == zul_STATUS_OK) status = facts.damage;
+        if (status != zul_STATUS_OK) return status;
+        startBinding(Binding::whole);
+        std::memcpy(head.marker, facts.marker, 16);
+        head.streamHeadSize = facts.headSize;
+        head.streamHeadChecksum = facts.headChecksum;
+        head.streamSize = facts.size;
+        head.chunks.resize(facts.chunks.size());
+        for (size_t c = 0; c < facts.chunks.size(); ++c) {
+            head.chunks[c].chunk = facts.chunks[c];
+            head.chunks[c].checksum = facts.checksums[c];
+            head.numPoints += facts.chunks[c].numPoints;
+        }
+        completeBlocks();
+        return zul_STATUS_OK;
+    }
+
+    zul_Status writeSegment(int64_t chunk, size_t segment, int32_t width, const void* values,
+                            int64_t numValues) {
+        if (chunk < 0 || static_cast<size_t>(chunk) != nextChunk || nextChunk >= head.chunks.size())
+            return zul_STATUS_INVALID_STATE;
+        if (written[segment] || numValues != head.chunks[nextChunk].chunk.numPoints)
+            return zul_STATUS_INVALID_ARGUMENT;
+        const uint8_t* bytes = static_cast<const uint8_t*>(values);
+        segments[segment].assign(bytes, bytes + numValues * width);
+        written[segment] = true;
+        completeBlocks();
+        return zul_STATUS_OK;
+    }
+
+    zul_Status finish() {
+        completeBlocks();
+        if (binding == Binding::none || nextChunk != head.chunks.size())
+            return zul_STATUS_INVALID_STATE;
+        if (binding == Binding::byParts)
+            head.streamSize = head.chunks.empty()
+                                  ? head.streamHeadSize
+                                  : head.chunks.back().chunk.offset + head.chunks.back().chunk.size;
+        head.headSize = headSizeOf(static_cast<int64_t>(head.chunks.size()),
+                                   static_cast<int64_t>(head.fields.size()));
+        for (ChunkEntry& entry : head.chunks) entry.blockOffset += head.headSize;
+        const std::vector<uint8_t> metaBytes = writeMeta(meta);
+        head.metaOffset = head.headSize + static_cast<int64_t>(blocks.size());
+        head.metaSize = static_cast<int64_t>(metaBytes.size());
+        head.metaChecksum = checksum(metaBytes.data(), metaBytes.size());
+        const std::vector<uint8_t> headBytes = writeHead(head);
+        finished = true;
+        if (toMemory) {
+            output = headBytes;
+            appendBytes(output, blocks.data(), blocks.size());
+            appendBytes(output, metaBytes.data(), metaBytes.size());
+            std::vector<uint8_t>().swap(blocks);
+            return zul_STATUS_OK;
+        }
+        std::FILE* file = std::fopen(path.c_str(), "wb");
+        if (!file) return failed = true, zul_STATUS_WRITE_ERROR;
+        bool good = std::fwrite(headBytes.data(), 1, headBytes.size(), file) == headBytes.size();
+        good = good && (blocks.empty() ||
+                        std::fwrite(blocks.data(), 1, blocks.size(), file) == blocks.size());
+        good = good && std::fwrite(metaBytes.data(), 1, metaBytes.size(), file) == metaBytes.size();
+        good = std::fclose(file) == 0 && good;
+        if (!good) {
+            std::remove(path.c_str());
+            failed = true;
+            return zul_STATUS_WRITE_ERROR;
+        }
+        return zul_STATUS_OK;
+    }
+};
+
+namespace {
+
+bool usable(zul_xout_Writer writer) { return writer && !writer->failed; }
+
+bool boxValid(const zul_idx_Chunk& c) {
+    for (int a = 0; a < 3; ++a)
+        if (c.gridMin[a] > c.gridMax[a] || !(c.min[a] <= c.max[a])) return false;
+    return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+ZUL_API zul_Status zul_xout_open(zul_xout_Writer* writer, const char* path) {
+    if (!writer) return zul_STATUS_INVALID_ARGUMENT;
+    *writer = new zul_xout_WriterStruct();
+    if (path) (*writer)->path = path, (*writer)->toMemory = false;
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_addField(zul_xout_Writer writer, const char* name, zul_FieldType type,
+                                     int32_t width, int32_t* field) {
+    if (!writer || !name) return zul_STATUS_INVALID_ARGUMENT;
+    if (writer->failed || writer->binding != zul_xout_WriterStruct::Binding::none ||
+        writer->head.fields.size() >= static_cast<size_t>(kMaxFields))
+        return zul_STATUS_INVALID_STATE;
+    const size_t length = std::strlen(name);
+    if (length == 0 || length > ZUL_FIELD_NAME_MAX) return zul_STATUS_INVALID_ARGUMENT;
+    if (type == zul_FIELD_RAW) {
+        if (width < 1 || width > 65535) return zul_STATUS_INVALID_ARGUMENT;
+    } else {
+        width = typeWidth(type);
+        if (width == 0) return zul_STATUS_INVALID_ARGUMENT;
+    }
+    for (const Field& f : writer->head.fields)
+        if (f.name == name) return zul_STATUS_INVALID_ARGUMENT;
+    if (field) *field = static_cast<int32_t>(writer->head.fields.size());
+    writer->head.fields.push_back(Field{name, type, width});
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_keepOrder(zul_xout_Writer writer) {
+    if (!writer) return zul_STATUS_INVALID_ARGUMENT;
+    if (writer->failed || writer->binding != zul_xout_WriterStruct::Binding::none)
+        return zul_STATUS_INVALID_STATE;
+    writer->head.hasOrder = true;
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_setSource(zul_xout_Writer writer, zul_SourceKind kind,
+                                      const void* bytes, size_t size) {
+    if (!writer || (!bytes && size) || kind < zul_SOURCE_NONE || kind > zul_SOURCE_OTHER)
+        return zul_STATUS_INVALID_ARGUMENT;
+    if (!usable(writer) || writer->finished) return zul_STATUS_INVALID_STATE;
+    writer->meta.sourceKind = kind;
+    writer->meta.source.assign(static_cast<const uint8_t*>(bytes),
+                               static_cast<const uint8_t*>(bytes) + size);
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_setFormat(zul_xout_Writer writer, const char* format) {
+    if (!writer || !format) return zul_STATUS_INVALID_ARGUMENT;
+    if (!usable(writer) || writer->finished) return zul_STATUS_INVALID_STATE;
+    writer->meta.format = format;
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_addConvention(zul_xout_Writer writer, const char* key,
+                                          const char* value) {
+    if (!writer || !key || !*key || !value || writer->conventionKeys.count(key))
+        return zul_STATUS_INVALID_ARGUMENT;
+    if (!usable(writer) || writer->finished) return zul_STATUS_INVALID_STATE;
+    writer->conventionKeys.insert(key);
+    writer->meta.conventions.emplace_back(key, value);
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_bindStreamBuffer(zul_xout_Writer writer, const void* bytes,
+                                             size_t size) {
+    if (!writer || (!bytes && size)) return zul_STATUS_INVALID_ARGUMENT;
+    if (writer->failed) return zul_STATUS_INVALID_STATE;
+    return writer->bindWhole(nullptr, bytes, size);
+}
+
+ZUL_API zul_Status zul_xout_bindStreamFile(zul_xout_Writer writer, const char* path) {
+    if (!writer || !path) return zul_STATUS_INVALID_ARGUMENT;
+    if (writer->failed) return zul_STATUS_INVALID_STATE;
+    return writer->bindWhole(path, nullptr, 0);
+}
+
+ZUL_API zul_Status zul_xout_beginStream(zul_xout_Writer writer, const void* head, size_t headSize) {
+    if (!writer || !head) return zul_STATUS_INVALID_ARGUMENT;
+    if (writer->failed || writer->binding != zul_xout_WriterStruct::Binding::none ||
+        writer->finished)
+        return zul_STATUS_INVALID_STATE;
+    ByteSource source;
+    source.openMemory(head, headSize);
+    StreamFacts facts;
+    const zul_Status status = readStreamHead(source, facts);
+    if (status != zul_STATUS_OK) return status;
+    if (facts.headSize != static_cast<int64_t>(headSize)) return zul_STATUS_INVALID_ARGUMENT;
+    writer->startBinding(zul_xout_WriterStruct::Binding::byParts);
+    std::memcpy(writer->head.marker, facts.marker, 16);
+    writer->head.streamHeadSize = facts.headSize;
+    writer->head.streamHeadChecksum = facts.headChecksum;
+    writer->streamHead.assign(static_cast<const uint8_t*>(head),
+                              static_cast<const uint8_t*>(head) + headSize);
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_addChunk(zul_xout_Writer writer, const zul_idx_Chunk* chunk,
+                                     uint64_t checksum) {
+    if (!writer || !chunk) return zul_STATUS_INVALID_ARGUMENT;
+    if (writer->failed || writer->binding != zul_xout_WriterStruct::Binding::byParts ||
+        writer->finished)
+        return zul_STATUS_INVALID_STATE;
+    Head& head = writer->head;
+    const int64_t expected = head.chunks.empty()
+                                 ? head.streamHeadSize
+                                 : head.chunks.back().chunk.offset + head.chunks.back().chunk.size;
+    if (chunk->numPoints < 1 || chunk->numPoints > kMaxChunkPoints || chunk->offset != expected ||
+        chunk->size < 16 || chunk->size > INT64_MAX - chunk->offset || !boxValid(*chunk))
+        return zul_STATUS_INVALID_ARGUMENT;
+    ChunkEntry entry;
+    entry.chunk = *chunk;
+    entry.chunk.reserved = 0;
+    entry.checksum = checksum;
+    head.chunks.push_back(entry);
+    head.numPoints += chunk->numPoints;
+    writer->completeBlocks();
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_addChunkBytes(zul_xout_Writer writer, const void* chunk, size_t size) {
+    if (!writer || !chunk) return zul_STATUS_INVALID_ARGUMENT;
+    if (writer->failed || writer->binding != zul_xout_WriterStruct::Binding::byParts ||
+        writer->finished)
+        return zul_STATUS_INVALID_STATE;
+    // The stream's head and this chunk make a stream of one chunk, which the index reads.
+    std::vector<uint8_t> alone = writer->streamHead;
+    appendBytes(alone, chunk, size);
+    zul_idx_Index index = nullptr;
+    zul_Status status = zul_idx_openBuffer(&index, alone.data(), alone.size(), nullptr);
+    int64_t numChunks = 0;
+    zul_Status damage = zul_STATUS_OK;
+    zul_idx_Chunk info = {};
+    if (status == zul_STATUS_OK) status = zul_idx_getCounts(index, &numChunks, nullptr);
+    if (status == zul_STATUS_OK) status = zul_idx_getDamage(index, &damage, nullptr, nullptr);
+    if (status == zul_STATUS_OK && damage != zul_STATUS_OK) status = damage;
+    if (status == zul_STATUS_OK && numChunks != 1) status = zul_STATUS_CORRUPT_DATA;
+    if (status == zul_STATUS_OK) status = zul_idx_getChunk(index, 0, &info);
+    zul_idx_close(&index);
+    if (status != zul_STATUS_OK) return status;
+    const Head& head = writer->head;
+    info.offset = head.chunks.empty()
+                      ? head.streamHeadSize
+                      : head.chunks.back().chunk.offset + head.chunks.back().chunk.size;
+    return zul_xout_addChunk(writer, &info, checksum(chunk, size));
+}
+
+ZUL_API zul_Status zul_xout_writeColumn(zul_xout_Writer writer, int64_t chunk, int32_t field,
+                                        const void* values, int64_t numValues) {
+    if (!writer || (!values && numValues) || field < 0 ||
+        static_cast<size_t>(field) >= writer->head.fields.size())
+        return zul_STATUS_INVALID_ARGUMENT;
+    if (!usable(writer) || writer->finished ||
+        writer->binding == zul_xout_WriterStruct::Binding::none)
+        return zul_STATUS_INVALID_STATE;
+    const Field& f = writer->head.fields[static_cast<size_t>(field)];
+    return writer->writeSegment(chunk, static_cast<size_t>(field), f.width, values, numValues);
+}
+
+ZUL_API zul_Status zul_xout_writeOrder(zul_xout_Writer writer, int64_t chunk,
+                                       const uint64_t* indices, int64_t numValues) {
+    if (!writer || (!indices && numValues)) return zul_STATUS_INVALID_ARGUMENT;
+    if (!usable(writer) || writer->finished || !writer->head.hasOrder ||
+        writer->binding == zul_xout_WriterStruct::Binding::none)
+        return zul_STATUS_INVALID_STATE;
+    return writer->writeSegment(chunk, writer->head.fields.size(), 8, indices, numValues);
+}
+
+ZUL_API zul_Status zul_xout_finish(zul_xout_Writer writer, const void** bytes, size_t* size) {
+    if (!writer || (writer->toMemory && (!bytes || !size))) return zul_STATUS_INVALID_ARGUMENT;
+    if (!usable(writer) || writer->finished) return zul_STATUS_INVALID_STATE;
+    const zul_Status status = writer->finish();
+    if (status == zul_STATUS_OK && writer->toMemory) {
+        *bytes = writer->output.data();
+        *size = writer->output.size();
+    }
+    return status;
+}
+
+ZUL_API void zul_xout_close(zul_xout_Writer* writer) {
+    if (!writer) return;
+    delete *writer;
+    *writer = nullptr;
+}
+
+}  // extern "C"

@@ -1,0 +1,413 @@
+// Loading a cloud for display: from bytes, a File or a URL, deciding which chunks to decode (all,
+// those meeting a box, or a sample when the cloud exceeds the point budget) and reading as few
+// bytes as that needs. From a URL: one range request for the head and the first chunks; then the
+// rest as one stream, or, for a box or a sample, the chunk headers one by one and the chosen
+// chunks by range. A server that answers a range request with the whole file (200) is read as
+// a stream and decoded as it arrives. Events go to `emit` (see load). A classic script, beside
+// zul_core.js.
+(function (root) {
+  'use strict';
+  const core = root.ZulCore || (typeof require === 'function' ? require('./zul_core.js') : null);
+  const { Decoder, StreamWalker, ZulError, boxesMeet } = core;
+
+  const FIRST_RANGE = 1 << 20;   // bytes of the first request
+  const STALL_MS = 15000;        // a response that sends nothing for this long is given up
+
+  class Counter {
+    constructor(stallMs) {
+      this.requests = 0;
+      this.bytes = 0;
+      this.headerRequests = 0;
+      this.chunkRequests = 0;
+      this.stallMs = stallMs || STALL_MS;
+    }
+  }
+
+  // Reads a response body slice by slice into `push`, giving up when it stalls.
+  async function readBody(response, push, controller, counter) {
+    const reader = response.body.getReader();
+    const stallMs = counter.stallMs;
+    for (;;) {
+      let timer;
+      const stalled = new Promise((_, reject) => {
+        timer = setTimeout(() => {
+          reject(new Error(`${response.url}: the server sent nothing for ${stallMs / 1000} s`));
+          controller.abort();
+        }, stallMs);
+      });
+      let part;
+      try {
+        part = await Promise.race([reader.read(), stalled]);
+      } finally {
+        clearTimeout(timer);
+      }
+      if (part.done) return;
+      counter.bytes += part.value.length;
+      push(part.value);
+    }
+  }
+
+  async function request(url, range, counter) {
+    const controller = new AbortController();
+    const headers = range ? { Range: `bytes=${range[0]}-${range[1] === undefined ? '' : range[1]}` } : {};
+    counter.requests += 1;
+    const response = await fetch(url, { headers, signal: controller.signal, cache: 'no-store' });
+    if (response.status !== 200 && response.status !== 206) {
+      throw new Error(`${url}: the server answered ${response.status} ${response.statusText}`);
+    }
+    let total = null;
+    const contentRange = response.headers.get('Content-Range');
+    if (response.status === 206) {
+      const match = /\/(\d+)\s*$/.exec(contentRange || '');
+      if (match) total = Number(match[1]);
+    } else if (response.headers.get('Content-Length')) {
+      total = Number(response.headers.get('Content-Length'));
+    }
+    return { response, controller, total, partial: response.status === 206 };
+  }
+
+  // Decides which chunks to decode: those meeting the box, within the point budget; once a
+  // first chunk tells how many points a byte holds, a file estimated beyond the budget is
+  // sampled, one chunk in `stride`.
+  class Chooser {
+    constructor(options, emit) {
+      this.box = options.box || null;
+      this.budget = options.budget || Infinity;
+      this.emit = emit;
+      this.points = 0;
+      this.stride = 1;
+      this.fileSize = null;
+      this.skippedForBudget = 0;
+    }
+
+    estimate(listing) {
+      if (this.fileSize === null || this.strideSet) return;
+      this.strideSet = true;
+      const estimated = (this.fileSize * listing.numPoints) / listing.size;
+      if (estimated > this.budget && !this.box) {
+        this.stride = Math.ceil(estimated / this.budget);
+        this.emit({ type: 'note', sampled: true,
+          message: `about ${Math.round(estimated).toLocaleString('en')} points, beyond the budget of ` +
+                   `${this.budget.toLocaleString('en')}: showing one chunk in ${this.stride}` });
+      }
+    }
+
+    wants(listing) {
+      this.estimate(listing);
+      if (this.box && !boxesMeet(listing.min, listing.max, this.box.min, this.box.max)) return false;
+      if (listing.index % this.stride !== 0) return false;
+      if (this.points + listing.numPoints > this.budget) {
+        this.skippedForBudget += 1;
+        return false;
+      }
+      this.points += listing.numPoints;
+      return true;
+    }
+  }
+
+  // Loads a cloud. `source` is {bytes}, {file} or {url}. Options: box {min, max}, budget
+  // (points), maxChunkPoints, firstRange (bytes), stallMs, views (a chunk event's arrays are views
+  // into the decoder's memory, valid during the event only). Events: header {info, fileSize}, chunk {listing,
+  // points}, listed {chunks} (the whole index, when it was walked), note {message}, damage
+  // {damage}, done {stats}. Resolves when everything chosen is decoded; rejects for a file that
+  // cannot be read at all (its head is damaged, the server fails).
+  async function load(wasm, source, options, emit) {
+    const decoder = new Decoder(wasm, options);
+    const counter = new Counter(options.stallMs);
+    const chooser = new Chooser(options, emit);
+    const stats = { requests: 0, bytes: 0, firstPoints: null, mode: null };
+    const listed = [];
+    let header = null;
+
+    const deliver = (listing, bytes) => {
+      listed[listing.index] = Object.assign({}, listing);
+      if (!bytes) return;
+      let points;
+      try {
+        points = decoder.decodeChunk(bytes, `chunk ${listing.index} at byte ${listing.offset}`, listing.numPoints, !options.views);
+      } catch (error) {
+        if (!(error instanceof ZulError)) throw error;
+        emit({ type: 'damage', damage: { status: error.status, message: error.message, chunk: listing.index, offset: listing.offset } });
+        return;
+      }
+      if (!stats.firstPoints) stats.firstPoints = { requests: counter.requests, bytes: counter.bytes };
+      emit({ type: 'chunk', listing, points });
+    };
+    const walker = new StreamWalker(decoder, {
+      onHeader: (info) => { header = info; emit({ type: 'header', info, fileSize: chooser.fileSize }); },
+      wantBody: (listing) => chooser.wants(listing),
+      onChunk: deliver,
+      onDamage: (damage) => emit({ type: 'damage', damage }),
+      resync: true,
+    });
+    const finishWalk = () => {
+      if (walker.fileError) throw walker.fileError;
+    };
+
+    try {
+      if (source.bytes) {
+        stats.mode = 'bytes';
+        chooser.fileSize = source.bytes.length;
+        walker.push(source.bytes);
+        walker.end();
+        finishWalk();
+      } else if (source.file) {
+        stats.mode = 'file';
+        chooser.fileSize = source.file.size;
+        const reader = source.file.stream().getReader();
+        for (;;) {
+          const part = await reader.read();
+          if (part.done || walker.stopped) break;
+          walker.push(part.value);
+        }
+        walker.end();
+        finishWalk();
+      } else {
+        await loadUrl(source.url, options, walker, chooser, counter, stats, emit, deliver, decoder, listed);
+        finishWalk();
+      }
+      if (chooser.skippedForBudget > 0) {
+        emit({ type: 'note', sampled: true, message: `${chooser.skippedForBudget} chunks left out: the point budget of ${chooser.budget.toLocaleString('en')} is reached` });
+      }
+    } finally {
+      decoder.close();
+      stats.requests = counter.requests;
+      stats.headerRequests = counter.headerRequests;
+      stats.chunkRequests = counter.chunkRequests;
+      stats.bytes = counter.bytes;
+      stats.header = header;
+    }
+    emit({ type: 'done', stats });
+    return stats;
+  }
+
+  async function loadUrl(url, options, walker, chooser, counter, stats, emit, deliver, decoder, listed) {
+    const firstRange = options.firstRange || FIRST_RANGE;
+    const first = await request(url, [0, firstRange - 1], counter);
+    chooser.fileSize = first.total;
+    if (!first.partial) {
+      stats.mode = 'stream';
+      emit({ type: 'note', message: 'the server sends the whole file (no range support): reading it as it arrives' });
+      await readBody(first.response, (b) => walker.push(b), first.controller, counter);
+      walker.end();
+      return;
+    }
+    stats.mode = 'range';
+    await readBody(first.response, (b) => walker.push(b), first.controller, counter);
+    const fileSize = first.total;
+    if (walker.stopped) return;
+    const reached = walker.position;
+    const received = counter.bytes;
+    if (fileSize === null ? received < firstRange : reached >= fileSize) {
+      walker.end();
+      return;
+    }
+    // Without the file's size (another origin that does not expose Content-Range) the chunk
+    // headers cannot be walked to the end: the rest is read as one stream, the choice made on it.
+    // After damage the walk has no chunk boundary to go on from by offset: also one stream.
+    if (fileSize === null || walker.state === 'resync' || (!chooser.box && chooser.stride === 1)) {
+      // Everything is wanted: the rest of the file in one request, walked as it arrives.
+      const rest = await request(url, [reached], counter);
+      if (!rest.partial) throw new Error(`${url}: the server answered a range request with the whole file`);
+      await readBody(rest.response, (b) => walker.push(b), rest.controller, counter);
+      walker.end();
+      return;
+    }
+    // A box or a sample: the chunk headers one by one from the first chunk not wholly read, then
+    // the chosen chunks by range, runs of neighbours in one request.
+    let next = walker.state === 'body' || walker.skipping > 0 ? walker.listing.index : walker.chunkIndex;
+    let offset = walker.state === 'body' || walker.skipping > 0 ? walker.listing.offset : walker.offset;
+    const headSize = 16 + decoder.info.chunkHeaderSize;
+    const wanted = [];
+    if (walker.state === 'body') {
+      listed[next] = Object.assign({}, walker.listing);
+      wanted.push(walker.listing);
+    }
+    let damage = null;
+    while (offset < fileSize && !damage) {
+      let listing = listed[next] && listed[next].offset === offset ? listed[next] : null;
+      if (!listing) {
+        const head = await fetchRange(url, offset, Math.min(offset + headSize, fileSize), counter);
+        counter.headerRequests += 1;
+        ({ listing, damage } = listHead(decoder, head, next, offset, fileSize));
+        if (damage) break;
+        listed[next] = Object.assign({}, listing);
+        if (chooser.wants(listing)) wanted.push(listing);
+      }
+      offset += listing.size;
+      next += 1;
+    }
+    emit({ type: 'listed', chunks: listed.filter(Boolean) });
+    for (let k = 0; k < wanted.length;) {
+      let end = k + 1;
+      while (end < wanted.length && wanted[end].offset === wanted[end - 1].offset + wanted[end - 1].size) end += 1;
+      const from = wanted[k].offset;
+      const to = wanted[end - 1].offset + wanted[end - 1].size;
+      const bytes = await fetchRange(url, from, to, counter);
+      counter.chunkRequests += 1;
+      for (let j = k; j < end; ++j) {
+        const c = wanted[j];
+        if (c.offset + c.size - from > bytes.length) {
+          emit({ type: 'damage', damage: { status: 3, message: `chunk ${c.index} at byte ${c.offset}: truncated (the file shrank)`, chunk: c.index, offset: c.offset } });
+          break;
+        }
+        deliver(c, bytes.subarray(c.offset - from, c.offset - from + c.size));
+      }
+      k = end;
+    }
+    if (damage) emit({ type: 'damage', damage });
+  }
+
+  // The listing of chunk `index` from its head bytes (marker and header, or what the file holds of
+  // them) at `offset`, or the damage that stops the walk there, judged as the native index judges.
+  function listHead(decoder, head, index, offset, fileSize) {
+    const headSize = 16 + decoder.info.chunkHeaderSize;
+    try {
+      if (head.length < 16 || !decoder.markerMatches(head)) throw new ZulError(head.length < 16 ? 3 : 7, 'marker');
+      if (head.length < headSize) throw new ZulError(3, 'header');
+      const h = decoder.chunkHead(head, 'header');
+      const listing = Object.assign(h, { index, offset, size: headSize + h.bodySize });
+      if (offset + listing.size > fileSize) throw new ZulError(3, 'body');
+      return { listing, damage: null };
+    } catch (error) {
+      if (!(error instanceof ZulError)) throw error;
+      const message = new ZulError(error.status, `chunk ${index} at byte ${offset}`).message;
+      return { listing: null, damage: { status: error.status, message, chunk: index, offset } };
+    }
+  }
+
+  // A zul file read by offset, for callers that choose chunks themselves: its head at open (one
+  // read), its chunk list by walking the chunk headers (one small read each), and the chunks
+  // asked for, decoded, neighbours in one read. Source: {bytes}, {file} or {url}; a server
+  // without range support gives the whole file at open, which is then read from memory.
+  class ZulFile {
+    static async open(wasm, source, options = {}) {
+      const file = new ZulFile(wasm, options);
+      try {
+        await file.openSource(source);
+      } catch (error) {
+        file.close();
+        throw error;
+      }
+      return file;
+    }
+
+    constructor(wasm, options) {
+      this.decoder = new Decoder(wasm, options);
+      this.counter = new Counter(options.stallMs);
+      this.listing = null;
+    }
+
+    async openSource(source) {
+      const headBytes = 8 + 164;  // the signature and the largest file header
+      let first;
+      if (source.bytes) {
+        this.useBytes(source.bytes);
+      } else if (source.file) {
+        this.size = source.file.size;
+        this.read = async (from, to) => new Uint8Array(await source.file.slice(from, to).arrayBuffer());
+      } else {
+        const answer = await request(source.url, [0, headBytes - 1], this.counter);
+        const parts = [];
+        await readBody(answer.response, (b) => parts.push(b), answer.controller, this.counter);
+        first = concat(parts);
+        if (answer.partial && answer.total !== null) {
+          this.size = answer.total;
+          this.read = (from, to) => fetchRange(source.url, from, Math.min(to, this.size), this.counter);
+        } else if (!answer.partial) {
+          this.useBytes(first);
+        } else {
+          throw new Error(`${source.url}: the range answer does not tell the file's size (Content-Range not exposed)`);
+        }
+      }
+      if (!first) first = await this.read(0, Math.min(headBytes, this.size));
+      if (first.length < 8) throw new ZulError(3, 'signature');
+      const headerSize = this.decoder.head(first.subarray(0, 8));
+      if (first.length < 8 + headerSize) throw new ZulError(3, 'file header');
+      this.header = this.decoder.fileHeader(first.subarray(8, 8 + headerSize));
+      this.firstChunk = 8 + headerSize;
+    }
+
+    useBytes(bytes) {
+      this.size = bytes.length;
+      this.read = async (from, to) => bytes.subarray(from, Math.min(to, bytes.length));
+    }
+
+    // Resolves to {chunks, damage}: every chunk listed up to the first that cannot be, and why.
+    async listChunks() {
+      if (this.listing) return this.listing;
+      const chunks = [];
+      const headSize = 16 + this.header.chunkHeaderSize;
+      let damage = null;
+      for (let offset = this.firstChunk; offset < this.size;) {
+        const head = await this.read(offset, Math.min(offset + headSize, this.size));
+        let listing;
+        ({ listing, damage } = listHead(this.decoder, head, chunks.length, offset, this.size));
+        if (damage) break;
+        chunks.push(listing);
+        offset += listing.size;
+      }
+      this.listing = { chunks, damage };
+      return this.listing;
+    }
+
+    // Resolves to one entry a listed chunk number, in the order given: the listing and the points
+    // (numPoints, positions Float64Array, colors, reflections, normals), or the listing and an
+    // `error` naming the damage.
+    async decodeChunks(indices) {
+      const { chunks } = await this.listChunks();
+      for (const k of indices) {
+        if (!Number.isInteger(k) || k < 0 || k >= chunks.length) throw new RangeError(`no chunk ${k} (${chunks.length} listed)`);
+      }
+      const out = [];
+      for (let i = 0; i < indices.length;) {
+        let end = i + 1;
+        while (end < indices.length && indices[end] === indices[end - 1] + 1) end += 1;
+        const from = chunks[indices[i]].offset;
+        const last = chunks[indices[end - 1]];
+        const bytes = await this.read(from, last.offset + last.size);
+        for (let j = i; j < end; ++j) {
+          const c = chunks[indices[j]];
+          const where = `chunk ${c.index} at byte ${c.offset}`;
+          try {
+            if (c.offset + c.size - from > bytes.length) throw new ZulError(3, where);
+            const chunkBytes = bytes.subarray(c.offset - from, c.offset - from + c.size);
+            out.push(Object.assign({ listing: c }, this.decoder.decodeChunk(chunkBytes, where, c.numPoints)));
+          } catch (error) {
+            if (!(error instanceof ZulError)) throw error;
+            out.push({ listing: c, error: error.message });
+          }
+        }
+        i = end;
+      }
+      return out;
+    }
+
+    get requests() { return this.counter.requests; }
+
+    close() { this.decoder.close(); }
+  }
+
+  function concat(parts) {
+    const out = new Uint8Array(parts.reduce((n, p) => n + p.length, 0));
+    let at = 0;
+    for (const p of parts) { out.set(p, at); at += p.length; }
+    return out;
+  }
+
+  // Bytes [from, to) of the file by a range request.
+  async function fetchRange(url, from, to, counter) {
+    const answer = await request(url, [from, to - 1], counter);
+    if (!answer.partial) {
+      answer.controller.abort();
+      throw new Error(`${url}: the server stopped answering range requests`);
+    }
+    const parts = [];
+    await readBody(answer.response, (b) => parts.push(b), answer.controller, counter);
+    return concat(parts);
+  }
+
+  const api = { load, ZulFile, FIRST_RANGE };
+  if (typeof module === 'object' && module.exports) module.exports = api;
+  else root.ZulLoader = api;
+})(typeof self !== 'undefined' ? self : this);
