@@ -62,6 +62,18 @@ void runShape(const SensorShape& shape, double step, int repeats) {
         back = decompressMessage(compressed.data(), compressed.size(), Serialization::Ros2);
     });
     row("zul message", compressed.size(), dataBytes, enc, dec, points);
+    {
+        EncodeOptions lean = options;
+        lean.companion = false;
+        std::vector<uint8_t> own, ownBack;
+        const double leanEnc = bestSeconds(repeats, [&] {
+            own = compressMessage(bytes.data(), bytes.size(), Serialization::Ros2, lean);
+        });
+        const double leanDec = bestSeconds(repeats, [&] {
+            ownBack = decompressMessage(own.data(), own.size(), Serialization::Ros2);
+        });
+        row("zul, own columns", own.size(), dataBytes, leanEnc, leanDec, points);
+    }
     const CompressedPointCloud2 parsed =
         readCompressedPointCloud2(compressed.data(), compressed.size(), Serialization::Ros2);
     std::string parts;
@@ -106,9 +118,11 @@ void chunkSweep(const SensorShape& shape, double step, int repeats) {
     struct Plan {
         uint32_t chunk, tile;
     };
-    for (const Plan plan : {Plan{256, 0}, Plan{512, 0}, Plan{1024, 0}, Plan{4096, 0}, Plan{16384, 0}, Plan{65536, 0},
-                            Plan{0, 2}, Plan{0, 4}, Plan{0, 8}, Plan{0, 16}, Plan{0, 32}, Plan{0, 64}, Plan{0, 128}}) {
-        if (uint64_t(plan.tile) * shape.height > 65536 || (plan.tile > 0 && shape.height == 1)) continue;
+    for (const Plan plan : {Plan{256, 0}, Plan{512, 0}, Plan{1024, 0}, Plan{4096, 0},
+                            Plan{16384, 0}, Plan{65536, 0}, Plan{0, 2}, Plan{0, 4}, Plan{0, 8},
+                            Plan{0, 16}, Plan{0, 32}, Plan{0, 64}, Plan{0, 128}}) {
+        if (uint64_t(plan.tile) * shape.height > 65536 || (plan.tile > 0 && shape.height == 1))
+            continue;
         EncodeOptions options;
         options.step = step;
         options.chunkPoints = plan.chunk;

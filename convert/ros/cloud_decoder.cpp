@@ -2,8 +2,10 @@
 #include <zul.h>
 
 #include <algorithm>
+#include <memory>
 
 #include "chunk_plan.h"
+#include "companion_columns.h"
 #include "compressed_blob.h"
 #include "point_access.h"
 #include "record_columns.h"
@@ -84,6 +86,81 @@ uint8_t* recordOf(PointCloud2& message, uint64_t i) {
     return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
 }
 
+// Whether a message point is in the stream (`inside` ascending).
+bool isInside(const std::vector<uint32_t>& inside, uint64_t point) {
+    return std::binary_search(inside.begin(), inside.end(), uint32_t(point));
+}
+
+// Stream point `s` of a decoded chunk into its record: x, y, z, and the colour's three bytes and
+// the intensity where the stream holds them (the colour's fourth byte is in the record already).
+void writeStreamPoint(const zul_PointData& data, uint32_t s, const CloudLayout& layout,
+                      const std::string& where, uint8_t* at) {
+    const bool big = layout.bigEndian;
+    for (int k = 0; k < 3; ++k)
+        storeReal(at + layout.position[k].offset, layout.position[k].datatype, big,
+                  data.positions[3 * s + k]);
+    if (layout.color.field >= 0) {
+        uint8_t* rgb = at + layout.color.offset;
+        const uint32_t alpha = load<uint32_t>(rgb, big) & 0xff000000u;
+        store<uint32_t>(rgb,
+                        alpha | uint32_t(data.colors[3 * s]) << 16 |
+                            uint32_t(data.colors[3 * s + 1]) << 8 | data.colors[3 * s + 2],
+                        big);
+    }
+    if (layout.intensity.field < 0) return;
+    if (!holdsWhole(layout.intensity.datatype, data.reflections[s]))
+        throw Error("compressed_data's stream " + where + " holds an intensity of " +
+                    std::to_string(data.reflections[s]) + " that the field's type cannot hold");
+    storeWhole(at + layout.intensity.offset, layout.intensity.datatype, big, data.reflections[s]);
+}
+
+// The lean container's columns into the records: every point's byte ranges, and the stream's
+// fields of the points outside the stream.
+void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout,
+                    const std::vector<uint32_t>& inside, PointCloud2& message) {
+    const CloudDescription& cloud = message.cloud;
+    const bool big = layout.bigEndian;
+    const size_t ranges = layout.columns.size();
+    const RecordGrid grid{layout.points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
+                          cloud.pointStep, big};
+    for (size_t c = 0; c < ranges; ++c)
+        scatterRange(grid, record[c].bytes.data(), layout.columns[c], message.data.data());
+    if (!layout.hasPositions || inside.size() == layout.points) return;
+    const std::vector<StreamField> fields = streamFields(layout);
+    uint64_t o = 0;
+    size_t next = 0;
+    for (uint64_t i = 0; i < layout.points; ++i) {
+        if (next < inside.size() && inside[next] == i) {
+            ++next;
+            continue;
+        }
+        uint8_t* at = recordOf(message, i);
+        for (size_t f = 0; f < fields.size(); ++f) {
+            const uint32_t size = uint32_t(datatypeSize(fields[f].datatype));
+            copyFromLittle(record[ranges + f].bytes.data() + o * size, size, big,
+                           at + fields[f].offset);
+        }
+        ++o;
+    }
+}
+
+// The whole records of the points outside the stream.
+void placeOutsideRecords(const Column& records, const std::vector<uint32_t>& inside,
+                         PointCloud2& message) {
+    const CloudDescription& cloud = message.cloud;
+    const uint64_t points = uint64_t(cloud.height) * cloud.width;
+    const uint8_t* from = records.bytes.data();
+    size_t next = 0;
+    for (uint64_t i = 0; i < points && !records.bytes.empty(); ++i) {
+        if (next < inside.size() && inside[next] == i) {
+            ++next;
+            continue;
+        }
+        std::memcpy(recordOf(message, i), from, cloud.pointStep);
+        from += cloud.pointStep;
+    }
+}
+
 }  // namespace
 
 PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
@@ -139,93 +216,94 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
             for (uint64_t i = 0; i < points; ++i) inside.push_back(uint32_t(i));
         }
     }
+    const bool withCompanion = (head.flags & kCompanion) != 0;
     Column order{"order", kUint16, 1, ColumnCoding::Delta, {}};
-    if (layout.hasPositions) {
+    if (layout.hasPositions && !withCompanion) {
         order.bytes.resize(2 * inside.size());
         reader.read(order);
     }
     const uint64_t outside = layout.hasPositions ? points - inside.size() : 0;
     const uint64_t tail = points == 0 ? 0 : cloud.rowStep - layout.recordBytes;
     std::vector<Column> record =
-        recordColumns(layout, outside, tail * cloud.height, head.trailingDataBytes);
+        withCompanion ? companionModeColumns(layout, cloud.pointStep, outside, tail * cloud.height,
+                                             head.trailingDataBytes)
+                      : recordColumns(layout, outside, tail * cloud.height, head.trailingDataBytes);
     for (Column& column : record) reader.read(column);
     reader.finish();
 
-    const bool big = layout.bigEndian;
-    const size_t ranges = layout.columns.size();
-    const RecordGrid grid{points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
-                          cloud.pointStep, big};
-    for (size_t c = 0; c < ranges; ++c)
-        scatterRange(grid, record[c].bytes.data(), layout.columns[c], message.data.data());
-    const std::vector<StreamField> fields = streamFields(layout);
-    if (outside > 0) {
-        uint64_t o = 0;
-        size_t next = 0;
-        for (uint64_t i = 0; i < points; ++i) {
-            if (next < inside.size() && inside[next] == i) {
-                ++next;
-                continue;
-            }
-            uint8_t* at = recordOf(message, i);
-            for (size_t f = 0; f < fields.size(); ++f) {
-                const uint32_t size = uint32_t(datatypeSize(fields[f].datatype));
-                copyFromLittle(record[ranges + f].bytes.data() + o * size, size, big,
-                               at + fields[f].offset);
-            }
-            ++o;
-        }
-    }
+    if (withCompanion)
+        placeOutsideRecords(record[0], inside, message);
+    else
+        scatterRecords(record, layout, inside, message);
     const uint8_t* tails = record[record.size() - 2].bytes.data();
     for (uint64_t r = 0; r < cloud.height && tail > 0; ++r)
         std::memcpy(message.data.data() + r * cloud.rowStep + layout.recordBytes, tails + r * tail,
                     tail);
     std::copy(record.back().bytes.begin(), record.back().bytes.end(), message.data.begin() + rows);
-
     if (!layout.hasPositions) return message;
+
+    // The stream, alone or with its companion in one blob.
+    const uint8_t* streamBytes = blob.data() + kBlobHeadSize;
+    size_t streamSize = head.streamSize;
+    const void *streamPart = nullptr, *companionPart = nullptr;
+    size_t companionSize = 0;
+    if (withCompanion) {
+        if (zul_xblob_unpack(streamBytes, streamSize, &streamPart, &streamSize, &companionPart,
+                             &companionSize) != zul_STATUS_OK ||
+            companionSize == 0)
+            throw Error("compressed_data's stream and companion are not framed as one blob");
+        streamBytes = static_cast<const uint8_t*>(streamPart);
+    }
     zul_DataType type;
-    StreamReader stream(blob.data() + kBlobHeadSize, head.streamSize, type);
+    StreamReader stream(streamBytes, streamSize, type);
     const bool hasColor = layout.color.field >= 0, hasIntensity = layout.intensity.field >= 0;
     if ((type.colorMode != zul_COLOR_NONE) != hasColor ||
         (type.colorMode != zul_COLOR_NONE && type.colorMode != zul_COLOR_RGB888) ||
         (type.reflectionMode != zul_REFLECTION_NONE) != hasIntensity ||
         type.normalMode != zul_NORMAL_NONE)
         throw Error("compressed_data's stream holds other attributes than the fields say");
-    std::vector<uint32_t> ties;
-    std::vector<uint8_t> seen;
     const ChunkPlan plan =
         planChunks(cloud.height, cloud.width, inside, head.chunkPoints, head.tileColumns);
+    std::unique_ptr<CompanionColumnReader> fields;
+    if (withCompanion)
+        fields = std::make_unique<CompanionColumnReader>(
+            layout, static_cast<const uint8_t*>(companionPart), companionSize, streamBytes,
+            streamSize, plan.starts.size() - 1);
+    std::vector<uint32_t> ties;
+    std::vector<uint64_t> indices;
+    std::vector<uint8_t> seen(withCompanion ? points : 0, 0);
     for (size_t c = 0; c + 1 < plan.starts.size(); ++c) {
         const size_t first = plan.starts[c];
         const uint32_t n = uint32_t(plan.starts[c + 1] - first);
         const zul_PointData data = stream.chunk(int32_t(n), c);
         settleTies(data.positions, data.colors, data.reflections, n, ties);
-        seen.assign(n, 0);
+        const std::string where = "chunk " + std::to_string(c);
+        if (withCompanion) {
+            // The companion's rows follow the stored order, each naming its message point.
+            fields->readChunk(int64_t(c), n, indices);
+            for (uint32_t j = 0; j < n; ++j) {
+                const uint64_t m = indices[j];
+                if (m >= points || !isInside(inside, m) || seen[m])
+                    throw Error("compressed_data's companion gives point " + std::to_string(j) +
+                                " of " + where + " the place " + std::to_string(m) +
+                                ", not a free place of a stream point");
+                seen[m] = 1;
+                uint8_t* at = recordOf(message, m);
+                fields->place(j, at);
+                writeStreamPoint(data, ties[j], layout, where, at);
+            }
+            continue;
+        }
+        if (seen.size() < n) seen.resize(n);
+        std::fill_n(seen.begin(), n, 0);
         for (uint32_t local = 0; local < n; ++local) {
             const uint32_t j = loadLittle<uint16_t>(&order.bytes[2 * (first + local)]);
             if (j >= n || seen[j])
-                throw Error("column 'order' of chunk " + std::to_string(c) +
-                            " is not an order of its " + std::to_string(n) + " points");
+                throw Error("column 'order' of " + where + " is not an order of its " +
+                            std::to_string(n) + " points");
             seen[j] = 1;
-            const uint32_t s = ties[j];
-            uint8_t* at = recordOf(message, inside[plan.sequence[first + local]]);
-            for (int k = 0; k < 3; ++k)
-                storeReal(at + layout.position[k].offset, layout.position[k].datatype, big,
-                          data.positions[3 * s + k]);
-            if (hasColor) {
-                uint8_t* rgb = at + layout.color.offset;
-                const uint32_t alpha = load<uint32_t>(rgb, big) & 0xff000000u;
-                store<uint32_t>(rgb,
-                                alpha | uint32_t(data.colors[3 * s]) << 16 |
-                                    uint32_t(data.colors[3 * s + 1]) << 8 | data.colors[3 * s + 2],
-                                big);
-            }
-            if (hasIntensity && !holdsWhole(layout.intensity.datatype, data.reflections[s]))
-                throw Error("compressed_data's stream chunk " + std::to_string(c) +
-                            " holds an intensity of " + std::to_string(data.reflections[s]) +
-                            " that the field's type cannot hold");
-            if (hasIntensity)
-                storeWhole(at + layout.intensity.offset, layout.intensity.datatype, big,
-                           data.reflections[s]);
+            writeStreamPoint(data, ties[j], layout, where,
+                             recordOf(message, inside[plan.sequence[first + local]]));
         }
     }
     if (!stream.done())

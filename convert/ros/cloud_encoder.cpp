@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 
 #include "chunk_plan.h"
+#include "companion_columns.h"
 #include "compressed_blob.h"
 #include "point_access.h"
 #include "record_columns.h"
@@ -117,12 +119,17 @@ private:
 };
 
 // Encodes the stream points chunk by chunk in the order the decoder gives them back, and notes
-// for each of them its place in the chunk's message order.
+// for each of them its place in the chunk's message order (`order`), or, with a companion, puts
+// the other fields of each chunk's points and their message indices into it (`companion` gets
+// its bytes).
 void writeStream(const PointCloud2& message, const CloudLayout& layout, const StreamPoints& points,
                  const zul_DataType& type, const ChunkPlan& plan, std::vector<uint8_t>& stream,
-                 std::vector<uint8_t>& order) {
+                 std::vector<uint8_t>& order, std::vector<uint8_t>* companion) {
     StreamWriter writer(type, stream);
-    order.resize(2 * plan.sequence.size());
+    std::unique_ptr<CompanionWriter> fields;
+    if (companion) fields = std::make_unique<CompanionWriter>(layout, stream.data(), stream.size());
+    std::vector<uint32_t> stored;
+    if (!companion) order.resize(2 * plan.sequence.size());
     std::vector<OrderKey> keys;
     std::vector<double> positions;
     std::vector<uint8_t> colors;
@@ -157,80 +164,26 @@ void writeStream(const PointCloud2& message, const CloudLayout& layout, const St
             colors[3 * j + 1] = uint8_t(key.color >> 8);
             colors[3 * j + 2] = uint8_t(key.color);
             reflections[j] = key.reflection;
-            storeLittle<uint16_t>(&order[2 * (first + key.local)], uint16_t(j));
+            if (!companion) storeLittle<uint16_t>(&order[2 * (first + key.local)], uint16_t(j));
         }
         zul_PointData data{int32_t(n), positions.data(), colors.data(), reflections.data(),
                            nullptr};
+        const size_t before = stream.size();
         writer.chunk(data);
+        if (!fields) continue;
+        stored.resize(n);
+        for (size_t j = 0; j < n; ++j)
+            stored[j] = points.message[plan.sequence[first + keys[j].local]];
+        fields->chunk(message, stream.data() + before, stream.size() - before, stored);
     }
+    if (fields) *companion = fields->finish();
 }
 
-void putColumn(Column&& column, std::vector<Column>& columns) {
-    columns.push_back(std::move(column));
-}
-
-}  // namespace
-
-CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOptions& options) {
+// The record's byte ranges of every point, and the stream's fields of the points outside it, into
+// their columns (the first of `record`).
+void gatherRecords(const PointCloud2& message, const CloudLayout& layout,
+                   const StreamPoints& points, uint64_t outside, std::vector<Column>& record) {
     const CloudDescription& cloud = message.cloud;
-    CloudLayout layout = layOutCloud(cloud, message.data.size(), true);
-    uint32_t chunkPoints = options.chunkPoints, tileColumns = options.tileColumns;
-    if (chunkPoints > 65536) throw Error("a chunk holds at most 65536 points");
-    if (chunkPoints == 0 && tileColumns == 0) {
-        // Measured on the generated sensor messages (bench/ros): a lidar's few long rows in
-        // chunks of 256 points, a camera's in chunks of 512, a flat cloud in chunks of 1024.
-        chunkPoints = cloud.height <= 1 ? 1024 : cloud.height <= 128 ? 256 : 512;
-    }
-    if (chunkPoints == 0) chunkPoints = 1024;
-    zul_DataType type;
-    zul_init_headers(&type, nullptr);
-    type.quantizationStep = static_cast<float>(options.step);
-    const double step = type.quantizationStep;
-    if (!(step >= 9.9e-10 && step <= 10.0))
-        throw Error("the step " + std::to_string(options.step) + " is outside 9.9e-10 to 10");
-
-    BlobHead head;
-    head.chunkPoints = chunkPoints;
-    head.tileColumns = cloud.height > 1 ? tileColumns : 0;
-    head.trailingMessageBytes = cloud.trailingBytes;
-    head.trailingDataBytes = message.data.size() - uint64_t(cloud.height) * cloud.rowStep;
-    if (layout.points == 0) head.trailingDataBytes = message.data.size();
-
-    StreamPoints points;
-    std::vector<uint8_t> stream, order;
-    if (layout.hasPositions) {
-        points = selectStreamPoints(message, layout, step);
-        int32_t maxValue = 1;
-        if (intensityFits(message, layout, points, maxValue)) {
-            head.flags |= kIntensityInStream;
-            type.reflectionMode = zul_REFLECTION_CLAMPED;
-            type.maxReflection = maxValue;
-        } else if (layout.intensity.field >= 0) {
-            layout = layOutCloud(cloud, message.data.size(), false);
-        }
-        if (layout.color.field >= 0) type.colorMode = zul_COLOR_RGB888;
-        if (points.message.size() != layout.points) head.flags |= kMaskPresent;
-        const ChunkPlan plan =
-            planChunks(cloud.height, cloud.width, points.message, chunkPoints, head.tileColumns);
-        writeStream(message, layout, points, type, plan, stream, order);
-    }
-    head.streamSize = stream.size();
-
-    std::vector<Column> columns;
-    if (head.flags & kMaskPresent) {
-        Column mask{"valid", kUint8, 1, ColumnCoding::Raw, {}};
-        mask.bytes.assign((layout.points + 7) / 8, 0);
-        for (uint64_t i = 0; i < layout.points; ++i)
-            mask.bytes[i / 8] |= uint8_t(points.inside[i] << (i % 8));
-        putColumn(std::move(mask), columns);
-    }
-    if (layout.hasPositions)
-        putColumn({"order", kUint16, 1, ColumnCoding::Delta, std::move(order)}, columns);
-
-    const uint64_t outside = layout.hasPositions ? layout.points - points.message.size() : 0;
-    const uint64_t tail = layout.points == 0 ? 0 : cloud.rowStep - layout.recordBytes;
-    std::vector<Column> record =
-        recordColumns(layout, outside, tail * cloud.height, head.trailingDataBytes);
     const bool big = layout.bigEndian;
     const size_t ranges = layout.columns.size();
     const RecordGrid grid{layout.points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
@@ -248,6 +201,97 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
                          record[ranges + f].bytes.data() + o * size);
         }
         ++o;
+    }
+}
+
+void putColumn(Column&& column, std::vector<Column>& columns) {
+    columns.push_back(std::move(column));
+}
+
+}  // namespace
+
+CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOptions& options) {
+    const CloudDescription& cloud = message.cloud;
+    CloudLayout layout = layOutCloud(cloud, message.data.size(), true);
+    uint32_t chunkPoints = options.chunkPoints, tileColumns = options.tileColumns;
+    if (chunkPoints > 65536) throw Error("a chunk holds at most 65536 points");
+    if (chunkPoints == 0 && tileColumns == 0) {
+        // Measured on the generated sensor messages (bench/ros): a lidar's few long rows in
+        // chunks of 256 points (with a companion: in tiles of about 1024), a camera's in chunks
+        // of 512, a flat cloud in chunks of 1024.
+        chunkPoints = cloud.height <= 1 ? 1024 : cloud.height <= 128 ? 256 : 512;
+        if (options.companion && cloud.height > 1 && cloud.height <= 128)
+            tileColumns = std::max<uint32_t>(1, 1024 / cloud.height);
+    }
+    if (chunkPoints == 0) chunkPoints = 1024;
+    zul_DataType type;
+    zul_init_headers(&type, nullptr);
+    type.quantizationStep = static_cast<float>(options.step);
+    const double step = type.quantizationStep;
+    if (!(step >= 9.9e-10 && step <= 10.0))
+        throw Error("the step " + std::to_string(options.step) + " is outside 9.9e-10 to 10");
+
+    BlobHead head;
+    head.chunkPoints = chunkPoints;
+    head.tileColumns = cloud.height > 1 ? tileColumns : 0;
+    head.trailingMessageBytes = cloud.trailingBytes;
+    head.trailingDataBytes = message.data.size() - uint64_t(cloud.height) * cloud.rowStep;
+    if (layout.points == 0) head.trailingDataBytes = message.data.size();
+
+    StreamPoints points;
+    std::vector<uint8_t> stream, order, companion;
+    if (layout.hasPositions) {
+        points = selectStreamPoints(message, layout, step);
+        int32_t maxValue = 1;
+        if (intensityFits(message, layout, points, maxValue)) {
+            head.flags |= kIntensityInStream;
+            type.reflectionMode = zul_REFLECTION_CLAMPED;
+            type.maxReflection = maxValue;
+        } else if (layout.intensity.field >= 0) {
+            layout = layOutCloud(cloud, message.data.size(), false);
+        }
+        if (layout.color.field >= 0) type.colorMode = zul_COLOR_RGB888;
+        if (points.message.size() != layout.points) head.flags |= kMaskPresent;
+        const ChunkPlan plan =
+            planChunks(cloud.height, cloud.width, points.message, chunkPoints, head.tileColumns);
+        writeStream(message, layout, points, type, plan, stream, order,
+                    options.companion ? &companion : nullptr);
+    }
+    if (options.companion && layout.hasPositions) {
+        // The stream and its companion as the companion's one blob.
+        head.flags |= kCompanion;
+        size_t size = 0;
+        zul_xblob_pack(stream.data(), stream.size(), companion.data(), companion.size(), nullptr, 0,
+                       &size);
+        std::vector<uint8_t> packed(size);
+        zul_xblob_pack(stream.data(), stream.size(), companion.data(), companion.size(),
+                       packed.data(), packed.size(), &size);
+        stream = std::move(packed);
+    }
+    head.streamSize = stream.size();
+
+    std::vector<Column> columns;
+    if (head.flags & kMaskPresent) {
+        Column mask{"valid", kUint8, 1, ColumnCoding::Raw, {}};
+        mask.bytes.assign((layout.points + 7) / 8, 0);
+        for (uint64_t i = 0; i < layout.points; ++i)
+            mask.bytes[i / 8] |= uint8_t(points.inside[i] << (i % 8));
+        putColumn(std::move(mask), columns);
+    }
+    const uint64_t outside = layout.hasPositions ? layout.points - points.message.size() : 0;
+    const uint64_t tail = layout.points == 0 ? 0 : cloud.rowStep - layout.recordBytes;
+    std::vector<Column> record;
+    if (head.flags & kCompanion) {
+        record = companionModeColumns(layout, cloud.pointStep, outside, tail * cloud.height,
+                                      head.trailingDataBytes);
+        uint8_t* out = record[0].bytes.data();
+        for (uint64_t i = 0; i < layout.points && outside > 0; ++i)
+            if (!points.inside[i]) out = std::copy_n(recordOf(message, i), cloud.pointStep, out);
+    } else {
+        if (layout.hasPositions)
+            putColumn({"order", kUint16, 1, ColumnCoding::Delta, std::move(order)}, columns);
+        record = recordColumns(layout, outside, tail * cloud.height, head.trailingDataBytes);
+        gatherRecords(message, layout, points, outside, record);
     }
     uint8_t* tails = record[record.size() - 2].bytes.data();
     for (uint64_t r = 0; r < cloud.height && tail > 0; ++r)

@@ -71,7 +71,7 @@ BlobHead readBlobHead(const uint8_t* bytes, size_t size) {
     head.trailingDataBytes = get(bytes + 16, 8);
     head.streamSize = get(bytes + 24, 8);
     head.checksum = get(bytes + 32, 8);
-    if ((head.flags & ~(kIntensityInStream | kMaskPresent)) != 0 || bytes[7] != 0)
+    if ((head.flags & ~(kIntensityInStream | kMaskPresent | kCompanion)) != 0 || bytes[7] != 0)
         throw Error("compressed_data's head has flags or reserved bytes no writer sets");
     if (head.trailingMessageBytes > 3)
         throw Error("compressed_data's head claims " + std::to_string(head.trailingMessageBytes) +
@@ -127,6 +127,19 @@ std::vector<Column> recordColumns(const CloudLayout& layout, uint64_t outsidePoi
     trailing.name = "trailing_data";
     trailing.bytes.resize(trailingDataBytes);
     columns.push_back(std::move(trailing));
+    return columns;
+}
+
+std::vector<Column> companionModeColumns(const CloudLayout&, uint32_t pointStep,
+                                         uint64_t outsidePoints, uint64_t rowTailBytes,
+                                         uint64_t trailingDataBytes) {
+    std::vector<Column> columns(3);
+    columns[0].name = "outside_records";
+    columns[0].bytes.resize(outsidePoints * pointStep);
+    columns[1].name = "row_tails";
+    columns[1].bytes.resize(rowTailBytes);
+    columns[2].name = "trailing_data";
+    columns[2].bytes.resize(trailingDataBytes);
     return columns;
 }
 

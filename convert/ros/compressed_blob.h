@@ -18,6 +18,7 @@ inline constexpr size_t kBlobHeadSize = 40;
 enum BlobFlag : uint8_t {
     kIntensityInStream = 1,  // the intensity field is in the stream's reflection values
     kMaskPresent = 2,        // some points are outside the stream: the "valid" column says which
+    kCompanion = 4,          // the stream's points' other fields are in a companion beside it
 };
 
 struct BlobHead {
@@ -46,6 +47,13 @@ BlobHead readBlobHead(const uint8_t* bytes, size_t size);
 // bytes after each row's points, the bytes after the rows.
 std::vector<Column> recordColumns(const CloudLayout& layout, uint64_t outsidePoints,
                                   uint64_t rowTailBytes, uint64_t trailingDataBytes);
+
+// The columns after "valid" when a companion holds the stream points' other fields: the whole
+// records of the points outside the stream, the bytes after each row's points, the bytes after
+// the rows.
+std::vector<Column> companionModeColumns(const CloudLayout& layout, uint32_t pointStep,
+                                         uint64_t outsidePoints, uint64_t rowTailBytes,
+                                         uint64_t trailingDataBytes);
 
 // The stream's fields (x, y, z, colour, intensity) in the order their columns take them.
 std::vector<StreamField> streamFields(const CloudLayout& layout);

@@ -34,6 +34,10 @@ struct EncodeOptions {
     // tile (height x tileColumns at most 65536); 0: chunks of consecutive points.
     uint32_t tileColumns = 0;
     int zstdLevel = 1;  // of the columns
+    // The stream's points' other fields and their message order in a companion
+    // (zul_companion.h) beside the stream, the two as its one blob; false: in columns of the
+    // message's own container.
+    bool companion = true;
 };
 
 struct DecodeOptions {

@@ -158,17 +158,19 @@ const CompressedCase kCompressedCases[] = {
      "fails its checksum"},
     // Damage under a checksum made afresh: the checks behind it still refuse.
     // The stream's decoder is closed on this path too (the fuzz target found it left open).
-    {"stream_signature", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[40] ^= 1; }); },
+    {"stream_signature",
+     [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[40 + 24] ^= 1; }); },
      "compressed_data's stream does not start with a zul signature"},
-    {"sync_marker", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[40 + 36] ^= 1; }); },
-     "stream chunk 0 has a wrong sync marker"},
+    {"sync_marker",
+     [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[40 + 24 + 36] ^= 1; }); },
+     "compressed_data's companion: does not belong to the stream"},
     {"intensity_flag", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[5] ^= 1; }); },
-     "where the cloud's layout puts column 'intensity'"},
+     "compressed_data's stream holds other attributes than the fields say"},
     {"mask_flag", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[5] ^= 2; }); },
      "the column container holds 'valid' or another type where the cloud's layout puts column "
-     "'order'"},
+     "'outside_records'"},
     {"tiles", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[12] = 1; }); },
-     "stream chunk 0 holds"},
+     "compressed_data's companion holds 1 chunks and 8 columns, the cloud's layout 64"},
     {"claims_too_much", [](CompressedPointCloud2& m) { m.cloud.height = 4000000000u; },
      "bytes of data, more than the"},
 };

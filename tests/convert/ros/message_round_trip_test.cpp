@@ -35,6 +35,7 @@ struct Case {
     bool bigEndianData;
     double step;
     uint32_t chunkPoints;
+    bool companion = true;
 };
 
 std::string caseName(const ::testing::TestParamInfo<Case>& info) {
@@ -43,7 +44,7 @@ std::string caseName(const ::testing::TestParamInfo<Case>& info) {
     return std::string(testing::sensorName(c.shape.sensor)) + "_" + wires[int(c.wire)] +
            (c.bigEndianData ? "_bigdata" : "") + "_step_um" +
            std::to_string(int(std::lround(c.step * 1e6))) + "_chunk" +
-           std::to_string(c.chunkPoints);
+           std::to_string(c.chunkPoints) + (c.companion ? "" : "_lean");
 }
 
 class MessageRoundTrip : public ::testing::TestWithParam<Case> {};
@@ -56,6 +57,7 @@ TEST_P(MessageRoundTrip, ComesBackWithEveryField) {
     EncodeOptions options;
     options.step = c.step;
     options.chunkPoints = c.chunkPoints;
+    options.companion = c.companion;
     const std::vector<uint8_t> compressed =
         compressMessage(bytes.data(), bytes.size(), family, options);
     const CompressedPointCloud2 parsed =
@@ -80,6 +82,9 @@ std::vector<Case> cases() {
     all.push_back({shapes[0], Wire::CdrLittle, false, 0.05, 1});
     all.push_back({shapes[0], Wire::CdrLittle, false, 1e-6, 65536});
     all.push_back({shapes[2], Wire::Ros1, false, 0.01, 777});
+    // The stream's points' other fields in the message's own columns instead of a companion.
+    for (const SensorShape& shape : shapes)
+        all.push_back({shape, Wire::CdrBig, true, 0.001, 0, false});
     return all;
 }
 
@@ -105,24 +110,28 @@ class QuirkRoundTrip : public ::testing::TestWithParam<Quirk> {};
 
 TEST_P(QuirkRoundTrip, ComesBackAsItWent) {
     for (Wire wire : {Wire::Ros1, Wire::CdrBig}) {
-        const SensorShape shape = GetParam().sensor == Sensor::RgbCamera
-                                      ? SensorShape{Sensor::RgbCamera, 12, 20}
-                                      : SensorShape{GetParam().sensor, 8, 64};
-        PointCloud2 original = testing::makeSensorMessage(shape, wire, false, 11);
-        GetParam().change(original);
-        const CompressedPointCloud2 compressed = compressCloud(original);
-        const std::vector<DataPart> parts = describeCompressedData(
-            compressed.compressedData.data(), compressed.compressedData.size());
-        const bool intensityColumn = std::any_of(
-            parts.begin(), parts.end(), [](const DataPart& p) { return p.name == "intensity"; });
-        if (GetParam().sensor != Sensor::RgbCamera) {
-            EXPECT_EQ(!intensityColumn, GetParam().intensityInStream);
+        for (bool withCompanion : {true, false}) {
+            const SensorShape shape = GetParam().sensor == Sensor::RgbCamera
+                                          ? SensorShape{Sensor::RgbCamera, 12, 20}
+                                          : SensorShape{GetParam().sensor, 8, 64};
+            PointCloud2 original = testing::makeSensorMessage(shape, wire, false, 11);
+            GetParam().change(original);
+            EncodeOptions options;
+            options.companion = withCompanion;
+            const CompressedPointCloud2 compressed = compressCloud(original, options);
+            // compressed_data's flag 1: the intensity is in the stream.
+            const bool intensityInStream = (compressed.compressedData[5] & 1) != 0;
+            if (GetParam().sensor != Sensor::RgbCamera) {
+                EXPECT_EQ(intensityInStream, GetParam().intensityInStream);
+            }
+            const std::vector<uint8_t> bytes = writeCompressedPointCloud2(compressed);
+            const Serialization family =
+                wire == Wire::Ros1 ? Serialization::Ros1 : Serialization::Ros2;
+            const std::vector<uint8_t> back = decompressMessage(bytes.data(), bytes.size(), family);
+            EXPECT_EQ(back, writePointCloud2(decompressCloud(compressed)));
+            EXPECT_TRUE(
+                sameCloud(original, readPointCloud2(back.data(), back.size(), family), 0.001));
         }
-        const std::vector<uint8_t> bytes = writeCompressedPointCloud2(compressed);
-        const Serialization family = wire == Wire::Ros1 ? Serialization::Ros1 : Serialization::Ros2;
-        const std::vector<uint8_t> back = decompressMessage(bytes.data(), bytes.size(), family);
-        EXPECT_EQ(back, writePointCloud2(decompressCloud(compressed)));
-        EXPECT_TRUE(sameCloud(original, readPointCloud2(back.data(), back.size(), family), 0.001));
     }
 }
 
@@ -163,7 +172,7 @@ const Quirk kQuirks[] = {
      },
      true},
     {"no_points", Sensor::OrganisedLidar,
-     [](PointCloud2& m) { m.cloud.height = 0, m.data.resize(17); }, true},
+     [](PointCloud2& m) { m.cloud.height = 0, m.data.resize(17); }, false},
     {"cdr_padding_after_message", Sensor::OrganisedLidar,
      [](PointCloud2& m) { m.cloud.trailingBytes = isCdr(m.cloud.wire) ? 3 : 0; }, true},
     {"field_of_three_values", Sensor::OrganisedLidar,
@@ -199,7 +208,7 @@ const Quirk kQuirks[] = {
          }
          m = wide;
      },
-     true},
+     false},
     {"uint8_intensity", Sensor::OrganisedLidar,
      [](PointCloud2& m) {
          m.cloud.fields[3] = {"intensity", 16, kUint8, 1};

@@ -1,0 +1,158 @@
+#include "companion_columns.h"
+
+#include <set>
+
+#include "point_access.h"
+#include "ros_error.h"
+
+namespace zul::ros {
+
+namespace {
+
+zul_FieldType fieldType(uint8_t datatype) {
+    switch (datatype) {
+        case kInt8:
+            return zul_FIELD_I8;
+        case kUint8:
+            return zul_FIELD_U8;
+        case kInt16:
+            return zul_FIELD_I16;
+        case kUint16:
+            return zul_FIELD_U16;
+        case kInt32:
+            return zul_FIELD_I32;
+        case kUint32:
+            return zul_FIELD_U32;
+        case kFloat32:
+            return zul_FIELD_F32;
+        default:
+            return zul_FIELD_F64;
+    }
+}
+
+void check(zul_Status status, const std::string& what) {
+    if (status != zul_STATUS_OK)
+        throw Error("compressed_data's companion: " + what + " (" + zul_x_statusText(status) + ")");
+}
+
+}  // namespace
+
+std::vector<CompanionField> companionFields(const CloudLayout& layout) {
+    std::vector<CompanionField> fields;
+    std::set<std::string> taken;
+    for (size_t r = 0; r < layout.columns.size(); ++r) {
+        const ColumnRange& range = layout.columns[r];
+        const uint32_t values = range.padding ? 1 : range.count;
+        for (uint32_t k = 0; k < values; ++k) {
+            CompanionField field;
+            field.name = range.count > 1 && !range.padding
+                             ? range.name + "[" + std::to_string(k) + "]"
+                             : range.name;
+            if (field.name.empty() || field.name.size() > ZUL_FIELD_NAME_MAX ||
+                taken.count(field.name))
+                field.name = "#" + std::to_string(r) + "." + std::to_string(k);
+            taken.insert(field.name);
+            field.type = range.padding ? zul_FIELD_RAW : fieldType(range.datatype);
+            field.width = range.padding ? range.count : range.valueSize;
+            field.offset = range.offset + k * range.valueSize;
+            fields.push_back(field);
+        }
+    }
+    return fields;
+}
+
+CompanionWriter::CompanionWriter(const CloudLayout& layout, const uint8_t* streamHead,
+                                 size_t headSize)
+    : fields_(companionFields(layout)), bigEndian_(layout.bigEndian) {
+    zul_xout_open(&writer_, nullptr);
+    for (const CompanionField& field : fields_)
+        check(zul_xout_addField(writer_, field.name.c_str(), field.type, int32_t(field.width),
+                                nullptr),
+              "field '" + field.name + "' refused");
+    check(zul_xout_keepOrder(writer_), "the order refused");
+    check(zul_xout_setFormat(writer_, "ros PointCloud2"), "the format refused");
+    check(zul_xout_beginStream(writer_, streamHead, headSize), "the stream's head refused");
+}
+
+CompanionWriter::~CompanionWriter() { zul_xout_close(&writer_); }
+
+void CompanionWriter::chunk(const PointCloud2& message, const uint8_t* bytes, size_t size,
+                            const std::vector<uint32_t>& stored) {
+    check(zul_xout_addChunkBytes(writer_, bytes, size), "a chunk refused");
+    const CloudDescription& c = message.cloud;
+    const size_t n = stored.size();
+    for (size_t f = 0; f < fields_.size(); ++f) {
+        const CompanionField& field = fields_[f];
+        values_.resize(n * field.width);
+        const bool swap = bigEndian_ && field.type != zul_FIELD_RAW;
+        for (size_t j = 0; j < n; ++j) {
+            const uint64_t i = stored[j];
+            const uint8_t* at = message.data.data() + (i / c.width) * c.rowStep +
+                                (i % c.width) * c.pointStep + field.offset;
+            copyToLittle(at, field.width, swap, &values_[j * field.width]);
+        }
+        check(zul_xout_writeColumn(writer_, chunks_, int32_t(f), values_.data(), int64_t(n)),
+              "a column refused");
+    }
+    order_.assign(stored.begin(), stored.end());
+    check(zul_xout_writeOrder(writer_, chunks_, order_.data(), int64_t(n)), "the order refused");
+    ++chunks_;
+}
+
+std::vector<uint8_t> CompanionWriter::finish() {
+    const void* bytes = nullptr;
+    size_t size = 0;
+    check(zul_xout_finish(writer_, &bytes, &size), "cannot be finished");
+    const uint8_t* start = static_cast<const uint8_t*>(bytes);
+    return std::vector<uint8_t>(start, start + size);
+}
+
+CompanionColumnReader::CompanionColumnReader(const CloudLayout& layout, const uint8_t* companion,
+                                             size_t size, const uint8_t* stream, size_t streamSize,
+                                             size_t chunks)
+    : fields_(companionFields(layout)), bigEndian_(layout.bigEndian) {
+    const zul_Status opened = zul_xin_openBuffer(&reader_, companion, size);
+    check(opened, "cannot be opened");
+    check(zul_xin_bindStreamBuffer(reader_, stream, streamSize), "does not belong to the stream");
+    zul_CompanionInfo info;
+    check(zul_xin_getInfo(reader_, &info), "has no head");
+    if (info.numChunks != int64_t(chunks) || info.numFields != int32_t(fields_.size()) ||
+        !info.hasOrder)
+        throw Error("compressed_data's companion holds " + std::to_string(info.numChunks) +
+                    " chunks and " + std::to_string(info.numFields) +
+                    " columns, the cloud's layout " + std::to_string(chunks) + " and " +
+                    std::to_string(fields_.size()) + (info.hasOrder ? "" : ", and no order"));
+    for (size_t f = 0; f < fields_.size(); ++f) {
+        zul_FieldInfo field;
+        check(zul_xin_getField(reader_, int32_t(f), &field), "lacks a column");
+        if (fields_[f].name != field.name || field.type != fields_[f].type ||
+            uint32_t(field.width) != fields_[f].width)
+            throw Error("compressed_data's companion holds '" + std::string(field.name) +
+                        "' where the cloud's layout puts '" + fields_[f].name + "'");
+    }
+    values_.resize(fields_.size());
+}
+
+CompanionColumnReader::~CompanionColumnReader() { zul_xin_close(&reader_); }
+
+void CompanionColumnReader::readChunk(int64_t chunk, uint32_t n, std::vector<uint64_t>& order) {
+    order.resize(n);
+    check(zul_xin_readOrder(reader_, chunk, order.data(), n),
+          "chunk " + std::to_string(chunk) + "'s order cannot be read");
+    for (size_t f = 0; f < fields_.size(); ++f) {
+        values_[f].resize(size_t(n) * fields_[f].width);
+        check(zul_xin_readColumn(reader_, chunk, int32_t(f), values_[f].data(), n),
+              "chunk " + std::to_string(chunk) + "'s column '" + fields_[f].name +
+                  "' cannot be read");
+    }
+}
+
+void CompanionColumnReader::place(uint32_t row, uint8_t* record) const {
+    for (size_t f = 0; f < fields_.size(); ++f) {
+        const CompanionField& field = fields_[f];
+        copyFromLittle(&values_[f][size_t(row) * field.width], field.width,
+                       bigEndian_ && field.type != zul_FIELD_RAW, record + field.offset);
+    }
+}
+
+}  // namespace zul::ros

@@ -1,0 +1,71 @@
+// The fields of the stream's points that the stream lacks, in the companion (zul_companion.h): one
+// column a value of every record byte range that is not in the stream (a field of count N gives N
+// columns), each chunk's values in the chunk's stored order, with each point's message index as
+// the companion's order (which lets it code a column in message order where that is smaller).
+// The stream and the companion travel as the companion's one blob.
+#pragma once
+
+#include <zul_companion.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cloud_layout.h"
+#include "cloud_message.h"
+
+namespace zul::ros {
+
+// One companion column: a value of a record's byte range.
+struct CompanionField {
+    std::string name;
+    zul_FieldType type;
+    uint32_t offset;  // in the record
+    uint32_t width;   // bytes of a value
+};
+
+// The columns a layout gives, in order, with names the companion takes (unique, at most 47
+// bytes): the field's name, NAME[k] for value k of a field of several, padding@OFFSET; a name that
+// is too long or already taken becomes #R.K (range R, value K).
+std::vector<CompanionField> companionFields(const CloudLayout& layout);
+
+// Writes the companion while the stream's chunks are made.
+class CompanionWriter {
+public:
+    CompanionWriter(const CloudLayout& layout, const uint8_t* streamHead, size_t headSize);
+    ~CompanionWriter();
+    // The chunk's bytes as the encoder gave them, and the message index of each of its points in
+    // stored order.
+    void chunk(const PointCloud2& message, const uint8_t* bytes, size_t size,
+               const std::vector<uint32_t>& stored);
+    std::vector<uint8_t> finish();
+
+private:
+    std::vector<CompanionField> fields_;
+    bool bigEndian_;
+    zul_xout_Writer writer_ = nullptr;
+    int64_t chunks_ = 0;
+    std::vector<uint8_t> values_;
+    std::vector<uint64_t> order_;
+};
+
+// Reads the companion of a blob's stream.
+class CompanionColumnReader {
+public:
+    CompanionColumnReader(const CloudLayout& layout, const uint8_t* companion, size_t size,
+                          const uint8_t* stream, size_t streamSize, size_t chunks);
+    ~CompanionColumnReader();
+    // Reads chunk `chunk` of `n` points: `order` gets each stored point's message index;
+    // place() then writes its field values.
+    void readChunk(int64_t chunk, uint32_t n, std::vector<uint64_t>& order);
+    // Writes the field values of stored point `row` of the last chunk read into `record`.
+    void place(uint32_t row, uint8_t* record) const;
+
+private:
+    std::vector<CompanionField> fields_;
+    bool bigEndian_;
+    zul_xin_Reader reader_ = nullptr;
+    std::vector<std::vector<uint8_t>> values_;
+};
+
+}  // namespace zul::ros
