@@ -5,6 +5,7 @@
 #include <iostream>
 #include <set>
 
+#include "bag_command.h"
 #include "file_kind.h"
 #include "formats/cloud.h"
 #include "output_file.h"
@@ -105,9 +106,12 @@ int runCompressBatch(const CompressOptions& options, const BatchNames& names) {
             return !fs::exists(second) || formatOfContent(second) == Format::Zul ||
                    fs::path(second).extension() == ".zul";
         },
-        [](const std::string& input) { return withExtension(input, ".zul"); });
-    return runJobs(jobs, options, options.force,
-                   [](const CompressOptions& one) { return runCompress(one); });
+        [](const std::string& input) {
+            return isBag(input) ? compressedBagOutput(input) : withExtension(input, ".zul");
+        });
+    return runJobs(jobs, options, options.force, [](const CompressOptions& one) {
+        return isBag(one.input) ? runCompressBag(one) : runCompress(one);
+    });
 }
 
 int runDecompressBatch(const DecompressOptions& options, const BatchNames& names) {
@@ -120,6 +124,7 @@ int runDecompressBatch(const DecompressOptions& options, const BatchNames& names
                                            formatOfContent(second) != Format::Zul);
         },
         [&](const std::string& input) -> std::string {
+            if (isBag(input)) return restoredBagOutput(input);
             if (extension == nullptr) {
                 throw UsageError("decompress " + input +
                                  ": name the output (-o NAME.las, .ply, ...) or choose its format "
@@ -128,6 +133,7 @@ int runDecompressBatch(const DecompressOptions& options, const BatchNames& names
             return withExtension(input, extension);
         });
     return runJobs(jobs, options, options.force, [](const DecompressOptions& one) {
+        if (isBag(one.input)) return runDecompressBag(one);
         const std::optional<Format> content = formatOfContent(one.input);
         if (content && *content != Format::Zul) {
             throw FormatError(one.input + ": is a " + formatName(*content) +

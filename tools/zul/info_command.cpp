@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "bag_command.h"
 #include "chunk_walk.h"
 #include "commands.h"
 #include "formats/cloud.h"
@@ -221,6 +222,19 @@ int runInfo(const InfoOptions& options) {
     bool printed = false;
     if (options.json && several) std::printf("[");
     for (const std::string& path : options.inputs) {
+        if (isBag(path)) {
+            try {
+                if (options.json) std::printf("%s", printed ? ",\n" : several ? "\n" : "");
+                if (!options.json && printed) std::printf("\n");
+                printBagInfo(path, options.json);
+                printed = true;
+            } catch (const FormatError& error) {
+                std::fflush(stdout);
+                std::cerr << "zul: " << error.what() << "\n";
+                ++failed;
+            }
+            continue;
+        }
         FileSummary summary;
         try {
             summary = summarise(path, options.chunks);

@@ -43,6 +43,9 @@ void printToolHelp() {
                  "  view FILE...         show zul files in a browser, served on a loopback port\n"
                  "  demo                 compress and check a built-in lidar scan\n"
                  "  help COMMAND         the options of a command\n\n"
+                 "  ROS bags (scan.bag of ROS 1, scan.db3 of ROS 2): compress turns each "
+                 "PointCloud2 topic\n  into NAME/zul (scan.zul.bag), decompress turns it back, "
+                 "info lists the topics\n\n"
                  "  -V, --version        print the version\n"
                  "Exit status: 0 done, 1 a file failed, 2 a command line not understood, 130 and "
                  "143 interrupted.\n";
