@@ -122,6 +122,8 @@ BagResult convertInPlace(const std::string& in, const std::string& out, const st
     if (error) throw Error(out + ": cannot write (" + error.message() + ")");
     BagResult result;
     Database db(out, true);
+    // The copy is removed whenever the conversion does not finish: no journal file beside it.
+    db.exec("PRAGMA journal_mode = MEMORY");
     db.exec("BEGIN");
     struct Work {
         TopicRow topic;
