@@ -1,6 +1,6 @@
 // The clouds every benchmark runs over: the real clouds of the shared data folder, stored as
 // `zul compress` would store them (the file's grid or 1 mm, every attribute the file has), and
-// the synthetic street scan of `zul demo` (tools/synthetic, the same seed) with all four
+// the synthetic street scan of `zul demo` (convert/synthetic, the same seed) with all four
 // attributes.
 #pragma once
 

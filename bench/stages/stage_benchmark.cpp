@@ -28,7 +28,7 @@
 #include "frame/chunk_axes.h"
 #include "frame/data_type.h"
 #include "stage_access.h"
-#include "street_scan.h"
+#include "synthetic/street_scan.h"
 
 namespace {
 

@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "bindings.h"
-#include "planned_writer.h"
+#include "commands/chunk_batches.h"
+#include "commands/commands.h"
+#include "commands/point_plan.h"
+#include "planner/planned_writer.h"
 #include "py_errors.h"
-#include "zul/chunk_batches.h"
-#include "zul/commands.h"
-#include "zul/point_plan.h"
 #include "zul_bulk.h"
 
 namespace py = pybind11;
@@ -25,8 +25,8 @@ template <typename T>
 using Array = py::array_t<T, py::array::c_style>;
 
 // The transformation a `sensor` dict asks for, in the tool's options.
-zultool::CompressOptions sensorOptions(const py::object& sensor) {
-    zultool::CompressOptions options;
+zulconvert::CompressOptions sensorOptions(const py::object& sensor) {
+    zulconvert::CompressOptions options;
     if (sensor.is_none()) return options;
     const py::dict d = sensor.cast<py::dict>();
     if (d.contains("translation")) options.translate = d["translation"].cast<std::vector<double>>();
@@ -53,7 +53,7 @@ zul_Status writePlanned(const std::string& path, const zul_DataType& dataType,
     zulplan::PlanOptions options;
     zulplan::parseOrder(order, options.order);
     options.chunk = chunkSize;
-    options.threads = zultool::threadsFor(threads);
+    options.threads = zulconvert::threadsFor(threads);
     zulplan::PlannedWriter writer;
     zul_Status status = writer.open(path, dataType, header.enabled ? &header : nullptr, options);
     zul_Point point = {};
@@ -84,9 +84,9 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
     zul_init_headers(&dataType, nullptr);
     dataType.quantizationStep = 1.0f;
     dataType.colorMode = static_cast<zul_ColorMode>(colorMode);
-    zultool::GridPlan grid;
+    zulconvert::GridPlan grid;
     grid.step = step;
-    const zul_Header2 header = zultool::gridHeader(sensorOptions(sensor), grid);
+    const zul_Header2 header = zulconvert::gridHeader(sensorOptions(sensor), grid);
 
     std::vector<double> onGrid(static_cast<size_t>(3 * n));
     zul_bulk_Points points = {n, onGrid.data(), nullptr, nullptr, nullptr};

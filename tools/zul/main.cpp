@@ -8,14 +8,16 @@
 #include <memory>
 
 #include "batch.h"
-#include "commands.h"
-#include "file_kind.h"
+#include "commands/commands.h"
+#include "commands/file_kind.h"
+#include "commands/interrupt.h"
+#include "commands/progress_bar.h"
+#include "commands/usage_error.h"
 #include "formats/cloud.h"
-#include "interrupt.h"
-#include "progress_bar.h"
-#include "usage_error.h"
 
 using namespace zultool;
+using namespace zulconvert;
+using namespace zulformats;
 
 namespace {
 
