@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/limits.h"
 #include "zul.h"
 
 struct BenchCloud {
@@ -39,4 +40,4 @@ const std::vector<BenchCloud>& benchClouds();
 
 const int kScanPoints = 1000000;
 // The file writer's default chunk size, used by every in-memory benchmark too.
-const int kBenchChunk = 10000;
+const int kBenchChunk = zulbase::kDefaultChunkSize;

@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/limits.h"
 #include "encoder/coordinate_sort.h"
 #include "entropy/attribute_widths.h"
 #include "entropy/data_stream_writer.h"
@@ -37,7 +38,7 @@ using stages::Records;
 using zullib::zul_QuantizedPoint;
 
 const int kPoints = 1000000;
-const int kChunk = 10000;
+const int kChunk = zulbase::kDefaultChunkSize;
 
 // The encoder's largest prefix tables, stream by stream (RGB565 keeps 5 on every channel); the
 // check of the staged encode against the encoder's bytes catches any drift from its values.

@@ -19,11 +19,6 @@ constexpr int64_t kBatchPoints = int64_t{1} << 21;
 
 }  // namespace
 
-int threadsFor(int threads) {
-    if (threads > 0) return threads;
-    return static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-}
-
 ChunkBatches::ChunkBatches(const std::string& path, zul_idx_Index index, bool applyTransformation,
                            std::vector<int64_t> chunks, int threads)
     : path_(path),
@@ -31,7 +26,7 @@ ChunkBatches::ChunkBatches(const std::string& path, zul_idx_Index index, bool ap
       index_(index),
       chunks_(std::move(chunks)),
       threads_(threads) {
-    const size_t perBatch = kChunksPerThread * static_cast<size_t>(threadsFor(threads));
+    const size_t perBatch = kChunksPerThread * static_cast<size_t>(zulbase::threadsFor(threads));
     int64_t room = 0;
     for (size_t at = 0; at < chunks_.size();) {
         int64_t points = 0;
@@ -51,7 +46,7 @@ ChunkBatches::ChunkBatches(const std::string& path, zul_idx_Index index, bool ap
     zul_DataType type;
     status_ = zul_idx_getDataType(index_, &type, nullptr);
     if (status_ != zul_STATUS_OK) return;
-    prefetch_ = threadsFor(threads) > 1 && ends_.size() > 1;
+    prefetch_ = zulbase::threadsFor(threads) > 1 && ends_.size() > 1;
     const size_t n = static_cast<size_t>(room);
     for (Buffer& buffer : buffers_) {
         buffer.positions.resize(3 * n);
@@ -82,13 +77,16 @@ void ChunkBatches::decodeInto(size_t batch, Buffer& buffer) {
 }
 
 ChunkBatches::~ChunkBatches() {
-    if (pending_.joinable()) pending_.join();
+    try {
+        pending_.join();
+    } catch (...) {  // nothing to hand on any more
+    }
     zul_dec_close(&decoder_);
 }
 
 bool ChunkBatches::next() {
     if (status_ != zul_STATUS_OK || batch_ == ends_.size()) return false;
-    if (pending_.joinable()) pending_.join();
+    pending_.join();
     begin_ = beginOf(batch_);
     end_ = ends_[batch_];
     if (alone(batch_)) {
@@ -103,8 +101,12 @@ bool ChunkBatches::next() {
     }
     ++batch_;
     if (prefetch_ && status_ == zul_STATUS_OK && batch_ < ends_.size() && !alone(batch_)) {
-        pendingBatch_ = batch_;
-        pending_ = std::thread([this, batch = batch_] { decodeInto(batch, buffers_[batch % 2]); });
+        // Without a thread to spare, the batch is decoded when it is due.
+        const size_t batch = batch_;
+        const bool started = pending_.start(0, 1, [this, batch](int) {
+            decodeInto(batch, buffers_[batch % 2]);
+        }) == 1;
+        pendingBatch_ = started ? batch_ : SIZE_MAX;
     }
     return true;
 }

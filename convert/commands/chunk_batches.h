@@ -8,9 +8,9 @@
 
 #include <cstdint>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "base/worker_threads.h"
 #include "zul_bulk.h"
 
 namespace zulconvert {
@@ -23,9 +23,6 @@ struct IndexGuard {
     IndexGuard& operator=(const IndexGuard&) = delete;
     ~IndexGuard() { zul_idx_close(&index); }
 };
-
-// Threads a bulk call uses for `threads` (0: one a core).
-int threadsFor(int threads);
 
 class ChunkBatches {
 public:
@@ -80,7 +77,7 @@ private:
     int64_t failedChunk_ = -1;
     Buffer buffers_[2];  // batch b decodes into buffers_[b % 2]
     bool prefetch_ = false;
-    std::thread pending_;  // decoding batch batch_ ahead of the caller
+    zulbase::WorkerThreads pending_;  // decoding batch batch_ ahead of the caller
     size_t pendingBatch_ = SIZE_MAX;
     zul_bulk_Points points_ = {};
 };

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "base/limits.h"
+
 namespace zulconvert {
 
 struct CompressOptions {
@@ -15,10 +17,11 @@ struct CompressOptions {
     std::string reflection;     // "" (from the input), none, or the largest value kept
     double intensityScale = 0;  // 0: 1, or 255 for intensities within 0 .. 1
     bool normals = false, noNormals = false;
-    int chunk = 10000;
-    std::string order = "plan";     // plan: the smallest cutting found; kd; input
-    int orderBudgetMiB = 256;       // memory for a block of points being cut, in MiB
-    std::vector<double> translate;  // 3 values
+    int chunk = zulbase::kDefaultChunkSize;
+    std::string order = "plan";  // plan: the smallest cutting found; kd; input
+    int orderBudgetMiB =
+        zulbase::kDefaultOrderBudgetMiB;  // memory for a block of points being cut, in MiB
+    std::vector<double> translate;        // 3 values
     double scale = 1;
     std::vector<double> rotate;  // 9 values, row after row
     int sensorMount = 0, sensorType = 0;

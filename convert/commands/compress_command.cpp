@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "base/worker_threads.h"
 #include "commands/chunk_batches.h"
 #include "commands/commands.h"
 #include "commands/file_kind.h"
@@ -62,13 +63,13 @@ int runCompress(const CompressOptions& options) {
 
     OutputFile output(options.output, options.force);
     if (!zulplan::PlannedWriter::chunkValid(options.chunk)) {
-        throw FormatError("--chunk " + std::to_string(options.chunk) +
-                          ": a chunk holds 1 to 2147483646 points");
+        throw FormatError("--chunk " + std::to_string(options.chunk) + ": a chunk holds 1 to " +
+                          std::to_string(zulbase::kMaxChunkSize) + " points");
     }
     zulplan::PlanOptions planOptions;
     zulplan::parseOrder(options.order, planOptions.order);
     planOptions.chunk = options.chunk;
-    planOptions.threads = threadsFor(options.threads);
+    planOptions.threads = zulbase::threadsFor(options.threads);
     planOptions.budgetBytes = static_cast<size_t>(options.orderBudgetMiB) << 20;
     zulplan::PlannedWriter writer;
     errno = 0;

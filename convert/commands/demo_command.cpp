@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <numeric>
 
+#include "base/limits.h"
 #include "commands/commands.h"
 #include "commands/interrupt.h"
 #include "commands/point_check.h"
@@ -24,7 +25,7 @@ using namespace zulformats;
 
 namespace {
 
-constexpr int kChunkSize = 10000;
+constexpr int kChunkSize = zulbase::kDefaultChunkSize;
 double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }

@@ -5,8 +5,8 @@
 #include <cmath>
 #include <cstdio>
 #include <exception>
-#include <thread>
 
+#include "base/worker_threads.h"
 #include "planner/kd_cells.h"
 
 namespace zulplan {
@@ -263,24 +263,18 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
             prepareUnits(block, candidate);
     std::vector<Estimate> estimates(list.size());
     std::vector<zul_Status> statuses(list.size(), zul_STATUS_OK);
-    std::vector<std::exception_ptr> errors(workspaces_.size());
     std::atomic<size_t> next{0};
-    const auto work = [&](size_t w) {
-        try {
-            for (size_t i; (i = next++) < list.size();)
-                statuses[i] = estimate(block, list[i], estimates[i], *workspaces_[w]);
-        } catch (...) {
-            errors[w] = std::current_exception();
-            next = list.size();
-        }
-    };
-    std::vector<std::thread> threads;
-    for (size_t w = 1; w < std::min(workspaces_.size(), list.size()); ++w)
-        threads.emplace_back(work, w);
-    work(0);
-    for (std::thread& thread : threads) thread.join();
-    for (const std::exception_ptr& error : errors)
-        if (error) std::rethrow_exception(error);
+    zulbase::runWorkers(zulbase::threadsFor(static_cast<int>(workspaces_.size()), list.size()),
+                        [&](int w) {
+                            try {
+                                for (size_t i; (i = next++) < list.size();)
+                                    statuses[i] = estimate(block, list[i], estimates[i],
+                                                           *workspaces_[static_cast<size_t>(w)]);
+                            } catch (...) {
+                                next = list.size();  // the others stop too
+                                throw;
+                            }
+                        });
     for (size_t i = 0; i < list.size(); ++i) {
         if (statuses[i] != zul_STATUS_OK) return statuses[i];
         const bool first = inputCost != nullptr && i == 0;

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "base/limits.h"
 #include "planner/chunk_encoding.h"
 #include "planner/cutting.h"
 #include "planner/strip_cells.h"
@@ -35,10 +36,10 @@ struct Estimate {
 };
 
 struct BlockPlannerOptions {
-    int chunk = 10000;            // most points a chunk
-    size_t exactLimit = 300000;   // blocks up to this size are measured whole
-    size_t sampleTarget = 30000;  // points a sample holds, about
-    int searchEvery = 16;         // sampled blocks: a full search every so many
+    int chunk = zulbase::kDefaultChunkSize;  // most points a chunk
+    size_t exactLimit = 300000;              // blocks up to this size are measured whole
+    size_t sampleTarget = 30000;             // points a sample holds, about
+    int searchEvery = 16;                    // sampled blocks: a full search every so many
 };
 
 class BlockPlanner {

@@ -8,7 +8,8 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
-#include <thread>
+
+#include "base/worker_threads.h"
 
 namespace zulplan {
 
@@ -64,14 +65,20 @@ zul_Status ParallelChunks::encode(const zul_Point* points, const Cutting& cuttin
             const char* bytes = nullptr;
             int size = 0;
             const size_t begin = cutting.begin(k);
-            const zul_Status status = encoder.encode(points, cutting.order.data() + begin,
-                                                     cutting.ends[k] - begin, &bytes, &size);
-            if (status != zul_STATUS_OK || static_cast<size_t>(size) < kSyncMarkerBytes) {
-                fail(k, status != zul_STATUS_OK ? status : zul_STATUS_INVALID_STATE);
-                return;
-            }
             Slot& slot = slots[k % window];
-            slot.bytes.assign(bytes, bytes + size);
+            try {
+                const zul_Status status = encoder.encode(points, cutting.order.data() + begin,
+                                                         cutting.ends[k] - begin, &bytes, &size);
+                if (status != zul_STATUS_OK || static_cast<size_t>(size) < kSyncMarkerBytes) {
+                    fail(k, status != zul_STATUS_OK ? status : zul_STATUS_INVALID_STATE);
+                    return;
+                }
+                slot.bytes.assign(bytes, bytes + size);
+            } catch (...) {
+                // Carried to the caller by the workers' join; no chunk from here on is handed on.
+                fail(k, zul_STATUS_INVALID_STATE);
+                throw;
+            }
             std::memcpy(slot.bytes.data(), marker_.data(), kSyncMarkerBytes);
             std::lock_guard<std::mutex> hold(lock);
             slot.ready = true;
@@ -79,8 +86,16 @@ zul_Status ParallelChunks::encode(const zul_Point* points, const Cutting& cuttin
         }
     };
 
-    std::vector<std::thread> workers;
-    for (auto& encoder : encoders_) workers.emplace_back(work, std::ref(*encoder));
+    // As many workers as start (at least one); each takes the next chunk when it is free.
+    zulbase::WorkerThreads workers;
+    try {
+        workers.start(
+            0, zulbase::threadsFor(static_cast<int>(encoders_.size()), count),
+            [&](int w) { work(*encoders_[static_cast<size_t>(w)]); }, true);
+    } catch (...) {
+        fail(0, zul_STATUS_INVALID_STATE);  // the workers that started end at once
+        throw;
+    }
     std::vector<char> bytes;
     for (;;) {
         {
@@ -101,7 +116,7 @@ zul_Status ParallelChunks::encode(const zul_Point* points, const Cutting& cuttin
         }
         changed.notify_all();
     }
-    for (std::thread& worker : workers) worker.join();
+    workers.join();  // throws again what a worker threw
     return failure;
 }
 

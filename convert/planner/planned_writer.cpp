@@ -46,7 +46,10 @@ size_t blockCapacity(size_t budgetBytes, int chunk, Order order) {
 }
 
 PlannedWriter::~PlannedWriter() {
-    if (job_.joinable()) job_.join();
+    try {
+        job_.join();
+    } catch (...) {  // a writer not closed reports nothing
+    }
     if (file_ != nullptr) std::fclose(file_);
 }
 
@@ -160,21 +163,20 @@ zul_Status PlannedWriter::flush() {
     joinJob();
     if (jobStatus_ != zul_STATUS_OK) return jobStatus_;
     block_.swap(work_);
-    job_ = std::thread([this] {
+    const auto job = [this](int) {
         try {
             jobStatus_ = flushWork();
         } catch (...) {
             jobStatus_ = zul_STATUS_INVALID_STATE;
-            jobError_ = std::current_exception();
+            throw;  // thrown again by the next call
         }
-    });
+    };
+    // Without a thread to spare, the block is cut and written here and now.
+    if (job_.start(0, 1, job) == 0) job(0);
     return zul_STATUS_OK;
 }
 
-void PlannedWriter::joinJob() {
-    if (job_.joinable()) job_.join();
-    if (jobError_) std::rethrow_exception(std::exchange(jobError_, nullptr));
-}
+void PlannedWriter::joinJob() { job_.join(); }
 
 zul_Status PlannedWriter::flushWork() {
     if (work_.empty()) return zul_STATUS_OK;

@@ -10,9 +10,10 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "base/limits.h"
+#include "base/worker_threads.h"
 #include "planner/block_planner.h"
 #include "planner/chunk_encoding.h"
 #include "planner/large_pages.h"
@@ -32,10 +33,11 @@ bool parseOrder(const std::string& name, Order& order);
 
 struct PlanOptions {
     Order order = Order::Plan;
-    int chunk = 10000;                       // most points a chunk, 1 to 2147483646
-    size_t budgetBytes = size_t{256} << 20;  // memory for a block and its planning
-    BlockPlannerOptions planner;             // its chunk is set from `chunk`
-    int threads = 1;                         // encoding threads, 1 or more
+    int chunk = zulbase::kDefaultChunkSize;  // most points a chunk, 1 to 2147483646
+    size_t budgetBytes = size_t{zulbase::kDefaultOrderBudgetMiB}
+                         << 20;   // memory for a block and its planning
+    BlockPlannerOptions planner;  // its chunk is set from `chunk`
+    int threads = 1;              // encoding threads, 1 or more
 };
 
 // Points a block holds within `budgetBytes` when cut in `order`: a whole number of chunks, at
@@ -49,7 +51,7 @@ public:
     PlannedWriter(const PlannedWriter&) = delete;
     PlannedWriter& operator=(const PlannedWriter&) = delete;
 
-    static bool chunkValid(int chunk) { return chunk >= 1 && chunk <= 2147483646; }
+    static bool chunkValid(int chunk) { return zulbase::chunkSizeValid(chunk); }
 
     // Creates `path` for a stream of `type` with the optional sensor `header` and writes its
     // signature and file header. zul_STATUS_INVALID_ARGUMENT for a refused type or header or an
@@ -93,9 +95,8 @@ private:
     LargeVector<zul_Point> block_;  // the block being read
     LargeVector<zul_Point> work_;   // the block being cut and written
     bool background_ = false;
-    std::thread job_;  // cuts and writes work_ (with more than one thread)
+    zulbase::WorkerThreads job_;  // cuts and writes work_ (with more than one thread)
     zul_Status jobStatus_ = zul_STATUS_OK;
-    std::exception_ptr jobError_;  // what the job threw, thrown again by the next call
     Cutting cutting_;
     LargeVector<char> buffer_;  // a block's chunks while it is not sure they are the smaller
 

@@ -7,18 +7,19 @@
 #include <cstddef>
 #include <vector>
 
+#include "base/limits.h"
 #include "planner/cutting.h"
 #include "zul.h"
 
 namespace zulplan {
 
 struct StripShape {
-    int axis = 0;          // the strips are bands of position[axis]; they run along the other one
-    double origin = 0;     // the lowest position[axis] of the block
-    double width = 1;      // positive
-    double inverse = 1;    // 1 / width
-    size_t count = 1;      // bands from origin on, enough for every finite position of the block
-    int chunk = 10000;     // most points a chunk
+    int axis = 0;        // the strips are bands of position[axis]; they run along the other one
+    double origin = 0;   // the lowest position[axis] of the block
+    double width = 1;    // positive
+    double inverse = 1;  // 1 / width
+    size_t count = 1;    // bands from origin on, enough for every finite position of the block
+    int chunk = zulbase::kDefaultChunkSize;  // most points a chunk
     double maxLength = 0;  // a chunk longer than this is cut further (while it keeps chunk / 8
                            // points); 0: no limit
 };

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <vector>
 
+#include "base/worker_threads.h"
 #include "bindings.h"
 #include "commands/chunk_batches.h"
 #include "commands/commands.h"
@@ -53,7 +54,7 @@ zul_Status writePlanned(const std::string& path, const zul_DataType& dataType,
     zulplan::PlanOptions options;
     zulplan::parseOrder(order, options.order);
     options.chunk = chunkSize;
-    options.threads = zulconvert::threadsFor(threads);
+    options.threads = zulbase::threadsFor(threads);
     zulplan::PlannedWriter writer;
     zul_Status status = writer.open(path, dataType, header.enabled ? &header : nullptr, options);
     zul_Point point = {};

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <memory>
 
+#include "base/limits.h"
 #include "batch.h"
 #include "commands/commands.h"
 #include "commands/file_kind.h"
@@ -92,14 +93,16 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
                  "factor applied to intensities before rounding (default 1; 255 for 0..1)");
     c.add_flag("--normals", compress.normals, "keep normals (an error if the input has none)");
     c.add_flag("--no-normals", compress.noNormals, "leave normals out");
-    c.add_option("--chunk", compress.chunk, "points a chunk (default 10000)");
+    c.add_option("--chunk", compress.chunk,
+                 "points a chunk (default " + std::to_string(zulbase::kDefaultChunkSize) + ")");
     c.add_option("--order", compress.order,
                  "plan (default): the cutting into chunks that makes the smallest file, block by "
                  "block; kd: spatially compact cells; input: the input's order")
         ->check(CLI::IsMember({"plan", "kd", "input"}));
     c.add_option("--order-budget", compress.orderBudgetMiB,
                  "MiB for the points cut at once; larger inputs are cut block by block "
-                 "(default 256)")
+                 "(default " +
+                     std::to_string(zulbase::kDefaultOrderBudgetMiB) + ")")
         ->check(CLI::Range(1, 1 << 20));
     c.add_option("--translate", compress.translate, "sensor header translation X Y Z")
         ->expected(3)
