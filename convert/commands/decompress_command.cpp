@@ -37,11 +37,32 @@ bool inBox(const DecompressOptions& options, const double* p) {
     return true;
 }
 
+// The in-box points of chunks that only overlap the box, decoded once to count them, kept for
+// the writing up to kKeptBytes; chunks beyond that are decoded again when written.
+constexpr size_t kKeptBytes = size_t{64} << 20;
+
+struct KeptChunk {
+    int64_t number;
+    std::vector<zul_Point> points;
+};
+
+zul_Point pointAt(const zul_bulk_Points& points, int64_t i) {
+    zul_Point point = {};
+    std::copy_n(points.positions + 3 * i, 3, point.position);
+    if (points.colors) std::copy_n(points.colors + 3 * i, 3, point.color);
+    if (points.reflections) point.reflection = points.reflections[i];
+    if (points.normals) std::copy_n(points.normals + 3 * i, 3, point.normal);
+    return point;
+}
+
 // The chunks to decode, of the first `usable` listed, and the number of points that will be
-// written: every chunk, or those that meet the box, whose points within it are counted by
-// decoding the chunks that only overlap it.
+// written: every chunk, or those that meet the box. When `exact` (a writer that needs the count
+// first), the points within the box of the chunks that only overlap it are counted by decoding
+// those chunks, whose points are kept in `kept` (and their chunks left out of the list) as far as
+// kKeptBytes allow; otherwise the count is that of every point of the chunks chosen.
 std::vector<int64_t> chooseChunks(const DecompressOptions& options, zul_idx_Index index,
-                                  int64_t usable, int64_t& count) {
+                                  int64_t usable, bool exact, int64_t& count,
+                                  std::vector<KeptChunk>& kept) {
     std::vector<int64_t> chunks;
     count = 0;
     if (!options.box) {
@@ -61,23 +82,48 @@ std::vector<int64_t> chooseChunks(const DecompressOptions& options, zul_idx_Inde
     for (const int64_t number : chunks) {
         zul_idx_Chunk chunk = {};
         zul_idx_getChunk(index, number, &chunk);
-        if (inBox(options, chunk.min) && inBox(options, chunk.max)) {
+        if (!exact || (inBox(options, chunk.min) && inBox(options, chunk.max))) {
             count += chunk.numPoints;
         } else {
             overlapping.push_back(number);
         }
     }
+    if (overlapping.empty()) return chunks;
     ChunkBatches batches(options.input, index, !options.noTransform, std::move(overlapping),
                          options.threads);
+    size_t keptBytes = 0;
     while (batches.next()) {
         const zul_bulk_Points& points = batches.points();
-        for (int64_t i = 0; i < points.numPoints; ++i) {
-            count += inBox(options, points.positions + 3 * i) ? 1 : 0;
+        int64_t at = 0;
+        for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
+            zul_idx_Chunk chunk = {};
+            zul_idx_getChunk(index, batches.batchChunks()[c], &chunk);
+            const int64_t end = std::min(at + chunk.numPoints, points.numPoints);
+            KeptChunk inside{batches.batchChunks()[c], {}};
+            for (int64_t i = at; i < end; ++i) {
+                if (!inBox(options, points.positions + 3 * i)) continue;
+                ++count;
+                if (keptBytes + sizeof(zul_Point) <= kKeptBytes) {
+                    inside.points.push_back(pointAt(points, i));
+                    keptBytes += sizeof(zul_Point);
+                } else {
+                    inside.number = -1;  // beyond the budget: decoded again when written
+                }
+            }
+            if (inside.number >= 0) kept.push_back(std::move(inside));
+            at = end;
         }
     }
     errno = 0;
     checkStatus(batches.status(), options.input, ZulStage::Read);
-    return chunks;
+    // The chunks kept are not decoded again.
+    std::vector<int64_t> rest;
+    size_t k = 0;
+    for (const int64_t number : chunks) {
+        while (k < kept.size() && kept[k].number < number) ++k;
+        if (k == kept.size() || kept[k].number != number) rest.push_back(number);
+    }
+    return rest;
 }
 
 std::string readText(const std::string& path) {
@@ -94,7 +140,13 @@ int runDecompress(const DecompressOptions& options) {
     const Format format =
         options.format.empty() ? formatOfPath(options.output) : formatOfName(options.format);
     if (format == Format::Zul) {
-        throw FormatError(options.output + ": decompress writes .las .pcd .ply .xyz .csv or .bin");
+        std::string written;
+        for (Format cloud : cloudFormats())
+            written += std::string(written.empty()                  ? ""
+                                   : cloud == cloudFormats().back() ? " or "
+                                                                    : " ") +
+                       extensionOfFormat(cloud);
+        throw FormatError(options.output + ": decompress writes " + written);
     }
     IndexGuard index;
     ZulFileHead head;
@@ -118,7 +170,9 @@ int runDecompress(const DecompressOptions& options) {
         checkStatus(damage, options.input, ZulStage::Read);
     }
     int64_t count = 0;
-    std::vector<int64_t> chunks = chooseChunks(options, index.index, usable, count);
+    std::vector<KeptChunk> kept;
+    std::vector<int64_t> chunks =
+        chooseChunks(options, index.index, usable, writerNeedsCount(format), count, kept);
 
     WriteOptions write;
     write.color = dataType.colorMode != zul_COLOR_NONE;
@@ -148,27 +202,40 @@ int runDecompress(const DecompressOptions& options) {
         std::unique_ptr<CloudWriter> writer =
             openCloudWriter(output.temporaryPath(), format, write);
         ProgressBar progress("decompressing", static_cast<uint64_t>(count), options.quiet);
-        zul_Point point = {};
+        // Chunk after chunk in the file's order: those kept from the count, the others as
+        // they are decoded.
+        size_t nextKept = 0;
+        const auto writeKeptBefore = [&](int64_t number) {
+            for (; nextKept < kept.size() && kept[nextKept].number < number; ++nextKept) {
+                for (const zul_Point& point : kept[nextKept].points) writer->write(point);
+                read += static_cast<int64_t>(kept[nextKept].points.size());
+            }
+        };
         ChunkBatches batches(options.input, index.index, !options.noTransform, std::move(chunks),
                              options.threads);
         while (batches.next()) {
             const zul_bulk_Points& points = batches.points();
-            for (int64_t i = 0; i < points.numPoints; ++i) {
-                const double* p = points.positions + 3 * i;
-                if (options.box && !inBox(options, p)) continue;
-                std::copy(p, p + 3, point.position);
-                if (points.colors) std::copy_n(points.colors + 3 * i, 3, point.color);
-                if (points.reflections) point.reflection = points.reflections[i];
-                if (points.normals) std::copy_n(points.normals + 3 * i, 3, point.normal);
-                writer->write(point);
-                ++read;
+            int64_t at = 0;
+            for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
+                writeKeptBefore(batches.batchChunks()[c]);
+                zul_idx_Chunk chunk = {};
+                zul_idx_getChunk(index.index, batches.batchChunks()[c], &chunk);
+                const int64_t end = std::min(at + chunk.numPoints, points.numPoints);
+                for (int64_t i = at; i < end; ++i) {
+                    if (options.box && !inBox(options, points.positions + 3 * i)) continue;
+                    writer->write(pointAt(points, i));
+                    ++read;
+                }
+                at = end;
             }
             progress.update(static_cast<uint64_t>(read));
+            if (batches.status() != zul_STATUS_OK) writeKeptBefore(batches.failedChunk());
             errno = 0;
             checkStatus(batches.status(), options.input, ZulStage::Read);
         }
         errno = 0;
         checkStatus(batches.status(), options.input, ZulStage::Read);
+        writeKeptBefore(INT64_MAX);
         writer->finish();
         if (!options.quiet) {
             for (const auto& [kind, n] : writer->changes()) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -23,10 +24,28 @@ public:
 
 enum class Format { Las, Pcd, Ply, Xyz, Csv, Kitti, Zul };
 
+// The formats, from one table (format_table.cpp): names, extensions, signatures, readers, writers.
 // The format a file name stands for, by its extension (case ignored); throws FormatError for an
 // extension the tool does not know.
 Format formatOfPath(const std::string& path);
+// "LAS", "XYZ text", ...
 const char* formatName(Format format);
+// The format a --format word names (las, pcd, ply, xyz, txt, pts, csv, bin, kitti, zul; case
+// ignored); nothing for any other word.
+std::optional<Format> formatOfWord(const std::string& word);
+// The words of formatOfWord, one a format: "las, pcd, ply, xyz, csv, bin, zul"; without zul
+// files, the point cloud formats only.
+std::string formatWords(bool withZul = true);
+// Whether the format's writer needs the exact count of points before the first one
+// (WriteOptions::pointCount, for a header that holds it); the others take any count.
+bool writerNeedsCount(Format format);
+// The point cloud formats, in the order lists name them (zul files are not among them).
+const std::vector<Format>& cloudFormats();
+// The extension of a file of the format, with its dot: ".las", ".bin", ...
+const char* extensionOfFormat(Format format);
+// The format the first bytes of the file show (LAS, PLY, PCD and zul files start with a
+// signature or header word); nothing for a file that cannot be read or shows none of them.
+std::optional<Format> formatOfContent(const std::string& path);
 
 // What a file says about its points, as far as its header or type tells.
 struct CloudLayout {
@@ -96,7 +115,7 @@ struct WriteOptions {
     bool gridExact = false;
     double gridOffset[3] = {0, 0, 0};
     std::string crs;         // the coordinate reference system as PROJ reads it, or empty
-    int64_t pointCount = 0;  // exact number of points that will be written
+    int64_t pointCount = 0;  // exact number of points that will be written (writerNeedsCount)
     std::string encoding;    // format-specific: "ascii", "binary", "binary_compressed", ...
     std::string lasVersion = "1.2";
 };

@@ -33,7 +33,7 @@ bool parseOrder(const std::string& name, Order& order);
 
 struct PlanOptions {
     Order order = Order::Plan;
-    int chunk = zulbase::kDefaultChunkSize;  // most points a chunk, 1 to 2147483646
+    int chunk = zulbase::kDefaultChunkSize;  // most points a chunk, 1 to zulbase::kMaxChunkSize
     size_t budgetBytes = size_t{zulbase::kDefaultOrderBudgetMiB}
                          << 20;   // memory for a block and its planning
     BlockPlannerOptions planner;  // its chunk is set from `chunk`

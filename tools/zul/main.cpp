@@ -81,7 +81,7 @@ void addCommonOptions(CLI::App& app, Parsed& parsed, bool many) {
 
 void addCompressOptions(CLI::App& c, CompressOptions& compress) {
     c.add_option("--format", compress.format,
-                 "the input's format whatever its name and content: las, pcd, ply, xyz, csv, bin");
+                 "the input's format whatever its name and content: " + formatWords(false));
     c.add_flag("-f,--force", compress.force, "replace an existing output");
     c.add_option("--step", compress.step,
                  "quantisation step, kept as this decimal (default: the LAS scale, else 0.001)");
@@ -151,7 +151,7 @@ void checkCompress(const CLI::App& c, const CompressOptions& options) {
 
 void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::string& box) {
     d.add_option("--format", decompress.format,
-                 "the output's format whatever its name: las, pcd, ply, xyz, csv, bin");
+                 "the output's format whatever its name: " + formatWords(false));
     d.add_flag("-f,--force", decompress.force, "replace an existing output");
     d.add_flag("--salvage", decompress.salvage,
                "of a damaged file, write the points of every intact chunk before the damage "
