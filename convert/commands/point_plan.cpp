@@ -59,20 +59,25 @@ GridPlan chooseGrid(const CompressOptions& options, const CloudLayout& layout) {
 
 }  // namespace
 
-zul_Header2 gridHeader(const CompressOptions& options, const GridPlan& grid) {
+SensorTransform sensorOf(const CompressOptions& options) {
+    return {options.translate,   options.scale,      options.rotate,
+            options.sensorMount, options.sensorType, options.sensorHeader};
+}
+
+zul_Header2 gridHeader(const SensorTransform& sensor, const GridPlan& grid) {
     zul_Header2 header;
     zul_init_headers(nullptr, &header);
     double user[3][3];
     for (int row = 0; row < 3; ++row) {
         for (int column = 0; column < 3; ++column) {
-            const double r = options.rotate.empty() ? (row == column ? 1.0 : 0.0)
-                                                    : options.rotate[3 * row + column];
-            user[row][column] = options.scale * r;
+            const double r = sensor.rotate.empty() ? (row == column ? 1.0 : 0.0)
+                                                   : sensor.rotate[3 * row + column];
+            user[row][column] = sensor.scale * r;
         }
     }
     bool translated = false;
     for (int row = 0; row < 3; ++row) {
-        double t = options.translate.empty() ? 0.0 : options.translate[row];
+        double t = sensor.translate.empty() ? 0.0 : sensor.translate[row];
         for (int column = 0; column < 3; ++column) {
             header.transformation[4 * column + row] = user[row][column] * grid.step;
             if (grid.offset[column] != 0) t += user[row][column] * grid.offset[column];
@@ -80,13 +85,13 @@ zul_Header2 gridHeader(const CompressOptions& options, const GridPlan& grid) {
         header.transformation[12 + row] = t;
         translated = translated || t != 0;
     }
-    header.sensorMount = static_cast<zul_SensorMount>(options.sensorMount);
-    header.sensorType = static_cast<zul_SensorType>(options.sensorType);
-    header.hasScaling = options.scale * grid.step != 1;
-    header.hasRotation = !options.rotate.empty();
+    header.sensorMount = static_cast<zul_SensorMount>(sensor.mount);
+    header.sensorType = static_cast<zul_SensorType>(sensor.type);
+    header.hasScaling = sensor.scale * grid.step != 1;
+    header.hasRotation = !sensor.rotate.empty();
     header.hasTranslation = translated;
-    header.enabled = options.sensorHeader || header.hasScaling || header.hasRotation ||
-                     header.hasTranslation || options.sensorMount != 0 || options.sensorType != 0;
+    header.enabled = sensor.header || header.hasScaling || header.hasRotation ||
+                     header.hasTranslation || sensor.mount != 0 || sensor.type != 0;
     return header;
 }
 
@@ -167,7 +172,7 @@ PointPlan planPoints(const CompressOptions& options, const CloudLayout& layout, 
     zul_init_headers(&plan.dataType, nullptr);
     plan.grid = chooseGrid(options, layout);
     plan.dataType.quantizationStep = 1.0f;
-    plan.header = gridHeader(options, plan.grid);
+    plan.header = gridHeader(sensorOf(options), plan.grid);
     plan.dataType.colorMode = chooseColor(options, layout);
     plan.reflection = chooseReflection(options, layout, format);
     if (plan.reflection.keep) {

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "commands/commands.h"
 #include "formats/cloud.h"
@@ -42,9 +43,21 @@ struct PointPlan {
     bool normals = false;
 };
 
+// The transformation a stream's readers apply after the grid's step and offset, and the sensor.
+struct SensorTransform {
+    std::vector<double> translate;  // 3 values, or none
+    double scale = 1;
+    std::vector<double> rotate;  // 9 values, row after row, or none
+    int mount = 0, type = 0;
+    bool header = false;  // a version 2 stream even without a transformation
+};
+
+// The transformation compress's options ask for.
+SensorTransform sensorOf(const CompressOptions& options);
+
 // The sensor header of a stream stored on the integer grid of `grid`: the grid's step and offset,
-// followed by the transformation of `options` (translate, scale, rotate, mount and type).
-zul_Header2 gridHeader(const CompressOptions& options, const GridPlan& grid);
+// followed by `sensor`'s transformation, mount and type.
+zul_Header2 gridHeader(const SensorTransform& sensor, const GridPlan& grid);
 
 // The stream's data type and header for the input of `options`, whose reader gave `layout`. May
 // read the file once more (for the range of floating-point intensities). Throws FormatError for
