@@ -15,8 +15,9 @@
 namespace zulbase {
 
 // The number of threads for a count given by the user, everywhere in convert/, the tool and
-// Python: `threads` if positive, and 0 (or less) means one a core. Never more than `work`, the
-// items there are to share (no thread without work), never fewer than 1.
+// Python: `threads` if positive, and 0 (or less) means one a core, as the library's bulk calls
+// count it. Never more than `work`, the items there are to share (no thread without work), never
+// fewer than 1.
 int threadsFor(int threads, size_t work = SIZE_MAX);
 
 // Workers on threads of their own, waited for together.

@@ -49,10 +49,7 @@ ChunkBatches::ChunkBatches(const std::string& path, zul_idx_Index index, bool ap
     prefetch_ = zulbase::threadsFor(threads) > 1 && ends_.size() > 1;
     const size_t n = static_cast<size_t>(room);
     for (Buffer& buffer : buffers_) {
-        buffer.positions.resize(3 * n);
-        if (type.colorMode != zul_COLOR_NONE) buffer.colors.resize(3 * n);
-        if (type.reflectionMode != zul_REFLECTION_NONE) buffer.reflections.resize(n);
-        if (type.normalMode != zul_NORMAL_NONE) buffer.normals.resize(3 * n);
+        buffer.columns.resize(type, n);
         if (!prefetch_) break;
     }
 }
@@ -65,11 +62,12 @@ bool ChunkBatches::alone(size_t batch) const {
 
 void ChunkBatches::decodeInto(size_t batch, Buffer& buffer) {
     zul_bulk_Points& points = buffer.points;
-    points.numPoints = static_cast<int64_t>(buffer.positions.size() / 3);
-    points.positions = buffer.positions.data();
-    points.colors = buffer.colors.empty() ? nullptr : buffer.colors.data();
-    points.reflections = buffer.reflections.empty() ? nullptr : buffer.reflections.data();
-    points.normals = buffer.normals.empty() ? nullptr : buffer.normals.data();
+    zulbase::PointColumns& columns = buffer.columns;
+    points.numPoints = static_cast<int64_t>(columns.size());
+    points.positions = columns.positionData();
+    points.colors = columns.colorData();
+    points.reflections = columns.reflectionData();
+    points.normals = columns.normalData();
     const size_t begin = beginOf(batch);
     buffer.status = zul_bulk_decodeChunks(index_, chunks_.data() + begin,
                                           static_cast<int64_t>(ends_[batch] - begin), threads_,

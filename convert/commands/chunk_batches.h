@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "base/point_columns.h"
 #include "base/worker_threads.h"
 #include "zul_bulk.h"
 
@@ -51,10 +52,7 @@ public:
 
 private:
     struct Buffer {
-        std::vector<double> positions;
-        std::vector<uint8_t> colors;
-        std::vector<int32_t> reflections;
-        std::vector<float> normals;
+        zulbase::PointColumns columns;
         zul_bulk_Points points = {};
         zul_Status status = zul_STATUS_OK;
         int64_t failedChunk = -1;

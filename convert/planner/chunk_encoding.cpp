@@ -11,13 +11,11 @@ zul_Status ChunkEncoder::encode(const zul_Point* points, const uint32_t* indices
                                 const char** bytes, int* size) {
     if (opened_ != zul_STATUS_OK) return opened_;
     if (count > static_cast<size_t>(INT_MAX)) return zul_STATUS_INVALID_ARGUMENT;
-    const bool color = type_.colorMode != zul_COLOR_NONE;
-    const bool reflection = type_.reflectionMode != zul_REFLECTION_NONE;
-    const bool normal = type_.normalMode != zul_NORMAL_NONE;
-    positions_.resize(3 * count);
-    if (color) colors_.resize(3 * count);
-    if (reflection) reflections_.resize(count);
-    if (normal) normals_.resize(3 * count);
+    columns_.resize(type_, count);
+    double* positions = columns_.positionData();
+    uint8_t* colors = columns_.colorData();
+    int32_t* reflections = columns_.reflectionData();
+    float* normals = columns_.normalData();
     // The points of a chunk lie anywhere in the block: ask for them well before they are needed.
     const size_t ahead = 12;
     for (size_t i = 0; i < count; ++i) {
@@ -27,19 +25,19 @@ zul_Status ChunkEncoder::encode(const zul_Point* points, const uint32_t* indices
             __builtin_prefetch(next + sizeof(zul_Point) - 1);
         }
         const zul_Point& p = points[indices[i]];
-        for (int k = 0; k < 3; ++k) positions_[3 * i + k] = p.position[k];
-        if (color)
-            for (int k = 0; k < 3; ++k) colors_[3 * i + k] = p.color[k];
-        if (reflection) reflections_[i] = p.reflection;
-        if (normal)
-            for (int k = 0; k < 3; ++k) normals_[3 * i + k] = p.normal[k];
+        for (int k = 0; k < 3; ++k) positions[3 * i + k] = p.position[k];
+        if (colors)
+            for (int k = 0; k < 3; ++k) colors[3 * i + k] = p.color[k];
+        if (reflections) reflections[i] = p.reflection;
+        if (normals)
+            for (int k = 0; k < 3; ++k) normals[3 * i + k] = p.normal[k];
     }
     zul_PointData data;
     data.numPoints = static_cast<int32_t>(count);
-    data.positions = positions_.data();
-    data.colors = color ? colors_.data() : nullptr;
-    data.reflections = reflection ? reflections_.data() : nullptr;
-    data.normals = normal ? normals_.data() : nullptr;
+    data.positions = positions;
+    data.colors = colors;
+    data.reflections = reflections;
+    data.normals = normals;
     return zul_enc_encodeChunk(encoder_, bytes, size, &data);
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/point_columns.h"
 #include "planner/cutting.h"
 #include "zul.h"
 
@@ -33,10 +34,7 @@ private:
     zul_DataType type_;
     zul_enc_Context encoder_ = nullptr;
     zul_Status opened_;
-    std::vector<double> positions_;
-    std::vector<uint8_t> colors_;
-    std::vector<int32_t> reflections_;
-    std::vector<float> normals_;
+    zulbase::PointColumns columns_;
 };
 
 }  // namespace zulplan
