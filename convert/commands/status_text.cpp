@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "formats/cloud.h"
+#include "zul_bulk.h"
 
 namespace zulconvert {
 
@@ -40,6 +41,10 @@ constexpr StatusWords kStatusWords[] = {
      "the library refused a value: a setting out of range, or a normal of length zero"},
     {zul_STATUS_INVALID_STATE, "invalid state", "the library was called out of order", nullptr,
      nullptr},
+    {zul_STATUS_OVER_BUDGET, "over budget",
+     "a chunk claims more points than the memory budget allows", nullptr, nullptr},
+    {zul_STATUS_OUT_OF_MEMORY, "out of memory", "the memory for the points could not be allocated",
+     nullptr, nullptr},
 };
 
 }  // namespace
