@@ -4,11 +4,11 @@
 #include <filesystem>
 #include <memory>
 
-#include "commands.h"
+#include "commands/commands.h"
+#include "commands/point_plan.h"
 #include "formats/cloud.h"
-#include "kd_cells.h"
-#include "point_plan.h"
-#include "street_scan.h"
+#include "planner/kd_cells.h"
+#include "synthetic/street_scan.h"
 
 namespace {
 
@@ -20,7 +20,8 @@ const char* const kSharedClouds[] = {"cturtle.pcd",       "table_scene_mug_stere
 // Reads a file through the tool's reader and the compress command's plan, keeping the points
 // that the command would write.
 bool loadShared(const std::string& path, BenchCloud& cloud) {
-    using namespace zultool;
+    using namespace zulconvert;
+    using namespace zulformats;
     CompressOptions options;
     options.input = path;
     options.quiet = true;

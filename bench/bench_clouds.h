@@ -1,6 +1,6 @@
 // The clouds every benchmark runs over: the real clouds of the shared data folder, stored as
 // `zul compress` would store them (the file's grid or 1 mm, every attribute the file has), and
-// the synthetic street scan of `zul demo` (tools/synthetic, the same seed) with all four
+// the synthetic street scan of `zul demo` (convert/synthetic, the same seed) with all four
 // attributes.
 #pragma once
 
@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/limits.h"
 #include "zul.h"
 
 struct BenchCloud {
@@ -39,4 +40,4 @@ const std::vector<BenchCloud>& benchClouds();
 
 const int kScanPoints = 1000000;
 // The file writer's default chunk size, used by every in-memory benchmark too.
-const int kBenchChunk = 10000;
+const int kBenchChunk = zulbase::kDefaultChunkSize;

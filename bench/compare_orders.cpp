@@ -13,7 +13,7 @@
 
 #include "bench_clouds.h"
 #include "encoded_cloud.h"
-#include "planned_writer.h"
+#include "planner/planned_writer.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // In-memory decoding (zul_dec_decodeChunkHeader and zul_dec_decodeChunkBody over every chunk) of
-// every bench cloud, encoded once before timing in chunks of 10,000 points. Reports points per
+// every bench cloud, encoded once before timing in chunks of the default size. Reports points per
 // second, MB/s of raw point data and the bits a point of each stream.
 #include <benchmark/benchmark.h>
 

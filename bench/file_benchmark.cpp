@@ -1,5 +1,5 @@
 // The file layer, point by point: every bench cloud written with zul_out_writePoint in the
-// default chunks of 10,000 and read back with zul_in_readNextPoint to the end. Then the memory
+// default chunks and read back with zul_in_readNextPoint to the end. Then the memory
 // case: a 10,000,000-point file with all four attributes (the synthetic scan driven past ten
 // times, each pass 50 m further along x), with the peak resident memory of writing and of
 // reading above what the process held when the phase began: one chunk's worth, not the file's.

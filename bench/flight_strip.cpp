@@ -68,7 +68,7 @@ int main(int argc, char** argv) {
     }
     const int64_t total = argc > 2 ? std::atoll(argv[2]) : 20000000;
     try {
-        using namespace zultool;
+        using namespace zulformats;
         WriteOptions options;
         options.color = true;
         options.intensity = true;

@@ -34,7 +34,7 @@ class CMakeBuild(build_ext):
         if build is None:
             build = tempfile.mkdtemp(prefix="zul-build-")
             subprocess.check_call(["cmake", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release",
-                                   "-DZUL_BUILD_TESTS=OFF", "-DZUL_BUILD_BENCHMARKS=OFF",
+                                   "-DZUL_BUILD_TESTS=OFF", "-DZUL_BUILD_BENCHMARKS=OFF", "-DZUL_BUILD_TOOLS=OFF",
                                    f"-DPython3_EXECUTABLE={sys.executable}"])
         subprocess.check_call(["cmake", "--build", build, "--target", "zul_python", "-j2"])
         package = os.path.join(os.path.abspath(self.build_lib), "zul")

@@ -2,8 +2,8 @@
 // stage: quantise, sort, statistics (delta bit lengths counted), optimise (prefix tables chosen)
 // and write (the streams entropy coded); read (chunk header and streams entropy decoded) and
 // dequantise. The cloud is the seeded street scan, 1,000,000 points with all four attributes in
-// the sensor's order, in chunks of 10,000. Each stage runs as the encoder or decoder runs it,
-// chunk after chunk. Times are the thread's CPU time (the machine is shared). `encode/stages`
+// the sensor's order, in chunks of the default size. Each stage runs as the encoder or decoder runs
+// it, chunk after chunk. Times are the thread's CPU time (the machine is shared). `encode/stages`
 // and `decode/stages` take the stages' summed time, and report each stage's speed in M points/s
 // as a counter of its name; `encode/whole` and `decode/whole` time the encoder's and decoder's
 // own calls on the same chunks, so the sum can be held against the whole. Before timing, the
@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/limits.h"
 #include "encoder/coordinate_sort.h"
 #include "entropy/attribute_widths.h"
 #include "entropy/data_stream_writer.h"
@@ -28,7 +29,7 @@
 #include "frame/chunk_axes.h"
 #include "frame/data_type.h"
 #include "stage_access.h"
-#include "street_scan.h"
+#include "synthetic/street_scan.h"
 
 namespace {
 
@@ -37,7 +38,7 @@ using stages::Records;
 using zullib::zul_QuantizedPoint;
 
 const int kPoints = 1000000;
-const int kChunk = 10000;
+const int kChunk = zulbase::kDefaultChunkSize;
 
 // The encoder's largest prefix tables, stream by stream (RGB565 keeps 5 on every channel); the
 // check of the staged encode against the encoder's bytes catches any drift from its values.

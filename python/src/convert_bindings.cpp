@@ -3,8 +3,8 @@
 #include <pybind11/stl.h>
 
 #include "bindings.h"
+#include "commands/commands.h"
 #include "py_errors.h"
-#include "zul/commands.h"
 
 namespace py = pybind11;
 
@@ -27,7 +27,7 @@ void refuseRest(const py::dict& options, const char* function) {
 }
 
 int compress(const std::string& source, const std::string& target, py::dict options) {
-    zultool::CompressOptions o;
+    zulconvert::CompressOptions o;
     o.input = source;
     o.output = target;
     o.quiet = true;
@@ -52,11 +52,11 @@ int compress(const std::string& source, const std::string& target, py::dict opti
     take(options, "quiet", o.quiet);
     refuseRest(options, "compress");
     py::gil_scoped_release release;
-    return zultool::runCompress(o);
+    return zulconvert::runCompress(o);
 }
 
 int decompress(const std::string& source, const std::string& target, py::dict options) {
-    zultool::DecompressOptions o;
+    zulconvert::DecompressOptions o;
     o.input = source;
     o.output = target;
     o.quiet = true;
@@ -71,7 +71,7 @@ int decompress(const std::string& source, const std::string& target, py::dict op
     take(options, "quiet", o.quiet);
     refuseRest(options, "decompress");
     py::gil_scoped_release release;
-    return zultool::runDecompress(o);
+    return zulconvert::runDecompress(o);
 }
 
 }  // namespace

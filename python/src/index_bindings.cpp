@@ -44,8 +44,8 @@ public:
 
     py::dict dataType() const {
         py::dict d;
-        d["step"] = zultool::outputGrid(dataType_, header_, transform_).step;
-        d["step_text"] = zultool::stepText(dataType_, header_);
+        d["step"] = zulformats::outputGrid(dataType_, header_, transform_).step;
+        d["step_text"] = zulformats::stepText(dataType_, header_);
         d["stored_step"] = static_cast<double>(dataType_.quantizationStep);
         d["color"] = dataType_.colorMode == zul_COLOR_RGB888   ? py::object(py::str("rgb888"))
                      : dataType_.colorMode == zul_COLOR_RGB565 ? py::object(py::str("rgb565"))

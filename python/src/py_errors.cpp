@@ -1,8 +1,8 @@
 #include "py_errors.h"
 
+#include "commands/status_text.h"
 #include "formats/cloud.h"
 #include "zul/error.hpp"
-#include "zul/status_text.h"
 
 namespace py = pybind11;
 
@@ -10,8 +10,9 @@ namespace zulpy {
 
 void check(zul_Status status, const std::string& path, int64_t chunk, int64_t offset) {
     if (status == zul_STATUS_OK) return;
-    const zultool::ZulStage stage = chunk >= 0 ? zultool::ZulStage::Read : zultool::ZulStage::Open;
-    std::string message = path + ": " + zultool::statusText(status, stage);
+    const zulconvert::ZulStage stage =
+        chunk >= 0 ? zulconvert::ZulStage::Read : zulconvert::ZulStage::Open;
+    std::string message = path + ": " + zulconvert::statusText(status, stage);
     if (chunk >= 0) {
         message += " (chunk " + std::to_string(chunk) +
                    (offset >= 0 ? " at byte " + std::to_string(offset) : "") + ")";
@@ -32,7 +33,7 @@ void registerErrors(py::module_& module) {
             py::object error = (*errorClass)(failure.what(), static_cast<int>(failure.status),
                                              zul::statusName(failure.status), failure.chunk);
             PyErr_SetObject(errorClass->ptr(), error.ptr());
-        } catch (const zultool::FormatError& error) {
+        } catch (const zulformats::FormatError& error) {
             py::object instance = (*errorClass)(error.what(), 0, "refused", -1);
             PyErr_SetObject(errorClass->ptr(), instance.ptr());
         }

@@ -7,12 +7,12 @@
 #include <cmath>
 #include <vector>
 
+#include "base/worker_threads.h"
 #include "bindings.h"
-#include "planned_writer.h"
+#include "commands/chunk_batches.h"
+#include "commands/point_plan.h"
+#include "planner/planned_writer.h"
 #include "py_errors.h"
-#include "zul/chunk_batches.h"
-#include "zul/commands.h"
-#include "zul/point_plan.h"
 #include "zul_bulk.h"
 
 namespace py = pybind11;
@@ -24,26 +24,27 @@ namespace {
 template <typename T>
 using Array = py::array_t<T, py::array::c_style>;
 
-// The transformation a `sensor` dict asks for, in the tool's options.
-zultool::CompressOptions sensorOptions(const py::object& sensor) {
-    zultool::CompressOptions options;
-    if (sensor.is_none()) return options;
+// The transformation a `sensor` dict asks for.
+zulconvert::SensorTransform sensorOf(const py::object& sensor) {
+    zulconvert::SensorTransform transform;
+    if (sensor.is_none()) return transform;
     const py::dict d = sensor.cast<py::dict>();
-    if (d.contains("translation")) options.translate = d["translation"].cast<std::vector<double>>();
+    if (d.contains("translation"))
+        transform.translate = d["translation"].cast<std::vector<double>>();
     if (d.contains("rotation")) {
         for (const auto& row : d["rotation"].cast<std::vector<std::vector<double>>>()) {
-            options.rotate.insert(options.rotate.end(), row.begin(), row.end());
+            transform.rotate.insert(transform.rotate.end(), row.begin(), row.end());
         }
     }
-    if (d.contains("scale")) options.scale = d["scale"].cast<double>();
-    if (d.contains("mount")) options.sensorMount = d["mount"].cast<int>();
-    if (d.contains("type")) options.sensorType = d["type"].cast<int>();
-    options.sensorHeader = true;
-    if ((!options.translate.empty() && options.translate.size() != 3) ||
-        (!options.rotate.empty() && options.rotate.size() != 9)) {
+    if (d.contains("scale")) transform.scale = d["scale"].cast<double>();
+    if (d.contains("mount")) transform.mount = d["mount"].cast<int>();
+    if (d.contains("type")) transform.type = d["type"].cast<int>();
+    transform.header = true;
+    if ((!transform.translate.empty() && transform.translate.size() != 3) ||
+        (!transform.rotate.empty() && transform.rotate.size() != 9)) {
         throw py::value_error("sensor: translation takes 3 values and rotation 3 rows of 3");
     }
-    return options;
+    return transform;
 }
 
 // The points through the chunk planner, which cuts them into chunks in `order` block by block.
@@ -53,7 +54,7 @@ zul_Status writePlanned(const std::string& path, const zul_DataType& dataType,
     zulplan::PlanOptions options;
     zulplan::parseOrder(order, options.order);
     options.chunk = chunkSize;
-    options.threads = zultool::threadsFor(threads);
+    options.threads = zulbase::threadsFor(threads);
     zulplan::PlannedWriter writer;
     zul_Status status = writer.open(path, dataType, header.enabled ? &header : nullptr, options);
     zul_Point point = {};
@@ -84,9 +85,9 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
     zul_init_headers(&dataType, nullptr);
     dataType.quantizationStep = 1.0f;
     dataType.colorMode = static_cast<zul_ColorMode>(colorMode);
-    zultool::GridPlan grid;
+    zulconvert::GridPlan grid;
     grid.step = step;
-    const zul_Header2 header = zultool::gridHeader(sensorOptions(sensor), grid);
+    const zul_Header2 header = zulconvert::gridHeader(sensorOf(sensor), grid);
 
     std::vector<double> onGrid(static_cast<size_t>(3 * n));
     zul_bulk_Points points = {n, onGrid.data(), nullptr, nullptr, nullptr};

@@ -34,8 +34,8 @@ def _array(name, value, dtype, columns, count=None):
 
 
 def write(path, positions, *, colors=None, reflections=None, normals=None, step=0.001,
-          max_reflection=None, color="rgb888", sensor=None, chunk_size=10000, order="plan",
-          threads=None):
+          max_reflection=None, color="rgb888", sensor=None, chunk_size=_zul.DEFAULT_CHUNK_SIZE,
+          order="plan", threads=None):
     """Writes points into a new zul file at ``path``, replacing one that exists.
 
     ``positions`` is (n, 3) float64; ``colors`` (n, 3) uint8, ``reflections`` (n,) int32 and
@@ -66,8 +66,8 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
         raise ValueError(f"color: {color!r}; give 'rgb888' or 'rgb565'")
     if order not in _ORDERS:
         raise ValueError(f"order: {order!r}; give 'plan', 'input' or 'kd'")
-    if not isinstance(chunk_size, (int, np.integer)) or not 1 <= chunk_size <= 2147483646:
-        raise ValueError("chunk_size: give 1 to 2147483646 points")
+    if not isinstance(chunk_size, (int, np.integer)) or not 1 <= chunk_size <= _zul.MAX_CHUNK_SIZE:
+        raise ValueError(f"chunk_size: give 1 to {_zul.MAX_CHUNK_SIZE} points")
     color_mode = 0
     if colors is not None:
         colors = _array("colors", colors, np.uint8, 3, n)

@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
-# Each library folder may include only itself and the folders below it; programs outside the
-# library see only the public header. usage: layering.sh path/to/source/root
+# Each folder may include only the folders it is built on: a library folder of src/ itself and
+# the folders below it; a folder of convert/ the public headers, itself and the convert/ folders
+# below it; the programs (the command line, the Python module, the benchmarks, the fuzz targets,
+# the examples) the public headers, the files of their own folder and, some of them, convert/.
+# usage: layering.sh path/to/source/root
 set -euo pipefail
 cd "$1"
 
@@ -13,10 +16,18 @@ allowed() {
         src/file) echo "frame entropy encoder decoder file" ;;
         src/bulk) echo "frame entropy encoder decoder bulk" ;;
         src/companion) echo "companion" ;; # over the public headers only
+        convert/base) echo "base" ;;
+        convert/formats) echo "base formats" ;;
+        convert/planner) echo "base planner" ;;
+        convert/synthetic) echo "synthetic" ;;
+        convert/commands) echo "base formats planner synthetic commands" ;;
+        tools/zul | python/src | bench) echo "base formats planner synthetic commands" ;;
+        *) echo "" ;;
     esac
 }
 
 status=0
+# The library: "folder/file.h" of the folders permitted.
 for folder in src/*/; do
     folder=${folder%/}
     permitted=$(allowed "$folder")
@@ -30,15 +41,29 @@ for folder in src/*/; do
     done < <(grep -rnE '#include "[a-z_]+/' "$folder" || true)
 done
 
-# Programs see the public headers and files of their own folder, never the library's insides; the
-# tool's commands also use its file formats. The one exception is bench/stages/, which times the
-# encoder's and decoder's stages one by one.
-for folder in tools examples bench fuzz; do
-    [ -d "$folder" ] || continue
-    if grep -rnE '#include "' "$folder" | grep -v '^bench/stages/' |
-        grep -vE '#include "(zul\.h|zul\.hpp|zul_bulk\.h|zul_companion\.h|zul/companion\.hpp|(formats/)?[a-z_]+\.h)"'; then
-        echo "programs in $folder/ may include the public headers only"
+# Everything else: a public header (a file of include/), a file of the own folder, or
+# "folder/file.h" of a convert/ folder permitted. bench/stages/, which times the encoder's and
+# decoder's stages one by one, is the one program that reaches inside the library.
+check_folder() {
+    local folder=$1 permitted
+    permitted=$(allowed "$folder")
+    while IFS= read -r line; do
+        file=${line%%:*}
+        header=$(sed -E 's/.*#include "([^"]+)".*/\1/' <<<"$line")
+        [ -f "include/$header" ] && continue
+        [[ $header != */* && -f "$(dirname "$file")/$header" ]] && continue
+        sub=${header%%/*}
+        if [[ $header == */* && " $permitted " == *" $sub "* && -f "convert/$header" ]]; then
+            continue
+        fi
+        echo "$file includes \"$header\", which $folder may not use"
         status=1
-    fi
+    done < <(grep -rnE '#include "' "$folder" --include='*.h' --include='*.hpp' --include='*.c' \
+        --include='*.cpp' | grep -v '^bench/stages/' || true)
+}
+for folder in convert/*/ tools/zul python/src bench fuzz examples; do
+    folder=${folder%/}
+    [ -d "$folder" ] || continue
+    check_folder "$folder"
 done
 exit "$status"

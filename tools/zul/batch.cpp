@@ -5,13 +5,16 @@
 #include <iostream>
 #include <set>
 
-#include "bag_command.h"
-#include "file_kind.h"
+#include "commands/bag_command.h"
+#include "commands/file_kind.h"
+#include "commands/output_file.h"
+#include "commands/usage_error.h"
 #include "formats/cloud.h"
-#include "output_file.h"
-#include "usage_error.h"
 
 namespace zultool {
+
+using namespace zulconvert;
+using namespace zulformats;
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "commands.h"
+#include "commands/commands.h"
 
 namespace zultool {
 
@@ -19,10 +19,10 @@ struct BatchNames {
 // Compresses each input; `names` may also be "IN OUT.zul" (or "IN OUT" for an OUT that does not
 // exist yet). Throws UsageError for names that do
 // not say what to write.
-int runCompressBatch(const CompressOptions& options, const BatchNames& names);
+int runCompressBatch(const zulconvert::CompressOptions& options, const BatchNames& names);
 // Decompresses each input; `names` may also be "IN OUT" (an OUT that is no zul file, or does not
 // exist yet). The format is --format or the
 // output's extension; without either there is nothing to name the output by (UsageError).
-int runDecompressBatch(const DecompressOptions& options, const BatchNames& names);
+int runDecompressBatch(const zulconvert::DecompressOptions& options, const BatchNames& names);
 
 }  // namespace zultool

@@ -7,16 +7,19 @@
 #include <iostream>
 #include <memory>
 
+#include "base/limits.h"
 #include "batch.h"
-#include "commands.h"
-#include "file_kind.h"
+#include "commands/commands.h"
+#include "commands/file_kind.h"
+#include "commands/interrupt.h"
+#include "commands/progress_bar.h"
+#include "commands/usage_error.h"
 #include "formats/cloud.h"
-#include "interrupt.h"
-#include "progress_bar.h"
-#include "usage_error.h"
 #include "view_command.h"
 
 using namespace zultool;
+using namespace zulconvert;
+using namespace zulformats;
 
 namespace {
 
@@ -83,7 +86,7 @@ void addCommonOptions(CLI::App& app, Parsed& parsed, bool many) {
 
 void addCompressOptions(CLI::App& c, CompressOptions& compress) {
     c.add_option("--format", compress.format,
-                 "the input's format whatever its name and content: las, pcd, ply, xyz, csv, bin");
+                 "the input's format whatever its name and content: " + formatWords(false));
     c.add_flag("-f,--force", compress.force, "replace an existing output");
     c.add_option("--step", compress.step,
                  "quantisation step, kept as this decimal (default: the LAS scale, else 0.001)");
@@ -95,14 +98,16 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
                  "factor applied to intensities before rounding (default 1; 255 for 0..1)");
     c.add_flag("--normals", compress.normals, "keep normals (an error if the input has none)");
     c.add_flag("--no-normals", compress.noNormals, "leave normals out");
-    c.add_option("--chunk", compress.chunk, "points a chunk (default 10000)");
+    c.add_option("--chunk", compress.chunk,
+                 "points a chunk (default " + std::to_string(zulbase::kDefaultChunkSize) + ")");
     c.add_option("--order", compress.order,
                  "plan (default): the cutting into chunks that makes the smallest file, block by "
                  "block; kd: spatially compact cells; input: the input's order")
         ->check(CLI::IsMember({"plan", "kd", "input"}));
     c.add_option("--order-budget", compress.orderBudgetMiB,
                  "MiB for the points cut at once; larger inputs are cut block by block "
-                 "(default 256)")
+                 "(default " +
+                     std::to_string(zulbase::kDefaultOrderBudgetMiB) + ")")
         ->check(CLI::Range(1, 1 << 20));
     c.add_option("--translate", compress.translate, "sensor header translation X Y Z")
         ->expected(3)
@@ -151,7 +156,7 @@ void checkCompress(const CLI::App& c, const CompressOptions& options) {
 
 void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::string& box) {
     d.add_option("--format", decompress.format,
-                 "the output's format whatever its name: las, pcd, ply, xyz, csv, bin");
+                 "the output's format whatever its name: " + formatWords(false));
     d.add_flag("-f,--force", decompress.force, "replace an existing output");
     d.add_flag("--salvage", decompress.salvage,
                "of a damaged file, write the points of every intact chunk before the damage "

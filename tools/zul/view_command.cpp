@@ -14,8 +14,8 @@
 #include <filesystem>
 #include <iostream>
 
+#include "commands/usage_error.h"
 #include "loopback_server.h"
-#include "usage_error.h"
 
 extern char** environ;
 
@@ -83,7 +83,7 @@ std::string findWebRoot() {
 }
 
 int runView(const ViewOptions& options) {
-    if (options.inputs.empty()) throw UsageError("no input file given");
+    if (options.inputs.empty()) throw zulconvert::UsageError("no input file given");
     std::vector<std::string> names;
     for (const std::string& input : options.inputs) {
         std::error_code error;

@@ -1,0 +1,69 @@
+// A zul file chunk by chunk, through its chunk index: its head, then for every chunk its place,
+// size, point count, stream sizes and box, and where the first damage lies. Kept in one place so
+// that `info`, `verify` and `decompress --salvage` agree on what is intact.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "commands/chunk_batches.h"
+#include "commands/status_text.h"
+#include "zul.h"
+
+namespace zulconvert {
+
+// What the signature and the file header say.
+struct ZulFileHead {
+    uint64_t fileBytes = 0;
+    int version = 0;
+    zul_DataType dataType = {};
+    zul_Header2 header = {};
+    // Streams present: coordinates, colour, reflection, normals.
+    bool present[4] = {true, false, false, false};
+    bool applyTransformation = true;  // as the index was opened
+};
+
+struct ChunkEntry {
+    uint64_t index = 0;
+    uint64_t offset = 0;  // of its sync marker, in bytes from the start of the file
+    uint64_t bytes = 0;   // sync marker, chunk header and body
+    int64_t points = 0;
+    uint64_t streamBytes[4] = {};     // zero for a stream the file lacks
+    double min[3] = {}, max[3] = {};  // the box in the coordinates a reader gets
+};
+
+// Where the walk stopped: zul_STATUS_OK after the last chunk of an intact file, else the first
+// failure and the place of the chunk (or, at stage Open, of the file header) it lies in.
+struct WalkEnd {
+    zul_Status status = zul_STATUS_OK;
+    ZulStage stage = ZulStage::Open;
+    uint64_t damagedChunk = 0;  // index of the chunk that failed
+    uint64_t offset = 0;        // its byte offset
+    uint64_t intactChunks = 0;
+    int64_t intactPoints = 0;
+};
+
+// Opens the chunk index of `path`, its boxes in the coordinates a reader gets with or without the
+// sensor header's matrix, and reads the file's head. Returns the status of the opening.
+zul_Status openIndex(const std::string& path, bool applyTransformation, IndexGuard& index,
+                     ZulFileHead& head);
+
+// Walks the chunks of an opened index, handing each intact one to `onChunk`. With `decodeBodies`
+// every body is decoded too (on `threads` threads, 0: one a core), so that a chunk counts as
+// intact exactly when a reader gets its points; without, only the framing and the chunk headers
+// are checked. Never throws for damage: the failure is in the result.
+WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHead& head,
+                  bool decodeBodies, int threads,
+                  const std::function<void(const ChunkEntry&)>& onChunk);
+
+// openIndex (through the matrix), then walkIndex.
+WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, ZulFileHead& head,
+                   const std::function<void(const ChunkEntry&)>& onChunk);
+
+// The damage in words: "damaged at chunk 3 (byte 61234): 15000 points in 3 chunks before it are
+// intact; the file ends inside a chunk (truncated)", or the status alone for a file whose head
+// cannot be read.
+std::string damageText(const WalkEnd& end);
+
+}  // namespace zulconvert

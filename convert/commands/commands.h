@@ -1,0 +1,73 @@
+// The commands of the zul tool and their options. Each returns the process's exit code;
+// failures throw zulformats::FormatError with a message that names the file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "base/limits.h"
+
+namespace zulconvert {
+
+struct CompressOptions {
+    std::string input, output;
+    double step = 0;            // 0: the input's grid, or 0.001; kept as this decimal
+    std::string color;          // "" (from the input), none, rgb565, rgb888
+    std::string reflection;     // "" (from the input), none, or the largest value kept
+    double intensityScale = 0;  // 0: 1, or 255 for intensities within 0 .. 1
+    bool normals = false, noNormals = false;
+    int chunk = zulbase::kDefaultChunkSize;
+    std::string order = "plan";  // plan: the smallest cutting found; kd; input
+    int orderBudgetMiB =
+        zulbase::kDefaultOrderBudgetMiB;  // memory for a block of points being cut, in MiB
+    std::vector<double> translate;        // 3 values
+    double scale = 1;
+    std::vector<double> rotate;  // 9 values, row after row
+    int sensorMount = 0, sensorType = 0;
+    bool sensorHeader = false;  // a version 2 stream even without a transformation
+    bool quiet = false;
+    std::string format;    // "": the input's content, else its extension
+    bool force = false;    // replace an existing output
+    bool verbose = false;  // tell how the chunks were cut
+    int threads = 0;       // encoding threads; 0: one a core
+};
+
+struct DecompressOptions {
+    std::string input, output;
+    bool noTransform = false;
+    std::string encoding;  // format-specific (PCD data, PLY format)
+    std::string lasVersion = "1.2";
+    bool quiet = false;
+    std::string format;    // "": the output's extension
+    bool force = false;    // replace an existing output
+    bool salvage = false;  // write the intact chunks before the first damage, then fail
+    int threads = 0;       // decoding threads; 0: one a core
+    bool box = false;      // write only the points within [boxMin, boxMax], bounds included
+    double boxMin[3] = {}, boxMax[3] = {};
+};
+
+struct InfoOptions {
+    std::vector<std::string> inputs;
+    bool json = false;
+    bool chunks = false;  // a table of every chunk
+};
+
+struct VerifyOptions {
+    std::vector<std::string> inputs;
+    bool quiet = false;  // report damaged files only
+};
+
+struct DemoOptions {
+    int points = 1000000;
+    std::string keep;  // keep the compressed scan under this name
+    bool quiet = false;
+};
+
+int runCompress(const CompressOptions& options);
+int runDecompress(const DecompressOptions& options);
+int runInfo(const InfoOptions& options);
+int runVerify(const VerifyOptions& options);
+int runDemo(const DemoOptions& options);
+
+}  // namespace zulconvert

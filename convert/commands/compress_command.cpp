@@ -1,0 +1,116 @@
+// zul compress: any point cloud file the tool reads, streamed point by point into a zul file.
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+
+#include "base/worker_threads.h"
+#include "commands/chunk_batches.h"
+#include "commands/commands.h"
+#include "commands/file_kind.h"
+#include "commands/output_file.h"
+#include "commands/point_plan.h"
+#include "commands/progress_bar.h"
+#include "commands/status_text.h"
+#include "formats/byte_output.h"
+#include "formats/cloud.h"
+#include "formats/crs_text.h"
+#include "planner/planned_writer.h"
+#include "zul.h"
+
+namespace zulconvert {
+
+using namespace zulformats;
+
+namespace {
+
+// The coordinate system of the input, as a .prj file beside the output, the convention GIS tools
+// read; decompress puts it back.
+void keepCoordinateSystem(const CompressOptions& options, const CloudLayout& layout) {
+    std::string problem = layout.crsProblem;
+    bool kept = false;
+    if (!layout.crs.empty()) {
+        const std::string text = crsWkt(layout.crs, WktDialect::Esri, problem);
+        if (!text.empty()) {
+            const std::string note =
+                writeSidecar(sidecarPath(options.output), text + "\n", options.force);
+            if (!note.empty() && !options.quiet) std::cerr << "zul: " << note << "\n";
+            kept = note.empty();
+        }
+    }
+    if (!problem.empty() && !options.quiet) {
+        std::cerr << "zul: the coordinate system of " << options.input
+                  << (kept ? " is kept in part: " : " cannot be kept: ") << problem << "\n";
+    }
+}
+
+}  // namespace
+
+int runCompress(const CompressOptions& options) {
+    const auto start = std::chrono::steady_clock::now();
+    if (formatOfPath(options.output) != Format::Zul) {
+        throw FormatError(options.output + ": compress writes a zul file; name it .zul");
+    }
+    const Format format = formatOfInput(options.input, options.format);
+    std::unique_ptr<CloudReader> reader = openCloudReader(options.input, format);
+    const CloudLayout& layout = reader->layout();
+
+    const PointPlan plan = planPoints(options, layout, format);
+    const zul_DataType& dataType = plan.dataType;
+    const zul_Header2& header = plan.header;
+
+    OutputFile output(options.output, options.force);
+    if (!zulplan::PlannedWriter::chunkValid(options.chunk)) {
+        throw FormatError("--chunk " + std::to_string(options.chunk) + ": a chunk holds 1 to " +
+                          std::to_string(zulbase::kMaxChunkSize) + " points");
+    }
+    zulplan::PlanOptions planOptions;
+    zulplan::parseOrder(options.order, planOptions.order);
+    planOptions.chunk = options.chunk;
+    planOptions.threads = zulbase::threadsFor(options.threads);
+    planOptions.budgetBytes = static_cast<size_t>(options.orderBudgetMiB) << 20;
+    zulplan::PlannedWriter writer;
+    errno = 0;
+    const zul_Status opened = writer.open(output.temporaryPath(), dataType,
+                                          header.enabled ? &header : nullptr, planOptions);
+    if (opened == zul_STATUS_INVALID_ARGUMENT) {
+        throw FormatError(options.output +
+                          ": the sensor header was refused: --rotate must be a proper rotation "
+                          "(orthonormal, right-handed), --scale positive, --sensor-mount one of "
+                          "0, 10-13, 20-22, 30-32 and --sensor-type 0 to 10 (invalid argument)");
+    }
+    checkStatus(opened, options.output, ZulStage::Write);
+
+    ProgressBar progress("compressing", reader->fileSize(), options.quiet);
+    int64_t written = 0;
+    PointTally tally;
+    zul_Point point = {};
+    while (reader->read(point)) {
+        progress.update(reader->bytesRead());
+        if (!preparePoint(plan, *reader, point, tally)) continue;
+        checkStatus(writer.write(point), options.output, ZulStage::Write);
+        ++written;
+    }
+    checkStatus(writer.close(), options.output, ZulStage::Write);
+    progress.finish();
+    output.commit();
+    keepCoordinateSystem(options, layout);
+    reportTally(options, *reader, tally);
+    if (!options.quiet) {
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const uintmax_t bytes = std::filesystem::file_size(options.output);
+        std::printf("%s (%s) -> %s: %lld points, %ju bytes, %.2f bytes/point, %.2f s\n",
+                    options.input.c_str(), formatName(format), options.output.c_str(),
+                    static_cast<long long>(written), bytes,
+                    written > 0 ? static_cast<double>(bytes) / written : 0.0, seconds);
+        if (options.verbose)
+            std::printf("chunks cut (--order %s):\n%s", options.order.c_str(),
+                        writer.summary().c_str());
+    }
+    return 0;
+}
+
+}  // namespace zulconvert

@@ -1,0 +1,263 @@
+// zul info: what a zul file holds, from its file header and chunk headers: kinds of points,
+// step, bounds, sizes of the data streams and, if asked, a table of every chunk. Each body is
+// decoded on the way (on all cores, and dropped), so that a damaged file is refused as decompress
+// refuses it rather than described with counts it does not hold.
+#include <cinttypes>
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "commands/bag_command.h"
+#include "commands/chunk_walk.h"
+#include "commands/commands.h"
+#include "commands/status_text.h"
+#include "formats/cloud.h"
+#include "formats/output_grid.h"
+
+namespace zulconvert {
+
+using namespace zulformats;
+
+namespace {
+
+// What each data stream would take uncompressed: three doubles, three bytes, one 32-bit
+// integer, three floats a point.
+constexpr double kRawBytes[4] = {24, 3, 4, 12};
+const char* const kStreamNames[4] = {"coordinates", "colour", "reflection", "normals"};
+const char* const kStreamKeys[4] = {"coordinates", "color", "reflection", "normals"};
+
+struct FileSummary {
+    ZulFileHead head;
+    uint64_t chunks = 0;
+    uint64_t points = 0;
+    uint64_t streamBytes[4] = {};
+    double min[3] = {}, max[3] = {};
+    std::vector<ChunkEntry> table;  // only with --chunks
+};
+
+FileSummary summarise(const std::string& path, bool keepTable) {
+    FileSummary s;
+    const WalkEnd end = walkChunks(path, true, 0, s.head, [&](const ChunkEntry& chunk) {
+        const double* low = chunk.min;
+        const double* high = chunk.max;
+        for (int axis = 0; axis < 3; ++axis) {
+            s.min[axis] = s.chunks == 0 ? low[axis] : std::min(s.min[axis], low[axis]);
+            s.max[axis] = s.chunks == 0 ? high[axis] : std::max(s.max[axis], high[axis]);
+        }
+        ++s.chunks;
+        s.points += static_cast<uint64_t>(chunk.points);
+        for (int i = 0; i < 4; ++i) s.streamBytes[i] += chunk.streamBytes[i];
+        if (keepTable) s.table.push_back(chunk);
+    });
+    checkStatus(end.status, path, end.stage);
+    return s;
+}
+
+const char* colorName(zul_ColorMode mode) {
+    return mode == zul_COLOR_RGB565 ? "rgb565" : mode == zul_COLOR_RGB888 ? "rgb888" : "none";
+}
+
+double ratio(double raw, double bytes) { return bytes > 0 ? raw / bytes : 0.0; }
+
+// "x, y, z" (or "x y z" with a space) to the step's precision.
+std::string triple(const double v[3], int decimals, const char* separator) {
+    char text[256];
+    std::snprintf(text, sizeof text, "%.*f%s%.*f%s%.*f", decimals, v[0], separator, decimals, v[1],
+                  separator, decimals, v[2]);
+    return text;
+}
+
+void printText(const std::string& path, const FileSummary& s) {
+    const zul_DataType& d = s.head.dataType;
+    const double n = static_cast<double>(s.points);
+    const int decimals = decimalsOfStep(outputGrid(d, s.head.header, true).step);
+    std::printf("file         %s, %" PRIu64 " bytes\n", path.c_str(), s.head.fileBytes);
+    std::printf("version      %d\n", s.head.version);
+    std::printf("step         %s\n", stepText(d, s.head.header).c_str());
+    std::printf("colour       %s\n", colorName(d.colorMode));
+    if (d.reflectionMode != zul_REFLECTION_NONE) {
+        std::printf("reflection   0 .. %d\n", d.maxReflection);
+    } else {
+        std::printf("reflection   none\n");
+    }
+    std::printf("normals      %s\n", d.normalMode != zul_NORMAL_NONE ? "spherical" : "none");
+    const zul_Header2& h = s.head.header;
+    if (h.enabled) {
+        std::printf("sensor       mount %d, type %d; may scale: %s, rotate: %s, translate: %s\n",
+                    static_cast<int>(h.sensorMount), static_cast<int>(h.sensorType),
+                    h.hasScaling ? "yes" : "no", h.hasRotation ? "yes" : "no",
+                    h.hasTranslation ? "yes" : "no");
+        const double* m = h.transformation;
+        for (int row = 0; row < 4; ++row) {
+            std::printf("%s [%12.9g %12.9g %12.9g %12.9g]\n",
+                        row == 0 ? "matrix      " : "            ", m[row], m[4 + row], m[8 + row],
+                        m[12 + row]);
+        }
+    } else {
+        std::printf("sensor       none\n");
+    }
+    std::printf("chunks       %" PRIu64 "\n", s.chunks);
+    std::printf("points       %" PRIu64 "\n", s.points);
+    if (s.chunks > 0) {
+        std::printf("min          %s\n", triple(s.min, decimals, " ").c_str());
+        std::printf("max          %s\n", triple(s.max, decimals, " ").c_str());
+    }
+    std::printf("\n%-12s %14s %12s %14s %8s\n", "stream", "bytes", "bits/point", "raw bytes",
+                "ratio");
+    uint64_t streams = 0;
+    double raw = 0;
+    for (int i = 0; i < 4; ++i) {
+        if (!s.head.present[i]) continue;
+        streams += s.streamBytes[i];
+        raw += kRawBytes[i] * n;
+        std::printf("%-12s %14" PRIu64 " %12.3f %14.0f %7.2f:1\n", kStreamNames[i],
+                    s.streamBytes[i], n > 0 ? 8.0 * s.streamBytes[i] / n : 0.0, kRawBytes[i] * n,
+                    ratio(kRawBytes[i] * n, static_cast<double>(s.streamBytes[i])));
+    }
+    const uint64_t framing = s.head.fileBytes - streams;
+    std::printf("%-12s %14" PRIu64 " %12.3f\n", "framing", framing,
+                n > 0 ? 8.0 * framing / n : 0.0);
+    std::printf("%-12s %14" PRIu64 " %12.3f %14.0f %7.2f:1\n", "total", s.head.fileBytes,
+                n > 0 ? 8.0 * s.head.fileBytes / n : 0.0, raw,
+                ratio(raw, static_cast<double>(s.head.fileBytes)));
+    if (!s.table.empty()) {
+        std::printf("\n%8s %14s %10s %10s  %s\n", "chunk", "offset", "bytes", "points",
+                    "min .. max");
+        for (const ChunkEntry& c : s.table) {
+            const double* low = c.min;
+            const double* high = c.max;
+            std::printf("%8" PRIu64 " %14" PRIu64 " %10" PRIu64 " %10" PRId64 "  %s .. %s\n",
+                        c.index, c.offset, c.bytes, c.points, triple(low, decimals, " ").c_str(),
+                        triple(high, decimals, " ").c_str());
+        }
+    }
+}
+
+std::string jsonString(const std::string& text) {
+    std::string out = "\"";
+    for (char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (static_cast<unsigned char>(c) < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+            out += escaped;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+void printJson(const std::string& path, const FileSummary& s, const char* indent) {
+    const zul_DataType& d = s.head.dataType;
+    const double n = static_cast<double>(s.points);
+    const int decimals = decimalsOfStep(outputGrid(d, s.head.header, true).step);
+    const char* in = indent;
+    std::printf("%s{\n%s  \"file\": %s,\n%s  \"bytes\": %" PRIu64 ",\n%s  \"version\": %d,\n", in,
+                in, jsonString(path).c_str(), in, s.head.fileBytes, in, s.head.version);
+    std::printf("%s  \"step\": %s,\n%s  \"color\": \"%s\",\n", in,
+                stepText(d, s.head.header).c_str(), in, colorName(d.colorMode));
+    if (d.reflectionMode != zul_REFLECTION_NONE) {
+        std::printf("%s  \"maxReflection\": %d,\n", in, d.maxReflection);
+    } else {
+        std::printf("%s  \"maxReflection\": null,\n", in);
+    }
+    std::printf("%s  \"normals\": %s,\n", in, d.normalMode != zul_NORMAL_NONE ? "true" : "false");
+    const zul_Header2& h = s.head.header;
+    if (h.enabled) {
+        std::printf(
+            "%s  \"sensor\": {\"mount\": %d, \"type\": %d, \"hasScaling\": %s, "
+            "\"hasRotation\": %s, \"hasTranslation\": %s, \"matrix\": [",
+            in, static_cast<int>(h.sensorMount), static_cast<int>(h.sensorType),
+            h.hasScaling ? "true" : "false", h.hasRotation ? "true" : "false",
+            h.hasTranslation ? "true" : "false");
+        for (int i = 0; i < 16; ++i) std::printf("%s%.17g", i ? ", " : "", h.transformation[i]);
+        std::printf("]},\n");
+    } else {
+        std::printf("%s  \"sensor\": null,\n", in);
+    }
+    std::printf("%s  \"chunks\": %" PRIu64 ",\n%s  \"points\": %" PRIu64 ",\n", in, s.chunks, in,
+                s.points);
+    if (s.chunks > 0) {
+        std::printf("%s  \"bounds\": {\"min\": [%s], \"max\": [%s]},\n", in,
+                    triple(s.min, decimals, ", ").c_str(), triple(s.max, decimals, ", ").c_str());
+    } else {
+        std::printf("%s  \"bounds\": null,\n", in);
+    }
+    std::printf("%s  \"streams\": {", in);
+    bool first = true;
+    uint64_t streams = 0;
+    for (int i = 0; i < 4; ++i) {
+        if (!s.head.present[i]) continue;
+        streams += s.streamBytes[i];
+        std::printf("%s\n%s    \"%s\": {\"bytes\": %" PRIu64
+                    ", \"bitsPerPoint\": %.6g, \"rawBytes\": %.0f, \"ratio\": %.6g}",
+                    first ? "" : ",", in, kStreamKeys[i], s.streamBytes[i],
+                    n > 0 ? 8.0 * s.streamBytes[i] / n : 0.0, kRawBytes[i] * n,
+                    ratio(kRawBytes[i] * n, static_cast<double>(s.streamBytes[i])));
+        first = false;
+    }
+    std::printf("\n%s  },\n%s  \"framingBytes\": %" PRIu64, in, in, s.head.fileBytes - streams);
+    if (!s.table.empty()) {
+        std::printf(",\n%s  \"chunkTable\": [", in);
+        for (const ChunkEntry& c : s.table) {
+            const double* low = c.min;
+            const double* high = c.max;
+            std::printf("%s\n%s    {\"offset\": %" PRIu64 ", \"bytes\": %" PRIu64
+                        ", \"points\": %" PRId64 ", \"min\": [%s], \"max\": [%s]}",
+                        c.index ? "," : "", in, c.offset, c.bytes, c.points,
+                        triple(low, decimals, ", ").c_str(), triple(high, decimals, ", ").c_str());
+        }
+        std::printf("\n%s  ]", in);
+    }
+    std::printf("\n%s}", in);
+}
+
+}  // namespace
+
+int runInfo(const InfoOptions& options) {
+    const bool several = options.inputs.size() > 1;
+    int failed = 0;
+    bool printed = false;
+    if (options.json && several) std::printf("[");
+    for (const std::string& path : options.inputs) {
+        if (isBag(path)) {
+            try {
+                if (options.json) std::printf("%s", printed ? ",\n" : several ? "\n" : "");
+                if (!options.json && printed) std::printf("\n");
+                printBagInfo(path, options.json);
+                printed = true;
+            } catch (const FormatError& error) {
+                std::fflush(stdout);
+                std::cerr << "zul: " << error.what() << "\n";
+                ++failed;
+            }
+            continue;
+        }
+        FileSummary summary;
+        try {
+            summary = summarise(path, options.chunks);
+        } catch (const FormatError& error) {
+            std::fflush(stdout);
+            std::cerr << "zul: " << error.what() << "\n";
+            ++failed;
+            continue;
+        }
+        if (options.json) {
+            std::printf("%s", printed ? ",\n" : several ? "\n" : "");
+            printJson(path, summary, several ? "  " : "");
+        } else {
+            if (printed) std::printf("\n");
+            printText(path, summary);
+        }
+        printed = true;
+    }
+    if (options.json) std::printf(several ? "\n]\n" : printed ? "\n" : "");
+    std::fflush(stdout);
+    return failed > 0 ? 1 : 0;
+}
+
+}  // namespace zulconvert

@@ -1,0 +1,265 @@
+#include "commands/point_plan.h"
+
+#include <cmath>
+#include <iostream>
+#include <limits>
+#include <memory>
+
+#include "commands/intensity_scan.h"
+#include "formats/output_grid.h"
+
+namespace zulconvert {
+
+using namespace zulformats;
+
+namespace {
+
+void note(const CompressOptions& options, const std::string& text) {
+    if (!options.quiet) std::cerr << "zul: " << text << "\n";
+}
+
+constexpr double kDefaultStep = 0.001;
+
+// The grid: the input's own (the finest LAS scale), the user's step, or a millimetre.
+GridPlan chooseGrid(const CompressOptions& options, const CloudLayout& layout) {
+    GridPlan grid;
+    if (!(options.step >= 0) || !std::isfinite(options.step)) {
+        throw FormatError("--step " + shortestDecimal(options.step) + ": give a positive number");
+    }
+    const bool ownGrid =
+        layout.gridStep > 0 && (options.step == 0 || options.step == layout.gridStep);
+    grid.step = options.step > 0      ? options.step
+                : layout.gridStep > 0 ? layout.gridStep
+                                      : kDefaultStep;
+    if (options.step == 0 && layout.gridStep == 0) {
+        note(options, "no --step given and " + options.input +
+                          " has no grid of its own: using a step of 0.001 (1 mm for "
+                          "coordinates in metres)");
+    }
+    if (layout.gridStep == 0) return grid;
+    for (int axis = 0; axis < 3; ++axis) grid.offset[axis] = layout.gridOffset[axis];
+    if (!ownGrid) return grid;
+    bool differ = false;
+    for (int axis = 0; axis < 3; ++axis) {
+        const double ratio = layout.gridScale[axis] / grid.step;
+        const double whole = std::round(ratio);
+        if (std::fabs(ratio - whole) <= 1e-9 * whole && whole <= (1 << 20)) {
+            grid.ratio[axis] = static_cast<int64_t>(whole);
+        }
+        differ = differ || layout.gridScale[axis] != grid.step;
+    }
+    if (differ) {
+        note(options, "the LAS scales differ (" + shortestDecimal(layout.gridScale[0]) + ", " +
+                          shortestDecimal(layout.gridScale[1]) + ", " +
+                          shortestDecimal(layout.gridScale[2]) +
+                          "): every axis is stored on the finest, " + shortestDecimal(grid.step));
+    }
+    return grid;
+}
+
+}  // namespace
+
+SensorTransform sensorOf(const CompressOptions& options) {
+    return {options.translate,   options.scale,      options.rotate,
+            options.sensorMount, options.sensorType, options.sensorHeader};
+}
+
+zul_Header2 gridHeader(const SensorTransform& sensor, const GridPlan& grid) {
+    zul_Header2 header;
+    zul_init_headers(nullptr, &header);
+    double user[3][3];
+    for (int row = 0; row < 3; ++row) {
+        for (int column = 0; column < 3; ++column) {
+            const double r = sensor.rotate.empty() ? (row == column ? 1.0 : 0.0)
+                                                   : sensor.rotate[3 * row + column];
+            user[row][column] = sensor.scale * r;
+        }
+    }
+    bool translated = false;
+    for (int row = 0; row < 3; ++row) {
+        double t = sensor.translate.empty() ? 0.0 : sensor.translate[row];
+        for (int column = 0; column < 3; ++column) {
+            header.transformation[4 * column + row] = user[row][column] * grid.step;
+            if (grid.offset[column] != 0) t += user[row][column] * grid.offset[column];
+        }
+        header.transformation[12 + row] = t;
+        translated = translated || t != 0;
+    }
+    header.sensorMount = static_cast<zul_SensorMount>(sensor.mount);
+    header.sensorType = static_cast<zul_SensorType>(sensor.type);
+    header.hasScaling = sensor.scale * grid.step != 1;
+    header.hasRotation = !sensor.rotate.empty();
+    header.hasTranslation = translated;
+    header.enabled = sensor.header || header.hasScaling || header.hasRotation ||
+                     header.hasTranslation || sensor.mount != 0 || sensor.type != 0;
+    return header;
+}
+
+namespace {
+
+zul_ColorMode chooseColor(const CompressOptions& options, const CloudLayout& layout) {
+    const std::string& mode = options.color;
+    if (mode.empty()) return layout.hasColor ? zul_COLOR_RGB888 : zul_COLOR_NONE;
+    if (mode == "none") return zul_COLOR_NONE;
+    if (mode != "rgb565" && mode != "rgb888") {
+        throw FormatError("--color " + mode + ": use none, rgb565 or rgb888");
+    }
+    if (!layout.hasColor) throw FormatError(options.input + ": has no colour to keep (--color)");
+    return mode == "rgb565" ? zul_COLOR_RGB565 : zul_COLOR_RGB888;
+}
+
+ReflectionPlan chooseReflection(const CompressOptions& options, const CloudLayout& layout,
+                                Format format) {
+    ReflectionPlan plan;
+    const std::string& mode = options.reflection;
+    if (mode == "none" || (mode.empty() && !layout.hasIntensity)) return plan;
+    if (!layout.hasIntensity) {
+        throw FormatError(options.input + ": has no intensity to keep (--reflection)");
+    }
+    plan.keep = true;
+    // An integer type of at most 16 bits gives its maximum; for wider types and floating-point
+    // intensities the file's own values are looked at.
+    const bool narrowType =
+        !layout.floatIntensity && layout.intensityTypeMax > 0 && layout.intensityTypeMax <= 65535;
+    IntensityScan scan;
+    if (narrowType) {
+        scan.largest = static_cast<double>(layout.intensityTypeMax);
+    } else {
+        scan = scanIntensities(options, format);
+    }
+    plan.scale = options.intensityScale;
+    if (plan.scale == 0) {
+        plan.scale = narrowType ? 1.0 : scan.scale;
+        plan.exact = narrowType || scan.exact;
+        if (plan.scale != 1) {
+            note(options, std::string("intensities are stored multiplied by ") +
+                              shortestDecimal(plan.scale) +
+                              (plan.exact ? ", which makes every one a whole number"
+                                          : ", rounded to whole numbers") +
+                              " (--intensity-scale sets another factor)");
+        }
+    } else {
+        plan.exact = false;
+    }
+    if (!(plan.scale > 0) || !std::isfinite(plan.scale)) {
+        throw FormatError("--intensity-scale must be a positive number");
+    }
+    if (!mode.empty()) {
+        char* end = nullptr;
+        const long long max = std::strtoll(mode.c_str(), &end, 10);
+        if (*end != '\0' || max < 1 || max > std::numeric_limits<int32_t>::max()) {
+            throw FormatError("--reflection " + mode + ": use none or a largest value of 1 to " +
+                              std::to_string(std::numeric_limits<int32_t>::max()));
+        }
+        plan.max = static_cast<int32_t>(max);
+    } else {
+        const double max = std::ceil(scan.largest * plan.scale);
+        plan.max = static_cast<int32_t>(
+            std::fmin(std::fmax(max, 1.0), std::numeric_limits<int32_t>::max()));
+    }
+    return plan;
+}
+
+}  // namespace
+
+std::string changeText(int64_t count, const std::string& kind) {
+    return "changed " + std::to_string(count) + (count == 1 ? " value: " : " values: ") + kind;
+}
+
+PointPlan planPoints(const CompressOptions& options, const CloudLayout& layout, Format format) {
+    PointPlan plan;
+    plan.input = options.input;
+    zul_init_headers(&plan.dataType, nullptr);
+    plan.grid = chooseGrid(options, layout);
+    plan.dataType.quantizationStep = 1.0f;
+    plan.header = gridHeader(sensorOf(options), plan.grid);
+    plan.dataType.colorMode = chooseColor(options, layout);
+    plan.reflection = chooseReflection(options, layout, format);
+    if (plan.reflection.keep) {
+        plan.dataType.reflectionMode = zul_REFLECTION_CLAMPED;
+        plan.dataType.maxReflection = plan.reflection.max;
+    }
+    if (options.normals && options.noNormals) {
+        throw FormatError("--normals and --no-normals contradict each other: give one");
+    }
+    if (options.normals && !layout.hasNormals) {
+        throw FormatError(options.input + ": has no normals to keep (--normals)");
+    }
+    plan.normals = layout.hasNormals && !options.noNormals;
+    plan.dataType.normalMode = plan.normals ? zul_NORMAL_SPHERICAL : zul_NORMAL_NONE;
+    return plan;
+}
+
+bool preparePoint(const PointPlan& plan, const CloudReader& reader, zul_Point& point,
+                  PointTally& tally) {
+    ++tally.read;
+    double* p = point.position;
+    if (!(std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]))) {
+        ++tally.dropped;
+        return false;
+    }
+    const GridPlan& grid = plan.grid;
+    for (int axis = 0; axis < 3; ++axis) {
+        if (grid.ratio[axis] != 0) {
+            p[axis] = static_cast<double>(reader.grid()[axis] * grid.ratio[axis]);
+            continue;
+        }
+        p[axis] = (p[axis] - grid.offset[axis]) / grid.step;
+        // Beyond 2^53 grid points, neighbouring points of the grid are no longer doubles.
+        if (!(std::fabs(p[axis]) <= 9007199254740992.0)) {
+            throw FormatError(plan.input + ": point " + std::to_string(tally.read) + ": its " +
+                              "xyz"[axis] + " lies too far out for a step of " +
+                              shortestDecimal(grid.step) + " (give a larger --step)");
+        }
+    }
+    const ReflectionPlan& reflection = plan.reflection;
+    if (reflection.keep) {
+        const double scaled = reader.intensity() * reflection.scale;
+        const double v = std::round(scaled);
+        if (std::isnan(scaled)) {
+            ++tally.changes["intensities that are not numbers stored as 0"];
+        } else if (v < 0) {
+            ++tally.changes["negative intensities stored as 0"];
+        } else if (v > reflection.max) {
+            ++tally.changes["intensities above " + std::to_string(reflection.max) + " stored as " +
+                            std::to_string(reflection.max)];
+        } else if (v != scaled && !reflection.exact) {
+            ++tally.changes["intensities rounded to whole numbers"];
+        }
+        point.reflection = !(v > 0)              ? 0
+                           : v >= reflection.max ? reflection.max
+                                                 : static_cast<int32_t>(v);
+    }
+    if (plan.normals) {
+        const float* n = point.normal;
+        // The format cannot store a normal shorter than 1e-6; such a point gets +z.
+        if (!(std::sqrt(double{n[0]} * n[0] + double{n[1]} * n[1] + double{n[2]} * n[2]) >= 1e-6)) {
+            point.normal[0] = point.normal[1] = 0.0f;
+            point.normal[2] = 1.0f;
+            ++tally.changes["normals of length zero (or not numbers) stored as (0, 0, 1)"];
+        }
+    }
+    return true;
+}
+
+void reportTally(const CompressOptions& options, const CloudReader& reader,
+                 const PointTally& tally) {
+    if (options.quiet) return;
+    const std::vector<std::string> dropped = reader.dropped();
+    if (!dropped.empty()) {
+        std::string names;
+        for (const std::string& name : dropped) names += (names.empty() ? "" : ", ") + name;
+        note(options,
+             options.input + " holds what a zul file has no place for; left out: " + names);
+    }
+    if (tally.dropped > 0) {
+        note(options, "dropped " + std::to_string(tally.dropped) + " of " +
+                          std::to_string(tally.read) +
+                          " points with NaN or infinite coordinates (a zul file cannot hold them)");
+    }
+    for (const auto* changes : {&reader.changes(), &tally.changes}) {
+        for (const auto& [kind, count] : *changes) note(options, changeText(count, kind));
+    }
+}
+
+}  // namespace zulconvert

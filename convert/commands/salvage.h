@@ -1,0 +1,24 @@
+// decompress --salvage: the points of every intact chunk before the first damage of a cut or
+// damaged file are written, and the run says how many were saved and where the damage starts.
+#pragma once
+
+#include <cstdint>
+
+#include "commands/chunk_walk.h"
+#include "commands/commands.h"
+
+namespace zulconvert {
+
+// Decodes the chunks of the opened input until the first damage; intactChunks and intactPoints
+// are what can be saved.
+WalkEnd findIntactPoints(const DecompressOptions& options, zul_idx_Index index,
+                         const ZulFileHead& head);
+
+// The FormatError for an input whose head cannot be read, so that nothing can be salvaged.
+[[noreturn]] void throwNothingSalvaged(const DecompressOptions& options, zul_Status status);
+
+// Tells what was saved of a damaged input on stderr; the exit code: 0 for an intact file, 1 for
+// a damaged one.
+int reportSalvage(const DecompressOptions& options, const WalkEnd& end, int64_t saved);
+
+}  // namespace zulconvert

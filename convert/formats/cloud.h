@@ -1,0 +1,145 @@
+// What every point cloud file format of the tool shares: the attributes a file carries, a
+// reader that hands out one point at a time and a writer that takes one point at a time.
+// Readers and writers stream: they hold a buffer of the file, never the whole cloud.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "zul.h"
+
+namespace zulformats {
+
+// A file that cannot be read or written as its format says. The message names the file and
+// says what is wrong.
+class FormatError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+enum class Format { Las, Pcd, Ply, Xyz, Csv, Kitti, Zul };
+
+// The formats, from one table (format_table.cpp): names, extensions, signatures, readers, writers.
+// The format a file name stands for, by its extension (case ignored); throws FormatError for an
+// extension the tool does not know.
+Format formatOfPath(const std::string& path);
+// "LAS", "XYZ text", ...
+const char* formatName(Format format);
+// The format a --format word names (las, pcd, ply, xyz, txt, pts, csv, bin, kitti, zul; case
+// ignored); nothing for any other word.
+std::optional<Format> formatOfWord(const std::string& word);
+// The words of formatOfWord, one a format: "las, pcd, ply, xyz, csv, bin, zul"; without zul
+// files, the point cloud formats only.
+std::string formatWords(bool withZul = true);
+// Whether the format's writer needs the exact count of points before the first one
+// (WriteOptions::pointCount, for a header that holds it); the others take any count.
+bool writerNeedsCount(Format format);
+// The point cloud formats, in the order lists name them (zul files are not among them).
+const std::vector<Format>& cloudFormats();
+// The extension of a file of the format, with its dot: ".las", ".bin", ...
+const char* extensionOfFormat(Format format);
+// The format the first bytes of the file show (LAS, PLY, PCD and zul files start with a
+// signature or header word); nothing for a file that cannot be read or shows none of them.
+std::optional<Format> formatOfContent(const std::string& path);
+
+// What a file says about its points, as far as its header or type tells.
+struct CloudLayout {
+    bool hasColor = false;
+    bool hasIntensity = false;
+    bool hasNormals = false;
+    // Intensity is held as a floating-point number (PCD F, PLY float, KITTI) rather than an
+    // integer type.
+    bool floatIntensity = false;
+    // Largest intensity the file's type can hold (65535 for LAS's 16 bits); 0 if unbounded.
+    int64_t intensityTypeMax = 0;
+    // The file's own grid (LAS scale): the finest of the three scales; 0 if it has none. A
+    // coordinate is grid() * gridScale + gridOffset, axis by axis.
+    double gridStep = 0;
+    double gridScale[3] = {0, 0, 0};
+    double gridOffset[3] = {0, 0, 0};
+    // Number of points the header announces; -1 if the format does not say.
+    int64_t pointCount = -1;
+    // What the file holds that a zul stream has no place for ("GPS time", "classification",
+    // "the organised 640 x 480 layout"), named for the user.
+    std::vector<std::string> dropped;
+    // The coordinate reference system, as text PROJ reads (WKT, or "EPSG:2903+5103"); empty if
+    // the file has none. What could not be read of it is in `crsProblem`.
+    std::string crs, crsProblem;
+};
+
+class CloudReader {
+public:
+    virtual ~CloudReader() = default;
+    const CloudLayout& layout() const { return layout_; }
+    // Fills the position, and the colour and normal if the layout has them, and returns true;
+    // false after the last point. The point's intensity is then intensity(). Throws FormatError
+    // for a malformed or cut file.
+    virtual bool read(zul_Point& point) = 0;
+    // The intensity of the point last read, as the file holds it.
+    double intensity() const { return intensity_; }
+    // The integer coordinates of the point last read, for a file with a grid of its own.
+    const int64_t* grid() const { return grid_; }
+    // What the reader had to change to make values fit a point, by kind ("colour above 255
+    // clamped to 255"), with the number of values so changed.
+    const std::map<std::string, int64_t>& changes() const { return changes_; }
+    // What the file holds that the points read leave out, named for the user: the layout's
+    // `dropped`, or for formats that look at the values, the fields that held anything.
+    virtual std::vector<std::string> dropped() const { return layout_.dropped; }
+    // Bytes of the file consumed so far, and the file's size, for progress.
+    virtual uint64_t bytesRead() const = 0;
+    virtual uint64_t fileSize() const = 0;
+
+protected:
+    void count(const char* change) { ++changes_[change]; }
+
+    CloudLayout layout_;
+    double intensity_ = 0;
+    int64_t grid_[3] = {0, 0, 0};
+    std::map<std::string, int64_t> changes_;
+};
+
+// What a writer is to store beside positions.
+struct WriteOptions {
+    bool color = false;
+    bool intensity = false;
+    bool normals = false;
+    int32_t maxIntensity = 0;  // the stream's maximum, for formats that normalise (KITTI)
+    double gridStep = 0.001;   // LAS scale; digits of text formats
+    // Where the positions lie on a grid of gridStep with this offset exactly (a stream on an
+    // integer grid with its scale and translation in the matrix), LAS stores them so.
+    bool gridExact = false;
+    double gridOffset[3] = {0, 0, 0};
+    std::string crs;         // the coordinate reference system as PROJ reads it, or empty
+    int64_t pointCount = 0;  // exact number of points that will be written (writerNeedsCount)
+    std::string encoding;    // format-specific: "ascii", "binary", "binary_compressed", ...
+    std::string lasVersion = "1.2";
+};
+
+class CloudWriter {
+public:
+    virtual ~CloudWriter() = default;
+    virtual void write(const zul_Point& point) = 0;
+    // Completes the file (headers that depend on the points); throws FormatError if any write
+    // failed.
+    virtual void finish() = 0;
+    // What the writer had to change to fit a value into the format, by kind, with the number of
+    // values so changed.
+    const std::map<std::string, int64_t>& changes() const { return changes_; }
+
+protected:
+    void count(const std::string& change) { ++changes_[change]; }
+
+private:
+    std::map<std::string, int64_t> changes_;
+};
+
+std::unique_ptr<CloudReader> openCloudReader(const std::string& path, Format format);
+std::unique_ptr<CloudWriter> openCloudWriter(const std::string& path, Format format,
+                                             const WriteOptions& options);
+
+}  // namespace zulformats

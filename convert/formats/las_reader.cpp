@@ -1,0 +1,168 @@
+// LAS 1.0 to 1.4, uncompressed, point formats 0 to 10: integer coordinates with a scale and an
+// offset from the public header, a 16-bit intensity, and 16-bit RGB in the formats that have it.
+// The coordinate reference system comes from the variable-length records; what else the records
+// hold is named as dropped when it carries anything.
+#include <algorithm>
+#include <cmath>
+
+#include "formats/byte_input.h"
+#include "formats/cloud.h"
+#include "formats/las_crs.h"
+#include "formats/las_records.h"
+
+namespace zulformats {
+
+namespace {
+
+class LasReader : public CloudReader {
+public:
+    explicit LasReader(const std::string& path) : in_(path) {
+        unsigned char header[kLas14HeaderSize] = {};
+        in_.read(header, kLas12HeaderSize, "the LAS header");
+        if (std::memcmp(header, "LASF", 4) != 0) in_.fail("not a LAS file (no \"LASF\" signature)");
+        const int major = header[24], minor = header[25];
+        if (major != 1 || minor > 4) {
+            in_.fail("LAS version " + std::to_string(major) + "." + std::to_string(minor) +
+                     " is not supported (1.0 to 1.4 are)");
+        }
+        const uint16_t headerSize = loadLittle<uint16_t>(header + 94);
+        const uint32_t dataOffset = loadLittle<uint32_t>(header + 96);
+        const int pointFormat = header[104];
+        recordLength_ = loadLittle<uint16_t>(header + 105);
+        if (headerSize < kLas12HeaderSize || dataOffset < headerSize) {
+            in_.fail("the LAS header's sizes are damaged");
+        }
+        if (pointFormat & 0xC0) in_.fail("compressed LAS points are not supported");
+        if (pointFormat > 10) {
+            in_.fail("LAS point format " + std::to_string(pointFormat) + " is not supported");
+        }
+        if (recordLength_ < kLasRecordSize[pointFormat]) {
+            in_.fail("the LAS point record is shorter than its point format needs");
+        }
+        uint64_t count = loadLittle<uint32_t>(header + 107);
+        if (minor >= 4 && headerSize >= kLas14HeaderSize) {
+            in_.read(header + kLas12HeaderSize, kLas14HeaderSize - kLas12HeaderSize,
+                     "the LAS 1.4 header");
+            const uint64_t count64 = loadLittle<uint64_t>(header + 247);
+            if (count64 != 0) count = count64;
+        }
+        for (int axis = 0; axis < 3; ++axis) {
+            scale_[axis] = loadLittle<double>(header + 131 + 8 * axis);
+            offset_[axis] = loadLittle<double>(header + 155 + 8 * axis);
+            if (!(scale_[axis] > 0) || !std::isfinite(scale_[axis]) ||
+                !std::isfinite(offset_[axis])) {
+                in_.fail("the LAS header's scale or offset is not a positive finite number");
+            }
+        }
+        colorOffset_ = kLasColorOffset[pointFormat];
+        remaining_ = count;
+        pointFormat_ = pointFormat;
+        in_.seek(headerSize);
+        const std::vector<LasVlr> vlrs =
+            readLasVlrs(in_, loadLittle<uint32_t>(header + 100), dataOffset);
+        layout_.crs = crsOfVlrs(vlrs, layout_.crsProblem);
+        for (const LasVlr& vlr : vlrs) {
+            if (!isCrsVlr(vlr)) ++otherVlrs_;
+        }
+        in_.seek(dataOffset);
+        if (count > (in_.size() - dataOffset) / recordLength_) {
+            in_.fail("the file ends before the " + std::to_string(count) +
+                     " points its header announces (truncated)");
+        }
+        record_.resize(recordLength_);
+        if (colorOffset_ > 0) colorShift_ = colorIs16Bit(dataOffset, count) ? 8 : 0;
+        layout_.hasColor = colorOffset_ > 0;
+        layout_.hasIntensity = true;
+        layout_.intensityTypeMax = 65535;
+        layout_.gridStep = std::fmin(scale_[0], std::fmin(scale_[1], scale_[2]));
+        for (int axis = 0; axis < 3; ++axis) {
+            layout_.gridScale[axis] = scale_[axis];
+            layout_.gridOffset[axis] = offset_[axis];
+        }
+        layout_.pointCount = static_cast<int64_t>(count);
+        seen_.assign((recordLength_ + 7) / 8, 0);
+    }
+
+    bool read(zul_Point& point) override {
+        if (remaining_ == 0) return false;
+        --remaining_;
+        unsigned char* r = record_.data();
+        in_.read(r, record_.size(), "a point record");
+        for (size_t w = 0; w < seen_.size(); ++w) {
+            uint64_t word = 0;
+            std::memcpy(&word, r + 8 * w, std::min<size_t>(8, record_.size() - 8 * w));
+            seen_[w] |= word;
+        }
+        for (int axis = 0; axis < 3; ++axis) {
+            grid_[axis] = loadLittle<int32_t>(r + 4 * axis);
+            point.position[axis] = grid_[axis] * scale_[axis] + offset_[axis];
+        }
+        intensity_ = loadLittle<uint16_t>(r + 12);
+        if (colorOffset_ > 0) {
+            for (int c = 0; c < 3; ++c) {
+                point.color[c] = static_cast<uint8_t>(
+                    loadLittle<uint16_t>(r + colorOffset_ + 2 * c) >> colorShift_);
+            }
+        }
+        return true;
+    }
+
+    uint64_t bytesRead() const override { return in_.position(); }
+    uint64_t fileSize() const override { return in_.size(); }
+
+    // The fields that held anything but zeros in the points read, and the other records.
+    std::vector<std::string> dropped() const override {
+        std::vector<std::string> names;
+        for (const LasField& field : lasDroppedFields(pointFormat_, recordLength_)) {
+            if (anySeen(field.offset, field.size)) names.push_back(field.name);
+        }
+        if (otherVlrs_ > 0) {
+            names.push_back(std::to_string(otherVlrs_) + " variable-length record" +
+                            (otherVlrs_ == 1 ? "" : "s"));
+        }
+        if (colorOffset_ > 0 && colorShift_ == 8) names.push_back("the low byte of 16-bit colour");
+        return names;
+    }
+
+private:
+    bool anySeen(size_t offset, size_t size) const {
+        for (size_t i = offset; i < offset + size; ++i) {
+            if ((seen_[i / 8] >> (8 * (i % 8))) & 0xFF) return true;
+        }
+        return false;
+    }
+
+    // Many writers put 8-bit colours into LAS's 16-bit fields: if no channel of any point exceeds
+    // 255, the values are taken as they are; otherwise by their high byte.
+    bool colorIs16Bit(uint64_t dataOffset, uint64_t count) {
+        bool wide = false;
+        for (uint64_t i = 0; i < count && !wide; ++i) {
+            in_.read(record_.data(), record_.size(), "a point record");
+            for (int c = 0; c < 3; ++c) {
+                wide = wide || loadLittle<uint16_t>(record_.data() + colorOffset_ + 2 * c) > 255;
+            }
+        }
+        in_.seek(dataOffset);
+        return wide;
+    }
+
+    ByteInput in_;
+    int colorShift_ = 8;
+    double scale_[3] = {};
+    double offset_[3] = {};
+    size_t recordLength_ = 0;
+    int colorOffset_ = 0;
+    uint64_t remaining_ = 0;
+    int pointFormat_ = 0;
+    uint32_t otherVlrs_ = 0;
+    std::vector<unsigned char> record_;
+    std::vector<uint64_t> seen_;  // the bits set in any record so far
+};
+
+}  // namespace
+
+std::unique_ptr<CloudReader> openLasReader(const std::string& path) {
+    return std::make_unique<LasReader>(path);
+}
+
+}  // namespace zulformats

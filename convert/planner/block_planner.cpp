@@ -1,0 +1,347 @@
+#include "planner/block_planner.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdio>
+#include <exception>
+
+#include "base/worker_threads.h"
+#include "planner/kd_cells.h"
+
+namespace zulplan {
+
+namespace {
+
+// Widths of the strips weighed: kFinest mean point spacings times 2^shift, shift 0 to kShifts - 1.
+const double kFinest = 0.5;
+const int kShifts = 6;
+// What a sample says is good to this ratio.
+const double kSampleMargin = 0.99;
+// A sample takes at least this many strips or runs of the input, spread over the block.
+const size_t kStrata = 8;
+// A sample of strips takes at most about this many times the sample target for the sake of
+// strata.
+const size_t kLargestSample = 4;
+// A sample of k-d cells takes this many subtrees, each at least a chunk.
+const size_t kKdParts = 8;
+// Between full searches, the strips next to the last choice in width are weighed every so many
+// blocks.
+const int kNeighboursEvery = 4;
+// A strip's chunk may be this many times longer than the side of a square chunk.
+const double kLengthRatio = 16;
+
+struct Geometry {
+    double low[3] = {INFINITY, INFINITY, INFINITY}, high[3] = {-INFINITY, -INFINITY, -INFINITY};
+    size_t finite = 0;
+    double spacing = 0;  // mean distance of neighbours across the horizontal axes; 0 if none
+};
+
+Geometry geometryOf(PointSpan block) {
+    Geometry g;
+    for (const zul_Point& p : block) {
+        if (!std::isfinite(p.position[0]) || !std::isfinite(p.position[1]) ||
+            !std::isfinite(p.position[2]))
+            continue;
+        ++g.finite;
+        for (int k = 0; k < 3; ++k) {
+            g.low[k] = std::min(g.low[k], p.position[k]);
+            g.high[k] = std::max(g.high[k], p.position[k]);
+        }
+    }
+    if (g.finite == 0) return g;
+    const double ex = g.high[0] - g.low[0], ey = g.high[1] - g.low[1];
+    const double n = static_cast<double>(g.finite);
+    if (ex > 0 && ey > 0)
+        g.spacing = std::sqrt(ex / n * ey);
+    else
+        g.spacing = std::max(ex, ey) / n;
+    if (!std::isfinite(g.spacing)) g.spacing = 0;
+    return g;
+}
+
+// Strips across `axis`, 2^(shift + step) of the finest width wide; false where they would not be
+// strips (one band, or more bands than points). With no step every width's bands fall on those of
+// the finest, and samples can be taken; a width between (a step within +-1) is for blocks measured
+// whole only.
+bool stripCandidate(const Geometry& g, int axis, int shift, int chunk, Candidate& c,
+                    double step = 0) {
+    if (g.spacing <= 0 || shift < 0 || shift >= kShifts) return false;
+    c = Candidate();
+    c.kind = Candidate::Strips;
+    c.shift = step == 0 ? shift : -1;
+    c.multiple = kFinest * std::exp2(shift + step);
+    c.strips.axis = axis;
+    c.strips.origin = g.low[axis];
+    c.strips.width = c.multiple * g.spacing;
+    // With no step, a power of two apart from the finest, exactly.
+    c.strips.inverse =
+        step == 0 ? std::ldexp(1 / (kFinest * g.spacing), -shift) : 1 / c.strips.width;
+    c.strips.chunk = chunk;
+    c.strips.maxLength = kLengthRatio * g.spacing * std::sqrt(static_cast<double>(chunk));
+    const double bands = std::floor((g.high[axis] - g.low[axis]) * c.strips.inverse) + 1;
+    if (!(bands >= 2) || bands > static_cast<double>(g.finite)) return false;
+    c.strips.count = static_cast<size_t>(bands);
+    return true;
+}
+
+// The strip a sample takes out of the stretch of strips `stretch`: one that looks drawn at
+// random, so that the sample does not follow a period of the cloud.
+uint64_t phaseOf(uint64_t stretch, uint64_t mask) {
+    uint64_t h = (stretch + 1) * 0x9E3779B97F4A7C15ull;
+    h ^= h >> 31;
+    return h & mask;
+}
+
+uint64_t scaled(uint64_t bytes, size_t sampled, size_t total) {
+    if (sampled == 0) return 0;
+    return static_cast<uint64_t>(std::llround(
+        static_cast<double>(bytes) * static_cast<double>(total) / static_cast<double>(sampled)));
+}
+
+}  // namespace
+
+std::string Candidate::describe() const {
+    if (kind == Input) return "input order";
+    if (kind == Kd) return "k-d cells";
+    char text[96];
+    std::snprintf(text, sizeof text, "strips across %c, %g spacings wide", "xyz"[strips.axis],
+                  multiple);
+    return text;
+}
+
+BlockPlanner::BlockPlanner(ChunkEncoder& encoder, const BlockPlannerOptions& options)
+    : options_(options) {
+    addEncoder(encoder);
+}
+
+void BlockPlanner::addEncoder(ChunkEncoder& encoder) {
+    workspaces_.push_back(std::make_unique<Workspace>(encoder));
+}
+
+const IndexVector& BlockPlanner::allIndices(size_t n) {
+    if (all_.size() != n) {
+        all_.resize(n);
+        for (size_t i = 0; i < n; ++i) all_[i] = static_cast<uint32_t>(i);
+    }
+    return all_;
+}
+
+std::vector<Candidate> BlockPlanner::candidates(PointSpan block) const {
+    std::vector<Candidate> list(2);
+    list[0].kind = Candidate::Input;
+    list[1].kind = Candidate::Kd;
+    const Geometry g = geometryOf(block);
+    for (int axis = 0; axis < 2; ++axis) {
+        for (int shift = 0; shift < kShifts; ++shift) {
+            Candidate c;
+            if (stripCandidate(g, axis, shift, options_.chunk, c)) list.push_back(c);
+        }
+    }
+    return list;
+}
+
+void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cutting) {
+    cut(block, candidate, cutting, *workspaces_[0]);
+}
+
+void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cutting,
+                       Workspace& work) {
+    cutting.order.clear();
+    cutting.ends.clear();
+    cutting.order.reserve(block.size());
+    const IndexVector& all = allIndices(block.size());
+    if (candidate.kind == Candidate::Input)
+        cutInRuns(all, options_.chunk, cutting);
+    else if (candidate.kind == Candidate::Kd)
+        cutKdCells(block.data(), all, options_.chunk, cutting);
+    else
+        cutStrips(block.data(), all, candidate.strips, cutting, work.scratch);
+}
+
+void BlockPlanner::prepareUnits(PointSpan block, const Candidate& candidate) {
+    const StripShape& shape = candidate.strips;
+    LargeVector<uint64_t>& units = units_[shape.axis];
+    if (unitsOf_[shape.axis] != block.data() || units.size() != block.size()) {
+        // The finest band of every point, once a block and axis: a sample of any width is then
+        // a pass over these rather than over the points.
+        unitsOf_[shape.axis] = block.data();
+        units.resize(block.size());
+        StripShape finest = shape;
+        finest.inverse = std::ldexp(shape.inverse, candidate.shift);
+        finest.count = static_cast<size_t>(
+            std::min(static_cast<double>(UINT64_MAX >> 1),
+                     static_cast<double>(shape.count) * std::ldexp(1.0, candidate.shift)));
+        for (size_t i = 0; i < block.size(); ++i) {
+            const size_t band = stripOf(finest, block[i]);
+            units[i] = band == finest.count ? UINT64_MAX : band;
+        }
+    }
+}
+
+const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& candidate,
+                                             Workspace& work) {
+    const StripShape& shape = candidate.strips;
+    const LargeVector<uint64_t>& units = units_[shape.axis];
+    IndexVector& sample = work.sample;
+    sample.clear();
+    // One cluster of strips out of every so many (a power of two); never the points that are not
+    // finite. A cluster is a strip, or two of the finest (a mean spacing wide), so that strips
+    // narrower than the spacing between scan lines are sampled together with their neighbours.
+    const int cluster = std::max(candidate.shift, 1);
+    const uint64_t clusters = (shape.count >> (cluster - candidate.shift)) + 1;
+    uint64_t every = 1;
+    // At least kStrata clusters, unless that would take more than kLargestSample samples' worth.
+    while (2 * every * options_.sampleTarget <= block.size() &&
+           (2 * every * kStrata <= clusters ||
+            2 * every * kLargestSample * options_.sampleTarget <= block.size()))
+        every *= 2;
+    const uint64_t mask = every - 1;
+    for (size_t i = 0; i < units.size(); ++i) {
+        if (units[i] == UINT64_MAX) continue;
+        const uint64_t band = units[i] >> cluster;
+        if ((band & mask) == phaseOf(band / every, mask))
+            sample.push_back(static_cast<uint32_t>(i));
+    }
+    return sample;
+}
+
+zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate) {
+    if (candidate.kind == Candidate::Strips && candidate.shift >= 0 &&
+        block.size() > options_.exactLimit)
+        prepareUnits(block, candidate);
+    return this->estimate(block, candidate, estimate, *workspaces_[0]);
+}
+
+zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate,
+                                  Workspace& work) {
+    estimate = Estimate();
+    const size_t n = block.size();
+    Cutting cutting;
+    size_t sampled = n;
+    if (n <= options_.exactLimit) {
+        cut(block, candidate, cutting, work);
+        estimate.exact = true;
+    } else if (candidate.kind == Candidate::Input) {
+        // Every so many runs of the input.
+        const size_t chunk = static_cast<size_t>(options_.chunk);
+        const size_t runs = (n + chunk - 1) / chunk;
+        const size_t every =
+            std::max<size_t>(1, std::min(runs * chunk / options_.sampleTarget, runs / kStrata));
+        sampled = 0;
+        for (size_t r = every / 2; r < runs; r += every) {
+            const size_t begin = r * chunk, end = std::min(n, begin + chunk);
+            for (size_t i = begin; i < end; ++i) cutting.order.push_back(static_cast<uint32_t>(i));
+            cutting.closeChunk();
+            sampled += end - begin;
+        }
+    } else if (candidate.kind == Candidate::Kd) {
+        sampled = kdSample(
+            block.data(), allIndices(n), options_.chunk,
+            std::max(options_.sampleTarget / kKdParts, static_cast<size_t>(options_.chunk)),
+            kKdParts, cutting);
+    } else {
+        const StripShape& shape = candidate.strips;
+        const IndexVector& part = stripSample(block, candidate, work);
+        cutStrips(block.data(), part, shape, cutting, work.scratch);
+        sampled = part.size();
+    }
+    const zul_Status status = work.encoder.measure(block.data(), cutting, estimate.bytes);
+    if (status != zul_STATUS_OK) return status;
+    if (!estimate.exact) estimate.bytes = scaled(estimate.bytes, sampled, n);
+    return zul_STATUS_OK;
+}
+
+zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& list,
+                               Candidate& chosen, Estimate& cost, Estimate* inputCost) {
+    // What the threads share is made before they start: the indices of the block and the bands of
+    // the points for the samples of strips.
+    allIndices(block.size());
+    for (const Candidate& candidate : list)
+        if (candidate.kind == Candidate::Strips && candidate.shift >= 0 &&
+            block.size() > options_.exactLimit)
+            prepareUnits(block, candidate);
+    std::vector<Estimate> estimates(list.size());
+    std::vector<zul_Status> statuses(list.size(), zul_STATUS_OK);
+    std::atomic<size_t> next{0};
+    zulbase::runWorkers(zulbase::threadsFor(static_cast<int>(workspaces_.size()), list.size()),
+                        [&](int w) {
+                            try {
+                                for (size_t i; (i = next++) < list.size();)
+                                    statuses[i] = estimate(block, list[i], estimates[i],
+                                                           *workspaces_[static_cast<size_t>(w)]);
+                            } catch (...) {
+                                next = list.size();  // the others stop too
+                                throw;
+                            }
+                        });
+    for (size_t i = 0; i < list.size(); ++i) {
+        if (statuses[i] != zul_STATUS_OK) return statuses[i];
+        const bool first = inputCost != nullptr && i == 0;
+        if (first) *inputCost = estimates[i];
+        if (first || estimates[i].bytes < cost.bytes) {
+            chosen = list[i];
+            cost = estimates[i];
+        }
+    }
+    return zul_STATUS_OK;
+}
+
+zul_Status BlockPlanner::choose(PointSpan block, Candidate& chosen, Estimate& cost,
+                                Estimate& inputCost) {
+    unitsOf_[0] = unitsOf_[1] = nullptr;
+    const bool sampled = block.size() > options_.exactLimit;
+    const bool search = !sampled || sinceSearch_ < 0 || sinceSearch_ + 1 >= options_.searchEvery;
+    // The input's order first.
+    std::vector<Candidate> list(1);
+    const Geometry g = geometryOf(block);
+    if (search) {
+        sinceSearch_ = sampled ? 0 : -1;
+        // k-d cells cost a large block several passes: weighed at its first search only.
+        const std::vector<Candidate> all = candidates(block);
+        for (size_t i = 1; i < all.size(); ++i)
+            if (all[i].kind != Candidate::Kd || !searched_) list.push_back(all[i]);
+        searched_ = sampled;
+    } else {
+        // Between full searches: the input's order, the last choice and the strips next to it.
+        ++sinceSearch_;
+        if (last_.kind == Candidate::Kd) list.push_back(last_);
+        if (last_.kind == Candidate::Strips) {
+            // The neighbours in width every few blocks only.
+            const bool neighbours = sinceSearch_ % kNeighboursEvery == 0;
+            for (int shift : {last_.shift, last_.shift - 1, last_.shift + 1}) {
+                Candidate c;
+                if ((neighbours || shift == last_.shift) &&
+                    stripCandidate(g, last_.strips.axis, shift, options_.chunk, c))
+                    list.push_back(c);
+            }
+        }
+    }
+    zul_Status status = weigh(block, list, chosen, cost, &inputCost);
+    if (status != zul_STATUS_OK) return status;
+    if (search && !sampled && chosen.kind == Candidate::Strips) {
+        // Measured whole: the widths between the best and its neighbours too.
+        const Candidate best = chosen;
+        std::vector<Candidate> between;
+        for (double step : {-0.5, -0.25, 0.25, 0.5}) {
+            Candidate c;
+            if (stripCandidate(g, best.strips.axis, best.shift, options_.chunk, c, step))
+                between.push_back(c);
+        }
+        status = weigh(block, between, chosen, cost, nullptr);
+        if (status != zul_STATUS_OK) return status;
+    }
+    if (sampled) {
+        last_ = chosen;
+        // A sample's word is good to 1%: less than that is no gain worth the reordering.
+        if (chosen.kind != Candidate::Input &&
+            static_cast<double>(cost.bytes) >
+                kSampleMargin * static_cast<double>(inputCost.bytes)) {
+            chosen = list[0];
+            cost = inputCost;
+        }
+    }
+    return zul_STATUS_OK;
+}
+
+}  // namespace zulplan

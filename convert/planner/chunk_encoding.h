@@ -1,0 +1,40 @@
+// Encoding the chunks of a cutting through the public encoder: the points of a chunk are gathered
+// into the parallel arrays the encoder reads. Used both to measure what a cutting costs and to
+// produce the chunks that are stored.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "base/point_columns.h"
+#include "planner/cutting.h"
+#include "zul.h"
+
+namespace zulplan {
+
+class ChunkEncoder {
+public:
+    // An encoder of streams of `type` with the optional sensor `header` (null: version 1). The
+    // outcome of opening is status().
+    ChunkEncoder(const zul_DataType& type, const zul_Header2* header);
+    ~ChunkEncoder() { zul_enc_close(&encoder_); }
+    ChunkEncoder(const ChunkEncoder&) = delete;
+    ChunkEncoder& operator=(const ChunkEncoder&) = delete;
+
+    zul_Status status() const { return opened_; }
+    zul_enc_Context context() const { return encoder_; }
+
+    // Encodes points[indices[0 .. count)] as one chunk; the bytes stay valid until the next call.
+    zul_Status encode(const zul_Point* points, const uint32_t* indices, size_t count,
+                      const char** bytes, int* size);
+    // Adds the bytes of every chunk of `cutting` to `total`.
+    zul_Status measure(const zul_Point* points, const Cutting& cutting, uint64_t& total);
+
+private:
+    zul_DataType type_;
+    zul_enc_Context encoder_ = nullptr;
+    zul_Status opened_;
+    zulbase::PointColumns columns_;
+};
+
+}  // namespace zulplan

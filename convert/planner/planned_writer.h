@@ -1,0 +1,111 @@
+// A zul file whose chunks a planner cuts: points go in one at a time, are held in blocks of
+// consecutive points within a memory budget, and each block is cut into chunks in the order
+// asked for. The file is an ordinary stream of the format, its chunks of any size up to the
+// chunk size. Used by `zul compress`; depends on the public zul.h only.
+#pragma once
+
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/limits.h"
+#include "base/worker_threads.h"
+#include "planner/block_planner.h"
+#include "planner/chunk_encoding.h"
+#include "planner/large_pages.h"
+#include "planner/parallel_chunks.h"
+#include "zul.h"
+
+namespace zulplan {
+
+enum class Order {
+    Input,  // the input's order, in runs of the chunk size
+    Kd,     // k-d cells
+    Plan    // whichever candidate costs the fewest bytes, block by block
+};
+
+// "input", "kd" or "plan"; false for anything else.
+bool parseOrder(const std::string& name, Order& order);
+
+struct PlanOptions {
+    Order order = Order::Plan;
+    int chunk = zulbase::kDefaultChunkSize;  // most points a chunk, 1 to zulbase::kMaxChunkSize
+    size_t budgetBytes = size_t{zulbase::kDefaultOrderBudgetMiB}
+                         << 20;   // memory for a block and its planning
+    BlockPlannerOptions planner;  // its chunk is set from `chunk`
+    int threads = 1;              // encoding threads, 1 or more
+};
+
+// Points a block holds within `budgetBytes` when cut in `order`: a whole number of chunks, at
+// least one; one chunk for the input's order, which needs no more.
+size_t blockCapacity(size_t budgetBytes, int chunk, Order order);
+
+class PlannedWriter {
+public:
+    PlannedWriter() = default;
+    ~PlannedWriter();
+    PlannedWriter(const PlannedWriter&) = delete;
+    PlannedWriter& operator=(const PlannedWriter&) = delete;
+
+    static bool chunkValid(int chunk) { return zulbase::chunkSizeValid(chunk); }
+
+    // Creates `path` for a stream of `type` with the optional sensor `header` and writes its
+    // signature and file header. zul_STATUS_INVALID_ARGUMENT for a refused type or header or an
+    // invalid chunk size, zul_STATUS_WRITE_ERROR if the file cannot be written.
+    zul_Status open(const std::string& path, const zul_DataType& type, const zul_Header2* header,
+                    const PlanOptions& options);
+    // Takes one point; a full block is cut and written. A failure fails the writer: later calls
+    // return zul_STATUS_INVALID_STATE.
+    zul_Status write(const zul_Point& point);
+    // Writes the last block and closes the file.
+    zul_Status close();
+
+    // What was chosen for the blocks so far, one line a choice, and the time spent choosing.
+    std::string summary() const;
+    // Seconds spent choosing so far.
+    double planningSeconds() const { return std::chrono::duration<double>(planning_).count(); }
+
+private:
+    // Hands the full block to be cut and written: at once with one thread, else in the
+    // background while the next block is read.
+    zul_Status flush();
+    // Cuts and writes work_.
+    zul_Status flushWork();
+    // Waits for the job of the block before, and throws again what it threw (a failed
+    // allocation), on the caller's thread.
+    void joinJob();
+    zul_Status writeCutting(const Cutting& cutting);
+    // Encodes the chunks of `cutting` of the block, on the threads asked for, handing them to
+    // `sink` in order.
+    zul_Status encodeChunks(const Cutting& cutting, const ParallelChunks::Sink& sink);
+    zul_Status writeBytes(const char* bytes, size_t size);
+
+    PlanOptions options_;
+    size_t capacity_ = 0;
+    std::FILE* file_ = nullptr;
+    zul_Status failed_ = zul_STATUS_INVALID_STATE;  // until opened
+    std::unique_ptr<ChunkEncoder> stream_, measure_;
+    std::vector<std::unique_ptr<ChunkEncoder>> moreMeasures_;  // one more a further thread
+    std::unique_ptr<ParallelChunks> parallel_;                 // with more than one thread
+    std::unique_ptr<BlockPlanner> planner_;
+    LargeVector<zul_Point> block_;  // the block being read
+    LargeVector<zul_Point> work_;   // the block being cut and written
+    bool background_ = false;
+    zulbase::WorkerThreads job_;  // cuts and writes work_ (with more than one thread)
+    zul_Status jobStatus_ = zul_STATUS_OK;
+    Cutting cutting_;
+    LargeVector<char> buffer_;  // a block's chunks while it is not sure they are the smaller
+
+    struct Tally {
+        size_t blocks = 0, points = 0;
+    };
+    std::map<std::string, Tally> chosen_;
+    std::chrono::steady_clock::duration planning_{};
+    size_t checks_ = 0, fallbacks_ = 0;
+};
+
+}  // namespace zulplan

@@ -1,0 +1,183 @@
+// What goes in comes out, or the user is told: LAS files come back with the very same integers,
+// scale, offset, intensity, 8-bit colour and coordinate system; values that must change are
+// counted in one line a kind.
+#include <cstring>
+
+#include "support/test_names.h"
+#include "support/tool_support.h"
+
+namespace {
+
+// A LAS file's points as a LAS reader sees them: the integers and what the header says of them.
+struct LasContent {
+    double scale[3], offset[3];
+    std::vector<std::array<int64_t, 6>> points;  // X Y Z, intensity, and red and green as read
+    std::string crs;
+};
+
+LasContent lasContent(const std::string& path) {
+    std::unique_ptr<zulformats::CloudReader> reader =
+        zulformats::openCloudReader(path, zulformats::Format::Las);
+    LasContent content;
+    const zulformats::CloudLayout& layout = reader->layout();
+    std::memcpy(content.scale, layout.gridScale, sizeof content.scale);
+    std::memcpy(content.offset, layout.gridOffset, sizeof content.offset);
+    content.crs = layout.crs;
+    zul_Point p = {};
+    while (reader->read(p)) {
+        const int64_t* g = reader->grid();
+        content.points.push_back(
+            {g[0], g[1], g[2], static_cast<int64_t>(reader->intensity()), p.color[0], p.color[1]});
+    }
+    std::sort(content.points.begin(), content.points.end());
+    return content;
+}
+
+struct LasCase {
+    const char* name;
+    const char* input;
+    const char* lasVersion;
+    const char* crs;  // what the output's records give, as PROJ reads it
+};
+
+void PrintTo(const LasCase& c, std::ostream* out) { *out << c.name; }
+
+const LasCase kLasCases[] = {
+    {"4_6_crop 1.2", "4_6_crop.las", "1.2", "EPSG:2903"},
+    {"4_6_crop 1.4", "4_6_crop.las", "1.4", "PROJCS[\"NAD83(HARN) / New Mexico Central (ftUS)\""},
+    {"sample_c 1.2", "sample_c.las", "1.2", ""},
+    {"1.2-with-color 1.4", "1.2-with-color.las", "1.4", ""},
+};
+
+class LasRoundTrip : public ToolTest, public ::testing::WithParamInterface<LasCase> {};
+
+TEST_P(LasRoundTrip, GivesBackTheSameIntegersScaleOffsetAndSystem) {
+    const LasCase& c = GetParam();
+    ASSERT_TRUE(toolSucceeds("compress -q " + dataFile(c.input) + " " + path("cloud.zul")));
+    ASSERT_TRUE(toolSucceeds(std::string("decompress -q --las-version ") + c.lasVersion + " " +
+                             path("cloud.zul") + " " + path("back.las")));
+    const LasContent in = lasContent(dataFile(c.input)), out = lasContent(path("back.las"));
+    for (int axis = 0; axis < 3; ++axis) {
+        EXPECT_EQ(out.scale[axis], in.scale[axis]);
+        EXPECT_EQ(out.offset[axis], in.offset[axis]);
+    }
+    EXPECT_TRUE(out.points == in.points);
+    EXPECT_EQ(out.crs.substr(0, std::strlen(c.crs)), c.crs);
+    EXPECT_EQ(std::filesystem::exists(path("cloud.prj")), c.crs[0] != '\0');
+}
+
+INSTANTIATE_TEST_SUITE_P(SharedLas, LasRoundTrip, ::testing::ValuesIn(kLasCases), NameOfCase());
+
+// A LAS 1.2 file of point format 2 whose scales differ by axis and whose colours pass 255 only
+// in the last of more than a million points.
+std::string lateWideColourLas(uint32_t count) {
+    return lasBytes(
+        2, 2, 26, {0.01, 0.01, 0.001, 500000, 4000000, 100}, count, false,
+        [count](uint32_t i, std::string& r) {
+            const int32_t xyz[3] = {static_cast<int32_t>(i % 1000), static_cast<int32_t>(i / 1000),
+                                    static_cast<int32_t>(i % 7)};
+            std::memcpy(&r[0], xyz, 12);
+            const uint16_t channel = i + 1 == count ? 32768 : static_cast<uint16_t>(i % 256);
+            for (int c = 0; c < 3; ++c) put<uint16_t>(r, 20 + 2 * c, channel);
+        });
+}
+
+TEST_F(ToolTest, LasColourWidthIsJudgedFromTheWholeFileAndScalesThatDifferAreSaid) {
+    const uint32_t count = 1000001;
+    writeFile(path("late.las"), lateWideColourLas(count));
+    const ToolRun run = runTool("compress " + path("late.las") + " " + path("late.zul"));
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_NE(run.output.find("the LAS scales differ (0.01, 0.01, 0.001): every axis is stored on "
+                              "the finest, 0.001"),
+              std::string::npos)
+        << run.output;
+    EXPECT_NE(run.output.find("left out: the low byte of 16-bit colour"), std::string::npos);
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("late.zul") + " " + path("back.las")));
+
+    // 16-bit colour: every channel by its high byte (32768 as 128, never wrapped to 0).
+    int coloured = 0;
+    for (const CloudPoint& p : readCloud(path("back.las"))) {
+        if (p.point.color[0] == 0) continue;
+        ++coloured;
+        EXPECT_EQ(p.point.color[0], 128);
+    }
+    EXPECT_EQ(coloured, 1);
+}
+
+// Intensities through a KITTI scan, whose floats lie within 0 .. 1, come back as the integers.
+TEST_F(ToolTest, IntensitiesSurviveAKittiScan) {
+    ASSERT_TRUE(toolSucceeds("compress -q " + dataFile("sample_c.las") + " " + path("a.zul")));
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("a.zul") + " " + path("a.bin")));
+    const ToolRun run = runTool("compress " + path("a.bin") + " " + path("b.zul"));
+    ASSERT_EQ(run.exitCode, 0);
+    EXPECT_NE(run.output.find("multiplied by 65535, which makes every one a whole number"),
+              std::string::npos)
+        << run.output;
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("b.zul") + " " + path("b.las")));
+    std::vector<double> original, back;
+    for (const CloudPoint& p : readCloud(dataFile("sample_c.las"))) original.push_back(p.intensity);
+    for (const CloudPoint& p : readCloud(path("b.las"))) back.push_back(p.intensity);
+    std::sort(original.begin(), original.end());
+    std::sort(back.begin(), back.end());
+    EXPECT_TRUE(back == original);
+}
+
+struct ReportCase {
+    const char* name;
+    const char* file;     // a shared cloud, or a file of `content` made here
+    const char* content;  // null: a shared cloud
+    const char* options;  // extra options of compress
+    const char* message;
+};
+
+void PrintTo(const ReportCase& c, std::ostream* out) { *out << c.name; }
+
+const ReportCase kReportCases[] = {
+    // 256 is the first value past the range: clamped and counted, never wrapped to 0.
+    {"colour of 256", "c.xyz", "x y z r g b\n1 2 3 256 0 0\n", "",
+     "changed 1 value: colour values outside 0 .. 255 clamped"},
+    {"colour not whole", "c.xyz", "x y z r g b\n1 2 3 0.5 7 8\n", "",
+     "changed 1 value: colour values rounded to whole numbers"},
+    {"negative intensity", "i.xyz", "x y z i\n1 2 3 -4\n4 5 6 7\n", "",
+     "changed 1 value: negative intensities stored as 0"},
+    {"intensity above the maximum", "i.xyz", "x y z i\n1 2 3 40\n4 5 6 7\n", "--reflection 30",
+     "changed 1 value: intensities above 30 stored as 30"},
+    {"intensity given a scale", "i.xyz", "x y z i\n1 2 3 0.123\n", "--intensity-scale 10",
+     "changed 1 value: intensities rounded to whole numbers"},
+    {"float intensities of no simple scale", "i.xyz", "x y z i\n1 2 3 0.1234567\n4 5 6 0.5\n", "",
+     "stored multiplied by 65535, rounded to whole numbers"},
+    // The format cannot store a normal of length zero: such a point is kept, pointing up.
+    {"normal of length zero", "n.xyz", "x y z nx ny nz\n1 2 3 0 0 0\n4 5 6 1 0 0\n", "",
+     "changed 1 value: normals of length zero"},
+    {"column without a place", "k.csv", "x,y,z,class\n1,2,3,4\n", "", "left out: column class"},
+    {"las fields", "4_6_crop.las", nullptr, "",
+     "left out: return numbers, classification, scan angle, point source ID, GPS time"},
+    {"ply properties", "p.ply",
+     "ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\nproperty float y\nproperty float "
+     "z\nproperty float quality\nelement face 0\nproperty list uchar int vertex_indices\n"
+     "end_header\n1 2 3 0.5\n",
+     "", "left out: quality"},
+    {"nan points", "table_scene_mug_stereo_textured.pcd", nullptr, "",
+     "dropped 97920 of 307200 points with NaN or infinite coordinates"},
+    {"organised layout", "table_scene_mug_stereo_textured.pcd", nullptr, "",
+     "left out: alpha, the organised 640 x 480 layout"},
+};
+
+class Report : public ToolTest, public ::testing::WithParamInterface<ReportCase> {};
+
+TEST_P(Report, NamesWhatChangedWithACount) {
+    const ReportCase& c = GetParam();
+    std::string input = dataFile(c.file);
+    if (c.content != nullptr) {
+        input = path(c.file);
+        writeFile(input, c.content);
+    }
+    const ToolRun run =
+        runTool("compress " + std::string(c.options) + " " + input + " " + path("out.zul"));
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_NE(run.output.find(c.message), std::string::npos) << run.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(Compress, Report, ::testing::ValuesIn(kReportCases), NameOfCase());
+
+}  // namespace

@@ -1,0 +1,206 @@
+// The chunk planner: k-d cells on their own, planned files that hold the same points as the
+// input's order in no more bytes, and clouds of awkward shape.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <tuple>
+#include <vector>
+
+#include "planner/block_planner.h"
+#include "planner/kd_cells.h"
+#include "planner/planned_writer.h"
+#include "support/test_names.h"
+#include "support/tool_support.h"
+
+namespace {
+
+using Key = std::tuple<double, double, double, int, int>;
+
+std::vector<zul_Point> randomPoints(size_t count, double width, double height, unsigned seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> x(0, width), y(0, height), z(0, 1);
+    std::vector<zul_Point> points(count);
+    for (size_t i = 0; i < count; ++i) {
+        points[i] = {};
+        points[i].position[0] = x(random);
+        points[i].position[1] = y(random);
+        points[i].position[2] = z(random);
+        points[i].reflection = static_cast<int32_t>(i);
+    }
+    return points;
+}
+
+std::vector<Key> keys(const std::vector<zul_Point>& points) {
+    std::vector<Key> k;
+    for (const zul_Point& p : points)
+        k.emplace_back(p.position[0], p.position[1], p.position[2], p.reflection, p.color[0]);
+    std::sort(k.begin(), k.end());
+    return k;
+}
+
+// The area of the xy box of points [first, first + count).
+double boxArea(const std::vector<zul_Point>& points, size_t first, size_t count) {
+    double low[2] = {1e300, 1e300}, high[2] = {-1e300, -1e300};
+    for (size_t i = first; i < first + count; ++i) {
+        for (int k = 0; k < 2; ++k) {
+            low[k] = std::min(low[k], points[i].position[k]);
+            high[k] = std::max(high[k], points[i].position[k]);
+        }
+    }
+    return (high[0] - low[0]) * (high[1] - low[1]);
+}
+
+TEST(KdCells, EveryChunkIsACompactCellAndNoPointIsLost) {
+    // A long strip: cells must be cut along its length first.
+    std::vector<zul_Point> points = randomPoints(10500, 400, 100, 3);
+    const std::vector<Key> before = keys(points);
+    zulplan::orderForChunks(points, 1000);
+    EXPECT_EQ(keys(points), before);
+    const double whole = boxArea(points, 0, points.size());
+    for (size_t first = 0; first < points.size(); first += 1000) {
+        const size_t count = std::min<size_t>(1000, points.size() - first);
+        // Eleven runs share the strip; each holds about a tenth of it.
+        EXPECT_LT(boxArea(points, first, count), whole / 6) << "run at " << first;
+    }
+}
+
+class PlannedFiles : public ToolTest, public ::testing::WithParamInterface<const char*> {};
+
+// The planner's file holds the points of the input's order, never in more bytes, in chunks of 1
+// to --chunk points.
+TEST_P(PlannedFiles, HoldTheSamePointsInNoMoreBytes) {
+    const std::string input = dataFile(GetParam());
+    for (const char* order : {"input", "plan"}) {
+        ASSERT_TRUE(toolSucceeds(std::string("compress -q --chunk 4000 --order ") + order + " " +
+                                 input + " " + path(std::string(order) + ".zul")));
+    }
+    const ZulFile inputOrder = readZul(path("input.zul")), planned = readZul(path("plan.zul"));
+    EXPECT_EQ(keys(planned.points), keys(inputOrder.points));
+    for (int count : planned.chunkCounts) ASSERT_TRUE(count >= 1 && count <= 4000) << count;
+    EXPECT_LE(std::filesystem::file_size(path("plan.zul")),
+              std::filesystem::file_size(path("input.zul")));
+}
+
+INSTANTIATE_TEST_SUITE_P(SharedClouds, PlannedFiles,
+                         ::testing::Values("sample_c.las", "cturtle.pcd", "bun0.pcd"));
+
+TEST_F(ToolTest, KdAndBudgetedBlocksStaySelectable) {
+    // One MiB holds 21 chunks of 1000 points: cturtle's 167,198 points make eight blocks of
+    // k-d cells, every chunk but the last full.
+    ASSERT_TRUE(toolSucceeds("compress -q --chunk 1000 --order kd --order-budget 1 " +
+                             dataFile("cturtle.pcd") + " " + path("blocks.zul")));
+    const ZulFile file = readZul(path("blocks.zul"));
+    ASSERT_EQ(file.chunkCounts.size(), 168u);
+    for (size_t i = 0; i + 1 < file.chunkCounts.size(); ++i) ASSERT_EQ(file.chunkCounts[i], 1000);
+    EXPECT_EQ(file.points.size(), 167198u);
+    const ToolRun verbose = runTool("compress -v " + dataFile("cturtle.pcd") + " " + path("b.zul"));
+    EXPECT_NE(verbose.output.find("planning:"), std::string::npos) << verbose.output;
+}
+
+// Clouds of awkward shape, planned whole and from samples: each row moves the points of a
+// random cloud of 5000 (none: a single point).
+struct Shape {
+    const char* name;
+    void (*move)(double* p, size_t i);
+    float step = 1e-9f;
+};
+
+const Shape kShapes[] = {
+    {"nan", [](double* p, size_t i) { p[i % 3] = i % 7 ? p[i % 3] : NAN; }},
+    {"one position", [](double* p, size_t) { p[0] = p[1] = p[2] = 3.25; }},
+    {"single point", nullptr},
+    {"line", [](double* p, size_t) { p[1] = 2 * p[0], p[2] = 0; }},
+    {"upright plane", [](double* p, size_t) { p[1] = 5; }},
+    {"huge", [](double* p, size_t) { p[0] *= 1e9, p[1] *= 1e9; }, 1.0f},
+    {"tiny", [](double* p, size_t) { p[0] *= 1e-6, p[1] *= 1e-6, p[2] *= 1e-6; }},
+};
+
+class AwkwardClouds : public TempFolderTest, public ::testing::WithParamInterface<Shape> {};
+
+TEST_P(AwkwardClouds, PlanWithoutErrorOrEmptyChunk) {
+    const Shape& shape = GetParam();
+    std::vector<zul_Point> points = randomPoints(shape.move ? 5000 : 1, 1, 1, 9);
+    for (size_t i = 0; i < points.size() && shape.move; ++i) shape.move(points[i].position, i);
+    const zul_DataType type = makeDataType(shape.step, zul_COLOR_NONE, 1 << 20, false);
+    for (size_t exactLimit : {size_t{1} << 20, size_t{0}}) {
+        zulplan::PlanOptions options;
+        options.chunk = 300;
+        options.planner.exactLimit = exactLimit;
+        options.planner.sampleTarget = 1000;
+        zulplan::PlannedWriter writer;
+        ASSERT_EQ(writer.open(path("a.zul"), type, nullptr, options), zul_STATUS_OK);
+        for (const zul_Point& p : points) ASSERT_EQ(writer.write(p), zul_STATUS_OK);
+        ASSERT_EQ(writer.close(), zul_STATUS_OK);
+        const ZulFile file = readZul(path("a.zul"));
+        EXPECT_EQ(file.points.size(), points.size());
+        for (int count : file.chunkCounts) ASSERT_TRUE(count >= 1 && count <= 300) << count;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, AwkwardClouds, ::testing::ValuesIn(kShapes), NameOfCase());
+
+// An airborne-like strip, as large inputs are: scan lines across x, flown along y, with terrain,
+// colour and intensity that change smoothly and some noise.
+std::vector<zul_Point> flightStrip(int lines, int perLine) {
+    std::mt19937 random(4);
+    std::normal_distribution<double> noise(0, 1);
+    std::vector<zul_Point> points;
+    for (int line = 0; line < lines; ++line) {
+        for (int k = 0; k < perLine; ++k) {
+            zul_Point p = {};
+            const int a = line % 2 == 0 ? k : perLine - 1 - k;
+            p.position[0] = 0.5 * a + 0.05 * noise(random);
+            p.position[1] = 0.5 * line + 0.05 * noise(random);
+            const double x = p.position[0], y = p.position[1];
+            const bool roof = std::fmod(x, 60) < 25 && std::fmod(y, 50) < 20;
+            p.position[2] = 100 + 10 * std::sin(x / 70) * std::cos(y / 90) + (roof ? 8 : 0) +
+                            0.03 * noise(random);
+            for (int c = 0; c < 3; ++c)
+                p.color[c] = static_cast<uint8_t>(std::clamp(
+                    120 + 50 * std::sin(x / (9 + c) + y / 13) + 5 * noise(random), 0.0, 255.0));
+            p.reflection = static_cast<int32_t>(
+                std::clamp(9000 + (roof ? 6000 : 0) + 400 * noise(random), 0.0, 65535.0));
+            points.push_back(p);
+        }
+    }
+    return points;
+}
+
+// What a sample says a cutting costs is within 1% of what the whole cutting costs.
+TEST(BlockPlanner, EstimatesFromSamplesHoldWithinOnePercent) {
+    const std::vector<zul_Point> strip = flightStrip(600, 1000);
+    const zul_DataType type = makeDataType(0.01f, zul_COLOR_RGB888, 65535, false);
+    zulplan::ChunkEncoder encoder(type, nullptr);
+    zulplan::BlockPlannerOptions options;
+    options.exactLimit = 0;
+    zulplan::BlockPlanner planner(encoder, options);
+    zulplan::Candidate chosen;
+    zulplan::Estimate cost, inputCost;
+    ASSERT_EQ(planner.choose(strip, chosen, cost, inputCost), zul_STATUS_OK);
+    ASSERT_FALSE(cost.exact);
+    EXPECT_EQ(chosen.kind, zulplan::Candidate::Strips);
+    // Weighed on two threads, the same choice at the same cost.
+    zulplan::ChunkEncoder second(type, nullptr);
+    zulplan::BlockPlanner sideBySide(encoder, options);
+    sideBySide.addEncoder(second);
+    zulplan::Candidate twin;
+    zulplan::Estimate twinCost, twinInput;
+    ASSERT_EQ(sideBySide.choose(strip, twin, twinCost, twinInput), zul_STATUS_OK);
+    EXPECT_EQ(twin.describe(), chosen.describe());
+    EXPECT_EQ(twinCost.bytes, cost.bytes);
+    EXPECT_EQ(twinInput.bytes, inputCost.bytes);
+    for (const zulplan::Candidate& candidate : planner.candidates(strip)) {
+        zulplan::Estimate estimate;
+        ASSERT_EQ(planner.estimate(strip, candidate, estimate), zul_STATUS_OK);
+        zulplan::Cutting cutting;
+        planner.cut(strip, candidate, cutting);
+        uint64_t exact = 0;
+        ASSERT_EQ(encoder.measure(strip.data(), cutting, exact), zul_STATUS_OK);
+        EXPECT_NEAR(static_cast<double>(estimate.bytes), static_cast<double>(exact), 0.01 * exact)
+            << candidate.describe();
+    }
+}
+
+}  // namespace

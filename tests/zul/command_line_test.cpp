@@ -1,0 +1,372 @@
+// The command line as a user types it: version and usage errors, output names and many files,
+// overwrites, formats by content and --format, info, verify, salvage, progress and options that
+// would be ignored. One row a case: what to prepare, the arguments, the exit status, a fragment
+// of the messages and the files the folder holds afterwards.
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <sstream>
+#include <thread>
+
+#include "support/test_names.h"
+#include "support/tool_support.h"
+#include "zul_bulk.h"
+
+namespace {
+
+struct CliCase {
+    const char* name;
+    // Steps run first, separated by ';': "zul ARGS", "copy SHARED NAME", "text NAME WORDS"
+    // (the file then holds "precious"), "cut NAME BYTES" (drops the last bytes), "poke NAME
+    // OFFSET BYTE", "limit BYTES" (the run itself may make files of these many bytes only).
+    const char* setup;
+    const char* arguments;  // {d} is the test's folder, {data} the shared clouds
+    int exitCode;
+    const char* message;  // a fragment of standard output and error together
+    const char* files;    // the folder's files afterwards, sorted, in subfolders as "out/a.zul"
+};
+
+// A failing case is shown by its name.
+void PrintTo(const CliCase& c, std::ostream* out) { *out << c.name; }
+
+// The bunny in 4 chunks: 3 of 100 points and 1 of 97.
+#define BUNNY "zul compress -q --chunk 100 {data}/bun0.pcd {d}/b.zul"
+
+const CliCase kCases[] = {
+    // Version and usage.
+    {"version", "", "--version", 0, "zul 1.", ""},
+    {"nothing", "", "", 2, "usage: zul COMMAND", ""},
+    {"unknown command", "", "frobnicate", 2, "zul: unknown command \"frobnicate\"\nTry", ""},
+    {"unknown tool option", "", "-v", 2, "zul: unknown option \"-v\"", ""},
+    {"unknown command option", "", "compress --frob {d}/a.las", 2,
+     "unknown option \"--frob\"\nTry 'zul compress --help'", ""},
+    {"missing value", "", "compress {d}/a.las --step", 2, "--step", ""},
+    {"help of a command", "", "help verify", 0, "Usage: zul verify", ""},
+    {"no input", "", "info", 2, "no input file given", ""},
+    {"a file for a command", "copy sample_c.las scan.las", "{d}/scan.las", 2,
+     "To compress it: zul compress", "scan.las"},
+    // Names, many files and overwrites.
+    {"compress beside", "copy sample_c.las scan.las", "compress -q {d}/scan.las", 0, "",
+     "scan.las scan.zul"},
+    {"compress to a name", "", "compress -q {data}/bun0.pcd {d}/x.zul", 0, "", "x.zul"},
+    {"compress to another format", "", "compress {data}/bun0.pcd {d}/b.ply", 1,
+     "b.ply: compress writes a zul file; name it .zul", ""},
+    // The writer keeps the few bytes of the bunny until it closes: the close fails.
+    {"failed close", "limit 512", "compress {data}/bun0.pcd {d}/b.zul", 1,
+     "b.zul: the file cannot be created or written (write error)", ""},
+    {"existing output kept", "copy sample_c.las scan.las; text scan.zul", "compress {d}/scan.las",
+     1, "scan.zul: exists already; use -f (--force)", "scan.las scan.zul"},
+    {"existing output forced", "copy sample_c.las scan.las; text scan.zul",
+     "compress -q -f {d}/scan.las", 0, "", "scan.las scan.zul"},
+    {"many inputs, one bad",
+     "copy sample_c.las in/a.las; copy 1.2-with-color.las in/b.las; text in/c.las",
+     "compress -q {d}/in/a.las {d}/in/c.las {d}/in/b.las -o {d}/out/", 1,
+     "c.las: the file ends early, inside the LAS header\nzul: 1 of 3 files failed",
+     "in/a.las in/b.las in/c.las out/a.zul out/b.zul"},
+    {"one name for many", "copy sample_c.las a.las; copy sample_c.las b.las",
+     "compress {d}/a.las {d}/b.las -o {d}/c.zul", 2, "names one file for 2 inputs", "a.las b.las"},
+    {"decompress needs a format", BUNNY, "decompress {d}/b.zul", 2, "name the output", "b.zul"},
+    {"decompress beside by format", BUNNY, "decompress -q --format ply {d}/b.zul", 0, "",
+     "b.ply b.zul"},
+    {"decompress many to a folder",
+     "zul compress -q {data}/bun0.pcd {d}/b.zul; zul compress -q "
+     "{data}/colored_cloud.pcd {d}/c.zul",
+     "decompress -q {d}/b.zul {d}/c.zul -o {d}/out/ --format xyz", 0, "",
+     "b.zul c.zul out/b.xyz out/c.xyz"},
+    {"decompress existing output", "zul compress -q {data}/bun0.pcd {d}/b.zul; text b.ply",
+     "decompress {d}/b.zul {d}/b.ply", 1, "b.ply: exists already", "b.ply b.zul"},
+    // Formats by content before the extension, and --format.
+    {"las content under another name", "copy sample_c.las scan.xyz",
+     "compress {d}/scan.xyz {d}/s.zul", 0, "scan.xyz (LAS) ->", "s.zul scan.xyz"},
+    {"format chosen for the output",
+     "zul compress -q {data}/bun0.pcd {d}/b.zul; zul decompress -q "
+     "--format las {d}/b.zul -o {d}/b.dat",
+     "compress -q --step 0.001 {d}/b.dat {d}/c.zul", 0, "", "b.dat b.zul c.zul"},
+    {"format chosen for the input", "text pts.dat", "compress -q --format xyz {d}/pts.dat", 1,
+     "pts.dat: line 1: a line of column names without x, y and z", "pts.dat"},
+    {"zul is not a cloud", BUNNY, "compress --format zul {d}/b.zul", 2, "--format zul", "b.zul"},
+    {"cloud is not zul", "copy sample_c.las s.zul", "decompress {d}/s.zul {d}/s.ply", 1,
+     "s.zul: is a LAS file, not a zul file", "s.zul"},
+    {"unknown format name", BUNNY, "decompress --format e57 {d}/b.zul", 2,
+     "--format \"e57\" is not a format", "b.zul"},
+    // Options that would be ignored.
+    {"normals both ways", "", "compress --normals --no-normals {data}/bun0.pcd {d}/a.zul", 2,
+     "--normals and --no-normals contradict", ""},
+    {"step zero", "", "compress --step 0 {data}/bun0.pcd {d}/a.zul", 2,
+     "--step 0: give a positive step", ""},
+    {"encoding of las", BUNNY, "decompress --encoding ascii {d}/b.zul {d}/b.las", 2,
+     "--encoding applies to PCD and PLY output, not to LAS", "b.zul"},
+    {"las version of ply", BUNNY, "decompress --las-version 1.4 {d}/b.zul {d}/b.ply", 2,
+     "--las-version applies to LAS output", "b.zul"},
+    {"order budget without ordering", "",
+     "compress --order input --order-budget 5 {data}/bun0.pcd {d}/a.zul", 2,
+     "--order-budget orders points", ""},
+    {"progress forced", "", "compress --progress {data}/bun0.pcd {d}/a.zul", 0,
+     "] 100%\r\033[Kzul: ", "a.zul"},
+    // info.
+    {"info bounds", BUNNY, "info --json {d}/b.zul", 0,
+     "\"bounds\": {\"min\": [-0.094, 0.037, -0.055], \"max\": [0.060, 0.184, 0.058]}", "b.zul"},
+    {"info chunk table", BUNNY, "info --json --chunks {d}/b.zul", 0,
+     "\"chunkTable\": [\n    {\"offset\": 172, \"bytes\": ", "b.zul"},
+    {"info of several files", BUNNY, "info --json {d}/b.zul {d}/b.zul", 0,
+     "[\n  {\n    \"file\": ", "b.zul"},
+    {"info of a forged count", BUNNY "; poke b.zul 239 63", "info {d}/b.zul", 1,
+     "b.zul: a chunk claims more points than the memory budget allows", "b.zul"},
+    {"info of a missing file", "", "info {d}/none.zul", 1, "none.zul: the file cannot be opened",
+     ""},
+    // verify and salvage.
+    {"verify intact", BUNNY, "verify {d}/b.zul", 0, "b.zul: OK, 4 chunks, 397 points", "b.zul"},
+    {"verify cut", BUNNY "; cut b.zul 10", "verify {d}/b.zul {d}/b.zul", 1,
+     "): 300 points in 3 chunks before it are intact; the file ends inside a chunk (truncated)",
+     "b.zul"},
+    {"verify of a foreign file", "copy bun0.pcd b.zul", "verify -q {d}/b.zul", 1, "not a zul file",
+     "b.zul"},
+    {"cut file refused", BUNNY "; cut b.zul 10", "decompress {d}/b.zul {d}/b.xyz", 1,
+     "b.zul: the file ends inside a chunk (truncated)", "b.zul"},
+    {"cut file salvaged", BUNNY "; cut b.zul 10", "decompress --salvage {d}/b.zul {d}/b.xyz", 1,
+     "300 points in 3 chunks before it are intact", "b.xyz b.zul"},
+    {"intact file salvaged", BUNNY, "decompress --salvage {d}/b.zul {d}/b.xyz", 0, "397 points",
+     "b.xyz b.zul"},
+    {"cut file salvaged on threads", BUNNY "; cut b.zul 10",
+     "decompress -j 3 --salvage {d}/b.zul {d}/b.xyz", 1,
+     "300 points in 3 chunks before it are intact", "b.xyz b.zul"},
+    // Threads and boxes.
+    {"negative compress threads", "", "compress --threads -2 {data}/bun0.pcd {d}/a.zul", 2,
+     "--threads -2: give 0", ""},
+    {"negative threads", BUNNY, "decompress -j -1 {d}/b.zul {d}/b.xyz", 2,
+     "--threads -1: give 0 (one a core) or more", "b.zul"},
+    {"box upside down", BUNNY, "decompress --bbox 0,0,0,1,-1,1 {d}/b.zul {d}/b.xyz", 2,
+     "--bbox 0,0,0,1,-1,1: the smallest y exceeds the largest", "b.zul"},
+    {"box of NaN", BUNNY, "decompress --bbox 0,nan,0,1,1,1 {d}/b.zul {d}/b.xyz", 2,
+     "NaN is no bound", "b.zul"},
+    {"box of five", BUNNY, "decompress --bbox 0,0,0,1,1 {d}/b.zul {d}/b.xyz", 2, "give six numbers",
+     "b.zul"},
+    {"box of words", BUNNY, "decompress --bbox 0,0,0,1,1,1x {d}/b.zul {d}/b.xyz", 2,
+     "\"1x\" is not a number", "b.zul"},
+    {"box beside the cloud", BUNNY, "decompress --bbox 5,5,5,6,6,6 {d}/b.zul {d}/b.xyz", 0,
+     ": 0 points", "b.xyz b.zul"},
+};
+
+std::string expand(std::string text, const std::string& folder) {
+    for (const auto& [key, value] :
+         {std::pair<std::string, std::string>{"{d}", folder}, {"{data}", ZUL_DATA_DIR}}) {
+        for (size_t at; (at = text.find(key)) != std::string::npos;)
+            text.replace(at, key.size(), value);
+    }
+    return text;
+}
+
+class CommandLine : public ToolTest, public ::testing::WithParamInterface<CliCase> {
+protected:
+    // Every file below the folder, as "sub/name".
+    std::string filesBelow() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+            if (entry.is_regular_file())
+                names.push_back(std::filesystem::relative(entry.path(), folder).string());
+        std::sort(names.begin(), names.end());
+        std::string joined;
+        for (const std::string& name : names) joined += (joined.empty() ? "" : " ") + name;
+        return joined;
+    }
+
+    // Runs the setup steps; returns the files made with "text".
+    std::vector<std::string> prepare(const std::string& setup) {
+        std::vector<std::string> precious;
+        std::stringstream steps(setup);
+        for (std::string step; std::getline(steps, step, ';');) {
+            std::stringstream words(step);
+            std::string verb, name, source;
+            size_t number = 0;
+            words >> verb;
+            if (verb == "zul") {
+                std::getline(words, name);
+                const ToolRun run = runTool(expand(name, folder.string()));
+                EXPECT_EQ(run.exitCode, 0) << step << ": " << run.output;
+                continue;
+            }
+            if (verb == "copy") words >> source;
+            words >> name >> number;
+            if (verb == "limit") {
+                fileLimit = std::stoull(name);
+                continue;
+            }
+            std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
+            std::string content = verb == "copy"   ? readFile(dataFile(source))
+                                  : verb == "text" ? "precious"
+                                                   : readFile(path(name));
+            if (verb == "text") {
+                precious.push_back(name);
+            } else if (verb == "cut") {
+                content.resize(content.size() - number);
+            } else if (verb == "poke") {
+                int value = 0;
+                words >> value;
+                content.at(number) = static_cast<char>(value);
+            } else if (verb != "copy") {
+                ADD_FAILURE() << "unknown step " << step;
+            }
+            writeFile(path(name), content);
+        }
+        return precious;
+    }
+
+    rlim_t fileLimit = RLIM_INFINITY;
+};
+
+TEST_P(CommandLine, ExitsSaysAndWrites) {
+    const CliCase& c = GetParam();
+    const std::vector<std::string> precious = prepare(c.setup);
+    // A write past the limit fails (EFBIG) rather than ending the program.
+    rlimit saved;
+    ::getrlimit(RLIMIT_FSIZE, &saved);
+    rlimit limited = {std::min(fileLimit, saved.rlim_max), saved.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limited);
+    const auto handler = ::signal(SIGXFSZ, SIG_IGN);
+    const ToolRun run = runTool(expand(c.arguments, folder.string()));
+    ::signal(SIGXFSZ, handler);
+    ::setrlimit(RLIMIT_FSIZE, &saved);
+    EXPECT_EQ(run.exitCode, c.exitCode) << run.output;
+    EXPECT_NE(run.output.find(expand(c.message, folder.string())), std::string::npos) << run.output;
+    EXPECT_EQ(filesBelow(), c.files);
+    // A failed run leaves the files it found as they were.
+    for (size_t i = 0; i < precious.size() && c.exitCode != 0; ++i)
+        EXPECT_EQ(readFile(path(precious[i])), "precious") << precious[i];
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, CommandLine, ::testing::ValuesIn(kCases), NameOfCase());
+
+class CommandLineRun : public ToolTest {};
+
+// A box (its bounds exact points, through the sensor header's matrix) keeps exactly the lines of
+// the full output whose points lie within it, bounds included; and the thread count changes no
+// byte.
+TEST_F(CommandLineRun, BoxKeepsThePointsWithinItAndThreadsChangeNothing) {
+    ASSERT_TRUE(
+        toolSucceeds("compress -q --chunk 37 --rotate 0 -1 0 1 0 0 0 0 1 --scale 2 --translate "
+                     "10 20 30 " +
+                     dataFile("bun0.pcd") + " " + path("b.zul")));
+    const std::vector<zul_Point> points = readZul(path("b.zul")).points;
+    ASSERT_GT(points.size(), 300u);
+    double low[3], high[3];
+    for (int a = 0; a < 3; ++a) {
+        std::vector<double> values;
+        for (const zul_Point& p : points) values.push_back(p.position[a]);
+        std::sort(values.begin(), values.end());
+        low[a] = values[values.size() / 4];
+        high[a] = values[values.size() * 3 / 4];
+    }
+    char box[300];
+    std::snprintf(box, sizeof box, "%.17g,%.17g,%.17g,%.17g,%.17g,%.17g", low[0], low[1], low[2],
+                  high[0], high[1], high[2]);
+    for (const char* threads : {"1", "2", "0"}) {
+        ASSERT_TRUE(toolSucceeds(std::string("decompress -q -j ") + threads + " " + path("b.zul") +
+                                 " " + path(std::string("full") + threads + ".xyz")));
+    }
+    EXPECT_EQ(readFile(path("full2.xyz")), readFile(path("full1.xyz")));
+    EXPECT_EQ(readFile(path("full0.xyz")), readFile(path("full1.xyz")));
+    // Text takes any count; PLY's header holds the count, found before the first point is written.
+    for (const std::string output : {".xyz", ".ply"}) {
+        const std::string ascii = output == ".ply" ? " --encoding ascii " : " ";
+        ASSERT_TRUE(toolSucceeds("decompress -q -j 1" + ascii + path("b.zul") + " " +
+                                 path("whole" + output)));
+        ASSERT_TRUE(toolSucceeds("decompress -q -j 2" + ascii + "--bbox " + std::string(box) + " " +
+                                 path("b.zul") + " " + path("box" + output)));
+        std::stringstream full(readFile(path("whole" + output)));
+        std::string expected, line;
+        size_t at = 0, kept = 0, onBound = 0;
+        while (std::getline(full, line)) {
+            if (line.empty() || !(std::isdigit(line[0]) || line[0] == '-')) {
+                expected += line + "\n";  // a header line
+                continue;
+            }
+            ASSERT_LT(at, points.size());
+            const double* p = points[at++].position;
+            bool inside = true;
+            for (int a = 0; a < 3; ++a) {
+                inside = inside && p[a] >= low[a] && p[a] <= high[a];
+                onBound += inside && (p[a] == low[a] || p[a] == high[a]);
+            }
+            if (inside) expected += line + "\n", ++kept;
+        }
+        const std::string count = "element vertex " + std::to_string(points.size()) + "\n";
+        if (output == ".ply" && expected.find(count) != std::string::npos)
+            expected.replace(expected.find(count), count.size(),
+                             "element vertex " + std::to_string(kept) + "\n");
+        EXPECT_EQ(at, points.size()) << output;
+        EXPECT_GT(kept, 0u) << output;
+        EXPECT_GT(onBound, 0u) << output;
+        EXPECT_EQ(readFile(path("box" + output)), expected) << output;
+    }
+}
+
+// A file with its sync marker (read where its first chunk starts) blanked wherever it occurs.
+std::string withoutMarker(const std::string& path) {
+    zul_idx_Index index = nullptr;
+    zul_idx_Chunk first = {};
+    EXPECT_EQ(zul_idx_openFile(&index, path.c_str(), nullptr), zul_STATUS_OK);
+    EXPECT_EQ(zul_idx_getChunk(index, 0, &first), zul_STATUS_OK);
+    zul_idx_close(&index);
+    std::string bytes = readFile(path);
+    const std::string marker = bytes.substr(static_cast<size_t>(first.offset), 16);
+    for (size_t at; (at = bytes.find(marker)) != std::string::npos;)
+        bytes.replace(at, 16, 16, '\0');
+    return bytes;
+}
+
+// Compress on several threads writes what one thread writes, in every order, but for the sync
+// marker each run draws.
+TEST_F(CommandLineRun, CompressThreadsChangeNoByte) {
+    for (const char* order : {"plan", "kd", "input"}) {
+        for (const char* threads : {"1", "3"}) {
+            ASSERT_EQ(
+                runTool(std::string("compress -q --chunk 500 --order ") + order + " -j " + threads +
+                        " " + dataFile("sample_c.las") + " " + path(std::string(threads) + ".zul"))
+                    .exitCode,
+                0);
+        }
+        const std::string one = withoutMarker(path("1.zul"));
+        EXPECT_GT(one.size(), 10000u);
+        EXPECT_EQ(withoutMarker(path("3.zul")), one) << order;
+        std::filesystem::remove(path("1.zul"));
+        std::filesystem::remove(path("3.zul"));
+    }
+}
+
+// SIGINT and SIGTERM in the middle of writing: the partial output goes, the tool dies of the
+// signal (the shell's 130 and 143), and the folder holds what it held before.
+TEST_F(CommandLineRun, InterruptLeavesNothing) {
+    ASSERT_TRUE(toolSucceeds("demo -q --points 300000 --keep " + path("big.zul")));
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ::signal(SIGINT, SIG_DFL);
+            ::execl(ZUL_TOOL_PATH, ZUL_TOOL_PATH, "decompress", "-q", path("big.zul").c_str(),
+                    path("big.xyz").c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        // Waits for the partial file, then interrupts.
+        const auto partial = [&] {
+            for (const std::string& name : folderContents()) {
+                if (name.find(".partial-") != std::string::npos) return true;
+            }
+            return false;
+        };
+        const auto start = std::chrono::steady_clock::now();
+        while (!partial() && std::chrono::steady_clock::now() - start < std::chrono::seconds(30)) {
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        ::kill(child, signal);
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "exit " << WEXITSTATUS(status);
+        EXPECT_EQ(128 + WTERMSIG(status), signal == SIGINT ? 130 : 143);
+        EXPECT_EQ(folderContents(), std::vector<std::string>{"big.zul"});
+    }
+}
+
+}  // namespace
