@@ -1,6 +1,6 @@
 // The seed corpus of the ROS message target, in FOLDER/ros: small sensor-shaped messages in each
-// serialisation, as PointCloud2 and as CompressedPointCloud2, each behind the mode byte the
-// target reads first.
+// serialisation, as PointCloud2 and as CompressedPointCloud2 (with a companion and with the
+// message's own columns), each behind the mode byte the target reads first.
 //
 //   make_ros_seeds FOLDER
 #include <cstdio>
@@ -47,6 +47,9 @@ int main(int argc, char** argv) {
             EncodeOptions options;
             options.chunkPoints = 16;
             save(folder / (name + "_compressed.in"), family,
+                 writeCompressedPointCloud2(compressCloud(cloud, options)));
+            options.companion = false;
+            save(folder / (name + "_compressed_own_columns.in"), family,
                  writeCompressedPointCloud2(compressCloud(cloud, options)));
         }
     }
