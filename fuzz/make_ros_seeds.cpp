@@ -8,8 +8,8 @@
 #include <fstream>
 #include <string>
 
-#include "sensor_messages.h"
-#include "zul_ros.h"
+#include "ros/sample/sensor_messages.h"
+#include "ros/zul_ros.h"
 
 using namespace zul::ros;
 namespace fs = std::filesystem;

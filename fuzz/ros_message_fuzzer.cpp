@@ -8,10 +8,10 @@
 // A compressed message may claim at most 16 MiB of data.
 #include <vector>
 
-#include "cloud_compare.h"
-#include "compressed_blob.h"
 #include "fuzz_support.h"
-#include "zul_ros.h"
+#include "ros/compressed_blob.h"
+#include "ros/sample/cloud_compare.h"
+#include "ros/zul_ros.h"
 
 using namespace zul::ros;
 

@@ -9,8 +9,8 @@
 #include <cmath>
 #include <vector>
 
-#include "cloud_layout.h"
-#include "point_access.h"
+#include "ros/cloud_layout.h"
+#include "ros/point_access.h"
 
 using namespace zul::ros;
 

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "cloud_message.h"
+#include "ros/cloud_message.h"
 
 struct DracoFigures {
     size_t bytes = 0;

@@ -12,9 +12,9 @@
 #include <cstdlib>
 #include <string>
 
+#include "ros/sample/sensor_messages.h"
+#include "ros/zul_ros.h"
 #include "ros_draco_run.h"
-#include "sensor_messages.h"
-#include "zul_ros.h"
 
 using namespace zul::ros;
 using zul::ros::testing::Sensor;

@@ -6,10 +6,10 @@
 #include <iostream>
 #include <memory>
 
-#include "bag_files.h"
 #include "commands/output_file.h"
 #include "commands/progress_bar.h"
 #include "formats/cloud.h"
+#include "ros/bag_files.h"
 
 namespace zulconvert {
 

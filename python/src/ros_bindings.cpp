@@ -5,9 +5,9 @@
 
 #include <string>
 
-#include "bag_files.h"
 #include "bindings.h"
-#include "zul_ros.h"
+#include "ros/bag_files.h"
+#include "ros/zul_ros.h"
 
 namespace py = pybind11;
 using namespace zul::ros;

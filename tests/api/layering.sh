@@ -20,8 +20,10 @@ allowed() {
         convert/formats) echo "base formats" ;;
         convert/planner) echo "base planner" ;;
         convert/synthetic) echo "synthetic" ;;
-        convert/commands) echo "base formats planner synthetic commands" ;;
-        tools/zul | python/src | bench) echo "base formats planner synthetic commands" ;;
+        convert/ros) echo "ros" ;;
+        convert/commands) echo "base formats planner synthetic ros commands" ;;
+        tools/zul | python/src | bench) echo "base formats planner synthetic ros commands" ;;
+        fuzz) echo "formats ros" ;;
         *) echo "" ;;
     esac
 }

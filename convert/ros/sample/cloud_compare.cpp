@@ -3,8 +3,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "cloud_layout.h"
-#include "point_access.h"
+#include "ros/cloud_layout.h"
+#include "ros/point_access.h"
 
 namespace zul::ros::testing {
 

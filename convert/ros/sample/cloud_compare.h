@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "cloud_message.h"
+#include "ros/cloud_message.h"
 
 namespace zul::ros::testing {
 

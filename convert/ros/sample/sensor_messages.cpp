@@ -5,8 +5,8 @@
 #include <limits>
 #include <random>
 
-#include "byte_order.h"
-#include "cloud_layout.h"
+#include "ros/byte_order.h"
+#include "ros/cloud_layout.h"
 
 namespace zul::ros::testing {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cloud_message.h"
+#include "ros/cloud_message.h"
 
 namespace zul::ros::testing {
 

@@ -9,10 +9,10 @@
 #include <fstream>
 #include <sstream>
 
-#include "bag_files.h"
-#include "cloud_compare.h"
-#include "ros1_bag_records.h"
-#include "sensor_messages.h"
+#include "ros/bag_files.h"
+#include "ros/ros1_bag_records.h"
+#include "ros/sample/cloud_compare.h"
+#include "ros/sample/sensor_messages.h"
 
 namespace zul::ros {
 namespace {

@@ -5,10 +5,10 @@
 
 #include <functional>
 
-#include "cloud_layout.h"
-#include "compressed_blob.h"
-#include "sensor_messages.h"
-#include "zul_ros.h"
+#include "ros/cloud_layout.h"
+#include "ros/compressed_blob.h"
+#include "ros/sample/sensor_messages.h"
+#include "ros/zul_ros.h"
 
 namespace zul::ros {
 namespace {

@@ -9,12 +9,12 @@
 #include <functional>
 #include <limits>
 
-#include "byte_order.h"
-#include "cloud_compare.h"
-#include "cloud_layout.h"
-#include "point_access.h"
-#include "sensor_messages.h"
-#include "zul_ros.h"
+#include "ros/byte_order.h"
+#include "ros/cloud_layout.h"
+#include "ros/point_access.h"
+#include "ros/sample/cloud_compare.h"
+#include "ros/sample/sensor_messages.h"
+#include "ros/zul_ros.h"
 
 namespace zul::ros {
 namespace {

@@ -1,7 +1,7 @@
 // ROS 1 bags written here of sensor-shaped clouds and another topic: compressed, listed, restored
 // and compared message by message; a bag cut short keeps the chunks before the cut and names it.
 // (python/tests/test_ros.py checks the bags against Debian's rosbag.)
-#include "ros1_bag.h"
+#include "ros/ros1_bag.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -9,9 +9,9 @@
 #include <filesystem>
 #include <map>
 
-#include "cloud_compare.h"
-#include "ros1_bag_records.h"
-#include "sensor_messages.h"
+#include "ros/ros1_bag_records.h"
+#include "ros/sample/cloud_compare.h"
+#include "ros/sample/sensor_messages.h"
 
 namespace zul::ros {
 namespace {

@@ -1,6 +1,6 @@
 // ROS 2 SQLite bags of sensor-shaped clouds and other topics: compressed, listed, restored and
 // compared message by message; a damaged message is named and left as it was.
-#include "sqlite_bag.h"
+#include "ros/sqlite_bag.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -10,8 +10,8 @@
 #include <fstream>
 #include <map>
 
-#include "cloud_compare.h"
-#include "sensor_messages.h"
+#include "ros/sample/cloud_compare.h"
+#include "ros/sample/sensor_messages.h"
 
 namespace zul::ros {
 namespace {
