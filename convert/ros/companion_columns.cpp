@@ -74,8 +74,6 @@ CompanionWriter::CompanionWriter(const CloudLayout& layout, const uint8_t* strea
     check(zul_xout_beginStream(writer_, streamHead, headSize), "the stream's head refused");
 }
 
-CompanionWriter::~CompanionWriter() { zul_xout_close(&writer_); }
-
 void CompanionWriter::chunk(const PointCloud2& message, const uint8_t* bytes, size_t size,
                             const std::vector<uint32_t>& stored) {
     check(zul_xout_addChunkBytes(writer_, bytes, size), "a chunk refused");
@@ -132,8 +130,6 @@ CompanionColumnReader::CompanionColumnReader(const CloudLayout& layout, const ui
     }
     values_.resize(fields_.size());
 }
-
-CompanionColumnReader::~CompanionColumnReader() { zul_xin_close(&reader_); }
 
 void CompanionColumnReader::readChunk(int64_t chunk, uint32_t n, std::vector<uint64_t>& order) {
     order.resize(n);

@@ -33,7 +33,6 @@ std::vector<CompanionField> companionFields(const CloudLayout& layout);
 class CompanionWriter {
 public:
     CompanionWriter(const CloudLayout& layout, const uint8_t* streamHead, size_t headSize);
-    ~CompanionWriter();
     // The chunk's bytes as the encoder gave them, and the message index of each of its points in
     // stored order.
     void chunk(const PointCloud2& message, const uint8_t* bytes, size_t size,
@@ -43,7 +42,12 @@ public:
 private:
     std::vector<CompanionField> fields_;
     bool bigEndian_;
-    zul_xout_Writer writer_ = nullptr;
+    // Closed also when the constructor throws.
+    struct Handle {
+        zul_xout_Writer value = nullptr;
+        ~Handle() { zul_xout_close(&value); }
+    } handle_;
+    zul_xout_Writer& writer_ = handle_.value;
     int64_t chunks_ = 0;
     std::vector<uint8_t> values_;
     std::vector<uint64_t> order_;
@@ -54,7 +58,6 @@ class CompanionColumnReader {
 public:
     CompanionColumnReader(const CloudLayout& layout, const uint8_t* companion, size_t size,
                           const uint8_t* stream, size_t streamSize, size_t chunks);
-    ~CompanionColumnReader();
     // Reads chunk `chunk` of `n` points: `order` gets each stored point's message index;
     // place() then writes its field values.
     void readChunk(int64_t chunk, uint32_t n, std::vector<uint64_t>& order);
@@ -64,7 +67,12 @@ public:
 private:
     std::vector<CompanionField> fields_;
     bool bigEndian_;
-    zul_xin_Reader reader_ = nullptr;
+    // Closed also when the constructor throws.
+    struct Handle {
+        zul_xin_Reader value = nullptr;
+        ~Handle() { zul_xin_close(&value); }
+    } handle_;
+    zul_xin_Reader& reader_ = handle_.value;
     std::vector<std::vector<uint8_t>> values_;
 };
 
