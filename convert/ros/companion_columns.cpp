@@ -1,5 +1,6 @@
 #include "companion_columns.h"
 
+#include <algorithm>
 #include <set>
 
 #include "point_access.h"
@@ -48,9 +49,14 @@ std::vector<CompanionField> companionFields(const CloudLayout& layout) {
             field.name = range.count > 1 && !range.padding
                              ? range.name + "[" + std::to_string(k) + "]"
                              : range.name;
-            if (field.name.empty() || field.name.size() > ZUL_FIELD_NAME_MAX ||
-                taken.count(field.name))
+            // The companion takes names of UTF-8 without NUL; a message's may hold any bytes.
+            const bool plain = std::all_of(field.name.begin(), field.name.end(),
+                                           [](char c) { return c >= 0x20 && c < 0x7f; });
+            if (field.name.empty() || !plain || field.name.size() > ZUL_FIELD_NAME_MAX ||
+                taken.count(field.name)) {
                 field.name = "#" + std::to_string(r) + "." + std::to_string(k);
+                while (taken.count(field.name)) field.name += "_";
+            }
             taken.insert(field.name);
             field.type = range.padding ? zul_FIELD_RAW : fieldType(range.datatype);
             field.width = range.padding ? range.count : range.valueSize;

@@ -26,7 +26,8 @@ struct CompanionField {
 
 // The columns a layout gives, in order, with names the companion takes (unique, at most 47
 // bytes): the field's name, NAME[k] for value k of a field of several, padding@OFFSET; a name that
-// is too long or already taken becomes #R.K (range R, value K).
+// is empty, too long, already taken or not of printable ASCII becomes #R.K (range R, value K),
+// with '_' appended while that is taken.
 std::vector<CompanionField> companionFields(const CloudLayout& layout);
 
 // Writes the companion while the stream's chunks are made.

@@ -209,6 +209,15 @@ const Quirk kQuirks[] = {
          m = wide;
      },
      false},
+    // Names the companion cannot take as they are (a NUL inside, other bytes, a clash with the
+    // names it is given instead; the fuzz target found the first).
+    {"odd_field_names", Sensor::OrganisedLidar,
+     [](PointCloud2& m) {
+         m.cloud.fields[6].name = std::string("r\0ng", 4);
+         m.cloud.fields[7].name = "\xff\xfe";
+         m.cloud.fields[8].name = "#5.0";
+     },
+     true},
     {"uint8_intensity", Sensor::OrganisedLidar,
      [](PointCloud2& m) {
          m.cloud.fields[3] = {"intensity", 16, kUint8, 1};
