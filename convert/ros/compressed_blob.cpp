@@ -145,8 +145,9 @@ std::vector<Column> companionModeColumns(const CloudLayout&, uint32_t pointStep,
 
 std::vector<DataPart> describeCompressedData(const uint8_t* bytes, size_t size) {
     const BlobHead head = readBlobHead(bytes, size);
+    const char* stream = head.flags & kCompanion ? "stream+companion" : "stream";
     std::vector<DataPart> parts{{"head", kBlobHeadSize, kBlobHeadSize},
-                                {"stream", head.streamSize, head.streamSize}};
+                                {stream, head.streamSize, head.streamSize}};
     size_t pos = kBlobHeadSize + head.streamSize;
     auto get = [&](int n) {
         if (size_t(n) > size - pos) throw Error("the column container ends inside a column");

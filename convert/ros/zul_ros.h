@@ -61,7 +61,8 @@ std::vector<uint8_t> compressMessage(const uint8_t* bytes, size_t size, Serializ
 std::vector<uint8_t> decompressMessage(const uint8_t* bytes, size_t size, Serialization family,
                                        const DecodeOptions& options = {});
 
-// The parts of a compressed_data, for figures and `info`: "head", "stream", then each column by
+// The parts of a compressed_data, for figures: "head", "stream" (or "stream+companion", the one
+// blob of both), then each column of the message's own container by
 // name, with the bytes it holds uncoded and coded. Reads the framing only; throws Error for a
 // compressed_data whose framing is damaged.
 struct DataPart {
