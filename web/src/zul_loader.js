@@ -283,7 +283,9 @@
     }
   }
 
-  // Loads a cloud. `source` is {bytes}, {file} or {url}. Options: box {min, max}, budget
+  // Loads a cloud. `source` is {bytes}, {file} or {url}, with `companion` as openCompanion takes
+  // it; its fields come in the chunk events, or, for chunks delivered before their blocks were
+  // read, in `fields` events. Options: box {min, max}, budget
   // (points), maxChunkPoints, firstRange (bytes), stallMs, views (a chunk event's arrays are views
   // into the decoder's memory, valid during the event only). Events: header {info, fileSize}, chunk {listing,
   // points}, listed {chunks} (the whole index, when it was walked), note {message}, damage
@@ -294,7 +296,8 @@
     const counter = new Counter(options.stallMs);
     const link = new CompanionLink(emit, source.file ? source.file.name : source.url ? baseName(source.url) : (source.name || 'the stream'));
     // From a URL the companion's head is read while the stream's first bytes arrive.
-    const companionOpened = openCompanion(wasm, source, counter, emit);
+    const companionCounter = new Counter(options.stallMs);
+    const companionOpened = openCompanion(wasm, source, companionCounter, emit);
     if (!source.url) link.open(await companionOpened);
     const chooser = new Chooser(options, emit);
     const stats = { requests: 0, bytes: 0, firstPoints: null, mode: null };
@@ -315,7 +318,9 @@
         emit({ type: 'damage', damage: { status: error.status, message: error.message, chunk: listing.index, offset: listing.offset } });
         return;
       }
-      if (!stats.firstPoints) stats.firstPoints = { requests: counter.requests, bytes: counter.bytes };
+      if (!stats.firstPoints) {
+        stats.firstPoints = { requests: counter.requests, bytes: counter.bytes, companionRequests: companionCounter.requests };
+      }
       points.fields = link.fieldsOf(listing) || {};
       emit({ type: 'chunk', listing, points });
     };
@@ -362,10 +367,11 @@
       }
     } finally {
       decoder.close();
-      stats.requests = counter.requests;
+      stats.requests = counter.requests + companionCounter.requests;
+      stats.companionRequests = companionCounter.requests;
       stats.headerRequests = counter.headerRequests;
       stats.chunkRequests = counter.chunkRequests;
-      stats.bytes = counter.bytes;
+      stats.bytes = counter.bytes + companionCounter.bytes;
       stats.header = header;
     }
     emit({ type: 'done', stats });
