@@ -6,7 +6,11 @@
 // beside zul_core.js.
 (function (root) {
   'use strict';
-  const fzstd = root.fzstd || (typeof require === 'function' ? require('fzstd') : null);
+  // In a worker, vendor/fzstd.js imported before; in Node, the package, or the built folder's copy.
+  const fromNode = () => {
+    try { return require('fzstd'); } catch (error) { return require('../vendor/fzstd.js'); }
+  };
+  const fzstd = root.fzstd || (typeof require === 'function' ? fromNode() : null);
 
   const MAGIC = [0x89, 0x5a, 0x55, 0x4c, 0x58, 0x0d, 0x0a, 0x1a];
   const HEADER_SIZE = 112;
