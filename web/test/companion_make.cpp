@@ -19,12 +19,11 @@ struct Column {
     int32_t width;
 };
 
-const Column kAll[] = {{"u8", zul_FIELD_U8, 1},    {"i8", zul_FIELD_I8, 1},
-                       {"u16", zul_FIELD_U16, 2},  {"i16", zul_FIELD_I16, 2},
-                       {"u32", zul_FIELD_U32, 4},  {"i32", zul_FIELD_I32, 4},
-                       {"u64", zul_FIELD_U64, 8},  {"i64", zul_FIELD_I64, 8},
-                       {"f32", zul_FIELD_F32, 4},  {"f64", zul_FIELD_F64, 8},
-                       {"raw3", zul_FIELD_RAW, 3}, {"smooth_u64", zul_FIELD_U64, 8}};
+const Column kAll[] = {
+    {"u8", zul_FIELD_U8, 1},   {"i8", zul_FIELD_I8, 1},    {"u16", zul_FIELD_U16, 2},
+    {"i16", zul_FIELD_I16, 2}, {"u32", zul_FIELD_U32, 4},  {"i32", zul_FIELD_I32, 4},
+    {"u64", zul_FIELD_U64, 8}, {"i64", zul_FIELD_I64, 8},  {"f32", zul_FIELD_F32, 4},
+    {"f64", zul_FIELD_F64, 8}, {"raw3", zul_FIELD_RAW, 3}, {"smooth_u64", zul_FIELD_U64, 8}};
 const Column kLas[] = {{"classification", zul_FIELD_U8, 1},
                        {"gps_time", zul_FIELD_F64, 8},
                        {"return_number", zul_FIELD_U8, 1}};
@@ -50,7 +49,8 @@ void valueOf(const std::string& name, zul_FieldType type, uint64_t i, uint8_t* o
         std::memcpy(out, &v, 8);
     } else if (type == zul_FIELD_F32) {
         // 1000 with noise in the low mantissa bits: the XOR with the value before codes it best.
-        const uint32_t bits = i % 50 == 3 ? 0x7F7FFFFFu : 0x447A0000u | static_cast<uint32_t>(noise & 0xFFF);
+        const uint32_t bits =
+            i % 50 == 3 ? 0x7F7FFFFFu : 0x447A0000u | static_cast<uint32_t>(noise & 0xFFF);
         std::memcpy(out, &bits, 4);
     } else if (name == "smooth_u64") {
         const uint64_t v = 0xFFFFFFFFull * 3 + i * 4099;  // crosses 32-bit boundaries
@@ -88,8 +88,7 @@ bool run(const char* stream, const char* out, const std::string& prefix, bool al
         s = zul_idx_getChunk(index, c, &chunk);
         const uint64_t n = static_cast<uint64_t>(chunk.numPoints);
         std::vector<uint64_t> inputs(n);
-        for (uint64_t p = 0; p < n; ++p)
-            inputs[p] = first + (c % 2 ? n - 1 - p : (p * 7919) % n);
+        for (uint64_t p = 0; p < n; ++p) inputs[p] = first + (c % 2 ? n - 1 - p : (p * 7919) % n);
         for (int f = 0; f < numColumns && s == zul_STATUS_OK; ++f) {
             std::vector<uint8_t> values(n * static_cast<size_t>(columns[f].width));
             for (uint64_t p = 0; p < n; ++p)
@@ -124,7 +123,8 @@ bool run(const char* stream, const char* out, const std::string& prefix, bool al
             std::vector<uint8_t> values(static_cast<size_t>(chunk.chunk.numPoints) * field.width);
             if (s == zul_STATUS_OK)
                 s = zul_xin_readColumn(reader, c, f, values.data(), chunk.chunk.numPoints);
-            if (s == zul_STATUS_OK && std::fwrite(values.data(), 1, values.size(), raw) != values.size())
+            if (s == zul_STATUS_OK &&
+                std::fwrite(values.data(), 1, values.size(), raw) != values.size())
                 s = zul_STATUS_WRITE_ERROR;
         }
         if (!raw || std::fclose(raw) != 0) s = zul_STATUS_WRITE_ERROR;
