@@ -4,7 +4,8 @@
 // precision near the cloud; `exact: true` in the options adds the decoder's Float64Array.
 /* global ZulWasm, ZulCore, ZulLoader */
 'use strict';
-importScripts('../dist/zul_wasm.js', '../vendor/fzstd.js', 'zul_core.js', 'zul_companion.js', 'zul_loader.js');
+importScripts('../dist/zul_wasm.js', '../vendor/fzstd.js', 'zul_core.js', 'zul_companion.js', 'zul_fetch.js',
+              'zul_loader.js');
 
 const wasmReady = ZulWasm({ locateFile: (name) => '../dist/' + name });
 
