@@ -16,6 +16,7 @@
 
   const FIRST_RANGE = 1 << 20;   // bytes of the first request
   const COMPANION_RANGE = 1 << 16;  // bytes of the first request for a companion's head
+  const BLOCK_GAP = 1 << 16;        // blocks this near are read in one request, the gap with them
 
   // Decides which chunks to decode: those meeting the box, within the point budget; once a
   // first chunk tells how many points a byte holds, a file estimated beyond the budget is
@@ -176,12 +177,14 @@
       return !reason;
     }
 
-    // Fetches the blocks of these chunks (ascending), neighbours in one read.
+    // Fetches the blocks of these chunks (ascending), in one read where they lie less than
+    // BLOCK_GAP bytes apart (a sample's blocks, every other chunk's).
     async fetchBlocks(indices) {
       const chunks = this.opened.companion.chunks;
       for (let i = 0; i < indices.length;) {
         let end = i + 1;
-        while (end < indices.length && indices[end] === indices[end - 1] + 1) end += 1;
+        while (end < indices.length && chunks[indices[end]].blockOffset -
+               (chunks[indices[end - 1]].blockOffset + chunks[indices[end - 1]].blockSize) <= BLOCK_GAP) end += 1;
         const from = chunks[indices[i]].blockOffset;
         const last = chunks[indices[end - 1]];
         const bytes = await this.opened.read(from, last.blockOffset + last.blockSize);
@@ -393,6 +396,8 @@
       next += 1;
     }
     emit({ type: 'listed', chunks: listed.filter(Boolean) });
+    // The blocks of every chosen chunk first: near each other, they come in one or few reads.
+    if (link.active) await link.fetchBlocks(wanted.map((c) => c.index));
     for (let k = 0; k < wanted.length;) {
       let end = k + 1;
       while (end < wanted.length && wanted[end].offset === wanted[end - 1].offset + wanted[end - 1].size) end += 1;
@@ -400,7 +405,6 @@
       const to = wanted[end - 1].offset + wanted[end - 1].size;
       const bytes = await fetchRange(url, from, to, counter);
       counter.chunkRequests += 1;
-      if (link.active) await link.fetchBlocks(wanted.slice(k, end).map((c) => c.index));
       for (let j = k; j < end; ++j) {
         const c = wanted[j];
         if (c.offset + c.size - from > bytes.length) {

@@ -164,12 +164,19 @@ const ROWS = [
   ['a box with a companion', '/range/withx.zul', boxQuery + '&colour=gps_time', (v, requests, companion) => {
     assert.deepStrictEqual(v.chunks.slice().sort((a, b) => a - b), inBox.map((c) => listing.indexOf(c)));
     checkFields(v, inBox.reduce((s, c) => s + c.numPoints, 0));
-    // The chunk index is the companion's: no chunk header read; the first request, the
-    // companion's head, and each run of chunks with its run of blocks.
-    const runs = requests.length - 1;
-    assert.strictEqual(companion.length, 1 + runs);
+    // The chunk index is the companion's: no chunk header read; the first request, the runs of
+    // chunks, the companion's head and the blocks of the chosen chunks in one read.
+    assert.strictEqual(companion.length, 2);
     assert.ok(requests.length + companion.length < boxRequests, `${requests.length} + ${companion.length} requests, ${boxRequests} without the companion`);
     console.log(`page: a box: ${boxRequests} requests without the companion, ${requests.length} + ${companion.length} with it`);
+  }],
+  ['a sample with a companion', '/range/withx.zul', '&first=4096&budget=4000', (v, requests, companion) => {
+    assert.ok(v.sampled && v.points <= 4000 && v.chunks.length >= 2, `${v.points} points`);
+    assert.deepStrictEqual(v.companion.fields.map((f) => f.count), [v.points, v.points, v.points]);
+    assert.ok(!requests.some((r) => /^bytes=(\d+)-(\d+)$/.exec(r.range) && Number(RegExp.$2) + 1 - Number(RegExp.$1) === 16 + v.chunkHeaderSize), 'a chunk header read');
+    // The head, the blocks of the sample's chunks of the first request, those of the others:
+    // near each other, they are read together.
+    assert.strictEqual(companion.length, 3, JSON.stringify(companion));
   }],
   ['a companion of another stream', '/range/other.zul', '', (v) => {
     assert.ok(v.errors.some((e) => /^other\.zulx does not belong to other\.zul: another sync marker; its fields are left out$/.test(e)), v.errors.join('; '));
