@@ -147,6 +147,27 @@ async function companionRows(wasm, server) {
     assert.strictEqual(Object.keys(decoded[1].fields).length, where === 'block' ? 12 : 0, `${what}: fields of chunk 1`);
     opened.close();
   }
+  // Every prefix of a companion, and a bit flipped in every byte: a CompanionError naming the
+  // file, or (a flip in a block) the block named when it is decoded; never another error.
+  const { Companion, CompanionError } = require(path.join(root, 'src', 'zul_companion.js'));
+  const small = companionOf('colored_cloud.pcd');
+  const tryAll = (bytes) => {
+    try {
+      const c = new Companion(wasm, bytes, bytes.length, 'c.zulx');
+      c.chunks.forEach((k) => c.decodeBlock(k.index, bytes.subarray(k.blockOffset, k.blockOffset + k.blockSize)));
+      return 'read';
+    } catch (error) {
+      if (!(error instanceof CompanionError) || !error.message.startsWith('c.zulx: ')) throw error;
+      return 'refused';
+    }
+  };
+  for (let n = 0; n < small.length; ++n) assert.strictEqual(tryAll(small.subarray(0, n)), 'refused', `prefix of ${n} bytes`);
+  for (let at = 0; at < small.length; ++at) {
+    const flipped = small.slice();
+    flipped[at] ^= 1 << (at % 8);
+    // Only the metadata, which the page does not read, may change unnoticed.
+    if (tryAll(flipped) === 'read') assert.ok(at >= Number(new DataView(small.buffer).getBigInt64(80, true)), `a flip at byte ${at} unnoticed`);
+  }
   return `${COMPANIONS.length} companions read field for field as the C library reads them, ${BAD.length} refused or named as damaged`;
 }
 
