@@ -45,17 +45,20 @@ struct DecompressOptions {
     int threads = 0;       // decoding threads; 0: one a core
     bool box = false;      // write only the points within [boxMin, boxMax], bounds included
     double boxMin[3] = {}, boxMax[3] = {};
+    int64_t chunkBudgetMiB = zulbase::kDefaultChunkBudgetMiB;  // what one chunk may take decoded
 };
 
 struct InfoOptions {
     std::vector<std::string> inputs;
     bool json = false;
     bool chunks = false;  // a table of every chunk
+    int64_t chunkBudgetMiB = zulbase::kDefaultChunkBudgetMiB;
 };
 
 struct VerifyOptions {
     std::vector<std::string> inputs;
     bool quiet = false;  // report damaged files only
+    int64_t chunkBudgetMiB = zulbase::kDefaultChunkBudgetMiB;
 };
 
 struct DemoOptions {

@@ -151,23 +151,20 @@ int runDecompress(const DecompressOptions& options) {
     IndexGuard index;
     ZulFileHead head;
     errno = 0;
-    const zul_Status opened = openIndex(options.input, !options.noTransform, index, head);
+    const zul_Status opened = openIndex(options.input, !options.noTransform, options.chunkBudgetMiB, index, head);
     if (opened != zul_STATUS_OK && options.salvage) throwNothingSalvaged(options, opened);
     checkStatus(opened, options.input, ZulStage::Open);
     const zul_DataType& dataType = head.dataType;
     const zul_Header2& header = head.header;
-    int64_t usable = 0;
-    zul_idx_getCounts(index.index, &usable, nullptr);
+    int64_t usable = head.usableChunks;
     const WalkEnd intact =
         options.salvage ? findIntactPoints(options, index.index, head) : WalkEnd{};
     if (options.salvage) {
         usable = static_cast<int64_t>(intact.intactChunks);
     } else {
         // A damaged header is refused before anything is written.
-        zul_Status damage = zul_STATUS_OK;
-        zul_idx_getDamage(index.index, &damage, nullptr, nullptr);
         errno = 0;
-        checkStatus(damage, options.input, ZulStage::Read);
+        checkWalkEnd(options.input, indexEnd(options.input, index.index, head));
     }
     int64_t count = 0;
     std::vector<KeptChunk> kept;

@@ -232,11 +232,19 @@ bool preparePoint(const PointPlan& plan, const CloudReader& reader, zul_Point& p
     }
     if (plan.normals) {
         const float* n = point.normal;
-        // The format cannot store a normal shorter than 1e-6; such a point gets +z.
-        if (!(std::sqrt(double{n[0]} * n[0] + double{n[1]} * n[1] + double{n[2]} * n[2]) >= 1e-6)) {
+        // The format cannot store a normal shorter than 1e-6, nor one with an infinite
+        // component (it has no direction); such a point gets +z, counted.
+        const double length =
+            std::sqrt(double{n[0]} * n[0] + double{n[1]} * n[1] + double{n[2]} * n[2]);
+        const char* change = std::isinf(length) ? "normals with an infinite component stored as "
+                                                  "(0, 0, 1)"
+                             : !(length >= 1e-6) ? "normals of length zero (or not numbers) stored "
+                                                   "as (0, 0, 1)"
+                                                 : nullptr;
+        if (change != nullptr) {
             point.normal[0] = point.normal[1] = 0.0f;
             point.normal[2] = 1.0f;
-            ++tally.changes["normals of length zero (or not numbers) stored as (0, 0, 1)"];
+            ++tally.changes[change];
         }
     }
     return true;
