@@ -38,6 +38,7 @@ struct DecompressOptions {
     bool noTransform = false;
     std::string encoding;  // format-specific (PCD data, PLY format)
     std::string lasVersion = "1.2";
+    int lasColorScale = 0;  // LAS colour: the 8-bit value times 1, 256 or 257 (0: 257, said)
     bool quiet = false;
     std::string format;    // "": the output's extension
     bool force = false;    // replace an existing output

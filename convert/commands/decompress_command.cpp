@@ -188,6 +188,11 @@ int runDecompress(const DecompressOptions& options) {
     if (hasSidecar && format == Format::Las) write.crs = readText(inputSidecar);
     write.encoding = options.encoding;
     write.lasVersion = options.lasVersion;
+    write.lasColorScale = options.lasColorScale != 0 ? options.lasColorScale : 257;
+    if (write.color && format == Format::Las && options.lasColorScale == 0 && !options.quiet) {
+        std::cerr << "zul: LAS colour is written as the stream's 8-bit values times 257 (0 .. "
+                     "65535); --las-color-scale 1 or 256 gives them as a source held them\n";
+    }
     if (write.normals && format == Format::Las && !options.quiet) {
         std::cerr << "zul: LAS has no place for normals; they are left out of " << options.output
                   << "\n";

@@ -81,6 +81,11 @@ int decompress(const std::string& source, const std::string& target, py::dict op
     take(options, "las_version", o.lasVersion);
     take(options, "quiet", o.quiet);
     take(options, "chunk_budget", o.chunkBudgetMiB);
+    take(options, "las_color_scale", o.lasColorScale);
+    if (o.lasColorScale != 0 && o.lasColorScale != 1 && o.lasColorScale != 256 &&
+        o.lasColorScale != 257) {
+        throw py::value_error("las_color_scale: give 1, 256 or 257");
+    }
     if (!zulbase::chunkBudgetValid(o.chunkBudgetMiB)) {
         throw py::value_error("chunk_budget: give 1 to " +
                               std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");

@@ -181,6 +181,10 @@ void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::strin
                  "PCD: binary, ascii, binary_compressed; PLY: binary_little_endian, "
                  "binary_big_endian, ascii");
     d.add_option("--las-version", decompress.lasVersion, "1.2 (default) or 1.4");
+    d.add_option("--las-color-scale", decompress.lasColorScale,
+                 "LAS colour: the stream's 8-bit values times 1, 256 or 257 (default 257, "
+                 "0 .. 65535); compress says which one its input used")
+        ->check(CLI::IsMember({1, 256, 257}));
     d.add_flag("-q,--quiet", decompress.quiet, "no progress bar");
     d.add_option("-j,--threads", decompress.threads, "decoding threads (default 0: one a core)");
     d.add_option("--bbox", box,
