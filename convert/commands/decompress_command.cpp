@@ -181,13 +181,25 @@ int runDecompress(const DecompressOptions& options) {
     write.gridExact = grid.exact;
     std::copy(grid.offset, grid.offset + 3, write.gridOffset);
     write.pointCount = count;
+    write.lasVersion = options.lasVersion;
     // The coordinate system that compress kept beside the file goes into a LAS output, or
     // beside any other.
     const std::string inputSidecar = sidecarPath(options.input);
     const bool hasSidecar = std::filesystem::is_regular_file(inputSidecar);
     if (hasSidecar && format == Format::Las) write.crs = readText(inputSidecar);
+    // LAS 1.2 holds a coordinate system only as EPSG codes in GeoTIFF keys; one without them
+    // goes into LAS 1.4's WKT record rather than failing the output.
+    EpsgCodes codes;
+    std::string noCodes;
+    if (!write.crs.empty() && write.lasVersion == "1.2" && !epsgCodes(write.crs, codes, noCodes)) {
+        write.lasVersion = "1.4";
+        if (!options.quiet) {
+            std::cerr << "zul: " << options.output
+                      << ": written as LAS 1.4, whose WKT record holds the coordinate system: "
+                      << noCodes << " (LAS 1.2 holds one only as EPSG codes)\n";
+        }
+    }
     write.encoding = options.encoding;
-    write.lasVersion = options.lasVersion;
     write.lasColorScale = options.lasColorScale != 0 ? options.lasColorScale : 257;
     if (write.color && format == Format::Las && options.lasColorScale == 0 && !options.quiet) {
         std::cerr << "zul: LAS colour is written as the stream's 8-bit values times 257 (0 .. "

@@ -117,4 +117,29 @@ TEST_P(StreamValues, ComeBackOrAreSaid) {
 
 INSTANTIATE_TEST_SUITE_P(Cases, StreamValues, ::testing::ValuesIn(kCases), NameOfCase());
 
+// A coordinate system without an EPSG code, kept beside the stream, makes a LAS output 1.4 with
+// the system in its WKT record, said, rather than no output.
+TEST_F(ToolTest, LasOutputOfASystemWithoutEpsgCodeIsLas14) {
+    ASSERT_TRUE(toolSucceeds("compress -q " + dataFile("sample_c.las") + " " + path("s.zul")));
+    writeFile(path("s.prj"),
+              "PROJCS[\"custom\",GEOGCS[\"GCS_WGS_1984\",DATUM[\"D_WGS_1984\",SPHEROID[\"WGS_"
+              "1984\",6378137,298.257223563]],PRIMEM[\"Greenwich\",0],UNIT[\"Degree\",0."
+              "017453292519943295]],PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"False_"
+              "Easting\",500000],PARAMETER[\"False_Northing\",0],PARAMETER[\"Central_Meridian\","
+              "13.3],PARAMETER[\"Scale_Factor\",0.9996],PARAMETER[\"Latitude_Of_Origin\",0],"
+              "UNIT[\"Meter\",1]]");
+    const ToolRun run = runTool("decompress " + path("s.zul") + " " + path("s.las"));
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_NE(run.output.find("s.las: written as LAS 1.4, whose WKT record holds the coordinate "
+                              "system"),
+              std::string::npos)
+        << run.output;
+    const std::string las = readFile(path("s.las"));
+    ASSERT_GT(las.size(), 26u);
+    EXPECT_EQ(las[25], 4);
+    std::unique_ptr<zulformats::CloudReader> reader =
+        zulformats::openCloudReader(path("s.las"), zulformats::Format::Las);
+    EXPECT_NE(reader->layout().crs.find("custom"), std::string::npos) << reader->layout().crs;
+}
+
 }  // namespace
