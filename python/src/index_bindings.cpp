@@ -4,6 +4,8 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <unistd.h>
+
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -177,6 +179,22 @@ public:
         if (counted == zul_STATUS_INVALID_ARGUMENT)
             throw py::index_error("chunk number out of range");
         check(counted, path_);
+        // Arrays the machine cannot hold are refused before they are allocated: an
+        // over-committed allocation would be filled until the system kills the interpreter.
+        const int64_t perPoint = 24 + (dataType_.colorMode != zul_COLOR_NONE ? 3 : 0) +
+                                 (dataType_.reflectionMode != zul_REFLECTION_NONE ? 4 : 0) +
+                                 (dataType_.normalMode != zul_NORMAL_NONE ? 12 : 0);
+        const double memory =
+            static_cast<double>(::sysconf(_SC_PHYS_PAGES)) * static_cast<double>(::sysconf(_SC_PAGE_SIZE));
+        if (memory > 0 && static_cast<double>(count) * perPoint > memory) {
+            const std::string message =
+                path_ + ": its " + std::to_string(count) + " points take " +
+                std::to_string(static_cast<int64_t>(count * perPoint >> 20)) +
+                " MiB decoded, more than this machine's memory (read it by box or with "
+                "zul.Reader, chunk by chunk)";
+            PyErr_SetString(PyExc_MemoryError, message.c_str());
+            throw py::error_already_set();
+        }
         const py::ssize_t n = static_cast<py::ssize_t>(count);
         py::array_t<double> positions({n, py::ssize_t{3}});
         py::object colors = py::none(), reflections = py::none(), normals = py::none();

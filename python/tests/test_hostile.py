@@ -2,6 +2,7 @@
 points in 250 bytes, a count past a lowered budget, a NUL inside a name. Each is refused naming
 what is wrong, before anything is allocated, in every reading path (read, Reader, chunks, dask,
 decompress)."""
+import os
 import struct
 
 import numpy as np
@@ -87,3 +88,15 @@ def test_a_budget_that_is_no_size_is_refused(tmp_path, budget, error):
     zul.write(tmp_path / "a.zul", np.zeros((2, 3)))
     with pytest.raises(error, match="chunk_budget"):
         zul.read(tmp_path / "a.zul", chunk_budget=budget)
+
+
+def test_a_file_larger_than_the_machine_is_refused_before_allocating(tmp_path):
+    # 1000 chunks each within the budget (78 kB), 4 billion points together: more than the
+    # machine holds is refused as MemoryError naming the file; the chunk by chunk reader is
+    # offered.
+    path, _ = forged(tmp_path, 4000000, 1000)
+    total = 4000000 * 1000 * 24
+    if os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE") >= total:
+        pytest.skip("this machine holds the arrays")
+    with pytest.raises(MemoryError, match="hostile.zul: its 4000000000 points take"):
+        zul.read(path)
