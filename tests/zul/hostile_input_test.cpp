@@ -4,6 +4,7 @@
 // info, decompress, --salvage, --bbox) refuses what passes the budget, naming the chunk and its
 // claimed count, or decodes what fits, and never dies of memory. One row a case.
 #include <algorithm>
+#include <cstring>
 
 #include "support/test_names.h"
 #include "support/tool_support.h"
@@ -18,6 +19,7 @@ struct HostileCase {
     int copies;         // the chunk of two identical points, repeated
     uint32_t count;     // the count every copy claims (0: as written)
     bool goodFirst;     // a good chunk of two points in front
+    bool shrinkBox;     // the box's largest x one step short of the points (two apart)
     const char* arguments;  // {f} the hostile file, {d} the folder
     int exitCode;
     const char* message;  // a fragment of the output
@@ -26,28 +28,33 @@ struct HostileCase {
 void PrintTo(const HostileCase& c, std::ostream* out) { *out << c.name; }
 
 const HostileCase kCases[] = {
-    {"bomb verify", 1, kBomb, false, "verify {f}", 1,
+    {"bomb verify", 1, kBomb, false, false, "verify {f}", 1,
      "chunk 0 (byte 172) claims 1073741823 points (65536 MiB decoded), more than the memory "
      "budget of 256 MiB a chunk allows"},
-    {"bomb info", 1, kBomb, false, "info {f}", 1, "claims 1073741823 points"},
-    {"bomb decompress", 1, kBomb, false, "decompress -q {f} {d}/out.xyz", 1,
+    {"bomb info", 1, kBomb, false, false, "info {f}", 1, "claims 1073741823 points"},
+    {"bomb decompress", 1, kBomb, false, false, "decompress -q {f} {d}/out.xyz", 1,
      "claims 1073741823 points"},
-    {"bomb salvage", 1, kBomb, false, "decompress -q --salvage {f} {d}/out.xyz", 1,
+    {"bomb salvage", 1, kBomb, false, false, "decompress -q --salvage {f} {d}/out.xyz", 1,
      "salvaged 0 points"},
-    {"bomb box", 1, kBomb, false, "decompress -q --bbox 0,-3,0,2,0,1 {f} {d}/out.xyz", 1,
+    {"bomb box", 1, kBomb, false, false, "decompress -q --bbox 0,-3,0,2,0,1 {f} {d}/out.xyz", 1,
      "claims 1073741823 points"},
-    {"64 bombs", 64, kBomb, false, "verify {f}", 1, "chunk 0 (byte 172) claims 1073741823"},
-    {"bomb behind a good chunk salvaged", 1, kBomb, true,
+    {"64 bombs", 64, kBomb, false, false, "verify {f}", 1, "chunk 0 (byte 172) claims 1073741823"},
+    {"bomb behind a good chunk salvaged", 1, kBomb, true, false,
      "decompress -q --salvage {f} {d}/out.xyz", 1, "salvaged 2 points"},
     // A raised budget lets the chunk through to the allocation, which fails as out of memory.
-    {"bomb with a raised budget", 1, kBomb, false, "verify --chunk-budget 1048576 {f}", 1,
+    {"bomb with a raised budget", 1, kBomb, false, false, "verify --chunk-budget 1048576 {f}", 1,
      "out of memory"},
-    {"forged count within the budget", 1, 4000000, false, "verify {f}", 0,
+    {"forged count within the budget", 1, 4000000, false, false, "verify {f}", 0,
      "OK, 1 chunk, 4000000 points"},
-    {"forged count past a lowered budget", 1, 300000, false, "info --chunk-budget 1 {f}", 1,
+    {"forged count past a lowered budget", 1, 300000, false, false, "info --chunk-budget 1 {f}", 1,
      "chunk 0 (byte 172) claims 300000 points (19 MiB decoded), more than the memory budget of "
      "1 MiB"},
-    {"budget of nothing", 1, 0, false, "verify --chunk-budget 0 {f}", 2,
+    {"points outside their box", 1, 0, false, true, "verify {f}", 1,
+     "damaged at chunk 0 (byte 172): 0 points in 0 chunks before it are intact; a chunk holds "
+     "values no writer produces"},
+    {"points outside their box salvaged", 1, 0, true, true, "decompress -q --salvage {f} {d}/out.xyz",
+     1, "salvaged 2 points"},
+    {"budget of nothing", 1, 0, false, false, "verify --chunk-budget 0 {f}", 2,
      "--chunk-budget 0: give 1 to 1048576 MiB"},
 };
 
@@ -63,23 +70,30 @@ std::string replaceAll(std::string text, const std::string& from, const std::str
 // `copies` times with the count forged, behind a good chunk of two points if asked.
 std::string hostileFile(const HostileCase& c, const std::string& folder) {
     const std::string two = folder + "/two.xyz", zul = folder + "/two.zul";
-    writeFile(two, c.goodFirst ? "1.5 -2 0.5\n1.5 -2 0.5\n1.5 -2 0.5\n1.5 -2 0.5\n"
-                               : "1.5 -2 0.5\n1.5 -2 0.5\n");
-    EXPECT_TRUE(toolSucceeds("compress -q --chunk 2 " + two + " " + zul));
+    const std::string last = c.shrinkBox ? "1.5 -2 0.5\n1.6 -2 0.5\n" : "1.5 -2 0.5\n1.5 -2 0.5\n";
+    writeFile(two, (c.goodFirst ? "1.5 -2 0.5\n1.5 -2 0.5\n" : "") + last);
+    EXPECT_TRUE(toolSucceeds("compress -q --order input --chunk 2 " + two + " " + zul));
     const std::string bytes = readFile(zul);
     zul_idx_Index index = nullptr;
     EXPECT_EQ(zul_idx_openBuffer(&index, bytes.data(), bytes.size(), nullptr), zul_STATUS_OK);
     int64_t chunks = 0;
     zul_idx_getCounts(index, &chunks, nullptr);
-    zul_idx_Chunk last = {};
-    zul_idx_getChunk(index, chunks - 1, &last);
+    zul_idx_Chunk final = {};
+    zul_idx_getChunk(index, chunks - 1, &final);
     zul_idx_close(&index);
-    std::string chunk = bytes.substr(static_cast<size_t>(last.offset));
+    std::string chunk = bytes.substr(static_cast<size_t>(final.offset));
     if (c.count != 0) {
         for (int i = 0; i < 4; ++i)
             chunk[ZUL_SYNC_MARKER_SIZE + 48 + i] = static_cast<char>(c.count >> (8 * i));
     }
-    std::string file = bytes.substr(0, static_cast<size_t>(last.offset));
+    if (c.shrinkBox) {
+        const size_t maxX = ZUL_SYNC_MARKER_SIZE + 24;
+        int64_t x;
+        std::memcpy(&x, &chunk[maxX], 8);
+        --x;
+        std::memcpy(&chunk[maxX], &x, 8);
+    }
+    std::string file = bytes.substr(0, static_cast<size_t>(final.offset));
     for (int k = 0; k < c.copies; ++k) file += chunk;
     return file;
 }
