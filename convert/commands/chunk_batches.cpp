@@ -4,9 +4,7 @@
 #include <new>
 #include <thread>
 
-
 namespace zulconvert {
-
 
 namespace {
 

@@ -187,8 +187,9 @@ WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, int6
 std::string damageText(const WalkEnd& end) {
     if (end.stage == ZulStage::Open) return statusText(end.status, end.stage);
     char before[120];
-    std::snprintf(before, sizeof before, "%" PRId64 " points in %" PRIu64 " chunk%s before it %s intact",
-                  end.intactPoints, end.intactChunks, end.intactChunks == 1 ? "" : "s",
+    std::snprintf(before, sizeof before,
+                  "%" PRId64 " points in %" PRIu64 " chunk%s before it %s intact", end.intactPoints,
+                  end.intactChunks, end.intactChunks == 1 ? "" : "s",
                   end.intactChunks == 1 ? "is" : "are");
     char where[300];
     if (end.status == zul_STATUS_OVER_BUDGET && end.claimedPoints >= 0) {
@@ -200,8 +201,9 @@ std::string damageText(const WalkEnd& end) {
                       end.budgetMiB);
         return where + std::string(before);
     }
-    std::snprintf(where, sizeof where, "damaged at chunk %" PRIu64 " (byte %" PRIu64 "): ",
-                  end.damagedChunk, end.offset);
+    std::snprintf(where, sizeof where,
+                  "damaged at chunk %" PRIu64 " (byte %" PRIu64 "): ", end.damagedChunk,
+                  end.offset);
     return where + std::string(before) + "; " + statusText(end.status, end.stage);
 }
 

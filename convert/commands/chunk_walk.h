@@ -22,7 +22,7 @@ struct ZulFileHead {
     zul_Header2 header = {};
     // Streams present: coordinates, colour, reflection, normals.
     bool present[4] = {true, false, false, false};
-    bool applyTransformation = true;  // as the index was opened
+    bool applyTransformation = true;                      // as the index was opened
     int64_t budgetMiB = zulbase::kDefaultChunkBudgetMiB;  // what one chunk may take decoded
     // The chunks a reader may decode: those the index lists, up to the first one over a budget
     // below the index's default (which the index listed before the budget was known).

@@ -247,8 +247,8 @@ bool preparePoint(const PointPlan& plan, const CloudReader& reader, zul_Point& p
         // component (it has no direction); such a point gets +z, counted.
         const double length =
             std::sqrt(double{n[0]} * n[0] + double{n[1]} * n[1] + double{n[2]} * n[2]);
-        const char* change = std::isinf(length) ? "normals with an infinite component stored as "
-                                                  "(0, 0, 1)"
+        const char* change = std::isinf(length)  ? "normals with an infinite component stored as "
+                                                   "(0, 0, 1)"
                              : !(length >= 1e-6) ? "normals of length zero (or not numbers) stored "
                                                    "as (0, 0, 1)"
                                                  : nullptr;
@@ -273,13 +273,13 @@ void reportTally(const CompressOptions& options, const CloudReader& reader,
     }
     const int colorScale = reader.colorScale();
     if (colorScale == 1 || colorScale == 256) {
-        note(options, options.input + " held 8-bit colour values " +
-                          (colorScale == 1 ? "as they are (0 .. 255)"
-                                           : "times 256 (every low byte 0)") +
-                          " in LAS's 16-bit fields, kept exactly; a zul stream has no place for "
-                          "that scale: `zul decompress --las-color-scale " +
-                          std::to_string(colorScale) +
-                          "` writes them back so (a LAS output's colour is otherwise times 257)");
+        note(options,
+             options.input + " held 8-bit colour values " +
+                 (colorScale == 1 ? "as they are (0 .. 255)" : "times 256 (every low byte 0)") +
+                 " in LAS's 16-bit fields, kept exactly; a zul stream has no place for "
+                 "that scale: `zul decompress --las-color-scale " +
+                 std::to_string(colorScale) +
+                 "` writes them back so (a LAS output's colour is otherwise times 257)");
     }
     if (tally.dropped > 0) {
         note(options, "dropped " + std::to_string(tally.dropped) + " of " +

@@ -24,7 +24,8 @@ int runVerify(const VerifyOptions& options) {
     int damaged = 0;
     for (const std::string& path : options.inputs) {
         ZulFileHead head;
-        const WalkEnd end = walkChunks(path, true, 0, options.chunkBudgetMiB, head, [](const ChunkEntry&) {});
+        const WalkEnd end =
+            walkChunks(path, true, 0, options.chunkBudgetMiB, head, [](const ChunkEntry&) {});
         if (end.status == zul_STATUS_OK) {
             if (!options.quiet) {
                 std::printf("%s: OK, %" PRIu64 " chunk%s, %" PRId64 " points\n%s", path.c_str(),

@@ -118,9 +118,9 @@ struct WriteOptions {
     // integer grid with its scale and translation in the matrix), LAS stores them so.
     bool gridExact = false;
     double gridOffset[3] = {0, 0, 0};
-    std::string crs;         // the coordinate reference system as PROJ reads it, or empty
-    int64_t pointCount = 0;  // exact number of points that will be written (writerNeedsCount)
-    std::string encoding;    // format-specific: "ascii", "binary", "binary_compressed", ...
+    std::string crs;          // the coordinate reference system as PROJ reads it, or empty
+    int64_t pointCount = 0;   // exact number of points that will be written (writerNeedsCount)
+    std::string encoding;     // format-specific: "ascii", "binary", "binary_compressed", ...
     int lasColorScale = 257;  // LAS colour: the 8-bit value times 1, 256 or 257
     std::string lasVersion = "1.2";
 };

@@ -20,12 +20,11 @@ public:
     KittiWriter(const std::string& path, const WriteOptions& options)
         : out_(path),
           halfStep_(options.gridStep / 2),
-          intensityScale_(!options.intensity ? 0.0
-                          : decimalScale(options.maxIntensity)
-                              ? 1.0 / options.maxIntensity
-                          : options.maxIntensity <= 255   ? 1.0 / 255
-                          : options.maxIntensity <= 65535 ? 1.0 / 65535
-                                                          : 1.0 / options.maxIntensity) {}
+          intensityScale_(!options.intensity                   ? 0.0
+                          : decimalScale(options.maxIntensity) ? 1.0 / options.maxIntensity
+                          : options.maxIntensity <= 255        ? 1.0 / 255
+                          : options.maxIntensity <= 65535      ? 1.0 / 65535
+                                                               : 1.0 / options.maxIntensity) {}
 
     void write(const zul_Point& point) override {
         const float record[4] = {static_cast<float>(point.position[0]),

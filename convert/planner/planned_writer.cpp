@@ -1,5 +1,7 @@
 #include "planner/planned_writer.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -39,11 +41,17 @@ bool parseOrder(const std::string& name, Order& order) {
 
 namespace {
 
-// Reserves room for up to `points` points, address space only; where the system refuses that much
-// (a budget near the largest, beyond the machine's memory), as much as it grants down to a
-// floor, beyond which the block grows as points come. A small input never touches the rest.
+// Reserves room for up to `points` points, address space only, and no more than the machine's
+// memory holds (a budget near the largest asks for more); where the system refuses even that, as
+// much as it grants down to a floor, beyond which the block grows as points come. A small input
+// never touches the rest.
 void reserveRoom(LargeVector<zul_Point>& block, size_t points) {
     constexpr size_t kFloor = size_t{1} << 16;
+    const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGE_SIZE);
+    if (pages > 0 && pageSize > 0) {
+        const size_t memory = static_cast<size_t>(pages) * static_cast<size_t>(pageSize);
+        points = std::max(std::min(points, memory / 2 / sizeof(zul_Point)), kFloor);
+    }
     for (;;) {
         try {
             block.reserve(points);

@@ -23,7 +23,8 @@ void take(py::dict& options, const char* key, T& field) {
 // A NUL would end the name the system sees early: another file would be opened or written.
 void checkPath(const std::string& path, const char* role) {
     if (path.find('\0') != std::string::npos)
-        throw py::value_error(std::string(role) + ": a NUL character cannot be part of a file name");
+        throw py::value_error(std::string(role) +
+                              ": a NUL character cannot be part of a file name");
 }
 
 void refuseRest(const py::dict& options, const char* function) {

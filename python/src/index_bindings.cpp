@@ -3,7 +3,6 @@
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
-
 #include <unistd.h>
 
 #include <cmath>
@@ -39,9 +38,9 @@ public:
                                   std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");
         }
         const zul_dec_Params params = {transform ? 1 : 0, {0, 0, 0, 0}};
-        zul_Status status =
-            inMemory ? zul_idx_openBuffer(&index_, bytes_.data(), bytes_.size(), &params)
-                     : zul_idx_openFile(&index_, path.c_str(), &params);
+        zul_Status status = inMemory
+                                ? zul_idx_openBuffer(&index_, bytes_.data(), bytes_.size(), &params)
+                                : zul_idx_openFile(&index_, path.c_str(), &params);
         if (status == zul_STATUS_OK && budgetMiB != zulbase::kDefaultChunkBudgetMiB)
             status = zul_idx_setChunkBudget(index_, budgetMiB << 20);
         if (status != zul_STATUS_OK) {
@@ -184,8 +183,8 @@ public:
         const int64_t perPoint = 24 + (dataType_.colorMode != zul_COLOR_NONE ? 3 : 0) +
                                  (dataType_.reflectionMode != zul_REFLECTION_NONE ? 4 : 0) +
                                  (dataType_.normalMode != zul_NORMAL_NONE ? 12 : 0);
-        const double memory =
-            static_cast<double>(::sysconf(_SC_PHYS_PAGES)) * static_cast<double>(::sysconf(_SC_PAGE_SIZE));
+        const double memory = static_cast<double>(::sysconf(_SC_PHYS_PAGES)) *
+                              static_cast<double>(::sysconf(_SC_PAGE_SIZE));
         if (memory > 0 && static_cast<double>(count) * perPoint > memory) {
             const std::string message =
                 path_ + ": its " + std::to_string(count) + " points take " +
@@ -292,8 +291,7 @@ std::unique_ptr<Index> rangesIndex(const std::string& path, int64_t headBytes,
 void bindIndex(py::module_& m) {
     py::class_<Index>(m, "Index")
         .def(py::init<const std::string&, bool, int64_t>(), py::arg("path"),
-             py::arg("transform") = true,
-             py::arg("chunk_budget") = zulbase::kDefaultChunkBudgetMiB)
+             py::arg("transform") = true, py::arg("chunk_budget") = zulbase::kDefaultChunkBudgetMiB)
         .def("data_type", &Index::dataType)
         .def("sensor", &Index::sensor)
         .def("chunks", &Index::chunks)

@@ -115,7 +115,8 @@ const CliCase kCases[] = {
      "[\n  {\n    \"file\": ", "b.zul"},
     {"info of a forged count", BUNNY "; poke b.zul 239 63", "info {d}/b.zul", 1,
      "b.zul: chunk 0 (byte 172) claims 1056964708 points (76609 MiB decoded), more than the "
-     "memory budget of 256 MiB a chunk allows", "b.zul"},
+     "memory budget of 256 MiB a chunk allows",
+     "b.zul"},
     {"info of a missing file", "", "info {d}/none.zul", 1, "none.zul: the file cannot be opened",
      ""},
     // verify and salvage.

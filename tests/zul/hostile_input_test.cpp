@@ -16,10 +16,10 @@ constexpr uint32_t kBomb = (1u << 30) - 1;
 
 struct HostileCase {
     const char* name;
-    int copies;         // the chunk of two identical points, repeated
-    uint32_t count;     // the count every copy claims (0: as written)
-    bool goodFirst;     // a good chunk of two points in front
-    bool shrinkBox;     // the box's largest x one step short of the points (two apart)
+    int copies;             // the chunk of two identical points, repeated
+    uint32_t count;         // the count every copy claims (0: as written)
+    bool goodFirst;         // a good chunk of two points in front
+    bool shrinkBox;         // the box's largest x one step short of the points (two apart)
     const char* arguments;  // {f} the hostile file, {d} the folder
     int exitCode;
     const char* message;  // a fragment of the output
@@ -52,8 +52,8 @@ const HostileCase kCases[] = {
     {"points outside their box", 1, 0, false, true, "verify {f}", 1,
      "damaged at chunk 0 (byte 172): 0 points in 0 chunks before it are intact; a chunk holds "
      "values no writer produces"},
-    {"points outside their box salvaged", 1, 0, true, true, "decompress -q --salvage {f} {d}/out.xyz",
-     1, "salvaged 2 points"},
+    {"points outside their box salvaged", 1, 0, true, true,
+     "decompress -q --salvage {f} {d}/out.xyz", 1, "salvaged 2 points"},
     {"budget of nothing", 1, 0, false, false, "verify --chunk-budget 0 {f}", 2,
      "--chunk-budget 0: give 1 to 1048576 MiB"},
 };
@@ -115,8 +115,8 @@ TEST_P(HostileInput, RefusedWithinMemory) {
     // Address space, so that an allocation past it fails rather than the machine swapping.
     const std::string limit = "ulimit -v 524288; ";
 #endif
-    const std::string command = "sh -c '" + limit + "exec " + ZUL_TOOL_PATH + " " + arguments +
-                                "' 2>&1";
+    const std::string command =
+        "sh -c '" + limit + "exec " + ZUL_TOOL_PATH + " " + arguments + "' 2>&1";
     FILE* pipe = ::popen(command.c_str(), "r");
     ASSERT_NE(pipe, nullptr);
     std::string output;

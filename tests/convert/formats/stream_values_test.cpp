@@ -49,13 +49,13 @@ std::string kitti() {
 }
 
 const ValuesCase kCases[] = {
-    {"colour as it is", "c.las", [] { return colourLas([](uint32_t i) { return uint16_t(i * 5); }); },
-     "", "as they are (0 .. 255) in LAS's 16-bit fields, kept exactly", "left out: the low byte",
+    {"colour as it is", "c.las",
+     [] { return colourLas([](uint32_t i) { return uint16_t(i * 5); }); }, "",
+     "as they are (0 .. 255) in LAS's 16-bit fields, kept exactly", "left out: the low byte",
      "--las-color-scale 1", "back.las"},
     {"colour times 256", "c.las",
      [] { return colourLas([](uint32_t i) { return uint16_t(i * 5 * 256); }); }, "",
-     "times 256 (every low byte 0)", "left out: the low byte", "--las-color-scale 256",
-     "back.las"},
+     "times 256 (every low byte 0)", "left out: the low byte", "--las-color-scale 256", "back.las"},
     {"colour times 257", "c.las",
      [] { return colourLas([](uint32_t i) { return uint16_t(i * 5 * 257); }); }, "", "",
      "colour values", "", "back.las"},
