@@ -23,7 +23,7 @@ allowed() {
         convert/ros) echo "ros" ;;
         convert/commands) echo "base formats planner synthetic ros commands" ;;
         tools/zul | python/src | bench) echo "base formats planner synthetic ros commands" ;;
-        fuzz) echo "formats ros" ;;
+        fuzz) echo "formats ros" ;; # the format readers' and the ROS messages' targets
         *) echo "" ;;
     esac
 }
