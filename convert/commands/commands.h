@@ -31,6 +31,8 @@ struct CompressOptions {
     bool force = false;    // replace an existing output
     bool verbose = false;  // tell how the chunks were cut
     int threads = 0;       // encoding threads; 0: one a core
+    std::string companion = "auto";  // NAME.zulx: auto (when the input holds more), always, never
+    bool keepOrder = false;          // the companion keeps the input's order
 };
 
 struct DecompressOptions {
@@ -45,6 +47,7 @@ struct DecompressOptions {
     int threads = 0;       // decoding threads; 0: one a core
     bool box = false;      // write only the points within [boxMin, boxMax], bounds included
     double boxMin[3] = {}, boxMax[3] = {};
+    bool noCompanion = false;  // write the stream alone, whatever NAME.zulx holds
 };
 
 struct InfoOptions {

@@ -10,6 +10,7 @@
 
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
+#include "commands/companion_report.h"
 #include "commands/status_text.h"
 #include "formats/cloud.h"
 #include "formats/output_grid.h"
@@ -238,6 +239,7 @@ int runInfo(const InfoOptions& options) {
         } else {
             if (printed) std::printf("\n");
             printText(path, summary);
+            std::printf("%s", companionInfoText(path).c_str());
         }
         printed = true;
     }

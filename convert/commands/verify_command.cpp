@@ -6,6 +6,7 @@
 
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
+#include "commands/companion_report.h"
 #include "commands/status_text.h"
 
 namespace zulconvert {
@@ -15,7 +16,14 @@ int runVerify(const VerifyOptions& options) {
     for (const std::string& path : options.inputs) {
         ZulFileHead head;
         const WalkEnd end = walkChunks(path, true, 0, head, [](const ChunkEntry&) {});
-        if (end.status == zul_STATUS_OK) {
+        const std::string companion = verifyCompanion(path);
+        if (!companion.empty()) {
+            ++damaged;
+            std::fflush(stdout);
+            std::fprintf(stderr, "%s\n", companion.c_str());
+            if (end.status != zul_STATUS_OK)
+                std::fprintf(stderr, "%s: %s\n", path.c_str(), damageText(end).c_str());
+        } else if (end.status == zul_STATUS_OK) {
             if (!options.quiet) {
                 std::printf("%s: OK, %" PRIu64 " chunk%s, %" PRId64 " points\n", path.c_str(),
                             end.intactChunks, end.intactChunks == 1 ? "" : "s", end.intactPoints);
