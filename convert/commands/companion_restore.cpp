@@ -34,7 +34,10 @@ struct ReaderGuard {
 };
 
 // Opens and binds the companion of `input`; throws for one that is damaged or another stream's.
-void openCompanion(const std::string& input, const std::string& path, ReaderGuard& guard) {
+// For a salvage, a stream cut or damaged after its head is not bound: each chunk written is then
+// compared with the companion's (chunkMatches).
+void openCompanion(const std::string& input, const std::string& path, ReaderGuard& guard,
+                   bool salvage) {
     zul_Status status = zul_xin_openFile(&guard.reader, path.c_str());
     if (status != zul_STATUS_OK) {
         throw FormatError(path + ": the companion of " + input + " cannot be read (" +
@@ -43,7 +46,13 @@ void openCompanion(const std::string& input, const std::string& path, ReaderGuar
                           "without the fields it keeps");
     }
     status = zul_xin_bindStreamFile(guard.reader, input.c_str());
+    if (status == zul_STATUS_COMPANION_MISMATCH && salvage) return;
     if (status == zul_STATUS_COMPANION_MISMATCH) {
+        // A damaged or cut stream is said as such, not as another stream's.
+        IndexGuard index;
+        zul_Status damage = zul_idx_openFile(&index.index, input.c_str(), nullptr);
+        if (damage == zul_STATUS_OK) zul_idx_getDamage(index.index, &damage, nullptr, nullptr);
+        checkStatus(damage, input, ZulStage::Read);
         throw FormatError(path + " does not belong to " + input +
                           " (another stream's companion); decompress with --no-companion to "
                           "write the stream alone");
@@ -85,7 +94,19 @@ std::string companionOutputName(const std::string& input) {
                       : kind == zul_SOURCE_PLY ? ".ply"
                                                : nullptr;
     if (!ext) return "";
-    return std::filesystem::path(input).replace_extension(ext).string();
+    int32_t conventions = 0;
+    zul_xin_getConventionCount(guard.reader, &conventions);
+    for (int32_t i = 0; i < conventions; ++i) {
+        const char* key = nullptr;
+        const char* value = nullptr;
+        zul_xin_getConvention(guard.reader, i, &key, &value);
+        const std::filesystem::path name(value);
+        if (std::strcmp(key, "name") == 0 && name == name.filename() && !name.empty() &&
+            name.extension() == ext) {
+            return name.string();
+        }
+    }
+    return std::filesystem::path(input).filename().replace_extension(ext).string();
 }
 
 bool restoreFromCompanion(const DecompressOptions& options, Format format, int& exitCode) {
@@ -100,7 +121,7 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         return false;
     }
     ReaderGuard guard;
-    openCompanion(options.input, path, guard);
+    openCompanion(options.input, path, guard, options.salvage);
     zul_SourceKind kind = zul_SOURCE_NONE;
     const void* sourceBytes = nullptr;
     size_t sourceSize = 0;
@@ -192,6 +213,13 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
             zul_idx_Chunk chunk = {};
             zul_idx_getChunk(index.index, number, &chunk);
             const int64_t n = chunk.numPoints;
+            zul_CompanionChunk bound = {};
+            if (zul_xin_getChunk(guard.reader, number, &bound) != zul_STATUS_OK ||
+                bound.chunk.offset != chunk.offset || bound.chunk.size != chunk.size ||
+                bound.chunk.numPoints != chunk.numPoints) {
+                throw FormatError(path + " does not belong to " + options.input + " (chunk " +
+                                  std::to_string(number) + " is another)");
+            }
             records.assign(static_cast<size_t>(n) * length, 0);
             for (int64_t i = 0; i < n; ++i) {
                 unsigned char* r = records.data() + static_cast<size_t>(i) * length;

@@ -19,8 +19,9 @@ namespace zulconvert {
 bool restoreFromCompanion(const DecompressOptions& options, zulformats::Format format,
                           int& exitCode);
 
-// The output name a companion gives `input` (its own name and format: "scan.las" for scan.zul
-// of a LAS file), or empty.
+// The file name (no folder) a companion gives the output of `input`: the input file's own name
+// when the companion keeps it and it has the format's extension, else the stream's name with the
+// source format's extension ("scan.las" for scan.zul of a LAS file); empty without a companion.
 std::string companionOutputName(const std::string& input);
 
 }  // namespace zulconvert

@@ -249,6 +249,45 @@ TEST_P(CompanionRefused, NamedNeverUsedAndTheStreamAloneStillDecodes) {
 
 INSTANTIATE_TEST_SUITE_P(Damage, CompanionRefused, ::testing::ValuesIn(kRefusals), NameOfCase());
 
+// Part of the points: each written record is one of the input's, whole, and the header counts them.
+struct Subset {
+    const char* name;
+    const char* options;
+    bool cut;  // the stream loses its second half first
+    int exitCode;
+};
+
+void PrintTo(const Subset& c, std::ostream* out) { *out << c.name; }
+
+const Subset kSubsets[] = {
+    {"salvage of a cut stream", "--salvage", true, 1},
+    {"box", "--bbox 990,1990,-10,1080,2080,10", false, 0},
+    {"box in stored order", "--bbox 990,1990,-10,1080,2080,10", false, 0},
+};
+
+class CompanionSubset : public ToolTest, public ::testing::WithParamInterface<Subset> {};
+
+TEST_P(CompanionSubset, KeepsTheFieldsOfThePointsWritten) {
+    const Subset& c = GetParam();
+    const std::string input = path("in.las"), zul = path("a.zul");
+    writeBytes(input, generatedLas(kLasCases[16], 4000));
+    const bool order = std::string(c.name).find("stored") == std::string::npos;
+    ASSERT_TRUE(toolSucceeds("compress -q --chunk 300 " + std::string(order ? "--keep-order " : "") +
+                             input + " " + zul));
+    if (c.cut) writeBytes(zul, readBytes(zul).substr(0, readBytes(zul).size() / 2));
+    const ToolRun run = runTool("decompress -q " + std::string(c.options) + " " + zul + " " +
+                                path("out.las"));
+    ASSERT_EQ(run.exitCode, c.exitCode) << run.output;
+    const LasParts in = lasParts(readBytes(input)), out = lasParts(readBytes(path("out.las")));
+    EXPECT_GT(out.records.size(), 0u);
+    EXPECT_LT(out.records.size(), in.records.size());
+    EXPECT_TRUE(std::includes(in.records.begin(), in.records.end(), out.records.begin(),
+                              out.records.end()));
+    EXPECT_TRUE(out.tail == in.tail);
+}
+
+INSTANTIATE_TEST_SUITE_P(Parts, CompanionSubset, ::testing::ValuesIn(kSubsets), NameOfCase());
+
 class CompanionVerify : public ToolTest {};
 
 TEST_F(CompanionVerify, NamesTheChunkWhoseBodyChanged) {

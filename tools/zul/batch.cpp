@@ -5,6 +5,7 @@
 #include <iostream>
 #include <set>
 
+#include "commands/companion_restore.h"
 #include "commands/file_kind.h"
 #include "commands/output_file.h"
 #include "commands/usage_error.h"
@@ -123,6 +124,9 @@ int runDecompressBatch(const DecompressOptions& options, const BatchNames& names
                                            formatOfContent(second) != Format::Zul);
         },
         [&](const std::string& input) -> std::string {
+            // The companion knows the input's own format and name.
+            const std::string own = extension ? "" : companionOutputName(input);
+            if (!own.empty()) return own;
             if (extension == nullptr) {
                 throw UsageError("decompress " + input +
                                  ": name the output (-o NAME.las, .ply, ...) or choose its format "
