@@ -1,5 +1,6 @@
 #include "commands/companion_report.h"
 
+#include <cstring>
 #include <filesystem>
 #include <vector>
 
@@ -16,17 +17,26 @@ const char* typeName(zul_FieldType type) {
     return type >= 1 && type <= 11 ? names[type] : "?";
 }
 
-struct ReaderGuard {
-    zul_xin_Reader reader = nullptr;
-    ~ReaderGuard() { zul_xin_close(&reader); }
-};
-
 }  // namespace
+
+std::string conventionOf(zul_xin_Reader reader, const char* key) {
+    int32_t conventions = 0;
+    zul_xin_getConventionCount(reader, &conventions);
+    for (int32_t i = 0; i < conventions; ++i) {
+        const char* k = nullptr;
+        const char* value = nullptr;
+        if (zul_xin_getConvention(reader, i, &k, &value) == zul_STATUS_OK &&
+            std::strcmp(k, key) == 0) {
+            return value;
+        }
+    }
+    return "";
+}
 
 std::string companionInfoText(const std::string& streamPath) {
     const std::string path = companionPath(streamPath);
     if (!std::filesystem::exists(path)) return "";
-    ReaderGuard guard;
+    CompanionReader guard;
     zul_Status status = zul_xin_openFile(&guard.reader, path.c_str());
     if (status == zul_STATUS_OK) status = zul_xin_bindStreamFile(guard.reader, streamPath.c_str());
     if (status != zul_STATUS_OK) {
@@ -61,7 +71,7 @@ std::string companionInfoText(const std::string& streamPath) {
 std::string verifyCompanion(const std::string& streamPath) {
     const std::string path = companionPath(streamPath);
     if (!std::filesystem::exists(path)) return "";
-    ReaderGuard guard;
+    CompanionReader guard;
     zul_Status status = zul_xin_openFile(&guard.reader, path.c_str());
     if (status != zul_STATUS_OK) {
         return path + ": the companion is damaged (" + zul_x_statusText(status) + ")";

@@ -3,7 +3,21 @@
 
 #include <string>
 
+#include "zul_companion.h"
+
 namespace zulconvert {
+
+// Owns a companion reader and closes it.
+struct CompanionReader {
+    zul_xin_Reader reader = nullptr;
+    CompanionReader() = default;
+    CompanionReader(const CompanionReader&) = delete;
+    CompanionReader& operator=(const CompanionReader&) = delete;
+    ~CompanionReader() { zul_xin_close(&reader); }
+};
+
+// The value of the convention `key`, or empty.
+std::string conventionOf(zul_xin_Reader reader, const char* key);
 
 // For info's text: lines naming the companion, its source, conventions and fields with their
 // types, or nothing when there is none; a damaged one is said to be so.

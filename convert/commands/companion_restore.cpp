@@ -13,6 +13,7 @@
 #include "commands/chunk_batches.h"
 #include "commands/chunk_walk.h"
 #include "commands/companion_las.h"
+#include "commands/companion_report.h"
 #include "commands/companion_write.h"
 #include "commands/output_file.h"
 #include "commands/salvage.h"
@@ -28,15 +29,10 @@ using namespace zulformats;
 
 namespace {
 
-struct ReaderGuard {
-    zul_xin_Reader reader = nullptr;
-    ~ReaderGuard() { zul_xin_close(&reader); }
-};
-
 // Opens and binds the companion of `input`; throws for one that is damaged or another stream's.
 // For a salvage, a stream cut or damaged after its head is not bound: each chunk written is then
 // compared with the companion's (chunkMatches).
-void openCompanion(const std::string& input, const std::string& path, ReaderGuard& guard,
+void openCompanion(const std::string& input, const std::string& path, CompanionReader& guard,
                    bool salvage) {
     zul_Status status = zul_xin_openFile(&guard.reader, path.c_str());
     if (status != zul_STATUS_OK) {
@@ -80,7 +76,7 @@ struct Placed {
 
 std::string companionOutputName(const std::string& input) {
     const std::string path = companionPath(input);
-    ReaderGuard guard;
+    CompanionReader guard;
     if (!std::filesystem::is_regular_file(path) ||
         zul_xin_openFile(&guard.reader, path.c_str()) != zul_STATUS_OK) {
         return "";
@@ -94,18 +90,8 @@ std::string companionOutputName(const std::string& input) {
                       : kind == zul_SOURCE_PLY ? ".ply"
                                                : nullptr;
     if (!ext) return "";
-    int32_t conventions = 0;
-    zul_xin_getConventionCount(guard.reader, &conventions);
-    for (int32_t i = 0; i < conventions; ++i) {
-        const char* key = nullptr;
-        const char* value = nullptr;
-        zul_xin_getConvention(guard.reader, i, &key, &value);
-        const std::filesystem::path name(value);
-        if (std::strcmp(key, "name") == 0 && name == name.filename() && !name.empty() &&
-            name.extension() == ext) {
-            return name.string();
-        }
-    }
+    const std::filesystem::path name(conventionOf(guard.reader, "name"));
+    if (!name.empty() && name == name.filename() && name.extension() == ext) return name.string();
     return std::filesystem::path(input).filename().replace_extension(ext).string();
 }
 
@@ -120,7 +106,7 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         }
         return false;
     }
-    ReaderGuard guard;
+    CompanionReader guard;
     openCompanion(options.input, path, guard, options.salvage);
     zul_SourceKind kind = zul_SOURCE_NONE;
     const void* sourceBytes = nullptr;
@@ -166,15 +152,8 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         }
         placed.push_back(p);
     }
-    int64_t colorScale = 256;
-    int32_t conventions = 0;
-    zul_xin_getConventionCount(guard.reader, &conventions);
-    for (int32_t i = 0; i < conventions; ++i) {
-        const char* key = nullptr;
-        const char* value = nullptr;
-        zul_xin_getConvention(guard.reader, i, &key, &value);
-        if (std::strcmp(key, "colour scale") == 0) colorScale = std::atoll(value);
-    }
+    const std::string scaleText = conventionOf(guard.reader, "colour scale");
+    const int64_t colorScale = scaleText.empty() ? 256 : std::atoll(scaleText.c_str());
 
     IndexGuard index;
     ZulFileHead head;
