@@ -62,13 +62,11 @@ std::vector<LasColumn> lasColumns(int format, size_t recordLength) {
         if (format == 4) wave(28);
         if (format == 5) wave(34);
     } else {
-        columns = {{"bit_fields", zul_FIELD_U8, 1, 14},
-                   {"classification_flags", zul_FIELD_U8, 1, 15},
-                   {"classification", zul_FIELD_U8, 1, 16},
-                   {"user_data", zul_FIELD_U8, 1, 17},
-                   {"scan_angle", zul_FIELD_I16, 2, 18},
-                   {"point_source_id", zul_FIELD_U16, 2, 20},
-                   {"gps_time", zul_FIELD_F64, 8, 22}};
+        columns = {
+            {"bit_fields", zul_FIELD_U8, 1, 14},     {"classification_flags", zul_FIELD_U8, 1, 15},
+            {"classification", zul_FIELD_U8, 1, 16}, {"user_data", zul_FIELD_U8, 1, 17},
+            {"scan_angle", zul_FIELD_I16, 2, 18},    {"point_source_id", zul_FIELD_U16, 2, 20},
+            {"gps_time", zul_FIELD_F64, 8, 22}};
         if (format == 8 || format == 10) columns.push_back({"nir", zul_FIELD_U16, 2, 36});
         if (format == 9) wave(30);
         if (format == 10) wave(38);
@@ -81,9 +79,9 @@ std::vector<LasColumn> lasColumns(int format, size_t recordLength) {
     return columns;
 }
 
-const char* const kLasResidualNames[7] = {"X_residual", "Y_residual", "Z_residual",
-                                          "intensity_residual", "red_low", "green_low",
-                                          "blue_low"};
+const char* const kLasResidualNames[7] = {
+    "X_residual", "Y_residual", "Z_residual", "intensity_residual",
+    "red_low",    "green_low",  "blue_low"};
 
 int32_t lasCoordinate(double q, double scale, double offset) {
     const double units = std::round((q - offset) / scale);

@@ -102,10 +102,10 @@ std::string verifyCompanion(const std::string& streamPath) {
     std::string named;
     for (int64_t k = 0; k < std::min<int64_t>(numBad, static_cast<int64_t>(bad.size())); ++k) {
         const int64_t c = bad[static_cast<size_t>(k)];
-        named += std::string(k ? ", " : "") +
-                 (c < 0                 ? std::string("the stream's head")
-                  : c >= info.numChunks ? std::string("bytes after the last chunk")
-                                        : "chunk " + std::to_string(c));
+        named += std::string(k ? ", " : "") + (c < 0 ? std::string("the stream's head")
+                                               : c >= info.numChunks
+                                                   ? std::string("bytes after the last chunk")
+                                                   : "chunk " + std::to_string(c));
     }
     if (numBad > static_cast<int64_t>(bad.size())) named += " and more";
     return streamPath + ": its bytes are not those " + path + " was made for: " + named +

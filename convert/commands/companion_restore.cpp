@@ -54,8 +54,8 @@ void openCompanion(const std::string& input, const std::string& path, CompanionR
                           "write the stream alone");
     }
     if (status != zul_STATUS_OK) {
-        throw FormatError(path + ": cannot be bound to " + input + " (" +
-                          zul_x_statusText(status) + ")");
+        throw FormatError(path + ": cannot be bound to " + input + " (" + zul_x_statusText(status) +
+                          ")");
     }
 }
 
@@ -147,7 +147,8 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
             if (std::strcmp(kLasResidualNames[k], field.name) == 0) p.residual = k, known = true;
         }
         if (!known) {
-            throw FormatError(path + ": field \"" + field.name + "\" has no place in a LAS record of point format " +
+            throw FormatError(path + ": field \"" + field.name +
+                              "\" has no place in a LAS record of point format " +
                               std::to_string(las.pointFormat));
         }
         placed.push_back(p);
@@ -181,6 +182,12 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     std::vector<unsigned char> column;
     std::vector<uint64_t> chunkOrder;
     double lo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, hi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
+    // The whole file in the input's order: each record goes straight to its place.
+    const bool direct = info.hasOrder && !options.box && !options.salvage &&
+                        info.numPoints == static_cast<int64_t>(las.count);
+    std::vector<bool> seen(direct ? las.count : 0);
+    uint64_t placedRecords = 0;
+    if (direct) data.assign(las.count * length, 0);
     ChunkBatches batches(options.input, index.index, false, chunks, options.threads);
     const zul_Header2& header = head.header;
     std::vector<unsigned char> records;
@@ -208,7 +215,8 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                 for (int axis = 0; axis < 3; ++axis) {
                     put(r + 4 * axis, lasCoordinate(q[axis], las.scale[axis], las.offset[axis]));
                 }
-                if (points.reflections) put(r + 12, static_cast<uint16_t>(points.reflections[at + i]));
+                if (points.reflections)
+                    put(r + 12, static_cast<uint16_t>(points.reflections[at + i]));
                 if (las.colorOffset > 0 && points.colors) {
                     for (int k = 0; k < 3; ++k) {
                         put(r + las.colorOffset + 2 * k,
@@ -221,9 +229,10 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                 const zul_Status status =
                     zul_xin_readColumn(guard.reader, number, p.field, column.data(), n);
                 if (status != zul_STATUS_OK) {
-                    throw FormatError(path + ": chunk " + std::to_string(number) +
-                                      "'s fields cannot be read (" + zul_x_statusText(status) +
-                                      "); decompress with --no-companion to write the stream alone");
+                    throw FormatError(
+                        path + ": chunk " + std::to_string(number) + "'s fields cannot be read (" +
+                        zul_x_statusText(status) +
+                        "); decompress with --no-companion to write the stream alone");
                 }
                 for (int64_t i = 0; i < n; ++i) {
                     unsigned char* r = records.data() + static_cast<size_t>(i) * length;
@@ -255,7 +264,8 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                 const unsigned char* r = records.data() + static_cast<size_t>(i) * length;
                 double p[3];
                 for (int axis = 0; axis < 3; ++axis) {
-                    p[axis] = loadLittle<int32_t>(r + 4 * axis) * las.scale[axis] + las.offset[axis];
+                    p[axis] =
+                        loadLittle<int32_t>(r + 4 * axis) * las.scale[axis] + las.offset[axis];
                 }
                 if (options.box) {
                     bool inside = true;
@@ -269,6 +279,19 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                     lo[axis] = std::min(lo[axis], p[axis]);
                     hi[axis] = std::max(hi[axis], p[axis]);
                 }
+                if (direct) {
+                    // Every record in its place at once.
+                    const uint64_t k = chunkOrder[static_cast<size_t>(i)];
+                    if (k >= las.count || seen[k]) {
+                        throw FormatError(path + ": chunk " + std::to_string(number) +
+                                          "'s order is damaged (record " + std::to_string(k) +
+                                          " twice or out of range)");
+                    }
+                    seen[k] = true;
+                    std::memcpy(data.data() + k * length, r, length);
+                    ++placedRecords;
+                    continue;
+                }
                 data.insert(data.end(), r, r + length);
                 if (info.hasOrder) order.push_back(chunkOrder[static_cast<size_t>(i)]);
             }
@@ -277,7 +300,11 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         if (batches.status() != zul_STATUS_OK) break;
     }
     checkStatus(batches.status(), options.input, ZulStage::Read);
-    const uint64_t written = data.size() / length;
+    if (direct && placedRecords != las.count) {
+        throw FormatError(path + ": holds " + std::to_string(placedRecords) + " of the " +
+                          std::to_string(las.count) + " records its LAS header counts");
+    }
+    const uint64_t written = direct ? placedRecords : data.size() / length;
 
     // The source's header, with the count and box of what is written when that is not all.
     std::vector<unsigned char> head0(source, source + las.dataOffset);
@@ -312,7 +339,7 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     {
         ByteOutput out(output.temporaryPath());
         out.write(head0.data(), head0.size());
-        if (info.hasOrder) {
+        if (info.hasOrder && !direct) {
             std::vector<uint64_t> rank(written);
             std::iota(rank.begin(), rank.end(), uint64_t{0});
             std::stable_sort(rank.begin(), rank.end(),
@@ -330,8 +357,8 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         std::printf("%s + %s -> %s (LAS, the input's header and fields%s): %llu points, %.2f s\n",
                     options.input.c_str(), path.c_str(), options.output.c_str(),
-                    info.hasOrder ? " in its order" : "",
-                    static_cast<unsigned long long>(written), seconds);
+                    info.hasOrder ? " in its order" : "", static_cast<unsigned long long>(written),
+                    seconds);
     }
     exitCode = options.salvage ? reportSalvage(options, intact, static_cast<int64_t>(written)) : 0;
     return true;

@@ -24,7 +24,8 @@ using namespace zulformats;
 std::string companionPath(const std::string& streamPath) {
     const std::filesystem::path path(streamPath);
     std::string ext = path.extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
+    std::transform(ext.begin(), ext.end(), ext.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
     if (ext == ".zul") return streamPath + "x";
     return streamPath + ".zulx";
 }
@@ -81,8 +82,7 @@ private:
 // not yet taken (points on one grid point are interchangeable: each keeps its own fields).
 class PointMatcher {
 public:
-    PointMatcher(const std::vector<int64_t>& keys, const std::vector<uint8_t>& kept)
-        : keys_(keys) {
+    PointMatcher(const std::vector<int64_t>& keys, const std::vector<uint8_t>& kept) : keys_(keys) {
         for (size_t i = 0; i < kept.size(); ++i) {
             if (kept[i]) sorted_.push_back(i);
         }
@@ -109,9 +109,8 @@ private:
         const auto less = [&](uint64_t a, const int64_t* key) {
             return std::lexicographical_compare(&keys_[3 * a], &keys_[3 * a + 3], key, key + 3);
         };
-        const size_t start =
-            static_cast<size_t>(std::lower_bound(sorted_.begin(), sorted_.end(), g, less) -
-                                sorted_.begin());
+        const size_t start = static_cast<size_t>(
+            std::lower_bound(sorted_.begin(), sorted_.end(), g, less) - sorted_.begin());
         if (start == sorted_.size() || !std::equal(g, g + 3, &keys_[3 * sorted_[start]])) return -1;
         size_t& next = taken_.try_emplace(start, start).first->second;
         if (next == sorted_.size() || !std::equal(g, g + 3, &keys_[3 * sorted_[next]])) return -1;
@@ -134,14 +133,18 @@ void check(zul_Status status, const std::string& companion) {
 
 CompanionRecorder::CompanionRecorder(const CompressOptions& options, Format format)
     : options_(options), format_(format) {
-    active_ = options.companion == "always" || (options.companion != "never" && format == Format::Las);
+    // A LAS file's records are read again once the stream is written: an input that cannot be
+    // read twice (a pipe) gets no fields.
+    lasFields_ = format == Format::Las && std::filesystem::is_regular_file(options.input);
+    active_ = options.companion == "always" || (options.companion != "never" && lasFields_);
+    if (options.output == "-") active_ = false;  // standard output has no file beside it
     keepOrder_ = options.keepOrder;
 }
 
 CompanionRecorder::~CompanionRecorder() = default;
 
 void CompanionRecorder::add(const zul_Point& prepared, bool kept) {
-    if (!active_ || format_ != Format::Las) return;
+    if (!active_ || !lasFields_) return;
     for (int axis = 0; axis < 3; ++axis) {
         keys_.push_back(kept ? std::llround(prepared.position[axis]) : 0);
     }
@@ -150,7 +153,7 @@ void CompanionRecorder::add(const zul_Point& prepared, bool kept) {
 
 std::string CompanionRecorder::finish(const std::string& streamPath,
                                       const std::string& companionPath, int threads) {
-    if (format_ == Format::Las) return writeLas(streamPath, companionPath, threads);
+    if (lasFields_) return writeLas(streamPath, companionPath, threads);
     // Any other input: the binding alone, for its checksums and chunk index.
     const std::string shown = zulconvert::companionPath(options_.output);
     zul_xout_Writer writer = nullptr;
@@ -210,8 +213,8 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
             const int64_t key[3] = {std::llround(g[0]), std::llround(g[1]), std::llround(g[2])};
             const int64_t found = matcher.take(key);
             if (found < 0) {
-                throw FormatError(shown + ": a stored point matches no point of " +
-                                  options_.input + "; compress with --no-companion");
+                throw FormatError(shown + ": a stored point matches no point of " + options_.input +
+                                  "; compress with --no-companion");
             }
             inputOf.push_back(static_cast<uint64_t>(found));
             const unsigned char* r = records + static_cast<uint64_t>(found) * las.recordLength;
@@ -219,9 +222,9 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
             residualWorld(g, header.transformation, header.enabled, q);
             for (int axis = 0; axis < 3; ++axis) {
                 const int32_t back = lasCoordinate(q[axis], las.scale[axis], las.offset[axis]);
-                const int32_t residual = static_cast<int32_t>(
-                    static_cast<uint32_t>(loadLittle<int32_t>(r + 4 * axis)) -
-                    static_cast<uint32_t>(back));
+                const int32_t residual =
+                    static_cast<int32_t>(static_cast<uint32_t>(loadLittle<int32_t>(r + 4 * axis)) -
+                                         static_cast<uint32_t>(back));
                 xyzResidual.push_back(residual);
                 anyResidual[axis] = anyResidual[axis] || residual != 0;
             }
@@ -230,7 +233,8 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
                 static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) - static_cast<uint16_t>(stored));
             intensityResidual.push_back(ir);
             anyResidual[3] = anyResidual[3] || ir != 0;
-            for (int c = 0; c < 3; ++c) color8.push_back(points.colors ? points.colors[3 * i + c] : 0);
+            for (int c = 0; c < 3; ++c)
+                color8.push_back(points.colors ? points.colors[3 * i + c] : 0);
         }
         for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
             zul_idx_Chunk chunk = {};
@@ -283,8 +287,8 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     std::vector<unsigned char> source(input.bytes(), input.bytes() + las.dataOffset);
     source.insert(source.end(), input.bytes() + dataEnd, input.bytes() + input.size());
     check(zul_xout_setSource(writer, zul_SOURCE_LAS, source.data(), source.size()), shown);
-    const std::string formatText = "las 1." + std::to_string(las.minor) + " format " +
-                                   std::to_string(las.pointFormat);
+    const std::string formatText =
+        "las 1." + std::to_string(las.minor) + " format " + std::to_string(las.pointFormat);
     check(zul_xout_setFormat(writer, formatText.c_str()), shown);
     if (las.colorOffset > 0) {
         check(zul_xout_addConvention(writer, "colour scale", std::to_string(scale).c_str()), shown);
@@ -316,10 +320,10 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
                                            static_cast<int64_t>(n)),
                       shown);
             } else if (k == 3) {
-                check(zul_xout_writeColumn(writer, c, residualField[k],
-                                           intensityResidual.data() + begin,
-                                           static_cast<int64_t>(n)),
-                      shown);
+                check(
+                    zul_xout_writeColumn(writer, c, residualField[k],
+                                         intensityResidual.data() + begin, static_cast<int64_t>(n)),
+                    shown);
             } else {
                 std::vector<uint16_t> v(n);
                 for (size_t p = 0; p < n; ++p) {

@@ -31,6 +31,9 @@ public:
     CompanionRecorder(const CompressOptions& options, zulformats::Format format);
     ~CompanionRecorder();
     bool active() const { return active_; }
+    // Whether the companion keeps the input's header and fields (a LAS file), not only the
+    // stream's checksums and index.
+    bool keepsFields() const { return active_ && lasFields_; }
 
     // The next point read from the input, as it went into the stream (`kept`), or dropped.
     void add(const zul_Point& prepared, bool kept);
@@ -49,6 +52,7 @@ private:
     zulformats::Format format_;
     bool active_ = false;
     bool keepOrder_ = false;
+    bool lasFields_ = false;     // a LAS file that can be read again
     std::vector<int64_t> keys_;  // three grid coordinates a point read
     std::vector<uint8_t> kept_;
 };

@@ -8,8 +8,8 @@
 
 #include "base/worker_threads.h"
 #include "commands/chunk_batches.h"
-#include "commands/companion_write.h"
 #include "commands/commands.h"
+#include "commands/companion_write.h"
 #include "commands/file_kind.h"
 #include "commands/output_file.h"
 #include "commands/point_plan.h"
@@ -107,12 +107,12 @@ int runCompress(const CompressOptions& options) {
     output.commit();
     if (companionOutput) companionOutput->commit();
     // The companion holds the source's own coordinate system records.
-    if (!(companion.active() && format == Format::Las)) keepCoordinateSystem(options, layout);
+    if (!companion.keepsFields()) keepCoordinateSystem(options, layout);
     if (companion.active() && !options.quiet) {
         std::cerr << "zul: " << companionPath(options.output) << " beside " << options.output
                   << " keeps " << kept << "\n";
     }
-    tally.fieldsKept = companion.active() && format == Format::Las;
+    tally.fieldsKept = companion.keepsFields();
     reportTally(options, *reader, tally);
     if (!options.quiet) {
         const double seconds =

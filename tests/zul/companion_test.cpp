@@ -141,7 +141,8 @@ LasParts lasParts(const std::string& bytes) {
     std::memcpy(&count, &bytes[107], 4);
     if (count == 0 && bytes[25] >= 4) std::memcpy(&count, &bytes[247], 8);
     parts.head = bytes.substr(0, dataOffset);
-    for (uint64_t i = 0; i < count; ++i) parts.records.push_back(bytes.substr(dataOffset + i * length, length));
+    for (uint64_t i = 0; i < count; ++i)
+        parts.records.push_back(bytes.substr(dataOffset + i * length, length));
     std::sort(parts.records.begin(), parts.records.end());
     parts.tail = bytes.substr(dataOffset + count * length);
     return parts;
@@ -272,11 +273,11 @@ TEST_P(CompanionSubset, KeepsTheFieldsOfThePointsWritten) {
     const std::string input = path("in.las"), zul = path("a.zul");
     writeBytes(input, generatedLas(kLasCases[16], 4000));
     const bool order = std::string(c.name).find("stored") == std::string::npos;
-    ASSERT_TRUE(toolSucceeds("compress -q --chunk 300 " + std::string(order ? "--keep-order " : "") +
-                             input + " " + zul));
+    ASSERT_TRUE(toolSucceeds("compress -q --chunk 300 " +
+                             std::string(order ? "--keep-order " : "") + input + " " + zul));
     if (c.cut) writeBytes(zul, readBytes(zul).substr(0, readBytes(zul).size() / 2));
-    const ToolRun run = runTool("decompress -q " + std::string(c.options) + " " + zul + " " +
-                                path("out.las"));
+    const ToolRun run =
+        runTool("decompress -q " + std::string(c.options) + " " + zul + " " + path("out.las"));
     ASSERT_EQ(run.exitCode, c.exitCode) << run.output;
     const LasParts in = lasParts(readBytes(input)), out = lasParts(readBytes(path("out.las")));
     EXPECT_GT(out.records.size(), 0u);

@@ -145,7 +145,8 @@ void checkCompress(const CLI::App& c, const CompressOptions& options) {
         throw UsageError("--companion and --no-companion contradict");
     }
     if (options.keepOrder && options.companion == "never") {
-        throw UsageError("--keep-order keeps the order in the companion that --no-companion leaves out");
+        throw UsageError(
+            "--keep-order keeps the order in the companion that --no-companion leaves out");
     }
     if (options.normals && options.noNormals) {
         throw UsageError("--normals and --no-normals contradict");

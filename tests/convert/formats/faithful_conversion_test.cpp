@@ -54,8 +54,8 @@ class LasRoundTrip : public ToolTest, public ::testing::WithParamInterface<LasCa
 TEST_P(LasRoundTrip, GivesBackTheSameIntegersScaleOffsetAndSystem) {
     const LasCase& c = GetParam();
     // The coordinate system through the .prj sidecar (a companion keeps the LAS header instead).
-    ASSERT_TRUE(toolSucceeds("compress -q --no-companion " + dataFile(c.input) + " " +
-                             path("cloud.zul")));
+    ASSERT_TRUE(
+        toolSucceeds("compress -q --no-companion " + dataFile(c.input) + " " + path("cloud.zul")));
     ASSERT_TRUE(toolSucceeds(std::string("decompress -q --las-version ") + c.lasVersion + " " +
                              path("cloud.zul") + " " + path("back.las")));
     const LasContent in = lasContent(dataFile(c.input)), out = lasContent(path("back.las"));
