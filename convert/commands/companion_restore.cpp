@@ -144,7 +144,10 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
             }
         }
         for (int k = 0; k < 7 && !known; ++k) {
-            if (std::strcmp(kLasResidualNames[k], field.name) == 0) p.residual = k, known = true;
+            if (std::strcmp(kLasResidualNames[k], field.name) == 0 &&
+                (k < 4 || las.colorOffset > 0) && field.width == (k < 3 ? 4 : 2)) {
+                p.residual = k, known = true;
+            }
         }
         if (!known) {
             throw FormatError(path + ": field \"" + field.name +
@@ -323,7 +326,10 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         const uint64_t oldEnd = las.dataOffset + las.count * length;
         const uint64_t newEnd = las.dataOffset + written * length;
         for (const size_t at : {size_t{227}, size_t{235}}) {
-            if ((at == 227 && las.minor < 3) || (at == 235 && las.minor < 4)) continue;
+            if ((at == 227 && las.minor < 3) || (at == 235 && las.minor < 4) ||
+                head0.size() < at + 8) {
+                continue;
+            }
             const uint64_t offset = loadLittle<uint64_t>(h + at);
             if (offset >= oldEnd) put<uint64_t>(h + at, offset - oldEnd + newEnd);
         }
