@@ -16,7 +16,10 @@ def compress(src, dst, **options):
     ``translate``, ``scale``, ``rotate``, ``sensor_mount``, ``sensor_type``, ``sensor_header``,
     ``threads`` (default 0: every core),
     ``quiet`` (default True: no notes on stderr), ``force`` (default True: replace an existing
-    ``dst``, as :func:`zul.write` does; False refuses). Returns ``dst``. Raises :class:`zul.Error`
+    ``dst``, as :func:`zul.write` does; False refuses), ``companion`` (``"auto"``: ``dst`` + ``x``
+    keeps a LAS file's header and every field of its records; ``"always"``, ``"never"``) and
+    ``keep_order`` (the companion keeps the input's order: a LAS comes back byte for byte).
+    Returns ``dst``. Raises :class:`zul.Error`
     naming the file for input it cannot read; nothing is left half-written.
     """
     _zul.compress(os.fspath(src), os.fspath(dst), dict(options))
@@ -30,7 +33,8 @@ def decompress(src, dst, **options):
     Options: ``transform`` (default True: apply the sensor header's matrix), ``encoding``
     (PCD: ``binary``, ``ascii``, ``binary_compressed``; PLY: ``binary_little_endian``,
     ``binary_big_endian``, ``ascii``), ``las_version`` (``"1.2"`` or ``"1.4"``), ``threads`` (default 0: every core), ``quiet``,
-    ``force`` (default True).
+    ``force`` (default True), ``companion`` (default True: a LAS output is rebuilt from the
+    companion beside ``src`` when there is one; False writes the stream alone).
     Returns ``dst``. Raises :class:`zul.Error` naming the file.
     """
     _zul.decompress(os.fspath(src), os.fspath(dst), dict(options))
