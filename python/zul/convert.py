@@ -7,8 +7,9 @@ from . import _zul
 
 def compress(src, dst, **options):
     """Compresses a LAS, PCD, PLY, XYZ/CSV or KITTI ``.bin`` file into the zul file ``dst``, as
-    ``zul compress`` does: LAS coordinates come back exactly, the coordinate system is kept in a
-    ``.prj`` beside ``dst``.
+    ``zul compress`` does: LAS coordinates come back exactly, and a LAS file's header and the
+    fields of its records are kept in the companion ``dst`` + ``x`` beside it (with
+    ``companion="never"``, the coordinate system is kept in a ``.prj`` beside ``dst``).
 
     Options, as the tool's: ``step``, ``color`` (``"none"``, ``"rgb565"``, ``"rgb888"``),
     ``reflection`` (``"none"`` or the largest value kept, as text), ``intensity_scale``,
