@@ -289,23 +289,50 @@ TEST_P(CompanionSubset, KeepsTheFieldsOfThePointsWritten) {
 
 INSTANTIATE_TEST_SUITE_P(Parts, CompanionSubset, ::testing::ValuesIn(kSubsets), NameOfCase());
 
-class CompanionVerify : public ToolTest {};
+// A stream damaged where its own checks pass: a flipped bit at the end of a chunk's body, or the
+// last chunk lost on a chunk boundary.
+struct Tampering {
+    const char* name;
+    bool cut;
+    const char* message;
+};
 
-TEST_F(CompanionVerify, NamesTheChunkWhoseBodyChanged) {
+void PrintTo(const Tampering& c, std::ostream* out) { *out << c.name; }
+
+const Tampering kTamperings[] = {
+    {"flipped bit in chunk 3", false, "chunk 3 changed or lost"},
+    {"last chunk lost", true, ""},  // the last chunk is named
+};
+
+class CompanionVerify : public ToolTest, public ::testing::WithParamInterface<Tampering> {};
+
+TEST_P(CompanionVerify, NamesTheChunk) {
     const std::string zul = path("a.zul");
-    ASSERT_TRUE(toolSucceeds("compress -q --chunk 1000 " + dataFile("4_6_crop.las") + " " + zul));
+    ASSERT_TRUE(toolSucceeds("compress -q --chunk 5000 " + dataFile("4_6_crop.las") + " " + zul));
     ASSERT_TRUE(toolSucceeds("verify " + zul));
     std::string bytes = readBytes(zul);
     zul_idx_Index index = nullptr;
     ASSERT_EQ(zul_idx_openFile(&index, zul.c_str(), nullptr), zul_STATUS_OK);
+    int64_t chunks = 0;
+    zul_idx_getCounts(index, &chunks, nullptr);
+    ASSERT_GT(chunks, 4);
     zul_idx_Chunk chunk = {};
-    zul_idx_getChunk(index, 3, &chunk);
+    zul_idx_getChunk(index, GetParam().cut ? chunks - 1 : 3, &chunk);
     zul_idx_close(&index);
-    bytes[static_cast<size_t>(chunk.offset + chunk.size - 2)] ^= 0x10;
+    if (GetParam().cut) {
+        bytes.resize(static_cast<size_t>(chunk.offset));
+    } else {
+        bytes[static_cast<size_t>(chunk.offset + chunk.size - 2)] ^= 0x10;
+    }
     writeBytes(zul, bytes);
     const ToolRun run = runTool("verify " + zul);
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_NE(run.output.find("chunk 3 changed"), std::string::npos) << run.output;
+    const std::string named = GetParam().cut
+                                  ? "chunk " + std::to_string(chunks - 1) + " changed or lost"
+                                  : GetParam().message;
+    EXPECT_NE(run.output.find(named), std::string::npos) << run.output;
 }
+
+INSTANTIATE_TEST_SUITE_P(Streams, CompanionVerify, ::testing::ValuesIn(kTamperings), NameOfCase());
 
 }  // namespace
