@@ -17,4 +17,11 @@ constexpr bool chunkSizeValid(int64_t points) { return points >= 1 && points <= 
 // Memory for a block of points being cut into chunks, in MiB, unless told otherwise.
 constexpr int kDefaultOrderBudgetMiB = 256;
 
+// What a reader may allocate to decode one chunk, in MiB, unless told otherwise: the chunk index's
+// own default (ZUL_BULK_DEFAULT_CHUNK_BUDGET). A chunk that claims more points is refused before
+// anything is allocated; the largest budget taken is 1 TiB.
+constexpr int64_t kDefaultChunkBudgetMiB = 256;
+constexpr int64_t kMaxChunkBudgetMiB = int64_t{1} << 20;
+constexpr bool chunkBudgetValid(int64_t mib) { return mib >= 1 && mib <= kMaxChunkBudgetMiB; }
+
 }  // namespace zulbase

@@ -1,14 +1,10 @@
 #include "commands/chunk_batches.h"
 
 #include <algorithm>
+#include <new>
 #include <thread>
 
-#include "formats/byte_input.h"
-#include "formats/cloud.h"
-
 namespace zulconvert {
-
-using namespace zulformats;
 
 namespace {
 
@@ -79,7 +75,6 @@ ChunkBatches::~ChunkBatches() {
         pending_.join();
     } catch (...) {  // nothing to hand on any more
     }
-    zul_dec_close(&decoder_);
 }
 
 bool ChunkBatches::next() {
@@ -114,43 +109,24 @@ zul_Status ChunkBatches::decodeAlone(int64_t number) {
     zul_idx_Chunk chunk = {};
     zul_Status status = zul_idx_getChunk(index_, number, &chunk);
     if (status != zul_STATUS_OK) return status;
-    zul_dec_close(&decoder_);
+    zul_DataType type;
+    status = zul_idx_getDataType(index_, &type, nullptr);
+    if (status != zul_STATUS_OK) return status;
+    // The index listed the chunk within its budget: its claimed count may be allocated.
     try {
-        ByteInput in(path_);
-        std::vector<char> bytes(8);
-        if (in.readSome(bytes.data(), 8) != 8) return zul_STATUS_TRUNCATED;
-        const zul_dec_Params params = {applyTransformation_ ? 1 : 0, {0, 0, 0, 0}};
-        int headerSize = 0;
-        status = zul_dec_open2(&decoder_, &headerSize, bytes.data(), &params);
-        if (status != zul_STATUS_OK) return status;
-        bytes.resize(static_cast<size_t>(headerSize));
-        if (in.readSome(bytes.data(), bytes.size()) != bytes.size()) return zul_STATUS_TRUNCATED;
-        zul_DataType type;
-        int chunkHeaderSize = 0;
-        const char* marker = nullptr;
-        status = zul_dec_decodeFileHeader(decoder_, &type, &chunkHeaderSize, &marker, bytes.data());
-        if (status != zul_STATUS_OK) return status;
-        // The index checked that the chunk lies within the file; its marker and header come first.
-        const size_t head = 16 + static_cast<size_t>(chunkHeaderSize);
-        bytes.resize(static_cast<size_t>(chunk.size));
-        in.seek(static_cast<uint64_t>(chunk.offset));
-        if (in.readSome(bytes.data(), bytes.size()) != bytes.size()) return zul_STATUS_TRUNCATED;
-        int bodySize = 0;
-        status = zul_dec_decodeChunkHeader(decoder_, &bodySize, bytes.data() + 16);
-        if (status != zul_STATUS_OK) return status;
-        if (head + static_cast<size_t>(bodySize) != bytes.size()) return zul_STATUS_CORRUPT_DATA;
-        zul_PointData data = {};
-        status = zul_dec_decodeChunkBody(decoder_, &data, bytes.data() + head);
-        if (status != zul_STATUS_OK) return status;
-        points_.numPoints = data.numPoints;
-        points_.positions = data.positions;
-        points_.colors = data.colors;
-        points_.reflections = data.reflections;
-        points_.normals = data.normals;
-        return zul_STATUS_OK;
-    } catch (const FormatError&) {
-        return zul_STATUS_READ_ERROR;
+        alone_.resize(type, static_cast<size_t>(chunk.numPoints));
+    } catch (const std::bad_alloc&) {
+        return zul_STATUS_OUT_OF_MEMORY;
     }
+    zul_bulk_Points points = {};
+    points.numPoints = chunk.numPoints;
+    points.positions = alone_.positionData();
+    points.colors = alone_.colorData();
+    points.reflections = alone_.reflectionData();
+    points.normals = alone_.normalData();
+    status = zul_bulk_decodeChunks(index_, &number, 1, 1, &points, nullptr);
+    if (status == zul_STATUS_OK) points_ = points;
+    return status;
 }
 
 size_t ChunkBatches::deliveredChunks() const {

@@ -65,7 +65,7 @@ private:
 
     std::string path_;
     bool applyTransformation_;
-    zul_dec_Context decoder_ = nullptr;  // for chunks decoded alone
+    zulbase::PointColumns alone_;  // the points of a chunk decoded alone
     zul_idx_Index index_;
     std::vector<int64_t> chunks_;
     int threads_;

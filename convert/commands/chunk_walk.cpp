@@ -16,21 +16,24 @@ using namespace zulformats;
 
 namespace {
 
-// Behind a chunk's sync marker, its header holds the box (smallest x, y, z, then largest), the
-// point count, then the size of each data stream present: the one figure the index leaves out.
-constexpr uint64_t kFirstSizeOffset = 16 + 52;
+// The decoded bytes a point takes, as the index counts them against its budget.
+int64_t decodedBytesPerPoint(const ZulFileHead& head) {
+    return ZUL_BULK_DECODED_BYTES_PER_POINT + 24 + (head.present[1] ? 3 : 0) +
+           (head.present[2] ? 4 : 0) + (head.present[3] ? 12 : 0);
+}
 
-// Reads the stream sizes of `chunk` from its header; false if the file cannot be read there.
-bool readStreamSizes(ByteInput& in, const ZulFileHead& head, ChunkEntry& chunk) {
-    unsigned char sizes[16];
-    const size_t count = static_cast<size_t>(std::count(head.present, head.present + 4, true));
-    in.seek(chunk.offset + kFirstSizeOffset);
-    if (in.readSome(sizes, 4 * count) != 4 * count) return false;
-    for (int stream = 0, field = 0; stream < 4; ++stream) {
-        chunk.streamBytes[stream] =
-            head.present[stream] ? loadLittle<uint32_t>(sizes + 4 * field++) : 0;
+// The count a chunk's header claims, behind its sync marker and its box of six 64-bit integers;
+// -1 if it cannot be read. Read only for a chunk the index refused, so never on the walk.
+int64_t claimedCount(const std::string& path, uint64_t offset) {
+    try {
+        ByteInput in(path);
+        unsigned char count[4];
+        in.seek(offset + ZUL_SYNC_MARKER_SIZE + 48);
+        if (in.readSome(count, 4) != 4) return -1;
+        return static_cast<int64_t>(loadLittle<uint32_t>(count));
+    } catch (const FormatError&) {
+        return -1;
     }
-    return true;
 }
 
 ChunkEntry entryOf(zul_idx_Index index, int64_t number) {
@@ -50,17 +53,32 @@ ChunkEntry entryOf(zul_idx_Index index, int64_t number) {
 
 }  // namespace
 
-zul_Status openIndex(const std::string& path, bool applyTransformation, IndexGuard& index,
-                     ZulFileHead& head) {
+zul_Status openIndex(const std::string& path, bool applyTransformation, int64_t budgetMiB,
+                     IndexGuard& index, ZulFileHead& head) {
     const zul_dec_Params params = {applyTransformation ? 1 : 0, {0, 0, 0, 0}};
     zul_Status status = zul_idx_openFile(&index.index, path.c_str(), &params);
     if (status != zul_STATUS_OK) return status;
+    head.budgetMiB = budgetMiB;
+    if (budgetMiB != zulbase::kDefaultChunkBudgetMiB) {
+        status = zul_idx_setChunkBudget(index.index, budgetMiB << 20);
+        if (status != zul_STATUS_OK) return status;
+    }
+    zul_idx_getCounts(index.index, &head.usableChunks, nullptr);
     head.applyTransformation = applyTransformation;
     status = zul_idx_getDataType(index.index, &head.dataType, &head.header);
     if (status != zul_STATUS_OK) return status;
     head.present[1] = head.dataType.colorMode != zul_COLOR_NONE;
     head.present[2] = head.dataType.reflectionMode != zul_REFLECTION_NONE;
     head.present[3] = head.dataType.normalMode != zul_NORMAL_NONE;
+    // A lower budget than the index's default ends the list at the first chunk past it.
+    for (int64_t number = 0; number < head.usableChunks; ++number) {
+        zul_idx_Chunk chunk = {};
+        zul_idx_getChunk(index.index, number, &chunk);
+        if (chunk.numPoints * decodedBytesPerPoint(head) > (budgetMiB << 20)) {
+            head.usableChunks = number;
+            break;
+        }
+    }
     try {
         ByteInput in(path);
         unsigned char signature[4];
@@ -78,32 +96,16 @@ WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHea
                   const std::function<void(const ChunkEntry&)>& onChunk) {
     WalkEnd end;
     end.stage = ZulStage::Read;
-    int64_t listed = 0;
-    zul_idx_getCounts(index, &listed, nullptr);
-    std::unique_ptr<ByteInput> in;
-    try {
-        in = std::make_unique<ByteInput>(path);
-    } catch (const FormatError&) {
-        end.status = zul_STATUS_READ_ERROR;
-        return end;
-    }
+    const int64_t listed = head.usableChunks;
     const auto deliver = [&](int64_t number) {
         ChunkEntry entry = entryOf(index, number);
-        bool read = false;
-        try {
-            read = readStreamSizes(*in, head, entry);
-        } catch (const FormatError&) {
-        }
-        if (!read) {
-            end.status = zul_STATUS_READ_ERROR;
-            end.damagedChunk = entry.index;
-            end.offset = entry.offset;
-            return false;
-        }
+        int64_t sizes[4] = {};
+        zul_idx_getStreamSizes(index, number, sizes);
+        for (int stream = 0; stream < 4; ++stream)
+            entry.streamBytes[stream] = static_cast<uint64_t>(sizes[stream]);
         ++end.intactChunks;
         end.intactPoints += entry.points;
         onChunk(entry);
-        return true;
     };
     if (decodeBodies) {
         std::vector<int64_t> all(static_cast<size_t>(listed));
@@ -111,7 +113,7 @@ WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHea
         ChunkBatches batches(path, index, head.applyTransformation, std::move(all), threads);
         while (batches.next()) {
             for (size_t k = 0; k < batches.deliveredChunks(); ++k) {
-                if (!deliver(batches.batchChunks()[k])) return end;
+                deliver(batches.batchChunks()[k]);
             }
         }
         if (batches.status() != zul_STATUS_OK) {
@@ -123,20 +125,57 @@ WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHea
         }
     } else {
         for (int64_t number = 0; number < listed; ++number) {
-            if (!deliver(number)) return end;
+            deliver(number);
         }
     }
-    int64_t damaged = 0, offset = 0;
-    zul_idx_getDamage(index, &end.status, &damaged, &offset);
-    end.damagedChunk = static_cast<uint64_t>(damaged);
-    end.offset = static_cast<uint64_t>(offset);
+    const WalkEnd stop = indexEnd(path, index, head);
+    end.status = stop.status;
+    end.damagedChunk = stop.damagedChunk;
+    end.offset = stop.offset;
+    end.claimedPoints = stop.claimedPoints;
+    end.claimedMiB = stop.claimedMiB;
+    end.budgetMiB = stop.budgetMiB;
     return end;
 }
 
-WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, ZulFileHead& head,
-                   const std::function<void(const ChunkEntry&)>& onChunk) {
+WalkEnd indexEnd(const std::string& path, zul_idx_Index index, const ZulFileHead& head) {
+    WalkEnd end;
+    end.stage = ZulStage::Read;
+    int64_t damaged = 0, offset = 0;
+    zul_idx_getDamage(index, &end.status, &damaged, &offset);
+    if (damaged > head.usableChunks) {
+        // Past a budget below the index's own.
+        zul_idx_Chunk chunk = {};
+        zul_idx_getChunk(index, head.usableChunks, &chunk);
+        end.status = zul_STATUS_OVER_BUDGET;
+        damaged = head.usableChunks;
+        offset = chunk.offset;
+        end.claimedPoints = chunk.numPoints;
+    } else if (end.status == zul_STATUS_OVER_BUDGET) {
+        end.claimedPoints = claimedCount(path, static_cast<uint64_t>(offset));
+    }
+    std::vector<int64_t> before(static_cast<size_t>(damaged));
+    std::iota(before.begin(), before.end(), int64_t{0});
+    zul_idx_countPoints(index, before.data(), damaged, &end.intactPoints);
+    end.intactChunks = static_cast<uint64_t>(damaged);
+    end.damagedChunk = static_cast<uint64_t>(damaged);
+    end.offset = static_cast<uint64_t>(offset);
+    end.budgetMiB = head.budgetMiB;
+    if (end.claimedPoints >= 0)
+        end.claimedMiB = (end.claimedPoints * decodedBytesPerPoint(head) + (1 << 20) - 1) >> 20;
+    return end;
+}
+
+void checkWalkEnd(const std::string& path, const WalkEnd& end) {
+    if (end.status == zul_STATUS_OK) return;
+    if (end.status == zul_STATUS_OVER_BUDGET) throw FormatError(path + ": " + damageText(end));
+    checkStatus(end.status, path, end.stage);
+}
+
+WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, int64_t budgetMiB,
+                   ZulFileHead& head, const std::function<void(const ChunkEntry&)>& onChunk) {
     IndexGuard index;
-    const zul_Status status = openIndex(path, true, index, head);
+    const zul_Status status = openIndex(path, true, budgetMiB, index, head);
     if (status != zul_STATUS_OK) {
         WalkEnd end;
         end.status = status;
@@ -147,13 +186,25 @@ WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, ZulF
 
 std::string damageText(const WalkEnd& end) {
     if (end.stage == ZulStage::Open) return statusText(end.status, end.stage);
-    char where[200];
+    char before[120];
+    std::snprintf(before, sizeof before,
+                  "%" PRId64 " points in %" PRIu64 " chunk%s before it %s intact", end.intactPoints,
+                  end.intactChunks, end.intactChunks == 1 ? "" : "s",
+                  end.intactChunks == 1 ? "is" : "are");
+    char where[300];
+    if (end.status == zul_STATUS_OVER_BUDGET && end.claimedPoints >= 0) {
+        std::snprintf(where, sizeof where,
+                      "chunk %" PRIu64 " (byte %" PRIu64 ") claims %" PRId64 " points (%" PRId64
+                      " MiB decoded), more than the memory budget of %" PRId64
+                      " MiB a chunk allows (over budget; --chunk-budget MiB raises it); ",
+                      end.damagedChunk, end.offset, end.claimedPoints, end.claimedMiB,
+                      end.budgetMiB);
+        return where + std::string(before);
+    }
     std::snprintf(where, sizeof where,
-                  "damaged at chunk %" PRIu64 " (byte %" PRIu64 "): %" PRId64 " points in %" PRIu64
-                  " chunk%s before it are intact; ",
-                  end.damagedChunk, end.offset, end.intactPoints, end.intactChunks,
-                  end.intactChunks == 1 ? "" : "s");
-    return where + statusText(end.status, end.stage);
+                  "damaged at chunk %" PRIu64 " (byte %" PRIu64 "): ", end.damagedChunk,
+                  end.offset);
+    return where + std::string(before) + "; " + statusText(end.status, end.stage);
 }
 
 }  // namespace zulconvert

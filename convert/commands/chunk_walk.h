@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "base/limits.h"
 #include "commands/chunk_batches.h"
 #include "commands/status_text.h"
 #include "zul.h"
@@ -21,7 +22,11 @@ struct ZulFileHead {
     zul_Header2 header = {};
     // Streams present: coordinates, colour, reflection, normals.
     bool present[4] = {true, false, false, false};
-    bool applyTransformation = true;  // as the index was opened
+    bool applyTransformation = true;                      // as the index was opened
+    int64_t budgetMiB = zulbase::kDefaultChunkBudgetMiB;  // what one chunk may take decoded
+    // The chunks a reader may decode: those the index lists, up to the first one over a budget
+    // below the index's default (which the index listed before the budget was known).
+    int64_t usableChunks = 0;
 };
 
 struct ChunkEntry {
@@ -42,12 +47,23 @@ struct WalkEnd {
     uint64_t offset = 0;        // its byte offset
     uint64_t intactChunks = 0;
     int64_t intactPoints = 0;
+    // For zul_STATUS_OVER_BUDGET: the points the chunk claims and the budget it passes.
+    int64_t claimedPoints = -1, claimedMiB = -1;
+    int64_t budgetMiB = zulbase::kDefaultChunkBudgetMiB;
 };
 
 // Opens the chunk index of `path`, its boxes in the coordinates a reader gets with or without the
-// sensor header's matrix, and reads the file's head. Returns the status of the opening.
-zul_Status openIndex(const std::string& path, bool applyTransformation, IndexGuard& index,
-                     ZulFileHead& head);
+// sensor header's matrix, with a budget of `budgetMiB` a chunk decoded, and reads the file's head.
+// Returns the status of the opening.
+zul_Status openIndex(const std::string& path, bool applyTransformation, int64_t budgetMiB,
+                     IndexGuard& index, ZulFileHead& head);
+
+// Where the index of `path` stopped listing (zul_idx_getDamage), with the count a chunk over
+// the budget claims. The status is zul_STATUS_OK for a file that ends after its last chunk.
+WalkEnd indexEnd(const std::string& path, zul_idx_Index index, const ZulFileHead& head);
+
+// Throws FormatError naming `path` and the damage, unless the status is zul_STATUS_OK.
+void checkWalkEnd(const std::string& path, const WalkEnd& end);
 
 // Walks the chunks of an opened index, handing each intact one to `onChunk`. With `decodeBodies`
 // every body is decoded too (on `threads` threads, 0: one a core), so that a chunk counts as
@@ -58,8 +74,8 @@ WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHea
                   const std::function<void(const ChunkEntry&)>& onChunk);
 
 // openIndex (through the matrix), then walkIndex.
-WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, ZulFileHead& head,
-                   const std::function<void(const ChunkEntry&)>& onChunk);
+WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, int64_t budgetMiB,
+                   ZulFileHead& head, const std::function<void(const ChunkEntry&)>& onChunk);
 
 // The damage in words: "damaged at chunk 3 (byte 61234): 15000 points in 3 chunks before it are
 // intact; the file ends inside a chunk (truncated)", or the status alone for a file whose head

@@ -40,6 +40,7 @@ struct DecompressOptions {
     bool noTransform = false;
     std::string encoding;  // format-specific (PCD data, PLY format)
     std::string lasVersion = "1.2";
+    int lasColorScale = 0;  // LAS colour: the 8-bit value times 1, 256 or 257 (0: 257, said)
     bool quiet = false;
     std::string format;    // "": the output's extension
     bool force = false;    // replace an existing output
@@ -47,6 +48,7 @@ struct DecompressOptions {
     int threads = 0;       // decoding threads; 0: one a core
     bool box = false;      // write only the points within [boxMin, boxMax], bounds included
     double boxMin[3] = {}, boxMax[3] = {};
+    int64_t chunkBudgetMiB = zulbase::kDefaultChunkBudgetMiB;  // what one chunk may take decoded
     bool noCompanion = false;  // write the stream alone, whatever NAME.zulx holds
 };
 
@@ -54,11 +56,13 @@ struct InfoOptions {
     std::vector<std::string> inputs;
     bool json = false;
     bool chunks = false;  // a table of every chunk
+    int64_t chunkBudgetMiB = zulbase::kDefaultChunkBudgetMiB;
 };
 
 struct VerifyOptions {
     std::vector<std::string> inputs;
     bool quiet = false;  // report damaged files only
+    int64_t chunkBudgetMiB = zulbase::kDefaultChunkBudgetMiB;
 };
 
 struct DemoOptions {

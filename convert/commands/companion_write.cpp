@@ -191,7 +191,8 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     // Pass 1: every stored point's input point, and what the stream gives of its values.
     IndexGuard index;
     ZulFileHead head;
-    const zul_Status opened = openIndex(streamPath, false, index, head);
+    const zul_Status opened =
+        openIndex(streamPath, false, zulbase::kMaxChunkBudgetMiB, index, head);
     if (opened != zul_STATUS_OK) check(opened, shown);
     int64_t numChunks = 0;
     zul_idx_getCounts(index.index, &numChunks, nullptr);

@@ -154,23 +154,21 @@ int runDecompress(const DecompressOptions& options) {
     IndexGuard index;
     ZulFileHead head;
     errno = 0;
-    const zul_Status opened = openIndex(options.input, !options.noTransform, index, head);
+    const zul_Status opened =
+        openIndex(options.input, !options.noTransform, options.chunkBudgetMiB, index, head);
     if (opened != zul_STATUS_OK && options.salvage) throwNothingSalvaged(options, opened);
     checkStatus(opened, options.input, ZulStage::Open);
     const zul_DataType& dataType = head.dataType;
     const zul_Header2& header = head.header;
-    int64_t usable = 0;
-    zul_idx_getCounts(index.index, &usable, nullptr);
+    int64_t usable = head.usableChunks;
     const WalkEnd intact =
         options.salvage ? findIntactPoints(options, index.index, head) : WalkEnd{};
     if (options.salvage) {
         usable = static_cast<int64_t>(intact.intactChunks);
     } else {
         // A damaged header is refused before anything is written.
-        zul_Status damage = zul_STATUS_OK;
-        zul_idx_getDamage(index.index, &damage, nullptr, nullptr);
         errno = 0;
-        checkStatus(damage, options.input, ZulStage::Read);
+        checkWalkEnd(options.input, indexEnd(options.input, index.index, head));
     }
     int64_t count = 0;
     std::vector<KeptChunk> kept;
@@ -187,13 +185,30 @@ int runDecompress(const DecompressOptions& options) {
     write.gridExact = grid.exact;
     std::copy(grid.offset, grid.offset + 3, write.gridOffset);
     write.pointCount = count;
+    write.lasVersion = options.lasVersion;
     // The coordinate system that compress kept beside the file goes into a LAS output, or
     // beside any other.
     const std::string inputSidecar = sidecarPath(options.input);
     const bool hasSidecar = std::filesystem::is_regular_file(inputSidecar);
     if (hasSidecar && format == Format::Las) write.crs = readText(inputSidecar);
+    // LAS 1.2 holds a coordinate system only as EPSG codes in GeoTIFF keys; one without them
+    // goes into LAS 1.4's WKT record rather than failing the output.
+    EpsgCodes codes;
+    std::string noCodes;
+    if (!write.crs.empty() && write.lasVersion == "1.2" && !epsgCodes(write.crs, codes, noCodes)) {
+        write.lasVersion = "1.4";
+        if (!options.quiet) {
+            std::cerr << "zul: " << options.output
+                      << ": written as LAS 1.4, whose WKT record holds the coordinate system: "
+                      << noCodes << " (LAS 1.2 holds one only as EPSG codes)\n";
+        }
+    }
     write.encoding = options.encoding;
-    write.lasVersion = options.lasVersion;
+    write.lasColorScale = options.lasColorScale != 0 ? options.lasColorScale : 257;
+    if (write.color && format == Format::Las && options.lasColorScale == 0 && !options.quiet) {
+        std::cerr << "zul: LAS colour is written as the stream's 8-bit values times 257 (0 .. "
+                     "65535); --las-color-scale 1 or 256 gives them as a source held them\n";
+    }
     if (write.normals && format == Format::Las && !options.quiet) {
         std::cerr << "zul: LAS has no place for normals; they are left out of " << options.output
                   << "\n";

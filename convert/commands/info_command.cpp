@@ -36,9 +36,9 @@ struct FileSummary {
     std::vector<ChunkEntry> table;  // only with --chunks
 };
 
-FileSummary summarise(const std::string& path, bool keepTable) {
+FileSummary summarise(const std::string& path, bool keepTable, int64_t budgetMiB) {
     FileSummary s;
-    const WalkEnd end = walkChunks(path, true, 0, s.head, [&](const ChunkEntry& chunk) {
+    const WalkEnd end = walkChunks(path, true, 0, budgetMiB, s.head, [&](const ChunkEntry& chunk) {
         const double* low = chunk.min;
         const double* high = chunk.max;
         for (int axis = 0; axis < 3; ++axis) {
@@ -50,7 +50,7 @@ FileSummary summarise(const std::string& path, bool keepTable) {
         for (int i = 0; i < 4; ++i) s.streamBytes[i] += chunk.streamBytes[i];
         if (keepTable) s.table.push_back(chunk);
     });
-    checkStatus(end.status, path, end.stage);
+    checkWalkEnd(path, end);
     return s;
 }
 
@@ -226,7 +226,7 @@ int runInfo(const InfoOptions& options) {
     for (const std::string& path : options.inputs) {
         FileSummary summary;
         try {
-            summary = summarise(path, options.chunks);
+            summary = summarise(path, options.chunks, options.chunkBudgetMiB);
         } catch (const FormatError& error) {
             std::fflush(stdout);
             std::cerr << "zul: " << error.what() << "\n";

@@ -152,6 +152,11 @@ ReflectionPlan chooseReflection(const CompressOptions& options, const CloudLayou
                               std::to_string(std::numeric_limits<int32_t>::max()));
         }
         plan.max = static_cast<int32_t>(max);
+    } else if (!narrowType && plan.exact && scan.largest <= 1 && plan.scale >= 10 &&
+               std::round(std::log10(plan.scale)) == std::log10(plan.scale)) {
+        // Reflectances within 0 .. 1 at a decimal scale: the largest value stored is the scale
+        // itself, so that a reader divides by it and gets them back (0.99 as 99 of 100).
+        plan.max = static_cast<int32_t>(plan.scale);
     } else {
         const double max = std::ceil(scan.largest * plan.scale);
         plan.max = static_cast<int32_t>(
@@ -211,6 +216,12 @@ bool preparePoint(const PointPlan& plan, const CloudReader& reader, zul_Point& p
                               "xyz"[axis] + " lies too far out for a step of " +
                               shortestDecimal(grid.step) + " (give a larger --step)");
         }
+        // A value of the input's own grid (a LAS integer) that falls between two of the stored
+        // grid's points does not come back: counted, axis by axis.
+        if (reader.layout().gridStep > 0 && std::fabs(p[axis] - std::round(p[axis])) > 1e-6) {
+            ++tally.changes[std::string(1, "xyz"[axis]) + " values moved onto the grid of " +
+                            shortestDecimal(grid.step) + " (by at most half of it)"];
+        }
     }
     const ReflectionPlan& reflection = plan.reflection;
     if (reflection.keep) {
@@ -232,11 +243,19 @@ bool preparePoint(const PointPlan& plan, const CloudReader& reader, zul_Point& p
     }
     if (plan.normals) {
         const float* n = point.normal;
-        // The format cannot store a normal shorter than 1e-6; such a point gets +z.
-        if (!(std::sqrt(double{n[0]} * n[0] + double{n[1]} * n[1] + double{n[2]} * n[2]) >= 1e-6)) {
+        // The format cannot store a normal shorter than 1e-6, nor one with an infinite
+        // component (it has no direction); such a point gets +z, counted.
+        const double length =
+            std::sqrt(double{n[0]} * n[0] + double{n[1]} * n[1] + double{n[2]} * n[2]);
+        const char* change = std::isinf(length)  ? "normals with an infinite component stored as "
+                                                   "(0, 0, 1)"
+                             : !(length >= 1e-6) ? "normals of length zero (or not numbers) stored "
+                                                   "as (0, 0, 1)"
+                                                 : nullptr;
+        if (change != nullptr) {
             point.normal[0] = point.normal[1] = 0.0f;
             point.normal[2] = 1.0f;
-            ++tally.changes["normals of length zero (or not numbers) stored as (0, 0, 1)"];
+            ++tally.changes[change];
         }
     }
     return true;
@@ -251,6 +270,16 @@ void reportTally(const CompressOptions& options, const CloudReader& reader,
         for (const std::string& name : dropped) names += (names.empty() ? "" : ", ") + name;
         note(options,
              options.input + " holds what a zul file has no place for; left out: " + names);
+    }
+    const int colorScale = reader.colorScale();
+    if (colorScale == 1 || colorScale == 256) {
+        note(options,
+             options.input + " held 8-bit colour values " +
+                 (colorScale == 1 ? "as they are (0 .. 255)" : "times 256 (every low byte 0)") +
+                 " in LAS's 16-bit fields, kept exactly; a zul stream has no place for "
+                 "that scale: `zul decompress --las-color-scale " +
+                 std::to_string(colorScale) +
+                 "` writes them back so (a LAS output's colour is otherwise times 257)");
     }
     if (tally.dropped > 0) {
         note(options, "dropped " + std::to_string(tally.dropped) + " of " +

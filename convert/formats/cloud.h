@@ -90,6 +90,10 @@ public:
     // What the file holds that the points read leave out, named for the user: the layout's
     // `dropped`, or for formats that look at the values, the fields that held anything.
     virtual std::vector<std::string> dropped() const { return layout_.dropped; }
+    // How the file held its 8-bit colours in 16-bit fields, judged over the points read: 1 (as
+    // they are), 256 (in the high byte, the low byte 0), 257 (the byte in both), 65536 (16-bit
+    // colour, whose low byte a zul stream has no place for); 0 for a format of 8-bit colour.
+    virtual int colorScale() const { return 0; }
     // Bytes of the file consumed so far, and the file's size, for progress.
     virtual uint64_t bytesRead() const = 0;
     virtual uint64_t fileSize() const = 0;
@@ -114,9 +118,10 @@ struct WriteOptions {
     // integer grid with its scale and translation in the matrix), LAS stores them so.
     bool gridExact = false;
     double gridOffset[3] = {0, 0, 0};
-    std::string crs;         // the coordinate reference system as PROJ reads it, or empty
-    int64_t pointCount = 0;  // exact number of points that will be written (writerNeedsCount)
-    std::string encoding;    // format-specific: "ascii", "binary", "binary_compressed", ...
+    std::string crs;          // the coordinate reference system as PROJ reads it, or empty
+    int64_t pointCount = 0;   // exact number of points that will be written (writerNeedsCount)
+    std::string encoding;     // format-specific: "ascii", "binary", "binary_compressed", ...
+    int lasColorScale = 257;  // LAS colour: the 8-bit value times 1, 256 or 257
     std::string lasVersion = "1.2";
 };
 

@@ -100,8 +100,10 @@ public:
         intensity_ = loadLittle<uint16_t>(r + 12);
         if (colorOffset_ > 0) {
             for (int c = 0; c < 3; ++c) {
-                point.color[c] = static_cast<uint8_t>(
-                    loadLittle<uint16_t>(r + colorOffset_ + 2 * c) >> colorShift_);
+                const uint16_t value = loadLittle<uint16_t>(r + colorOffset_ + 2 * c);
+                point.color[c] = static_cast<uint8_t>(value >> colorShift_);
+                lowZero_ = lowZero_ && (value & 0xFF) == 0;
+                times257_ = times257_ && (value & 0xFF) == (value >> 8);
             }
         }
         return true;
@@ -120,8 +122,14 @@ public:
             names.push_back(std::to_string(otherVlrs_) + " variable-length record" +
                             (otherVlrs_ == 1 ? "" : "s"));
         }
-        if (colorOffset_ > 0 && colorShift_ == 8) names.push_back("the low byte of 16-bit colour");
+        if (colorScale() == 65536) names.push_back("the low byte of 16-bit colour");
         return names;
+    }
+
+    int colorScale() const override {
+        if (colorOffset_ == 0) return 0;
+        if (colorShift_ == 0) return 1;
+        return lowZero_ ? 256 : times257_ ? 257 : 65536;
     }
 
 private:
@@ -148,6 +156,7 @@ private:
 
     ByteInput in_;
     int colorShift_ = 8;
+    bool lowZero_ = true, times257_ = true;  // of every colour value read
     double scale_[3] = {};
     double offset_[3] = {};
     size_t recordLength_ = 0;

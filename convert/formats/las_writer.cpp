@@ -25,7 +25,11 @@ void put(unsigned char* header, size_t offset, T value) {
 class LasWriter : public CloudWriter {
 public:
     LasWriter(const std::string& path, const WriteOptions& options)
-        : path_(path), out_(path), color_(options.color), intensity_(options.intensity) {
+        : path_(path),
+          out_(path),
+          color_(options.color),
+          intensity_(options.intensity),
+          colorScale_(options.lasColorScale) {
         if (options.lasVersion != "1.2" && options.lasVersion != "1.4") {
             throw FormatError(path + ": LAS version " + options.lasVersion +
                               " cannot be written (1.2 and 1.4 can)");
@@ -80,7 +84,8 @@ public:
         if (color_) {
             const int at = v14_ ? 30 : 20;
             for (int c = 0; c < 3; ++c) {
-                put(record_.data(), at + 2 * c, static_cast<uint16_t>(point.color[c] * 257));
+                put(record_.data(), at + 2 * c,
+                    static_cast<uint16_t>(point.color[c] * colorScale_));
             }
         }
         out_.write(record_.data(), record_.size());
@@ -127,6 +132,7 @@ private:
     std::string path_;
     ByteOutput out_;
     bool color_, intensity_;
+    int colorScale_;
     bool v14_ = false;
     int pointFormat_ = 0;
     size_t headerSize_ = 0;

@@ -21,6 +21,35 @@ namespace {
 // LZF's longest back-reference, 264 bytes, costs 3 bytes: no block expands further than that.
 constexpr uint64_t kLzfMaxExpansion = 89;
 
+// The bytes an LZF block decompresses to, read from its control bytes alone without writing any,
+// or -1 if the block is malformed: a literal run or a back-reference's offset byte past its end,
+// or a back-reference to before the start. So a block's declared size is checked against what
+// it really holds before its memory is allocated.
+int64_t lzfDecodedSize(const unsigned char* in, size_t size) {
+    size_t at = 0;
+    int64_t out = 0;
+    while (at < size) {
+        const unsigned ctrl = in[at++];
+        if (ctrl < 32) {
+            const size_t literal = ctrl + 1;
+            if (literal > size - at) return -1;
+            at += literal;
+            out += static_cast<int64_t>(literal);
+            continue;
+        }
+        int64_t length = ctrl >> 5;
+        if (length == 7) {
+            if (at == size) return -1;
+            length += in[at++];
+        }
+        if (at == size) return -1;
+        const int64_t back = ((int64_t{ctrl} & 0x1f) << 8) + in[at++] + 1;
+        if (back > out) return -1;
+        out += length + 2;
+    }
+    return out;
+}
+
 int64_t integerTypeMax(const PcdField& field) {
     if (field.type == 'F') return 0;
     const int bits = 8 * field.size - (field.type == 'I' ? 1 : 0);
@@ -120,6 +149,9 @@ private:
         }
         std::vector<unsigned char> compressed(packed);
         in_.read(compressed.data(), packed, "the compressed block");
+        // The block is held by the file; what it decompresses to is known before allocating it.
+        if (lzfDecodedSize(compressed.data(), packed) != int64_t{unpacked})
+            in_.fail("the compressed block does not decompress to its declared size (damaged)");
         block_.resize(unpacked);
         if (unpacked > 0 &&
             lzf_decompress(compressed.data(), packed, block_.data(), unpacked) != unpacked) {

@@ -1,7 +1,10 @@
 #include "planner/planned_writer.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace zulplan {
@@ -35,6 +38,32 @@ bool parseOrder(const std::string& name, Order& order) {
         return false;
     return true;
 }
+
+namespace {
+
+// Reserves room for up to `points` points, address space only, and no more than the machine's
+// memory holds (a budget near the largest asks for more); where the system refuses even that, as
+// much as it grants down to a floor, beyond which the block grows as points come. A small input
+// never touches the rest.
+void reserveRoom(LargeVector<zul_Point>& block, size_t points) {
+    constexpr size_t kFloor = size_t{1} << 16;
+    const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGE_SIZE);
+    if (pages > 0 && pageSize > 0) {
+        const size_t memory = static_cast<size_t>(pages) * static_cast<size_t>(pageSize);
+        points = std::max(std::min(points, memory / 2 / sizeof(zul_Point)), kFloor);
+    }
+    for (;;) {
+        try {
+            block.reserve(points);
+            return;
+        } catch (const std::bad_alloc&) {
+            if (points <= kFloor) throw;
+            points = std::max(points / 2, kFloor);
+        }
+    }
+}
+
+}  // namespace
 
 size_t blockCapacity(size_t budgetBytes, int chunk, Order order) {
     const size_t size = static_cast<size_t>(std::max(chunk, 1));
@@ -92,8 +121,8 @@ zul_Status PlannedWriter::open(const std::string& path, const zul_DataType& type
     // come instead.
     const size_t reserve =
         std::min(capacity_, std::max<size_t>(options.budgetBytes / sizeof(zul_Point), 1));
-    block_.reserve(reserve);
-    if (background_) work_.reserve(reserve);
+    reserveRoom(block_, reserve);
+    if (background_) reserveRoom(work_, block_.capacity());
     file_ = std::fopen(path.c_str(), "wb");
     if (file_ == nullptr) return zul_STATUS_WRITE_ERROR;
     failed_ = zul_STATUS_OK;

@@ -2,6 +2,7 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include "base/limits.h"
 #include "bindings.h"
 #include "commands/commands.h"
 #include "py_errors.h"
@@ -19,6 +20,13 @@ void take(py::dict& options, const char* key, T& field) {
     PyDict_DelItemString(options.ptr(), key);
 }
 
+// A NUL would end the name the system sees early: another file would be opened or written.
+void checkPath(const std::string& path, const char* role) {
+    if (path.find('\0') != std::string::npos)
+        throw py::value_error(std::string(role) +
+                              ": a NUL character cannot be part of a file name");
+}
+
 void refuseRest(const py::dict& options, const char* function) {
     for (const auto& item : options) {
         throw py::type_error(std::string(function) + "() got an unexpected keyword argument '" +
@@ -27,6 +35,8 @@ void refuseRest(const py::dict& options, const char* function) {
 }
 
 int compress(const std::string& source, const std::string& target, py::dict options) {
+    checkPath(source, "src");
+    checkPath(target, "dst");
     zulconvert::CompressOptions o;
     o.input = source;
     o.output = target;
@@ -61,6 +71,8 @@ int compress(const std::string& source, const std::string& target, py::dict opti
 }
 
 int decompress(const std::string& source, const std::string& target, py::dict options) {
+    checkPath(source, "src");
+    checkPath(target, "dst");
     zulconvert::DecompressOptions o;
     o.input = source;
     o.output = target;
@@ -77,6 +89,16 @@ int decompress(const std::string& source, const std::string& target, py::dict op
     bool companion = true;
     take(options, "companion", companion);
     o.noCompanion = !companion;
+    take(options, "chunk_budget", o.chunkBudgetMiB);
+    take(options, "las_color_scale", o.lasColorScale);
+    if (o.lasColorScale != 0 && o.lasColorScale != 1 && o.lasColorScale != 256 &&
+        o.lasColorScale != 257) {
+        throw py::value_error("las_color_scale: give 1, 256 or 257");
+    }
+    if (!zulbase::chunkBudgetValid(o.chunkBudgetMiB)) {
+        throw py::value_error("chunk_budget: give 1 to " +
+                              std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");
+    }
     refuseRest(options, "decompress");
     py::gil_scoped_release release;
     return zulconvert::runDecompress(o);

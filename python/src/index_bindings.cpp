@@ -3,11 +3,14 @@
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
+#include <unistd.h>
 
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <vector>
 
+#include "base/limits.h"
 #include "bindings.h"
 #include "formats/output_grid.h"
 #include "py_errors.h"
@@ -23,20 +26,48 @@ namespace {
 class Index {
 public:
     // Over a file, or over `bytes` kept alive with the index.
-    Index(const std::string& path, bool transform, std::string bytes = std::string(),
-          bool inMemory = false)
+    // With a budget of `budgetMiB` a chunk decoded: a chunk that claims more points ends the
+    // list as damage would, before anything is allocated.
+    Index(const std::string& path, bool transform, int64_t budgetMiB,
+          std::string bytes = std::string(), bool inMemory = false)
         : path_(path), bytes_(std::move(bytes)) {
+        if (path.find('\0') != std::string::npos)
+            throw py::value_error("path: a NUL character cannot be part of a file name");
+        if (!zulbase::chunkBudgetValid(budgetMiB)) {
+            throw py::value_error("chunk_budget: give 1 to " +
+                                  std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");
+        }
         const zul_dec_Params params = {transform ? 1 : 0, {0, 0, 0, 0}};
-        const zul_Status status =
-            inMemory ? zul_idx_openBuffer(&index_, bytes_.data(), bytes_.size(), &params)
-                     : zul_idx_openFile(&index_, path.c_str(), &params);
+        zul_Status status = inMemory
+                                ? zul_idx_openBuffer(&index_, bytes_.data(), bytes_.size(), &params)
+                                : zul_idx_openFile(&index_, path.c_str(), &params);
+        if (status == zul_STATUS_OK && budgetMiB != zulbase::kDefaultChunkBudgetMiB)
+            status = zul_idx_setChunkBudget(index_, budgetMiB << 20);
         if (status != zul_STATUS_OK) {
             zul_idx_close(&index_);
             check(status, path_);
         }
+        budgetMiB_ = budgetMiB;
         zul_idx_getDataType(index_, &dataType_, &header_);
         zul_idx_getCounts(index_, &chunkCount_, &pointCount_);
         transform_ = transform;
+        // The index listed its chunks under its default budget: a lower one ends the list at the
+        // first chunk past it.
+        const int64_t perPoint = ZUL_BULK_DECODED_BYTES_PER_POINT + 24 +
+                                 (dataType_.colorMode != zul_COLOR_NONE ? 3 : 0) +
+                                 (dataType_.reflectionMode != zul_REFLECTION_NONE ? 4 : 0) +
+                                 (dataType_.normalMode != zul_NORMAL_NONE ? 12 : 0);
+        for (int64_t i = 0; i < chunkCount_; ++i) {
+            zul_idx_Chunk c;
+            zul_idx_getChunk(index_, i, &c);
+            if (c.numPoints * perPoint <= (budgetMiB << 20)) continue;
+            overBudget_ = c;
+            std::vector<int64_t> before(static_cast<size_t>(i));
+            for (int64_t k = 0; k < i; ++k) before[static_cast<size_t>(k)] = k;
+            zul_idx_countPoints(index_, before.data(), i, &pointCount_);
+            chunkCount_ = i;
+            break;
+        }
     }
     ~Index() { zul_idx_close(&index_); }
     Index(const Index&) = delete;
@@ -93,12 +124,23 @@ public:
         zul_Status status = zul_STATUS_OK;
         int64_t chunk = 0, offset = 0;
         zul_idx_getDamage(index_, &status, &chunk, &offset);
+        if (overBudget_.size > 0) {
+            status = zul_STATUS_OVER_BUDGET;
+            chunk = chunkCount_;
+            offset = overBudget_.offset;
+        }
         if (status == zul_STATUS_OK) return py::none();
         try {
             check(status, path_, chunk, offset);
         } catch (const Failure& failure) {
+            std::string message = failure.what();
+            if (status == zul_STATUS_OVER_BUDGET) {
+                message += "; it claims " + std::to_string(claimedCount(offset)) +
+                           " points, past the budget of " + std::to_string(budgetMiB_) +
+                           " MiB a chunk (chunk_budget raises it)";
+            }
             return py::make_tuple(static_cast<int>(status), zul::statusName(status), chunk, offset,
-                                  failure.what());
+                                  message);
         }
         return py::none();
     }
@@ -136,6 +178,22 @@ public:
         if (counted == zul_STATUS_INVALID_ARGUMENT)
             throw py::index_error("chunk number out of range");
         check(counted, path_);
+        // Arrays the machine cannot hold are refused before they are allocated: an
+        // over-committed allocation would be filled until the system kills the interpreter.
+        const int64_t perPoint = 24 + (dataType_.colorMode != zul_COLOR_NONE ? 3 : 0) +
+                                 (dataType_.reflectionMode != zul_REFLECTION_NONE ? 4 : 0) +
+                                 (dataType_.normalMode != zul_NORMAL_NONE ? 12 : 0);
+        const double memory = static_cast<double>(::sysconf(_SC_PHYS_PAGES)) *
+                              static_cast<double>(::sysconf(_SC_PAGE_SIZE));
+        if (memory > 0 && static_cast<double>(count) * perPoint > memory) {
+            const std::string message =
+                path_ + ": its " + std::to_string(count) + " points take " +
+                std::to_string(static_cast<int64_t>(count * perPoint >> 20)) +
+                " MiB decoded, more than this machine's memory (read it by box or with "
+                "zul.Reader, chunk by chunk)";
+            PyErr_SetString(PyExc_MemoryError, message.c_str());
+            throw py::error_already_set();
+        }
         const py::ssize_t n = static_cast<py::ssize_t>(count);
         py::array_t<double> positions({n, py::ssize_t{3}});
         py::object colors = py::none(), reflections = py::none(), normals = py::none();
@@ -180,8 +238,26 @@ public:
     int64_t numPoints() const { return pointCount_; }
 
 private:
+    // The count the header of the chunk at `offset` claims, behind its sync marker and its box;
+    // -1 if it cannot be read.
+    int64_t claimedCount(int64_t offset) const {
+        const int64_t at = offset + ZUL_SYNC_MARKER_SIZE + 48;
+        unsigned char count[4];
+        if (!bytes_.empty()) {
+            if (at + 4 > static_cast<int64_t>(bytes_.size())) return -1;
+            std::memcpy(count, bytes_.data() + at, 4);
+        } else {
+            std::ifstream in(path_, std::ios::binary);
+            if (!in.seekg(at) || !in.read(reinterpret_cast<char*>(count), 4)) return -1;
+        }
+        return int64_t{count[0]} | int64_t{count[1]} << 8 | int64_t{count[2]} << 16 |
+               int64_t{count[3]} << 24;
+    }
+
     std::string path_;
     std::string bytes_;
+    int64_t budgetMiB_ = zulbase::kDefaultChunkBudgetMiB;
+    zul_idx_Chunk overBudget_ = {};  // the first listed chunk past a budget below the default
     zul_idx_Index index_ = nullptr;
     zul_DataType dataType_;
     zul_Header2 header_;
@@ -193,7 +269,7 @@ private:
 // by offset and nothing else, as one stream in memory.
 std::unique_ptr<Index> rangesIndex(const std::string& path, int64_t headBytes,
                                    const std::vector<std::pair<int64_t, int64_t>>& ranges,
-                                   bool transform) {
+                                   bool transform, int64_t budgetMiB) {
     std::ifstream in(path, std::ios::binary);
     if (!in) check(zul_STATUS_READ_ERROR, path);
     int64_t total = headBytes;
@@ -207,14 +283,15 @@ std::unique_ptr<Index> rangesIndex(const std::string& path, int64_t headBytes,
     };
     readAt(0, headBytes);
     for (const auto& range : ranges) readAt(range.first, range.second);
-    return std::make_unique<Index>(path, transform, std::move(bytes), true);
+    return std::make_unique<Index>(path, transform, budgetMiB, std::move(bytes), true);
 }
 
 }  // namespace
 
 void bindIndex(py::module_& m) {
     py::class_<Index>(m, "Index")
-        .def(py::init<const std::string&, bool>(), py::arg("path"), py::arg("transform") = true)
+        .def(py::init<const std::string&, bool, int64_t>(), py::arg("path"),
+             py::arg("transform") = true, py::arg("chunk_budget") = zulbase::kDefaultChunkBudgetMiB)
         .def("data_type", &Index::dataType)
         .def("sensor", &Index::sensor)
         .def("chunks", &Index::chunks)
@@ -224,7 +301,7 @@ void bindIndex(py::module_& m) {
         .def_property_readonly("num_chunks", &Index::numChunks)
         .def_property_readonly("num_points", &Index::numPoints);
     m.def("ranges_index", &rangesIndex, py::arg("path"), py::arg("head_bytes"), py::arg("ranges"),
-          py::arg("transform") = true);
+          py::arg("transform") = true, py::arg("chunk_budget") = zulbase::kDefaultChunkBudgetMiB);
 }
 
 }  // namespace zulpy

@@ -35,7 +35,10 @@ def decompress(src, dst, **options):
     (PCD: ``binary``, ``ascii``, ``binary_compressed``; PLY: ``binary_little_endian``,
     ``binary_big_endian``, ``ascii``), ``las_version`` (``"1.2"`` or ``"1.4"``), ``threads`` (default 0: every core), ``quiet``,
     ``force`` (default True), ``companion`` (default True: a LAS output is rebuilt from the
-    companion beside ``src`` when there is one; False writes the stream alone).
+    companion beside ``src`` when there is one; False writes the stream alone),
+    ``las_color_scale`` (LAS colour without a companion: the 8-bit values times 1, 256 or
+    257, the default), ``chunk_budget`` (MiB one chunk may take decoded, default 256: a
+    chunk that claims more points is refused before anything is allocated).
     Returns ``dst``. Raises :class:`zul.Error` naming the file.
     """
     _zul.decompress(os.fspath(src), os.fspath(dst), dict(options))

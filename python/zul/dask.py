@@ -12,7 +12,7 @@ import numpy as np
 
 from . import _zul
 from ._errors import Error
-from .reading import _box, _open, _raise_damage
+from .reading import _box, _budget, _open, _raise_damage
 
 
 def _columns(data_type):
@@ -27,7 +27,7 @@ def _columns(data_type):
     return columns
 
 
-def plan_read(paths, *, bbox=None, chunks_per_partition=64):
+def plan_read(paths, *, bbox=None, chunks_per_partition=64, chunk_budget=None):
     """The tasks ``read`` would run: for each, the file, the bytes of its stream head and the
     (offset, bytes) ranges of its chunks, from the chunk index alone; and the columns of each
     file. Chunks whose box misses ``bbox`` are left out here, before any task runs."""
@@ -39,7 +39,7 @@ def plan_read(paths, *, bbox=None, chunks_per_partition=64):
     tasks, columns = [], None
     for path in paths:
         path = os.fspath(path)
-        index = _open(path)
+        index = _open(path, chunk_budget=chunk_budget)
         _raise_damage(index)
         file_columns = _columns(index.data_type())
         if columns is None:
@@ -55,13 +55,13 @@ def plan_read(paths, *, bbox=None, chunks_per_partition=64):
     return tasks, columns or _columns({"color": None, "max_reflection": None, "normals": False})
 
 
-def read_part(path, head, ranges, box=None, columns=None):
+def read_part(path, head, ranges, box=None, columns=None, chunk_budget=None):
     """The points of the chunks at ``ranges`` of ``path`` as a pandas DataFrame: the task of a
     partition of ``read``. Reads the stream's first ``head`` bytes and those ranges, nothing
     else."""
     import pandas as pd
 
-    index = _zul.ranges_index(path, head, ranges)
+    index = _zul.ranges_index(path, head, ranges, True, _budget(chunk_budget))
     arrays = index.decode(None, 1)
     all_columns = _columns(index.data_type())
     frame = {}
@@ -84,7 +84,7 @@ def read_part(path, head, ranges, box=None, columns=None):
     return pd.DataFrame(frame)
 
 
-def read(paths, *, bbox=None, columns=None, chunks_per_partition=64):
+def read(paths, *, bbox=None, columns=None, chunks_per_partition=64, chunk_budget=None):
     """Reads zul files into a ``dask.dataframe.DataFrame`` of columns ``x y z`` and, as the
     files have them, ``red green blue``, ``reflection`` and ``nx ny nz``.
 
@@ -92,14 +92,16 @@ def read(paths, *, bbox=None, columns=None, chunks_per_partition=64):
     task reads only their byte ranges. The column types come from the file headers without
     decoding. ``bbox`` (``(minx, miny, minz, maxx, maxy, maxz)`` in the coordinates a reader
     gets) prunes the chunks through the index before any task runs, and the tasks keep only the
-    points inside it. ``columns`` chooses columns. Raises :class:`zul.Error` for a damaged
+    points inside it. ``columns`` chooses columns. ``chunk_budget`` (MiB one chunk may take
+    decoded, ``None``: 256) refuses a chunk that claims more points. Raises :class:`zul.Error` for a damaged
     file; a task that fails raises it with the file's name.
     """
     import dask
     import dask.dataframe as dd
     import pandas as pd
 
-    tasks, all_columns = plan_read(paths, bbox=bbox, chunks_per_partition=chunks_per_partition)
+    tasks, all_columns = plan_read(paths, bbox=bbox, chunks_per_partition=chunks_per_partition,
+                                   chunk_budget=chunk_budget)
     if columns is not None:
         unknown = [c for c in columns if c not in dict(all_columns)]
         if unknown:
@@ -109,7 +111,7 @@ def read(paths, *, bbox=None, columns=None, chunks_per_partition=64):
     box = np.array(_box(bbox)) if bbox is not None else None
     if not tasks:
         return dd.from_pandas(meta, npartitions=1)
-    parts = [dask.delayed(read_part)(path, head, ranges, box, columns)
+    parts = [dask.delayed(read_part)(path, head, ranges, box, columns, chunk_budget)
              for path, head, ranges in tasks]
     return dd.from_delayed(parts, meta=meta, verify_meta=False)
 

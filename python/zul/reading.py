@@ -30,8 +30,19 @@ def _box(bbox):
     return box
 
 
-def _open(path, transform=True):
-    return _zul.Index(os.fspath(path), bool(transform))
+DEFAULT_CHUNK_BUDGET = 256
+
+
+def _budget(chunk_budget):
+    if chunk_budget is None:
+        return DEFAULT_CHUNK_BUDGET
+    if not isinstance(chunk_budget, (int, np.integer)) or isinstance(chunk_budget, bool):
+        raise TypeError("chunk_budget: give a whole number of MiB")
+    return int(chunk_budget)
+
+
+def _open(path, transform=True, chunk_budget=None):
+    return _zul.Index(os.fspath(path), bool(transform), _budget(chunk_budget))
 
 
 def _raise_damage(index):
@@ -52,18 +63,20 @@ def _cloud(arrays, index):
                  arrays["normals"], index.data_type(), index.sensor())
 
 
-def read(path, *, bbox=None, threads=None, transform=True):
+def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None):
     """Reads a zul file into a :class:`Cloud`.
 
     The chunks are decoded on ``threads`` threads (``None``: every core) straight into the
     numpy arrays, without the GIL. ``bbox`` is ``(minx, miny, minz, maxx, maxy, maxz)`` in the
     coordinates a reader gets: only the chunks whose box meets it are decoded, and only the
     points inside it (bounds included) are returned. ``transform=False`` leaves the points in the
-    stored frame, without the sensor header's matrix. Raises :class:`zul.Error` for a file that
+    stored frame, without the sensor header's matrix. ``chunk_budget`` is the memory one chunk may
+    take decoded, in MiB (``None``: 256): a chunk that claims more points is refused, naming it
+    and its count, before anything is allocated. Raises :class:`zul.Error` for a file that
     cannot be read or is damaged (naming the chunk where the damage starts).
     """
     box = _box(bbox)
-    index = _open(path, transform)
+    index = _open(path, transform, chunk_budget)
     _raise_damage(index)
     chosen = index.select(box) if box is not None else None
     arrays = index.decode(chosen, _threads(threads))
@@ -72,12 +85,12 @@ def read(path, *, bbox=None, threads=None, transform=True):
     return _cloud(arrays, index)
 
 
-def chunks(path):
+def chunks(path, *, chunk_budget=None):
     """The chunks of a zul file as a list of :class:`Chunk`, read from the chunk headers alone.
 
     Raises :class:`zul.Error` if a header is damaged, naming the chunk and its byte offset.
     """
-    index = _open(path)
+    index = _open(path, chunk_budget=chunk_budget)
     _raise_damage(index)
     return [Chunk(*c) for c in index.chunks()]
 
@@ -91,11 +104,12 @@ class Reader:
 
     ``len(reader)`` is the number of chunks and ``reader.num_points`` the number of points, both
     from the headers. A damaged chunk raises :class:`zul.Error` when the iteration reaches it,
-    after every chunk before it was handed out.
+    after every chunk before it was handed out; so does a chunk whose decoded size passes
+    ``chunk_budget`` (MiB, ``None``: 256).
     """
 
-    def __init__(self, path, *, transform=True):
-        self._index = _open(path, transform)
+    def __init__(self, path, *, transform=True, chunk_budget=None):
+        self._index = _open(path, transform, chunk_budget)
         self.data_type = self._index.data_type()
         self.sensor = self._index.sensor()
 

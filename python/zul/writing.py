@@ -15,6 +15,8 @@ def _array(name, value, dtype, columns, count=None):
     """`value` as a C-contiguous array of `dtype` with `columns` columns (None: one dimension),
     converted only where numpy converts without loss."""
     array = np.asarray(value)
+    if array.dtype == np.bool_:
+        raise TypeError(f"{name}: booleans are no {np.dtype(dtype).name}; give numbers")
     if array.dtype != dtype:
         if array.dtype.kind in "iu" and np.dtype(dtype).kind in "iu" and array.size > 0:
             info = np.iinfo(dtype)
@@ -60,7 +62,8 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
     if not np.all(np.isfinite(positions)):
         raise ValueError("positions: a zul file cannot hold NaN or infinite coordinates "
                          f"({int(np.sum(~np.all(np.isfinite(positions), axis=1)))} points)")
-    if not (isinstance(step, (int, float)) and step > 0 and np.isfinite(step)):
+    if not (isinstance(step, (int, float, np.integer, np.floating))
+            and not isinstance(step, (bool, np.bool_)) and step > 0 and np.isfinite(step)):
         raise ValueError("step: give a positive number")
     if color not in _COLOR_MODES:
         raise ValueError(f"color: {color!r}; give 'rgb888' or 'rgb565'")
@@ -85,6 +88,10 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
             raise ValueError(f"reflections: {largest} is above max_reflection {max_reflection}")
     if normals is not None:
         normals = _array("normals", normals, np.float32, 3, n)
+        unbounded = ~np.all(np.isfinite(normals), axis=1)
+        if unbounded.any():
+            raise ValueError(f"normals: {int(unbounded.sum())} hold an infinite or NaN component, "
+                             "which has no direction a zul file can hold")
         short = ~(np.linalg.norm(normals.astype(np.float64), axis=1) >= 1e-6)
         if short.any():
             raise ValueError(f"normals: {int(short.sum())} are shorter than 1e-6 (or not numbers), "

@@ -22,6 +22,7 @@ allowed() {
         convert/synthetic) echo "synthetic" ;;
         convert/commands) echo "base formats planner synthetic commands" ;;
         tools/zul | python/src | bench) echo "base formats planner synthetic commands" ;;
+        fuzz) echo "formats" ;; # the format readers' target
         *) echo "" ;;
     esac
 }

@@ -119,7 +119,9 @@ const CliCase kCases[] = {
     {"info of several files", BUNNY, "info --json {d}/b.zul {d}/b.zul", 0,
      "[\n  {\n    \"file\": ", "b.zul"},
     {"info of a forged count", BUNNY "; poke b.zul 239 63", "info {d}/b.zul", 1,
-     "b.zul: a chunk claims more points than the memory budget allows", "b.zul"},
+     "b.zul: chunk 0 (byte 172) claims 1056964708 points (76609 MiB decoded), more than the "
+     "memory budget of 256 MiB a chunk allows",
+     "b.zul"},
     {"info of a missing file", "", "info {d}/none.zul", 1, "none.zul: the file cannot be opened",
      ""},
     // verify and salvage.

@@ -132,6 +132,22 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
 }
 
 // Options that would be taken and then ignored are refused.
+// --chunk-budget MiB, the same for decompress, info and verify.
+void addChunkBudget(CLI::App& app, int64_t& budgetMiB) {
+    app.add_option("--chunk-budget", budgetMiB,
+                   "memory one chunk may take decoded, in MiB (default " +
+                       std::to_string(zulbase::kDefaultChunkBudgetMiB) +
+                       "): a chunk that claims more points is refused before anything is "
+                       "allocated");
+}
+
+void checkChunkBudget(int64_t budgetMiB) {
+    if (!zulbase::chunkBudgetValid(budgetMiB)) {
+        throw UsageError("--chunk-budget " + std::to_string(budgetMiB) + ": give 1 to " +
+                         std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");
+    }
+}
+
 void checkThreads(int threads) {
     if (threads < 0) {
         throw UsageError("--threads " + std::to_string(threads) +
@@ -181,6 +197,10 @@ void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::strin
                  "PCD: binary, ascii, binary_compressed; PLY: binary_little_endian, "
                  "binary_big_endian, ascii");
     d.add_option("--las-version", decompress.lasVersion, "1.2 (default) or 1.4");
+    d.add_option("--las-color-scale", decompress.lasColorScale,
+                 "LAS colour: the stream's 8-bit values times 1, 256 or 257 (default 257, "
+                 "0 .. 65535); compress says which one its input used")
+        ->check(CLI::IsMember({1, 256, 257}));
     d.add_flag("-q,--quiet", decompress.quiet, "no progress bar");
     d.add_option("-j,--threads", decompress.threads, "decoding threads (default 0: one a core)");
     d.add_flag("--no-companion", decompress.noCompanion,
@@ -188,6 +208,7 @@ void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::strin
     d.add_option("--bbox", box,
                  "MINX,MINY,MINZ,MAXX,MAXY,MAXZ: decode only the chunks that meet this box and "
                  "write only the points within it, bounds included");
+    addChunkBudget(d, decompress.chunkBudgetMiB);
 }
 
 // "MINX,MINY,MINZ,MAXX,MAXY,MAXZ" into the options' box.
@@ -223,6 +244,7 @@ void parseBox(const std::string& text, DecompressOptions& options) {
 void checkDecompress(const CLI::App& d, DecompressOptions& options, const BatchNames& names,
                      const std::string& box) {
     checkThreads(options.threads);
+    checkChunkBudget(options.chunkBudgetMiB);
     if (d.count("--bbox") > 0) parseBox(box, options);
     // The format every output gets: --format, else the extension of the one output named.
     std::string named = names.output;
@@ -294,12 +316,14 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
         app.add_option("files", info.inputs, "zul files");
         app.add_flag("--json", info.json, "print JSON (an array for several files)");
         app.add_flag("--chunks", info.chunks, "add a table of every chunk");
+        addChunkBudget(app, info.chunkBudgetMiB);
     } else if (command == "verify") {
         app.description(
             "Decode every chunk of zul files and report each intact or damaged file "
             "(exit status 0 only if all are intact)");
         app.add_option("files", verify.inputs, "zul files");
         app.add_flag("-q,--quiet", verify.quiet, "report damaged files only");
+        addChunkBudget(app, verify.chunkBudgetMiB);
     } else if (command == "view") {
         app.description(
             "Show zul files in a browser: serve the viewer page and the files on "
@@ -338,10 +362,12 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
     }
     if (command == "info") {
         if (info.inputs.empty()) throw UsageError("no input file given");
+        checkChunkBudget(info.chunkBudgetMiB);
         return runInfo(info);
     }
     if (command == "verify") {
         if (verify.inputs.empty()) throw UsageError("no input file given");
+        checkChunkBudget(verify.chunkBudgetMiB);
         return runVerify(verify);
     }
     if (command == "view") return runView(view);

@@ -3,6 +3,8 @@
 //     the same file (the tool's demo scan: colour, intensity, normals), runs alternated.
 //  2. Requests and bytes read before the first points, from a loopback server with and without
 //     range support (the loader in Node, as the worker runs it).
+//  2b. A box load (one chunk's box) with and without the companion NAME.zulx (classification,
+//     gps_time, return_number by the test's companion writer): requests and bytes.
 //  3. With chromium: milliseconds from opening the page to the first chunk on screen.
 // Usage: node web/bench/bench.js BUILD_DIR [--points N] [--repeats R] [--no-browser]
 'use strict';
@@ -21,13 +23,14 @@ const tool = path.join(build, 'tools', 'zul');
 const reference = path.join(build, 'web', 'zul_web_reference');
 const root = path.join(build, 'share', 'zul', 'web');
 const zul = require(path.join(root, 'src', 'zul_node.js'));
-const { load } = require(path.join(root, 'src', 'zul_loader.js'));
+const { load, ZulFile } = require(path.join(root, 'src', 'zul_loader.js'));
 
 const scratch = fs.mkdtempSync(path.join(os.tmpdir(), 'zul-web-bench-'));
 const file = path.join(scratch, 'scan.zul');
 const median = (v) => v.slice().sort((a, b) => a - b)[v.length >> 1];
 
-function serve(bytes, ranges) {
+// Serves `files` (path: bytes) and /web/ (the built web folder), with or without range support.
+function serve(files, ranges) {
   const server = http.createServer((req, res) => {
     const url = new URL(req.url, 'http://x');
     if (url.pathname.startsWith('/web/')) {
@@ -38,6 +41,8 @@ function serve(bytes, ranges) {
       res.end(fs.readFileSync(f));
       return;
     }
+    const bytes = files[url.pathname];
+    if (!bytes) { res.writeHead(404); res.end(); return; }
     const m = /^bytes=(\d+)-(\d*)$/.exec(req.headers.range || '');
     if (ranges && m) {
       const from = Number(m[1]);
@@ -78,7 +83,7 @@ function serve(bytes, ranges) {
 
   // 2. before the first points
   for (const ranges of [true, false]) {
-    const server = await serve(bytes, ranges);
+    const server = await serve({ '/scan.zul': bytes }, ranges);
     const url = `http://127.0.0.1:${server.address().port}/scan.zul`;
     const start = process.hrtime.bigint();
     let firstMs = null;
@@ -92,10 +97,31 @@ function serve(bytes, ranges) {
     server.close();
   }
 
+  // 2b. a box load, with and without the companion
+  execFileSync(path.join(build, 'web', 'zul_web_companion'), [file, file + 'x', path.join(scratch, 'fields'), 'las'], { stdio: 'ignore' });
+  const companion = new Uint8Array(fs.readFileSync(file + 'x'));
+  const opened = await ZulFile.open(wasm, { bytes, companion: false });
+  const { chunks } = await opened.listChunks();
+  opened.close();
+  const pick = chunks[Math.floor(chunks.length * 0.7)];
+  const box = { min: pick.min.map((v, a) => (v + pick.max[a]) / 2 - 1e-3), max: pick.min.map((v, a) => (v + pick.max[a]) / 2 + 1e-3) };
+  for (const files of [{ '/scan.zul': bytes }, { '/scan.zul': bytes, '/scan.zulx': companion }]) {
+    const server = await serve(files, true);
+    let points = 0;
+    let withFields = 0;
+    const stats = await load(wasm, { url: `http://127.0.0.1:${server.address().port}/scan.zul` }, { box, firstRange: 65536 }, (e) => {
+      if (e.type === 'chunk') { points += e.points.numPoints; if (Object.keys(e.points.fields).length) withFields += e.points.numPoints; }
+      if (e.type === 'fields') withFields += e.fields.classification.length;
+    });
+    console.log(`a box load (${points.toLocaleString('en')} points of ${chunks.length} chunks) ${files['/scan.zulx'] ? `with the companion (${companion.length.toLocaleString('en')} bytes; ${withFields.toLocaleString('en')} points with fields)` : 'without a companion'}: ` +
+                `${stats.requests} requests (${stats.companionRequests} to the companion), ${stats.bytes.toLocaleString('en')} bytes`);
+    server.close();
+  }
+
   // 3. in the browser
   if (!args.includes('--no-browser') && fs.existsSync('/usr/bin/chromium')) {
     const { chromium } = require(path.join(__dirname, '..', 'node_modules', 'playwright-core'));
-    const server = await serve(bytes, true);
+    const server = await serve({ '/scan.zul': bytes }, true);
     const profile = fs.mkdtempSync(path.join(os.tmpdir(), 'zul-chromium-'));
     const context = await chromium.launchPersistentContext(profile, {
       executablePath: '/usr/bin/chromium', headless: true,

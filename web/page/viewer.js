@@ -13,6 +13,7 @@ const view = window.zulView = {
   source: null, done: false, points: 0, chunksLoaded: 0, chunks: [], chunksListed: null,
   bounds: null, step: null, fields: [], version: null, box: null, budget: DEFAULT_BUDGET,
   sampled: false, notes: [], errors: [], damage: null, stats: null, firstPointsMs: null,
+  companion: null,  // {name, fields: [{name, type, width, count}]}: the companion's fields loaded
 };
 
 const container = $('view');
@@ -53,6 +54,15 @@ let header = null;
 let reflectionMax = 1;
 const fieldRanges = {};  // smallest and largest value of each companion field loaded
 
+// The LAS classes (0 to 18), each a colour of its own; other values grey.
+const CLASS_COLOURS = [
+  [150, 150, 150], [200, 200, 200], [166, 112, 60], [140, 220, 90], [60, 180, 60], [20, 110, 30],
+  [230, 60, 50], [255, 0, 255], [120, 120, 120], [40, 110, 240], [120, 80, 40], [90, 90, 90],
+  [255, 220, 120], [255, 255, 0], [255, 160, 0], [200, 120, 255], [0, 255, 255], [180, 160, 140],
+  [255, 100, 200],
+];
+const OTHER_CLASS = [90, 90, 90];
+
 function ramp(t, out, i) {
   // blue, cyan, green, yellow, red
   const stops = [[0, 0, 255], [0, 255, 255], [0, 255, 0], [255, 255, 0], [255, 0, 0]];
@@ -77,12 +87,17 @@ function colours(chunk, mode) {
     }
     return out;
   }
-  // a companion field (classification, ...): its values spread over the ramp
+  // a companion field: classification by the LAS classes' colours, any other over the ramp
   const field = chunk.fields && chunk.fields[mode];
+  if (field && mode === 'classification') {
+    for (let i = 0; i < n; ++i) out.set(CLASS_COLOURS[field[i]] || OTHER_CLASS, 3 * i);
+    return out;
+  }
   if (field) {
     const range = fieldRanges[mode] || { min: 0, max: 1 };
     const span = Math.max(range.max - range.min, 1e-9);
-    for (let i = 0; i < n; ++i) ramp((field[i] - range.min) / span, out, 3 * i);
+    const big = typeof field[0] === 'bigint';
+    for (let i = 0; i < n; ++i) ramp(((big ? Number(field[i]) : field[i]) - range.min) / span, out, 3 * i);
     return out;
   }
   // height, and any mode the file has no field for
@@ -110,6 +125,7 @@ function showFacts() {
     ['chunks', `${view.chunksLoaded}${view.chunksListed !== null ? ' of ' + view.chunksListed : ''}`],
     ['step', view.step === null ? '' : fmt(view.step)],
     ['fields', view.fields.join(', ')],
+    ['companion', view.companion ? `${view.companion.name}: ${view.companion.fields.map((f) => `${f.name} (${f.type})`).join(', ')}` : ''],
     ['version', view.version || ''],
     ['min', view.bounds ? view.bounds.min.map(fmt).join(' ') : ''],
     ['max', view.bounds ? view.bounds.max.map(fmt).join(' ') : ''],
@@ -161,7 +177,7 @@ function open(source, name) {
   Object.assign(view, {
     source: name, done: false, points: 0, chunksLoaded: 0, chunks: [], chunksListed: null,
     bounds: null, step: null, fields: [], version: null, sampled: false, notes: [], errors: [],
-    damage: null, stats: null, firstPointsMs: null,
+    damage: null, stats: null, firstPointsMs: null, companion: null,
   });
   $('drop').classList.add('hidden');
   $('status').textContent = `Loading ${name}…`;
@@ -179,9 +195,20 @@ function open(source, name) {
       if (header.hasColors) view.fields.push('colour');
       if (header.hasReflections) view.fields.push('intensity');
       if (header.hasNormals) view.fields.push('normal');
+      if (view.companion) view.fields.push(...view.companion.fields.map((f) => f.name));
     } else if (event.type === 'chunk') {
       addChunk(event);
       if (view.chunksLoaded === 1) { view.firstPointsMs = performance.now() - started; fit(); }
+    } else if (event.type === 'companion') {
+      companionEvent(event);
+    } else if (event.type === 'fields') {
+      const points = cloud.children.find((p) => p.userData.index === event.index);
+      if (points && view.companion) {
+        points.userData.fields = event.fields;
+        takeFields(event.fields);
+        points.geometry.setAttribute('color', new THREE.BufferAttribute(colours(points.userData, $('colour').value), 3, true));
+        requestRender();
+      }
     } else if (event.type === 'listed') {
       view.chunksListed = event.chunks.length;
     } else if (event.type === 'note') {
@@ -224,22 +251,51 @@ function addChunk(event) {
   geometry.computeBoundingSphere();
   const points = new THREE.Points(geometry, material);
   points.userData = { index: listing.index, exact: event.exact, numPoints: event.numPoints, positions: event.positions, colors: event.colors, reflections: event.reflections, normals: event.normals, fields: event.fields || {} };
-  for (const [name, values] of Object.entries(points.userData.fields)) {
-    const range = fieldRanges[name] || (fieldRanges[name] = { min: Infinity, max: -Infinity });
-    for (let i = 0; i < values.length; ++i) {
-      if (values[i] < range.min) range.min = values[i];
-      if (values[i] > range.max) range.max = values[i];
-    }
-    if (![...$('colour').options].some((o) => o.value === name)) {
-      $('colour').append(new Option(name, name));
-      if (!view.fields.includes(name)) view.fields.push(name);
-    }
-  }
+  takeFields(points.userData.fields);
   cloud.add(points);
   view.points += event.numPoints;
   view.chunksLoaded += 1;
   view.chunks.push(listing.index);
   requestRender();
+}
+
+// The companion opened (its fields listed, those with numbers offered as colourings), or left out:
+// a companion of another stream takes every field it gave back.
+function companionEvent(event) {
+  if (event.error) {
+    view.errors.push(event.error);
+    if (!event.refused) return;
+    view.companion = null;
+    for (const points of cloud.children) points.userData.fields = {};
+    view.fields = view.fields.filter((f) => ['position', 'colour', 'intensity', 'normal'].includes(f));
+    for (const o of [...$('colour').options].slice(4)) o.remove();
+    recolour();
+    return;
+  }
+  view.companion = { name: event.name, fields: event.fields.map((f) => Object.assign({ count: 0 }, f)) };
+  for (const f of event.fields) {
+    if (!view.fields.includes(f.name)) view.fields.push(f.name);
+    if (f.type !== 'raw') $('colour').append(new Option(f.name, f.name));
+  }
+  if (params.get('colour') && event.fields.some((f) => f.name === params.get('colour'))) $('colour').value = params.get('colour');
+  else if (event.fields.some((f) => f.name === 'classification') && header && !header.hasColors) $('colour').value = 'classification';
+}
+
+// A chunk's fields: counted, and their ranges widened for the ramp.
+function takeFields(fields) {
+  for (const [name, values] of Object.entries(fields)) {
+    const field = view.companion && view.companion.fields.find((f) => f.name === name);
+    if (!field) continue;
+    field.count += values.length / (field.type === 'raw' ? field.width : 1);
+    if (field.type === 'raw') continue;
+    const range = fieldRanges[name] || (fieldRanges[name] = { min: Infinity, max: -Infinity });
+    const big = typeof values[0] === 'bigint';
+    for (let i = 0; i < values.length; ++i) {
+      const v = big ? Number(values[i]) : values[i];
+      if (v < range.min) range.min = v;
+      if (v > range.max) range.max = v;
+    }
+  }
 }
 
 function finish() {
@@ -257,25 +313,41 @@ function finish() {
 }
 
 // The decoded arrays of the loaded chunks in stream order, base64 each (positions as the
-// decoder's doubles when the page was opened with ?exact), for scripts that check them.
+// decoder's doubles when the page was opened with ?exact), the companion's fields by name, and
+// the colours drawn, for scripts that check them.
+function base64(parts) {
+  let text = '';
+  for (const part of parts) {
+    const bytes = new Uint8Array(part.buffer, part.byteOffset, part.byteLength);
+    for (let i = 0; i < bytes.length; i += 0x8000) text += String.fromCharCode.apply(null, bytes.subarray(i, i + 0x8000));
+  }
+  return btoa(text);
+}
 view.arrays = () => {
-  const chunks = cloud.children.map((p) => p.userData).sort((a, b) => a.index - b.index);
-  const out = {};
+  const drawn = cloud.children.slice().sort((a, b) => a.userData.index - b.userData.index);
+  const chunks = drawn.map((p) => p.userData);
+  const out = { fields: {} };
   for (const [name, key] of [['positions', 'exact'], ['colors', 'colors'], ['reflections', 'reflections'], ['normals', 'normals']]) {
     const parts = chunks.map((c) => c[key]).filter(Boolean);
-    if (parts.length === 0) continue;
-    let text = '';
-    for (const part of parts) {
-      const bytes = new Uint8Array(part.buffer, part.byteOffset, part.byteLength);
-      for (let i = 0; i < bytes.length; i += 0x8000) text += String.fromCharCode.apply(null, bytes.subarray(i, i + 0x8000));
-    }
-    out[name] = btoa(text);
+    if (parts.length > 0) out[name] = base64(parts);
   }
+  for (const f of view.companion ? view.companion.fields : []) out.fields[f.name] = base64(chunks.map((c) => c.fields[f.name]).filter(Boolean));
+  out.drawnColours = base64(drawn.map((p) => p.geometry.getAttribute('color').array));
   return out;
 };
 
 // ---- the ways in ----
-$('picker').addEventListener('change', (e) => { const f = e.target.files[0]; if (f) open({ file: f }, f.name); });
+// Of files picked or dropped together: the stream (.zul) and its companion (the stream's name and
+// "x", or the one .zulx among them).
+function openFiles(files) {
+  const list = [...files];
+  const file = list.find((f) => !/\.zulx$/i.test(f.name)) || list[0];
+  if (!file) return;
+  const companions = list.filter((f) => f !== file && /\.zulx$/i.test(f.name));
+  const companion = companions.find((f) => f.name === file.name + 'x') || (companions.length === 1 ? companions[0] : null);
+  open(companion ? { file, companion } : { file }, file.name);
+}
+$('picker').addEventListener('change', (e) => openFiles(e.target.files));
 $('url-form').addEventListener('submit', (e) => {
   e.preventDefault();
   const url = $('url').value.trim();
@@ -286,8 +358,7 @@ container.addEventListener('dragleave', () => container.classList.remove('draggi
 container.addEventListener('drop', (e) => {
   e.preventDefault();
   container.classList.remove('dragging');
-  const f = e.dataTransfer.files[0];
-  if (f) open({ file: f }, f.name);
+  openFiles(e.dataTransfer.files);
 });
 
 function parseBox(text) {

@@ -2,14 +2,21 @@
 // hands each decoded chunk to a callback as typed arrays: positions Float32Array relative to
 // `origin` (x, y, z a point), colors Uint8Array (r, g, b), reflections Int32Array, normals
 // Float32Array (x, y, z), each null when the file has none; `fields` holds the companion file's
-// fields by name (classification, ...), one typed array each.
+// fields by name (classification, ...), one typed array each by the field's type (Uint8Array,
+// Int16Array, Float64Array, BigUint64Array for u64, ...; raw fields as Uint8Array of their width
+// a point), in the chunk's stored order like the positions. The companion NAME.zulx is looked for
+// beside a URL (the URL and "x"); with a File or bytes it is passed as `source.companion` (a File
+// picked or dropped together, or bytes); `companion: false` reads none.
 //
 //   const cloud = openCloud({ url }, { box, budget }, (event) => { ... });
 //   cloud.done.then((stats) => ...); cloud.cancel();
 //
 // Events: header {info, fileSize}, chunk {listing, origin, numPoints, positions, colors,
-// reflections, normals}, listed {chunks}, note {message, sampled}, damage {damage}, done {stats},
-// error {message}.
+// reflections, normals, fields}, listed {chunks}, note {message, sampled}, damage {damage},
+// companion {name, headSize, chunks, fields: [{name, type, width}]} when one is opened, or
+// companion {error, refused} when it is left out (refused: it belongs to another stream, every
+// field is to be dropped) or a chunk's block is damaged, fields {index, fields} for a chunk
+// delivered before its block was read (a URL's first chunks), done {stats}, error {message}.
 export function openCloud(source, options, onEvent) {
   const worker = new Worker(new URL('./zul_worker.js', import.meta.url));
   let settle;
@@ -45,6 +52,8 @@ export class ZulWorkerFile {
     const opened = await file.call({ call: 'open', source, options });
     file.header = opened.header;
     file.fileSize = opened.fileSize;
+    file.companion = opened.companion;
+    file.companionErrors = opened.companionErrors;
     return file;
   }
 

@@ -4,7 +4,8 @@
 // precision near the cloud; `exact: true` in the options adds the decoder's Float64Array.
 /* global ZulWasm, ZulCore, ZulLoader */
 'use strict';
-importScripts('../dist/zul_wasm.js', 'zul_core.js', 'zul_loader.js');
+importScripts('../dist/zul_wasm.js', '../vendor/fzstd.js', 'zul_core.js', 'zul_companion.js', 'zul_fetch.js',
+              'zul_loader.js');
 
 const wasmReady = ZulWasm({ locateFile: (name) => '../dist/' + name });
 
@@ -19,13 +20,14 @@ async function answerCall(data) {
     const transfer = [];
     if (call === 'open') {
       file = await ZulLoader.ZulFile.open(await wasmReady, data.source, data.options || {});
-      result = { header: file.header, fileSize: file.size };
+      result = { header: file.header, fileSize: file.size, companion: file.companion, companionErrors: file.companionErrors };
     } else if (call === 'list') {
       result = await file.listChunks();
     } else if (call === 'decode') {
       result = await file.decodeChunks(data.chunks);
       for (const entry of result) {
         for (const name of ['positions', 'colors', 'reflections', 'normals']) if (entry[name]) transfer.push(entry[name].buffer);
+        for (const array of Object.values(entry.fields || {})) transfer.push(array.buffer);
       }
     } else if (call === 'close') {
       if (file) file.close();
@@ -47,6 +49,10 @@ self.onmessage = async (message) => {
   const options = message.data.options || {};
   let origin = null;
   const emit = (event) => {
+    if (event.type === 'fields') {
+      self.postMessage(event, Object.values(event.fields).map((array) => array.buffer));
+      return;
+    }
     if (event.type !== 'chunk') {
       self.postMessage(event);
       return;

@@ -76,6 +76,101 @@ function pieces(bytes, seed) {
   return out;
 }
 
+// The companion reader against the C library's: companions written by companion_make (every
+// column type with the input's order kept, or a LAS-like set), read by ZulFile from bytes and by
+// range requests, every field bit for bit what zul_xin_readColumn gives; and companions that
+// must be refused or named as damaged.
+const COMPANIONS = [
+  // stream, its options, companion kind, head requests by URL (the second when the head is long)
+  ['sample_c.las', ['--chunk', '1500'], 'all', 1],
+  ['colored_cloud.pcd', ['--chunk', '200'], 'las', 1],
+  ['4_6_crop.las', ['--chunk', '50'], 'las', 2],
+];
+const TYPED = { 1: 1, 2: 1, 3: 2, 4: 2, 5: 4, 6: 4, 7: 8, 8: 8, 9: 4, 10: 8 };
+async function companionRows(wasm, server) {
+  const port = server.address().port;
+  const made = {};
+  for (const [name, options, kind, headRequests] of COMPANIONS) {
+    const stream = path.join(scratch, `x-${name}.zul`);
+    execFileSync(tool, ['compress', '-q', '-f', ...options, path.join(data, name), stream]);
+    const prefix = path.join(scratch, `x-${name}`);
+    const native = JSON.parse(execFileSync(env('ZUL_COMPANION'), [stream, stream + 'x', prefix, kind], { encoding: 'utf8' }));
+    made[name] = stream;
+    const sources = [['bytes', { bytes: new Uint8Array(fs.readFileSync(stream)), companion: new Uint8Array(fs.readFileSync(stream + 'x')) }],
+      ['url', { url: `http://127.0.0.1:${port}/x-${name}.zul` }]];
+    for (const [how, source] of sources) {
+      const opened = await ZulFile.open(wasm, source);
+      assert.deepStrictEqual(opened.companionErrors, [], `${name} by ${how}`);
+      assert.deepStrictEqual(opened.companion.fields.map((f) => f.name), native.fields.map((f) => f.name));
+      const { chunks } = await opened.listChunks();
+      assert.strictEqual(chunks.length, native.chunks);
+      const decoded = await opened.decodeChunks(chunks.map((c) => c.index));
+      for (const f of native.fields) {
+        const parts = decoded.map((d) => d.fields[f.name]);
+        parts.forEach((p) => assert.ok(f.type === 11 ? p instanceof Uint8Array : p.BYTES_PER_ELEMENT === TYPED[f.type], `${name}: ${f.name} type`));
+        const ours = Buffer.concat(parts.map((p) => Buffer.from(p.buffer, p.byteOffset, p.byteLength)));
+        assert.ok(ours.equals(fs.readFileSync(`${prefix}.${f.name}`)), `${name} by ${how}: ${f.name} differs`);
+      }
+      // By URL: the stream's head, the companion's head, then one read of the chunks and one of
+      // their blocks; no chunk header read.
+      if (how === 'url') assert.strictEqual(opened.requests, 1 + headRequests + 2, `${name}: requests`);
+      opened.close();
+    }
+  }
+  // Refused or damaged: [what, stream, companion bytes (changed), the message expected, by
+  // ZulFile's open (head) or at a chunk's decoding (block)].
+  const companionOf = (name) => new Uint8Array(fs.readFileSync(made[name] + 'x'));
+  const flip = (bytes, at) => { const b = bytes.slice(); b[at] ^= 0x10; return b; };
+  const sampleX = companionOf('sample_c.las');
+  const firstBlock = Number(new DataView(sampleX.buffer).getBigInt64(112 + 128, true));
+  const BAD = [
+    ['another stream', '4_6_crop.las', sampleX, /^x-4_6_crop\.las\.zulx? does not belong to x-4_6_crop\.las\.zul: another sync marker/, 'head'],
+    ['a truncated stream', 'cut', sampleX, /does not belong to .*: a stream of \d+ bytes, not \d+/, 'head'],
+    ['a truncated companion', 'sample_c.las', sampleX.slice(0, sampleX.length - 40), /truncated/, 'head'],
+    ['a damaged head', 'sample_c.las', flip(sampleX, 300), /corrupt data \(the head's checksum differs\)/, 'head'],
+    ['a damaged block', 'sample_c.las', flip(sampleX, firstBlock + 20), /chunk 0's block at byte \d+: corrupt data \(checksum\)/, 'block'],
+    ['not a companion', 'sample_c.las', new Uint8Array(fs.readFileSync(made['4_6_crop.las'])), /not a companion file/, 'head'],
+  ];
+  const cutStream = fs.readFileSync(made['sample_c.las']);
+  for (const [what, streamName, companion, pattern, where] of BAD) {
+    const bytes = streamName === 'cut' ? new Uint8Array(cutStream.subarray(0, cutStream.length - 7)) : new Uint8Array(fs.readFileSync(made[streamName]));
+    const opened = await ZulFile.open(wasm, { bytes, companion, name: path.basename(made[streamName === 'cut' ? 'sample_c.las' : streamName]),
+      companionName: path.basename(made[streamName === 'cut' ? 'sample_c.las' : streamName]) + 'x' });
+    const { chunks } = await opened.listChunks();
+    const decoded = await opened.decodeChunks([0, 1]);
+    const errors = opened.companionErrors;
+    assert.strictEqual(errors.length, 1, `${what}: ${errors.join('; ')}`);
+    assert.match(errors[0], pattern, what);
+    // The points are there all the same; the fields of the damaged or refused part are not.
+    assert.ok(chunks.length > 1 && decoded.every((d) => d.positions), `${what}: points`);
+    assert.deepStrictEqual(Object.keys(decoded[0].fields), [], `${what}: fields of chunk 0`);
+    assert.strictEqual(Object.keys(decoded[1].fields).length, where === 'block' ? 12 : 0, `${what}: fields of chunk 1`);
+    opened.close();
+  }
+  // Every prefix of a companion, and a bit flipped in every byte: a CompanionError naming the
+  // file, or (a flip in a block) the block named when it is decoded; never another error.
+  const { Companion, CompanionError } = require(path.join(root, 'src', 'zul_companion.js'));
+  const small = companionOf('colored_cloud.pcd');
+  const tryAll = (bytes) => {
+    try {
+      const c = new Companion(wasm, bytes, bytes.length, 'c.zulx');
+      c.chunks.forEach((k) => c.decodeBlock(k.index, bytes.subarray(k.blockOffset, k.blockOffset + k.blockSize)));
+      return 'read';
+    } catch (error) {
+      if (!(error instanceof CompanionError) || !error.message.startsWith('c.zulx: ')) throw error;
+      return 'refused';
+    }
+  };
+  for (let n = 0; n < small.length; ++n) assert.strictEqual(tryAll(small.subarray(0, n)), 'refused', `prefix of ${n} bytes`);
+  for (let at = 0; at < small.length; ++at) {
+    const flipped = small.slice();
+    flipped[at] ^= 1 << (at % 8);
+    // Only the metadata, which the page does not read, may change unnoticed.
+    if (tryAll(flipped) === 'read') assert.ok(at >= Number(new DataView(small.buffer).getBigInt64(80, true)), `a flip at byte ${at} unnoticed`);
+  }
+  return `${COMPANIONS.length} companions read field for field as the C library reads them, ${BAD.length} refused or named as damaged`;
+}
+
 (async () => {
   const wasm = await zul.loadWasm();
   let checked = 0;
@@ -142,8 +237,12 @@ function pieces(bytes, seed) {
   }
   // ZulFile: the chunk list by walking headers, and chosen chunks decoded, from bytes and by
   // range requests, whole and truncated.
+  const served = [];
   const server = http.createServer((req, res) => {
-    const bytes = fs.readFileSync(path.join(scratch, decodeURIComponent(req.url.slice(1))));
+    const name = path.join(scratch, decodeURIComponent(req.url.slice(1)));
+    served.push(req.url);
+    if (!fs.existsSync(name)) { res.writeHead(404); res.end(); return; }
+    const bytes = fs.readFileSync(name);
     const [, from, to] = /^bytes=(\d+)-(\d+)$/.exec(req.headers.range);
     const last = Math.min(Number(to), bytes.length - 1);
     res.writeHead(206, { 'Content-Range': `bytes ${from}-${last}/${bytes.length}` });
@@ -175,11 +274,13 @@ function pieces(bytes, seed) {
         }
       });
       if (kind === 'url') {
-        assert.strictEqual(opened.requests, 1 + chunks.length + (damage ? 1 : 0) + 3, `${name}: requests`);
+        // The head, the companion looked for (none), the headers one by one, three runs.
+        assert.strictEqual(opened.requests, 2 + chunks.length + (damage ? 1 : 0) + 3, `${name}: requests`);
       }
       opened.close();
     }
   }
+  const companionSummary = await companionRows(wasm, server);
   server.close();
 
   // Not a zul file, and one cut inside its file header: refused, nothing listed.
@@ -190,6 +291,6 @@ function pieces(bytes, seed) {
   // A chunk of more points than the decoder is allowed is refused before anything is allocated.
   const small = new Uint8Array(fs.readFileSync(path.join(scratch, 'bun0.pcd.zul')));
   assert.throws(() => zul.decodeBytes(wasm, small, { maxChunkPoints: 100 }), /more than the 100/);
-  console.log(`decoder: ${checked} clouds bit-identical to the native decoder, damage and slices checked`);
+  console.log(`decoder: ${checked} clouds bit-identical to the native decoder, damage and slices checked; ${companionSummary}`);
   fs.rmSync(scratch, { recursive: true, force: true });
 })().catch((error) => { console.error(error); process.exit(1); });

@@ -28,6 +28,19 @@ fs.copyFileSync(path.join(data, 'bun0.pcd'), path.join(scratch, 'bun0.pcd'));
 const marked = fs.readFileSync(sample);
 marked[cut.offset + 3] ^= 0xff;  // the sync marker of the middle chunk
 fs.writeFileSync(path.join(scratch, 'marker.zul'), marked);
+// Companions (classification, gps_time, return_number) by the C library: one that belongs to its
+// stream, one beside another stream, one with a damaged block (chunk 2's).
+const withx = path.join(scratch, 'withx.zul');
+fs.copyFileSync(sample, withx);
+const companionFields = JSON.parse(execFileSync(env('ZUL_COMPANION'), [withx, withx + 'x', path.join(scratch, 'withx'), 'las'], { encoding: 'utf8' })).fields;
+const fieldDump = (name) => fs.readFileSync(path.join(scratch, `withx.${name}`));
+execFileSync(tool, ['compress', '-q', '-f', '--chunk', '700', path.join(data, 'sample_c.las'), path.join(scratch, 'other.zul')]);
+fs.copyFileSync(withx + 'x', path.join(scratch, 'other.zulx'));
+fs.copyFileSync(sample, path.join(scratch, 'damagedx.zul'));
+const damagedX = fs.readFileSync(withx + 'x');
+const block2 = Number(damagedX.readBigInt64LE(112 + 2 * 152 + 128));
+damagedX[block2 + 12] ^= 0x40;
+fs.writeFileSync(path.join(scratch, 'damagedx.zulx'), damagedX);
 
 // ---- the test server: /web/ the page, /range/ files with ranges, /plain/ files without ----
 const log = [];
@@ -79,6 +92,31 @@ const pick = listing[Math.floor(listing.length * 0.7)];
 const centre = pick.min.map((v, a) => (v + pick.max[a]) / 2);
 const box = { min: centre.map((v) => v - 0.05), max: centre.map((v) => v + 0.05) };
 const inBox = listing.filter((c) => [0, 1, 2].every((a) => c.max[a] >= box.min[a] && c.min[a] <= box.max[a]));
+const boxQuery = `&first=1024&box=${[...box.min, ...box.max].join(',')}`;
+let boxRequests = null;  // requests of the box load without a companion
+
+// The companion's fields as the page loaded them: named and typed, one value a point, bit for bit
+// the C library's; with `colour=classification` each class drawn in a colour of its own.
+function checkFields(v, points) {
+  assert.strictEqual(v.companion.name, 'withx.zulx');
+  assert.deepStrictEqual(v.companion.fields.map((f) => [f.name, f.type, f.count]), [['classification', 'u8', points], ['gps_time', 'f64', points], ['return_number', 'u8', points]]);
+  for (const f of companionFields) {
+    if (points === info.points) assert.ok(Buffer.from(v.decoded.fields[f.name], 'base64').equals(fieldDump(f.name)), `${f.name} differs`);
+  }
+  assert.ok(v.fields.includes('classification') && v.fields.includes('gps_time'), v.fields.join());
+}
+function checkClassColours(v) {
+  const classes = Buffer.from(v.decoded.fields.classification, 'base64');
+  const drawn = Buffer.from(v.decoded.drawnColours, 'base64');
+  const colourOf = new Map();
+  classes.forEach((k, i) => {
+    const colour = drawn.readUIntBE(3 * i, 3);
+    if (!colourOf.has(k)) colourOf.set(k, colour);
+    assert.strictEqual(colourOf.get(k), colour, `point ${i} of class ${k}`);
+  });
+  assert.ok(colourOf.size >= 3 && new Set(colourOf.values()).size === colourOf.size, `classes ${[...colourOf.keys()]}`);
+  assert.strictEqual(colourOf.get(2), 0xa6703c, 'ground is drawn in the LAS palette\'s brown');
+}
 const ROWS = [
   ['whole file by ranges', '/range/sample.zul', '&first=4096&exact', (v, requests) => {
     // The arrays the worker decoded, bit for bit the native decoder's.
@@ -96,7 +134,8 @@ const ROWS = [
     assert.ok(v.stats.firstPoints.requests === 1, `first points after ${v.stats.firstPoints.requests} requests`);
     assert.deepStrictEqual(requests.map((r) => r.range), ['bytes=0-4095', `bytes=${requests.length > 1 ? /^bytes=(\d+)-$/.exec(requests[1].range)[1] : ''}-`]);
   }],
-  ['a box', '/range/sample.zul', `&first=1024&box=${[...box.min, ...box.max].join(',')}`, (v, requests) => {
+  ['a box', '/range/sample.zul', boxQuery, (v, requests) => {
+    boxRequests = requests.length;
     assert.ok(inBox.length >= 1 && inBox.length < listing.length / 2, `${inBox.length} chunks meet the box`);
     assert.deepStrictEqual(v.chunks.slice().sort((a, b) => a - b), inBox.map((c) => listing.indexOf(c)));
     assert.strictEqual(v.points, inBox.reduce((s, c) => s + c.numPoints, 0));
@@ -112,6 +151,42 @@ const ROWS = [
     }
     assert.deepStrictEqual([...fetched].filter((c) => !inBox.includes(c)), [], 'a chunk outside the box was read');
     assert.ok(v.stats.chunkRequests === bodies.length && bodies.length >= 1);
+  }],
+  ['a companion by ranges', '/range/withx.zul', '&first=4096&colour=classification', (v, requests, companion) => {
+    assert.deepStrictEqual(v.errors, []);
+    assert.strictEqual(v.points, info.points);
+    checkFields(v, info.points);
+    checkClassColours(v);
+    // Its head in one request (while the stream's first bytes arrive), then its blocks in one.
+    assert.deepStrictEqual(companion.map((r) => r.range), ['bytes=0-65535', companion.length > 1 ? companion[1].range : null]);
+    assert.strictEqual(v.stats.firstPoints.requests, 1);
+  }],
+  ['a box with a companion', '/range/withx.zul', boxQuery + '&colour=gps_time', (v, requests, companion) => {
+    assert.deepStrictEqual(v.chunks.slice().sort((a, b) => a - b), inBox.map((c) => listing.indexOf(c)));
+    checkFields(v, inBox.reduce((s, c) => s + c.numPoints, 0));
+    // The chunk index is the companion's: no chunk header read; the first request, the runs of
+    // chunks, the companion's head and the blocks of the chosen chunks in one read.
+    assert.strictEqual(companion.length, 2);
+    assert.ok(requests.length + companion.length < boxRequests, `${requests.length} + ${companion.length} requests, ${boxRequests} without the companion`);
+    console.log(`page: a box: ${boxRequests} requests without the companion, ${requests.length} + ${companion.length} with it`);
+  }],
+  ['a sample with a companion', '/range/withx.zul', '&first=4096&budget=4000', (v, requests, companion) => {
+    assert.ok(v.sampled && v.points <= 4000 && v.chunks.length >= 2, `${v.points} points`);
+    assert.deepStrictEqual(v.companion.fields.map((f) => f.count), [v.points, v.points, v.points]);
+    assert.ok(!requests.some((r) => /^bytes=(\d+)-(\d+)$/.exec(r.range) && Number(RegExp.$2) + 1 - Number(RegExp.$1) === 16 + v.chunkHeaderSize), 'a chunk header read');
+    // The head, the blocks of the sample's chunks of the first request, those of the others:
+    // near each other, they are read together.
+    assert.strictEqual(companion.length, 3, JSON.stringify(companion));
+  }],
+  ['a companion of another stream', '/range/other.zul', '', (v) => {
+    assert.ok(v.errors.some((e) => /^other\.zulx does not belong to other\.zul: another sync marker; its fields are left out$/.test(e)), v.errors.join('; '));
+    assert.ok(v.points === info.points && v.companion === null);
+    assert.deepStrictEqual(v.fields, ['position', 'colour', 'intensity']);
+  }],
+  ['a damaged companion', '/range/damagedx.zul', '', (v) => {
+    assert.strictEqual(v.points, info.points);
+    assert.ok(v.errors.some((e) => /^damagedx\.zulx: chunk 2's block at byte \d+: corrupt data \(checksum\); the chunk is shown without its fields$/.test(e)), v.errors.join('; '));
+    assert.deepStrictEqual(v.companion.fields.map((f) => f.count), [1, 2, 3].map(() => info.points - listing[2].numPoints));
   }],
   ['a server without ranges', '/plain/sample.zul', '', (v, requests) => {
     assert.strictEqual(v.points, info.points);
@@ -209,7 +284,7 @@ async function screenshotContent(page) {
       log.length = 0;
       try {
         const v = await loadPage(page, `${origin}/web/page/index.html?url=${encodeURIComponent(file)}${extra}`);
-        check(v, log.filter((r) => r.path === file));
+        check(v, log.filter((r) => r.path === file), log.filter((r) => r.path === file + 'x'));
         if (name === 'whole file by ranges') {
           const shot = await screenshotContent(page);
           assert.ok(shot.drawn > 0.005 && shot.colours > 20, `blank screenshot: ${JSON.stringify(shot)}`);
@@ -240,6 +315,7 @@ async function screenshotContent(page) {
     // A file from the picker and one dropped on the view: read from the File as a stream.
     const ways = [
       ['the picker', () => page.setInputFiles('#picker', sample)],
+      ['the picker with a companion', () => page.setInputFiles('#picker', [withx, withx + 'x'])],
       ['drag and drop', async () => {
         const transfer = await page.evaluateHandle((b64) => {
           const t = new DataTransfer();
@@ -254,7 +330,8 @@ async function screenshotContent(page) {
         await page.goto(`${origin}/web/page/index.html`);
         await action();
         await page.waitForFunction(() => window.zulView.done, null, { timeout: 60000 });
-        const v = await page.evaluate(() => window.zulView);
+        const v = await page.evaluate(() => Object.assign({}, window.zulView, { decoded: window.zulView.arrays() }));
+        if (name.includes('companion')) checkFields(v, info.points);
         assert.strictEqual(v.points, info.points);
         assert.strictEqual(v.chunksLoaded, info.chunks);
         assert.strictEqual(v.stats.mode, 'file');

@@ -126,3 +126,13 @@ ZULWEB_API int32_t* zulweb_reflections(zulweb_Stream* stream) { return stream->p
 ZULWEB_API float* zulweb_normals(zulweb_Stream* stream) { return stream->points.normals; }
 
 // Fields of a companion file will be read by functions beside these, on the same stream record.
+
+// The companion's checksum: XXH3-64, seed 0, of `size` bytes at `bytes`, stored little-endian at
+// `out` (8 bytes), the module handing out no 64-bit integers to JavaScript.
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
+ZULWEB_API void zulweb_xxh3(const void* bytes, size_t size, unsigned char* out) {
+    const uint64_t hash = XXH3_64bits(bytes, size);
+    for (int i = 0; i < 8; ++i) out[i] = static_cast<unsigned char>(hash >> (8 * i));
+}

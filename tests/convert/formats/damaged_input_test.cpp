@@ -87,7 +87,18 @@ const DamagedCase kCases[] = {
          const std::string b = bytesOf(dataFile("cturtle.pcd"));
          return withByte(b, b.find("binary_compressed\n") + 18 + 8, static_cast<char>(0xFF));
      },
-     "compress", "lzf.pcd: the compressed block does not decompress (damaged)"},
+     "compress", "lzf.pcd: the compressed block does not decompress to its declared size"},
+    // A block of 200 bytes of literals (193 bytes) declaring the 12000 of 1000 points: refused
+    // before the 12000 are allocated.
+    {"declared.pcd", nullptr,
+     [] {
+         std::string b =
+             "FIELDS x y z\nSIZE 4 4 4\nTYPE F F F\nPOINTS 1000\nDATA binary_compressed\n";
+         b += std::string("\xC8\0\0\0\xE0\x2E\0\0", 8);  // 200 packed, 12000 unpacked
+         for (int run = 0; run < 6; ++run) b += '\x1F' + std::string(32, 'a');
+         return b + '\0' + 'a';
+     },
+     "compress", "declared.pcd: the compressed block does not decompress to its declared size"},
     // The unpacked size becomes far larger than the header says.
     {"sizes.pcd", nullptr,
      [] {

@@ -152,6 +152,11 @@ const ReportCase kReportCases[] = {
     // The format cannot store a normal of length zero: such a point is kept, pointing up.
     {"normal of length zero", "n.xyz", "x y z nx ny nz\n1 2 3 0 0 0\n4 5 6 1 0 0\n", "",
      "changed 1 value: normals of length zero"},
+    {"infinite normal", "n.xyz", "x y z nx ny nz\n1 2 3 inf 0 0\n4 5 6 1 0 0\n", "",
+     "changed 1 value: normals with an infinite component stored as (0, 0, 1)"},
+    // The largest budget the option takes reserves no more than the machine grants.
+    {"largest order budget", "c.xyz", "x y z r g b\n1 2 3 256 0 0\n", "--order-budget 1048576",
+     "changed 1 value: colour values outside 0 .. 255 clamped"},
     {"column without a place", "k.csv", "x,y,z,class\n1,2,3,4\n", "", "left out: column class"},
     {"las fields", "4_6_crop.las", nullptr, "--no-companion",
      "left out: return numbers, classification, scan angle, point source ID, GPS time"},

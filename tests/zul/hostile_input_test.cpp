@@ -1,0 +1,138 @@
+// Hostile zul files through the tool, each run in a shell limited to 512 MiB of address space:
+// a chunk of identical points coded in zero bits that claims 2^30 - 1 of them (250 bytes), 64 such
+// chunks, counts forged within and past the chunk budget. Every command that decodes (verify,
+// info, decompress, --salvage, --bbox) refuses what passes the budget, naming the chunk and its
+// claimed count, or decodes what fits, and never dies of memory. One row a case.
+#include <algorithm>
+#include <cstring>
+
+#include "support/test_names.h"
+#include "support/tool_support.h"
+#include "zul_bulk.h"
+
+namespace {
+
+constexpr uint32_t kBomb = (1u << 30) - 1;
+
+struct HostileCase {
+    const char* name;
+    int copies;             // the chunk of two identical points, repeated
+    uint32_t count;         // the count every copy claims (0: as written)
+    bool goodFirst;         // a good chunk of two points in front
+    bool shrinkBox;         // the box's largest x one step short of the points (two apart)
+    const char* arguments;  // {f} the hostile file, {d} the folder
+    int exitCode;
+    const char* message;  // a fragment of the output
+};
+
+void PrintTo(const HostileCase& c, std::ostream* out) { *out << c.name; }
+
+const HostileCase kCases[] = {
+    {"bomb verify", 1, kBomb, false, false, "verify {f}", 1,
+     "chunk 0 (byte 172) claims 1073741823 points (65536 MiB decoded), more than the memory "
+     "budget of 256 MiB a chunk allows"},
+    {"bomb info", 1, kBomb, false, false, "info {f}", 1, "claims 1073741823 points"},
+    {"bomb decompress", 1, kBomb, false, false, "decompress -q {f} {d}/out.xyz", 1,
+     "claims 1073741823 points"},
+    {"bomb salvage", 1, kBomb, false, false, "decompress -q --salvage {f} {d}/out.xyz", 1,
+     "salvaged 0 points"},
+    {"bomb box", 1, kBomb, false, false, "decompress -q --bbox 0,-3,0,2,0,1 {f} {d}/out.xyz", 1,
+     "claims 1073741823 points"},
+    {"64 bombs", 64, kBomb, false, false, "verify {f}", 1, "chunk 0 (byte 172) claims 1073741823"},
+    {"bomb behind a good chunk salvaged", 1, kBomb, true, false,
+     "decompress -q --salvage {f} {d}/out.xyz", 1, "salvaged 2 points"},
+    // A raised budget lets the chunk through to the allocation, which fails as out of memory.
+    {"bomb with a raised budget", 1, kBomb, false, false, "verify --chunk-budget 1048576 {f}", 1,
+     "out of memory"},
+    {"forged count within the budget", 1, 4000000, false, false, "verify {f}", 0,
+     "OK, 1 chunk, 4000000 points"},
+    {"forged count past a lowered budget", 1, 300000, false, false, "info --chunk-budget 1 {f}", 1,
+     "chunk 0 (byte 172) claims 300000 points (19 MiB decoded), more than the memory budget of "
+     "1 MiB"},
+    {"points outside their box", 1, 0, false, true, "verify {f}", 1,
+     "damaged at chunk 0 (byte 172): 0 points in 0 chunks before it are intact; a chunk holds "
+     "values no writer produces"},
+    {"points outside their box salvaged", 1, 0, true, true,
+     "decompress -q --salvage {f} {d}/out.xyz", 1, "salvaged 2 points"},
+    {"budget of nothing", 1, 0, false, false, "verify --chunk-budget 0 {f}", 2,
+     "--chunk-budget 0: give 1 to 1048576 MiB"},
+};
+
+class HostileInput : public ToolTest, public ::testing::WithParamInterface<HostileCase> {};
+
+std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
+    for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+        text.replace(at, from.size(), to);
+    return text;
+}
+
+// The file: the signature and header of a stream of two identical points, then its one chunk
+// `copies` times with the count forged, behind a good chunk of two points if asked.
+std::string hostileFile(const HostileCase& c, const std::string& folder) {
+    const std::string two = folder + "/two.xyz", zul = folder + "/two.zul";
+    const std::string last = c.shrinkBox ? "1.5 -2 0.5\n1.6 -2 0.5\n" : "1.5 -2 0.5\n1.5 -2 0.5\n";
+    writeFile(two, (c.goodFirst ? "1.5 -2 0.5\n1.5 -2 0.5\n" : "") + last);
+    EXPECT_TRUE(toolSucceeds("compress -q --order input --chunk 2 " + two + " " + zul));
+    const std::string bytes = readFile(zul);
+    zul_idx_Index index = nullptr;
+    EXPECT_EQ(zul_idx_openBuffer(&index, bytes.data(), bytes.size(), nullptr), zul_STATUS_OK);
+    int64_t chunks = 0;
+    zul_idx_getCounts(index, &chunks, nullptr);
+    zul_idx_Chunk final = {};
+    zul_idx_getChunk(index, chunks - 1, &final);
+    zul_idx_close(&index);
+    std::string chunk = bytes.substr(static_cast<size_t>(final.offset));
+    if (c.count != 0) {
+        for (int i = 0; i < 4; ++i)
+            chunk[ZUL_SYNC_MARKER_SIZE + 48 + i] = static_cast<char>(c.count >> (8 * i));
+    }
+    if (c.shrinkBox) {
+        const size_t maxX = ZUL_SYNC_MARKER_SIZE + 24;
+        int64_t x;
+        std::memcpy(&x, &chunk[maxX], 8);
+        --x;
+        std::memcpy(&chunk[maxX], &x, 8);
+    }
+    std::string file = bytes.substr(0, static_cast<size_t>(final.offset));
+    for (int k = 0; k < c.copies; ++k) file += chunk;
+    return file;
+}
+
+TEST_P(HostileInput, RefusedWithinMemory) {
+    const HostileCase& c = GetParam();
+    const std::string file = path("hostile.zul");
+    writeFile(file, hostileFile(c, folder.string()));
+    ASSERT_LE(readFile(file).size(), 6000u);
+    std::string arguments = replaceAll(c.arguments, "{f}", file);
+    arguments = replaceAll(arguments, "{d}", folder.string());
+#if defined(__SANITIZE_ADDRESS__)
+    // The sanitizer's shadow memory takes more address space than any limit would allow.
+    const std::string limit;
+    if (std::string(c.name) == "bomb with a raised budget") {
+        GTEST_SKIP();
+    }
+#else
+    // Address space, so that an allocation past it fails rather than the machine swapping.
+    const std::string limit = "ulimit -v 524288; ";
+#endif
+    const std::string command =
+        "sh -c '" + limit + "exec " + ZUL_TOOL_PATH + " " + arguments + "' 2>&1";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    std::string output;
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
+    const int status = ::pclose(pipe);
+    ASSERT_TRUE(WIFEXITED(status)) << output;
+    EXPECT_EQ(WEXITSTATUS(status), c.exitCode) << output;
+    EXPECT_NE(output.find(c.message), std::string::npos) << output;
+    // A refused decompress leaves no output behind.
+    if (c.exitCode != 0 && std::string(c.arguments).find("--salvage") == std::string::npos) {
+        EXPECT_FALSE(std::filesystem::exists(path("out.xyz")));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, HostileInput, ::testing::ValuesIn(kCases), NameOfCase());
+
+}  // namespace
