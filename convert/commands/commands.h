@@ -27,10 +27,12 @@ struct CompressOptions {
     int sensorMount = 0, sensorType = 0;
     bool sensorHeader = false;  // a version 2 stream even without a transformation
     bool quiet = false;
-    std::string format;    // "": the input's content, else its extension
-    bool force = false;    // replace an existing output
-    bool verbose = false;  // tell how the chunks were cut
-    int threads = 0;       // encoding threads; 0: one a core
+    std::string format;              // "": the input's content, else its extension
+    bool force = false;              // replace an existing output
+    bool verbose = false;            // tell how the chunks were cut
+    int threads = 0;                 // encoding threads; 0: one a core
+    std::string companion = "auto";  // NAME.zulx: auto (when the input holds more), always, never
+    bool keepOrder = false;          // the companion keeps the input's order
 };
 
 struct DecompressOptions {
@@ -47,6 +49,7 @@ struct DecompressOptions {
     bool box = false;      // write only the points within [boxMin, boxMax], bounds included
     double boxMin[3] = {}, boxMax[3] = {};
     int64_t chunkBudgetMiB = zulbase::kDefaultChunkBudgetMiB;  // what one chunk may take decoded
+    bool noCompanion = false;  // write the stream alone, whatever NAME.zulx holds
 };
 
 struct InfoOptions {

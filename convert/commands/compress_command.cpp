@@ -9,6 +9,7 @@
 #include "base/worker_threads.h"
 #include "commands/chunk_batches.h"
 #include "commands/commands.h"
+#include "commands/companion_write.h"
 #include "commands/file_kind.h"
 #include "commands/output_file.h"
 #include "commands/point_plan.h"
@@ -62,6 +63,8 @@ int runCompress(const CompressOptions& options) {
     const zul_Header2& header = plan.header;
 
     OutputFile output(options.output, options.force);
+    CompanionRecorder companion(options, format);
+    std::unique_ptr<OutputFile> companionOutput = openCompanionOutput(options, companion.active());
     if (!zulplan::PlannedWriter::chunkValid(options.chunk)) {
         throw FormatError("--chunk " + std::to_string(options.chunk) + ": a chunk holds 1 to " +
                           std::to_string(zulbase::kMaxChunkSize) + " points");
@@ -89,14 +92,27 @@ int runCompress(const CompressOptions& options) {
     zul_Point point = {};
     while (reader->read(point)) {
         progress.update(reader->bytesRead());
-        if (!preparePoint(plan, *reader, point, tally)) continue;
+        const bool kept = preparePoint(plan, *reader, point, tally);
+        companion.add(point, kept);
+        if (!kept) continue;
         checkStatus(writer.write(point), options.output, ZulStage::Write);
         ++written;
     }
     checkStatus(writer.close(), options.output, ZulStage::Write);
     progress.finish();
+    const std::string kept =
+        companion.active() ? companion.finish(output.temporaryPath(),
+                                              companionOutput->temporaryPath(), options.threads)
+                           : std::string();
     output.commit();
-    keepCoordinateSystem(options, layout);
+    if (companionOutput) companionOutput->commit();
+    // The companion holds the source's own coordinate system records.
+    if (!companion.keepsFields()) keepCoordinateSystem(options, layout);
+    if (companion.active() && !options.quiet) {
+        std::cerr << "zul: " << companionPath(options.output) << " beside " << options.output
+                  << " keeps " << kept << "\n";
+    }
+    tally.fieldsKept = companion.keepsFields();
     reportTally(options, *reader, tally);
     if (!options.quiet) {
         const double seconds =

@@ -13,6 +13,7 @@
 #include "commands/chunk_batches.h"
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
+#include "commands/companion_restore.h"
 #include "commands/file_kind.h"
 #include "commands/output_file.h"
 #include "commands/point_plan.h"
@@ -148,6 +149,8 @@ int runDecompress(const DecompressOptions& options) {
                        extensionOfFormat(cloud);
         throw FormatError(options.output + ": decompress writes " + written);
     }
+    int restored = 0;
+    if (restoreFromCompanion(options, format, restored)) return restored;
     IndexGuard index;
     ZulFileHead head;
     errno = 0;

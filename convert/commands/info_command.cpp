@@ -11,6 +11,7 @@
 #include "commands/bag_command.h"
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
+#include "commands/companion_report.h"
 #include "commands/status_text.h"
 #include "formats/cloud.h"
 #include "formats/output_grid.h"
@@ -252,6 +253,7 @@ int runInfo(const InfoOptions& options) {
         } else {
             if (printed) std::printf("\n");
             printText(path, summary);
+            std::printf("%s", companionInfoText(path).c_str());
         }
         printed = true;
     }

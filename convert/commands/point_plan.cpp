@@ -265,7 +265,7 @@ void reportTally(const CompressOptions& options, const CloudReader& reader,
                  const PointTally& tally) {
     if (options.quiet) return;
     const std::vector<std::string> dropped = reader.dropped();
-    if (!dropped.empty()) {
+    if (!dropped.empty() && !tally.fieldsKept) {
         std::string names;
         for (const std::string& name : dropped) names += (names.empty() ? "" : ", ") + name;
         note(options,

@@ -69,6 +69,7 @@ PointPlan planPoints(const CompressOptions& options, const zulformats::CloudLayo
 // fit the stream, by kind.
 struct PointTally {
     int64_t read = 0, dropped = 0;
+    bool fieldsKept = false;  // a companion keeps what the stream has no place for
     std::map<std::string, int64_t> changes;
 };
 

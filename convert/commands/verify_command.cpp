@@ -7,6 +7,7 @@
 
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
+#include "commands/companion_report.h"
 #include "commands/status_text.h"
 
 namespace zulconvert {
@@ -26,7 +27,14 @@ int runVerify(const VerifyOptions& options) {
         ZulFileHead head;
         const WalkEnd end =
             walkChunks(path, true, 0, options.chunkBudgetMiB, head, [](const ChunkEntry&) {});
-        if (end.status == zul_STATUS_OK) {
+        const std::string companion = verifyCompanion(path);
+        if (!companion.empty()) {
+            ++damaged;
+            std::fflush(stdout);
+            std::fprintf(stderr, "%s\n", companion.c_str());
+            if (end.status != zul_STATUS_OK)
+                std::fprintf(stderr, "%s: %s\n", path.c_str(), damageText(end).c_str());
+        } else if (end.status == zul_STATUS_OK) {
             if (!options.quiet) {
                 std::printf("%s: OK, %" PRIu64 " chunk%s, %" PRId64 " points\n%s", path.c_str(),
                             end.intactChunks, end.intactChunks == 1 ? "" : "s", end.intactPoints,

@@ -60,6 +60,11 @@ int compress(const std::string& source, const std::string& target, py::dict opti
     take(options, "sensor_type", o.sensorType);
     take(options, "sensor_header", o.sensorHeader);
     take(options, "quiet", o.quiet);
+    take(options, "companion", o.companion);
+    take(options, "keep_order", o.keepOrder);
+    if (o.companion != "auto" && o.companion != "always" && o.companion != "never") {
+        throw py::value_error("companion=\"" + o.companion + "\": use auto, always or never");
+    }
     refuseRest(options, "compress");
     py::gil_scoped_release release;
     return zulconvert::runCompress(o);
@@ -81,6 +86,9 @@ int decompress(const std::string& source, const std::string& target, py::dict op
     take(options, "encoding", o.encoding);
     take(options, "las_version", o.lasVersion);
     take(options, "quiet", o.quiet);
+    bool companion = true;
+    take(options, "companion", companion);
+    o.noCompanion = !companion;
     take(options, "chunk_budget", o.chunkBudgetMiB);
     take(options, "las_color_scale", o.lasColorScale);
     if (o.lasColorScale != 0 && o.lasColorScale != 1 && o.lasColorScale != 256 &&

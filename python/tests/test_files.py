@@ -23,6 +23,17 @@ def test_compressed_las_reads_back_the_exact_las_coordinates(tmp_path, name):
     np.testing.assert_array_equal(sort_rows(back, back_intensity), sort_rows(positions, intensity))
 
 
+@pytest.mark.parametrize("name", LAS_FILES)
+def test_las_comes_back_byte_for_byte_through_the_companion(tmp_path, name):
+    target = zul.compress(data(name), tmp_path / "a.zul", keep_order=True)
+    assert os.path.exists(str(target) + "x")
+    zul.decompress(target, tmp_path / "b.las")
+    with open(data(name), "rb") as a, open(tmp_path / "b.las", "rb") as b:
+        assert a.read() == b.read()
+    with pytest.raises(ValueError, match="companion"):
+        zul.compress(data(name), tmp_path / "c.zul", companion="sometimes")
+
+
 def test_conversion_errors_name_the_file(tmp_path):
     (tmp_path / "bad.xyz").write_text("1,5 2,5 3,5\n")
     with pytest.raises(zul.Error, match="bad.xyz: line 1"):

@@ -7,8 +7,9 @@ from . import _zul
 
 def compress(src, dst, **options):
     """Compresses a LAS, PCD, PLY, XYZ/CSV or KITTI ``.bin`` file into the zul file ``dst``, as
-    ``zul compress`` does: LAS coordinates come back exactly, the coordinate system is kept in a
-    ``.prj`` beside ``dst``.
+    ``zul compress`` does: LAS coordinates come back exactly, and a LAS file's header and the
+    fields of its records are kept in the companion ``dst`` + ``x`` beside it (with
+    ``companion="never"``, the coordinate system is kept in a ``.prj`` beside ``dst``).
 
     Options, as the tool's: ``step``, ``color`` (``"none"``, ``"rgb565"``, ``"rgb888"``),
     ``reflection`` (``"none"`` or the largest value kept, as text), ``intensity_scale``,
@@ -16,7 +17,10 @@ def compress(src, dst, **options):
     ``translate``, ``scale``, ``rotate``, ``sensor_mount``, ``sensor_type``, ``sensor_header``,
     ``threads`` (default 0: every core),
     ``quiet`` (default True: no notes on stderr), ``force`` (default True: replace an existing
-    ``dst``, as :func:`zul.write` does; False refuses). Returns ``dst``. Raises :class:`zul.Error`
+    ``dst``, as :func:`zul.write` does; False refuses), ``companion`` (``"auto"``: ``dst`` + ``x``
+    keeps a LAS file's header and every field of its records; ``"always"``, ``"never"``) and
+    ``keep_order`` (the companion keeps the input's order: a LAS comes back byte for byte).
+    Returns ``dst``. Raises :class:`zul.Error`
     naming the file for input it cannot read; nothing is left half-written.
     """
     _zul.compress(os.fspath(src), os.fspath(dst), dict(options))
@@ -30,7 +34,9 @@ def decompress(src, dst, **options):
     Options: ``transform`` (default True: apply the sensor header's matrix), ``encoding``
     (PCD: ``binary``, ``ascii``, ``binary_compressed``; PLY: ``binary_little_endian``,
     ``binary_big_endian``, ``ascii``), ``las_version`` (``"1.2"`` or ``"1.4"``), ``threads`` (default 0: every core), ``quiet``,
-    ``force`` (default True), ``las_color_scale`` (LAS colour: the 8-bit values times 1, 256 or
+    ``force`` (default True), ``companion`` (default True: a LAS output is rebuilt from the
+    companion beside ``src`` when there is one; False writes the stream alone),
+    ``las_color_scale`` (LAS colour without a companion: the 8-bit values times 1, 256 or
     257, the default), ``chunk_budget`` (MiB one chunk may take decoded, default 256: a
     chunk that claims more points is refused before anything is allocated).
     Returns ``dst``. Raises :class:`zul.Error` naming the file.

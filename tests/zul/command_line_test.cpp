@@ -50,7 +50,7 @@ const CliCase kCases[] = {
      "To compress it: zul compress", "scan.las"},
     // Names, many files and overwrites.
     {"compress beside", "copy sample_c.las scan.las", "compress -q {d}/scan.las", 0, "",
-     "scan.las scan.zul"},
+     "scan.las scan.zul scan.zulx"},
     {"compress to a name", "", "compress -q {data}/bun0.pcd {d}/x.zul", 0, "", "x.zul"},
     {"compress to another format", "", "compress {data}/bun0.pcd {d}/b.ply", 1,
      "b.ply: compress writes a zul file; name it .zul", ""},
@@ -59,13 +59,18 @@ const CliCase kCases[] = {
      "b.zul: the file cannot be created or written (write error)", ""},
     {"existing output kept", "copy sample_c.las scan.las; text scan.zul", "compress {d}/scan.las",
      1, "scan.zul: exists already; use -f (--force)", "scan.las scan.zul"},
+    {"decompress to the input's own name", "zul compress -q {data}/sample_c.las {d}/s.zul",
+     "decompress -q {d}/s.zul", 0, "", "s.zul s.zulx sample_c.las"},
+    {"an old companion kept", "copy sample_c.las scan.las; text scan.zulx",
+     "compress --no-companion {d}/scan.las", 1, "scan.zulx: exists already; use -f (--force)",
+     "scan.las scan.zulx"},
     {"existing output forced", "copy sample_c.las scan.las; text scan.zul",
-     "compress -q -f {d}/scan.las", 0, "", "scan.las scan.zul"},
+     "compress -q -f {d}/scan.las", 0, "", "scan.las scan.zul scan.zulx"},
     {"many inputs, one bad",
      "copy sample_c.las in/a.las; copy 1.2-with-color.las in/b.las; text in/c.las",
      "compress -q {d}/in/a.las {d}/in/c.las {d}/in/b.las -o {d}/out/", 1,
      "c.las: the file ends early, inside the LAS header\nzul: 1 of 3 files failed",
-     "in/a.las in/b.las in/c.las out/a.zul out/b.zul"},
+     "in/a.las in/b.las in/c.las out/a.zul out/a.zulx out/b.zul out/b.zulx"},
     {"one name for many", "copy sample_c.las a.las; copy sample_c.las b.las",
      "compress {d}/a.las {d}/b.las -o {d}/c.zul", 2, "names one file for 2 inputs", "a.las b.las"},
     {"decompress needs a format", BUNNY, "decompress {d}/b.zul", 2, "name the output", "b.zul"},
@@ -80,11 +85,11 @@ const CliCase kCases[] = {
      "decompress {d}/b.zul {d}/b.ply", 1, "b.ply: exists already", "b.ply b.zul"},
     // Formats by content before the extension, and --format.
     {"las content under another name", "copy sample_c.las scan.xyz",
-     "compress {d}/scan.xyz {d}/s.zul", 0, "scan.xyz (LAS) ->", "s.zul scan.xyz"},
+     "compress {d}/scan.xyz {d}/s.zul", 0, "scan.xyz (LAS) ->", "s.zul s.zulx scan.xyz"},
     {"format chosen for the output",
      "zul compress -q {data}/bun0.pcd {d}/b.zul; zul decompress -q "
      "--format las {d}/b.zul -o {d}/b.dat",
-     "compress -q --step 0.001 {d}/b.dat {d}/c.zul", 0, "", "b.dat b.zul c.zul"},
+     "compress -q --step 0.001 {d}/b.dat {d}/c.zul", 0, "", "b.dat b.zul c.zul c.zulx"},
     {"format chosen for the input", "text pts.dat", "compress -q --format xyz {d}/pts.dat", 1,
      "pts.dat: line 1: a line of column names without x, y and z", "pts.dat"},
     {"zul is not a cloud", BUNNY, "compress --format zul {d}/b.zul", 2, "--format zul", "b.zul"},
@@ -335,6 +340,8 @@ TEST_F(CommandLineRun, CompressThreadsChangeNoByte) {
         EXPECT_EQ(withoutMarker(path("3.zul")), one) << order;
         std::filesystem::remove(path("1.zul"));
         std::filesystem::remove(path("3.zul"));
+        std::filesystem::remove(path("1.zulx"));
+        std::filesystem::remove(path("3.zulx"));
     }
 }
 

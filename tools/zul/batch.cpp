@@ -6,6 +6,7 @@
 #include <set>
 
 #include "commands/bag_command.h"
+#include "commands/companion_restore.h"
 #include "commands/file_kind.h"
 #include "commands/output_file.h"
 #include "commands/usage_error.h"
@@ -128,6 +129,9 @@ int runDecompressBatch(const DecompressOptions& options, const BatchNames& names
         },
         [&](const std::string& input) -> std::string {
             if (isBag(input)) return restoredBagOutput(input);
+            // The companion knows the input's own format and name.
+            const std::string own = extension ? "" : companionOutputName(input);
+            if (!own.empty()) return own;
             if (extension == nullptr) {
                 throw UsageError("decompress " + input +
                                  ": name the output (-o NAME.las, .ply, ...) or choose its format "

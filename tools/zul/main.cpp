@@ -123,6 +123,15 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
     c.add_flag("-q,--quiet", compress.quiet, "no progress bar and no notes");
     c.add_flag("-v,--verbose", compress.verbose, "tell how the chunks were cut");
     c.add_option("-j,--threads", compress.threads, "encoding threads (default 0: one a core)");
+    c.add_flag_callback(
+        "--companion", [&compress] { compress.companion = "always"; },
+        "write NAME.zulx beside NAME.zul always (its checksums and chunk index), not only when "
+        "the input holds what the stream cannot (a LAS file's header and fields)");
+    c.add_flag_callback(
+        "--no-companion", [&compress] { compress.companion = "never"; },
+        "never write NAME.zulx: what the stream cannot hold is left out");
+    c.add_flag("--keep-order", compress.keepOrder,
+               "the companion keeps the input's order: LAS comes back byte for byte");
 }
 
 // Options that would be taken and then ignored are refused.
@@ -151,6 +160,13 @@ void checkThreads(int threads) {
 
 void checkCompress(const CLI::App& c, const CompressOptions& options) {
     checkThreads(options.threads);
+    if (c.count("--companion") > 0 && c.count("--no-companion") > 0) {
+        throw UsageError("--companion and --no-companion contradict");
+    }
+    if (options.keepOrder && options.companion == "never") {
+        throw UsageError(
+            "--keep-order keeps the order in the companion that --no-companion leaves out");
+    }
     if (options.normals && options.noNormals) {
         throw UsageError("--normals and --no-normals contradict");
     }
@@ -190,6 +206,8 @@ void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::strin
         ->check(CLI::IsMember({1, 256, 257}));
     d.add_flag("-q,--quiet", decompress.quiet, "no progress bar");
     d.add_option("-j,--threads", decompress.threads, "decoding threads (default 0: one a core)");
+    d.add_flag("--no-companion", decompress.noCompanion,
+               "write the stream alone, leaving out what NAME.zulx beside it holds");
     d.add_option("--bbox", box,
                  "MINX,MINY,MINZ,MAXX,MAXY,MAXZ: decode only the chunks that meet this box and "
                  "write only the points within it, bounds included");

@@ -1,0 +1,57 @@
+// What a companion keeps of a LAS file: its public header, VLRs and EVLRs as bytes, and each
+// point record cut into named, typed columns (laspy's names) for every byte the stream does not
+// hold. The stream holds X, Y, Z, the intensity and the colour; where its values would not give
+// the record's bytes back (another step, a clamped intensity, a colour held at another scale),
+// the difference is a column too, written only where it holds anything.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "zul_companion.h"
+
+namespace zulconvert {
+
+// The parts of a LAS public header that the companion needs.
+struct LasHead {
+    int minor = 0;
+    int pointFormat = 0;
+    size_t headerSize = 0;
+    size_t recordLength = 0;
+    uint64_t dataOffset = 0;
+    uint64_t count = 0;
+    double scale[3] = {}, offset[3] = {};
+    int colorOffset = 0;  // 0 without colour
+};
+
+// Reads a LAS public header from `size` bytes; false with `problem` set for bytes that are not
+// one the tool reads.
+bool parseLasHead(const unsigned char* bytes, size_t size, LasHead& head, std::string& problem);
+
+// A column of the record: `width` bytes at `offset`.
+struct LasColumn {
+    const char* name;
+    zul_FieldType type;
+    int width;
+    size_t offset;
+};
+
+// Every part of a record of `format` that the stream does not hold, in record order; the extra
+// bytes past the format's own are one raw column "extra_bytes".
+std::vector<LasColumn> lasColumns(int format, size_t recordLength);
+
+// The columns of differences from what the stream gives: X, Y, Z (i32, modulo 2^32), intensity
+// and red, green, blue (u16, modulo 2^16) in that order.
+extern const char* const kLasResidualNames[7];
+
+// The record's coordinate from a decoded position `q` (the stream's grid point through its
+// matrix, residualWorld): round((q - offset) / scale).
+int32_t lasCoordinate(double q, double scale, double offset);
+
+// The position a stream's grid point `g` stands for, through the sensor header's matrix (or as
+// it is without one): computed the same way on both sides, so the differences come back exact.
+void residualWorld(const double g[3], const double matrix[16], bool enabled, double q[3]);
+
+}  // namespace zulconvert

@@ -1,0 +1,373 @@
+#include "commands/companion_restore.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <numeric>
+
+#include "commands/chunk_batches.h"
+#include "commands/chunk_walk.h"
+#include "commands/companion_las.h"
+#include "commands/companion_report.h"
+#include "commands/companion_write.h"
+#include "commands/output_file.h"
+#include "commands/salvage.h"
+#include "commands/status_text.h"
+#include "formats/byte_input.h"
+#include "formats/byte_output.h"
+#include "formats/las_records.h"
+#include "zul_companion.h"
+
+namespace zulconvert {
+
+using namespace zulformats;
+
+namespace {
+
+// Opens and binds the companion of `input`; throws for one that is damaged or another stream's.
+// For a salvage, a stream cut or damaged after its head is not bound: each chunk written is then
+// compared with the companion's (chunkMatches).
+void openCompanion(const std::string& input, const std::string& path, CompanionReader& guard,
+                   bool salvage) {
+    zul_Status status = zul_xin_openFile(&guard.reader, path.c_str());
+    if (status != zul_STATUS_OK) {
+        throw FormatError(path + ": the companion of " + input + " cannot be read (" +
+                          zul_x_statusText(status) +
+                          "); decompress with --no-companion to write the stream alone, "
+                          "without the fields it keeps");
+    }
+    status = zul_xin_bindStreamFile(guard.reader, input.c_str());
+    if (status == zul_STATUS_COMPANION_MISMATCH && salvage) return;
+    if (status == zul_STATUS_COMPANION_MISMATCH) {
+        // A damaged or cut stream is said as such, not as another stream's.
+        IndexGuard index;
+        zul_Status damage = zul_idx_openFile(&index.index, input.c_str(), nullptr);
+        if (damage == zul_STATUS_OK) zul_idx_getDamage(index.index, &damage, nullptr, nullptr);
+        checkStatus(damage, input, ZulStage::Read);
+        throw FormatError(path + " does not belong to " + input +
+                          " (another stream's companion); decompress with --no-companion to "
+                          "write the stream alone");
+    }
+    if (status != zul_STATUS_OK) {
+        throw FormatError(path + ": cannot be bound to " + input + " (" + zul_x_statusText(status) +
+                          ")");
+    }
+}
+
+template <typename T>
+void put(unsigned char* at, T value) {
+    std::memcpy(at, &value, sizeof value);
+}
+
+// A column of the companion and where it goes in a record.
+struct Placed {
+    int32_t field;
+    int width;
+    size_t offset;
+    int residual;  // 0-6 for a difference column (kLasResidualNames), -1 for record bytes
+};
+
+}  // namespace
+
+std::string companionOutputName(const std::string& input) {
+    const std::string path = companionPath(input);
+    CompanionReader guard;
+    if (!std::filesystem::is_regular_file(path) ||
+        zul_xin_openFile(&guard.reader, path.c_str()) != zul_STATUS_OK) {
+        return "";
+    }
+    zul_SourceKind kind = zul_SOURCE_NONE;
+    const void* bytes = nullptr;
+    size_t size = 0;
+    zul_xin_getSource(guard.reader, &kind, &bytes, &size);
+    const char* ext = kind == zul_SOURCE_LAS   ? ".las"
+                      : kind == zul_SOURCE_PCD ? ".pcd"
+                      : kind == zul_SOURCE_PLY ? ".ply"
+                                               : nullptr;
+    if (!ext) return "";
+    const std::filesystem::path name(conventionOf(guard.reader, "name"));
+    if (!name.empty() && name == name.filename() && name.extension() == ext) return name.string();
+    return std::filesystem::path(input).filename().replace_extension(ext).string();
+}
+
+bool restoreFromCompanion(const DecompressOptions& options, Format format, int& exitCode) {
+    if (options.noCompanion) return false;
+    const std::string path = companionPath(options.input);
+    if (!std::filesystem::exists(path)) {
+        if (format == Format::Las && !options.quiet) {
+            std::cerr << "zul: " << options.input << " has no companion " << path
+                      << ": the LAS written holds positions, intensity and colour, with a "
+                         "header, records and fields of the tool's own\n";
+        }
+        return false;
+    }
+    CompanionReader guard;
+    openCompanion(options.input, path, guard, options.salvage);
+    zul_SourceKind kind = zul_SOURCE_NONE;
+    const void* sourceBytes = nullptr;
+    size_t sourceSize = 0;
+    zul_xin_getSource(guard.reader, &kind, &sourceBytes, &sourceSize);
+    zul_CompanionInfo info = {};
+    zul_xin_getInfo(guard.reader, &info);
+    if (kind != zul_SOURCE_LAS || format != Format::Las || options.noTransform) {
+        if (info.numFields > 0 && !options.quiet) {
+            std::cerr << "zul: the " << info.numFields << " fields that " << path
+                      << " keeps are left out of " << options.output
+                      << (options.noTransform ? " (--no-transform)" : "")
+                      << "; they come back in a LAS output\n";
+        }
+        return false;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    const unsigned char* source = static_cast<const unsigned char*>(sourceBytes);
+    LasHead las;
+    std::string problem;
+    if (!parseLasHead(source, sourceSize, las, problem) || las.dataOffset > sourceSize) {
+        throw FormatError(path + ": its LAS header is damaged (" + problem + ")");
+    }
+    const std::vector<LasColumn> columns = lasColumns(las.pointFormat, las.recordLength);
+    std::vector<Placed> placed;
+    for (int32_t f = 0; f < info.numFields; ++f) {
+        zul_FieldInfo field = {};
+        zul_xin_getField(guard.reader, f, &field);
+        Placed p{f, field.width, 0, -1};
+        bool known = false;
+        for (const LasColumn& column : columns) {
+            if (std::strcmp(column.name, field.name) == 0 && column.width == field.width) {
+                p.offset = column.offset;
+                known = true;
+            }
+        }
+        for (int k = 0; k < 7 && !known; ++k) {
+            if (std::strcmp(kLasResidualNames[k], field.name) == 0 &&
+                (k < 4 || las.colorOffset > 0) && field.width == (k < 3 ? 4 : 2)) {
+                p.residual = k, known = true;
+            }
+        }
+        if (!known) {
+            throw FormatError(path + ": field \"" + field.name +
+                              "\" has no place in a LAS record of point format " +
+                              std::to_string(las.pointFormat));
+        }
+        placed.push_back(p);
+    }
+    const std::string scaleText = conventionOf(guard.reader, "colour scale");
+    const int64_t colorScale = scaleText.empty() ? 256 : std::atoll(scaleText.c_str());
+
+    IndexGuard index;
+    ZulFileHead head;
+    errno = 0;
+    const zul_Status opened = openIndex(options.input, false, options.chunkBudgetMiB, index, head);
+    if (opened != zul_STATUS_OK && options.salvage) throwNothingSalvaged(options, opened);
+    checkStatus(opened, options.input, ZulStage::Open);
+    int64_t usable = 0;
+    zul_idx_getCounts(index.index, &usable, nullptr);
+    const WalkEnd intact =
+        options.salvage ? findIntactPoints(options, index.index, head) : WalkEnd{};
+    if (options.salvage) {
+        usable = static_cast<int64_t>(intact.intactChunks);
+    } else {
+        zul_Status damage = zul_STATUS_OK;
+        zul_idx_getDamage(index.index, &damage, nullptr, nullptr);
+        checkStatus(damage, options.input, ZulStage::Read);
+    }
+    std::vector<int64_t> chunks(static_cast<size_t>(usable));
+    std::iota(chunks.begin(), chunks.end(), int64_t{0});
+
+    const size_t length = las.recordLength;
+    std::vector<unsigned char> data;
+    std::vector<uint64_t> order;
+    std::vector<unsigned char> column;
+    std::vector<uint64_t> chunkOrder;
+    double lo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, hi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
+    // The whole file in the input's order: each record goes straight to its place.
+    const bool direct = info.hasOrder && !options.box && !options.salvage &&
+                        info.numPoints == static_cast<int64_t>(las.count);
+    std::vector<bool> seen(direct ? las.count : 0);
+    uint64_t placedRecords = 0;
+    if (direct) data.assign(las.count * length, 0);
+    ChunkBatches batches(options.input, index.index, false, chunks, options.threads);
+    const zul_Header2& header = head.header;
+    std::vector<unsigned char> records;
+    while (batches.next()) {
+        const zul_bulk_Points& points = batches.points();
+        int64_t at = 0;
+        for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
+            const int64_t number = batches.batchChunks()[c];
+            zul_idx_Chunk chunk = {};
+            zul_idx_getChunk(index.index, number, &chunk);
+            const int64_t n = chunk.numPoints;
+            zul_CompanionChunk bound = {};
+            if (zul_xin_getChunk(guard.reader, number, &bound) != zul_STATUS_OK ||
+                bound.chunk.offset != chunk.offset || bound.chunk.size != chunk.size ||
+                bound.chunk.numPoints != chunk.numPoints) {
+                throw FormatError(path + " does not belong to " + options.input + " (chunk " +
+                                  std::to_string(number) + " is another)");
+            }
+            records.assign(static_cast<size_t>(n) * length, 0);
+            for (int64_t i = 0; i < n; ++i) {
+                unsigned char* r = records.data() + static_cast<size_t>(i) * length;
+                double q[3];
+                residualWorld(points.positions + 3 * (at + i), header.transformation,
+                              header.enabled, q);
+                for (int axis = 0; axis < 3; ++axis) {
+                    put(r + 4 * axis, lasCoordinate(q[axis], las.scale[axis], las.offset[axis]));
+                }
+                if (points.reflections)
+                    put(r + 12, static_cast<uint16_t>(points.reflections[at + i]));
+                if (las.colorOffset > 0 && points.colors) {
+                    for (int k = 0; k < 3; ++k) {
+                        put(r + las.colorOffset + 2 * k,
+                            static_cast<uint16_t>(points.colors[3 * (at + i) + k] * colorScale));
+                    }
+                }
+            }
+            for (const Placed& p : placed) {
+                column.resize(static_cast<size_t>(n) * p.width);
+                const zul_Status status =
+                    zul_xin_readColumn(guard.reader, number, p.field, column.data(), n);
+                if (status != zul_STATUS_OK) {
+                    throw FormatError(
+                        path + ": chunk " + std::to_string(number) + "'s fields cannot be read (" +
+                        zul_x_statusText(status) +
+                        "); decompress with --no-companion to write the stream alone");
+                }
+                for (int64_t i = 0; i < n; ++i) {
+                    unsigned char* r = records.data() + static_cast<size_t>(i) * length;
+                    const unsigned char* v = column.data() + static_cast<size_t>(i) * p.width;
+                    if (p.residual < 0) {
+                        std::memcpy(r + p.offset, v, static_cast<size_t>(p.width));
+                    } else if (p.residual < 3) {
+                        unsigned char* at4 = r + 4 * p.residual;
+                        put(at4, static_cast<uint32_t>(loadLittle<uint32_t>(at4) +
+                                                       loadLittle<uint32_t>(v)));
+                    } else {
+                        unsigned char* at2 =
+                            p.residual == 3 ? r + 12 : r + las.colorOffset + 2 * (p.residual - 4);
+                        put(at2, static_cast<uint16_t>(loadLittle<uint16_t>(at2) +
+                                                       loadLittle<uint16_t>(v)));
+                    }
+                }
+            }
+            if (info.hasOrder) {
+                chunkOrder.resize(static_cast<size_t>(n));
+                const zul_Status status =
+                    zul_xin_readOrder(guard.reader, number, chunkOrder.data(), n);
+                if (status != zul_STATUS_OK) {
+                    throw FormatError(path + ": chunk " + std::to_string(number) +
+                                      "'s order cannot be read (" + zul_x_statusText(status) + ")");
+                }
+            }
+            for (int64_t i = 0; i < n; ++i) {
+                const unsigned char* r = records.data() + static_cast<size_t>(i) * length;
+                double p[3];
+                for (int axis = 0; axis < 3; ++axis) {
+                    p[axis] =
+                        loadLittle<int32_t>(r + 4 * axis) * las.scale[axis] + las.offset[axis];
+                }
+                if (options.box) {
+                    bool inside = true;
+                    for (int axis = 0; axis < 3; ++axis) {
+                        inside = inside && p[axis] >= options.boxMin[axis] &&
+                                 p[axis] <= options.boxMax[axis];
+                    }
+                    if (!inside) continue;
+                }
+                for (int axis = 0; axis < 3; ++axis) {
+                    lo[axis] = std::min(lo[axis], p[axis]);
+                    hi[axis] = std::max(hi[axis], p[axis]);
+                }
+                if (direct) {
+                    // Every record in its place at once.
+                    const uint64_t k = chunkOrder[static_cast<size_t>(i)];
+                    if (k >= las.count || seen[k]) {
+                        throw FormatError(path + ": chunk " + std::to_string(number) +
+                                          "'s order is damaged (record " + std::to_string(k) +
+                                          " twice or out of range)");
+                    }
+                    seen[k] = true;
+                    std::memcpy(data.data() + k * length, r, length);
+                    ++placedRecords;
+                    continue;
+                }
+                data.insert(data.end(), r, r + length);
+                if (info.hasOrder) order.push_back(chunkOrder[static_cast<size_t>(i)]);
+            }
+            at += n;
+        }
+        if (batches.status() != zul_STATUS_OK) break;
+    }
+    checkStatus(batches.status(), options.input, ZulStage::Read);
+    if (direct && placedRecords != las.count) {
+        throw FormatError(path + ": holds " + std::to_string(placedRecords) + " of the " +
+                          std::to_string(las.count) + " records its LAS header counts");
+    }
+    const uint64_t written = direct ? placedRecords : data.size() / length;
+
+    // The source's header, with the count and box of what is written when that is not all.
+    std::vector<unsigned char> head0(source, source + las.dataOffset);
+    const unsigned char* tail = source + las.dataOffset;
+    const size_t tailSize = sourceSize - las.dataOffset;
+    if (written != las.count) {
+        unsigned char* h = head0.data();
+        put<uint32_t>(h + 107, written <= UINT32_MAX && !(las.minor >= 4 && las.pointFormat >= 6)
+                                   ? static_cast<uint32_t>(written)
+                                   : 0);
+        if (las.minor >= 4 && las.headerSize >= kLas14HeaderSize) put<uint64_t>(h + 247, written);
+        for (int axis = 0; axis < 3; ++axis) {
+            put(h + 179 + 16 * axis, written > 0 ? hi[axis] : 0.0);
+            put(h + 187 + 16 * axis, written > 0 ? lo[axis] : 0.0);
+        }
+        const uint64_t oldEnd = las.dataOffset + las.count * length;
+        const uint64_t newEnd = las.dataOffset + written * length;
+        for (const size_t at : {size_t{227}, size_t{235}}) {
+            if ((at == 227 && las.minor < 3) || (at == 235 && las.minor < 4) ||
+                head0.size() < at + 8) {
+                continue;
+            }
+            const uint64_t offset = loadLittle<uint64_t>(h + at);
+            if (offset >= oldEnd) put<uint64_t>(h + at, offset - oldEnd + newEnd);
+        }
+        if (!options.quiet) {
+            std::cerr << "zul: " << options.output << " holds " << written << " of the "
+                      << las.count
+                      << " records; its header says so, but its counts by return are the "
+                         "input's\n";
+        }
+    }
+
+    OutputFile output(options.output, options.force);
+    {
+        ByteOutput out(output.temporaryPath());
+        out.write(head0.data(), head0.size());
+        if (info.hasOrder && !direct) {
+            std::vector<uint64_t> rank(written);
+            std::iota(rank.begin(), rank.end(), uint64_t{0});
+            std::stable_sort(rank.begin(), rank.end(),
+                             [&](uint64_t a, uint64_t b) { return order[a] < order[b]; });
+            for (const uint64_t k : rank) out.write(data.data() + k * length, length);
+        } else {
+            out.write(data.data(), data.size());
+        }
+        out.write(tail, tailSize);
+        out.close();
+    }
+    output.commit();
+    if (!options.quiet) {
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        std::printf("%s + %s -> %s (LAS, the input's header and fields%s): %llu points, %.2f s\n",
+                    options.input.c_str(), path.c_str(), options.output.c_str(),
+                    info.hasOrder ? " in its order" : "", static_cast<unsigned long long>(written),
+                    seconds);
+    }
+    exitCode = options.salvage ? reportSalvage(options, intact, static_cast<int64_t>(written)) : 0;
+    return true;
+}
+
+}  // namespace zulconvert

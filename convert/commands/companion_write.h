@@ -1,0 +1,60 @@
+// compress's companion: NAME.zulx beside NAME.zul, for what the stream cannot hold. While the
+// points go into the stream, the recorder keeps each one's grid point; once the stream is
+// complete, it decodes the stream chunk by chunk, finds which input point each stored point is,
+// and writes that point's fields (from the input file) as the chunk's columns, bound to the
+// stream's final bytes.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands/commands.h"
+#include "commands/output_file.h"
+#include "commands/point_plan.h"
+#include "formats/cloud.h"
+
+namespace zulconvert {
+
+// NAME.zulx for NAME.zul (or NAME + ".zulx" for any other name).
+std::string companionPath(const std::string& streamPath);
+
+// The companion's output beside the stream's, when one is written; the pair is one: without one, a
+// companion left beside the output from before is removed with -f and refused without.
+std::unique_ptr<OutputFile> openCompanionOutput(const CompressOptions& options, bool active);
+
+class CompanionRecorder {
+public:
+    // Active when the options and the input call for a companion: --companion always, LAS inputs
+    // by default (their header and the fields of their records), --no-companion never.
+    CompanionRecorder(const CompressOptions& options, zulformats::Format format);
+    ~CompanionRecorder();
+    bool active() const { return active_; }
+    // Whether the companion keeps the input's header and fields (a LAS file), not only the
+    // stream's checksums and index.
+    bool keepsFields() const { return active_ && lasFields_; }
+
+    // The next point read from the input, as it went into the stream (`kept`), or dropped.
+    void add(const zul_Point& prepared, bool kept);
+
+    // Writes the companion of the complete stream at `streamPath` to `companionPath` (a
+    // temporary name). Returns a short account of what it holds ("12 fields, the order and the
+    // LAS header"). Throws FormatError naming the input when the fields cannot be kept.
+    std::string finish(const std::string& streamPath, const std::string& companionPath,
+                       int threads);
+
+private:
+    std::string writeLas(const std::string& streamPath, const std::string& companionPath,
+                         int threads);
+
+    const CompressOptions& options_;
+    zulformats::Format format_;
+    bool active_ = false;
+    bool keepOrder_ = false;
+    bool lasFields_ = false;     // a LAS file that can be read again
+    std::vector<int64_t> keys_;  // three grid coordinates a point read
+    std::vector<uint8_t> kept_;
+};
+
+}  // namespace zulconvert
