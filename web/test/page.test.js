@@ -19,7 +19,7 @@ const scratch = fs.mkdtempSync(path.join(env('ZUL_WEB_SCRATCH'), 'page-'));
 
 // ---- the files ----
 const sample = path.join(scratch, 'sample.zul');
-execFileSync(tool, ['compress', '-q', '-f', '--chunk', '500', path.join(data, 'sample_c.las'), sample]);
+execFileSync(tool, ['compress', '-q', '-f', '--no-companion', '--chunk', '500', path.join(data, 'sample_c.las'), sample]);
 const info = JSON.parse(execFileSync(tool, ['info', '--json', sample], { encoding: 'utf8' }));
 const listing = JSON.parse(execFileSync(env('ZUL_REFERENCE'), [sample, path.join(scratch, 'dump')], { encoding: 'utf8' })).chunks;
 const cut = listing[Math.floor(listing.length / 2)];
@@ -34,7 +34,7 @@ const withx = path.join(scratch, 'withx.zul');
 fs.copyFileSync(sample, withx);
 const companionFields = JSON.parse(execFileSync(env('ZUL_COMPANION'), [withx, withx + 'x', path.join(scratch, 'withx'), 'las'], { encoding: 'utf8' })).fields;
 const fieldDump = (name) => fs.readFileSync(path.join(scratch, `withx.${name}`));
-execFileSync(tool, ['compress', '-q', '-f', '--chunk', '700', path.join(data, 'sample_c.las'), path.join(scratch, 'other.zul')]);
+execFileSync(tool, ['compress', '-q', '-f', '--no-companion', '--chunk', '700', path.join(data, 'sample_c.las'), path.join(scratch, 'other.zul')]);
 fs.copyFileSync(withx + 'x', path.join(scratch, 'other.zulx'));
 fs.copyFileSync(sample, path.join(scratch, 'damagedx.zul'));
 const damagedX = fs.readFileSync(withx + 'x');
