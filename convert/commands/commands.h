@@ -31,6 +31,8 @@ struct CompressOptions {
     bool force = false;    // replace an existing output
     bool verbose = false;  // tell how the chunks were cut
     int threads = 0;       // encoding threads; 0: one a core
+    // The sync marker from the system's randomness, not from the points.
+    bool randomMarker = false;
 };
 
 struct DecompressOptions {

@@ -71,6 +71,7 @@ int runCompress(const CompressOptions& options) {
     planOptions.chunk = options.chunk;
     planOptions.threads = zulbase::threadsFor(options.threads);
     planOptions.budgetBytes = static_cast<size_t>(options.orderBudgetMiB) << 20;
+    planOptions.randomMarker = options.randomMarker;
     zulplan::PlannedWriter writer;
     errno = 0;
     const zul_Status opened = writer.open(output.temporaryPath(), dataType,

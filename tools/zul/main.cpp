@@ -120,6 +120,9 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
     c.add_flag("-q,--quiet", compress.quiet, "no progress bar and no notes");
     c.add_flag("-v,--verbose", compress.verbose, "tell how the chunks were cut");
     c.add_option("-j,--threads", compress.threads, "encoding threads (default 0: one a core)");
+    c.add_flag("--random-marker", compress.randomMarker,
+               "draw the sync marker from the system's randomness (default: from the points, so "
+               "the same input and options give the same bytes)");
 }
 
 // Options that would be taken and then ignored are refused.
