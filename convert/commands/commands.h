@@ -12,6 +12,7 @@ namespace zulconvert {
 
 struct CompressOptions {
     std::string input, output;
+    std::string inputName;      // for messages when `input` is a copy ("standard input"); "": input
     double step = 0;            // 0: the input's grid, or 0.001; kept as this decimal
     std::string color;          // "" (from the input), none, rgb565, rgb888
     std::string reflection;     // "" (from the input), none, or the largest value kept
@@ -37,6 +38,7 @@ struct CompressOptions {
 
 struct DecompressOptions {
     std::string input, output;
+    std::string inputName;  // for messages when `input` is a copy ("standard input"); "": input
     bool noTransform = false;
     std::string encoding;  // format-specific (PCD data, PLY format)
     std::string lasVersion = "1.2";
@@ -65,6 +67,12 @@ struct DemoOptions {
     std::string keep;  // keep the compressed scan under this name
     bool quiet = false;
 };
+
+// The input's name for messages.
+template <class Options>
+const std::string& shownInput(const Options& options) {
+    return options.inputName.empty() ? options.input : options.inputName;
+}
 
 int runCompress(const CompressOptions& options);
 int runDecompress(const DecompressOptions& options);

@@ -31,7 +31,10 @@ namespace {
 void keepCoordinateSystem(const CompressOptions& options, const CloudLayout& layout) {
     std::string problem = layout.crsProblem;
     bool kept = false;
-    if (!layout.crs.empty()) {
+    if (!layout.crs.empty() && writesThrough(options.output)) {
+        // Nothing travels beside a stream on standard output, a pipe or a device.
+        problem = "a .prj file cannot go beside " + options.output + "; left behind";
+    } else if (!layout.crs.empty()) {
         const std::string text = crsWkt(layout.crs, WktDialect::Esri, problem);
         if (!text.empty()) {
             const std::string note =
@@ -41,7 +44,7 @@ void keepCoordinateSystem(const CompressOptions& options, const CloudLayout& lay
         }
     }
     if (!problem.empty() && !options.quiet) {
-        std::cerr << "zul: the coordinate system of " << options.input
+        std::cerr << "zul: the coordinate system of " << shownInput(options)
                   << (kept ? " is kept in part: " : " cannot be kept: ") << problem << "\n";
     }
 }
@@ -50,7 +53,8 @@ void keepCoordinateSystem(const CompressOptions& options, const CloudLayout& lay
 
 int runCompress(const CompressOptions& options) {
     const auto start = std::chrono::steady_clock::now();
-    if (formatOfPath(options.output) != Format::Zul) {
+    refuseSameFile(options.input, options.output);
+    if (!writesThrough(options.output) && formatOfPath(options.output) != Format::Zul) {
         throw FormatError(options.output + ": compress writes a zul file; name it .zul");
     }
     const Format format = formatOfInput(options.input, options.format);
@@ -96,20 +100,22 @@ int runCompress(const CompressOptions& options) {
     }
     checkStatus(writer.close(), options.output, ZulStage::Write);
     progress.finish();
+    const uintmax_t bytes = std::filesystem::file_size(output.temporaryPath());
     output.commit();
     keepCoordinateSystem(options, layout);
     reportTally(options, *reader, tally);
     if (!options.quiet) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        const uintmax_t bytes = std::filesystem::file_size(options.output);
-        std::printf("%s (%s) -> %s: %lld points, %ju bytes, %.2f bytes/point, %.2f s\n",
-                    options.input.c_str(), formatName(format), options.output.c_str(),
-                    static_cast<long long>(written), bytes,
-                    written > 0 ? static_cast<double>(bytes) / written : 0.0, seconds);
+        // Never on a stream of data: on standard error when the output is standard output.
+        std::FILE* summary = options.output == "-" ? stderr : stdout;
+        std::fprintf(summary, "%s (%s) -> %s: %lld points, %ju bytes, %.2f bytes/point, %.2f s\n",
+                     shownInput(options).c_str(), formatName(format), options.output.c_str(),
+                     static_cast<long long>(written), bytes,
+                     written > 0 ? static_cast<double>(bytes) / written : 0.0, seconds);
         if (options.verbose)
-            std::printf("chunks cut (--order %s):\n%s", options.order.c_str(),
-                        writer.summary().c_str());
+            std::fprintf(summary, "chunks cut (--order %s):\n%s", options.order.c_str(),
+                         writer.summary().c_str());
     }
     return 0;
 }

@@ -19,6 +19,7 @@
 #include "commands/progress_bar.h"
 #include "commands/salvage.h"
 #include "commands/status_text.h"
+#include "commands/usage_error.h"
 #include "formats/cloud.h"
 #include "formats/crs_text.h"
 #include "formats/output_grid.h"
@@ -137,6 +138,12 @@ std::string readText(const std::string& path) {
 
 int runDecompress(const DecompressOptions& options) {
     const auto start = std::chrono::steady_clock::now();
+    refuseSameFile(options.input, options.output);
+    if (options.format.empty() && writesThrough(options.output)) {
+        throw UsageError(options.output +
+                         ": has no extension to tell the format; choose it (--format las, ply, "
+                         "pcd, xyz, csv or bin)");
+    }
     const Format format =
         options.format.empty() ? formatOfPath(options.output) : formatOfName(options.format);
     if (format == Format::Zul) {
@@ -251,7 +258,11 @@ int runDecompress(const DecompressOptions& options) {
         throw FormatError(options.output + message.substr(temporary.size()));
     }
     output.commit();
-    if (hasSidecar && format != Format::Las && sidecarPath(options.output) != inputSidecar) {
+    if (hasSidecar && format != Format::Las && writesThrough(options.output)) {
+        if (!options.quiet)
+            std::cerr << "zul: the coordinate system (" << inputSidecar << ") cannot go beside "
+                      << options.output << "; left behind\n";
+    } else if (hasSidecar && format != Format::Las && sidecarPath(options.output) != inputSidecar) {
         const std::string note =
             writeSidecar(sidecarPath(options.output), readText(inputSidecar) + "\n", options.force);
         if (!note.empty() && !options.quiet) std::cerr << "zul: " << note << "\n";
@@ -259,9 +270,11 @@ int runDecompress(const DecompressOptions& options) {
     if (!options.quiet) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        std::printf("%s -> %s (%s): %lld points, %.2f s\n", options.input.c_str(),
-                    options.output.c_str(), formatName(format), static_cast<long long>(read),
-                    seconds);
+        // Never on a stream of data: on standard error when the output is standard output.
+        std::fprintf(options.output == "-" ? stderr : stdout,
+                     "%s -> %s (%s): %lld points, %.2f s\n", shownInput(options).c_str(),
+                     options.output.c_str(), formatName(format), static_cast<long long>(read),
+                     seconds);
     }
     return options.salvage ? reportSalvage(options, intact, read) : 0;
 }

@@ -5,11 +5,13 @@
 #include <cinttypes>
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
+#include "commands/input_spool.h"
 #include "commands/status_text.h"
 #include "formats/cloud.h"
 #include "formats/output_grid.h"
@@ -222,16 +224,19 @@ int runInfo(const InfoOptions& options) {
     int failed = 0;
     bool printed = false;
     if (options.json && several) std::printf("[");
-    for (const std::string& path : options.inputs) {
+    for (const std::string& name : options.inputs) {
         FileSummary summary;
+        std::unique_ptr<InputSpool> spool;
         try {
-            summary = summarise(path, options.chunks);
+            spool = std::make_unique<InputSpool>(name);
+            summary = summarise(spool->path(), options.chunks);
         } catch (const FormatError& error) {
             std::fflush(stdout);
-            std::cerr << "zul: " << error.what() << "\n";
+            std::cerr << "zul: " << (spool ? spool->rename(error.what()) : error.what()) << "\n";
             ++failed;
             continue;
         }
+        const std::string& path = spool->name();
         if (options.json) {
             std::printf("%s", printed ? ",\n" : several ? "\n" : "");
             printJson(path, summary, several ? "  " : "");

@@ -1,20 +1,48 @@
 // zul verify: decodes every chunk of every file and says, per file, that it is intact or where
 // the first damage lies and how much before it is intact. The check to run before deleting
 // originals.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
+#include "commands/input_spool.h"
 #include "commands/status_text.h"
+#include "formats/cloud.h"
 
 namespace zulconvert {
 
 int runVerify(const VerifyOptions& options) {
     int damaged = 0;
-    for (const std::string& path : options.inputs) {
+    for (const std::string& name : options.inputs) {
+        std::unique_ptr<InputSpool> spool;
+        try {
+            spool = std::make_unique<InputSpool>(name);
+        } catch (const zulformats::FormatError& error) {
+            ++damaged;
+            std::fflush(stdout);
+            std::fprintf(stderr, "%s\n", error.what());
+            continue;
+        }
+        const std::string& path = spool->name();
+        // A file that cannot be opened says why (no such file, no permission).
+        const int probe = ::open(spool->path().c_str(), O_RDONLY | O_CLOEXEC);
+        if (probe < 0) {
+            ++damaged;
+            std::fflush(stdout);
+            std::fprintf(stderr, "%s: the file cannot be opened (%s)\n", path.c_str(),
+                         std::strerror(errno));
+            continue;
+        }
+        ::close(probe);
         ZulFileHead head;
-        const WalkEnd end = walkChunks(path, true, 0, head, [](const ChunkEntry&) {});
+        const WalkEnd end = walkChunks(spool->path(), true, 0, head, [](const ChunkEntry&) {});
         if (end.status == zul_STATUS_OK) {
             if (!options.quiet) {
                 std::printf("%s: OK, %" PRIu64 " chunk%s, %" PRId64 " points\n", path.c_str(),

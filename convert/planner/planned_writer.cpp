@@ -106,9 +106,10 @@ zul_Status PlannedWriter::openFile() {
     char marker[ZUL_SYNC_MARKER_SIZE];
     marker_->finish(marker);
     errno = 0;
-    const zul_Status status = zul_bulk_openWriter(
-        &file_, path_.c_str(), &type_, header_.enabled ? &header_ : nullptr,
-        options_.randomMarker ? nullptr : marker, options_.threads, ZUL_BULK_WRITE_REPLACE);
+    const zul_Status status =
+        zul_bulk_openWriter(&file_, path_.c_str(), &type_, header_.enabled ? &header_ : nullptr,
+                            options_.randomMarker ? nullptr : marker, options_.threads,
+                            options_.publish ? ZUL_BULK_WRITE_PUBLISH : ZUL_BULK_WRITE_REPLACE);
     if (status != zul_STATUS_OK) fileErrno_ = errno;
     return status;
 }
@@ -119,6 +120,7 @@ zul_Status PlannedWriter::write(const zul_Point& point) {
     if (file_ == nullptr) marker_->add(point);
     if (block_.size() < capacity_) return zul_STATUS_OK;
     failed_ = flush();
+    if (failed_ != zul_STATUS_OK) errno = fileErrno_;
     return failed_;
 }
 
@@ -135,7 +137,7 @@ zul_Status PlannedWriter::close() {
     }
     zul_bulk_abortWriter(&file_);
     failed_ = zul_STATUS_INVALID_STATE;
-    if (fileErrno_ != 0) errno = fileErrno_;
+    if (status != zul_STATUS_OK) errno = fileErrno_;
     return status;
 }
 
@@ -162,7 +164,6 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
     errno = 0;
     const zul_Status status = zul_bulk_writeChunks(
         file_, &points, chunkSizes_.data(), static_cast<int64_t>(chunkSizes_.size()), nullptr);
-    if (status != zul_STATUS_OK && fileErrno_ == 0) fileErrno_ = errno;
     return status;
 }
 

@@ -44,6 +44,9 @@ struct PlanOptions {
     BlockPlannerOptions planner;  // its chunk is set from `chunk`
     int threads = 1;              // encoding threads, 1 or more
     bool randomMarker = false;    // a sync marker from the device's randomness, not the points
+    // Written under a unique temporary name beside the path and renamed over it when whole
+    // (ZUL_BULK_WRITE_PUBLISH), rather than into the path itself.
+    bool publish = false;
 };
 
 // Points a block holds within `budgetBytes` when cut in `order`: a whole number of chunks, at

@@ -1,6 +1,7 @@
 // The zul command line: compress, decompress, info, verify and demo, with the habits of gzip and
 // zstd: --version, help, many files, -f, exit status 2 for a command line not understood.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -12,6 +13,7 @@
 #include "commands/commands.h"
 #include "commands/file_kind.h"
 #include "commands/interrupt.h"
+#include "commands/output_file.h"
 #include "commands/progress_bar.h"
 #include "commands/usage_error.h"
 #include "formats/cloud.h"
@@ -213,6 +215,11 @@ void checkDecompress(const CLI::App& d, DecompressOptions& options, const BatchN
     std::string named = names.output;
     if (named.empty() && names.files.size() == 2) named = names.files[1];
     Format format = Format::Zul;
+    if (options.format.empty() && !named.empty() && writesThrough(named)) {
+        throw UsageError(named +
+                         ": has no extension to tell the format; choose it (--format las, ply, "
+                         "pcd, xyz, csv or bin)");
+    }
     if (!options.format.empty()) {
         format = formatOfName(options.format);
         if (format == Format::Zul) throw UsageError("--format zul: compress writes zul files");
@@ -298,6 +305,12 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
         app.add_flag("-q,--quiet", demo.quiet, "no progress bar");
     }
 
+    // "--" ends the options: every word after it is a file, "-" and "-x" included.
+    std::vector<std::string> afterOptions;
+    if (const auto end = std::find(args.begin(), args.end(), "--"); end != args.end()) {
+        afterOptions.assign(end + 1, args.end());
+        args.erase(end, args.end());
+    }
     std::reverse(args.begin(), args.end());
     args.pop_back();  // the command's name
     try {
@@ -311,6 +324,16 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
     for (const std::string& extra : app.remaining()) {
         if (!extra.empty() && extra[0] == '-') throw UsageError("unknown option \"" + extra + "\"");
         throw UsageError("unexpected argument \"" + extra + "\"");
+    }
+    std::vector<std::string>* files = command == "info"     ? &info.inputs
+                                      : command == "verify" ? &verify.inputs
+                                      : command == "compress" || command == "decompress"
+                                          ? &parsed.names.files
+                                          : nullptr;
+    if (!afterOptions.empty()) {
+        if (files == nullptr)
+            throw UsageError("unexpected argument \"" + afterOptions.front() + "\"");
+        files->insert(files->end(), afterOptions.begin(), afterOptions.end());
     }
     applyProgress(parsed);
     if (command == "compress") {
