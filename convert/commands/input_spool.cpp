@@ -31,7 +31,7 @@ InputSpool::InputSpool(const std::string& name)
         if (in < 0) throw FormatError(name + ": cannot be opened (" + std::strerror(errno) + ")");
     }
     std::string copy;
-    int out = createUniqueFile(temporaryFolder(), "zul-input", copy);
+    int out = createUniqueFile(temporaryFolder(), "zul-input", copy, guard_);
     if (out < 0) {
         const int reason = errno;
         if (in != STDIN_FILENO) ::close(in);
@@ -40,7 +40,6 @@ InputSpool::InputSpool(const std::string& name)
     }
     path_ = copy;
     spooled_ = true;
-    guard_ = guardPartialFile(path_);
     std::string failure;
     std::vector<char> buffer(1 << 20);
     for (;;) {

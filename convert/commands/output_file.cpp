@@ -28,7 +28,8 @@ std::string existingOutputMessage(const std::string& path) {
     return path + ": exists already; use -f (--force) to replace it";
 }
 
-int createUniqueFile(const std::string& folder, const std::string& stem, std::string& path) {
+int createUniqueFile(const std::string& folder, const std::string& stem, std::string& path,
+                     int& guard) {
     static std::atomic<unsigned long> counter{0};
     std::random_device device;
     for (int attempt = 0; attempt < 16; ++attempt) {
@@ -36,8 +37,15 @@ int createUniqueFile(const std::string& folder, const std::string& stem, std::st
         std::snprintf(suffix, sizeof suffix, "-%ld-%lu-%08x", static_cast<long>(::getpid()),
                       counter.fetch_add(1), static_cast<unsigned>(device()));
         path = (folder.empty() ? "" : folder + "/") + stem + suffix;
+        // Guarded before it exists, so that an interrupt never leaves it behind.
+        guard = guardPartialFile(path);
         const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd >= 0 || errno != EEXIST) return fd;
+        if (fd >= 0) return fd;
+        const int reason = errno;
+        releasePartialFile(guard);
+        guard = -1;
+        errno = reason;
+        if (reason != EEXIST) return -1;
     }
     return -1;
 }
@@ -103,12 +111,11 @@ OutputFile::OutputFile(const std::string& finalPath, bool replace)
         folder = target.parent_path().string();
         stem = "." + target.filename().string() + ".partial";
     }
-    const int fd = createUniqueFile(folder, stem, temporary_);
+    const int fd = createUniqueFile(folder, stem, temporary_, guard_);
     if (fd < 0) {
         throw FormatError(final_ + ": cannot create the file (" + std::strerror(errno) + ")");
     }
     ::close(fd);
-    guard_ = guardPartialFile(temporary_);
 }
 
 OutputFile::~OutputFile() {

@@ -47,8 +47,10 @@ bool writesThrough(const std::string& path);
 void refuseSameFile(const std::string& input, const std::string& output);
 
 // Creates a new file of a unique name "<folder>/<stem>-<pid>-<n>-<random>" exclusively; returns
-// its descriptor (and its name in `path`), or -1 with errno set.
-int createUniqueFile(const std::string& folder, const std::string& stem, std::string& path);
+// its descriptor (and its name in `path`, its interrupt guard in `guard`, to release with
+// releasePartialFile), or -1 with errno set.
+int createUniqueFile(const std::string& folder, const std::string& stem, std::string& path,
+                     int& guard);
 // $TMPDIR, or /tmp.
 std::string temporaryFolder();
 // Writes all of `bytes`; false with errno set if the system refuses.

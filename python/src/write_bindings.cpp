@@ -15,6 +15,7 @@
 #include "commands/chunk_batches.h"
 #include "commands/point_plan.h"
 #include "commands/status_text.h"
+#include "formats/output_grid.h"
 #include "planner/planned_writer.h"
 #include "planner/stream_marker.h"
 #include "py_errors.h"
@@ -167,7 +168,7 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
     }
     if (tooFar) {
         throw py::value_error("positions: a coordinate lies too far out for a step of " +
-                              std::to_string(step) + " (give a larger step)");
+                              zulformats::shortestDecimal(step) + " (give a larger step)");
     }
     if (status == zul_STATUS_INVALID_ARGUMENT) {
         throw py::value_error(path +

@@ -23,7 +23,8 @@ struct CliCase {
     // Steps run first, separated by ';': "zul ARGS", "copy SHARED NAME", "text NAME WORDS"
     // (the file then holds "precious"), "cut NAME BYTES" (drops the last bytes), "poke NAME
     // OFFSET BYTE", "limit BYTES" (the run itself may make files of these many bytes only),
-    // "link NAME TARGET" (a symbolic link to a file that need not exist).
+    // "link NAME TARGET" (a symbolic link to a file that need not exist), "echo NAME TEXT" (TEXT
+    // with \n and \xHH escapes).
     const char* setup;
     const char* arguments;  // {d} is the test's folder, {data} the shared clouds
     int exitCode;
@@ -184,6 +185,17 @@ const CliCase kCases[] = {
      "none.zul: the file cannot be opened (No such file or directory)", ""},
     {"a folder as input", "copy bun0.pcd in/b.pcd", "compress {d}/in {d}/a.zul", 1,
      "in: is a folder", "in/b.pcd"},
+    // Small ones.
+    {"csv with a byte order mark", "echo b.csv \\xEF\\xBB\\xBFx,y,z\\n1,2,3\\n4,5,6\\n",
+     "compress --step 0.5 {d}/b.csv {d}/b.zul", 0, "b.csv (CSV text) -> {d}/b.zul: 2 points",
+     "b.csv b.zul"},
+    {"chunk of none", "", "compress --chunk 0 {data}/bun0.pcd {d}/a.zul", 2,
+     "--chunk 0: a chunk holds 1 to", ""},
+    {"las version unknown", BUNNY, "decompress --las-version 1.3 {d}/b.zul {d}/b.las", 2,
+     "--las-version: 1.3 not in {1.2,1.4}", "b.zul"},
+    {"quiet progress", "", "compress -q --progress {data}/bun0.pcd {d}/a.zul", 2,
+     "-q and --progress contradict", ""},
+
 };
 
 std::string expand(std::string text, const std::string& folder) {
@@ -222,6 +234,25 @@ protected:
                 std::getline(words, name);
                 const ToolRun run = runTool(expand(name, folder.string()));
                 EXPECT_EQ(run.exitCode, 0) << step << ": " << run.output;
+                continue;
+            }
+            if (verb == "echo") {
+                // The rest of the step, with \n and \xHH written as the bytes they stand for.
+                words >> name;
+                std::string text, rest;
+                std::getline(words, rest);
+                for (size_t i = 1; i < rest.size(); ++i) {
+                    if (rest.compare(i, 2, "\\n") == 0) {
+                        text += '\n';
+                        ++i;
+                    } else if (rest.compare(i, 2, "\\x") == 0) {
+                        text += static_cast<char>(std::stoi(rest.substr(i + 2, 2), nullptr, 16));
+                        i += 3;
+                    } else {
+                        text += rest[i];
+                    }
+                }
+                writeFile(path(name), text);
                 continue;
             }
             if (verb == "link") {

@@ -137,6 +137,10 @@ void checkThreads(int threads) {
 
 void checkCompress(const CLI::App& c, const CompressOptions& options) {
     checkThreads(options.threads);
+    if (!zulbase::chunkSizeValid(options.chunk)) {
+        throw UsageError("--chunk " + std::to_string(options.chunk) + ": a chunk holds 1 to " +
+                         std::to_string(zulbase::kMaxChunkSize) + " points");
+    }
     if (options.normals && options.noNormals) {
         throw UsageError("--normals and --no-normals contradict");
     }
@@ -169,7 +173,8 @@ void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::strin
     d.add_option("--encoding", decompress.encoding,
                  "PCD: binary, ascii, binary_compressed; PLY: binary_little_endian, "
                  "binary_big_endian, ascii");
-    d.add_option("--las-version", decompress.lasVersion, "1.2 (default) or 1.4");
+    d.add_option("--las-version", decompress.lasVersion, "1.2 (default) or 1.4")
+        ->check(CLI::IsMember({"1.2", "1.4"}));
     d.add_flag("-q,--quiet", decompress.quiet, "no progress bar");
     d.add_option("-j,--threads", decompress.threads, "decoding threads (default 0: one a core)");
     d.add_option("--bbox", box,
@@ -335,6 +340,8 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
             throw UsageError("unexpected argument \"" + afterOptions.front() + "\"");
         files->insert(files->end(), afterOptions.begin(), afterOptions.end());
     }
+    if (parsed.progress == "on" && (compress.quiet || decompress.quiet))
+        throw UsageError("-q and --progress contradict");
     applyProgress(parsed);
     if (command == "compress") {
         checkCompress(app, compress);
