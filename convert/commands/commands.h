@@ -42,6 +42,7 @@ struct DecompressOptions {
     bool noTransform = false;
     std::string encoding;  // format-specific (PCD data, PLY format)
     std::string lasVersion = "1.2";
+    std::string pcdType;  // PCD positions: "float", "double", or "": float where it keeps the grid
     bool quiet = false;
     std::string format;    // "": the output's extension
     bool force = false;    // replace an existing output

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -127,6 +128,21 @@ std::vector<int64_t> chooseChunks(const DecompressOptions& options, zul_idx_Inde
     return rest;
 }
 
+// The largest |x|, |y| or |z| of the chunks to write, from their boxes.
+double coordinateReach(zul_idx_Index index, const std::vector<int64_t>& chunks,
+                       const std::vector<KeptChunk>& kept) {
+    double reach = 0;
+    const auto widen = [&](int64_t number) {
+        zul_idx_Chunk chunk = {};
+        if (zul_idx_getChunk(index, number, &chunk) != zul_STATUS_OK) return;
+        for (int axis = 0; axis < 3; ++axis)
+            reach = std::max({reach, std::fabs(chunk.min[axis]), std::fabs(chunk.max[axis])});
+    };
+    for (int64_t number : chunks) widen(number);
+    for (const KeptChunk& chunk : kept) widen(chunk.number);
+    return reach;
+}
+
 std::string readText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -191,6 +207,8 @@ int runDecompress(const DecompressOptions& options) {
     write.gridExact = grid.exact;
     std::copy(grid.offset, grid.offset + 3, write.gridOffset);
     write.pointCount = count;
+    write.pcdType = options.pcdType;
+    write.coordinateReach = coordinateReach(index.index, chunks, kept);
     // The coordinate system that compress kept beside the file goes into a LAS output, or
     // beside any other.
     const std::string inputSidecar = sidecarPath(options.input);

@@ -118,7 +118,16 @@ struct WriteOptions {
     int64_t pointCount = 0;  // exact number of points that will be written (writerNeedsCount)
     std::string encoding;    // format-specific: "ascii", "binary", "binary_compressed", ...
     std::string lasVersion = "1.2";
+    // The largest |x|, |y| or |z| of the points to write, or -1 when it is not known.
+    double coordinateReach = -1;
+    // PCD positions: "float" (4 bytes), "double" (8), or "": 4 bytes where they keep every
+    // point's place on the grid of gridStep (see pcdFloatKeepsGrid), 8 otherwise.
+    std::string pcdType;
 };
+
+// Whether 4-byte floats keep the grid: their spacing at `reach` is at most a quarter of `step`,
+// so x / step rounds to the same whole number from the float as from the double.
+bool pcdFloatKeepsGrid(double reach, double step);
 
 class CloudWriter {
 public:

@@ -175,6 +175,10 @@ void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::strin
                  "binary_big_endian, ascii");
     d.add_option("--las-version", decompress.lasVersion, "1.2 (default) or 1.4")
         ->check(CLI::IsMember({"1.2", "1.4"}));
+    d.add_option("--pcd-type", decompress.pcdType,
+                 "PCD positions: float (4 bytes) or double (8); by default float where it keeps "
+                 "every point on the grid, else double")
+        ->check(CLI::IsMember({"float", "double"}));
     d.add_flag("-q,--quiet", decompress.quiet, "no progress bar");
     d.add_option("-j,--threads", decompress.threads, "decoding threads (default 0: one a core)");
     d.add_option("--bbox", box,
@@ -239,6 +243,10 @@ void checkDecompress(const CLI::App& d, DecompressOptions& options, const BatchN
     }
     if (d.count("--encoding") > 0 && format != Format::Pcd && format != Format::Ply) {
         throw UsageError(std::string("--encoding applies to PCD and PLY output, not to ") +
+                         formatName(format));
+    }
+    if (d.count("--pcd-type") > 0 && format != Format::Pcd) {
+        throw UsageError(std::string("--pcd-type applies to PCD output, not to ") +
                          formatName(format));
     }
     if (d.count("--las-version") > 0 && format != Format::Las) {
