@@ -35,6 +35,7 @@ struct FileSummary {
     uint64_t streamBytes[4] = {};
     double min[3] = {}, max[3] = {};
     std::vector<ChunkEntry> table;  // only with --chunks
+    std::string damage;             // where the intact part ends, for a damaged file
 };
 
 FileSummary summarise(const std::string& path, bool keepTable) {
@@ -51,7 +52,10 @@ FileSummary summarise(const std::string& path, bool keepTable) {
         for (int i = 0; i < 4; ++i) s.streamBytes[i] += chunk.streamBytes[i];
         if (keepTable) s.table.push_back(chunk);
     });
-    checkStatus(end.status, path, end.stage);
+    // A file whose head is good is described as far as it is intact, then the damage is told.
+    if (end.status != zul_STATUS_OK && end.stage == ZulStage::Open)
+        checkStatus(end.status, path, end.stage);
+    if (end.status != zul_STATUS_OK) s.damage = damageText(end);
     return s;
 }
 
@@ -245,6 +249,11 @@ int runInfo(const InfoOptions& options) {
             printText(path, summary);
         }
         printed = true;
+        if (!summary.damage.empty()) {
+            std::fflush(stdout);
+            std::cerr << "zul: " << path << ": " << summary.damage << "\n";
+            ++failed;
+        }
     }
     if (options.json) std::printf(several ? "\n]\n" : printed ? "\n" : "");
     std::fflush(stdout);

@@ -2,6 +2,8 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <vector>
+
 #include "bindings.h"
 #include "commands/commands.h"
 #include "py_errors.h"
@@ -69,6 +71,14 @@ int decompress(const std::string& source, const std::string& target, py::dict op
     take(options, "encoding", o.encoding);
     take(options, "las_version", o.lasVersion);
     take(options, "quiet", o.quiet);
+    take(options, "pcd_type", o.pcdType);
+    std::vector<double> box;
+    take(options, "bbox", box);  // checked by zul.decompress
+    if (box.size() == 6) {
+        o.box = true;
+        std::copy(box.begin(), box.begin() + 3, o.boxMin);
+        std::copy(box.begin() + 3, box.end(), o.boxMax);
+    }
     refuseRest(options, "decompress");
     py::gil_scoped_release release;
     return zulconvert::runDecompress(o);

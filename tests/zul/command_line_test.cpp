@@ -117,7 +117,11 @@ const CliCase kCases[] = {
     {"info of several files", BUNNY, "info --json {d}/b.zul {d}/b.zul", 0,
      "[\n  {\n    \"file\": ", "b.zul"},
     {"info of a forged count", BUNNY "; poke b.zul 239 63", "info {d}/b.zul", 1,
-     "b.zul: a chunk claims more points than the memory budget allows", "b.zul"},
+     "a chunk claims more points than the memory budget allows", "b.zul"},
+    {"info of a cut file", BUNNY "; cut b.zul 10", "info {d}/b.zul", 1,
+     "chunks       3\npoints       300\n", "b.zul"},
+    {"info of a cut file says where", BUNNY "; cut b.zul 10", "info {d}/b.zul", 1,
+     "b.zul: damaged at chunk 3 (byte ", "b.zul"},
     {"info of a missing file", "", "info {d}/none.zul", 1, "none.zul: the file cannot be opened",
      ""},
     // verify and salvage.
