@@ -62,9 +62,14 @@ Surface surfaceAt(double x, double y) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: make_flight_strip OUTPUT.las [POINTS]\n");
-        return 2;
+    // Help, or any option, is no file name: nothing is written.
+    if (argc < 2 || argc > 3 || argv[1][0] == '-' || argv[1][0] == '\0') {
+        const bool help =
+            argc == 2 && (std::string(argv[1]) == "--help" || std::string(argv[1]) == "-h");
+        std::fprintf(help ? stdout : stderr,
+                     "usage: make_flight_strip OUTPUT.las [POINTS]\n"
+                     "writes a synthetic airborne strip of POINTS points (default 20000000)\n");
+        return help ? 0 : 2;
     }
     const int64_t total = argc > 2 ? std::atoll(argv[2]) : 20000000;
     try {

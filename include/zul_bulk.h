@@ -229,6 +229,9 @@ ZUL_API zul_Status zul_bulk_decodeChunks(zul_idx_Index index, const int64_t* chu
  *   zul_bulk_openWriter -> zul_bulk_writeChunks ... -> zul_bulk_closeWriter (or abortWriter).
  * The file is byte for byte the stream zul_out_ writes for the same chunks and the same sync
  * marker (and, without a given marker, with zul_test_useFixedRandomSeed, the same seed).
+ * A zul_STATUS_WRITE_ERROR of zul_bulk_openWriter, zul_bulk_writeChunks or zul_bulk_closeWriter
+ * leaves the system's reason in errno on the calling thread (that of the first open, write, close
+ * or rename that failed, whichever thread wrote), for a message such as "No space left on device".
  * ------------------------------------------------------------------------------------------- */
 
 /* Where a writer writes (the `mode` of zul_bulk_openWriter). */

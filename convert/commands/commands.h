@@ -12,6 +12,7 @@ namespace zulconvert {
 
 struct CompressOptions {
     std::string input, output;
+    std::string inputName;      // for messages when `input` is a copy ("standard input"); "": input
     double step = 0;            // 0: the input's grid, or 0.001; kept as this decimal
     std::string color;          // "" (from the input), none, rgb565, rgb888
     std::string reflection;     // "" (from the input), none, or the largest value kept
@@ -33,14 +34,18 @@ struct CompressOptions {
     int threads = 0;                 // encoding threads; 0: one a core
     std::string companion = "auto";  // NAME.zulx: auto (when the input holds more), always, never
     bool keepOrder = false;          // the companion keeps the input's order
+    // The sync marker from the system's randomness, not from the points.
+    bool randomMarker = false;
 };
 
 struct DecompressOptions {
     std::string input, output;
+    std::string inputName;  // for messages when `input` is a copy ("standard input"); "": input
     bool noTransform = false;
     std::string encoding;  // format-specific (PCD data, PLY format)
     std::string lasVersion = "1.2";
     int lasColorScale = 0;  // LAS colour: the 8-bit value times 1, 256 or 257 (0: 257, said)
+    std::string pcdType;  // PCD positions: "float", "double", or "": float where it keeps the grid
     bool quiet = false;
     std::string format;    // "": the output's extension
     bool force = false;    // replace an existing output
@@ -70,6 +75,12 @@ struct DemoOptions {
     std::string keep;  // keep the compressed scan under this name
     bool quiet = false;
 };
+
+// The input's name for messages.
+template <class Options>
+const std::string& shownInput(const Options& options) {
+    return options.inputName.empty() ? options.input : options.inputName;
+}
 
 int runCompress(const CompressOptions& options);
 int runDecompress(const DecompressOptions& options);

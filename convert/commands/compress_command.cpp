@@ -32,7 +32,10 @@ namespace {
 void keepCoordinateSystem(const CompressOptions& options, const CloudLayout& layout) {
     std::string problem = layout.crsProblem;
     bool kept = false;
-    if (!layout.crs.empty()) {
+    if (!layout.crs.empty() && writesThrough(options.output)) {
+        // Nothing travels beside a stream on standard output, a pipe or a device.
+        problem = "a .prj file cannot go beside " + options.output + "; left behind";
+    } else if (!layout.crs.empty()) {
         const std::string text = crsWkt(layout.crs, WktDialect::Esri, problem);
         if (!text.empty()) {
             const std::string note =
@@ -42,7 +45,7 @@ void keepCoordinateSystem(const CompressOptions& options, const CloudLayout& lay
         }
     }
     if (!problem.empty() && !options.quiet) {
-        std::cerr << "zul: the coordinate system of " << options.input
+        std::cerr << "zul: the coordinate system of " << shownInput(options)
                   << (kept ? " is kept in part: " : " cannot be kept: ") << problem << "\n";
     }
 }
@@ -51,7 +54,8 @@ void keepCoordinateSystem(const CompressOptions& options, const CloudLayout& lay
 
 int runCompress(const CompressOptions& options) {
     const auto start = std::chrono::steady_clock::now();
-    if (formatOfPath(options.output) != Format::Zul) {
+    refuseSameFile(options.input, options.output);
+    if (!writesThrough(options.output) && formatOfPath(options.output) != Format::Zul) {
         throw FormatError(options.output + ": compress writes a zul file; name it .zul");
     }
     const Format format = formatOfInput(options.input, options.format);
@@ -63,8 +67,19 @@ int runCompress(const CompressOptions& options) {
     const zul_Header2& header = plan.header;
 
     OutputFile output(options.output, options.force);
-    CompanionRecorder companion(options, format);
-    std::unique_ptr<OutputFile> companionOutput = openCompanionOutput(options, companion.active());
+    // A companion cannot go beside a stream written through (standard output, a device, a pipe):
+    // the stream goes alone, and the notes say what it leaves out.
+    const bool through = writesThrough(options.output);
+    CompressOptions alone = options;
+    if (through) alone.companion = "never";
+    CompanionRecorder companion(alone, format);
+    std::unique_ptr<OutputFile> companionOutput =
+        through ? nullptr : openCompanionOutput(options, companion.active());
+    if (through && options.companion != "never" && format == Format::Las && !options.quiet) {
+        std::cerr << "zul: " << (options.output == "-" ? "standard output" : options.output)
+                  << " takes the stream alone: the companion that would keep the LAS header and "
+                     "the fields the stream lacks cannot go beside it\n";
+    }
     if (!zulplan::PlannedWriter::chunkValid(options.chunk)) {
         throw FormatError("--chunk " + std::to_string(options.chunk) + ": a chunk holds 1 to " +
                           std::to_string(zulbase::kMaxChunkSize) + " points");
@@ -74,6 +89,7 @@ int runCompress(const CompressOptions& options) {
     planOptions.chunk = options.chunk;
     planOptions.threads = zulbase::threadsFor(options.threads);
     planOptions.budgetBytes = static_cast<size_t>(options.orderBudgetMiB) << 20;
+    planOptions.randomMarker = options.randomMarker;
     zulplan::PlannedWriter writer;
     errno = 0;
     const zul_Status opened = writer.open(output.temporaryPath(), dataType,
@@ -104,6 +120,7 @@ int runCompress(const CompressOptions& options) {
         companion.active() ? companion.finish(output.temporaryPath(),
                                               companionOutput->temporaryPath(), options.threads)
                            : std::string();
+    const uintmax_t bytes = std::filesystem::file_size(output.temporaryPath());
     output.commit();
     if (companionOutput) companionOutput->commit();
     // The companion holds the source's own coordinate system records.
@@ -117,14 +134,15 @@ int runCompress(const CompressOptions& options) {
     if (!options.quiet) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        const uintmax_t bytes = std::filesystem::file_size(options.output);
-        std::printf("%s (%s) -> %s: %lld points, %ju bytes, %.2f bytes/point, %.2f s\n",
-                    options.input.c_str(), formatName(format), options.output.c_str(),
-                    static_cast<long long>(written), bytes,
-                    written > 0 ? static_cast<double>(bytes) / written : 0.0, seconds);
+        // Never on a stream of data: on standard error when the output is standard output.
+        std::FILE* summary = options.output == "-" ? stderr : stdout;
+        std::fprintf(summary, "%s (%s) -> %s: %lld points, %ju bytes, %.2f bytes/point, %.2f s\n",
+                     shownInput(options).c_str(), formatName(format), options.output.c_str(),
+                     static_cast<long long>(written), bytes,
+                     written > 0 ? static_cast<double>(bytes) / written : 0.0, seconds);
         if (options.verbose)
-            std::printf("chunks cut (--order %s):\n%s", options.order.c_str(),
-                        writer.summary().c_str());
+            std::fprintf(summary, "chunks cut (--order %s):\n%s", options.order.c_str(),
+                         writer.summary().c_str());
     }
     return 0;
 }

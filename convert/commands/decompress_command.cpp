@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -20,6 +21,7 @@
 #include "commands/progress_bar.h"
 #include "commands/salvage.h"
 #include "commands/status_text.h"
+#include "commands/usage_error.h"
 #include "formats/cloud.h"
 #include "formats/crs_text.h"
 #include "formats/output_grid.h"
@@ -127,6 +129,21 @@ std::vector<int64_t> chooseChunks(const DecompressOptions& options, zul_idx_Inde
     return rest;
 }
 
+// The largest |x|, |y| or |z| of the chunks to write, from their boxes.
+double coordinateReach(zul_idx_Index index, const std::vector<int64_t>& chunks,
+                       const std::vector<KeptChunk>& kept) {
+    double reach = 0;
+    const auto widen = [&](int64_t number) {
+        zul_idx_Chunk chunk = {};
+        if (zul_idx_getChunk(index, number, &chunk) != zul_STATUS_OK) return;
+        for (int axis = 0; axis < 3; ++axis)
+            reach = std::max({reach, std::fabs(chunk.min[axis]), std::fabs(chunk.max[axis])});
+    };
+    for (int64_t number : chunks) widen(number);
+    for (const KeptChunk& chunk : kept) widen(chunk.number);
+    return reach;
+}
+
 std::string readText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -138,6 +155,12 @@ std::string readText(const std::string& path) {
 
 int runDecompress(const DecompressOptions& options) {
     const auto start = std::chrono::steady_clock::now();
+    refuseSameFile(options.input, options.output);
+    if (options.format.empty() && writesThrough(options.output)) {
+        throw UsageError(options.output +
+                         ": has no extension to tell the format; choose it (--format las, ply, "
+                         "pcd, xyz, csv or bin)");
+    }
     const Format format =
         options.format.empty() ? formatOfPath(options.output) : formatOfName(options.format);
     if (format == Format::Zul) {
@@ -186,6 +209,8 @@ int runDecompress(const DecompressOptions& options) {
     std::copy(grid.offset, grid.offset + 3, write.gridOffset);
     write.pointCount = count;
     write.lasVersion = options.lasVersion;
+    write.pcdType = options.pcdType;
+    write.coordinateReach = coordinateReach(index.index, chunks, kept);
     // The coordinate system that compress kept beside the file goes into a LAS output, or
     // beside any other.
     const std::string inputSidecar = sidecarPath(options.input);
@@ -269,7 +294,11 @@ int runDecompress(const DecompressOptions& options) {
         throw FormatError(options.output + message.substr(temporary.size()));
     }
     output.commit();
-    if (hasSidecar && format != Format::Las && sidecarPath(options.output) != inputSidecar) {
+    if (hasSidecar && format != Format::Las && writesThrough(options.output)) {
+        if (!options.quiet)
+            std::cerr << "zul: the coordinate system (" << inputSidecar << ") cannot go beside "
+                      << options.output << "; left behind\n";
+    } else if (hasSidecar && format != Format::Las && sidecarPath(options.output) != inputSidecar) {
         const std::string note =
             writeSidecar(sidecarPath(options.output), readText(inputSidecar) + "\n", options.force);
         if (!note.empty() && !options.quiet) std::cerr << "zul: " << note << "\n";
@@ -277,9 +306,11 @@ int runDecompress(const DecompressOptions& options) {
     if (!options.quiet) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        std::printf("%s -> %s (%s): %lld points, %.2f s\n", options.input.c_str(),
-                    options.output.c_str(), formatName(format), static_cast<long long>(read),
-                    seconds);
+        // Never on a stream of data: on standard error when the output is standard output.
+        std::fprintf(options.output == "-" ? stderr : stdout,
+                     "%s -> %s (%s): %lld points, %.2f s\n", shownInput(options).c_str(),
+                     options.output.c_str(), formatName(format), static_cast<long long>(read),
+                     seconds);
     }
     return options.salvage ? reportSalvage(options, intact, read) : 0;
 }

@@ -5,6 +5,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
 #include "commands/companion_report.h"
+#include "commands/input_spool.h"
 #include "commands/status_text.h"
 #include "formats/cloud.h"
 #include "formats/output_grid.h"
@@ -35,6 +37,7 @@ struct FileSummary {
     uint64_t streamBytes[4] = {};
     double min[3] = {}, max[3] = {};
     std::vector<ChunkEntry> table;  // only with --chunks
+    std::string damage;             // where the intact part ends, for a damaged file
 };
 
 FileSummary summarise(const std::string& path, bool keepTable, int64_t budgetMiB) {
@@ -51,7 +54,10 @@ FileSummary summarise(const std::string& path, bool keepTable, int64_t budgetMiB
         for (int i = 0; i < 4; ++i) s.streamBytes[i] += chunk.streamBytes[i];
         if (keepTable) s.table.push_back(chunk);
     });
-    checkWalkEnd(path, end);
+    // A file whose head is good is described as far as it is intact, then the damage is told.
+    if (end.status != zul_STATUS_OK && end.stage == ZulStage::Open)
+        checkStatus(end.status, path, end.stage);
+    if (end.status != zul_STATUS_OK) s.damage = damageText(end);
     return s;
 }
 
@@ -224,12 +230,12 @@ int runInfo(const InfoOptions& options) {
     int failed = 0;
     bool printed = false;
     if (options.json && several) std::printf("[");
-    for (const std::string& path : options.inputs) {
-        if (isBag(path)) {
+    for (const std::string& name : options.inputs) {
+        if (isBag(name)) {
             try {
                 if (options.json) std::printf("%s", printed ? ",\n" : several ? "\n" : "");
                 if (!options.json && printed) std::printf("\n");
-                printBagInfo(path, options.json);
+                printBagInfo(name, options.json);
                 printed = true;
             } catch (const FormatError& error) {
                 std::fflush(stdout);
@@ -239,23 +245,31 @@ int runInfo(const InfoOptions& options) {
             continue;
         }
         FileSummary summary;
+        std::unique_ptr<InputSpool> spool;
         try {
-            summary = summarise(path, options.chunks, options.chunkBudgetMiB);
+            spool = std::make_unique<InputSpool>(name);
+            summary = summarise(spool->path(), options.chunks, options.chunkBudgetMiB);
         } catch (const FormatError& error) {
             std::fflush(stdout);
-            std::cerr << "zul: " << error.what() << "\n";
+            std::cerr << "zul: " << (spool ? spool->rename(error.what()) : error.what()) << "\n";
             ++failed;
             continue;
         }
+        const std::string& path = spool->name();
         if (options.json) {
             std::printf("%s", printed ? ",\n" : several ? "\n" : "");
             printJson(path, summary, several ? "  " : "");
         } else {
             if (printed) std::printf("\n");
             printText(path, summary);
-            std::printf("%s", companionInfoText(path).c_str());
+            std::printf("%s", companionInfoText(spool->path()).c_str());
         }
         printed = true;
+        if (!summary.damage.empty()) {
+            std::fflush(stdout);
+            std::cerr << "zul: " << path << ": " << summary.damage << "\n";
+            ++failed;
+        }
     }
     if (options.json) std::printf(several ? "\n]\n" : printed ? "\n" : "");
     std::fflush(stdout);

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstring>
 
@@ -9,15 +10,19 @@ namespace zulconvert {
 
 namespace {
 
-// A handler may only touch what is async-signal-safe: fixed buffers and flags, unlink and raise.
-constexpr int kSlots = 4;
+// A handler may only touch what is async-signal-safe: fixed buffers, lock-free atomics, unlink
+// and raise. A slot is claimed atomically (threads of one process guard files at once), filled,
+// and only then marked in use.
+constexpr int kSlots = 16;
 constexpr size_t kPathBytes = 4096;
 char partialPaths[kSlots][kPathBytes];
-volatile std::sig_atomic_t slotInUse[kSlots];
+enum SlotState { kFree, kFilling, kInUse };
+std::atomic<int> slotState[kSlots];
+static_assert(std::atomic<int>::is_always_lock_free, "the handler reads the slots");
 
 extern "C" void removePartialsAndDie(int signal) {
     for (int slot = 0; slot < kSlots; ++slot) {
-        if (slotInUse[slot]) ::unlink(partialPaths[slot]);
+        if (slotState[slot].load() == kInUse) ::unlink(partialPaths[slot]);
     }
     std::signal(signal, SIG_DFL);
     std::raise(signal);
@@ -41,16 +46,17 @@ void installInterruptCleanup() {
 int guardPartialFile(const std::string& path) {
     if (path.size() >= kPathBytes) return -1;
     for (int slot = 0; slot < kSlots; ++slot) {
-        if (slotInUse[slot]) continue;
+        int expected = kFree;
+        if (!slotState[slot].compare_exchange_strong(expected, kFilling)) continue;
         std::memcpy(partialPaths[slot], path.c_str(), path.size() + 1);
-        slotInUse[slot] = 1;  // only now may the handler read the path
+        slotState[slot].store(kInUse);  // only now may the handler read the path
         return slot;
     }
     return -1;
 }
 
 void releasePartialFile(int slot) {
-    if (slot >= 0 && slot < kSlots) slotInUse[slot] = 0;
+    if (slot >= 0 && slot < kSlots) slotState[slot].store(kFree);
 }
 
 }  // namespace zulconvert

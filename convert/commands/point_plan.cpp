@@ -32,7 +32,7 @@ GridPlan chooseGrid(const CompressOptions& options, const CloudLayout& layout) {
                 : layout.gridStep > 0 ? layout.gridStep
                                       : kDefaultStep;
     if (options.step == 0 && layout.gridStep == 0) {
-        note(options, "no --step given and " + options.input +
+        note(options, "no --step given and " + shownInput(options) +
                           " has no grid of its own: using a step of 0.001 (1 mm for "
                           "coordinates in metres)");
     }
@@ -269,7 +269,7 @@ void reportTally(const CompressOptions& options, const CloudReader& reader,
         std::string names;
         for (const std::string& name : dropped) names += (names.empty() ? "" : ", ") + name;
         note(options,
-             options.input + " holds what a zul file has no place for; left out: " + names);
+             shownInput(options) + " holds what a zul file has no place for; left out: " + names);
     }
     const int colorScale = reader.colorScale();
     if (colorScale == 1 || colorScale == 256) {

@@ -2,13 +2,21 @@
 // the first damage lies and how much before it is intact. The check to run before deleting
 // originals. The stream alone proves that every chunk decodes and that its points lie in the box
 // its header declares; it holds no checksum, so verify says what it cannot see.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
 #include "commands/companion_report.h"
+#include "commands/input_spool.h"
 #include "commands/status_text.h"
+#include "formats/cloud.h"
 
 namespace zulconvert {
 
@@ -23,11 +31,31 @@ constexpr const char* kStreamAloneProves =
 
 int runVerify(const VerifyOptions& options) {
     int damaged = 0;
-    for (const std::string& path : options.inputs) {
+    for (const std::string& name : options.inputs) {
+        std::unique_ptr<InputSpool> spool;
+        try {
+            spool = std::make_unique<InputSpool>(name);
+        } catch (const zulformats::FormatError& error) {
+            ++damaged;
+            std::fflush(stdout);
+            std::fprintf(stderr, "%s\n", error.what());
+            continue;
+        }
+        const std::string& path = spool->name();
+        // A file that cannot be opened says why (no such file, no permission).
+        const int probe = ::open(spool->path().c_str(), O_RDONLY | O_CLOEXEC);
+        if (probe < 0) {
+            ++damaged;
+            std::fflush(stdout);
+            std::fprintf(stderr, "%s: the file cannot be opened (%s)\n", path.c_str(),
+                         std::strerror(errno));
+            continue;
+        }
+        ::close(probe);
         ZulFileHead head;
         const WalkEnd end =
-            walkChunks(path, true, 0, options.chunkBudgetMiB, head, [](const ChunkEntry&) {});
-        const std::string companion = verifyCompanion(path);
+            walkChunks(spool->path(), true, 0, options.chunkBudgetMiB, head, [](const ChunkEntry&) {});
+        const std::string companion = verifyCompanion(spool->path());
         if (!companion.empty()) {
             ++damaged;
             std::fflush(stdout);

@@ -123,7 +123,16 @@ struct WriteOptions {
     std::string encoding;     // format-specific: "ascii", "binary", "binary_compressed", ...
     int lasColorScale = 257;  // LAS colour: the 8-bit value times 1, 256 or 257
     std::string lasVersion = "1.2";
+    // The largest |x|, |y| or |z| of the points to write, or -1 when it is not known.
+    double coordinateReach = -1;
+    // PCD positions: "float" (4 bytes), "double" (8), or "": 4 bytes where they keep every
+    // point's place on the grid of gridStep (see pcdFloatKeepsGrid), 8 otherwise.
+    std::string pcdType;
 };
+
+// Whether 4-byte floats keep the grid: their spacing at `reach` is at most a quarter of `step`,
+// so x / step rounds to the same whole number from the float as from the double.
+bool pcdFloatKeepsGrid(double reach, double step);
 
 class CloudWriter {
 public:

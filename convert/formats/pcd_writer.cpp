@@ -1,8 +1,12 @@
-// Writes PCD 0.7 with DATA binary (the default), ascii or binary_compressed: x y z as 8-byte
-// floats, rgb as a 4-byte word 0x00RRGGBB, intensity and normals as 4-byte floats. A
+// Writes PCD 0.7 with DATA binary (the default), ascii or binary_compressed: x y z as 4-byte
+// floats, as the common loaders expect, where they keep every point's place on the grid, else as
+// 8-byte floats (WriteOptions::pcdType decides); rgb as a 4-byte word 0x00RRGGBB, intensity and
+// normals as 4-byte floats. A
 // binary_compressed file is one LZF block of the whole cloud, so it is built in memory.
 #include <lzf.h>
 
+#include <cmath>
+#include <limits>
 #include <vector>
 
 #include "formats/byte_output.h"
@@ -24,7 +28,16 @@ public:
                               "\" cannot be written (ascii, "
                               "binary and binary_compressed can)");
         }
-        std::string fields = "x y z", sizes = "8 8 8", types = "F F F", counts = "1 1 1";
+        if (options.pcdType != "" && options.pcdType != "float" && options.pcdType != "double") {
+            throw FormatError(path + ": PCD positions of type \"" + options.pcdType +
+                              "\" cannot be written (float and double can)");
+        }
+        single_ = options.pcdType == "float" ||
+                  (options.pcdType.empty() &&
+                   pcdFloatKeepsGrid(options.coordinateReach, options.gridStep));
+        recordSize_ = single_ ? 12 : 24;
+        std::string fields = "x y z", sizes = single_ ? "4 4 4" : "8 8 8", types = "F F F",
+                    counts = "1 1 1";
         addField(fields, sizes, types, counts, options.color, "rgb", "4", "U");
         addField(fields, sizes, types, counts, options.intensity, "intensity", "4", "F");
         for (const char* n : {"normal_x", "normal_y", "normal_z"}) {
@@ -60,7 +73,17 @@ public:
                 }
                 column += size;
             };
-            for (int axis = 0; axis < 3; ++axis) put(&point.position[axis], 8);
+            for (int axis = 0; axis < 3; ++axis) {
+                if (!single_) {
+                    put(&point.position[axis], 8);
+                    continue;
+                }
+                const float value = static_cast<float>(point.position[axis]);
+                if (std::fabs(value - point.position[axis]) > options_.gridStep / 4) {
+                    count("positions moved by more than a quarter of the step as 4-byte floats");
+                }
+                put(&value, 4);
+            }
             if (options_.color) {
                 const uint32_t rgb =
                     uint32_t{point.color[0]} << 16 | uint32_t{point.color[1]} << 8 | point.color[2];
@@ -120,12 +143,21 @@ private:
     int64_t count_;
     int64_t written_ = 0;
     size_t recordSize_ = 24;
+    bool single_ = false;  // positions as 4-byte floats
     int decimals_ = 6;
     std::vector<unsigned char> block_;
     std::string line_;
 };
 
 }  // namespace
+
+bool pcdFloatKeepsGrid(double reach, double step) {
+    if (!(reach >= 0) || !(step > 0) || !(reach < std::numeric_limits<float>::max())) return false;
+    const float far = static_cast<float>(reach);
+    const double spacing =
+        static_cast<double>(std::nextafter(far, std::numeric_limits<float>::infinity())) - far;
+    return spacing <= step / 4;
+}
 
 std::unique_ptr<CloudWriter> openPcdWriter(const std::string& path, const WriteOptions& options) {
     return std::make_unique<PcdWriter>(path, options);

@@ -85,6 +85,11 @@ public:
     explicit TextReader(const std::string& path) : in_(path) {
         std::fill(std::begin(column_), std::end(column_), -1);
         if (!nextLine()) in_.fail("the file holds no points");
+        // A byte order mark (spreadsheets write one before UTF-8 text) is no part of the text.
+        if (line_.compare(0, 3, "\xEF\xBB\xBF") == 0) {
+            line_.erase(0, 3);
+            if (isBlank(line_) && !nextLine()) in_.fail("the file holds no points");
+        }
         // Comments before the first point may name the columns.
         bool named = false;
         while (isComment(line_)) {

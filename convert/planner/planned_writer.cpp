@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -79,36 +81,37 @@ PlannedWriter::~PlannedWriter() {
         job_.join();
     } catch (...) {  // a writer not closed reports nothing
     }
-    if (file_ != nullptr) std::fclose(file_);
+    zul_bulk_abortWriter(&file_);
 }
 
 zul_Status PlannedWriter::open(const std::string& path, const zul_DataType& type,
                                const zul_Header2* header, const PlanOptions& options) {
-    if (file_ != nullptr || stream_) return zul_STATUS_INVALID_STATE;
+    if (file_ != nullptr || measure_) return zul_STATUS_INVALID_STATE;
     if (!chunkValid(options.chunk) || options.threads < 1) return zul_STATUS_INVALID_ARGUMENT;
     options_ = options;
     options_.planner.chunk = options.chunk;
-    stream_ = std::make_unique<ChunkEncoder>(type, header);
-    if (stream_->status() != zul_STATUS_OK) return stream_->status();
-    if (options.threads > 1) {
-        // The stream's sync marker opens every chunk, an empty one too.
-        const char* bytes = nullptr;
-        int size = 0;
-        const zul_Status status = stream_->encode(nullptr, nullptr, 0, &bytes, &size);
-        if (status != zul_STATUS_OK) return status;
-        if (static_cast<size_t>(size) < kSyncMarkerBytes) return zul_STATUS_INVALID_STATE;
-        parallel_ = std::make_unique<ParallelChunks>(type, header, options.threads, bytes);
-        if (parallel_->status() != zul_STATUS_OK) return parallel_->status();
+    path_ = path;
+    type_ = type;
+    header_ = header != nullptr ? *header : zul_Header2{};
+    {
+        // The type and the header are checked here, before any point is read.
+        const ChunkEncoder check(type, header);
+        if (check.status() != zul_STATUS_OK) return check.status();
     }
     measure_ = std::make_unique<ChunkEncoder>(type, nullptr);
     if (measure_->status() != zul_STATUS_OK) return measure_->status();
+    measures_.push_back(measure_.get());
     planner_ = std::make_unique<BlockPlanner>(*measure_, options_.planner);
     for (int t = 1; t < options.threads; ++t) {
         moreMeasures_.push_back(std::make_unique<ChunkEncoder>(type, nullptr));
         if (moreMeasures_.back()->status() != zul_STATUS_OK) return moreMeasures_.back()->status();
         planner_->addEncoder(*moreMeasures_.back());
+        measures_.push_back(moreMeasures_.back().get());
     }
     capacity_ = blockCapacity(options.budgetBytes, options.chunk, options.order);
+    // The marker takes points that every thread count holds before the first block is written.
+    marker_ = std::make_unique<StreamMarker>(type, header);
+    marker_->limit(std::min(capacity_, kMarkerPoints));
     // With more threads, a block is cut and encoded while the next one is read, and the input's
     // order takes a few chunks a thread at once.
     background_ = options.threads > 1;
@@ -123,26 +126,30 @@ zul_Status PlannedWriter::open(const std::string& path, const zul_DataType& type
         std::min(capacity_, std::max<size_t>(options.budgetBytes / sizeof(zul_Point), 1));
     reserveRoom(block_, reserve);
     if (background_) reserveRoom(work_, block_.capacity());
-    file_ = std::fopen(path.c_str(), "wb");
-    if (file_ == nullptr) return zul_STATUS_WRITE_ERROR;
     failed_ = zul_STATUS_OK;
-    const char* signature = nullptr;
-    const char* bytes = nullptr;
-    int size = 0;
-    zul_Status status = zul_enc_createFileSignature(stream_->context(), &signature);
-    if (status == zul_STATUS_OK) status = writeBytes(signature, 8);
-    if (status == zul_STATUS_OK)
-        status = zul_enc_encodeFileHeader(stream_->context(), &bytes, &size);
-    if (status == zul_STATUS_OK) status = writeBytes(bytes, static_cast<size_t>(size));
-    failed_ = status;
+    return zul_STATUS_OK;
+}
+
+zul_Status PlannedWriter::openFile() {
+    if (file_ != nullptr) return zul_STATUS_OK;
+    char marker[ZUL_SYNC_MARKER_SIZE];
+    marker_->finish(marker);
+    errno = 0;
+    const zul_Status status =
+        zul_bulk_openWriter(&file_, path_.c_str(), &type_, header_.enabled ? &header_ : nullptr,
+                            options_.randomMarker ? nullptr : marker, options_.threads,
+                            options_.publish ? ZUL_BULK_WRITE_PUBLISH : ZUL_BULK_WRITE_REPLACE);
+    if (status != zul_STATUS_OK) fileErrno_ = errno;
     return status;
 }
 
 zul_Status PlannedWriter::write(const zul_Point& point) {
     if (failed_ != zul_STATUS_OK) return zul_STATUS_INVALID_STATE;
     block_.push_back(point);
+    if (file_ == nullptr) marker_->add(point);
     if (block_.size() < capacity_) return zul_STATUS_OK;
     failed_ = flush();
+    if (failed_ != zul_STATUS_OK) errno = fileErrno_;
     return failed_;
 }
 
@@ -151,37 +158,75 @@ zul_Status PlannedWriter::close() {
     if (status == zul_STATUS_OK) status = flush();
     joinJob();
     if (status == zul_STATUS_OK) status = jobStatus_;
-    if (file_ != nullptr && std::fclose(file_) != 0 && status == zul_STATUS_OK)
-        status = zul_STATUS_WRITE_ERROR;
-    file_ = nullptr;
+    if (status == zul_STATUS_OK) status = openFile();  // an empty stream
+    if (status == zul_STATUS_OK) {
+        errno = 0;
+        status = zul_bulk_closeWriter(&file_);
+        if (status != zul_STATUS_OK) fileErrno_ = errno;
+    }
+    zul_bulk_abortWriter(&file_);
     failed_ = zul_STATUS_INVALID_STATE;
+    if (status != zul_STATUS_OK) errno = fileErrno_;
     return status;
 }
 
-zul_Status PlannedWriter::writeBytes(const char* bytes, size_t size) {
-    return std::fwrite(bytes, 1, size, file_) == size ? zul_STATUS_OK : zul_STATUS_WRITE_ERROR;
+zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
+    const size_t count = cutting.order.size();
+    columns_.resize(type_, count);
+    double* positions = columns_.positionData();
+    uint8_t* colors = columns_.colorData();
+    int32_t* reflections = columns_.reflectionData();
+    float* normals = columns_.normalData();
+    for (size_t i = 0; i < count; ++i) {
+        const zul_Point& p = work_[cutting.order[i]];
+        std::copy(p.position, p.position + 3, positions + 3 * i);
+        if (colors) std::copy(p.color, p.color + 3, colors + 3 * i);
+        if (reflections) reflections[i] = p.reflection;
+        if (normals) std::copy(p.normal, p.normal + 3, normals + 3 * i);
+    }
+    chunkSizes_.resize(cutting.chunks());
+    for (size_t c = 0; c < cutting.chunks(); ++c) {
+        chunkSizes_[c] = static_cast<int32_t>(cutting.ends[c] - cutting.begin(c));
+    }
+    const zul_bulk_Points points = {static_cast<int64_t>(count), positions, colors, reflections,
+                                    normals};
+    errno = 0;
+    const zul_Status status = zul_bulk_writeChunks(
+        file_, &points, chunkSizes_.data(), static_cast<int64_t>(chunkSizes_.size()), nullptr);
+    return status;
 }
 
-zul_Status PlannedWriter::encodeChunks(const Cutting& cutting, const ParallelChunks::Sink& sink) {
-    if (parallel_) return parallel_->encode(work_.data(), cutting, sink);
-    for (size_t c = 0; c < cutting.chunks(); ++c) {
-        const char* bytes = nullptr;
-        int size = 0;
-        const size_t begin = cutting.begin(c);
-        zul_Status status = stream_->encode(work_.data(), cutting.order.data() + begin,
-                                            cutting.ends[c] - begin, &bytes, &size);
-        if (status == zul_STATUS_OK) status = sink(bytes, static_cast<size_t>(size));
-        if (status != zul_STATUS_OK) return status;
+zul_Status PlannedWriter::measureCutting(const Cutting& cutting, uint64_t& total) {
+    std::atomic<size_t> next{0};
+    std::vector<uint64_t> totals(measures_.size(), 0);
+    std::vector<zul_Status> statuses(measures_.size(), zul_STATUS_OK);
+    zulbase::runWorkers(
+        zulbase::threadsFor(static_cast<int>(measures_.size()), cutting.chunks()), [&](int w) {
+            ChunkEncoder& encoder = *measures_[static_cast<size_t>(w)];
+            for (size_t c = next++; c < cutting.chunks(); c = next++) {
+                const char* bytes = nullptr;
+                int size = 0;
+                const size_t begin = cutting.begin(c);
+                const zul_Status status = encoder.encode(work_.data(), cutting.order.data() + begin,
+                                                         cutting.ends[c] - begin, &bytes, &size);
+                if (status != zul_STATUS_OK) {
+                    statuses[static_cast<size_t>(w)] = status;
+                    next = cutting.chunks();
+                    return;
+                }
+                totals[static_cast<size_t>(w)] += static_cast<uint64_t>(size);
+            }
+        });
+    for (size_t w = 0; w < measures_.size(); ++w) {
+        if (statuses[w] != zul_STATUS_OK) return statuses[w];
+        total += totals[w];
     }
     return zul_STATUS_OK;
 }
 
-zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
-    return encodeChunks(cutting,
-                        [&](const char* bytes, size_t size) { return writeBytes(bytes, size); });
-}
-
 zul_Status PlannedWriter::flush() {
+    if (block_.empty()) return zul_STATUS_OK;
+    if (const zul_Status opened = openFile(); opened != zul_STATUS_OK) return opened;
     if (!background_) {
         block_.swap(work_);
         const zul_Status status = flushWork();
@@ -220,34 +265,28 @@ zul_Status PlannedWriter::flushWork() {
         planning_ += std::chrono::steady_clock::now() - start;
         if (status != zul_STATUS_OK) return status;
         if (!cost.exact && candidate.kind != Candidate::Input) {
-            // Weighed on samples: hold the chunks until they are sure to be the smaller.
-            Cutting& cutting = cutting_;
-            planner_->cut(work_, candidate, cutting);
-            buffer_.clear();
-            status = encodeChunks(cutting, [&](const char* bytes, size_t size) {
-                buffer_.insert(buffer_.end(), bytes, bytes + size);
-                return zul_STATUS_OK;
-            });
+            // Weighed on samples: the candidate is measured whole, and the input's order too
+            // unless the candidate is sure to be the smaller.
+            planner_->cut(work_, candidate, cutting_);
+            uint64_t candidateBytes = 0;
+            status = measureCutting(cutting_, candidateBytes);
             if (status != zul_STATUS_OK) return status;
-            if (static_cast<double>(buffer_.size()) >
+            if (static_cast<double>(candidateBytes) >
                 kSureRatio * static_cast<double>(inputCost.bytes)) {
                 Candidate input;
-                Cutting& runs = cutting_;
+                Cutting runs;
                 planner_->cut(work_, input, runs);
                 uint64_t inputBytes = 0;
                 ++checks_;
                 status = measure_->measure(work_.data(), runs, inputBytes);
                 if (status != zul_STATUS_OK) return status;
-                if (inputBytes < buffer_.size()) {
+                if (inputBytes < candidateBytes) {
                     ++fallbacks_;
-                    chosen_[input.describe()].blocks++;
-                    chosen_[input.describe()].points += work_.size();
-                    status = writeCutting(runs);
-                    work_.clear();
-                    return status;
+                    candidate = input;
+                    cutting_ = std::move(runs);
                 }
             }
-            status = writeBytes(buffer_.data(), buffer_.size());
+            status = writeCutting(cutting_);
             chosen_[candidate.describe()].blocks++;
             chosen_[candidate.describe()].points += work_.size();
             work_.clear();

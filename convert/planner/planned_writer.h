@@ -1,7 +1,10 @@
 // A zul file whose chunks a planner cuts: points go in one at a time, are held in blocks of
 // consecutive points within a memory budget, and each block is cut into chunks in the order
 // asked for. The file is an ordinary stream of the format, its chunks of any size up to the
-// chunk size. Used by `zul compress`; depends on the public zul.h only.
+// chunk size, written by the library's bulk writer (zul_bulk.h) on the threads asked for. Its
+// sync marker is drawn from the stream's first points (StreamMarker) unless a random one is
+// asked for, so the same points and options give the same bytes at any thread count. Used by
+// `zul compress` and Python; depends on the public headers only.
 #pragma once
 
 #include <chrono>
@@ -13,12 +16,14 @@
 #include <vector>
 
 #include "base/limits.h"
+#include "base/point_columns.h"
 #include "base/worker_threads.h"
 #include "planner/block_planner.h"
 #include "planner/chunk_encoding.h"
 #include "planner/large_pages.h"
-#include "planner/parallel_chunks.h"
+#include "planner/stream_marker.h"
 #include "zul.h"
+#include "zul_bulk.h"
 
 namespace zulplan {
 
@@ -38,6 +43,10 @@ struct PlanOptions {
                          << 20;   // memory for a block and its planning
     BlockPlannerOptions planner;  // its chunk is set from `chunk`
     int threads = 1;              // encoding threads, 1 or more
+    bool randomMarker = false;    // a sync marker from the device's randomness, not the points
+    // Written under a unique temporary name beside the path and renamed over it when whole
+    // (ZUL_BULK_WRITE_PUBLISH), rather than into the path itself.
+    bool publish = false;
 };
 
 // Points a block holds within `budgetBytes` when cut in `order`: a whole number of chunks, at
@@ -53,15 +62,17 @@ public:
 
     static bool chunkValid(int chunk) { return zulbase::chunkSizeValid(chunk); }
 
-    // Creates `path` for a stream of `type` with the optional sensor `header` and writes its
-    // signature and file header. zul_STATUS_INVALID_ARGUMENT for a refused type or header or an
-    // invalid chunk size, zul_STATUS_WRITE_ERROR if the file cannot be written.
+    // Prepares a stream of `type` with the optional sensor `header` at `path`, which is created
+    // (or emptied) when the first block is written, or by close(): the marker is drawn from the
+    // first points. zul_STATUS_INVALID_ARGUMENT for a refused type or header or an invalid chunk
+    // size.
     zul_Status open(const std::string& path, const zul_DataType& type, const zul_Header2* header,
                     const PlanOptions& options);
     // Takes one point; a full block is cut and written. A failure fails the writer: later calls
     // return zul_STATUS_INVALID_STATE.
     zul_Status write(const zul_Point& point);
-    // Writes the last block and closes the file.
+    // Writes the last block and closes the file. zul_STATUS_WRITE_ERROR if the file cannot be
+    // created or written (errno tells why, on the calling thread).
     zul_Status close();
 
     // What was chosen for the blocks so far, one line a choice, and the time spent choosing.
@@ -78,19 +89,25 @@ private:
     // Waits for the job of the block before, and throws again what it threw (a failed
     // allocation), on the caller's thread.
     void joinJob();
+    // Opens the bulk writer once the marker is known.
+    zul_Status openFile();
+    // Gathers the points of `cutting` of the block in its order and writes them as its chunks.
     zul_Status writeCutting(const Cutting& cutting);
-    // Encodes the chunks of `cutting` of the block, on the threads asked for, handing them to
-    // `sink` in order.
-    zul_Status encodeChunks(const Cutting& cutting, const ParallelChunks::Sink& sink);
-    zul_Status writeBytes(const char* bytes, size_t size);
+    // The bytes the chunks of `cutting` of the block take, measured on every measuring encoder.
+    zul_Status measureCutting(const Cutting& cutting, uint64_t& total);
 
     PlanOptions options_;
     size_t capacity_ = 0;
-    std::FILE* file_ = nullptr;
+    std::string path_;
+    zul_DataType type_ = {};
+    zul_Header2 header_ = {};
+    zul_bulk_Writer file_ = nullptr;  // opened by the first block written
+    int fileErrno_ = 0;               // errno of the failed write, for the caller's thread
     zul_Status failed_ = zul_STATUS_INVALID_STATE;  // until opened
-    std::unique_ptr<ChunkEncoder> stream_, measure_;
+    std::unique_ptr<StreamMarker> marker_;
+    std::unique_ptr<ChunkEncoder> measure_;
+    std::vector<ChunkEncoder*> measures_;                      // measure_ and the ones below
     std::vector<std::unique_ptr<ChunkEncoder>> moreMeasures_;  // one more a further thread
-    std::unique_ptr<ParallelChunks> parallel_;                 // with more than one thread
     std::unique_ptr<BlockPlanner> planner_;
     LargeVector<zul_Point> block_;  // the block being read
     LargeVector<zul_Point> work_;   // the block being cut and written
@@ -98,7 +115,8 @@ private:
     zulbase::WorkerThreads job_;  // cuts and writes work_ (with more than one thread)
     zul_Status jobStatus_ = zul_STATUS_OK;
     Cutting cutting_;
-    LargeVector<char> buffer_;  // a block's chunks while it is not sure they are the smaller
+    zulbase::PointColumns columns_;  // a cutting's points in its order, for the bulk writer
+    std::vector<int32_t> chunkSizes_;
 
     struct Tally {
         size_t blocks = 0, points = 0;

@@ -2,6 +2,8 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <vector>
+
 #include "base/limits.h"
 #include "bindings.h"
 #include "commands/commands.h"
@@ -98,6 +100,14 @@ int decompress(const std::string& source, const std::string& target, py::dict op
     if (!zulbase::chunkBudgetValid(o.chunkBudgetMiB)) {
         throw py::value_error("chunk_budget: give 1 to " +
                               std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");
+    }
+    take(options, "pcd_type", o.pcdType);
+    std::vector<double> box;
+    take(options, "bbox", box);  // checked by zul.decompress
+    if (box.size() == 6) {
+        o.box = true;
+        std::copy(box.begin(), box.begin() + 3, o.boxMin);
+        std::copy(box.begin() + 3, box.end(), o.boxMax);
     }
     refuseRest(options, "decompress");
     py::gil_scoped_release release;

@@ -4,14 +4,20 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "base/worker_threads.h"
 #include "bindings.h"
 #include "commands/chunk_batches.h"
 #include "commands/point_plan.h"
+#include "commands/status_text.h"
+#include "formats/output_grid.h"
 #include "planner/planned_writer.h"
+#include "planner/stream_marker.h"
 #include "py_errors.h"
 #include "zul_bulk.h"
 
@@ -55,6 +61,7 @@ zul_Status writePlanned(const std::string& path, const zul_DataType& dataType,
     zulplan::parseOrder(order, options.order);
     options.chunk = chunkSize;
     options.threads = zulbase::threadsFor(threads);
+    options.publish = true;
     zulplan::PlannedWriter writer;
     zul_Status status = writer.open(path, dataType, header.enabled ? &header : nullptr, options);
     zul_Point point = {};
@@ -71,6 +78,36 @@ zul_Status writePlanned(const std::string& path, const zul_DataType& dataType,
     }
     const zul_Status closed = writer.close();
     return status != zul_STATUS_OK ? status : closed;
+}
+
+// The points in their order, `chunkSize` a chunk, through the bulk writer under a unique
+// temporary name renamed over `path` when whole, with the sync marker drawn from the points.
+zul_Status writeInOrder(const std::string& path, const zul_DataType& dataType,
+                        const zul_Header2& header, const zul_bulk_Points& points, int32_t chunkSize,
+                        int threads, int64_t& failed) {
+    zulplan::StreamMarker marker(dataType, &header);
+    marker.add(points.positions, points.colors, points.reflections, points.normals,
+               static_cast<size_t>(points.numPoints));
+    char bytes[ZUL_SYNC_MARKER_SIZE];
+    marker.finish(bytes);
+    std::vector<int32_t> sizes;
+    for (int64_t first = 0; first < points.numPoints; first += chunkSize)
+        sizes.push_back(
+            static_cast<int32_t>(std::min<int64_t>(chunkSize, points.numPoints - first)));
+    zul_bulk_Writer writer = nullptr;
+    errno = 0;
+    zul_Status status = zul_bulk_openWriter(&writer, path.c_str(), &dataType, &header, bytes,
+                                            threads, ZUL_BULK_WRITE_PUBLISH);
+    if (status == zul_STATUS_OK)
+        status = zul_bulk_writeChunks(writer, &points, sizes.data(),
+                                      static_cast<int64_t>(sizes.size()), &failed);
+    if (status != zul_STATUS_OK) {
+        const int reason = errno;
+        zul_bulk_abortWriter(&writer);
+        errno = reason;
+        return status;
+    }
+    return zul_bulk_closeWriter(&writer);
 }
 
 // Encodes the checked arrays into `path`. Positions are divided by `step` onto the integer grid.
@@ -112,6 +149,7 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
     int64_t failed = -1;
     zul_Status status;
     bool tooFar = false;
+    int reason = 0;
     {
         py::gil_scoped_release release;
         const double* p = positions.data();
@@ -122,20 +160,25 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
         if (tooFar) {
             status = zul_STATUS_OK;
         } else if (order == "input") {
-            status = zul_bulk_encodeFile(path.c_str(), &dataType, &header, &points, nullptr, 0,
-                                         chunkSize, threads, &failed);
+            status = writeInOrder(path, dataType, header, points, chunkSize, threads, failed);
         } else {
             status = writePlanned(path, dataType, header, points, order, chunkSize, threads);
         }
+        reason = errno;
     }
     if (tooFar) {
         throw py::value_error("positions: a coordinate lies too far out for a step of " +
-                              std::to_string(step) + " (give a larger step)");
+                              zulformats::shortestDecimal(step) + " (give a larger step)");
     }
     if (status == zul_STATUS_INVALID_ARGUMENT) {
         throw py::value_error(path +
                               ": the library refused the data type, the sensor header or "
                               "the chunk plan (invalid argument)");
+    }
+    if (status == zul_STATUS_WRITE_ERROR && reason != 0) {
+        throw Failure(path + ": " + zulconvert::statusText(status, zulconvert::ZulStage::Write) +
+                          ": " + std::strerror(reason),
+                      status, failed);
     }
     check(status, path, failed);
 }

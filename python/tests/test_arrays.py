@@ -96,6 +96,8 @@ BAD_ARGUMENTS = [
     ("unknown colour mode", dict(color="rgb"), ValueError, "color"),
     ("unknown order", dict(order="random"), ValueError, "order"),
     ("negative threads", dict(threads=-1), ValueError, "threads"),
+    ("a step too fine for the coordinates",
+     dict(positions=np.full((4, 3), 1e8), step=1e-9), ValueError, r"for a step of 0\.000000001 "),
 ]
 
 
@@ -139,3 +141,18 @@ def test_damaged_files_raise_with_the_status_and_the_chunk(tmp_path, scan):
     assert bad.value.status == "zul_STATUS_CORRUPT_DATA" and bad.value.chunk == 1
     with pytest.raises(ValueError, match="bbox"):
         zul.read(path, bbox=(1, 0, 0, 0, 1, 1))
+
+
+def test_writes_name_the_users_file_and_the_reason_and_repeat_their_bytes(tmp_path, scan):
+    missing = tmp_path / "gone" / "a.zul"
+    with pytest.raises(zul.Error) as failed:
+        zul.write(missing, scan["positions"])
+    assert str(failed.value).startswith(f"{missing}: ")
+    assert "No such file or directory" in str(failed.value) and "partial" not in str(failed.value)
+    # The same points give the same bytes, on any thread count, in either order.
+    for order in ("input", "plan"):
+        for threads in (1, 3):
+            zul.write(tmp_path / f"{threads}.zul", scan["positions"], order=order,
+                      threads=threads)
+        assert (tmp_path / "1.zul").read_bytes() == (tmp_path / "3.zul").read_bytes()
+    assert sorted(os.listdir(tmp_path)) == ["1.zul", "3.zul"]

@@ -63,3 +63,21 @@ def test_compress_runs_a_task_a_file_and_reports_a_failed_one(client, tmp_path):
     assert os.path.exists(tmp_path / "more" / "1.2-with-color.zul")
     # The cluster goes on working.
     assert client.submit(sum, [1, 2]).result(timeout=30) == 3
+
+
+def test_read_takes_a_glob_and_the_union_of_attributes(client, tmp_path, scan):
+    zul.write(tmp_path / "a.zul", scan["positions"][:1000], colors=scan["colors"][:1000])
+    zul.write(tmp_path / "b.zul", scan["positions"][1000:1500],
+              reflections=scan["reflections"][1000:1500])
+    frame = zul.dask.read(str(tmp_path / "*.zul"))
+    assert list(frame.columns) == ["x", "y", "z", "red", "green", "blue", "reflection"]
+    result = frame.compute()
+    assert len(result) == 1500
+    assert result["red"].isna().sum() == 500 and result["reflection"].isna().sum() == 1000
+    assert str(result["red"].dtype) == "UInt8" and result["x"].dtype == np.float64
+    only = zul.dask.read(str(tmp_path / "*.zul"), columns=["x", "y", "z"]).compute()
+    assert list(only.columns) == ["x", "y", "z"] and only["x"].dtype == np.float64
+    stored = np.concatenate([zul.read(tmp_path / n).positions for n in ("a.zul", "b.zul")])
+    np.testing.assert_array_equal(sort_rows(only.to_numpy()), sort_rows(stored))
+    with pytest.raises(FileNotFoundError, match="no file matches"):
+        zul.dask.read(str(tmp_path / "*.las"))

@@ -64,3 +64,23 @@ def test_pip_installs_the_package_into_an_environment(tmp_path):
                            capture_output=True, text=True, cwd=tmp_path)
     assert check.returncode == 0, check.stderr
     assert str(environment) in check.stdout and check.stdout.split()[-1] == "14408"
+
+
+def test_a_box_chooses_the_same_points_in_read_reader_and_decompress(tmp_path):
+    target = zul.compress(data(LAS_FILES[0]), tmp_path / "a.zul", chunk_size=500)
+    whole = zul.read(target)
+    low, high = np.percentile(whole.positions, [25, 75], axis=0)
+    box = (*low, *high)
+    inside = zul.read(target, bbox=box)
+    assert 0 < len(inside) < len(whole)
+    reader = zul.Reader(target, bbox=box)
+    assert len(reader) < len(zul.Reader(target)) and reader.num_points >= len(inside)
+    parts = np.concatenate([part.positions for part in reader])
+    np.testing.assert_array_equal(parts, inside.positions)
+    zul.decompress(target, tmp_path / "box.xyz", bbox=box)
+    written = np.loadtxt(tmp_path / "box.xyz", skiprows=1, usecols=(0, 1, 2), ndmin=2)
+    np.testing.assert_allclose(written, inside.positions, atol=1e-9)
+    with pytest.raises(ValueError, match="bbox"):
+        zul.decompress(target, tmp_path / "bad.xyz", bbox=(1, 0, 0, 0, 1, 1))
+    with pytest.raises(ValueError, match="bbox"):
+        zul.Reader(target, bbox=(0, 0, 0))

@@ -3,6 +3,7 @@
 import os
 
 from . import _zul
+from .reading import _box
 
 
 def compress(src, dst, **options):
@@ -33,13 +34,20 @@ def decompress(src, dst, **options):
 
     Options: ``transform`` (default True: apply the sensor header's matrix), ``encoding``
     (PCD: ``binary``, ``ascii``, ``binary_compressed``; PLY: ``binary_little_endian``,
-    ``binary_big_endian``, ``ascii``), ``las_version`` (``"1.2"`` or ``"1.4"``), ``threads`` (default 0: every core), ``quiet``,
-    ``force`` (default True), ``companion`` (default True: a LAS output is rebuilt from the
-    companion beside ``src`` when there is one; False writes the stream alone),
-    ``las_color_scale`` (LAS colour without a companion: the 8-bit values times 1, 256 or
-    257, the default), ``chunk_budget`` (MiB one chunk may take decoded, default 256: a
-    chunk that claims more points is refused before anything is allocated).
+    ``binary_big_endian``, ``ascii``), ``las_version`` (``"1.2"`` or ``"1.4"``), ``pcd_type``
+    (``"float"`` or ``"double"``), ``bbox`` (``(minx, miny, minz, maxx, maxy, maxz)``: only the
+    points inside it, bounds included, as :func:`zul.read` takes it), ``threads`` (default 0:
+    every core), ``quiet``, ``force`` (default True), ``companion`` (default True: a LAS output
+    is rebuilt from the companion beside ``src`` when there is one; False writes the stream
+    alone), ``las_color_scale`` (LAS colour without a companion: the 8-bit values times 1, 256 or
+    257, the default), ``chunk_budget`` (MiB one chunk may take decoded, default 256: a chunk
+    that claims more points is refused before anything is allocated).
     Returns ``dst``. Raises :class:`zul.Error` naming the file.
     """
-    _zul.decompress(os.fspath(src), os.fspath(dst), dict(options))
+    options = dict(options)
+    if options.get("bbox") is not None:
+        options["bbox"] = list(_box(options["bbox"]))
+    else:
+        options.pop("bbox", None)
+    _zul.decompress(os.fspath(src), os.fspath(dst), options)
     return os.fspath(dst)

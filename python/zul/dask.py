@@ -6,6 +6,7 @@ of a file: each task reads only the byte ranges of its chunks (and the stream's 
 file spreads over many workers. ``compress`` runs one ``zul.compress`` per input file as a task.
 """
 
+import glob
 import os
 
 import numpy as np
@@ -27,38 +28,59 @@ def _columns(data_type):
     return columns
 
 
-def plan_read(paths, *, bbox=None, chunks_per_partition=64, chunk_budget=None):
-    """The tasks ``read`` would run: for each, the file, the bytes of its stream head and the
-    (offset, bytes) ranges of its chunks, from the chunk index alone; and the columns of each
-    file. Chunks whose box misses ``bbox`` are left out here, before any task runs."""
+# A column some files lack holds nulls for their points, in pandas' nullable type.
+_NULLABLE = {np.uint8: "UInt8", np.int32: "Int32", np.float32: "Float32"}
+
+
+def _paths(paths):
+    """The files: a path, a glob pattern (``"scans/*.zul"``, sorted), or a list of them."""
     if isinstance(paths, (str, os.PathLike)):
         paths = [paths]
+    found = []
+    for path in paths:
+        path = os.fspath(path)
+        if any(c in path for c in "*?[") and not os.path.exists(path):
+            matched = sorted(glob.glob(path))
+            if not matched:
+                raise FileNotFoundError(f"{path}: no file matches")
+            found += matched
+        else:
+            found.append(path)
+    return found
+
+
+def plan_read(paths, *, bbox=None, chunks_per_partition=64, chunk_budget=None):
+    """The tasks ``read`` would run: for each, the file, the bytes of its stream head and the
+    (offset, bytes) ranges of its chunks, from the chunk index alone; and the union of the
+    files' columns, those some files lack in a nullable type. Chunks whose box misses ``bbox``
+    are left out here, before any task runs."""
+    paths = _paths(paths)
     if not isinstance(chunks_per_partition, int) or chunks_per_partition < 1:
         raise ValueError("chunks_per_partition: give 1 or more")
     box = _box(bbox)
-    tasks, columns = [], None
+    tasks, types, holders = [], {}, {}
     for path in paths:
-        path = os.fspath(path)
         index = _open(path, chunk_budget=chunk_budget)
         _raise_damage(index)
-        file_columns = _columns(index.data_type())
-        if columns is None:
-            columns = file_columns
-        elif [c for c, _ in file_columns] != [c for c, _ in columns]:
-            raise ValueError(f"{path}: its attributes differ from those of {paths[0]}")
+        for name, dtype in _columns(index.data_type()):
+            types[name] = dtype
+            holders[name] = holders.get(name, 0) + 1
         listed = index.chunks()
         chosen = index.select(box) if box is not None else range(len(listed))
         ranges = [(listed[i][0], listed[i][1]) for i in chosen]
         head = listed[0][0] if listed else 0
         for start in range(0, len(ranges), chunks_per_partition):
             tasks.append((path, head, ranges[start:start + chunks_per_partition]))
-    return tasks, columns or _columns({"color": None, "max_reflection": None, "normals": False})
+    every = _columns({"color": 1, "max_reflection": 1, "normals": True})
+    columns = [(name, types[name] if holders[name] == len(paths) else _NULLABLE[types[name]])
+               for name, _ in every if name in types]
+    return tasks, columns or every[:3]
 
 
 def read_part(path, head, ranges, box=None, columns=None, chunk_budget=None):
     """The points of the chunks at ``ranges`` of ``path`` as a pandas DataFrame: the task of a
     partition of ``read``. Reads the stream's first ``head`` bytes and those ranges, nothing
-    else."""
+    else. ``columns``: names, or (name, type) pairs, a column the file lacks then all nulls."""
     import pandas as pd
 
     index = _zul.ranges_index(path, head, ranges, True, _budget(chunk_budget))
@@ -78,9 +100,17 @@ def read_part(path, head, ranges, box=None, columns=None, chunk_budget=None):
     if arrays["normals"] is not None:
         n = arrays["normals"]
         parts.update(nx=n[:, 0], ny=n[:, 1], nz=n[:, 2])
-    for name, _ in all_columns:
-        if columns is None or name in columns:
-            frame[name] = parts[name] if keep is None else parts[name][keep]
+    count = len(p) if keep is None else int(keep.sum())
+    if columns is None or all(isinstance(c, str) for c in columns):
+        wanted = [(n, t) for n, t in all_columns if columns is None or n in columns]
+    else:
+        wanted = list(columns)
+    for name, dtype in wanted:
+        if name in parts:
+            frame[name] = pd.Series(parts[name] if keep is None else parts[name][keep],
+                                    dtype=dtype)
+        else:
+            frame[name] = pd.Series([pd.NA] * count, dtype=dtype)
     return pd.DataFrame(frame)
 
 
@@ -92,9 +122,12 @@ def read(paths, *, bbox=None, columns=None, chunks_per_partition=64, chunk_budge
     task reads only their byte ranges. The column types come from the file headers without
     decoding. ``bbox`` (``(minx, miny, minz, maxx, maxy, maxz)`` in the coordinates a reader
     gets) prunes the chunks through the index before any task runs, and the tasks keep only the
-    points inside it. ``columns`` chooses columns. ``chunk_budget`` (MiB one chunk may take
-    decoded, ``None``: 256) refuses a chunk that claims more points. Raises :class:`zul.Error` for a damaged
-    file; a task that fails raises it with the file's name.
+    points inside it. ``columns`` chooses columns. ``paths`` is a file, a glob pattern
+    (``"scans/*.zul"``) or a list of them; files whose attributes differ give the union of their
+    columns, nulls where a file lacks one (in pandas' nullable types), unless ``columns`` asks
+    only for columns every file has. Raises :class:`zul.Error` for a damaged file; a task that
+    fails raises it with the file's name. ``chunk_budget`` (MiB one chunk may take decoded,
+    ``None``: 256) refuses a chunk that claims more points.
     """
     import dask
     import dask.dataframe as dd
@@ -106,12 +139,13 @@ def read(paths, *, bbox=None, columns=None, chunks_per_partition=64, chunk_budge
         unknown = [c for c in columns if c not in dict(all_columns)]
         if unknown:
             raise ValueError(f"columns: the files have no {', '.join(unknown)}")
-    meta = pd.DataFrame({name: np.array([], dtype=dtype) for name, dtype in all_columns
+    meta = pd.DataFrame({name: pd.Series([], dtype=dtype) for name, dtype in all_columns
                          if columns is None or name in columns})
     box = np.array(_box(bbox)) if bbox is not None else None
     if not tasks:
         return dd.from_pandas(meta, npartitions=1)
-    parts = [dask.delayed(read_part)(path, head, ranges, box, columns, chunk_budget)
+    wanted = [(name, dtype) for name, dtype in all_columns if columns is None or name in columns]
+    parts = [dask.delayed(read_part)(path, head, ranges, box, wanted, chunk_budget)
              for path, head, ranges in tasks]
     return dd.from_delayed(parts, meta=meta, verify_meta=False)
 

@@ -105,23 +105,34 @@ class Reader:
     ``len(reader)`` is the number of chunks and ``reader.num_points`` the number of points, both
     from the headers. A damaged chunk raises :class:`zul.Error` when the iteration reaches it,
     after every chunk before it was handed out; so does a chunk whose decoded size passes
-    ``chunk_budget`` (MiB, ``None``: 256).
+    ``chunk_budget`` (MiB, ``None``: 256). With ``bbox`` (as :func:`read` takes it) only the
+    chunks whose box meets it are decoded, and each part holds only the points inside it;
+    ``len`` and ``num_points`` then count the chunks chosen and the points they hold.
     """
 
-    def __init__(self, path, *, transform=True, chunk_budget=None):
+    def __init__(self, path, *, bbox=None, transform=True, chunk_budget=None):
+        self._box = _box(bbox)
         self._index = _open(path, transform, chunk_budget)
         self.data_type = self._index.data_type()
         self.sensor = self._index.sensor()
+        self._chosen = (self._index.select(self._box) if self._box is not None
+                        else range(self._index.num_chunks))
 
     def __len__(self):
-        return self._index.num_chunks
+        return len(self._chosen)
 
     @property
     def num_points(self):
         """The number of points of the chunks listed, from their headers."""
-        return self._index.num_points
+        if self._box is None:
+            return self._index.num_points
+        listed = self._index.chunks()
+        return sum(listed[i][2] for i in self._chosen)
 
     def __iter__(self):
-        for i in range(self._index.num_chunks):
-            yield _cloud(self._index.decode([i], 1), self._index)
+        for i in self._chosen:
+            arrays = self._index.decode([i], 1)
+            if self._box is not None:
+                arrays = _inside(arrays, np.array(self._box))
+            yield _cloud(arrays, self._index)
         _raise_damage(self._index)

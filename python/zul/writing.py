@@ -96,13 +96,8 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
         if short.any():
             raise ValueError(f"normals: {int(short.sum())} are shorter than 1e-6 (or not numbers), "
                              "which a zul file cannot hold")
-    temporary = os.path.join(os.path.dirname(path) or ".",
-                             f".{os.path.basename(path)}.partial-{os.getpid()}")
-    try:
-        _zul.write(temporary, positions, colors, reflections, normals, float(step),
-                   int(max_reflection or 0), color_mode, sensor, order, int(chunk_size),
-                   _threads(threads))
-        os.replace(temporary, path)
-    finally:
-        if os.path.exists(temporary):
-            os.remove(temporary)
+    # Written under a unique temporary name beside `path` (created exclusively, so writers of
+    # one path at once never share it) and renamed over it when whole; removed on any failure.
+    _zul.write(path, positions, colors, reflections, normals, float(step),
+               int(max_reflection or 0), color_mode, sensor, order, int(chunk_size),
+               _threads(threads))

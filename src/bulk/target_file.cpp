@@ -32,6 +32,7 @@ zul_Status TargetFile::open(const char* path, bool publish) {
     path_ = path;
     if (!publish) {
         fd_ = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        if (fd_ < 0) keepError();
         return fd_ >= 0 ? zul_STATUS_OK : zul_STATUS_WRITE_ERROR;
     }
     // A name that exists already (left by a process that died) is never reused: another is drawn.
@@ -41,6 +42,7 @@ zul_Status TargetFile::open(const char* path, bool publish) {
         if (fd_ < 0 && errno != EEXIST) break;
     }
     if (fd_ >= 0) return zul_STATUS_OK;
+    keepError();
     temporary_.clear();
     return zul_STATUS_WRITE_ERROR;
 }
@@ -49,7 +51,11 @@ bool TargetFile::write(const char* bytes, size_t size) {
     while (size > 0) {
         const ssize_t done = ::write(fd_, bytes, size);
         if (done < 0 && errno == EINTR) continue;
-        if (done <= 0) return false;
+        if (done <= 0) {
+            if (done == 0) errno = ENOSPC;  // a write that takes nothing: no room
+            keepError();
+            return false;
+        }
         bytes += done;
         size -= static_cast<size_t>(done);
     }
@@ -60,8 +66,10 @@ zul_Status TargetFile::finish() {
     const int fd = fd_;
     fd_ = -1;
     bool done = ::close(fd) == 0;
+    if (!done) keepError();
     if (!temporary_.empty()) {
         done = done && std::rename(temporary_.c_str(), path_.c_str()) == 0;
+        if (!done) keepError();
         if (!done) std::remove(temporary_.c_str());
         temporary_.clear();
     }

@@ -4,6 +4,7 @@
 // removed, and only that temporary one.
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <string>
 
@@ -29,11 +30,18 @@ public:
     zul_Status finish();
     // Closes the file; a temporary one is removed, the path itself stays as written.
     void abandon();
+    // The system's reason (errno) for the first open, write, close or rename that failed, or 0.
+    // Writes may run on any thread: the reason is kept here for the caller's.
+    int error() const { return error_; }
 
 private:
     int fd_ = -1;
     std::string path_;
     std::string temporary_;  // empty unless publishing
+    int error_ = 0;
+    void keepError() {
+        if (error_ == 0) error_ = errno;
+    }
 };
 
 }  // namespace zulbulk

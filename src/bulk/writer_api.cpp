@@ -1,6 +1,7 @@
 // The exported writer functions: arguments are judged here, before a file is touched or a thread
 // started; the writer does the rest.
 #include <algorithm>
+#include <cerrno>
 #include <vector>
 
 #include "bulk/bulk_writer.h"
@@ -76,8 +77,10 @@ ZUL_API zul_Status zul_bulk_openWriter(zul_bulk_Writer* writer, const char* path
         if (!path || !recordsValid(dataType, header) || threads < 0 ||
             (mode != ZUL_BULK_WRITE_REPLACE && mode != ZUL_BULK_WRITE_PUBLISH))
             return zul_STATUS_INVALID_ARGUMENT;
-        return (*writer)->open(path, *dataType, header, syncMarker, threads,
-                               mode == ZUL_BULK_WRITE_PUBLISH);
+        const zul_Status status = (*writer)->open(path, *dataType, header, syncMarker, threads,
+                                                  mode == ZUL_BULK_WRITE_PUBLISH);
+        if (status == zul_STATUS_WRITE_ERROR) errno = (*writer)->file.error();
+        return status;
     });
 }
 
@@ -96,7 +99,9 @@ ZUL_API zul_Status zul_bulk_writeChunks(zul_bulk_Writer writer, const zul_bulk_P
         std::vector<PlannedChunk> plan;
         if (!planFromSizes(points->numPoints, chunkSizes, numChunks, plan))
             return zul_STATUS_INVALID_ARGUMENT;
-        return writePlan(writer, *points, plan, failedChunk);
+        const zul_Status status = writePlan(writer, *points, plan, failedChunk);
+        if (status == zul_STATUS_WRITE_ERROR) errno = writer->file.error();
+        return status;
     });
 }
 
@@ -105,7 +110,9 @@ ZUL_API zul_Status zul_bulk_closeWriter(zul_bulk_Writer* writer) {
     if (!*writer) return zul_STATUS_OK;
     const zul_Status status =
         (*writer)->failed ? zul_STATUS_INVALID_STATE : (*writer)->file.finish();
+    const int error = (*writer)->file.error();
     delete *writer;  // abandons what is still open
+    if (status == zul_STATUS_WRITE_ERROR) errno = error;
     *writer = nullptr;
     return status;
 }

@@ -4,6 +4,7 @@
 // of the messages and the files the folder holds afterwards.
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -21,7 +22,9 @@ struct CliCase {
     const char* name;
     // Steps run first, separated by ';': "zul ARGS", "copy SHARED NAME", "text NAME WORDS"
     // (the file then holds "precious"), "cut NAME BYTES" (drops the last bytes), "poke NAME
-    // OFFSET BYTE", "limit BYTES" (the run itself may make files of these many bytes only).
+    // OFFSET BYTE", "limit BYTES" (the run itself may make files of these many bytes only),
+    // "link NAME TARGET" (a symbolic link to a file that need not exist), "echo NAME TEXT" (TEXT
+    // with \n and \xHH escapes).
     const char* setup;
     const char* arguments;  // {d} is the test's folder, {data} the shared clouds
     int exitCode;
@@ -122,6 +125,10 @@ const CliCase kCases[] = {
      "b.zul: chunk 0 (byte 172) claims 1056964708 points (76609 MiB decoded), more than the "
      "memory budget of 256 MiB a chunk allows",
      "b.zul"},
+    {"info of a cut file", BUNNY "; cut b.zul 10", "info {d}/b.zul", 1,
+     "chunks       3\npoints       300\n", "b.zul"},
+    {"info of a cut file says where", BUNNY "; cut b.zul 10", "info {d}/b.zul", 1,
+     "b.zul: damaged at chunk 3 (byte ", "b.zul"},
     {"info of a missing file", "", "info {d}/none.zul", 1, "none.zul: the file cannot be opened",
      ""},
     // verify and salvage.
@@ -155,6 +162,51 @@ const CliCase kCases[] = {
      "\"1x\" is not a number", "b.zul"},
     {"box beside the cloud", BUNNY, "decompress --bbox 5,5,5,6,6,6 {d}/b.zul {d}/b.xyz", 0,
      ": 0 points", "b.xyz b.zul"},
+    // Standard input and output, pipes, devices, links and the input itself.
+    {"compress from standard input", "", "compress - -o {d}/a.zul < {data}/bun0.pcd", 0,
+     "standard input (PCD) -> ", "a.zul"},
+    {"compress to standard output", "zul compress -q {data}/bun0.pcd -o - > {d}/a.zul",
+     "verify {d}/a.zul", 0, "a.zul: OK, 1 chunk, 397 points", "a.zul"},
+    {"standard input to standard output", "zul compress -q - < {data}/bun0.pcd > {d}/a.zul",
+     "verify {d}/a.zul", 0, "a.zul: OK, 1 chunk, 397 points", "a.zul"},
+    {"compress from a pipe", "", "compress /dev/stdin {d}/a.zul < {data}/bun0.pcd", 0, "(PCD) -> ",
+     "a.zul"},
+    {"decompress from a pipe", BUNNY, "decompress -q - --format xyz -o {d}/b.xyz < {d}/b.zul", 0,
+     "", "b.xyz b.zul"},
+    {"verify standard input", BUNNY, "verify - < {d}/b.zul", 0, "standard input: OK, 4 chunks",
+     "b.zul"},
+    {"info of standard input", BUNNY, "info - < {d}/b.zul", 0, "file         standard input",
+     "b.zul"},
+    {"a pipe cut short", "copy sample_c.las c.las; cut c.las 1000",
+     "compress - -o {d}/a.zul < {d}/c.las", 1, "standard input: ", "c.las"},
+    {"options end at --", "", "compress -q -- {data}/bun0.pcd {d}/a.zul", 0, "", "a.zul"},
+    {"standard output needs a format", BUNNY, "decompress {d}/b.zul -o -", 2,
+     "-: has no extension to tell the format; choose it (--format", "b.zul"},
+    {"device written through", BUNNY, "decompress -f {d}/b.zul -o /dev/null --format las", 0,
+     "-> /dev/null (LAS): 397 points", "b.zul"},
+    {"full device", BUNNY, "decompress {d}/b.zul -o /dev/full --format xyz", 1,
+     "/dev/full: writing failed (No space left on device)", "b.zul"},
+    {"full device for compress", "", "compress {data}/bun0.pcd -o /dev/full", 1,
+     "/dev/full: writing failed (No space left on device)", ""},
+    {"link written through", BUNNY "; link out.xyz real/b.xyz",
+     "decompress -q -f {d}/b.zul -o {d}/out.xyz", 0, "", "b.zul real/b.xyz real/b.xyz"},
+    {"output is the input", BUNNY, "decompress -f {d}/b.zul -o {d}/b.zul --format xyz", 1,
+     "b.zul: is the input itself; name another output", "b.zul"},
+    {"verify of a missing file", "", "verify {d}/none.zul", 1,
+     "none.zul: the file cannot be opened (No such file or directory)", ""},
+    {"a folder as input", "copy bun0.pcd in/b.pcd", "compress {d}/in {d}/a.zul", 1,
+     "in: is a folder", "in/b.pcd"},
+    // Small ones.
+    {"csv with a byte order mark", "echo b.csv \\xEF\\xBB\\xBFx,y,z\\n1,2,3\\n4,5,6\\n",
+     "compress --step 0.5 {d}/b.csv {d}/b.zul", 0, "b.csv (CSV text) -> {d}/b.zul: 2 points",
+     "b.csv b.zul"},
+    {"chunk of none", "", "compress --chunk 0 {data}/bun0.pcd {d}/a.zul", 2,
+     "--chunk 0: a chunk holds 1 to", ""},
+    {"las version unknown", BUNNY, "decompress --las-version 1.3 {d}/b.zul {d}/b.las", 2,
+     "--las-version: 1.3 not in {1.2,1.4}", "b.zul"},
+    {"quiet progress", "", "compress -q --progress {data}/bun0.pcd {d}/a.zul", 2,
+     "-q and --progress contradict", ""},
+
 };
 
 std::string expand(std::string text, const std::string& folder) {
@@ -193,6 +245,32 @@ protected:
                 std::getline(words, name);
                 const ToolRun run = runTool(expand(name, folder.string()));
                 EXPECT_EQ(run.exitCode, 0) << step << ": " << run.output;
+                continue;
+            }
+            if (verb == "echo") {
+                // The rest of the step, with \n and \xHH written as the bytes they stand for.
+                words >> name;
+                std::string text, rest;
+                std::getline(words, rest);
+                for (size_t i = 1; i < rest.size(); ++i) {
+                    if (rest.compare(i, 2, "\\n") == 0) {
+                        text += '\n';
+                        ++i;
+                    } else if (rest.compare(i, 2, "\\x") == 0) {
+                        text += static_cast<char>(std::stoi(rest.substr(i + 2, 2), nullptr, 16));
+                        i += 3;
+                    } else {
+                        text += rest[i];
+                    }
+                }
+                writeFile(path(name), text);
+                continue;
+            }
+            if (verb == "link") {
+                words >> name >> source;
+                std::filesystem::create_directories(
+                    std::filesystem::path(path(source)).parent_path());
+                std::filesystem::create_symlink(path(source), path(name));
                 continue;
             }
             if (verb == "copy") words >> source;
@@ -324,24 +402,28 @@ std::string withoutMarker(const std::string& path) {
     return bytes;
 }
 
-// Compress on several threads writes what one thread writes, in every order, but for the sync
-// marker each run draws.
+// Compress on several threads writes what one thread writes, byte for byte, in every order: the
+// sync marker is drawn from the points. --random-marker draws another on every run, and changes
+// nothing else.
 TEST_F(CommandLineRun, CompressThreadsChangeNoByte) {
     for (const char* order : {"plan", "kd", "input"}) {
+        const std::string options = std::string("compress -q --chunk 500 --order ") + order + " ";
         for (const char* threads : {"1", "3"}) {
-            ASSERT_EQ(
-                runTool(std::string("compress -q --chunk 500 --order ") + order + " -j " + threads +
-                        " " + dataFile("sample_c.las") + " " + path(std::string(threads) + ".zul"))
-                    .exitCode,
-                0);
+            ASSERT_EQ(runTool(options + "-j " + threads + " " + dataFile("sample_c.las") + " " +
+                              path(std::string(threads) + ".zul"))
+                          .exitCode,
+                      0);
         }
-        const std::string one = withoutMarker(path("1.zul"));
+        ASSERT_EQ(
+            runTool(options + "--random-marker " + dataFile("sample_c.las") + " " + path("r.zul"))
+                .exitCode,
+            0);
+        const std::string one = readFile(path("1.zul"));
         EXPECT_GT(one.size(), 10000u);
-        EXPECT_EQ(withoutMarker(path("3.zul")), one) << order;
-        std::filesystem::remove(path("1.zul"));
-        std::filesystem::remove(path("3.zul"));
-        std::filesystem::remove(path("1.zulx"));
-        std::filesystem::remove(path("3.zulx"));
+        EXPECT_EQ(readFile(path("3.zul")), one) << order;
+        EXPECT_NE(readFile(path("r.zul")), one) << order;
+        EXPECT_EQ(withoutMarker(path("r.zul")), withoutMarker(path("1.zul"))) << order;
+        for (const char* name : {"1.zul", "3.zul", "r.zul", "1.zulx", "3.zulx", "r.zulx"}) std::filesystem::remove(path(name));
     }
 }
 
@@ -379,3 +461,30 @@ TEST_F(CommandLineRun, InterruptLeavesNothing) {
 }
 
 }  // namespace
+
+// A LAS file through a pipe into compress, its stream through a pipe into decompress and LAS on
+// standard output: the same points, colours and intensities as the file decompressed from disk;
+// the summaries on standard error, none on the data.
+TEST_F(CommandLineRun, PipesCarryTheCloudAndNoSummary) {
+    const std::string las = dataFile("1.2-with-color.las");
+    const ToolRun piped = runTool("compress - -o - < " + las + " 2>/dev/null | (" + ZUL_TOOL_PATH +
+                                  " decompress - --format las -o - > " + path("y.las") + ")");
+    ASSERT_EQ(piped.exitCode, 0) << piped.output;
+    EXPECT_NE(piped.output.find("standard input -> - (LAS): 1065 points"), std::string::npos)
+        << piped.output;
+    for (const std::string& from : {las, path("y.las")}) {
+        const std::string name = from == las ? "x" : "y";
+        ASSERT_TRUE(toolSucceeds("compress -q " + from + " " + path(name + ".zul")));
+        ASSERT_TRUE(
+            toolSucceeds("decompress -q " + path(name + ".zul") + " " + path(name + ".xyz")));
+    }
+    const std::string text = readFile(path("x.xyz"));
+    EXPECT_NE(text.find("red green blue intensity"), std::string::npos);
+    EXPECT_EQ(readFile(path("y.xyz")), text);
+    // The same bytes as compress writes to a file.
+    ASSERT_TRUE(toolSucceeds("compress -q - -o - < " + las + " > " + path("s.zul")));
+    EXPECT_EQ(readFile(path("s.zul")), readFile(path("x.zul")));
+    struct stat device;
+    ASSERT_EQ(::stat("/dev/null", &device), 0);
+    EXPECT_TRUE(S_ISCHR(device.st_mode));
+}

@@ -3,11 +3,13 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <set>
 
 #include "commands/bag_command.h"
 #include "commands/companion_restore.h"
 #include "commands/file_kind.h"
+#include "commands/input_spool.h"
 #include "commands/output_file.h"
 #include "commands/usage_error.h"
 #include "formats/cloud.h"
@@ -42,6 +44,8 @@ std::vector<Job> planJobs(const BatchNames& names, IsOutput isOutput, OutputName
         output = inputs[1];
         inputs.pop_back();
     }
+    // Standard input goes to standard output unless an output is named, as with gzip.
+    if (output.empty() && inputs.size() == 1 && isStandardStream(inputs[0])) output = "-";
     const bool folder = namesFolder(output);
     if (!output.empty() && !folder && inputs.size() > 1) {
         throw UsageError("-o " + output + " names one file for " + std::to_string(inputs.size()) +
@@ -76,14 +80,19 @@ int runJobs(const std::vector<Job>& jobs, Options options, bool force, Run one) 
     int failed = 0;
     std::set<std::string> written;
     for (const Job& job : jobs) {
+        std::unique_ptr<InputSpool> spool;
         try {
             const std::string key = fs::weakly_canonical(job.output).string();
             if (!written.insert(key).second) {
                 throw FormatError(job.output + ": already written from another input of this run");
             }
-            if (!force && fs::exists(job.output))
+            if (!force && !writesThrough(job.output) && fs::exists(job.output))
                 throw FormatError(existingOutputMessage(job.output));
-            options.input = job.input;
+            // A pipe or standard input is read once into a temporary file; messages name it as
+            // the user did.
+            spool = std::make_unique<InputSpool>(job.input);
+            options.input = spool->path();
+            options.inputName = spool->name();
             options.output = job.output;
             if (one(options) != 0) ++failed;
         } catch (const std::bad_alloc&) {
@@ -91,9 +100,10 @@ int runJobs(const std::vector<Job>& jobs, Options options, bool force, Run one) 
             ++failed;
         } catch (const std::exception& error) {
             std::fflush(stdout);
-            std::cerr << "zul: " << error.what() << "\n";
+            std::cerr << "zul: " << (spool ? spool->rename(error.what()) : error.what()) << "\n";
             ++failed;
         }
+        spool.reset();
     }
     if (failed > 0 && jobs.size() > 1) {
         std::cerr << "zul: " << failed << " of " << jobs.size() << " files failed\n";

@@ -1,6 +1,7 @@
 // The zul command line: compress, decompress, info, verify and demo, with the habits of gzip and
 // zstd: --version, help, many files, -f, exit status 2 for a command line not understood.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -12,6 +13,7 @@
 #include "commands/commands.h"
 #include "commands/file_kind.h"
 #include "commands/interrupt.h"
+#include "commands/output_file.h"
 #include "commands/progress_bar.h"
 #include "commands/usage_error.h"
 #include "formats/cloud.h"
@@ -132,6 +134,9 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
         "never write NAME.zulx: what the stream cannot hold is left out");
     c.add_flag("--keep-order", compress.keepOrder,
                "the companion keeps the input's order: LAS comes back byte for byte");
+    c.add_flag("--random-marker", compress.randomMarker,
+               "draw the sync marker from the system's randomness (default: from the points, so "
+               "the same input and options give the same bytes)");
 }
 
 // Options that would be taken and then ignored are refused.
@@ -167,6 +172,10 @@ void checkCompress(const CLI::App& c, const CompressOptions& options) {
         throw UsageError(
             "--keep-order keeps the order in the companion that --no-companion leaves out");
     }
+    if (!zulbase::chunkSizeValid(options.chunk)) {
+        throw UsageError("--chunk " + std::to_string(options.chunk) + ": a chunk holds 1 to " +
+                         std::to_string(zulbase::kMaxChunkSize) + " points");
+    }
     if (options.normals && options.noNormals) {
         throw UsageError("--normals and --no-normals contradict");
     }
@@ -199,11 +208,16 @@ void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::strin
     d.add_option("--encoding", decompress.encoding,
                  "PCD: binary, ascii, binary_compressed; PLY: binary_little_endian, "
                  "binary_big_endian, ascii");
-    d.add_option("--las-version", decompress.lasVersion, "1.2 (default) or 1.4");
+    d.add_option("--las-version", decompress.lasVersion, "1.2 (default) or 1.4")
+        ->check(CLI::IsMember({"1.2", "1.4"}));
     d.add_option("--las-color-scale", decompress.lasColorScale,
                  "LAS colour: the stream's 8-bit values times 1, 256 or 257 (default 257, "
                  "0 .. 65535); compress says which one its input used")
         ->check(CLI::IsMember({1, 256, 257}));
+    d.add_option("--pcd-type", decompress.pcdType,
+                 "PCD positions: float (4 bytes) or double (8); by default float where it keeps "
+                 "every point on the grid, else double")
+        ->check(CLI::IsMember({"float", "double"}));
     d.add_flag("-q,--quiet", decompress.quiet, "no progress bar");
     d.add_option("-j,--threads", decompress.threads, "decoding threads (default 0: one a core)");
     d.add_flag("--no-companion", decompress.noCompanion,
@@ -253,6 +267,11 @@ void checkDecompress(const CLI::App& d, DecompressOptions& options, const BatchN
     std::string named = names.output;
     if (named.empty() && names.files.size() == 2) named = names.files[1];
     Format format = Format::Zul;
+    if (options.format.empty() && !named.empty() && writesThrough(named)) {
+        throw UsageError(named +
+                         ": has no extension to tell the format; choose it (--format las, ply, "
+                         "pcd, xyz, csv or bin)");
+    }
     if (!options.format.empty()) {
         format = formatOfName(options.format);
         if (format == Format::Zul) throw UsageError("--format zul: compress writes zul files");
@@ -267,6 +286,10 @@ void checkDecompress(const CLI::App& d, DecompressOptions& options, const BatchN
     }
     if (d.count("--encoding") > 0 && format != Format::Pcd && format != Format::Ply) {
         throw UsageError(std::string("--encoding applies to PCD and PLY output, not to ") +
+                         formatName(format));
+    }
+    if (d.count("--pcd-type") > 0 && format != Format::Pcd) {
+        throw UsageError(std::string("--pcd-type applies to PCD output, not to ") +
                          formatName(format));
     }
     if (d.count("--las-version") > 0 && format != Format::Las) {
@@ -340,6 +363,12 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
         app.add_flag("-q,--quiet", demo.quiet, "no progress bar");
     }
 
+    // "--" ends the options: every word after it is a file, "-" and "-x" included.
+    std::vector<std::string> afterOptions;
+    if (const auto end = std::find(args.begin(), args.end(), "--"); end != args.end()) {
+        afterOptions.assign(end + 1, args.end());
+        args.erase(end, args.end());
+    }
     std::reverse(args.begin(), args.end());
     args.pop_back();  // the command's name
     try {
@@ -354,6 +383,18 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
         if (!extra.empty() && extra[0] == '-') throw UsageError("unknown option \"" + extra + "\"");
         throw UsageError("unexpected argument \"" + extra + "\"");
     }
+    std::vector<std::string>* files = command == "info"     ? &info.inputs
+                                      : command == "verify" ? &verify.inputs
+                                      : command == "compress" || command == "decompress"
+                                          ? &parsed.names.files
+                                          : nullptr;
+    if (!afterOptions.empty()) {
+        if (files == nullptr)
+            throw UsageError("unexpected argument \"" + afterOptions.front() + "\"");
+        files->insert(files->end(), afterOptions.begin(), afterOptions.end());
+    }
+    if (parsed.progress == "on" && (compress.quiet || decompress.quiet))
+        throw UsageError("-q and --progress contradict");
     applyProgress(parsed);
     if (command == "compress") {
         checkCompress(app, compress);

@@ -105,15 +105,35 @@ TEST_F(Writers, LasOffsetOfAGridThatIsNotExact) {
     EXPECT_EQ(at<double>(las, 155), 13.0);
 }
 
+// PCD positions are 4-byte floats where their spacing at the farthest coordinate is a quarter of
+// the step or finer, 8-byte ones otherwise, or as asked.
+TEST_F(Writers, PcdPositionsTakeFourBytesWhereTheyKeepTheGrid) {
+    EXPECT_TRUE(zulformats::pcdFloatKeepsGrid(100, 0.001));     // spacing 2^-17
+    EXPECT_FALSE(zulformats::pcdFloatKeepsGrid(638535, 0.01));  // spacing 2^-4
+    EXPECT_TRUE(zulformats::pcdFloatKeepsGrid(638535, 0.25));
+    EXPECT_FALSE(zulformats::pcdFloatKeepsGrid(-1, 0.001));  // not known
+    EXPECT_FALSE(zulformats::pcdFloatKeepsGrid(1e300, 1));
+    ASSERT_TRUE(toolSucceeds("compress -q " + dataFile("sample_c.las") + " " + path("s.zul")));
+    for (const auto& [type, sizes] :
+         std::vector<std::pair<std::string, std::string>>{{"", "SIZE 8 8 8"},
+                                                          {"--pcd-type float", "SIZE 4 4 4"},
+                                                          {"--pcd-type double", "SIZE 8 8 8"}}) {
+        ASSERT_TRUE(
+            toolSucceeds("decompress -q -f " + type + " " + path("s.zul") + " " + path("s.pcd")));
+        EXPECT_NE(readFile(path("s.pcd")).find(sizes), std::string::npos) << type;
+    }
+    EXPECT_NE(decompress("c.pcd", "binary", "1.2").find("SIZE 4 4 4"), std::string::npos);
+}
+
 TEST_F(Writers, PcdAndPlyHeaders) {
     const std::string pcd = decompress("c.pcd", "binary_compressed");
     EXPECT_EQ(
         pcd.substr(0, pcd.find("DATA")),
         "# .PCD v0.7 - Point Cloud Data file format\nVERSION 0.7\nFIELDS x y z rgb normal_x "
-        "normal_y normal_z\nSIZE 8 8 8 4 4 4 4\nTYPE F F F U F F F\nCOUNT 1 1 1 1 1 1 1\nWIDTH "
+        "normal_y normal_z\nSIZE 4 4 4 4 4 4 4\nTYPE F F F U F F F\nCOUNT 1 1 1 1 1 1 1\nWIDTH "
         "1000\nHEIGHT 1\nVIEWPOINT 0 0 0 1 0 0 0\nPOINTS 1000\n");
     const size_t data = pcd.find("DATA binary_compressed\n") + 23;
-    EXPECT_EQ(at<uint32_t>(pcd, data + 4), 1000u * 40);
+    EXPECT_EQ(at<uint32_t>(pcd, data + 4), 1000u * 28);
     EXPECT_EQ(pcd.size(), data + 8 + at<uint32_t>(pcd, data));
 
     const std::string ply = decompress("c.ply", "binary_big_endian");
