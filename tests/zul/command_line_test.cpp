@@ -423,7 +423,8 @@ TEST_F(CommandLineRun, CompressThreadsChangeNoByte) {
         EXPECT_EQ(readFile(path("3.zul")), one) << order;
         EXPECT_NE(readFile(path("r.zul")), one) << order;
         EXPECT_EQ(withoutMarker(path("r.zul")), withoutMarker(path("1.zul"))) << order;
-        for (const char* name : {"1.zul", "3.zul", "r.zul", "1.zulx", "3.zulx", "r.zulx"}) std::filesystem::remove(path(name));
+        for (const char* name : {"1.zul", "3.zul", "r.zul", "1.zulx", "3.zulx", "r.zulx"})
+            std::filesystem::remove(path(name));
     }
 }
 
