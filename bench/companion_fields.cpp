@@ -64,8 +64,8 @@ Bytes encodePositions(const std::vector<double>& xyz, double step, std::vector<i
     zul_enc_encodeFileHeader(encoder, &bytes, &size);
     stream.insert(stream.end(), bytes, bytes + size);
     const int64_t n = static_cast<int64_t>(xyz.size() / 3);
-    for (int64_t first = 0; first < n; first += 10000) {
-        const int count = static_cast<int>(std::min<int64_t>(10000, n - first));
+    for (int64_t first = 0; first < n; first += ZUL_DEFAULT_CHUNK_SIZE) {
+        const int count = static_cast<int>(std::min<int64_t>(ZUL_DEFAULT_CHUNK_SIZE, n - first));
         std::vector<int32_t> index(static_cast<size_t>(count));
         for (int i = 0; i < count; ++i) index[static_cast<size_t>(i)] = i;
         zul_PointData points = {count, const_cast<double*>(&xyz[static_cast<size_t>(3 * first)]),
@@ -83,7 +83,8 @@ Bytes encodePositions(const std::vector<double>& xyz, double step, std::vector<i
     zul_bulk_decode(idx, 1, &all, nullptr);
     order.resize(static_cast<size_t>(total));
     for (int64_t i = 0; i < total; ++i)
-        order[static_cast<size_t>(i)] = i / 10000 * 10000 + all.reflections[i];
+        order[static_cast<size_t>(i)] =
+            i / ZUL_DEFAULT_CHUNK_SIZE * ZUL_DEFAULT_CHUNK_SIZE + all.reflections[i];
     zul_bulk_free(&all);
     zul_idx_close(&idx);
     return stream;
@@ -118,7 +119,7 @@ int64_t blockBytes(const Bytes& stream, const Bytes& records, int recordLength,
     if (withOrder) zul_xout_keepOrder(writer);
     zul_xout_bindStreamBuffer(writer, stream.data(), stream.size());
     const int64_t n = static_cast<int64_t>(order.size());
-    for (int64_t first = 0, chunk = 0; first < n; first += 10000, ++chunk) {
+    for (int64_t first = 0, chunk = 0; first < n; first += ZUL_DEFAULT_CHUNK_SIZE, ++chunk) {
         const int64_t count = std::min<int64_t>(10000, n - first);
         for (size_t f = 0; f < fields.size(); ++f) {
             const Bytes column = columnOf(records, recordLength, order, first, count, fields[f]);

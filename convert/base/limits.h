@@ -4,13 +4,16 @@
 
 #include <cstdint>
 
+#include "zul.h"
+#include "zul_bulk.h"
+
 namespace zulbase {
 
-// Points a chunk holds unless told otherwise: the library's own default (zul_out_) too.
-constexpr int kDefaultChunkSize = 10000;
+// Points a chunk holds unless told otherwise: the library's own default (zul_out_).
+constexpr int kDefaultChunkSize = ZUL_DEFAULT_CHUNK_SIZE;
 // The most points a chunk may hold (a chunk's count is a 32-bit integer the format reads back
 // with one to spare).
-constexpr int kMaxChunkSize = 2147483646;
+constexpr int kMaxChunkSize = ZUL_MAX_CHUNK_SIZE;
 // Whether `points` is a chunk size the conversions take: 1 to kMaxChunkSize.
 constexpr bool chunkSizeValid(int64_t points) { return points >= 1 && points <= kMaxChunkSize; }
 
@@ -20,7 +23,7 @@ constexpr int kDefaultOrderBudgetMiB = 256;
 // What a reader may allocate to decode one chunk, in MiB, unless told otherwise: the chunk index's
 // own default (ZUL_BULK_DEFAULT_CHUNK_BUDGET). A chunk that claims more points is refused before
 // anything is allocated; the largest budget taken is 1 TiB.
-constexpr int64_t kDefaultChunkBudgetMiB = 256;
+constexpr int64_t kDefaultChunkBudgetMiB = ZUL_BULK_DEFAULT_CHUNK_BUDGET >> 20;
 constexpr int64_t kMaxChunkBudgetMiB = int64_t{1} << 20;
 constexpr bool chunkBudgetValid(int64_t mib) { return mib >= 1 && mib <= kMaxChunkBudgetMiB; }
 
