@@ -82,11 +82,11 @@ bool parseNumber(const std::string& text, long long& value) {
 ByteRange parseRange(const std::string& header, long long size) {
     ByteRange range;
     if (header.rfind("bytes=", 0) != 0 || header.find(',') != std::string::npos) return range;
-    const std::string spec = header.substr(6);
-    const size_t dash = spec.find('-');
+    const std::string bounds = header.substr(6);
+    const size_t dash = bounds.find('-');
     if (dash == std::string::npos) return range;
     long long first = 0, last = 0;
-    const std::string a = spec.substr(0, dash), b = spec.substr(dash + 1);
+    const std::string a = bounds.substr(0, dash), b = bounds.substr(dash + 1);
     if (a.empty()) {  // the last N bytes
         if (!parseNumber(b, last)) return range;
         if (last == 0 || size == 0) return ByteRange{ByteRange::Kind::Unsatisfiable, 0, 0};
