@@ -105,6 +105,8 @@ public:
             double count = 0;
             if (values.size() == 1 && number(values[0], separatorOf(line_), count) && count >= 0 &&
                 count == std::floor(count)) {
+                if (!(count < 9223372036854775808.0))
+                    in_.fail("the point count on the first line is too large");
                 announced_ = static_cast<int64_t>(count);
                 layout_.pointCount = announced_;
                 do {

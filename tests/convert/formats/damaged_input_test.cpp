@@ -123,6 +123,9 @@ const DamagedCase kCases[] = {
      "empty.csv: line 2: value 2 (\"\") is not a number"},
     {"count.pts", "3\n1 2 3\n4 5 6\n", nullptr, "compress",
      "count.pts: the first line announces 3 points, the file holds 2"},
+    // Found by the format readers' fuzz target: a count beyond 64 bits.
+    {"huge.pts", nullptr, [] { return std::string(68, '2') + "\n1 2 3\n"; }, "compress",
+     "huge.pts: the point count on the first line is too large"},
     {"names.xyz", "a b c\n1 2 3\n", nullptr, "compress",
      "names.xyz: line 1: a line of column names without x, y and z"},
     {"binary.pcd", "VERSION .7\nFIELDS x y z\n\x01\x02\xff\n", nullptr, "compress",
