@@ -159,21 +159,11 @@ BagResult convertRos1(const std::string& in, const std::string& out, const std::
 
 BagResult convertFile(const std::string& in, const std::string& out, const std::string& fromType,
                       bool compress, const Convert& convert, const BagProgress& progress) {
-    BagResult result;
-    try {
+    return wholeOrNothing(out, [&] {
         if (std::filesystem::exists(out) && std::filesystem::equivalent(in, out))
             throw Error(out + ": is the bag being converted");
-        result = convertRos1(in, out, fromType, compress, convert, progress);
-    } catch (...) {
-        std::error_code ignored;
-        std::filesystem::remove(out, ignored);
-        throw;
-    }
-    if (result.interrupted) {
-        std::error_code ignored;
-        std::filesystem::remove(out, ignored);
-    }
-    return result;
+        return convertRos1(in, out, fromType, compress, convert, progress);
+    });
 }
 
 }  // namespace

@@ -201,19 +201,9 @@ BagResult convertInPlace(const std::string& in, const std::string& out, const st
 BagResult convertBag(const std::string& in, const std::string& out, const std::string& fromType,
                      const std::string& toType, bool compress, const Convert& convert,
                      const BagProgress& progress) {
-    BagResult result;
-    try {
-        result = convertInPlace(in, out, fromType, toType, compress, convert, progress);
-    } catch (...) {
-        std::error_code ignored;
-        std::filesystem::remove(out, ignored);
-        throw;
-    }
-    if (result.interrupted) {
-        std::error_code ignored;
-        std::filesystem::remove(out, ignored);
-    }
-    return result;
+    return wholeOrNothing(out, [&] {
+        return convertInPlace(in, out, fromType, toType, compress, convert, progress);
+    });
 }
 
 }  // namespace

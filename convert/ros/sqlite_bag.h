@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -32,6 +33,25 @@ struct BagResult {
         problems;  // "topic /points, message 17 at 1700000000000000000 ns: ..."
     bool interrupted = false;
 };
+
+// Runs `convert`, which writes the bag `out`, and removes `out` when it throws or is interrupted:
+// a bag is converted whole or not at all.
+template <typename Convert>
+BagResult wholeOrNothing(const std::string& out, Convert&& convert) {
+    BagResult result;
+    try {
+        result = convert();
+    } catch (...) {
+        std::error_code ignored;
+        std::filesystem::remove(out, ignored);
+        throw;
+    }
+    if (result.interrupted) {
+        std::error_code ignored;
+        std::filesystem::remove(out, ignored);
+    }
+    return result;
+}
 
 // Called after each message with the number converted so far and the number to convert; returning
 // false stops the conversion, and nothing is written.
