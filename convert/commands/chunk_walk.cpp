@@ -36,12 +36,13 @@ int64_t claimedCount(const std::string& path, uint64_t offset) {
     }
 }
 
-ChunkEntry entryOf(zul_idx_Index index, int64_t number) {
+// Chunk `number` of the index, its offset in the file.
+ChunkEntry entryOf(zul_idx_Index index, const ZulFileHead& head, int64_t number) {
     zul_idx_Chunk chunk = {};
     zul_idx_getChunk(index, number, &chunk);
     ChunkEntry entry;
     entry.index = static_cast<uint64_t>(number);
-    entry.offset = static_cast<uint64_t>(chunk.offset);
+    entry.offset = head.start + static_cast<uint64_t>(chunk.offset);
     entry.bytes = static_cast<uint64_t>(chunk.size);
     entry.points = chunk.numPoints;
     for (int axis = 0; axis < 3; ++axis) {
@@ -53,19 +54,17 @@ ChunkEntry entryOf(zul_idx_Index index, int64_t number) {
 
 }  // namespace
 
-zul_Status openIndex(const std::string& path, bool applyTransformation, int64_t budgetMiB,
-                     IndexGuard& index, ZulFileHead& head) {
-    const zul_dec_Params params = {applyTransformation ? 1 : 0, {0, 0, 0, 0}};
-    zul_Status status = zul_idx_openFile(&index.index, path.c_str(), &params);
-    if (status != zul_STATUS_OK) return status;
+zul_Status readHead(zul_idx_Index index, bool applyTransformation, int64_t budgetMiB,
+                    ZulFileHead& head) {
     head.budgetMiB = budgetMiB;
+    zul_Status status = zul_STATUS_OK;
     if (budgetMiB != zulbase::kDefaultChunkBudgetMiB) {
-        status = zul_idx_setChunkBudget(index.index, budgetMiB << 20);
+        status = zul_idx_setChunkBudget(index, budgetMiB << 20);
         if (status != zul_STATUS_OK) return status;
     }
-    zul_idx_getCounts(index.index, &head.usableChunks, nullptr);
+    zul_idx_getCounts(index, &head.usableChunks, nullptr);
     head.applyTransformation = applyTransformation;
-    status = zul_idx_getDataType(index.index, &head.dataType, &head.header);
+    status = zul_idx_getDataType(index, &head.dataType, &head.header);
     if (status != zul_STATUS_OK) return status;
     head.present[1] = head.dataType.colorMode != zul_COLOR_NONE;
     head.present[2] = head.dataType.reflectionMode != zul_REFLECTION_NONE;
@@ -73,12 +72,22 @@ zul_Status openIndex(const std::string& path, bool applyTransformation, int64_t 
     // A lower budget than the index's default ends the list at the first chunk past it.
     for (int64_t number = 0; number < head.usableChunks; ++number) {
         zul_idx_Chunk chunk = {};
-        zul_idx_getChunk(index.index, number, &chunk);
+        zul_idx_getChunk(index, number, &chunk);
         if (chunk.numPoints * decodedBytesPerPoint(head) > (budgetMiB << 20)) {
             head.usableChunks = number;
             break;
         }
     }
+    return zul_STATUS_OK;
+}
+
+zul_Status openIndex(const std::string& path, bool applyTransformation, int64_t budgetMiB,
+                     IndexGuard& index, ZulFileHead& head) {
+    const zul_dec_Params params = {applyTransformation ? 1 : 0, {0, 0, 0, 0}};
+    zul_Status status = zul_idx_openFile(&index.index, path.c_str(), &params);
+    if (status != zul_STATUS_OK) return status;
+    status = readHead(index.index, applyTransformation, budgetMiB, head);
+    if (status != zul_STATUS_OK) return status;
     try {
         ByteInput in(path);
         unsigned char signature[4];
@@ -98,7 +107,7 @@ WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHea
     end.stage = ZulStage::Read;
     const int64_t listed = head.usableChunks;
     const auto deliver = [&](int64_t number) {
-        ChunkEntry entry = entryOf(index, number);
+        ChunkEntry entry = entryOf(index, head, number);
         int64_t sizes[4] = {};
         zul_idx_getStreamSizes(index, number, sizes);
         for (int stream = 0; stream < 4; ++stream)
@@ -118,7 +127,7 @@ WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHea
         }
         if (batches.status() != zul_STATUS_OK) {
             end.status = batches.status();
-            const ChunkEntry failed = entryOf(index, batches.failedChunk());
+            const ChunkEntry failed = entryOf(index, head, batches.failedChunk());
             end.damagedChunk = failed.index;
             end.offset = failed.offset;
             return end;
@@ -152,14 +161,14 @@ WalkEnd indexEnd(const std::string& path, zul_idx_Index index, const ZulFileHead
         offset = chunk.offset;
         end.claimedPoints = chunk.numPoints;
     } else if (end.status == zul_STATUS_OVER_BUDGET) {
-        end.claimedPoints = claimedCount(path, static_cast<uint64_t>(offset));
+        end.claimedPoints = claimedCount(path, head.start + static_cast<uint64_t>(offset));
     }
     std::vector<int64_t> before(static_cast<size_t>(damaged));
     std::iota(before.begin(), before.end(), int64_t{0});
     zul_idx_countPoints(index, before.data(), damaged, &end.intactPoints);
     end.intactChunks = static_cast<uint64_t>(damaged);
     end.damagedChunk = static_cast<uint64_t>(damaged);
-    end.offset = static_cast<uint64_t>(offset);
+    end.offset = head.start + static_cast<uint64_t>(offset);
     end.budgetMiB = head.budgetMiB;
     if (end.claimedPoints >= 0)
         end.claimedMiB = (end.claimedPoints * decodedBytesPerPoint(head) + (1 << 20) - 1) >> 20;
@@ -168,7 +177,8 @@ WalkEnd indexEnd(const std::string& path, zul_idx_Index index, const ZulFileHead
 
 void checkWalkEnd(const std::string& path, const WalkEnd& end) {
     if (end.status == zul_STATUS_OK) return;
-    if (end.status == zul_STATUS_OVER_BUDGET) throw FormatError(path + ": " + damageText(end));
+    if (end.status == zul_STATUS_OVER_BUDGET || end.stream > 0)
+        throw FormatError(path + ": " + damageText(end));
     checkStatus(end.status, path, end.stage);
 }
 
@@ -185,12 +195,21 @@ WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, int6
 }
 
 std::string damageText(const WalkEnd& end) {
-    if (end.stage == ZulStage::Open) return statusText(end.status, end.stage);
+    if (end.stage == ZulStage::Open && end.stream == 0) return statusText(end.status, end.stage);
     char before[120];
     std::snprintf(before, sizeof before,
                   "%" PRId64 " points in %" PRIu64 " chunk%s before it %s intact", end.intactPoints,
                   end.intactChunks, end.intactChunks == 1 ? "" : "s",
                   end.intactChunks == 1 ? "is" : "are");
+    char stream[100] = "";
+    if (end.stream > 0) {
+        std::snprintf(stream, sizeof stream, "stream %zu (byte %" PRIu64 ")%s", end.stream,
+                      end.streamStart, end.streamHead ? "" : ", ");
+    }
+    if (end.streamHead) {
+        return stream + std::string(", whose head is damaged: ") + before + "; " +
+               statusText(end.status, ZulStage::Open);
+    }
     char where[300];
     if (end.status == zul_STATUS_OVER_BUDGET && end.claimedPoints >= 0) {
         std::snprintf(where, sizeof where,
@@ -199,12 +218,12 @@ std::string damageText(const WalkEnd& end) {
                       " MiB a chunk allows (over budget; --chunk-budget MiB raises it); ",
                       end.damagedChunk, end.offset, end.claimedPoints, end.claimedMiB,
                       end.budgetMiB);
-        return where + std::string(before);
+        return stream + std::string(where) + before;
     }
     std::snprintf(where, sizeof where,
                   "damaged at chunk %" PRIu64 " (byte %" PRIu64 "): ", end.damagedChunk,
                   end.offset);
-    return where + std::string(before) + "; " + statusText(end.status, end.stage);
+    return stream + std::string(where) + before + "; " + statusText(end.status, end.stage);
 }
 
 }  // namespace zulconvert

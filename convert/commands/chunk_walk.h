@@ -16,7 +16,8 @@ namespace zulconvert {
 
 // What the signature and the file header say.
 struct ZulFileHead {
-    uint64_t fileBytes = 0;
+    uint64_t start = 0;      // byte offset of the stream in the file (not 0 for a later stream)
+    uint64_t fileBytes = 0;  // of the stream: up to the next stream or the end of the file
     int version = 0;
     zul_DataType dataType = {};
     zul_Header2 header = {};
@@ -50,7 +51,18 @@ struct WalkEnd {
     // For zul_STATUS_OVER_BUDGET: the points the chunk claims and the budget it passes.
     int64_t claimedPoints = -1, claimedMiB = -1;
     int64_t budgetMiB = zulbase::kDefaultChunkBudgetMiB;
+    // In a file of several streams one after another (or one whose second stream has a damaged
+    // head): the stream the damage lies in, from 1, and its byte offset; 0 for a file of one
+    // stream. The counts above are then those of the whole file before the damage.
+    size_t stream = 0;
+    uint64_t streamStart = 0;
+    bool streamHead = false;  // the damage lies in the stream's signature or file header
 };
+
+// Finishes `head` for an index just opened: the budget, the data type, the chunks usable under
+// the budget; `start`, `fileBytes` and `version` are the caller's to set.
+zul_Status readHead(zul_idx_Index index, bool applyTransformation, int64_t budgetMiB,
+                    ZulFileHead& head);
 
 // Opens the chunk index of `path`, its boxes in the coordinates a reader gets with or without the
 // sensor header's matrix, with a budget of `budgetMiB` a chunk decoded, and reads the file's head.
@@ -62,7 +74,8 @@ zul_Status openIndex(const std::string& path, bool applyTransformation, int64_t 
 // the budget claims. The status is zul_STATUS_OK for a file that ends after its last chunk.
 WalkEnd indexEnd(const std::string& path, zul_idx_Index index, const ZulFileHead& head);
 
-// Throws FormatError naming `path` and the damage, unless the status is zul_STATUS_OK.
+// Throws FormatError naming `path` and the damage (and the stream, in a file of several), unless
+// the status is zul_STATUS_OK.
 void checkWalkEnd(const std::string& path, const WalkEnd& end);
 
 // Walks the chunks of an opened index, handing each intact one to `onChunk`. With `decodeBodies`
@@ -79,7 +92,8 @@ WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, int6
 
 // The damage in words: "damaged at chunk 3 (byte 61234): 15000 points in 3 chunks before it are
 // intact; the file ends inside a chunk (truncated)", or the status alone for a file whose head
-// cannot be read.
+// cannot be read. In a file of several streams, "stream 2 (byte 6120), damaged at chunk 3 ...",
+// the chunk counted within its stream, the bytes and the intact points within the file.
 std::string damageText(const WalkEnd& end);
 
 }  // namespace zulconvert

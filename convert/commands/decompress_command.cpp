@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -21,6 +22,7 @@
 #include "commands/progress_bar.h"
 #include "commands/salvage.h"
 #include "commands/status_text.h"
+#include "commands/stream_merge.h"
 #include "commands/usage_error.h"
 #include "formats/cloud.h"
 #include "formats/crs_text.h"
@@ -47,6 +49,12 @@ constexpr size_t kKeptBytes = size_t{64} << 20;
 struct KeptChunk {
     int64_t number;
     std::vector<zul_Point> points;
+};
+
+// What is written of one stream: the chunks to decode, and those decoded for the count.
+struct StreamPlan {
+    std::vector<int64_t> chunks;
+    std::vector<KeptChunk> kept;
 };
 
 zul_Point pointAt(const zul_bulk_Points& points, int64_t i) {
@@ -151,6 +159,58 @@ std::string readText(const std::string& path) {
     return text;
 }
 
+// Writes the points of the chunks planned for stream `number`, chunk after chunk in the file's
+// order: those kept from the count, the others as they are decoded. Adds them to `read`.
+void writeStream(const DecompressOptions& options, StreamMembers& members, size_t number,
+                 StreamPlan& plan, CloudWriter& writer, ProgressBar& progress, int64_t& read) {
+    const zul_idx_Index index = members[number].index.index;
+    const std::vector<KeptChunk>& kept = plan.kept;
+    size_t nextKept = 0;
+    const auto writeKeptBefore = [&](int64_t chunk) {
+        for (; nextKept < kept.size() && kept[nextKept].number < chunk; ++nextKept) {
+            for (const zul_Point& point : kept[nextKept].points) writer.write(point);
+            read += static_cast<int64_t>(kept[nextKept].points.size());
+        }
+    };
+    // A chunk that fails names its stream in a file of several.
+    const auto check = [&](const ChunkBatches& batches) {
+        errno = 0;
+        if (batches.status() == zul_STATUS_OK) return;
+        if (!members.several()) checkStatus(batches.status(), options.input, ZulStage::Read);
+        zul_idx_Chunk chunk = {};
+        zul_idx_getChunk(index, batches.failedChunk(), &chunk);
+        char where[160];
+        std::snprintf(where, sizeof where,
+                      ": stream %zu (byte %" PRIu64 "), chunk %" PRId64 " (byte %" PRIu64 "): ",
+                      number + 1, members[number].head.start, batches.failedChunk(),
+                      members[number].head.start + static_cast<uint64_t>(chunk.offset));
+        throw FormatError(options.input + where + statusText(batches.status(), ZulStage::Read));
+    };
+    ChunkBatches batches(options.input, index, !options.noTransform, std::move(plan.chunks),
+                         options.threads);
+    while (batches.next()) {
+        const zul_bulk_Points& points = batches.points();
+        int64_t at = 0;
+        for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
+            writeKeptBefore(batches.batchChunks()[c]);
+            zul_idx_Chunk chunk = {};
+            zul_idx_getChunk(index, batches.batchChunks()[c], &chunk);
+            const int64_t end = std::min(at + chunk.numPoints, points.numPoints);
+            for (int64_t i = at; i < end; ++i) {
+                if (options.box && !inBox(options, points.positions + 3 * i)) continue;
+                writer.write(pointAt(points, i));
+                ++read;
+            }
+            at = end;
+        }
+        progress.update(static_cast<uint64_t>(read));
+        if (batches.status() != zul_STATUS_OK) writeKeptBefore(batches.failedChunk());
+        check(batches);
+    }
+    check(batches);
+    writeKeptBefore(INT64_MAX);
+}
+
 }  // namespace
 
 int runDecompress(const DecompressOptions& options) {
@@ -172,45 +232,53 @@ int runDecompress(const DecompressOptions& options) {
                        extensionOfFormat(cloud);
         throw FormatError(options.output + ": decompress writes " + written);
     }
-    int restored = 0;
-    if (restoreFromCompanion(options, format, restored)) return restored;
-    IndexGuard index;
-    ZulFileHead head;
+    StreamMembers members;
     errno = 0;
     const zul_Status opened =
-        openIndex(options.input, !options.noTransform, options.chunkBudgetMiB, index, head);
+        members.open(options.input, !options.noTransform, options.chunkBudgetMiB);
+    const int openReason = errno;
+    int restored = 0;
+    const std::string unused = unusedCompanionNote(options.input, shownInput(options), members);
+    if (!unused.empty()) {
+        if (!options.quiet && !options.noCompanion) std::cerr << "zul: " << unused << "\n";
+    } else if (restoreFromCompanion(options, format, restored)) {
+        return restored;
+    }
     if (opened != zul_STATUS_OK && options.salvage) throwNothingSalvaged(options, opened);
+    errno = openReason;
     checkStatus(opened, options.input, ZulStage::Open);
-    const zul_DataType& dataType = head.dataType;
-    const zul_Header2& header = head.header;
-    int64_t usable = head.usableChunks;
-    const WalkEnd intact =
-        options.salvage ? findIntactPoints(options, index.index, head) : WalkEnd{};
-    if (options.salvage) {
-        usable = static_cast<int64_t>(intact.intactChunks);
-    } else {
+    const WalkEnd intact = options.salvage ? findIntactPoints(options, members) : WalkEnd{};
+    if (!options.salvage) {
         // A damaged header is refused before anything is written.
         errno = 0;
-        checkWalkEnd(options.input, indexEnd(options.input, index.index, head));
+        checkWalkEnd(options.input, walkMembers(options.input, members, false, 0,
+                                                [](size_t, const ChunkEntry&) {}));
     }
+    // Each stream's chunks to write: every listed one, or up to the damage with --salvage.
+    const size_t damagedStream = intact.stream == 0 ? 0 : intact.stream - 1;
     int64_t count = 0;
-    std::vector<KeptChunk> kept;
-    std::vector<int64_t> chunks =
-        chooseChunks(options, index.index, usable, writerNeedsCount(format), count, kept);
+    double reach = 0;
+    std::vector<StreamPlan> plans(members.size());
+    for (size_t i = 0; i < members.size(); ++i) {
+        int64_t usable = members[i].head.usableChunks;
+        if (options.salvage && intact.status != zul_STATUS_OK && i >= damagedStream)
+            usable = i > damagedStream || intact.streamHead
+                         ? 0
+                         : static_cast<int64_t>(intact.damagedChunk);
+        int64_t counted = 0;
+        plans[i].chunks = chooseChunks(options, members[i].index.index, usable,
+                                       writerNeedsCount(format), counted, plans[i].kept);
+        count += counted;
+        reach = std::max(reach,
+                         coordinateReach(members[i].index.index, plans[i].chunks, plans[i].kept));
+    }
 
     WriteOptions write;
-    write.color = dataType.colorMode != zul_COLOR_NONE;
-    write.intensity = dataType.reflectionMode != zul_REFLECTION_NONE;
-    write.normals = dataType.normalMode != zul_NORMAL_NONE;
-    write.maxIntensity = dataType.maxReflection;
-    const OutputGrid grid = outputGrid(dataType, header, !options.noTransform);
-    write.gridStep = grid.step;
-    write.gridExact = grid.exact;
-    std::copy(grid.offset, grid.offset + 3, write.gridOffset);
+    mergeStreams(members, options.input, !options.noTransform, format, options.quiet, write);
     write.pointCount = count;
     write.lasVersion = options.lasVersion;
     write.pcdType = options.pcdType;
-    write.coordinateReach = coordinateReach(index.index, chunks, kept);
+    write.coordinateReach = reach;
     // The coordinate system that compress kept beside the file goes into a LAS output, or
     // beside any other.
     const std::string inputSidecar = sidecarPath(options.input);
@@ -245,40 +313,8 @@ int runDecompress(const DecompressOptions& options) {
         std::unique_ptr<CloudWriter> writer =
             openCloudWriter(output.temporaryPath(), format, write);
         ProgressBar progress("decompressing", static_cast<uint64_t>(count), options.quiet);
-        // Chunk after chunk in the file's order: those kept from the count, the others as
-        // they are decoded.
-        size_t nextKept = 0;
-        const auto writeKeptBefore = [&](int64_t number) {
-            for (; nextKept < kept.size() && kept[nextKept].number < number; ++nextKept) {
-                for (const zul_Point& point : kept[nextKept].points) writer->write(point);
-                read += static_cast<int64_t>(kept[nextKept].points.size());
-            }
-        };
-        ChunkBatches batches(options.input, index.index, !options.noTransform, std::move(chunks),
-                             options.threads);
-        while (batches.next()) {
-            const zul_bulk_Points& points = batches.points();
-            int64_t at = 0;
-            for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
-                writeKeptBefore(batches.batchChunks()[c]);
-                zul_idx_Chunk chunk = {};
-                zul_idx_getChunk(index.index, batches.batchChunks()[c], &chunk);
-                const int64_t end = std::min(at + chunk.numPoints, points.numPoints);
-                for (int64_t i = at; i < end; ++i) {
-                    if (options.box && !inBox(options, points.positions + 3 * i)) continue;
-                    writer->write(pointAt(points, i));
-                    ++read;
-                }
-                at = end;
-            }
-            progress.update(static_cast<uint64_t>(read));
-            if (batches.status() != zul_STATUS_OK) writeKeptBefore(batches.failedChunk());
-            errno = 0;
-            checkStatus(batches.status(), options.input, ZulStage::Read);
-        }
-        errno = 0;
-        checkStatus(batches.status(), options.input, ZulStage::Read);
-        writeKeptBefore(INT64_MAX);
+        for (size_t i = 0; i < members.size(); ++i)
+            writeStream(options, members, i, plans[i], *writer, progress, read);
         writer->finish();
         if (!options.quiet) {
             for (const auto& [kind, n] : writer->changes()) {

@@ -15,6 +15,7 @@
 #include "commands/companion_report.h"
 #include "commands/input_spool.h"
 #include "commands/status_text.h"
+#include "commands/stream_members.h"
 #include "formats/cloud.h"
 #include "formats/output_grid.h"
 
@@ -30,6 +31,7 @@ constexpr double kRawBytes[4] = {24, 3, 4, 12};
 const char* const kStreamNames[4] = {"coordinates", "colour", "reflection", "normals"};
 const char* const kStreamKeys[4] = {"coordinates", "color", "reflection", "normals"};
 
+// One stream of the file.
 struct FileSummary {
     ZulFileHead head;
     uint64_t chunks = 0;
@@ -37,28 +39,54 @@ struct FileSummary {
     uint64_t streamBytes[4] = {};
     double min[3] = {}, max[3] = {};
     std::vector<ChunkEntry> table;  // only with --chunks
-    std::string damage;             // where the intact part ends, for a damaged file
 };
 
-FileSummary summarise(const std::string& path, bool keepTable, int64_t budgetMiB) {
-    FileSummary s;
-    const WalkEnd end = walkChunks(path, true, 0, budgetMiB, s.head, [&](const ChunkEntry& chunk) {
-        const double* low = chunk.min;
-        const double* high = chunk.max;
-        for (int axis = 0; axis < 3; ++axis) {
-            s.min[axis] = s.chunks == 0 ? low[axis] : std::min(s.min[axis], low[axis]);
-            s.max[axis] = s.chunks == 0 ? high[axis] : std::max(s.max[axis], high[axis]);
-        }
-        ++s.chunks;
-        s.points += static_cast<uint64_t>(chunk.points);
-        for (int i = 0; i < 4; ++i) s.streamBytes[i] += chunk.streamBytes[i];
-        if (keepTable) s.table.push_back(chunk);
-    });
+// The streams of a file (one, or several one after another) and its totals.
+struct FileInfo {
+    std::vector<FileSummary> streams;
+    bool several = false;
+    uint64_t fileBytes = 0;
+    FileSummary total;      // chunks, points and box of all streams
+    std::string damage;     // where the intact part ends, for a damaged file
+    std::string companion;  // the note on a companion left unused
+};
+
+void addChunk(FileSummary& s, const ChunkEntry& chunk, bool keepTable) {
+    for (int axis = 0; axis < 3; ++axis) {
+        s.min[axis] = s.chunks == 0 ? chunk.min[axis] : std::min(s.min[axis], chunk.min[axis]);
+        s.max[axis] = s.chunks == 0 ? chunk.max[axis] : std::max(s.max[axis], chunk.max[axis]);
+    }
+    ++s.chunks;
+    s.points += static_cast<uint64_t>(chunk.points);
+    for (int i = 0; i < 4; ++i) s.streamBytes[i] += chunk.streamBytes[i];
+    if (keepTable) s.table.push_back(chunk);
+}
+
+FileInfo summarise(const std::string& path, const std::string& shown, bool keepTable,
+                   int64_t budgetMiB) {
+    FileInfo info;
+    StreamMembers members;
+    const zul_Status opened = members.open(path, true, budgetMiB);
     // A file whose head is good is described as far as it is intact, then the damage is told.
-    if (end.status != zul_STATUS_OK && end.stage == ZulStage::Open)
-        checkStatus(end.status, path, end.stage);
-    if (end.status != zul_STATUS_OK) s.damage = damageText(end);
-    return s;
+    checkStatus(opened, path, ZulStage::Open);
+    for (size_t i = 0; i < members.size(); ++i) {
+        info.streams.emplace_back();
+        info.streams.back().head = members[i].head;
+    }
+    info.several = members.several();
+    info.fileBytes = members[0].head.fileBytes;
+    if (members.size() > 1)
+        info.fileBytes =
+            members[members.size() - 1].head.start + members[members.size() - 1].head.fileBytes;
+    info.total.head = members[0].head;
+    const WalkEnd end =
+        walkMembers(path, members, true, 0, [&](size_t stream, const ChunkEntry& chunk) {
+            addChunk(info.streams[stream], chunk, keepTable);
+            addChunk(info.total, chunk, false);
+        });
+    if (end.status != zul_STATUS_OK) info.damage = damageText(end);
+    info.companion = unusedCompanionNote(path, shown, members);
+    return info;
 }
 
 const char* colorName(zul_ColorMode mode) {
@@ -75,11 +103,12 @@ std::string triple(const double v[3], int decimals, const char* separator) {
     return text;
 }
 
-void printText(const std::string& path, const FileSummary& s) {
+// The first line names the file, or the stream of a file of several.
+void printText(const std::string& title, const FileSummary& s) {
     const zul_DataType& d = s.head.dataType;
     const double n = static_cast<double>(s.points);
     const int decimals = decimalsOfStep(outputGrid(d, s.head.header, true).step);
-    std::printf("file         %s, %" PRIu64 " bytes\n", path.c_str(), s.head.fileBytes);
+    std::printf("%s\n", title.c_str());
     std::printf("version      %d\n", s.head.version);
     std::printf("step         %s\n", stepText(d, s.head.header).c_str());
     std::printf("colour       %s\n", colorName(d.colorMode));
@@ -158,13 +187,14 @@ std::string jsonString(const std::string& text) {
     return out + "\"";
 }
 
-void printJson(const std::string& path, const FileSummary& s, const char* indent) {
+// `lead` is the first member: the file's name, or a stream's offset in a file of several.
+void printJson(const std::string& lead, const FileSummary& s, const char* indent) {
     const zul_DataType& d = s.head.dataType;
     const double n = static_cast<double>(s.points);
     const int decimals = decimalsOfStep(outputGrid(d, s.head.header, true).step);
     const char* in = indent;
-    std::printf("%s{\n%s  \"file\": %s,\n%s  \"bytes\": %" PRIu64 ",\n%s  \"version\": %d,\n", in,
-                in, jsonString(path).c_str(), in, s.head.fileBytes, in, s.head.version);
+    std::printf("%s{\n%s  %s,\n%s  \"bytes\": %" PRIu64 ",\n%s  \"version\": %d,\n", in, in,
+                lead.c_str(), in, s.head.fileBytes, in, s.head.version);
     std::printf("%s  \"step\": %s,\n%s  \"color\": \"%s\",\n", in,
                 stepText(d, s.head.header).c_str(), in, colorName(d.colorMode));
     if (d.reflectionMode != zul_REFLECTION_NONE) {
@@ -223,6 +253,67 @@ void printJson(const std::string& path, const FileSummary& s, const char* indent
     std::printf("\n%s}", in);
 }
 
+// Bounds of a summary with chunks, to the step of its first stream.
+std::string boundsText(const FileSummary& s, const char* separator) {
+    const int decimals = decimalsOfStep(outputGrid(s.head.dataType, s.head.header, true).step);
+    return triple(s.min, decimals, separator) + "|" + triple(s.max, decimals, separator);
+}
+
+void printFileText(const std::string& path, const FileInfo& info) {
+    char title[200];
+    if (!info.several) {
+        std::snprintf(title, sizeof title, "file         %s, %" PRIu64 " bytes", path.c_str(),
+                      info.fileBytes);
+        printText(title, info.streams[0]);
+        return;
+    }
+    std::printf("file         %s, %" PRIu64 " bytes, %zu stream%s one after another\n",
+                path.c_str(), info.fileBytes, info.streams.size(),
+                info.streams.size() == 1 ? "" : "s");
+    for (size_t i = 0; i < info.streams.size(); ++i) {
+        const ZulFileHead& head = info.streams[i].head;
+        std::snprintf(title, sizeof title, "\nstream       %zu, bytes %" PRIu64 " .. %" PRIu64,
+                      i + 1, head.start, head.start + head.fileBytes);
+        printText(title, info.streams[i]);
+    }
+    const FileSummary& t = info.total;
+    std::printf("\ntotal        %zu stream%s, %" PRIu64 " chunks, %" PRIu64 " points\n",
+                info.streams.size(), info.streams.size() == 1 ? "" : "s", t.chunks, t.points);
+    if (t.chunks > 0) {
+        const std::string bounds = boundsText(t, " ");
+        const size_t bar = bounds.find('|');
+        std::printf("min          %s\nmax          %s\n", bounds.substr(0, bar).c_str(),
+                    bounds.substr(bar + 1).c_str());
+    }
+}
+
+void printFileJson(const std::string& path, const FileInfo& info, const char* indent) {
+    if (!info.several) {
+        printJson("\"file\": " + jsonString(path), info.streams[0], indent);
+        return;
+    }
+    const std::string in = indent;
+    const std::string inner = in + "    ";
+    std::printf("%s{\n%s  \"file\": %s,\n%s  \"bytes\": %" PRIu64 ",\n%s  \"members\": [\n", indent,
+                indent, jsonString(path).c_str(), indent, info.fileBytes, indent);
+    for (size_t i = 0; i < info.streams.size(); ++i) {
+        if (i > 0) std::printf(",\n");
+        printJson("\"offset\": " + std::to_string(info.streams[i].head.start), info.streams[i],
+                  inner.c_str());
+    }
+    const FileSummary& t = info.total;
+    std::printf("\n%s  ],\n%s  \"chunks\": %" PRIu64 ",\n%s  \"points\": %" PRIu64 ",\n", indent,
+                indent, t.chunks, indent, t.points);
+    if (t.chunks > 0) {
+        const std::string bounds = boundsText(t, ", ");
+        const size_t bar = bounds.find('|');
+        std::printf("%s  \"bounds\": {\"min\": [%s], \"max\": [%s]}\n%s}", indent,
+                    bounds.substr(0, bar).c_str(), bounds.substr(bar + 1).c_str(), indent);
+    } else {
+        std::printf("%s  \"bounds\": null\n%s}", indent, indent);
+    }
+}
+
 }  // namespace
 
 int runInfo(const InfoOptions& options) {
@@ -244,11 +335,12 @@ int runInfo(const InfoOptions& options) {
             }
             continue;
         }
-        FileSummary summary;
+        FileInfo summary;
         std::unique_ptr<InputSpool> spool;
         try {
             spool = std::make_unique<InputSpool>(name);
-            summary = summarise(spool->path(), options.chunks, options.chunkBudgetMiB);
+            summary =
+                summarise(spool->path(), spool->name(), options.chunks, options.chunkBudgetMiB);
         } catch (const FormatError& error) {
             std::fflush(stdout);
             std::cerr << "zul: " << (spool ? spool->rename(error.what()) : error.what()) << "\n";
@@ -258,11 +350,16 @@ int runInfo(const InfoOptions& options) {
         const std::string& path = spool->name();
         if (options.json) {
             std::printf("%s", printed ? ",\n" : several ? "\n" : "");
-            printJson(path, summary, several ? "  " : "");
+            printFileJson(path, summary, several ? "  " : "");
         } else {
             if (printed) std::printf("\n");
-            printText(path, summary);
-            std::printf("%s", companionInfoText(spool->path()).c_str());
+            printFileText(path, summary);
+            if (summary.companion.empty())
+                std::printf("%s", companionInfoText(spool->path()).c_str());
+        }
+        if (!summary.companion.empty()) {
+            std::fflush(stdout);
+            std::cerr << "zul: " << summary.companion << "\n";
         }
         printed = true;
         if (!summary.damage.empty()) {

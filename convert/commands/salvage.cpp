@@ -14,6 +14,11 @@ WalkEnd findIntactPoints(const DecompressOptions& options, zul_idx_Index index,
     return walkIndex(options.input, index, head, true, options.threads, [](const ChunkEntry&) {});
 }
 
+WalkEnd findIntactPoints(const DecompressOptions& options, StreamMembers& members) {
+    return walkMembers(options.input, members, true, options.threads,
+                       [](size_t, const ChunkEntry&) {});
+}
+
 void throwNothingSalvaged(const DecompressOptions& options, zul_Status status) {
     WalkEnd end;
     end.status = status;

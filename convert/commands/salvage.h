@@ -6,13 +6,16 @@
 
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
+#include "commands/stream_members.h"
 
 namespace zulconvert {
 
-// Decodes the chunks of the opened input until the first damage; intactChunks and intactPoints
-// are what can be saved.
+// Decodes the chunks of the opened input's streams until the first damage; intactChunks and
+// intactPoints are what can be saved.
 WalkEnd findIntactPoints(const DecompressOptions& options, zul_idx_Index index,
                          const ZulFileHead& head);
+// The same over every stream of a file of several one after another.
+WalkEnd findIntactPoints(const DecompressOptions& options, StreamMembers& members);
 
 // The FormatError for an input whose head cannot be read, so that nothing can be salvaged.
 [[noreturn]] void throwNothingSalvaged(const DecompressOptions& options, zul_Status status);

@@ -16,6 +16,7 @@
 #include "commands/companion_report.h"
 #include "commands/input_spool.h"
 #include "commands/status_text.h"
+#include "commands/stream_members.h"
 #include "formats/cloud.h"
 
 namespace zulconvert {
@@ -52,10 +53,21 @@ int runVerify(const VerifyOptions& options) {
             continue;
         }
         ::close(probe);
-        ZulFileHead head;
-        const WalkEnd end = walkChunks(spool->path(), true, 0, options.chunkBudgetMiB, head,
-                                       [](const ChunkEntry&) {});
-        const std::string companion = verifyCompanion(spool->path());
+        StreamMembers members;
+        WalkEnd end;
+        end.status = members.open(spool->path(), true, options.chunkBudgetMiB);
+        if (end.status == zul_STATUS_OK)
+            end = walkMembers(spool->path(), members, true, 0, [](size_t, const ChunkEntry&) {});
+        const std::string unused = unusedCompanionNote(spool->path(), path, members);
+        const std::string companion = unused.empty() ? verifyCompanion(spool->path()) : "";
+        if (!unused.empty()) {
+            std::fflush(stdout);
+            std::fprintf(stderr, "zul: %s\n", unused.c_str());
+        }
+        char streams[64] = "";
+        if (members.size() > 1)
+            std::snprintf(streams, sizeof streams, "%zu streams one after another, ",
+                          members.size());
         if (!companion.empty()) {
             ++damaged;
             std::fflush(stdout);
@@ -64,9 +76,9 @@ int runVerify(const VerifyOptions& options) {
                 std::fprintf(stderr, "%s: %s\n", path.c_str(), damageText(end).c_str());
         } else if (end.status == zul_STATUS_OK) {
             if (!options.quiet) {
-                std::printf("%s: OK, %" PRIu64 " chunk%s, %" PRId64 " points\n%s", path.c_str(),
-                            end.intactChunks, end.intactChunks == 1 ? "" : "s", end.intactPoints,
-                            kStreamAloneProves);
+                std::printf("%s: OK, %s%" PRIu64 " chunk%s, %" PRId64 " points\n%s", path.c_str(),
+                            streams, end.intactChunks, end.intactChunks == 1 ? "" : "s",
+                            end.intactPoints, kStreamAloneProves);
             }
         } else {
             ++damaged;

@@ -1,0 +1,150 @@
+#include "commands/stream_members.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "commands/companion_write.h"
+#include "formats/byte_input.h"
+#include "formats/cloud.h"
+
+namespace zulconvert {
+
+using namespace zulformats;
+
+namespace {
+
+// The bytes at `offset` of `path`, as many as there are up to `count`.
+std::string bytesAt(const std::string& path, uint64_t offset, size_t count) {
+    try {
+        ByteInput in(path);
+        if (offset >= in.size()) return std::string();
+        in.seek(offset);
+        std::string bytes(count, '\0');
+        bytes.resize(in.readSome(bytes.data(), count));
+        return bytes;
+    } catch (const FormatError&) {
+        return std::string();
+    }
+}
+
+// The signature without its version byte: what every stream begins with.
+constexpr size_t kSignatureBytes = 3;
+
+}  // namespace
+
+StreamMembers::~StreamMembers() {
+    members_.clear();  // the indexes read the mapping until they close
+    if (mapped_) ::munmap(const_cast<unsigned char*>(mapped_), mappedBytes_);
+}
+
+zul_Status StreamMembers::open(const std::string& path, bool applyTransformation,
+                               int64_t budgetMiB) {
+    members_.push_back(std::make_unique<StreamMember>());
+    const zul_Status status =
+        openIndex(path, applyTransformation, budgetMiB, members_[0]->index, members_[0]->head);
+    if (status != zul_STATUS_OK) return status;
+    const std::string signature = bytesAt(path, 0, kSignatureBytes);
+    for (;;) {
+        StreamMember& last = *members_.back();
+        zul_Status stop = zul_STATUS_OK;
+        int64_t chunk = 0, offset = 0;
+        zul_idx_getDamage(last.index.index, &stop, &chunk, &offset);
+        // A wrong sync marker where the next chunk would begin, on the stream's budget.
+        if (stop != zul_STATUS_CORRUPT_DATA || chunk != last.head.usableChunks) break;
+        const uint64_t next = last.head.start + static_cast<uint64_t>(offset);
+        if (signature.size() != kSignatureBytes ||
+            bytesAt(path, next, kSignatureBytes) != signature)
+            break;  // damage, or trailing bytes of something else
+        last.head.fileBytes = next - last.head.start;
+        headDamageStart_ = next;
+        if (!mapped_) {
+            const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+            struct stat info;
+            void* map = MAP_FAILED;
+            if (fd >= 0 && ::fstat(fd, &info) == 0 && info.st_size > 0) {
+                map = ::mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ, MAP_PRIVATE, fd,
+                             0);
+            }
+            if (fd >= 0) ::close(fd);
+            if (map == MAP_FAILED) {
+                headDamage_ = zul_STATUS_READ_ERROR;
+                break;
+            }
+            mapped_ = static_cast<const unsigned char*>(map);
+            mappedBytes_ = static_cast<size_t>(info.st_size);
+        }
+        if (next >= mappedBytes_) {
+            headDamage_ = zul_STATUS_READ_ERROR;  // the file shrank under the reading
+            break;
+        }
+        auto member = std::make_unique<StreamMember>();
+        const zul_dec_Params params = {applyTransformation ? 1 : 0, {0, 0, 0, 0}};
+        zul_Status opened =
+            zul_idx_openBuffer(&member->index.index, mapped_ + next, mappedBytes_ - next, &params);
+        if (opened == zul_STATUS_OK)
+            opened = readHead(member->index.index, applyTransformation, budgetMiB, member->head);
+        if (opened != zul_STATUS_OK) {
+            headDamage_ = opened;
+            break;
+        }
+        member->head.start = next;
+        member->head.fileBytes = mappedBytes_ - next;
+        member->head.version = mapped_[next + 3];
+        members_.push_back(std::move(member));
+    }
+    return zul_STATUS_OK;
+}
+
+WalkEnd walkMembers(const std::string& path, StreamMembers& members, bool decodeBodies, int threads,
+                    const std::function<void(size_t, const ChunkEntry&)>& onChunk) {
+    uint64_t chunks = 0;
+    int64_t points = 0;
+    WalkEnd end;
+    for (size_t i = 0; i < members.size(); ++i) {
+        StreamMember& member = members[i];
+        end = walkIndex(path, member.index.index, member.head, decodeBodies, threads,
+                        [&](const ChunkEntry& entry) { onChunk(i, entry); });
+        end.intactChunks += chunks;
+        end.intactPoints += points;
+        if (members.several()) {
+            end.stream = i + 1;
+            end.streamStart = member.head.start;
+        }
+        const bool last = i + 1 == members.size();
+        // The index of a stream followed by another stops where the next one begins.
+        const uint64_t next = last ? members.headDamageStart() : members[i + 1].head.start;
+        const bool atNext = end.status == zul_STATUS_CORRUPT_DATA && end.offset == next &&
+                            (!last || members.headDamage() != zul_STATUS_OK);
+        if (!atNext) return end;
+        if (last) {
+            end.status = members.headDamage();
+            end.stage = ZulStage::Open;
+            end.stream = i + 2;
+            end.streamStart = next;
+            end.streamHead = true;
+            end.damagedChunk = 0;
+            end.offset = next;
+            return end;
+        }
+        chunks = end.intactChunks;
+        points = end.intactPoints;
+    }
+    end.status = zul_STATUS_OK;
+    return end;
+}
+
+std::string unusedCompanionNote(const std::string& streamPath, const std::string& shown,
+                                const StreamMembers& members) {
+    const std::string companion = companionPath(streamPath);
+    if (!members.several() || !std::filesystem::exists(companion)) return std::string();
+    return companionPath(shown) + " belongs to one stream and " + shown +
+           " holds several one after another: the companion is left unused";
+}
+
+}  // namespace zulconvert
