@@ -181,7 +181,8 @@ void writeStream(const DecompressOptions& options, StreamMembers& members, size_
         zul_idx_getChunk(index, batches.failedChunk(), &chunk);
         char where[160];
         std::snprintf(where, sizeof where,
-                      ": stream %zu (byte %" PRIu64 "), chunk %" PRId64 " (byte %" PRIu64 "): ",
+                      ": stream %zu (byte %" PRIu64 "), damaged at chunk %" PRId64 " (byte %" PRIu64
+                      "): ",
                       number + 1, members[number].head.start, batches.failedChunk(),
                       members[number].head.start + static_cast<uint64_t>(chunk.offset));
         throw FormatError(options.input + where + statusText(batches.status(), ZulStage::Read));

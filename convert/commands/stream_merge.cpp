@@ -55,12 +55,12 @@ void mergeStreams(const StreamMembers& members, const std::string& input, bool a
         if (!on) {
             const ZulFileHead& head = members[i].head;
             const ZulFileHead& fine = members[finest].head;
-            throw FormatError(input + ": " + streamName(members[i], i + 1) + " (step " +
+            throw FormatError(input + ": " + streamName(members[i], i + 1) + ", of step " +
                               stepText(head.dataType, head.header) +
-                              ") does not lie on the grid of " +
-                              streamName(members[finest], finest + 1) + " (step " +
+                              ", does not lie on the grid of " +
+                              streamName(members[finest], finest + 1) + ", of step " +
                               stepText(fine.dataType, fine.header) +
-                              "); one output holds one grid: cut the file into its streams (zul "
+                              "; one output holds one grid: cut the file into its streams (zul "
                               "info shows where each begins) and decompress each");
         }
         write.gridExact = write.gridExact && own.exact;

@@ -24,7 +24,7 @@ struct CliCase {
     // (the file then holds "precious"), "cut NAME BYTES" (drops the last bytes), "poke NAME
     // OFFSET BYTE", "limit BYTES" (the run itself may make files of these many bytes only),
     // "link NAME TARGET" (a symbolic link to a file that need not exist), "echo NAME TEXT" (TEXT
-    // with \n and \xHH escapes).
+    // with \n and \xHH escapes), "cat NAME FILES" (the files one after another).
     const char* setup;
     const char* arguments;  // {d} is the test's folder, {data} the shared clouds
     int exitCode;
@@ -37,6 +37,13 @@ void PrintTo(const CliCase& c, std::ostream* out) { *out << c.name; }
 
 // The bunny in 4 chunks: 3 of 100 points and 1 of 97.
 #define BUNNY "zul compress -q --chunk 100 {data}/bun0.pcd {d}/b.zul"
+// Streams one after another: the bunny twice (1932 bytes each), and the bunny (step 0.001,
+// normals), a LAS scan (step 0.01, colour, intensity, 1065 points) and the bunny.
+#define TWICE BUNNY "; cat bb.zul b.zul b.zul"
+#define MIXED                                                                \
+    BUNNY                                                                    \
+    "; zul compress -q --no-companion {data}/1.2-with-color.las {d}/c.zul; " \
+    "cat m.zul b.zul c.zul b.zul"
 
 const CliCase kCases[] = {
     // Version and usage.
@@ -206,6 +213,75 @@ const CliCase kCases[] = {
      "--las-version: 1.3 not in {1.2,1.4}", "b.zul"},
     {"quiet progress", "", "compress -q --progress {data}/bun0.pcd {d}/a.zul", 2,
      "-q and --progress contradict", ""},
+    // Streams one after another, as cat makes them.
+    {"verify two streams", TWICE, "verify {d}/bb.zul", 0,
+     "bb.zul: OK, 2 streams one after another, 8 chunks, 794 points", "b.zul bb.zul"},
+    {"verify three streams", MIXED, "verify {d}/m.zul", 0,
+     "m.zul: OK, 3 streams one after another, 9 chunks, 1859 points", "b.zul c.zul m.zul"},
+    {"verify streams from standard input", TWICE, "verify - < {d}/bb.zul", 0,
+     "standard input: OK, 2 streams", "b.zul bb.zul"},
+    {"an empty stream between",
+     BUNNY "; echo e.xyz x y z\n; zul compress -q --step 0.5 {d}/e.xyz "
+           "{d}/e.zul; cat m.zul b.zul e.zul b.zul",
+     "verify {d}/m.zul", 0, "m.zul: OK, 3 streams one after another, 8 chunks, 794 points",
+     "b.zul e.xyz e.zul m.zul"},
+    {"info of streams", MIXED, "info {d}/m.zul", 0,
+     "\nstream       2, bytes 1932 .. 12318\nversion      2\nstep         0.01\ncolour       "
+     "rgb888\n",
+     "b.zul c.zul m.zul"},
+    {"info of streams totals", MIXED, "info {d}/m.zul", 0,
+     "\ntotal        3 streams, 9 chunks, 1859 points\nmin          -0.094 0.037 -0.055\n",
+     "b.zul c.zul m.zul"},
+    {"info of streams as json", TWICE, "info --json {d}/bb.zul", 0,
+     "\"members\": [\n    {\n      \"offset\": 0,\n      \"bytes\": 1932,", "b.zul bb.zul"},
+    {"info of streams, chunks at their bytes", TWICE, "info --json --chunks {d}/bb.zul", 0,
+     "\"offset\": 1932,\n      \"bytes\": 1932,", "b.zul bb.zul"},
+    {"decompress two streams", TWICE, "decompress {d}/bb.zul {d}/bb.ply", 0, "(PLY): 794 points",
+     "b.zul bb.ply bb.zul"},
+    {"decompress streams that differ", MIXED, "decompress {d}/m.zul {d}/m.xyz", 0,
+     "m.zul: stream 1 (byte 0) has no colour, written as 0 0 0\nzul: {d}/m.zul: stream 1 (byte 0) "
+     "has no intensity, written as 0\nzul: {d}/m.zul: stream 2 (byte 1932) has no normals",
+     "b.zul c.zul m.xyz m.zul"},
+    {"decompress streams to a pipe", TWICE, "decompress - --format xyz -o - < {d}/bb.zul | wc -l",
+     0, "795\n", "b.zul bb.zul"},
+    {"streams on grids that do not fit",
+     "zul compress -q --step 0.002 {data}/bun0.pcd {d}/a.zul; zul compress -q --step 0.003 "
+     "{data}/bun0.pcd {d}/b.zul; cat ab.zul a.zul b.zul",
+     "decompress {d}/ab.zul {d}/ab.xyz", 1,
+     "ab.zul: stream 2 (byte 1604), of step 0.003, does not lie on the grid of stream 1 (byte 0), "
+     "of step 0.002; one output holds one grid",
+     "a.zul ab.zul b.zul"},
+    {"second stream cut", TWICE "; cut bb.zul 10", "verify {d}/bb.zul", 1,
+     "bb.zul: stream 2 (byte 1932), damaged at chunk 3 (byte 3420): 697 points in 7 chunks before "
+     "it are intact; the file ends inside a chunk (truncated)",
+     "b.zul bb.zul"},
+    {"second stream damaged", TWICE "; poke bb.zul 2204 63", "verify {d}/bb.zul", 1,
+     "bb.zul: stream 2 (byte 1932), damaged at chunk 0 (byte 2104): 397 points in 4 chunks before "
+     "it are intact; a chunk holds values",
+     "b.zul bb.zul"},
+    {"second stream's head damaged", TWICE "; poke bb.zul 1940 63", "info {d}/bb.zul", 1,
+     "bb.zul: stream 2 (byte 1932), whose head is damaged: 397 points in 4 chunks before it are "
+     "intact; the file header holds values",
+     "b.zul bb.zul"},
+    {"second stream salvaged", TWICE "; cut bb.zul 10",
+     "decompress --salvage {d}/bb.zul {d}/bb.xyz", 1, "salvaged 697 points into",
+     "b.zul bb.xyz bb.zul"},
+    {"second stream refused", TWICE "; poke bb.zul 2204 63", "decompress {d}/bb.zul {d}/bb.xyz", 1,
+     "bb.zul: stream 2 (byte 1932), damaged at chunk 0", "b.zul bb.zul"},
+    {"garbage after the streams",
+     TWICE "; echo g.txt not a zul stream at all\n; cat x.zul bb.zul g.txt", "verify {d}/x.zul", 1,
+     "x.zul: stream 2 (byte 1932), damaged at chunk 4 (byte 3864): 794 points in 8 chunks before "
+     "it are intact; a chunk holds values",
+     "b.zul bb.zul g.txt x.zul"},
+    {"garbage after one stream",
+     BUNNY "; echo g.txt not a zul stream at all\n; cat x.zul b.zul g.txt", "verify {d}/x.zul", 1,
+     "x.zul: damaged at chunk 4 (byte 1932): 397 points", "b.zul g.txt x.zul"},
+    {"a companion beside streams",
+     "zul compress -q {data}/sample_c.las {d}/s.zul; cat ss.zul s.zul s.zul; cat ss.zulx s.zulx",
+     "decompress {d}/ss.zul {d}/ss.las", 0,
+     "ss.zulx belongs to one stream and {d}/ss.zul holds several one after another: the companion "
+     "is left unused",
+     "s.zul s.zulx ss.las ss.zul ss.zulx"},
 
 };
 
@@ -264,6 +340,13 @@ protected:
                     }
                 }
                 writeFile(path(name), text);
+                continue;
+            }
+            if (verb == "cat") {
+                words >> name;
+                std::string content;
+                while (words >> source) content += readFile(path(source));
+                writeFile(path(name), content);
                 continue;
             }
             if (verb == "link") {
@@ -425,6 +508,39 @@ TEST_F(CommandLineRun, CompressThreadsChangeNoByte) {
         EXPECT_EQ(withoutMarker(path("r.zul")), withoutMarker(path("1.zul"))) << order;
         for (const char* name : {"1.zul", "3.zul", "r.zul", "1.zulx", "3.zulx", "r.zulx"})
             std::filesystem::remove(path(name));
+    }
+}
+
+// Streams one after another decompress as one cloud: each stream's points in turn, as the stream
+// alone gives them; the same bytes on any thread count and from standard input.
+TEST_F(CommandLineRun, StreamsOneAfterAnotherAreOneCloud) {
+    ASSERT_TRUE(
+        toolSucceeds("compress -q --chunk 100 " + dataFile("bun0.pcd") + " " + path("b.zul")));
+    ASSERT_TRUE(toolSucceeds("compress -q --chunk 300 --no-companion " +
+                             dataFile("1.2-with-color.las") + " " + path("c.zul")));
+    const std::string b = readFile(path("b.zul")), c = readFile(path("c.zul"));
+    writeFile(path("bb.zul"), b + b);
+    writeFile(path("bcb.zul"), b + c + b);
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("b.zul") + " " + path("b.xyz")));
+    ASSERT_TRUE(toolSucceeds("decompress -q " + path("bb.zul") + " " + path("bb.xyz")));
+    const std::string one = readFile(path("b.xyz"));
+    const std::string points = one.substr(one.find('\n') + 1);
+    EXPECT_EQ(readFile(path("bb.xyz")), one + points);
+    for (const std::string format : {"ply", "las", "pcd"}) {
+        std::string first;
+        for (const std::string& run : {"-j 1 " + path("bcb.zul"), "-j 2 " + path("bcb.zul"),
+                                       "-j 3 - < " + path("bcb.zul")}) {
+            const ToolRun done = runTool("decompress -q --format " + format + " -o - " + run +
+                                         " > " + path("out." + format));
+            ASSERT_EQ(done.exitCode, 0) << done.output;
+            const std::string bytes = readFile(path("out." + format));
+            if (first.empty()) first = bytes;
+            EXPECT_EQ(bytes, first) << format << " " << run;
+        }
+        ASSERT_TRUE(toolSucceeds("compress -q -f --format " + format + " " + path("out." + format) +
+                                 " " + path("back.zul")));
+        const ToolRun verified = runTool("verify " + path("back.zul"));
+        EXPECT_NE(verified.output.find("1859 points"), std::string::npos) << verified.output;
     }
 }
 
