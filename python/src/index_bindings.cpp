@@ -134,6 +134,15 @@ public:
             check(status, path_, chunk, offset);
         } catch (const Failure& failure) {
             std::string message = failure.what();
+            // A wrong sync marker where the next chunk would begin, and the bytes there the
+            // signature of a stream: one stream after another, as `cat a.zul b.zul` makes.
+            if (status == zul_STATUS_CORRUPT_DATA && chunk == chunkCount_ &&
+                bytesAt(offset, 3) == bytesAt(0, 3)) {
+                message = path_ + ": another zul stream begins at byte " + std::to_string(offset) +
+                          ", after the last chunk of the first (a file of streams one after "
+                          "another, as cat makes): this reads one stream; zul.decompress or the "
+                          "zul tool reads them all";
+            }
             if (status == zul_STATUS_OVER_BUDGET) {
                 message += "; it claims " + std::to_string(claimedCount(offset)) +
                            " points, past the budget of " + std::to_string(budgetMiB_) +
@@ -238,18 +247,26 @@ public:
     int64_t numPoints() const { return pointCount_; }
 
 private:
+    // The `size` bytes at `at` of the stream, or "" if it holds fewer.
+    std::string bytesAt(int64_t at, size_t size) const {
+        std::string bytes(size, '\0');
+        if (!bytes_.empty()) {
+            if (at + static_cast<int64_t>(size) > static_cast<int64_t>(bytes_.size())) return "";
+            std::memcpy(bytes.data(), bytes_.data() + at, size);
+        } else {
+            std::ifstream in(path_, std::ios::binary);
+            if (!in.seekg(at) || !in.read(bytes.data(), static_cast<std::streamsize>(size)))
+                return "";
+        }
+        return bytes;
+    }
+
     // The count the header of the chunk at `offset` claims, behind its sync marker and its box;
     // -1 if it cannot be read.
     int64_t claimedCount(int64_t offset) const {
-        const int64_t at = offset + ZUL_SYNC_MARKER_SIZE + 48;
-        unsigned char count[4];
-        if (!bytes_.empty()) {
-            if (at + 4 > static_cast<int64_t>(bytes_.size())) return -1;
-            std::memcpy(count, bytes_.data() + at, 4);
-        } else {
-            std::ifstream in(path_, std::ios::binary);
-            if (!in.seekg(at) || !in.read(reinterpret_cast<char*>(count), 4)) return -1;
-        }
+        const std::string bytes = bytesAt(offset + ZUL_SYNC_MARKER_SIZE + 48, 4);
+        if (bytes.empty()) return -1;
+        const auto* count = reinterpret_cast<const unsigned char*>(bytes.data());
         return int64_t{count[0]} | int64_t{count[1]} << 8 | int64_t{count[2]} << 16 |
                int64_t{count[3]} << 24;
     }

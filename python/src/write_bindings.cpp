@@ -13,6 +13,7 @@
 #include "base/worker_threads.h"
 #include "bindings.h"
 #include "commands/chunk_batches.h"
+#include "commands/output_file.h"
 #include "commands/point_plan.h"
 #include "commands/status_text.h"
 #include "formats/output_grid.h"
@@ -61,7 +62,6 @@ zul_Status writePlanned(const std::string& path, const zul_DataType& dataType,
     zulplan::parseOrder(order, options.order);
     options.chunk = chunkSize;
     options.threads = zulbase::threadsFor(threads);
-    options.publish = true;
     zulplan::PlannedWriter writer;
     zul_Status status = writer.open(path, dataType, header.enabled ? &header : nullptr, options);
     zul_Point point = {};
@@ -80,8 +80,8 @@ zul_Status writePlanned(const std::string& path, const zul_DataType& dataType,
     return status != zul_STATUS_OK ? status : closed;
 }
 
-// The points in their order, `chunkSize` a chunk, through the bulk writer under a unique
-// temporary name renamed over `path` when whole, with the sync marker drawn from the points.
+// The points in their order, `chunkSize` a chunk, through the bulk writer, with the sync marker
+// drawn from the points.
 zul_Status writeInOrder(const std::string& path, const zul_DataType& dataType,
                         const zul_Header2& header, const zul_bulk_Points& points, int32_t chunkSize,
                         int threads, int64_t& failed) {
@@ -97,7 +97,7 @@ zul_Status writeInOrder(const std::string& path, const zul_DataType& dataType,
     zul_bulk_Writer writer = nullptr;
     errno = 0;
     zul_Status status = zul_bulk_openWriter(&writer, path.c_str(), &dataType, &header, bytes,
-                                            threads, ZUL_BULK_WRITE_PUBLISH);
+                                            threads, ZUL_BULK_WRITE_REPLACE);
     if (status == zul_STATUS_OK)
         status = zul_bulk_writeChunks(writer, &points, sizes.data(),
                                       static_cast<int64_t>(sizes.size()), &failed);
@@ -112,7 +112,9 @@ zul_Status writeInOrder(const std::string& path, const zul_DataType& dataType,
 
 // Encodes the checked arrays into `path`. Positions are divided by `step` onto the integer grid.
 // In the input's order, `chunkSize` points a chunk are encoded by the bulk encoder; otherwise the
-// chunk planner cuts them; either way on `threads` threads (0: every core).
+// chunk planner cuts them; either way on `threads` threads (0: every core). As the tool writes:
+// into a unique temporary file put in place when whole; a device, a pipe or a socket written
+// through, a symbolic link followed, never replaced.
 void write(const std::string& path, const Array<double>& positions, const py::object& colors,
            const py::object& reflections, const py::object& normals, double step,
            int32_t maxReflection, int colorMode, const py::object& sensor, const std::string& order,
@@ -150,6 +152,8 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
     zul_Status status;
     bool tooFar = false;
     int reason = 0;
+    zulconvert::OutputFile output(path, true);
+    const std::string& temporary = output.temporaryPath();
     {
         py::gil_scoped_release release;
         const double* p = positions.data();
@@ -160,9 +164,9 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
         if (tooFar) {
             status = zul_STATUS_OK;
         } else if (order == "input") {
-            status = writeInOrder(path, dataType, header, points, chunkSize, threads, failed);
+            status = writeInOrder(temporary, dataType, header, points, chunkSize, threads, failed);
         } else {
-            status = writePlanned(path, dataType, header, points, order, chunkSize, threads);
+            status = writePlanned(temporary, dataType, header, points, order, chunkSize, threads);
         }
         reason = errno;
     }
@@ -181,6 +185,7 @@ void write(const std::string& path, const Array<double>& positions, const py::ob
                       status, failed);
     }
     check(status, path, failed);
+    output.commit();
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 import itertools
 import os
+import stat
+import threading
 
 import numpy as np
 import pytest
@@ -156,3 +158,59 @@ def test_writes_name_the_users_file_and_the_reason_and_repeat_their_bytes(tmp_pa
                       threads=threads)
         assert (tmp_path / "1.zul").read_bytes() == (tmp_path / "3.zul").read_bytes()
     assert sorted(os.listdir(tmp_path)) == ["1.zul", "3.zul"]
+
+
+def _null_device(tmp_path):
+    path = tmp_path / "null"
+    try:
+        os.mknod(path, stat.S_IFCHR | 0o666, os.makedev(1, 3))
+    except PermissionError:
+        pytest.skip("no right to make a device node")
+    return path, lambda: stat.S_ISCHR(os.stat(path).st_mode)
+
+
+def _pipe(tmp_path):
+    path = tmp_path / "pipe"
+    os.mkfifo(path)
+    got = []
+    reader = threading.Thread(target=lambda: got.append(open(path, "rb").read()), daemon=True)
+    reader.start()
+    # A pipe replaced by a file leaves the reader waiting: what it got is then nothing.
+    return path, lambda: (reader.join(30), stat.S_ISFIFO(os.stat(path).st_mode),
+                          got[0] if got else None)[1:]
+
+
+def _link(tmp_path):
+    (tmp_path / "real").mkdir()
+    os.symlink(tmp_path / "real" / "a.zul", tmp_path / "link.zul")
+    return tmp_path / "link.zul", lambda: (os.path.islink(tmp_path / "link.zul"),
+                                           (tmp_path / "real" / "a.zul").read_bytes())
+
+
+# Where zul.write writes, as the tool does: a device, a pipe and a symbolic link are written
+# through, never replaced by a file (which, as root, a rename over a device would do).
+@pytest.mark.parametrize("make,expected", [
+    (_null_device, lambda written: True),
+    (_pipe, lambda written: (True, written)),
+    (_link, lambda written: (True, written)),
+], ids=["device", "pipe", "link"])
+def test_special_outputs_are_written_through(tmp_path, scan, make, expected):
+    zul.write(tmp_path / "plain.zul", scan["positions"][:5000])
+    written = (tmp_path / "plain.zul").read_bytes()
+    target, found = make(tmp_path)
+    zul.write(target, scan["positions"][:5000])
+    assert found() == expected(written)
+    assert not [n for n in os.listdir(tmp_path) if "partial" in n]
+
+
+def test_streams_one_after_another_are_read_by_decompress_and_named_by_read(tmp_path, scan):
+    zul.write(tmp_path / "a.zul", scan["positions"][:3000], chunk_size=1000, order="input")
+    one = (tmp_path / "a.zul").read_bytes()
+    (tmp_path / "aa.zul").write_bytes(one + one)
+    for call in (zul.read, zul.chunks, lambda p: list(zul.Reader(p))):
+        with pytest.raises(zul.Error, match=f"another zul stream begins at byte {len(one)}"):
+            call(tmp_path / "aa.zul")
+    zul.decompress(tmp_path / "aa.zul", tmp_path / "aa.xyz")
+    zul.decompress(tmp_path / "a.zul", tmp_path / "a.xyz")
+    lines = (tmp_path / "a.xyz").read_text().splitlines()
+    assert (tmp_path / "aa.xyz").read_text().splitlines() == lines + lines[1:]

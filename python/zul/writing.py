@@ -54,7 +54,8 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
     points: ``"plan"`` the smallest file the chunk planner of ``zul compress`` finds, ``"kd"``
     compact cells, ``"input"`` the arrays' order (the bulk encoder); chunks are encoded on
     ``threads`` threads (``None``: every core). The file is written under a temporary name and
-    renamed into place when complete.
+    renamed into place when complete; a device (``/dev/null``), a pipe or a socket is written
+    through and a symbolic link followed, never replaced, as ``zul compress`` writes them.
     """
     path = os.fspath(path)
     positions = _array("positions", positions, np.float64, 3)
@@ -98,6 +99,7 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
                              "which a zul file cannot hold")
     # Written under a unique temporary name beside `path` (created exclusively, so writers of
     # one path at once never share it) and renamed over it when whole; removed on any failure.
+    # A device, pipe or socket gets the finished bytes copied through; a link, its target.
     _zul.write(path, positions, colors, reflections, normals, float(step),
                int(max_reflection or 0), color_mode, sensor, order, int(chunk_size),
                _threads(threads))
