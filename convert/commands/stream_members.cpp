@@ -43,13 +43,26 @@ StreamMembers::~StreamMembers() {
     if (mapped_) ::munmap(const_cast<unsigned char*>(mapped_), mappedBytes_);
 }
 
+bool StreamMembers::mapFile(const std::string& path) {
+    if (mapped_) return true;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat info;
+    void* map = MAP_FAILED;
+    if (fd >= 0 && ::fstat(fd, &info) == 0 && info.st_size > 0)
+        map = ::mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+    if (fd >= 0) ::close(fd);
+    if (map == MAP_FAILED) return false;
+    mapped_ = static_cast<const unsigned char*>(map);
+    mappedBytes_ = static_cast<size_t>(info.st_size);
+    return true;
+}
+
 zul_Status StreamMembers::open(const std::string& path, bool applyTransformation,
                                int64_t budgetMiB) {
     members_.push_back(std::make_unique<StreamMember>());
     const zul_Status status =
         openIndex(path, applyTransformation, budgetMiB, members_[0]->index, members_[0]->head);
     if (status != zul_STATUS_OK) return status;
-    const std::string signature = bytesAt(path, 0, kSignatureBytes);
     for (;;) {
         StreamMember& last = *members_.back();
         zul_Status stop = zul_STATUS_OK;
@@ -58,31 +71,19 @@ zul_Status StreamMembers::open(const std::string& path, bool applyTransformation
         // A wrong sync marker where the next chunk would begin, on the stream's budget.
         if (stop != zul_STATUS_CORRUPT_DATA || chunk != last.head.usableChunks) break;
         const uint64_t next = last.head.start + static_cast<uint64_t>(offset);
-        if (signature.size() != kSignatureBytes ||
-            bytesAt(path, next, kSignatureBytes) != signature)
-            break;  // damage, or trailing bytes of something else
-        last.head.fileBytes = next - last.head.start;
-        headDamageStart_ = next;
-        if (!mapped_) {
-            const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-            struct stat info;
-            void* map = MAP_FAILED;
-            if (fd >= 0 && ::fstat(fd, &info) == 0 && info.st_size > 0) {
-                map = ::mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ, MAP_PRIVATE, fd,
-                             0);
-            }
-            if (fd >= 0) ::close(fd);
-            if (map == MAP_FAILED) {
-                headDamage_ = zul_STATUS_READ_ERROR;
-                break;
-            }
-            mapped_ = static_cast<const unsigned char*>(map);
-            mappedBytes_ = static_cast<size_t>(info.st_size);
-        }
-        if (next >= mappedBytes_) {
-            headDamage_ = zul_STATUS_READ_ERROR;  // the file shrank under the reading
+        if (!mapFile(path)) {
+            // The next stream cannot be read: damage, named as such if it is one.
+            if (bytesAt(path, next, kSignatureBytes) != bytesAt(path, 0, kSignatureBytes)) break;
+            headDamage_ = zul_STATUS_READ_ERROR;
+            headDamageStart_ = next;
             break;
         }
+        // Damage, or trailing bytes of something else (or a file that changed under the reading).
+        if (next + kSignatureBytes > mappedBytes_ ||
+            std::memcmp(mapped_ + next, mapped_, kSignatureBytes) != 0)
+            break;
+        last.head.fileBytes = next - last.head.start;
+        headDamageStart_ = next;
         auto member = std::make_unique<StreamMember>();
         const zul_dec_Params params = {applyTransformation ? 1 : 0, {0, 0, 0, 0}};
         zul_Status opened =

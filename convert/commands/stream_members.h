@@ -3,8 +3,10 @@
 // end of the file, or by the signature of the next stream, which the chunk index reports as a
 // wrong sync marker. Where that happens at the place of a sync marker and the bytes there begin
 // with the zul signature, a following stream begins; any other bytes are damage, as before. Each
-// stream gets its own chunk index: the first over the file by its name, the others over a
-// read-only mapping of the file from their first byte.
+// stream gets its own chunk index: the first over the file by its name (a file of one stream is
+// read as ever), the others over a read-only mapping of the file from their first byte. The
+// mapping expects the file to keep its size while it is read, as the tool's inputs do (a copy of
+// standard input is the tool's own).
 #pragma once
 
 #include <cstddef>
@@ -46,6 +48,8 @@ public:
     uint64_t headDamageStart() const { return headDamageStart_; }
 
 private:
+    bool mapFile(const std::string& path);  // maps the whole file once; false if it cannot
+
     std::vector<std::unique_ptr<StreamMember>> members_;
     zul_Status headDamage_ = zul_STATUS_OK;
     uint64_t headDamageStart_ = 0;
