@@ -1,10 +1,14 @@
 // Reading: the chunk index of a file, box selection, and bulk decoding straight into numpy arrays
 // with the GIL released.
+#include <fcntl.h>
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -28,19 +32,26 @@ public:
     // Over a file, or over `bytes` kept alive with the index.
     // With a budget of `budgetMiB` a chunk decoded: a chunk that claims more points ends the
     // list as damage would, before anything is allocated.
+    // With `start`, over the stream that begins at that byte of the file (a later one of
+    // several one after another), read through a read-only mapping of the file.
     Index(const std::string& path, bool transform, int64_t budgetMiB,
-          std::string bytes = std::string(), bool inMemory = false)
-        : path_(path), bytes_(std::move(bytes)) {
+          std::string bytes = std::string(), bool inMemory = false, int64_t start = 0)
+        : path_(path), bytes_(std::move(bytes)), start_(start) {
         if (path.find('\0') != std::string::npos)
             throw py::value_error("path: a NUL character cannot be part of a file name");
+        view_ = bytes_.data();
+        viewBytes_ = bytes_.size();
+        if (start > 0) {
+            mapFrom(start);
+            inMemory = true;
+        }
         if (!zulbase::chunkBudgetValid(budgetMiB)) {
             throw py::value_error("chunk_budget: give 1 to " +
                                   std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");
         }
         const zul_dec_Params params = {transform ? 1 : 0, {0, 0, 0, 0}};
-        zul_Status status = inMemory
-                                ? zul_idx_openBuffer(&index_, bytes_.data(), bytes_.size(), &params)
-                                : zul_idx_openFile(&index_, path.c_str(), &params);
+        zul_Status status = inMemory ? zul_idx_openBuffer(&index_, view_, viewBytes_, &params)
+                                     : zul_idx_openFile(&index_, path.c_str(), &params);
         if (status == zul_STATUS_OK && budgetMiB != zulbase::kDefaultChunkBudgetMiB)
             status = zul_idx_setChunkBudget(index_, budgetMiB << 20);
         if (status != zul_STATUS_OK) {
@@ -69,7 +80,10 @@ public:
             break;
         }
     }
-    ~Index() { zul_idx_close(&index_); }
+    ~Index() {
+        zul_idx_close(&index_);
+        if (mapped_) ::munmap(mapped_, mappedBytes_);
+    }
     Index(const Index&) = delete;
     Index& operator=(const Index&) = delete;
 
@@ -111,7 +125,7 @@ public:
         for (int64_t i = 0; i < chunkCount_; ++i) {
             zul_idx_Chunk c;
             zul_idx_getChunk(index_, i, &c);
-            list.append(py::make_tuple(c.offset, c.size, c.numPoints,
+            list.append(py::make_tuple(start_ + c.offset, c.size, c.numPoints,
                                        py::make_tuple(c.min[0], c.min[1], c.min[2]),
                                        py::make_tuple(c.max[0], c.max[1], c.max[2])));
         }
@@ -130,18 +144,18 @@ public:
             offset = overBudget_.offset;
         }
         if (status == zul_STATUS_OK) return py::none();
+        offset += start_;
         try {
             check(status, path_, chunk, offset);
         } catch (const Failure& failure) {
             std::string message = failure.what();
             // A wrong sync marker where the next chunk would begin, and the bytes there the
             // signature of a stream: one stream after another, as `cat a.zul b.zul` makes.
-            if (status == zul_STATUS_CORRUPT_DATA && chunk == chunkCount_ &&
-                bytesAt(offset, 3) == bytesAt(0, 3)) {
+            if (nextStream() >= 0) {
                 message = path_ + ": another zul stream begins at byte " + std::to_string(offset) +
-                          ", after the last chunk of the first (a file of streams one after "
-                          "another, as cat makes): this reads one stream; zul.decompress or the "
-                          "zul tool reads them all";
+                          " (a file of streams one after another, as cat makes): zul.read, "
+                          "zul.Reader, zul.chunks and zul.decompress read them all, one index "
+                          "a stream";
             }
             if (status == zul_STATUS_OVER_BUDGET) {
                 message += "; it claims " + std::to_string(claimedCount(offset)) +
@@ -233,7 +247,7 @@ public:
         if (status != zul_STATUS_OK) {
             zul_idx_Chunk c = {};
             if (failed >= 0) zul_idx_getChunk(index_, failed, &c);
-            check(status, path_, failed, failed >= 0 ? c.offset : -1);
+            check(status, path_, failed, failed >= 0 ? start_ + c.offset : -1);
         }
         py::dict result;
         result["positions"] = positions;
@@ -243,6 +257,21 @@ public:
         return result;
     }
 
+    // The byte where another stream begins after the last chunk of this one, or -1: the index
+    // stopped at a wrong sync marker where the next chunk would begin, and the bytes there are
+    // the signature of a stream.
+    int64_t nextStream() const {
+        zul_Status status = zul_STATUS_OK;
+        int64_t chunk = 0, offset = 0;
+        zul_idx_getDamage(index_, &status, &chunk, &offset);
+        if (status != zul_STATUS_CORRUPT_DATA || chunk != chunkCount_ || overBudget_.size > 0)
+            return -1;
+        const std::string signature = bytesAt(0, 3);
+        if (signature.empty() || bytesAt(offset, 3) != signature) return -1;
+        return start_ + offset;
+    }
+
+    int64_t start() const { return start_; }
     int64_t numChunks() const { return chunkCount_; }
     int64_t numPoints() const { return pointCount_; }
 
@@ -250,9 +279,10 @@ private:
     // The `size` bytes at `at` of the stream, or "" if it holds fewer.
     std::string bytesAt(int64_t at, size_t size) const {
         std::string bytes(size, '\0');
-        if (!bytes_.empty()) {
-            if (at + static_cast<int64_t>(size) > static_cast<int64_t>(bytes_.size())) return "";
-            std::memcpy(bytes.data(), bytes_.data() + at, size);
+        if (view_ != nullptr && viewBytes_ > 0) {
+            if (at < 0 || at + static_cast<int64_t>(size) > static_cast<int64_t>(viewBytes_))
+                return "";
+            std::memcpy(bytes.data(), view_ + at, size);
         } else {
             std::ifstream in(path_, std::ios::binary);
             if (!in.seekg(at) || !in.read(bytes.data(), static_cast<std::streamsize>(size)))
@@ -271,8 +301,28 @@ private:
                int64_t{count[3]} << 24;
     }
 
+    // Maps the file and views it from `start`; a zul.Error naming the file if it cannot.
+    void mapFrom(int64_t start) {
+        const int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat info;
+        void* map = MAP_FAILED;
+        if (fd >= 0 && ::fstat(fd, &info) == 0 && info.st_size > start)
+            map = ::mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+        if (fd >= 0) ::close(fd);
+        if (map == MAP_FAILED) check(zul_STATUS_READ_ERROR, path_);
+        mapped_ = map;
+        mappedBytes_ = static_cast<size_t>(info.st_size);
+        view_ = static_cast<const char*>(map) + start;
+        viewBytes_ = mappedBytes_ - static_cast<size_t>(start);
+    }
+
     std::string path_;
     std::string bytes_;
+    int64_t start_ = 0;  // where the stream begins in the file
+    void* mapped_ = nullptr;
+    size_t mappedBytes_ = 0;
+    const char* view_ = nullptr;  // the stream's bytes, when read from memory
+    size_t viewBytes_ = 0;
     int64_t budgetMiB_ = zulbase::kDefaultChunkBudgetMiB;
     zul_idx_Chunk overBudget_ = {};  // the first listed chunk past a budget below the default
     zul_idx_Index index_ = nullptr;
@@ -307,8 +357,15 @@ std::unique_ptr<Index> rangesIndex(const std::string& path, int64_t headBytes,
 
 void bindIndex(py::module_& m) {
     py::class_<Index>(m, "Index")
-        .def(py::init<const std::string&, bool, int64_t>(), py::arg("path"),
-             py::arg("transform") = true, py::arg("chunk_budget") = zulbase::kDefaultChunkBudgetMiB)
+        .def(
+            py::init([](const std::string& path, bool transform, int64_t budgetMiB, int64_t start) {
+                return std::make_unique<Index>(path, transform, budgetMiB, std::string(), false,
+                                               start);
+            }),
+            py::arg("path"), py::arg("transform") = true,
+            py::arg("chunk_budget") = zulbase::kDefaultChunkBudgetMiB, py::arg("start") = 0)
+        .def("next_stream", &Index::nextStream)
+        .def_property_readonly("start", &Index::start)
         .def("data_type", &Index::dataType)
         .def("sensor", &Index::sensor)
         .def("chunks", &Index::chunks)

@@ -2,6 +2,7 @@
 
 import itertools
 import os
+import re
 import stat
 import threading
 
@@ -203,14 +204,36 @@ def test_special_outputs_are_written_through(tmp_path, scan, make, expected):
     assert not [n for n in os.listdir(tmp_path) if "partial" in n]
 
 
-def test_streams_one_after_another_are_read_by_decompress_and_named_by_read(tmp_path, scan):
-    zul.write(tmp_path / "a.zul", scan["positions"][:3000], chunk_size=1000, order="input")
-    one = (tmp_path / "a.zul").read_bytes()
-    (tmp_path / "aa.zul").write_bytes(one + one)
-    for call in (zul.read, zul.chunks, lambda p: list(zul.Reader(p))):
-        with pytest.raises(zul.Error, match=f"another zul stream begins at byte {len(one)}"):
-            call(tmp_path / "aa.zul")
-    zul.decompress(tmp_path / "aa.zul", tmp_path / "aa.xyz")
-    zul.decompress(tmp_path / "a.zul", tmp_path / "a.xyz")
-    lines = (tmp_path / "a.xyz").read_text().splitlines()
-    assert (tmp_path / "aa.xyz").read_text().splitlines() == lines + lines[1:]
+def test_streams_one_after_another_are_read_as_one_file(tmp_path, scan):
+    first, second = scan["positions"][:3000], scan["positions"][3000:5000]
+    zul.write(tmp_path / "a.zul", first, chunk_size=1000, order="input")
+    zul.write(tmp_path / "b.zul", second, chunk_size=1000, order="input")
+    zul.write(tmp_path / "c.zul", second, colors=scan["colors"][3000:5000], order="input")
+    a, b, c = ((tmp_path / f"{n}.zul").read_bytes() for n in "abc")
+    files = {"ab": a + b, "abab": a + b + a + b, "ac": a + c, "abcut": a + b[:-10],
+             "abhead": a + b[:40], "aj": a + b"junk" * 20}
+    for name, raw in files.items():
+        (tmp_path / f"{name}.zul").write_bytes(raw)
+    whole = zul.read(tmp_path / "abab.zul", threads=2)
+    one, two = (zul.read(tmp_path / f"{n}.zul").positions for n in "ab")
+    assert np.array_equal(whole.positions, np.concatenate([one, two, one, two]))
+    assert [c.offset for c in zul.chunks(tmp_path / "ab.zul")][3:] == [
+        len(a) + c.offset for c in zul.chunks(tmp_path / "b.zul")]
+    reader = zul.Reader(tmp_path / "ab.zul", bbox=(-1e9, -1e9, -1e9, 1e9, 1e9, 1e9))
+    assert (len(reader), reader.num_points) == (5, 5000)
+    assert np.array_equal(np.concatenate([p.positions for p in reader]), whole.positions[:5000])
+    # Kinds that one Cloud cannot hold, damage after the first stream, and bytes that are none.
+    for name, words, handed in [("ac", f"stream 2 (byte {len(a)}) holds another data type", None),
+                                ("abcut", f"stream 2 (byte {len(a)}): the file ends inside", 4000),
+                                ("abhead", f"stream 2 (byte {len(a)}), whose head is damaged", 3000),
+                                ("aj", "a chunk holds values no writer produces", 3000)]:
+        with pytest.raises(zul.Error, match=re.escape(words)):
+            zul.read(tmp_path / f"{name}.zul")
+        if handed is not None:
+            seen = 0
+            with pytest.raises(zul.Error, match=re.escape(words)):
+                for part in zul.Reader(tmp_path / f"{name}.zul"):
+                    seen += len(part)
+            assert seen == handed
+    zul.decompress(tmp_path / "ac.zul", tmp_path / "ac.xyz")
+    assert len((tmp_path / "ac.xyz").read_text().splitlines()) == 5001

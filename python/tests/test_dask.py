@@ -81,3 +81,10 @@ def test_read_takes_a_glob_and_the_union_of_attributes(client, tmp_path, scan):
     np.testing.assert_array_equal(sort_rows(only.to_numpy()), sort_rows(stored))
     with pytest.raises(FileNotFoundError, match="no file matches"):
         zul.dask.read(str(tmp_path / "*.las"))
+
+
+def test_a_file_of_several_streams_is_named_not_misread(tmp_path, big_file):
+    raw = open(big_file, "rb").read()
+    (tmp_path / "two.zul").write_bytes(raw + raw)
+    with pytest.raises(zul.Error, match=f"another zul stream begins at byte {len(raw)}"):
+        zul.dask.plan_read([str(tmp_path / "two.zul")])

@@ -52,6 +52,56 @@ def _raise_damage(index):
         raise _zul.Error(message, code, status, chunk)
 
 
+def _kind(index):
+    sensor = index.sensor()
+    matrix = None if sensor is None else sensor.pop("matrix").tolist()
+    return index.data_type(), sensor, matrix
+
+
+def _streams(path, transform=True, chunk_budget=None):
+    """The chunk index of every stream of a file: one, or several one after another (as
+    ``cat a.zul b.zul`` makes), each over its own bytes; and the zul.Error of a following stream
+    whose head is damaged, or None. Streams of another data type or sensor header than the first
+    are refused, naming them."""
+    path = os.fspath(path)
+    indexes = [_open(path, transform, chunk_budget)]
+    while (start := indexes[-1].next_stream()) >= 0:
+        try:
+            indexes.append(_zul.Index(path, bool(transform), _budget(chunk_budget), start))
+        except _zul.Error as error:
+            reason = error.message.split(": ", 1)[-1]
+            return indexes, _zul.Error(f"{path}: stream {len(indexes) + 1} (byte {start}), whose "
+                                       f"head is damaged: {reason}", error.code, error.status, 0)
+    first = _kind(indexes[0])
+    for number, index in enumerate(indexes[1:], 2):
+        if _kind(index) != first:
+            raise _zul.Error(f"{path}: stream {number} (byte {index.start}) holds another data "
+                             f"type or sensor header than stream 1 ({index.data_type()} against "
+                             f"{indexes[0].data_type()}); one Cloud holds one: zul.decompress "
+                             "writes them into one file")
+    return indexes, None
+
+
+def _raise_stream_damage(indexes, pending):
+    """Raises `pending`, or the damage of the last stream (named, in a file of several)."""
+    if pending is not None:
+        raise pending
+    damage = indexes[-1].damage()
+    if damage is not None:
+        code, status, chunk, _offset, message = damage
+        if len(indexes) > 1:
+            path, reason = message.split(": ", 1)
+            message = f"{path}: stream {len(indexes)} (byte {indexes[-1].start}): {reason}"
+        raise _zul.Error(message, code, status, chunk)
+
+
+def _joined(parts):
+    if len(parts) == 1:
+        return parts[0]
+    return {k: (np.concatenate([p[k] for p in parts]) if parts[0][k] is not None else None)
+            for k in parts[0]}
+
+
 def _inside(arrays, box):
     p = arrays["positions"]
     keep = np.all((p >= box[:3]) & (p <= box[3:]), axis=1)
@@ -74,15 +124,20 @@ def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None):
     take decoded, in MiB (``None``: 256): a chunk that claims more points is refused, naming it
     and its count, before anything is allocated. Raises :class:`zul.Error` for a file that
     cannot be read or is damaged (naming the chunk where the damage starts).
+
+    A file of several streams one after another (``cat a.zul b.zul``) is read whole, stream after
+    stream, when they share the data type and sensor header (else :class:`zul.Error` names the
+    first that differs; :func:`zul.decompress` merges any).
     """
     box = _box(bbox)
-    index = _open(path, transform, chunk_budget)
-    _raise_damage(index)
-    chosen = index.select(box) if box is not None else None
-    arrays = index.decode(chosen, _threads(threads))
-    if box is not None:
-        arrays = _inside(arrays, np.array(box))
-    return _cloud(arrays, index)
+    indexes, pending = _streams(path, transform, chunk_budget)
+    _raise_stream_damage(indexes, pending)
+    parts = []
+    for index in indexes:
+        chosen = index.select(box) if box is not None else None
+        arrays = index.decode(chosen, _threads(threads))
+        parts.append(_inside(arrays, np.array(box)) if box is not None else arrays)
+    return _cloud(_joined(parts), indexes[0])
 
 
 def chunks(path, *, chunk_budget=None):
@@ -90,9 +145,9 @@ def chunks(path, *, chunk_budget=None):
 
     Raises :class:`zul.Error` if a header is damaged, naming the chunk and its byte offset.
     """
-    index = _open(path, chunk_budget=chunk_budget)
-    _raise_damage(index)
-    return [Chunk(*c) for c in index.chunks()]
+    indexes, pending = _streams(path, chunk_budget=chunk_budget)
+    _raise_stream_damage(indexes, pending)
+    return [Chunk(*c) for index in indexes for c in index.chunks()]
 
 
 class Reader:
@@ -112,27 +167,28 @@ class Reader:
 
     def __init__(self, path, *, bbox=None, transform=True, chunk_budget=None):
         self._box = _box(bbox)
-        self._index = _open(path, transform, chunk_budget)
-        self.data_type = self._index.data_type()
-        self.sensor = self._index.sensor()
-        self._chosen = (self._index.select(self._box) if self._box is not None
-                        else range(self._index.num_chunks))
+        self._indexes, self._pending = _streams(path, transform, chunk_budget)
+        self.data_type = self._indexes[0].data_type()
+        self.sensor = self._indexes[0].sensor()
+        self._chosen = [(index.select(self._box) if self._box is not None
+                         else range(index.num_chunks)) for index in self._indexes]
 
     def __len__(self):
-        return len(self._chosen)
+        return sum(len(chosen) for chosen in self._chosen)
 
     @property
     def num_points(self):
         """The number of points of the chunks listed, from their headers."""
         if self._box is None:
-            return self._index.num_points
-        listed = self._index.chunks()
-        return sum(listed[i][2] for i in self._chosen)
+            return sum(index.num_points for index in self._indexes)
+        return sum(index.chunks()[i][2] for index, chosen in zip(self._indexes, self._chosen)
+                   for i in chosen)
 
     def __iter__(self):
-        for i in self._chosen:
-            arrays = self._index.decode([i], 1)
-            if self._box is not None:
-                arrays = _inside(arrays, np.array(self._box))
-            yield _cloud(arrays, self._index)
-        _raise_damage(self._index)
+        for index, chosen in zip(self._indexes, self._chosen):
+            for i in chosen:
+                arrays = index.decode([i], 1)
+                if self._box is not None:
+                    arrays = _inside(arrays, np.array(self._box))
+                yield _cloud(arrays, index)
+        _raise_stream_damage(self._indexes, self._pending)
