@@ -242,6 +242,9 @@ const CliCase kCases[] = {
      "m.zul: stream 1 (byte 0) has no colour, written as 0 0 0\nzul: {d}/m.zul: stream 1 (byte 0) "
      "has no intensity, written as 0\nzul: {d}/m.zul: stream 2 (byte 1932) has no normals",
      "b.zul c.zul m.xyz m.zul"},
+    {"a box across streams", MIXED,
+     "decompress --bbox 600000,800000,0,700000,900000,1000 {d}/m.zul {d}/m.xyz", 0,
+     "(XYZ text): 1065 points", "b.zul c.zul m.xyz m.zul"},
     {"decompress streams to a pipe", TWICE, "decompress - --format xyz -o - < {d}/bb.zul | wc -l",
      0, "795\n", "b.zul bb.zul"},
     {"streams on grids that do not fit",
