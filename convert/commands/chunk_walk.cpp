@@ -182,18 +182,6 @@ void checkWalkEnd(const std::string& path, const WalkEnd& end) {
     checkStatus(end.status, path, end.stage);
 }
 
-WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, int64_t budgetMiB,
-                   ZulFileHead& head, const std::function<void(const ChunkEntry&)>& onChunk) {
-    IndexGuard index;
-    const zul_Status status = openIndex(path, true, budgetMiB, index, head);
-    if (status != zul_STATUS_OK) {
-        WalkEnd end;
-        end.status = status;
-        return end;
-    }
-    return walkIndex(path, index.index, head, decodeBodies, threads, onChunk);
-}
-
 std::string damageText(const WalkEnd& end) {
     if (end.stage == ZulStage::Open && end.stream == 0) return statusText(end.status, end.stage);
     char before[120];

@@ -86,10 +86,6 @@ WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHea
                   bool decodeBodies, int threads,
                   const std::function<void(const ChunkEntry&)>& onChunk);
 
-// openIndex (through the matrix), then walkIndex.
-WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, int64_t budgetMiB,
-                   ZulFileHead& head, const std::function<void(const ChunkEntry&)>& onChunk);
-
 // The damage in words: "damaged at chunk 3 (byte 61234): 15000 points in 3 chunks before it are
 // intact; the file ends inside a chunk (truncated)", or the status alone for a file whose head
 // cannot be read. In a file of several streams, "stream 2 (byte 6120), damaged at chunk 3 ...",
