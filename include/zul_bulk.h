@@ -101,6 +101,12 @@ typedef struct zul_bulk_WriterStruct* zul_bulk_Writer; /* bulk writer of one fil
 ZUL_API zul_Status zul_idx_openFile(zul_idx_Index* index, const char* path,
                                     const zul_dec_Params* params);
 
+/* As zul_idx_openFile, on the stream that begins at byte `start` of the file (a later one of
+ * several streams written one after another): every offset the index gives counts from `start`.
+ * zul_STATUS_INVALID_ARGUMENT for a negative `start`, zul_STATUS_TRUNCATED for one past the end. */
+ZUL_API zul_Status zul_idx_openFileAt(zul_idx_Index* index, const char* path, int64_t start,
+                                      const zul_dec_Params* params);
+
 /* As zul_idx_openFile, on `size` bytes at `bytes`, which the index reads but does not copy: they
  * must stay unchanged until zul_idx_close. `bytes` may be null only when `size` is 0. */
 ZUL_API zul_Status zul_idx_openBuffer(zul_idx_Index* index, const void* bytes, size_t size,

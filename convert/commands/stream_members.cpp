@@ -1,10 +1,5 @@
 #include "commands/stream_members.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -38,25 +33,6 @@ constexpr size_t kSignatureBytes = 3;
 
 }  // namespace
 
-StreamMembers::~StreamMembers() {
-    members_.clear();  // the indexes read the mapping until they close
-    if (mapped_) ::munmap(const_cast<unsigned char*>(mapped_), mappedBytes_);
-}
-
-bool StreamMembers::mapFile(const std::string& path) {
-    if (mapped_) return true;
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    struct stat info;
-    void* map = MAP_FAILED;
-    if (fd >= 0 && ::fstat(fd, &info) == 0 && info.st_size > 0)
-        map = ::mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
-    if (fd >= 0) ::close(fd);
-    if (map == MAP_FAILED) return false;
-    mapped_ = static_cast<const unsigned char*>(map);
-    mappedBytes_ = static_cast<size_t>(info.st_size);
-    return true;
-}
-
 zul_Status StreamMembers::open(const std::string& path, bool applyTransformation,
                                int64_t budgetMiB) {
     members_.push_back(std::make_unique<StreamMember>());
@@ -71,23 +47,18 @@ zul_Status StreamMembers::open(const std::string& path, bool applyTransformation
         // A wrong sync marker where the next chunk would begin, on the stream's budget.
         if (stop != zul_STATUS_CORRUPT_DATA || chunk != last.head.usableChunks) break;
         const uint64_t next = last.head.start + static_cast<uint64_t>(offset);
-        if (!mapFile(path)) {
-            // The next stream cannot be read: damage, named as such if it is one.
-            if (bytesAt(path, next, kSignatureBytes) != bytesAt(path, 0, kSignatureBytes)) break;
-            headDamage_ = zul_STATUS_READ_ERROR;
-            headDamageStart_ = next;
-            break;
-        }
         // Damage, or trailing bytes of something else (or a file that changed under the reading).
-        if (next + kSignatureBytes > mappedBytes_ ||
-            std::memcmp(mapped_ + next, mapped_, kSignatureBytes) != 0)
+        const std::string head = bytesAt(path, next, kSignatureBytes + 1);
+        if (head.size() < kSignatureBytes ||
+            head.compare(0, kSignatureBytes, bytesAt(path, 0, kSignatureBytes)) != 0)
             break;
+        const uint64_t fileEnd = last.head.start + last.head.fileBytes;
         last.head.fileBytes = next - last.head.start;
         headDamageStart_ = next;
         auto member = std::make_unique<StreamMember>();
         const zul_dec_Params params = {applyTransformation ? 1 : 0, {0, 0, 0, 0}};
-        zul_Status opened =
-            zul_idx_openBuffer(&member->index.index, mapped_ + next, mappedBytes_ - next, &params);
+        zul_Status opened = zul_idx_openFileAt(&member->index.index, path.c_str(),
+                                               static_cast<int64_t>(next), &params);
         if (opened == zul_STATUS_OK)
             opened = readHead(member->index.index, applyTransformation, budgetMiB, member->head);
         if (opened != zul_STATUS_OK) {
@@ -95,8 +66,8 @@ zul_Status StreamMembers::open(const std::string& path, bool applyTransformation
             break;
         }
         member->head.start = next;
-        member->head.fileBytes = mappedBytes_ - next;
-        member->head.version = mapped_[next + 3];
+        member->head.fileBytes = fileEnd - next;
+        member->head.version = static_cast<unsigned char>(head[kSignatureBytes]);
         members_.push_back(std::move(member));
     }
     return zul_STATUS_OK;

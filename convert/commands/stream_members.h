@@ -3,10 +3,7 @@
 // end of the file, or by the signature of the next stream, which the chunk index reports as a
 // wrong sync marker. Where that happens at the place of a sync marker and the bytes there begin
 // with the zul signature, a following stream begins; any other bytes are damage, as before. Each
-// stream gets its own chunk index: the first over the file by its name (a file of one stream is
-// read as ever), the others over a read-only mapping of the file from their first byte. The
-// mapping expects the file to keep its size while it is read, as the tool's inputs do (a copy of
-// standard input is the tool's own).
+// stream gets its own chunk index over the file, from the stream's first byte on.
 #pragma once
 
 #include <cstddef>
@@ -28,11 +25,6 @@ struct StreamMember {
 
 class StreamMembers {
 public:
-    StreamMembers() = default;
-    ~StreamMembers();
-    StreamMembers(const StreamMembers&) = delete;
-    StreamMembers& operator=(const StreamMembers&) = delete;
-
     // Opens the stream at the start of `path` as openIndex does and returns that status; then
     // every stream that follows, up to the first whose head is damaged (headDamage()).
     zul_Status open(const std::string& path, bool applyTransformation, int64_t budgetMiB);
@@ -48,13 +40,9 @@ public:
     uint64_t headDamageStart() const { return headDamageStart_; }
 
 private:
-    bool mapFile(const std::string& path);  // maps the whole file once; false if it cannot
-
     std::vector<std::unique_ptr<StreamMember>> members_;
     zul_Status headDamage_ = zul_STATUS_OK;
     uint64_t headDamageStart_ = 0;
-    const unsigned char* mapped_ = nullptr;  // the whole file, for the streams after the first
-    size_t mappedBytes_ = 0;
 };
 
 // Walks the chunks of every stream in turn as walkIndex walks one (`onChunk` gets the stream's

@@ -52,6 +52,11 @@ void mergeStreams(const StreamMembers& members, const std::string& input, bool a
         bool on = wholeStepsApart(own.step, 0, grid.step);
         for (int axis = 0; axis < 3 && on && own.exact && grid.exact; ++axis)
             on = wholeStepsApart(own.offset[axis], grid.offset[axis], grid.step);
+        // Formats of coordinates as numbers hold every grid: their digits are the finest step's.
+        if (!on && format != Format::Las) {
+            write.gridExact = false;
+            continue;
+        }
         if (!on) {
             const ZulFileHead& head = members[i].head;
             const ZulFileHead& fine = members[finest].head;

@@ -1,11 +1,8 @@
 // Reading: the chunk index of a file, box selection, and bulk decoding straight into numpy arrays
 // with the GIL released.
-#include <fcntl.h>
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -33,7 +30,7 @@ public:
     // With a budget of `budgetMiB` a chunk decoded: a chunk that claims more points ends the
     // list as damage would, before anything is allocated.
     // With `start`, over the stream that begins at that byte of the file (a later one of
-    // several one after another), read through a read-only mapping of the file.
+    // several one after another), read by offset as the first stream is.
     Index(const std::string& path, bool transform, int64_t budgetMiB,
           std::string bytes = std::string(), bool inMemory = false, int64_t start = 0)
         : path_(path), bytes_(std::move(bytes)), start_(start) {
@@ -41,17 +38,13 @@ public:
             throw py::value_error("path: a NUL character cannot be part of a file name");
         view_ = bytes_.data();
         viewBytes_ = bytes_.size();
-        if (start > 0) {
-            mapFrom(start);
-            inMemory = true;
-        }
         if (!zulbase::chunkBudgetValid(budgetMiB)) {
             throw py::value_error("chunk_budget: give 1 to " +
                                   std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");
         }
         const zul_dec_Params params = {transform ? 1 : 0, {0, 0, 0, 0}};
         zul_Status status = inMemory ? zul_idx_openBuffer(&index_, view_, viewBytes_, &params)
-                                     : zul_idx_openFile(&index_, path.c_str(), &params);
+                                     : zul_idx_openFileAt(&index_, path.c_str(), start, &params);
         if (status == zul_STATUS_OK && budgetMiB != zulbase::kDefaultChunkBudgetMiB)
             status = zul_idx_setChunkBudget(index_, budgetMiB << 20);
         if (status != zul_STATUS_OK) {
@@ -80,10 +73,7 @@ public:
             break;
         }
     }
-    ~Index() {
-        zul_idx_close(&index_);
-        if (mapped_) ::munmap(mapped_, mappedBytes_);
-    }
+    ~Index() { zul_idx_close(&index_); }
     Index(const Index&) = delete;
     Index& operator=(const Index&) = delete;
 
@@ -285,7 +275,8 @@ private:
             std::memcpy(bytes.data(), view_ + at, size);
         } else {
             std::ifstream in(path_, std::ios::binary);
-            if (!in.seekg(at) || !in.read(bytes.data(), static_cast<std::streamsize>(size)))
+            if (!in.seekg(start_ + at) ||
+                !in.read(bytes.data(), static_cast<std::streamsize>(size)))
                 return "";
         }
         return bytes;
@@ -301,26 +292,9 @@ private:
                int64_t{count[3]} << 24;
     }
 
-    // Maps the file and views it from `start`; a zul.Error naming the file if it cannot.
-    void mapFrom(int64_t start) {
-        const int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-        struct stat info;
-        void* map = MAP_FAILED;
-        if (fd >= 0 && ::fstat(fd, &info) == 0 && info.st_size > start)
-            map = ::mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
-        if (fd >= 0) ::close(fd);
-        if (map == MAP_FAILED) check(zul_STATUS_READ_ERROR, path_);
-        mapped_ = map;
-        mappedBytes_ = static_cast<size_t>(info.st_size);
-        view_ = static_cast<const char*>(map) + start;
-        viewBytes_ = mappedBytes_ - static_cast<size_t>(start);
-    }
-
     std::string path_;
     std::string bytes_;
-    int64_t start_ = 0;  // where the stream begins in the file
-    void* mapped_ = nullptr;
-    size_t mappedBytes_ = 0;
+    int64_t start_ = 0;           // where the stream begins in the file
     const char* view_ = nullptr;  // the stream's bytes, when read from memory
     size_t viewBytes_ = 0;
     int64_t budgetMiB_ = zulbase::kDefaultChunkBudgetMiB;

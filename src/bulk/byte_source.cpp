@@ -13,12 +13,14 @@ ByteSource::~ByteSource() {
     if (fd_ >= 0) ::close(fd_);
 }
 
-zul_Status ByteSource::openFile(const char* path) {
+zul_Status ByteSource::openFile(const char* path, int64_t start) {
     fd_ = ::open(path, O_RDONLY | O_CLOEXEC);
     if (fd_ < 0) return zul_STATUS_READ_ERROR;
     struct stat info;
     if (::fstat(fd_, &info) != 0 || !S_ISREG(info.st_mode)) return zul_STATUS_READ_ERROR;
-    size_ = static_cast<int64_t>(info.st_size);
+    if (start > static_cast<int64_t>(info.st_size)) return zul_STATUS_TRUNCATED;
+    start_ = start;
+    size_ = static_cast<int64_t>(info.st_size) - start;
     return zul_STATUS_OK;
 }
 
@@ -37,7 +39,7 @@ zul_Status ByteSource::read(int64_t offset, int64_t count, char* target) const {
     int64_t done = 0;
     while (done < count) {
         const ssize_t got = ::pread(fd_, target + done, static_cast<size_t>(count - done),
-                                    static_cast<off_t>(offset + done));
+                                    static_cast<off_t>(start_ + offset + done));
         if (got == 0) return zul_STATUS_TRUNCATED;
         if (got < 0) {
             if (errno == EINTR) continue;

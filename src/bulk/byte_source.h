@@ -16,8 +16,9 @@ public:
     ByteSource(const ByteSource&) = delete;
     ByteSource& operator=(const ByteSource&) = delete;
 
-    // Opens the file and notes its size: zul_STATUS_READ_ERROR if either fails.
-    zul_Status openFile(const char* path);
+    // Opens the file and notes its size from byte `start` on, where the bytes read begin:
+    // zul_STATUS_READ_ERROR if either fails, zul_STATUS_TRUNCATED if the file ends before `start`.
+    zul_Status openFile(const char* path, int64_t start = 0);
     void openBuffer(const void* bytes, size_t size);
 
     int64_t size() const { return size_; }
@@ -27,6 +28,7 @@ public:
 
 private:
     int fd_ = -1;
+    int64_t start_ = 0;
     const char* buffer_ = nullptr;
     int64_t size_ = 0;
 };

@@ -8,16 +8,16 @@
 namespace {
 
 zul_Status openIndex(zul_idx_Index* index, const zul_dec_Params* params, const char* path,
-                     const void* bytes, size_t size, bool fromFile) {
+                     int64_t start, const void* bytes, size_t size, bool fromFile) {
     if (!index) return zul_STATUS_INVALID_ARGUMENT;
     *index = nullptr;
     *index = new (std::nothrow) zul_idx_IndexStruct();
     if (!*index) return zul_STATUS_OUT_OF_MEMORY;
-    if (fromFile ? !path : (!bytes && size > 0)) return zul_STATUS_INVALID_ARGUMENT;
+    if (fromFile ? !path || start < 0 : (!bytes && size > 0)) return zul_STATUS_INVALID_ARGUMENT;
     if (params && params->applyTransformation != 0 && params->applyTransformation != 1)
         return zul_STATUS_INVALID_ARGUMENT;
     if (fromFile) {
-        const zul_Status status = (*index)->source.openFile(path);
+        const zul_Status status = (*index)->source.openFile(path, start);
         if (status != zul_STATUS_OK) return status;
     } else {
         (*index)->source.openBuffer(bytes, size);
@@ -39,12 +39,17 @@ extern "C" {
 
 ZUL_API zul_Status zul_idx_openFile(zul_idx_Index* index, const char* path,
                                     const zul_dec_Params* params) {
-    return openIndex(index, params, path, nullptr, 0, true);
+    return openIndex(index, params, path, 0, nullptr, 0, true);
+}
+
+ZUL_API zul_Status zul_idx_openFileAt(zul_idx_Index* index, const char* path, int64_t start,
+                                      const zul_dec_Params* params) {
+    return openIndex(index, params, path, start, nullptr, 0, true);
 }
 
 ZUL_API zul_Status zul_idx_openBuffer(zul_idx_Index* index, const void* bytes, size_t size,
                                       const zul_dec_Params* params) {
-    return openIndex(index, params, nullptr, bytes, size, false);
+    return openIndex(index, params, nullptr, 0, bytes, size, false);
 }
 
 ZUL_API zul_Status zul_idx_getDataType(zul_idx_Index index, zul_DataType* dataType,

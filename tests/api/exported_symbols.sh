@@ -51,7 +51,7 @@ required=(
     zul_out_close
     zul_in_open zul_in_open2 zul_in_open_w zul_in_open2_w zul_in_getNumPoints zul_in_readNextPoint
     zul_in_close
-    zul_idx_openFile zul_idx_openBuffer zul_idx_getDataType zul_idx_getCounts zul_idx_getChunk
+    zul_idx_openFile zul_idx_openFileAt zul_idx_openBuffer zul_idx_getDataType zul_idx_getCounts zul_idx_getChunk
     zul_idx_getDamage zul_idx_selectBox zul_idx_countPoints zul_idx_close
     zul_idx_setChunkBudget zul_idx_getStreamSizes
     zul_bulk_allocate zul_bulk_free zul_bulk_decode zul_bulk_decodeChunks zul_bulk_encodeFile

@@ -106,12 +106,17 @@ TEST_P(ChunkIndexTest, ListsChunksUpToTheFirstDamage) {
     GetParam().damage(bytes, offsets);
     writeFile(bad, bytes);
 
-    for (bool fromFile : {true, false}) {
-        SCOPED_TRACE(fromFile ? "file" : "buffer");
+    // The same stream behind 1000 other bytes, as a later one of several in a file.
+    const std::string behind = path("behind.zul");
+    writeFile(behind, std::string(1000, 'x') + bytes);
+    for (const char* source : {"file", "buffer", "file at 1000"}) {
+        SCOPED_TRACE(source);
+        const bool fromFile = source[0] == 'f';
         IndexHandle handle;
         const zul_Status opened =
-            fromFile ? zul_idx_openFile(&handle.index, bad.c_str(), nullptr)
-                     : zul_idx_openBuffer(&handle.index, bytes.data(), bytes.size(), nullptr);
+            source[4] == ' ' ? zul_idx_openFileAt(&handle.index, behind.c_str(), 1000, nullptr)
+            : fromFile       ? zul_idx_openFile(&handle.index, bad.c_str(), nullptr)
+                       : zul_idx_openBuffer(&handle.index, bytes.data(), bytes.size(), nullptr);
         ASSERT_EQ(opened, GetParam().open);
         int64_t chunks = -1, points = -1;
         if (opened != zul_STATUS_OK) {
@@ -213,7 +218,7 @@ TEST_F(BulkDecodeDamageTest, RefusesBadArguments) {
     small.numPoints = 999;
     zul_dec_Params params{};
     params.applyTransformation = 2;
-    IndexHandle badParams, nullPath;
+    IndexHandle badParams, nullPath, negativeStart, startPastEnd;
     const zul_Status ARG = zul_STATUS_INVALID_ARGUMENT, IS = zul_STATUS_INVALID_STATE;
     const struct {
         const char* name;
@@ -233,6 +238,11 @@ TEST_F(BulkDecodeDamageTest, RefusesBadArguments) {
         {"negative allocation", zul_bulk_allocate(handle.index, -1, &points), ARG},
         {"bad params", zul_idx_openFile(&badParams.index, file.c_str(), &params), ARG},
         {"null path", zul_idx_openFile(&nullPath.index, nullptr, nullptr), ARG},
+        {"negative start", zul_idx_openFileAt(&negativeStart.index, file.c_str(), -1, nullptr),
+         ARG},
+        {"start past the end",
+         zul_idx_openFileAt(&startPastEnd.index, file.c_str(), 1 << 30, nullptr),
+         zul_STATUS_TRUNCATED},
         {"encode to a null path", encode(nullptr, type, points, nullptr, 0, 1), ARG},
         {"encode an invalid type", encode(f, badType, points, nullptr, 0, 1), ARG},
         {"encode without colours", encode(f, type, noColors, nullptr, 0, 1), ARG},

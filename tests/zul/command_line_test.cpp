@@ -250,10 +250,14 @@ const CliCase kCases[] = {
     {"streams on grids that do not fit",
      "zul compress -q --step 0.002 {data}/bun0.pcd {d}/a.zul; zul compress -q --step 0.003 "
      "{data}/bun0.pcd {d}/b.zul; cat ab.zul a.zul b.zul",
-     "decompress {d}/ab.zul {d}/ab.xyz", 1,
+     "decompress {d}/ab.zul {d}/ab.las", 1,
      "ab.zul: stream 2 (byte 1604), of step 0.003, does not lie on the grid of stream 1 (byte 0), "
      "of step 0.002; one output holds one grid",
      "a.zul ab.zul b.zul"},
+    {"streams on other grids as numbers",
+     "zul compress -q --step 0.002 {data}/bun0.pcd {d}/a.zul; zul compress -q --step 0.003 "
+     "{data}/bun0.pcd {d}/b.zul; cat ab.zul a.zul b.zul",
+     "decompress {d}/ab.zul {d}/ab.xyz", 0, "(XYZ text): 794 points", "a.zul ab.xyz ab.zul b.zul"},
     {"second stream cut", TWICE "; cut bb.zul 10", "verify {d}/bb.zul", 1,
      "bb.zul: stream 2 (byte 1932), damaged at chunk 3 (byte 3420): 697 points in 7 chunks before "
      "it are intact; the file ends inside a chunk (truncated)",
