@@ -72,13 +72,16 @@ int runCompress(const CompressOptions& options) {
     const bool through = writesThrough(options.output);
     CompressOptions alone = options;
     if (through) alone.companion = "never";
-    CompanionRecorder companion(alone, format);
+    CompanionRecorder companion(alone, format, *reader, plan.reflection.scale);
     std::unique_ptr<OutputFile> companionOutput =
         through ? nullptr : openCompanionOutput(options, companion.active());
-    if (through && options.companion != "never" && format == Format::Las && !options.quiet) {
+    if (through && options.companion != "never" &&
+        (format == Format::Las || format == Format::Pcd || format == Format::Ply) &&
+        !options.quiet) {
         std::cerr << "zul: " << (options.output == "-" ? "standard output" : options.output)
-                  << " takes the stream alone: the companion that would keep the LAS header and "
-                     "the fields the stream lacks cannot go beside it\n";
+                  << " takes the stream alone: the companion that would keep the "
+                  << formatName(format)
+                  << " header and the fields the stream lacks cannot go beside it\n";
     }
     if (!zulplan::PlannedWriter::chunkValid(options.chunk)) {
         throw FormatError("--chunk " + std::to_string(options.chunk) + ": a chunk holds 1 to " +
