@@ -155,8 +155,9 @@ std::string layoutText(const RecordLayout& layout) {
     for (const RecordField& f : layout.fields) {
         text += f.name + " " + f.kind + " " + std::to_string(f.size) + " " +
                 std::to_string(f.count) + " " + std::to_string(f.offset) + " " +
-                std::to_string(static_cast<int>(f.role)) + "\n";
+                std::to_string(static_cast<int>(f.role)) + "; ";
     }
+    if (!text.empty()) text.resize(text.size() - 2);
     return text;
 }
 
@@ -165,7 +166,7 @@ bool parseLayoutText(const std::string& text, RecordLayout& layout) {
     std::string line;
     layout.fields.clear();
     layout.size = 0;
-    while (std::getline(in, line)) {
+    while (std::getline(in, line, ';')) {
         std::istringstream words(line);
         RecordField f;
         int role = 0;

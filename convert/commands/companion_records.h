@@ -31,8 +31,8 @@ struct RecordColumn {
 // unique with "#2", "#3" ...; throws FormatError for a name longer than the companion holds.
 std::vector<RecordColumn> recordColumns(const zulformats::RecordLayout& layout);
 
-// The layout as the companion's "fields" convention, a line a field ("name kind size count
-// offset role"), and back: false for a text that is not one.
+// The layout as the companion's "fields" convention, "name kind size count offset role" a field,
+// separated by "; ", and back: false for a text that is not one.
 std::string layoutText(const zulformats::RecordLayout& layout);
 bool parseLayoutText(const std::string& text, zulformats::RecordLayout& layout);
 
