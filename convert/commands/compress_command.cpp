@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <map>
+#include <utility>
 
 #include "base/worker_threads.h"
 #include "commands/chunk_batches.h"
@@ -134,6 +136,19 @@ int runCompress(const CompressOptions& options) {
     }
     tally.fieldsKept = companion.keepsFields();
     reportTally(options, *reader, tally);
+    if (options.report) {
+        CompressReport& report = *options.report;
+        if (companion.active())
+            report.kept =
+                companionPath(options.output) + " beside " + options.output + " keeps " + kept;
+        if (!tally.fieldsKept) report.dropped = reader->dropped();
+        if (tally.dropped > 0 && !tally.fieldsKept)
+            report.dropped.push_back(std::to_string(tally.dropped) +
+                                     " points with NaN or infinite coordinates");
+        const std::map<std::string, int64_t>& read = reader->changes();
+        for (const auto* changes : {&read, &std::as_const(tally.changes)})
+            report.changed.insert(report.changed.end(), changes->begin(), changes->end());
+    }
     if (!options.quiet) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

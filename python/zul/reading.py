@@ -5,6 +5,7 @@ import os
 import numpy as np
 
 from . import _zul
+from ._errors import Error
 from .cloud import Chunk, Cloud
 
 
@@ -58,12 +59,76 @@ def _inside(arrays, box):
     return {k: (v[keep] if v is not None else None) for k, v in arrays.items()}
 
 
-def _cloud(arrays, index):
+def _cloud(arrays, index, fields=None):
     return Cloud(arrays["positions"], arrays["colors"], arrays["reflections"],
-                 arrays["normals"], index.data_type(), index.sensor())
+                 arrays["normals"], index.data_type(), index.sensor(), fields or {})
 
 
-def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None):
+# Columns that say how to make the stream's own values exact (for a file written back), not
+# fields of the source.
+def _internal(name):
+    return name.endswith("_residual") or name in ("red_low", "green_low", "blue_low")
+
+
+# laspy's names of the sub-fields packed in a LAS record's bytes: (name, column, shift, bits),
+# for point formats 0 to 5 and 6 to 10.
+_LAS_BITS = {
+    False: [("return_number", "bit_fields", 0, 3), ("number_of_returns", "bit_fields", 3, 3),
+            ("scan_direction_flag", "bit_fields", 6, 1), ("edge_of_flight_line", "bit_fields", 7, 1),
+            ("classification", "raw_classification", 0, 5),
+            ("synthetic", "raw_classification", 5, 1), ("key_point", "raw_classification", 6, 1),
+            ("withheld", "raw_classification", 7, 1)],
+    True: [("return_number", "bit_fields", 0, 4), ("number_of_returns", "bit_fields", 4, 4),
+           ("synthetic", "classification_flags", 0, 1),
+           ("key_point", "classification_flags", 1, 1),
+           ("withheld", "classification_flags", 2, 1), ("overlap", "classification_flags", 3, 1),
+           ("scanner_channel", "classification_flags", 4, 2),
+           ("scan_direction_flag", "classification_flags", 6, 1),
+           ("edge_of_flight_line", "classification_flags", 7, 1)],
+}
+
+
+def _las_names(fields, format_text):
+    """Adds laspy's names of the sub-fields of a LAS file's record bytes."""
+    words = format_text.split()
+    if len(words) != 4 or words[0] != "las":
+        return
+    for name, column, shift, bits in _LAS_BITS[int(words[3]) >= 6]:
+        if column in fields:
+            fields[name] = (fields[column] >> shift) & ((1 << bits) - 1)
+
+
+def _companion(path):
+    """The companion beside the zul file at ``path``, or None."""
+    companion = _zul.companion_path(os.fspath(path))
+    if not os.path.isfile(companion):
+        return None
+    return _zul.Companion(companion, os.fspath(path))
+
+
+def _fields(companion, chosen):
+    """The companion's fields of the chunks ``chosen``, by their source names; a field of
+    several values a point ("name[0]", "name[1]" ...) as one array of n rows."""
+    fields = {}
+    groups = {}
+    for number, (name, _code, _width) in enumerate(companion.fields()):
+        if _internal(name):
+            continue
+        values = companion.column(chosen, number)
+        base, bracket, rest = name.partition("[")
+        if bracket and rest.endswith("]") and rest[:-1].isdigit():
+            groups.setdefault(base, []).append((int(rest[:-1]), values))
+        else:
+            fields[name] = values
+    for base, parts in groups.items():
+        if base not in fields:
+            fields[base] = np.stack([v for _k, v in sorted(parts, key=lambda p: p[0])], axis=1)
+    _las_names(fields, companion.conventions().get("format", ""))
+    return fields
+
+
+def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None,
+         keep_order=False):
     """Reads a zul file into a :class:`Cloud`.
 
     The chunks are decoded on ``threads`` threads (``None``: every core) straight into the
@@ -74,15 +139,38 @@ def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None):
     take decoded, in MiB (``None``: 256): a chunk that claims more points is refused, naming it
     and its count, before anything is allocated. Raises :class:`zul.Error` for a file that
     cannot be read or is damaged (naming the chunk where the damage starts).
+
+    With a companion beside the file (``NAME.zulx``), ``cloud.fields`` holds the fields the
+    stream lacks by their source names, as numpy arrays of their types: a PCD or PLY file's
+    fields (one of several values a point as n rows), a LAS file's by laspy's names
+    (``classification``, ``return_number``, ``gps_time`` ...); a companion of another stream
+    raises :class:`zul.Error`. ``keep_order=True`` returns the points in the input's order,
+    which the companion must keep (``zul compress --keep-order``, ``zul.write(...,
+    keep_order=True)``), else :class:`zul.Error`.
     """
     box = _box(bbox)
     index = _open(path, transform, chunk_budget)
     _raise_damage(index)
     chosen = index.select(box) if box is not None else None
+    companion = _companion(path)
+    if keep_order and (companion is None or not companion.has_order):
+        raise Error(f"{os.fspath(path)}: no companion keeps the input's order "
+                    "(compress with keep_order=True)")
     arrays = index.decode(chosen, _threads(threads))
+    fields = {}
+    if companion is not None:
+        numbers = list(chosen) if chosen is not None else list(range(index.num_chunks))
+        fields = _fields(companion, numbers)
+        if keep_order:
+            fields["__order__"] = companion.order(numbers)
+    arrays.update({("field", k): v for k, v in fields.items()})
     if box is not None:
         arrays = _inside(arrays, np.array(box))
-    return _cloud(arrays, index)
+    if keep_order:
+        rank = np.argsort(arrays[("field", "__order__")], kind="stable")
+        arrays = {k: (v[rank] if v is not None else None) for k, v in arrays.items()}
+    fields = {k[1]: v for k, v in arrays.items() if isinstance(k, tuple) and k[1] != "__order__"}
+    return _cloud(arrays, index, fields)
 
 
 def chunks(path, *, chunk_budget=None):
