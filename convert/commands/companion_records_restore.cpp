@@ -223,14 +223,18 @@ int restoreRecords(const DecompressOptions& options, Format format, zul_xin_Read
     }
     std::vector<unsigned char>().swap(data);
 
-    std::string headerPart(source, source + headerSize);
-    if (written != static_cast<uint64_t>(info.numPoints + rowCount)) {
-        headerPart = recountHeader(headerPart, format, written);
-        if (!options.quiet) {
-            std::cerr << "zul: " << options.output << " holds " << written << " of the "
-                      << info.numPoints + rowCount << " points; its header says so"
-                      << (format == Format::Pcd ? " (an unorganised cloud)" : "") << "\n";
-        }
+    const bool recount = written != static_cast<uint64_t>(info.numPoints + rowCount);
+    // --encoding writes another encoding of the format.
+    if (!options.encoding.empty()) layout.encoding = options.encoding;
+    const std::string headerPart =
+        recount || !options.encoding.empty()
+            ? rewriteHeader(std::string(source, source + headerSize), format,
+                            recount ? static_cast<int64_t>(written) : -1, options.encoding)
+            : std::string(source, source + headerSize);
+    if (recount && !options.quiet) {
+        std::cerr << "zul: " << options.output << " holds " << written << " of the "
+                  << info.numPoints + rowCount << " points; its header says so"
+                  << (format == Format::Pcd ? " (an unorganised cloud)" : "") << "\n";
     }
     OutputFile output(options.output, options.force);
     {

@@ -137,8 +137,10 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
     check(zul_xout_addConvention(writer, "intensity factor",
                                  shortestDecimal(intensityFactor_).c_str()),
           shown);
-    const std::string ownName = std::filesystem::path(options_.input).filename().string();
-    zul_xout_addConvention(writer, "name", ownName.c_str());  // a name it refuses is left out
+    // The input's own name (the user's, for a copy of standard input or a pipe); a name it
+    // refuses is left out.
+    const std::string ownName = std::filesystem::path(shownInput(options_)).filename().string();
+    zul_xout_addConvention(writer, "name", ownName.c_str());
     // The points the stream could not hold, whole, with their record numbers.
     std::vector<uint64_t> rowIndices;
     std::vector<unsigned char> rows;

@@ -262,8 +262,10 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     if (las.colorOffset > 0) {
         check(zul_xout_addConvention(writer, "colour scale", std::to_string(scale).c_str()), shown);
     }
-    const std::string ownName = std::filesystem::path(options_.input).filename().string();
-    zul_xout_addConvention(writer, "name", ownName.c_str());  // a name it refuses is left out
+    // The input's own name (the user's, for a copy of standard input or a pipe); a name it
+    // refuses is left out.
+    const std::string ownName = std::filesystem::path(shownInput(options_)).filename().string();
+    zul_xout_addConvention(writer, "name", ownName.c_str());
     check(zul_xout_bindStreamFile(writer, streamPath.c_str()), shown);
     std::vector<unsigned char> values;
     for (int64_t c = 0; c + 1 < static_cast<int64_t>(chunkStart.size()); ++c) {

@@ -139,7 +139,8 @@ public:
                                  field.size, whole_.data() + field.offset + field.size * k)) {
                     in_.fail("point " + std::to_string(next_ - 1) + ": field " +
                              printable(field.name) + " holds a value that is not a number of " +
-                             std::to_string(field.size) + " bytes of type " + field.type);
+                             std::to_string(field.size) + " bytes of type " + field.type +
+                             " (compress with --no-companion to leave the fields out)");
                 }
             }
         }

@@ -114,7 +114,8 @@ public:
             } else if (!line_.typed(k, property.kind, property.size, at)) {
                 in_.fail("vertex " + std::to_string(next_ - 1) + ": property " +
                          printable(property.name) +
-                         " holds a value that is not a number of its type");
+                         " holds a value that is not a number of its type (compress with "
+                         "--no-companion to leave the fields out)");
             }
         }
         return whole_.data();

@@ -64,7 +64,8 @@ void writeRecordData(ByteOutput& out, const std::string& path, Format format,
     }
 }
 
-std::string recountHeader(const std::string& header, Format format, uint64_t count) {
+std::string rewriteHeader(const std::string& header, Format format, int64_t count,
+                          const std::string& encoding) {
     std::istringstream in(header);
     std::string line, out;
     const std::string n = std::to_string(count);
@@ -74,12 +75,19 @@ std::string recountHeader(const std::string& header, Format format, uint64_t cou
         std::istringstream words(line);
         std::string first, second;
         words >> first >> second;
-        if (format == Format::Pcd && (first == "WIDTH" || first == "POINTS")) {
+        const bool recount = count >= 0;
+        if (recount && format == Format::Pcd && (first == "WIDTH" || first == "POINTS")) {
             line = first + " " + n;
-        } else if (format == Format::Pcd && first == "HEIGHT") {
+        } else if (recount && format == Format::Pcd && first == "HEIGHT") {
             line = "HEIGHT 1";
-        } else if (format == Format::Ply && first == "element" && second == "vertex") {
+        } else if (recount && format == Format::Ply && first == "element" && second == "vertex") {
             line = "element vertex " + n;
+        } else if (!encoding.empty() && format == Format::Pcd && first == "DATA") {
+            line = "DATA " + encoding;
+        } else if (!encoding.empty() && format == Format::Ply && first == "format") {
+            std::string version;
+            words >> version;
+            line = "format " + encoding + " " + version;
         }
         out += line + (cr ? "\r\n" : "\n");
     }

@@ -17,7 +17,9 @@ void writeRecordData(ByteOutput& out, const std::string& path, Format format,
                      const RecordLayout& layout, const unsigned char* records, uint64_t count);
 
 // The header text with its point counts set to `count` (a PCD file's WIDTH, HEIGHT 1 and POINTS,
-// a PLY file's vertex element), for an output of fewer points than the input had.
-std::string recountHeader(const std::string& header, Format format, uint64_t count);
+// a PLY file's vertex element) unless it is -1, for an output of fewer points than the input
+// had, and its encoding (a PCD file's DATA, a PLY file's format) set to `encoding` unless empty.
+std::string rewriteHeader(const std::string& header, Format format, int64_t count,
+                          const std::string& encoding);
 
 }  // namespace zulformats

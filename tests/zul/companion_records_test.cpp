@@ -337,6 +337,21 @@ TEST_F(CompanionSharedPcd, SharedFilesComeBackInTheirLayout) {
     }
 }
 
+// Another encoding of the format: the same records, the header saying so.
+TEST_F(CompanionSharedPcd, AnotherEncodingKeepsTheRecords) {
+    const std::string zul = path("c.zul");
+    const Records in = recordsOf(dataFile("colored_cloud.pcd"));
+    ASSERT_TRUE(toolSucceeds("compress -q " + dataFile("colored_cloud.pcd") + " " + zul));
+    for (const char* encoding : {"ascii", "binary_compressed"}) {
+        SCOPED_TRACE(encoding);
+        ASSERT_TRUE(toolSucceeds("decompress -q -f --encoding " + std::string(encoding) + " " +
+                                 zul + " " + path("c.pcd")));
+        expectSameRecords(in.records, recordsOf(path("c.pcd")).records, true);
+        EXPECT_NE(readBytes(path("c.pcd")).find("DATA " + std::string(encoding) + "\n"),
+                  std::string::npos);
+    }
+}
+
 // A box keeps the records of the points inside it, whole, and the header counts them.
 TEST_F(CompanionSharedPcd, BoxWritesWholeRecordsOfAnUnorganisedCloud) {
     const std::string zul = path("t.zul"), out = path("t.pcd");
