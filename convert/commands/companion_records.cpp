@@ -185,7 +185,8 @@ bool parseLayoutText(const std::string& text, RecordLayout& layout) {
         layout.size += static_cast<size_t>(f.size) * f.count;
         layout.fields.push_back(f);
     }
-    return !layout.fields.empty();
+    // A record is at most as wide as a row the companion holds (1 MiB).
+    return !layout.fields.empty() && layout.size <= (size_t{1} << 20);
 }
 
 void streamValue(const RecordField& field, const StreamPoint& point, double intensityFactor,
