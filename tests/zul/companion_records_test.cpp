@@ -352,19 +352,30 @@ TEST_F(CompanionSharedPcd, AnotherEncodingKeepsTheRecords) {
     }
 }
 
-// A box keeps the records of the points inside it, whole, and the header counts them.
-TEST_F(CompanionSharedPcd, BoxWritesWholeRecordsOfAnUnorganisedCloud) {
+// A box, or a salvage of a cut stream, keeps the records of the points it writes, whole, and the
+// header counts them.
+TEST_F(CompanionSharedPcd, PartsWriteWholeRecordsOfAnUnorganisedCloud) {
     const std::string zul = path("t.zul"), out = path("t.pcd");
     const std::string input = dataFile("table_scene_mug_stereo_textured.pcd");
-    ASSERT_TRUE(toolSucceeds("compress -q " + input + " " + zul));
-    ASSERT_TRUE(toolSucceeds("decompress -q --bbox -0.5,0,0,0.5,1,1 " + zul + " " + out));
-    std::vector<std::string> in = recordsOf(input).records, back = recordsOf(out).records;
+    ASSERT_TRUE(toolSucceeds("compress -q --chunk 5000 " + input + " " + zul));
+    std::vector<std::string> in = recordsOf(input).records;
     std::sort(in.begin(), in.end());
-    std::sort(back.begin(), back.end());
-    EXPECT_GT(back.size(), 0u);
-    EXPECT_LT(back.size(), in.size());
-    EXPECT_TRUE(std::includes(in.begin(), in.end(), back.begin(), back.end()));
-    EXPECT_NE(readBytes(out).find("HEIGHT 1\n"), std::string::npos);
+    for (const bool cut : {false, true}) {
+        SCOPED_TRACE(cut ? "salvage" : "box");
+        if (cut) writeBytes(zul, readBytes(zul).substr(0, readBytes(zul).size() / 2));
+        const ToolRun run =
+            runTool("decompress -q -f " +
+                    std::string(cut ? "--salvage " : "--bbox -0.5,0,0,0.5,1,1 ") + zul + " " + out);
+        ASSERT_EQ(run.exitCode, cut ? 1 : 0) << run.output;
+        std::vector<std::string> back = recordsOf(out).records;
+        std::sort(back.begin(), back.end());
+        EXPECT_GT(back.size(), 0u);
+        EXPECT_LT(back.size(), in.size());
+        EXPECT_TRUE(std::includes(in.begin(), in.end(), back.begin(), back.end()));
+        EXPECT_NE(readBytes(out).find("HEIGHT 1\nVIEWPOINT 0 0 0 0 1 0 0\nPOINTS " +
+                                      std::to_string(back.size()) + "\n"),
+                  std::string::npos);
+    }
 }
 
 }  // namespace
