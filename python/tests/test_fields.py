@@ -42,6 +42,10 @@ def test_written_fields_come_back_with_their_types_in_either_order(tmp_path, ord
                                   fields["f_f8"][np.argsort(fields["f_u8"], kind="stable")])
     box = zul.read(path, bbox=(0, 0, 0, 20, 20, 20))
     assert 0 < len(box) == len(box.fields["f_i2"]) < len(positions)
+    parts = list(zul.Reader(path, bbox=(0, 0, 0, 20, 20, 20)))
+    np.testing.assert_array_equal(np.concatenate([p.fields["f_i2"] for p in parts]),
+                                  box.fields["f_i2"])
+    assert zul.read(path, companion=False).fields == {}
 
 
 def test_write_refuses_fields_it_cannot_keep_and_removes_a_stale_companion(tmp_path):
@@ -59,6 +63,12 @@ def test_write_refuses_fields_it_cannot_keep_and_removes_a_stale_companion(tmp_p
     assert not (tmp_path / "a.zulx").exists()
     with pytest.raises(zul.Error, match="order"):
         zul.read(path, keep_order=True)
+    zul.write(path, positions, fields={"a": np.arange(4)})
+    zul.write(tmp_path / "b.zul", positions + 1, fields={"a": np.arange(4)})
+    (tmp_path / "b.zulx").replace(tmp_path / "a.zulx")  # another stream's companion
+    with pytest.raises(zul.Error, match="does not belong"):
+        zul.read(path)
+    assert len(zul.read(path, companion=False)) == 4
 
 
 def test_las_fields_by_laspy_names(tmp_path):

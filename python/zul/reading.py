@@ -128,7 +128,7 @@ def _fields(companion, chosen):
 
 
 def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None,
-         keep_order=False):
+         keep_order=False, companion=True):
     """Reads a zul file into a :class:`Cloud`.
 
     The chunks are decoded on ``threads`` threads (``None``: every core) straight into the
@@ -146,13 +146,13 @@ def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None,
     (``classification``, ``return_number``, ``gps_time`` ...); a companion of another stream
     raises :class:`zul.Error`. ``keep_order=True`` returns the points in the input's order,
     which the companion must keep (``zul compress --keep-order``, ``zul.write(...,
-    keep_order=True)``), else :class:`zul.Error`.
+    keep_order=True)``), else :class:`zul.Error`. ``companion=False`` reads the stream alone.
     """
     box = _box(bbox)
     index = _open(path, transform, chunk_budget)
     _raise_damage(index)
     chosen = index.select(box) if box is not None else None
-    companion = _companion(path)
+    companion = _companion(path) if companion else None
     if keep_order and (companion is None or not companion.has_order):
         raise Error(f"{os.fspath(path)}: no companion keeps the input's order "
                     "(compress with keep_order=True)")
@@ -195,12 +195,15 @@ class Reader:
     after every chunk before it was handed out; so does a chunk whose decoded size passes
     ``chunk_budget`` (MiB, ``None``: 256). With ``bbox`` (as :func:`read` takes it) only the
     chunks whose box meets it are decoded, and each part holds only the points inside it;
-    ``len`` and ``num_points`` then count the chunks chosen and the points they hold.
+    ``len`` and ``num_points`` then count the chunks chosen and the points they hold. Each
+    part's ``fields`` are a companion's fields of its points, in stored order (``companion=False``
+    reads the stream alone).
     """
 
-    def __init__(self, path, *, bbox=None, transform=True, chunk_budget=None):
+    def __init__(self, path, *, bbox=None, transform=True, chunk_budget=None, companion=True):
         self._box = _box(bbox)
         self._index = _open(path, transform, chunk_budget)
+        self._companion = _companion(path) if companion else None
         self.data_type = self._index.data_type()
         self.sensor = self._index.sensor()
         self._chosen = (self._index.select(self._box) if self._box is not None
@@ -220,7 +223,11 @@ class Reader:
     def __iter__(self):
         for i in self._chosen:
             arrays = self._index.decode([i], 1)
+            if self._companion is not None:
+                fields = _fields(self._companion, [i])
+                arrays.update({("field", k): v for k, v in fields.items()})
             if self._box is not None:
                 arrays = _inside(arrays, np.array(self._box))
-            yield _cloud(arrays, self._index)
+            fields = {k[1]: v for k, v in arrays.items() if isinstance(k, tuple)}
+            yield _cloud(arrays, self._index, fields)
         _raise_damage(self._index)
