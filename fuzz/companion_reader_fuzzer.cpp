@@ -1,7 +1,7 @@
 // The companion reader on any bytes, from a buffer, from a file and from its head alone. The three
-// must agree on every status and value; every column and the order of every chunk are read (up to
-// the budget of values), and a failed read is a status about the data, never a crash. The same
-// bytes go through the one-blob unpacker, whose parts must lie inside them.
+// must agree on every status and value; every column and the order of every chunk, and the rows,
+// are read (up to the budget of values), and a failed read is a status about the data, never a
+// crash. The same bytes go through the one-blob unpacker, whose parts must lie inside them.
 #include <cstring>
 #include <vector>
 
@@ -107,6 +107,26 @@ void checkCompanion(const uint8_t* data, size_t size) {
         const char *key = nullptr, *value = nullptr;
         FUZZ_CHECK(zul_xin_getConvention(memory.value, i, &key, &value) == zul_STATUS_OK);
         FUZZ_CHECK(key[0] != 0);
+    }
+    // The rows: read into buffers of their declared size (within the budget), the same from the
+    // file; their numbers ascend.
+    int64_t rows = 0;
+    int32_t width = 0;
+    FUZZ_CHECK(zul_xin_getRowInfo(memory.value, &rows, &width) == zul_STATUS_OK);
+    FUZZ_CHECK(rows == 0 || (width >= 1 && width <= (1 << 20)));
+    if (rows > 0 && rows * (8 + int64_t{width}) <= kColumnBudget) {
+        std::vector<uint64_t> indices(static_cast<size_t>(rows)), again(indices.size());
+        std::vector<uint8_t> bytes(static_cast<size_t>(rows * width)), same(bytes.size());
+        const zul_Status status =
+            zul_xin_readRows(memory.value, indices.data(), bytes.data(), rows);
+        FUZZ_CHECK(status == zul_STATUS_OK || status == zul_STATUS_CORRUPT_DATA);
+        FUZZ_CHECK(zul_xin_readRows(file.value, again.data(), same.data(), rows) == status);
+        if (status == zul_STATUS_OK) {
+            FUZZ_CHECK(indices == again && bytes == same);
+            for (size_t i = 1; i < indices.size(); ++i) FUZZ_CHECK(indices[i] > indices[i - 1]);
+        }
+        FUZZ_CHECK(zul_xin_readRows(memory.value, indices.data(), bytes.data(), rows - 1) ==
+                   zul_STATUS_INVALID_ARGUMENT);
     }
 }
 

@@ -106,7 +106,8 @@ void writeStream(const fs::path& path, const Seed& seed) {
 }
 
 // A companion of the stream file `stream`: `numFields` columns of the types in turn (values from
-// `random`, some rising, some constant), the order when asked, and metadata.
+// `random`, some rising, some constant), the order when asked (and then, of more than three
+// fields, rows), and metadata.
 std::vector<uint8_t> companionOf(const fs::path& stream, int numFields, bool withOrder,
                                  std::mt19937& random) {
     zul_xout_Writer writer = nullptr;
@@ -122,6 +123,11 @@ std::vector<uint8_t> companionOf(const fs::path& stream, int numFields, bool wit
          zul_xout_setSource(writer, zul_SOURCE_PLY, source, sizeof source - 1) == zul_STATUS_OK;
     ok = ok && zul_xout_setFormat(writer, "ply") == zul_STATUS_OK;
     ok = ok && zul_xout_addConvention(writer, "colour scale", "257") == zul_STATUS_OK;
+    if (withOrder && numFields > 3) {  // rows the stream lacks: a companion of version 2
+        const uint64_t rows[3] = {2, 3, 40};
+        const uint8_t bytes[21] = {1, 2, 3, 4, 5, 6, 7, 1, 2, 3, 4, 5, 6, 7, 9, 9, 9, 9, 9, 9, 9};
+        ok = ok && zul_xout_setRows(writer, rows, bytes, 3, 7) == zul_STATUS_OK;
+    }
     ok = ok && zul_xout_bindStreamFile(writer, stream.c_str()) == zul_STATUS_OK;
     zul_idx_Index index = nullptr;
     ok = ok && zul_idx_openFile(&index, stream.c_str(), nullptr) == zul_STATUS_OK;

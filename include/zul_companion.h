@@ -160,6 +160,15 @@ ZUL_API zul_Status zul_xout_setFormat(zul_xout_Writer writer, const char* format
 ZUL_API zul_Status zul_xout_addConvention(zul_xout_Writer writer, const char* key,
                                           const char* value);
 
+/* Sets the rows the stream lacks (points it could not hold, e.g. with NaN coordinates): `count`
+ * rows of `width` bytes at `rows`, the i-th the input's record number `indices[i]` (strictly
+ * ascending); copied and coded at once. A count of 0 removes them. A companion with rows is of
+ * version 2. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null writer, null arrays
+ * with a positive count, a count above 2^40, a width outside 1 .. 2^20 or indices not ascending;
+ * zul_STATUS_INVALID_STATE after zul_xout_finish. */
+ZUL_API zul_Status zul_xout_setRows(zul_xout_Writer writer, const uint64_t* indices,
+                                    const void* rows, int64_t count, int32_t width);
+
 /* Binds the companion to the stream of `size` bytes at `bytes`: reads its sync marker, lists its
  * chunks with zul_idx_openBuffer and checksums each. Returns zul_STATUS_OK; a status of
  * zul_idx_openBuffer for a stream it refuses, or the status of its first damaged chunk (no
@@ -306,6 +315,18 @@ ZUL_API zul_Status zul_xin_getConventionCount(zul_xin_Reader reader, int32_t* co
  * zul_xin_getSource; zul_STATUS_INVALID_ARGUMENT also for a number out of range. Any thread. */
 ZUL_API zul_Status zul_xin_getConvention(zul_xin_Reader reader, int32_t i, const char** key,
                                          const char** value);
+
+/* The rows the stream lacks (zul_xout_setRows): their number (0 without) and bytes a row. Returns
+ * zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null argument; zul_STATUS_INVALID_STATE for a
+ * reader not open or opened on the head alone. */
+ZUL_API zul_Status zul_xin_getRowInfo(zul_xin_Reader reader, int64_t* count, int32_t* width);
+
+/* Decodes the rows the stream lacks into `indices` (their record numbers, ascending) and `rows`
+ * (count times width bytes), both of room for `capacity` rows. Returns zul_STATUS_OK;
+ * zul_STATUS_INVALID_ARGUMENT for a null argument or a capacity below the count;
+ * zul_STATUS_CORRUPT_DATA for damaged rows; zul_STATUS_INVALID_STATE as zul_xin_getRowInfo. */
+ZUL_API zul_Status zul_xin_readRows(zul_xin_Reader reader, uint64_t* indices, void* rows,
+                                    int64_t capacity);
 
 /* Reads column `field` of chunk `chunk` into `values`, room for `capacity` values of the field's
  * width: the chunk's point count of them, in stored order. Reads and checks that chunk's block

@@ -4,11 +4,20 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/limits.h"
 
 namespace zulconvert {
+
+// What compress kept beside the stream, left out and changed, for a caller that reports it its
+// own way (Python).
+struct CompressReport {
+    std::string kept;                  // "NAME.zulx keeps ...", or empty without a companion
+    std::vector<std::string> dropped;  // what the output lacks, named for the user
+    std::vector<std::pair<std::string, int64_t>> changed;  // kinds of change, with their counts
+};
 
 struct CompressOptions {
     std::string input, output;
@@ -36,6 +45,7 @@ struct CompressOptions {
     bool keepOrder = false;          // the companion keeps the input's order
     // The sync marker from the system's randomness, not from the points.
     bool randomMarker = false;
+    CompressReport* report = nullptr;  // filled at the end when set
 };
 
 struct DecompressOptions {

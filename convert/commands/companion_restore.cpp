@@ -13,6 +13,7 @@
 #include "commands/chunk_batches.h"
 #include "commands/chunk_walk.h"
 #include "commands/companion_las.h"
+#include "commands/companion_records.h"
 #include "commands/companion_report.h"
 #include "commands/companion_write.h"
 #include "commands/output_file.h"
@@ -114,12 +115,22 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     zul_xin_getSource(guard.reader, &kind, &sourceBytes, &sourceSize);
     zul_CompanionInfo info = {};
     zul_xin_getInfo(guard.reader, &info);
+    const bool ownRecords = (kind == zul_SOURCE_PCD && format == Format::Pcd) ||
+                            (kind == zul_SOURCE_PLY && format == Format::Ply);
+    if (ownRecords && !options.noTransform) {
+        exitCode = restoreRecords(options, format, guard.reader, path);
+        return true;
+    }
     if (kind != zul_SOURCE_LAS || format != Format::Las || options.noTransform) {
         if (info.numFields > 0 && !options.quiet) {
             std::cerr << "zul: the " << info.numFields << " fields that " << path
                       << " keeps are left out of " << options.output
                       << (options.noTransform ? " (--no-transform)" : "")
-                      << "; they come back in a LAS output\n";
+                      << "; they come back in a "
+                      << (kind == zul_SOURCE_PCD   ? "PCD"
+                          : kind == zul_SOURCE_PLY ? "PLY"
+                                                   : "LAS")
+                      << " output\n";
         }
         return false;
     }

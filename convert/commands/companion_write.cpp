@@ -14,6 +14,7 @@
 #include "commands/chunk_batches.h"
 #include "commands/chunk_walk.h"
 #include "commands/companion_las.h"
+#include "commands/companion_match.h"
 #include "formats/byte_input.h"
 #include "zul_companion.h"
 
@@ -78,50 +79,6 @@ private:
     size_t size_ = 0;
 };
 
-// Input points by grid point: each stored point takes the first input point of its grid point
-// not yet taken (points on one grid point are interchangeable: each keeps its own fields).
-class PointMatcher {
-public:
-    PointMatcher(const std::vector<int64_t>& keys, const std::vector<uint8_t>& kept) : keys_(keys) {
-        for (size_t i = 0; i < kept.size(); ++i) {
-            if (kept[i]) sorted_.push_back(i);
-        }
-        std::sort(sorted_.begin(), sorted_.end(), [&](uint64_t a, uint64_t b) {
-            return std::lexicographical_compare(&keys_[3 * a], &keys_[3 * a + 3], &keys_[3 * b],
-                                                &keys_[3 * b + 3]) ||
-                   (std::equal(&keys_[3 * a], &keys_[3 * a + 3], &keys_[3 * b]) && a < b);
-        });
-    }
-
-    // The input point at grid point `g` (or, failing that, at a neighbouring one: a position
-    // halfway between two grid points may round either way); -1 when none is left.
-    int64_t take(const int64_t g[3]) {
-        int64_t found = takeAt(g);
-        for (int d = 0; found < 0 && d < 27; ++d) {
-            const int64_t n[3] = {g[0] + d % 3 - 1, g[1] + (d / 3) % 3 - 1, g[2] + d / 9 - 1};
-            found = takeAt(n);
-        }
-        return found;
-    }
-
-private:
-    int64_t takeAt(const int64_t g[3]) {
-        const auto less = [&](uint64_t a, const int64_t* key) {
-            return std::lexicographical_compare(&keys_[3 * a], &keys_[3 * a + 3], key, key + 3);
-        };
-        const size_t start = static_cast<size_t>(
-            std::lower_bound(sorted_.begin(), sorted_.end(), g, less) - sorted_.begin());
-        if (start == sorted_.size() || !std::equal(g, g + 3, &keys_[3 * sorted_[start]])) return -1;
-        size_t& next = taken_.try_emplace(start, start).first->second;
-        if (next == sorted_.size() || !std::equal(g, g + 3, &keys_[3 * sorted_[next]])) return -1;
-        return static_cast<int64_t>(sorted_[next++]);
-    }
-
-    const std::vector<int64_t>& keys_;
-    std::vector<uint64_t> sorted_;
-    std::unordered_map<size_t, size_t> taken_;  // first point of a grid point -> next untaken
-};
-
 void check(zul_Status status, const std::string& companion) {
     if (status != zul_STATUS_OK) {
         throw FormatError(companion + ": the companion cannot be written (" +
@@ -131,20 +88,30 @@ void check(zul_Status status, const std::string& companion) {
 
 }  // namespace
 
-CompanionRecorder::CompanionRecorder(const CompressOptions& options, Format format)
-    : options_(options), format_(format) {
-    // A LAS file's records are read again once the stream is written: an input that cannot be
-    // read twice (a pipe) gets no fields.
-    lasFields_ = format == Format::Las && std::filesystem::is_regular_file(options.input);
-    active_ = options.companion == "always" || (options.companion != "never" && lasFields_);
+CompanionRecorder::CompanionRecorder(const CompressOptions& options, Format format,
+                                     const CloudReader& reader, double intensityFactor)
+    : options_(options), format_(format), reader_(reader), intensityFactor_(intensityFactor) {
+    // A LAS file's records, a PCD or PLY file's header, are read again once the stream is
+    // written: an input that cannot be read twice (a pipe) gets no fields.
+    const bool regular = std::filesystem::is_regular_file(options.input);
+    lasFields_ = format == Format::Las && regular;
+    recordFields_ =
+        (format == Format::Pcd || format == Format::Ply) && regular && reader.records() != nullptr;
+    active_ = options.companion == "always" ||
+              (options.companion != "never" && (lasFields_ || recordFields_));
     if (options.output == "-") active_ = false;  // standard output has no file beside it
-    keepOrder_ = options.keepOrder;
+    // An organised cloud's order is its layout: it is kept.
+    keepOrder_ = options.keepOrder || (recordFields_ && reader.records()->height > 1);
 }
 
 CompanionRecorder::~CompanionRecorder() = default;
 
 void CompanionRecorder::add(const zul_Point& prepared, bool kept) {
-    if (!active_ || !lasFields_) return;
+    if (!active_ || !(lasFields_ || recordFields_)) return;
+    if (recordFields_) {
+        const unsigned char* record = reader_.record();
+        records_.insert(records_.end(), record, record + reader_.records()->size);
+    }
     for (int axis = 0; axis < 3; ++axis) {
         keys_.push_back(kept ? std::llround(prepared.position[axis]) : 0);
     }
@@ -154,6 +121,7 @@ void CompanionRecorder::add(const zul_Point& prepared, bool kept) {
 std::string CompanionRecorder::finish(const std::string& streamPath,
                                       const std::string& companionPath, int threads) {
     if (lasFields_) return writeLas(streamPath, companionPath, threads);
+    if (recordFields_) return writeRecords(streamPath, companionPath, threads);
     // Any other input: the binding alone, for its checksums and chunk index.
     const std::string shown = zulconvert::companionPath(options_.output);
     zul_xout_Writer writer = nullptr;
@@ -294,8 +262,10 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     if (las.colorOffset > 0) {
         check(zul_xout_addConvention(writer, "colour scale", std::to_string(scale).c_str()), shown);
     }
-    const std::string ownName = std::filesystem::path(options_.input).filename().string();
-    zul_xout_addConvention(writer, "name", ownName.c_str());  // a name it refuses is left out
+    // The input's own name (the user's, for a copy of standard input or a pipe); a name it
+    // refuses is left out.
+    const std::string ownName = std::filesystem::path(shownInput(options_)).filename().string();
+    zul_xout_addConvention(writer, "name", ownName.c_str());
     check(zul_xout_bindStreamFile(writer, streamPath.c_str()), shown);
     std::vector<unsigned char> values;
     for (int64_t c = 0; c + 1 < static_cast<int64_t>(chunkStart.size()); ++c) {

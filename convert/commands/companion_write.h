@@ -26,14 +26,19 @@ std::unique_ptr<OutputFile> openCompanionOutput(const CompressOptions& options, 
 
 class CompanionRecorder {
 public:
-    // Active when the options and the input call for a companion: --companion always, LAS inputs
-    // by default (their header and the fields of their records), --no-companion never.
-    CompanionRecorder(const CompressOptions& options, zulformats::Format format);
+    // Active when the options and the input call for a companion: --companion always, LAS, PCD
+    // and PLY files by default (their header and the fields of their records), --no-companion
+    // never. `reader` hands out the records of a PCD or PLY file; `intensityFactor` is what the
+    // stream's reflection is the input's intensity times.
+    CompanionRecorder(const CompressOptions& options, zulformats::Format format,
+                      const zulformats::CloudReader& reader, double intensityFactor);
     ~CompanionRecorder();
     bool active() const { return active_; }
     // Whether the companion keeps the input's header and fields (a LAS file), not only the
     // stream's checksums and index.
-    bool keepsFields() const { return active_ && lasFields_; }
+    bool keepsFields() const { return active_ && (lasFields_ || recordFields_); }
+    // Whether the companion keeps the input's order (--keep-order, or an organised PCD).
+    bool keepsOrder() const { return active_ && keepOrder_; }
 
     // The next point read from the input, as it went into the stream (`kept`), or dropped.
     void add(const zul_Point& prepared, bool kept);
@@ -45,6 +50,8 @@ public:
                        int threads);
 
 private:
+    std::string writeRecords(const std::string& streamPath, const std::string& companionPath,
+                             int threads);
     std::string writeLas(const std::string& streamPath, const std::string& companionPath,
                          int threads);
 
@@ -53,7 +60,11 @@ private:
     bool active_ = false;
     bool keepOrder_ = false;
     bool lasFields_ = false;     // a LAS file that can be read again
-    std::vector<int64_t> keys_;  // three grid coordinates a point read
+    bool recordFields_ = false;  // a PCD or PLY file whose reader hands out its records
+    const zulformats::CloudReader& reader_;
+    double intensityFactor_ = 1;
+    std::vector<unsigned char> records_;  // every record read, in the input's order
+    std::vector<int64_t> keys_;           // three grid coordinates a point read
     std::vector<uint8_t> kept_;
 };
 

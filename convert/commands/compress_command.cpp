@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <map>
+#include <utility>
 
 #include "base/worker_threads.h"
 #include "commands/chunk_batches.h"
@@ -72,13 +74,16 @@ int runCompress(const CompressOptions& options) {
     const bool through = writesThrough(options.output);
     CompressOptions alone = options;
     if (through) alone.companion = "never";
-    CompanionRecorder companion(alone, format);
+    CompanionRecorder companion(alone, format, *reader, plan.reflection.scale);
     std::unique_ptr<OutputFile> companionOutput =
         through ? nullptr : openCompanionOutput(options, companion.active());
-    if (through && options.companion != "never" && format == Format::Las && !options.quiet) {
+    if (through && options.companion != "never" &&
+        (format == Format::Las || format == Format::Pcd || format == Format::Ply) &&
+        !options.quiet) {
         std::cerr << "zul: " << (options.output == "-" ? "standard output" : options.output)
-                  << " takes the stream alone: the companion that would keep the LAS header and "
-                     "the fields the stream lacks cannot go beside it\n";
+                  << " takes the stream alone: the companion that would keep the "
+                  << formatName(format)
+                  << " header and the fields the stream lacks cannot go beside it\n";
     }
     if (!zulplan::PlannedWriter::chunkValid(options.chunk)) {
         throw FormatError("--chunk " + std::to_string(options.chunk) + ": a chunk holds 1 to " +
@@ -131,6 +136,19 @@ int runCompress(const CompressOptions& options) {
     }
     tally.fieldsKept = companion.keepsFields();
     reportTally(options, *reader, tally);
+    if (options.report) {
+        CompressReport& report = *options.report;
+        if (companion.active())
+            report.kept =
+                companionPath(options.output) + " beside " + options.output + " keeps " + kept;
+        if (!tally.fieldsKept) report.dropped = reader->dropped();
+        if (tally.dropped > 0 && !tally.fieldsKept)
+            report.dropped.push_back(std::to_string(tally.dropped) +
+                                     " points with NaN or infinite coordinates");
+        const std::map<std::string, int64_t>& read = reader->changes();
+        for (const auto* changes : {&read, &std::as_const(tally.changes)})
+            report.changed.insert(report.changed.end(), changes->begin(), changes->end());
+    }
     if (!options.quiet) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -281,7 +281,11 @@ void reportTally(const CompressOptions& options, const CloudReader& reader,
                  std::to_string(colorScale) +
                  "` writes them back so (a LAS output's colour is otherwise times 257)");
     }
-    if (tally.dropped > 0) {
+    if (tally.dropped > 0 && tally.fieldsKept) {
+        note(options, std::to_string(tally.dropped) + " of " + std::to_string(tally.read) +
+                          " points with NaN or infinite coordinates are not in the stream (a zul "
+                          "file cannot hold them); the companion keeps them");
+    } else if (tally.dropped > 0) {
         note(options, "dropped " + std::to_string(tally.dropped) + " of " +
                           std::to_string(tally.read) +
                           " points with NaN or infinite coordinates (a zul file cannot hold them)");

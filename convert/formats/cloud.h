@@ -72,6 +72,32 @@ struct CloudLayout {
     std::string crs, crsProblem;
 };
 
+// What the stream holds of a field of a record (a PCD field, a PLY property): none, a coordinate,
+// the packed 0x00RRGGBB word, a colour channel, the intensity or a normal's component.
+enum class FieldRole { None, X, Y, Z, PackedColor, Red, Green, Blue, Intensity, NX, NY, NZ };
+
+// A field of the records a reader hands out whole: its name, kind ('u' unsigned, 'i' signed, 'f'
+// floating point), bytes a value, values a point and byte offset in the record.
+struct RecordField {
+    std::string name;
+    char kind = 'f';
+    int size = 4;
+    int count = 1;
+    size_t offset = 0;
+    FieldRole role = FieldRole::None;
+};
+
+// The records of a file whose every field comes back (PCD, PLY): each point's fields in the
+// file's order, every value little-endian, `size` bytes a record. The file's bytes before the
+// first record (its header) are [0, dataBegin); those after the last from dataEnd() on.
+struct RecordLayout {
+    std::vector<RecordField> fields;
+    size_t size = 0;
+    std::string encoding;  // "ascii", "binary", "binary_compressed", "binary_little_endian", ...
+    uint64_t dataBegin = 0;
+    uint64_t width = 0, height = 1;  // a PCD's organised layout (height above 1)
+};
+
 class CloudReader {
 public:
     virtual ~CloudReader() = default;
@@ -94,6 +120,12 @@ public:
     // they are), 256 (in the high byte, the low byte 0), 257 (the byte in both), 65536 (16-bit
     // colour, whose low byte a zul stream has no place for); 0 for a format of 8-bit colour.
     virtual int colorScale() const { return 0; }
+    // The layout of the records of a format whose every field can be kept, or null.
+    virtual const RecordLayout* records() const { return nullptr; }
+    // The record of the point last read (records()), all its fields little-endian.
+    virtual const unsigned char* record() const { return nullptr; }
+    // Where the records end in the file, once the last point was read.
+    virtual uint64_t dataEnd() const { return fileSize(); }
     // Bytes of the file consumed so far, and the file's size, for progress.
     virtual uint64_t bytesRead() const = 0;
     virtual uint64_t fileSize() const = 0;

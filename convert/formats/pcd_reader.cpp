@@ -5,8 +5,10 @@
 #include <lzf.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "formats/byte_input.h"
@@ -60,6 +62,7 @@ class PcdReader : public CloudReader {
 public:
     explicit PcdReader(const std::string& path) : in_(path) {
         header_ = readPcdHeader(in_);
+        records_.dataBegin = in_.position();
         x_ = header_.find("x");
         y_ = header_.find("y");
         z_ = header_.find("z");
@@ -79,6 +82,7 @@ public:
             normal_[0] != nullptr && normal_[1] != nullptr && normal_[2] != nullptr;
         layout_.pointCount = static_cast<int64_t>(header_.points);
         nameDropped();
+        describeRecords();
         const uint64_t left = in_.size() - in_.position();
         if (header_.data == PcdData::Binary) {
             if (header_.points > left / header_.recordSize) {
@@ -117,8 +121,58 @@ public:
 
     uint64_t bytesRead() const override { return in_.position(); }
     uint64_t fileSize() const override { return in_.size(); }
+    const RecordLayout* records() const override { return &records_; }
+
+    const unsigned char* record() const override {
+        if (header_.data == PcdData::Binary) return record_.data();
+        whole_.resize(header_.recordSize);
+        for (const PcdField& field : header_.fields) {
+            if (header_.data == PcdData::BinaryCompressed) {
+                const size_t width = static_cast<size_t>(field.size) * field.count;
+                std::memcpy(whole_.data() + field.offset,
+                            block_.data() + field.offset * header_.points + (next_ - 1) * width,
+                            width);
+                continue;
+            }
+            for (int k = 0; k < field.count; ++k) {
+                if (!line_.typed(field.column + k, static_cast<char>(std::tolower(field.type)),
+                                 field.size, whole_.data() + field.offset + field.size * k)) {
+                    in_.fail("point " + std::to_string(next_ - 1) + ": field " +
+                             printable(field.name) + " holds a value that is not a number of " +
+                             std::to_string(field.size) + " bytes of type " + field.type +
+                             " (compress with --no-companion to leave the fields out)");
+                }
+            }
+        }
+        return whole_.data();
+    }
 
 private:
+    void describeRecords() {
+        static const std::pair<const char*, FieldRole> kRoles[] = {
+            {"x", FieldRole::X},         {"y", FieldRole::Y},         {"z", FieldRole::Z},
+            {"normal_x", FieldRole::NX}, {"normal_y", FieldRole::NY}, {"normal_z", FieldRole::NZ}};
+        for (const PcdField& field : header_.fields) {
+            RecordField f{field.name,   static_cast<char>(std::tolower(field.type)),
+                          field.size,   field.count,
+                          field.offset, FieldRole::None};
+            for (const auto& [name, role] : kRoles) {
+                if (field.name == name && (role < FieldRole::NX || layout_.hasNormals))
+                    f.role = role;
+            }
+            if (&field == rgb_) f.role = FieldRole::PackedColor;
+            if (&field == intensityField_) f.role = FieldRole::Intensity;
+            if (field.count != 1) f.role = FieldRole::None;
+            records_.fields.push_back(f);
+        }
+        records_.size = header_.recordSize;
+        records_.encoding = header_.data == PcdData::Ascii    ? "ascii"
+                            : header_.data == PcdData::Binary ? "binary"
+                                                              : "binary_compressed";
+        records_.width = header_.width;
+        records_.height = header_.height;
+    }
+
     void nameDropped() {
         static const char* const kRead[] = {"x",         "y",        "z",        "rgb",     "rgba",
                                             "intensity", "normal_x", "normal_y", "normal_z"};
@@ -211,6 +265,8 @@ private:
     std::vector<unsigned char> record_;
     std::vector<unsigned char> block_;
     TextLine line_{" \t"};
+    RecordLayout records_;
+    mutable std::vector<unsigned char> whole_;
 };
 
 }  // namespace

@@ -4,12 +4,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "formats/byte_input.h"
 #include "formats/cloud.h"
 #include "formats/ply_header.h"
 #include "formats/text_line.h"
+#include "formats/typed_values.h"
 
 namespace zulformats {
 
@@ -26,6 +28,7 @@ public:
         }
         if (index == header_.elements.size()) in_.fail("the PLY file has no vertex element");
         vertex_ = header_.elements[index];
+        records_.dataBegin = in_.position();
         if (vertex_.hasList) in_.fail("PLY vertices with list properties are not supported");
         const char* axes[3] = {"x", "y", "z"};
         const char* colors[3] = {"red", "green", "blue"};
@@ -63,6 +66,7 @@ public:
                                           printable(element.name) + " elements");
             }
         }
+        describeRecords();
         if (header_.encoding != PlyEncoding::Ascii) {
             if (vertex_.recordSize == 0 ||
                 vertex_.count > (in_.size() - in_.position()) / vertex_.recordSize) {
@@ -89,13 +93,56 @@ public:
         }
         if (intensityProperty_ != nullptr) intensity_ = value(*intensityProperty_);
         ++next_;
+        if (next_ == vertex_.count) dataEnd_ = in_.position();
         return true;
     }
 
     uint64_t bytesRead() const override { return in_.position(); }
     uint64_t fileSize() const override { return in_.size(); }
+    const RecordLayout* records() const override { return &records_; }
+    uint64_t dataEnd() const override { return vertex_.count == 0 ? records_.dataBegin : dataEnd_; }
+
+    const unsigned char* record() const override {
+        if (header_.encoding == PlyEncoding::BinaryLittle) return record_.data();
+        whole_.resize(vertex_.recordSize);
+        for (size_t k = 0; k < vertex_.properties.size(); ++k) {
+            const PlyProperty& property = vertex_.properties[k];
+            unsigned char* at = whole_.data() + property.offset;
+            if (header_.encoding == PlyEncoding::BinaryBig) {
+                std::memcpy(at, record_.data() + property.offset, property.size);
+                reverseBytes(at, property.size);
+            } else if (!line_.typed(k, property.kind, property.size, at)) {
+                in_.fail("vertex " + std::to_string(next_ - 1) + ": property " +
+                         printable(property.name) +
+                         " holds a value that is not a number of its type (compress with "
+                         "--no-companion to leave the fields out)");
+            }
+        }
+        return whole_.data();
+    }
 
 private:
+    void describeRecords() {
+        const FieldRole roles[3][3] = {{FieldRole::X, FieldRole::Y, FieldRole::Z},
+                                       {FieldRole::Red, FieldRole::Green, FieldRole::Blue},
+                                       {FieldRole::NX, FieldRole::NY, FieldRole::NZ}};
+        for (const PlyProperty& property : vertex_.properties) {
+            RecordField f{property.name,   property.kind,  property.size, 1,
+                          property.offset, FieldRole::None};
+            for (int c = 0; c < 3; ++c) {
+                if (&property == position_[c]) f.role = roles[0][c];
+                if (&property == color_[c] && layout_.hasColor) f.role = roles[1][c];
+                if (&property == normal_[c] && layout_.hasNormals) f.role = roles[2][c];
+            }
+            if (&property == intensityProperty_) f.role = FieldRole::Intensity;
+            records_.fields.push_back(f);
+        }
+        records_.size = vertex_.recordSize;
+        records_.encoding = header_.encoding == PlyEncoding::Ascii          ? "ascii"
+                            : header_.encoding == PlyEncoding::BinaryLittle ? "binary_little_endian"
+                                                                            : "binary_big_endian";
+    }
+
     bool isRead(const PlyProperty* property) const {
         for (int c = 0; c < 3; ++c) {
             if (property == position_[c] || property == color_[c] || property == normal_[c])
@@ -173,6 +220,9 @@ private:
     uint64_t next_ = 0;
     std::vector<unsigned char> record_;
     TextLine line_{" \t"};
+    RecordLayout records_;
+    uint64_t dataEnd_ = 0;
+    mutable std::vector<unsigned char> whole_;
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "formats/text_numbers.h"
+#include "formats/typed_values.h"
 
 namespace zulformats {
 
@@ -29,6 +30,12 @@ bool TextLine::number(size_t i, double& value) const {
     char* end = nullptr;
     value = std::strtod(tokens_[i], &end);
     return end != tokens_[i] && (*end == '\0' || separator(*end));
+}
+
+bool TextLine::typed(size_t i, char kind, int size, unsigned char* out) const {
+    const char* end = tokens_[i];
+    while (*end != '\0' && !separator(*end)) ++end;
+    return parseTypedValue(tokens_[i], end, kind, size, out);
 }
 
 void appendPointLine(std::string& line, const zul_Point& point, const WriteOptions& options,

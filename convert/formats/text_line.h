@@ -22,6 +22,8 @@ public:
     size_t size() const { return tokens_.size(); }
     // Value `i` as a number; false if it is not one.
     bool number(size_t i, double& value) const;
+    // Value `i` as one value of a record field's type (parseTypedValue); false if it is not one.
+    bool typed(size_t i, char kind, int size, unsigned char* out) const;
 
 private:
     bool separator(char c) const;

@@ -57,6 +57,15 @@ public:
         check(zul_xout_addConvention(writer_, key.c_str(), value.c_str()),
               "zul_xout_addConvention");
     }
+    /* Rows the stream lacks: record numbers (ascending) and `width` bytes a row. */
+    void setRows(const std::vector<uint64_t>& indices, const std::vector<uint8_t>& rows,
+                 int width) {
+        if (rows.size() != indices.size() * static_cast<size_t>(width > 0 ? width : 0))
+            check(zul_STATUS_INVALID_ARGUMENT, "zul_xout_setRows");
+        check(zul_xout_setRows(writer_, indices.data(), rows.data(),
+                               static_cast<int64_t>(indices.size()), width),
+              "zul_xout_setRows");
+    }
     void bindStream(ByteView stream) {
         check(zul_xout_bindStreamBuffer(writer_, stream.data(), stream.size()),
               "zul_xout_bindStreamBuffer");
@@ -170,6 +179,23 @@ public:
         check(zul_xin_readOrder(reader_, chunk, values.data(), static_cast<int64_t>(values.size())),
               "zul_xin_readOrder");
         return values;
+    }
+    /* The rows the stream lacks: record numbers, and their bytes (width a row; 0 without rows). */
+    struct Rows {
+        std::vector<uint64_t> indices;
+        std::vector<uint8_t> bytes;
+        int width = 0;
+    };
+    Rows rows() const {
+        int64_t count = 0;
+        Rows result;
+        check(zul_xin_getRowInfo(reader_, &count, &result.width), "zul_xin_getRowInfo");
+        if (count == 0) return result;
+        result.indices.resize(static_cast<size_t>(count));
+        result.bytes.resize(static_cast<size_t>(count) * static_cast<size_t>(result.width));
+        check(zul_xin_readRows(reader_, result.indices.data(), result.bytes.data(), count),
+              "zul_xin_readRows");
+        return result;
     }
     std::pair<zul_SourceKind, std::vector<uint8_t>> source() const {
         zul_SourceKind kind;

@@ -8,6 +8,7 @@ namespace zulpy {
 void bindIndex(pybind11::module_& module);
 void bindWrite(pybind11::module_& module);
 void bindConvert(pybind11::module_& module);
+void bindCompanion(pybind11::module_& module);
 void bindRos(pybind11::module_& module);
 
 }  // namespace zulpy

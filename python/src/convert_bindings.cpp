@@ -36,7 +36,7 @@ void refuseRest(const py::dict& options, const char* function) {
     }
 }
 
-int compress(const std::string& source, const std::string& target, py::dict options) {
+py::tuple compress(const std::string& source, const std::string& target, py::dict options) {
     checkPath(source, "src");
     checkPath(target, "dst");
     zulconvert::CompressOptions o;
@@ -68,8 +68,13 @@ int compress(const std::string& source, const std::string& target, py::dict opti
         throw py::value_error("companion=\"" + o.companion + "\": use auto, always or never");
     }
     refuseRest(options, "compress");
-    py::gil_scoped_release release;
-    return zulconvert::runCompress(o);
+    zulconvert::CompressReport report;
+    o.report = &report;
+    {
+        py::gil_scoped_release release;
+        zulconvert::runCompress(o);
+    }
+    return py::make_tuple(report.kept, report.dropped, report.changed);
 }
 
 int decompress(const std::string& source, const std::string& target, py::dict options) {

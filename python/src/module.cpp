@@ -13,6 +13,7 @@ PYBIND11_MODULE(_zul, m) {
     zulpy::bindIndex(m);
     zulpy::bindWrite(m);
     zulpy::bindConvert(m);
+    zulpy::bindCompanion(m);
     zulpy::bindRos(m);
     m.attr("DEFAULT_CHUNK_SIZE") = zulbase::kDefaultChunkSize;
     m.attr("MAX_CHUNK_SIZE") = zulbase::kMaxChunkSize;

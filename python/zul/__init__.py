@@ -14,10 +14,10 @@ from ._errors import Error
 from .cloud import Chunk, Cloud
 from .reading import Reader, chunks, read
 from .writing import write
-from .convert import compress, decompress
+from .convert import CompressReport, FieldsWarning, compress, decompress
 from . import _zul
 from . import ros
 
 __version__ = _zul.library_version
-__all__ = ["Chunk", "Cloud", "Error", "Reader", "chunks", "compress", "decompress", "read",
-           "write"]
+__all__ = ["Chunk", "Cloud", "CompressReport", "Error", "FieldsWarning", "Reader", "chunks",
+           "compress", "decompress", "read", "write"]

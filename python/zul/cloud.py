@@ -1,7 +1,7 @@
 """The records the package hands out: a cloud of points, and a chunk of a file."""
 
-from dataclasses import dataclass
-from typing import Optional, Tuple
+from dataclasses import dataclass, field
+from typing import Dict, Optional, Tuple
 
 import numpy as np
 
@@ -14,7 +14,8 @@ class Cloud:
     ``reflections`` (n,) int32 and ``normals`` (n, 3) float32 are ``None`` where the file has no
     such attribute. ``data_type`` holds ``step`` (the grid's step in those coordinates),
     ``color`` (``"rgb888"``, ``"rgb565"`` or ``None``), ``max_reflection`` and ``normals``;
-    ``sensor`` is the sensor header (``mount``, ``type``, the 4x4 ``matrix``) or ``None``.
+    ``sensor`` is the sensor header (``mount``, ``type``, the 4x4 ``matrix``) or ``None``;
+    ``fields`` the fields a companion beside the file keeps, by name (empty without one).
     """
 
     positions: np.ndarray
@@ -23,6 +24,7 @@ class Cloud:
     normals: Optional[np.ndarray]
     data_type: dict
     sensor: Optional[dict]
+    fields: Dict[str, np.ndarray] = field(default_factory=dict)
 
     def __len__(self):
         return len(self.positions)

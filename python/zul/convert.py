@@ -1,9 +1,30 @@
 """Files of other formats, converted by the zul tool's own code."""
 
 import os
+import warnings
 
 from . import _zul
 from .reading import _box
+
+
+class FieldsWarning(UserWarning):
+    """What :func:`zul.compress` left out of its output or changed to fit it."""
+
+
+class CompressReport(str):
+    """The path of the zul file written (a ``str``), with what compress did to the input:
+    ``kept`` (what the companion beside it keeps, ``""`` without one), ``dropped`` (what the
+    output lacks, named) and ``changed`` (``{kind: number of values}``)."""
+
+    def __new__(cls, path, kept, dropped, changed):
+        report = super().__new__(cls, path)
+        report.kept = kept
+        report.dropped = list(dropped)
+        report.changed = dict(changed)
+        return report
+
+    def __reduce__(self):
+        return (CompressReport, (str(self), self.kept, self.dropped, self.changed))
 
 
 def compress(src, dst, **options):
@@ -21,11 +42,23 @@ def compress(src, dst, **options):
     ``dst``, as :func:`zul.write` does; False refuses), ``companion`` (``"auto"``: ``dst`` + ``x``
     keeps a LAS file's header and every field of its records; ``"always"``, ``"never"``) and
     ``keep_order`` (the companion keeps the input's order: a LAS comes back byte for byte).
-    Returns ``dst``. Raises :class:`zul.Error`
-    naming the file for input it cannot read; nothing is left half-written.
+    A PCD or PLY file's header and every field (and an organised PCD's layout, NaN points
+    included) are kept the same way.
+
+    Returns a :class:`CompressReport`: ``dst`` as a ``str``, with ``kept``, ``dropped`` and
+    ``changed``; what was dropped or changed is also issued as a :class:`zul.FieldsWarning`.
+    Raises :class:`zul.Error` naming the file for input it cannot read; nothing is left
+    half-written.
     """
-    _zul.compress(os.fspath(src), os.fspath(dst), dict(options))
-    return os.fspath(dst)
+    kept, dropped, changed = _zul.compress(os.fspath(src), os.fspath(dst), dict(options))
+    report = CompressReport(os.fspath(dst), kept, dropped, changed)
+    if report.dropped:
+        warnings.warn(f"{os.fspath(src)}: left out of {os.fspath(dst)}: "
+                      + ", ".join(report.dropped), FieldsWarning, stacklevel=2)
+    for kind, count in report.changed.items():
+        warnings.warn(f"{os.fspath(src)}: changed {count} values: {kind}", FieldsWarning,
+                      stacklevel=2)
+    return report
 
 
 def decompress(src, dst, **options):

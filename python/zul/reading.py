@@ -5,6 +5,7 @@ import os
 import numpy as np
 
 from . import _zul
+from ._errors import Error
 from .cloud import Chunk, Cloud
 
 
@@ -108,12 +109,76 @@ def _inside(arrays, box):
     return {k: (v[keep] if v is not None else None) for k, v in arrays.items()}
 
 
-def _cloud(arrays, index):
+def _cloud(arrays, index, fields=None):
     return Cloud(arrays["positions"], arrays["colors"], arrays["reflections"],
-                 arrays["normals"], index.data_type(), index.sensor())
+                 arrays["normals"], index.data_type(), index.sensor(), fields or {})
 
 
-def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None):
+# Columns that say how to make the stream's own values exact (for a file written back), not
+# fields of the source.
+def _internal(name):
+    return name.endswith("_residual") or name in ("red_low", "green_low", "blue_low")
+
+
+# laspy's names of the sub-fields packed in a LAS record's bytes: (name, column, shift, bits),
+# for point formats 0 to 5 and 6 to 10.
+_LAS_BITS = {
+    False: [("return_number", "bit_fields", 0, 3), ("number_of_returns", "bit_fields", 3, 3),
+            ("scan_direction_flag", "bit_fields", 6, 1), ("edge_of_flight_line", "bit_fields", 7, 1),
+            ("classification", "raw_classification", 0, 5),
+            ("synthetic", "raw_classification", 5, 1), ("key_point", "raw_classification", 6, 1),
+            ("withheld", "raw_classification", 7, 1)],
+    True: [("return_number", "bit_fields", 0, 4), ("number_of_returns", "bit_fields", 4, 4),
+           ("synthetic", "classification_flags", 0, 1),
+           ("key_point", "classification_flags", 1, 1),
+           ("withheld", "classification_flags", 2, 1), ("overlap", "classification_flags", 3, 1),
+           ("scanner_channel", "classification_flags", 4, 2),
+           ("scan_direction_flag", "classification_flags", 6, 1),
+           ("edge_of_flight_line", "classification_flags", 7, 1)],
+}
+
+
+def _las_names(fields, format_text):
+    """Adds laspy's names of the sub-fields of a LAS file's record bytes."""
+    words = format_text.split()
+    if len(words) != 4 or words[0] != "las":
+        return
+    for name, column, shift, bits in _LAS_BITS[int(words[3]) >= 6]:
+        if column in fields:
+            fields[name] = (fields[column] >> shift) & ((1 << bits) - 1)
+
+
+def _companion(path):
+    """The companion beside the zul file at ``path``, or None."""
+    companion = _zul.companion_path(os.fspath(path))
+    if not os.path.isfile(companion):
+        return None
+    return _zul.Companion(companion, os.fspath(path))
+
+
+def _fields(companion, chosen):
+    """The companion's fields of the chunks ``chosen``, by their source names; a field of
+    several values a point ("name[0]", "name[1]" ...) as one array of n rows."""
+    fields = {}
+    groups = {}
+    for number, (name, _code, _width) in enumerate(companion.fields()):
+        if _internal(name):
+            continue
+        values = companion.column(chosen, number)
+        base, bracket, rest = name.partition("[")
+        if bracket and rest.endswith("]") and rest[:-1].isdigit():
+            groups.setdefault(base, []).append((int(rest[:-1]), values))
+        else:
+            fields[name] = values
+    for base, parts in groups.items():
+        if base not in fields:
+            fields[base] = np.stack([v for _k, v in sorted(parts, key=lambda p: p[0])], axis=1)
+    _las_names(fields, companion.conventions().get("format", ""))
+    return fields
+
+
+def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None,
+         keep_order=False, companion=True):
     """Reads a zul file into a :class:`Cloud`.
 
     The chunks are decoded on ``threads`` threads (``None``: every core) straight into the
@@ -127,17 +192,41 @@ def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None):
 
     A file of several streams one after another (``cat a.zul b.zul``) is read whole, stream after
     stream, when they share the data type and sensor header (else :class:`zul.Error` names the
-    first that differs; :func:`zul.decompress` merges any).
+    first that differs; :func:`zul.decompress` merges any); a companion, which belongs to one
+    stream, is not read beside such a file.
+
+    With a companion beside the file (``NAME.zulx``), ``cloud.fields`` holds the fields the
+    stream lacks by their source names, as numpy arrays of their types: a PCD or PLY file's
+    fields (one of several values a point as n rows), a LAS file's by laspy's names
+    (``classification``, ``return_number``, ``gps_time`` ...); a companion of another stream
+    raises :class:`zul.Error`. ``keep_order=True`` returns the points in the input's order,
+    which the companion must keep (``zul compress --keep-order``, ``zul.write(...,
+    keep_order=True)``), else :class:`zul.Error`. ``companion=False`` reads the stream alone.
     """
     box = _box(bbox)
     indexes, pending = _streams(path, transform, chunk_budget)
     _raise_stream_damage(indexes, pending)
+    companion = _companion(path) if companion and len(indexes) == 1 else None
+    if keep_order and (companion is None or not companion.has_order):
+        raise Error(f"{os.fspath(path)}: no companion keeps the input's order "
+                    "(compress with keep_order=True)")
     parts = []
     for index in indexes:
         chosen = index.select(box) if box is not None else None
         arrays = index.decode(chosen, _threads(threads))
+        if companion is not None:
+            numbers = list(chosen) if chosen is not None else list(range(index.num_chunks))
+            fields = _fields(companion, numbers)
+            if keep_order:
+                fields["__order__"] = companion.order(numbers)
+            arrays.update({("field", k): v for k, v in fields.items()})
         parts.append(_inside(arrays, np.array(box)) if box is not None else arrays)
-    return _cloud(_joined(parts), indexes[0])
+    arrays = _joined(parts)
+    if keep_order:
+        rank = np.argsort(arrays[("field", "__order__")], kind="stable")
+        arrays = {k: (v[rank] if v is not None else None) for k, v in arrays.items()}
+    fields = {k[1]: v for k, v in arrays.items() if isinstance(k, tuple) and k[1] != "__order__"}
+    return _cloud(arrays, indexes[0], fields)
 
 
 def chunks(path, *, chunk_budget=None):
@@ -162,12 +251,16 @@ class Reader:
     after every chunk before it was handed out; so does a chunk whose decoded size passes
     ``chunk_budget`` (MiB, ``None``: 256). With ``bbox`` (as :func:`read` takes it) only the
     chunks whose box meets it are decoded, and each part holds only the points inside it;
-    ``len`` and ``num_points`` then count the chunks chosen and the points they hold.
+    ``len`` and ``num_points`` then count the chunks chosen and the points they hold. Each
+    part's ``fields`` are a companion's fields of its points, in stored order (``companion=False``
+    reads the stream alone).
     """
 
-    def __init__(self, path, *, bbox=None, transform=True, chunk_budget=None):
+    def __init__(self, path, *, bbox=None, transform=True, chunk_budget=None, companion=True):
         self._box = _box(bbox)
         self._indexes, self._pending = _streams(path, transform, chunk_budget)
+        self._companion = (_companion(path) if companion and len(self._indexes) == 1
+                           else None)
         self.data_type = self._indexes[0].data_type()
         self.sensor = self._indexes[0].sensor()
         self._chosen = [(index.select(self._box) if self._box is not None
@@ -188,7 +281,11 @@ class Reader:
         for index, chosen in zip(self._indexes, self._chosen):
             for i in chosen:
                 arrays = index.decode([i], 1)
+                if self._companion is not None:
+                    fields = _fields(self._companion, [i])
+                    arrays.update({("field", k): v for k, v in fields.items()})
                 if self._box is not None:
                     arrays = _inside(arrays, np.array(self._box))
-                yield _cloud(arrays, index)
+                fields = {k[1]: v for k, v in arrays.items() if isinstance(k, tuple)}
+                yield _cloud(arrays, index, fields)
         _raise_stream_damage(self._indexes, self._pending)

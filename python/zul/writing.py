@@ -37,7 +37,7 @@ def _array(name, value, dtype, columns, count=None):
 
 def write(path, positions, *, colors=None, reflections=None, normals=None, step=0.001,
           max_reflection=None, color="rgb888", sensor=None, chunk_size=_zul.DEFAULT_CHUNK_SIZE,
-          order="plan", threads=None):
+          order="plan", threads=None, fields=None, keep_order=False):
     """Writes points into a new zul file at ``path``, replacing one that exists.
 
     ``positions`` is (n, 3) float64; ``colors`` (n, 3) uint8, ``reflections`` (n,) int32 and
@@ -56,6 +56,12 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
     ``threads`` threads (``None``: every core). The file is written under a temporary name and
     renamed into place when complete; a device (``/dev/null``), a pipe or a socket is written
     through and a symbolic link followed, never replaced, as ``zul compress`` writes them.
+
+    ``fields`` is a dict of other values a point, ``{name: array}``, each (n,) of an integer or
+    float type of 1 to 8 bytes: they go into the companion ``path`` + ``x`` beside the file,
+    and :func:`zul.read` hands them back in ``cloud.fields`` with their types; with
+    ``keep_order`` the companion also keeps the arrays' order, for ``zul.read(...,
+    keep_order=True)``. Without fields, a companion left beside ``path`` is removed.
     """
     path = os.fspath(path)
     positions = _array("positions", positions, np.float64, 3)
@@ -100,6 +106,21 @@ def write(path, positions, *, colors=None, reflections=None, normals=None, step=
     # Written under a unique temporary name beside `path` (created exclusively, so writers of
     # one path at once never share it) and renamed over it when whole; removed on any failure.
     # A device, pipe or socket gets the finished bytes copied through; a link, its target.
+    columns = []
+    for name, values in (fields or {}).items():
+        array = np.ascontiguousarray(values)
+        if array.dtype.kind not in "iuf" or array.ndim != 1 or len(array) != n:
+            raise ValueError(f"fields[{name!r}]: give an array of shape ({n},) of integers or "
+                             "floats")
+        columns.append((str(name), array))
+    if keep_order and not columns:
+        raise ValueError("keep_order: the order is kept in a companion of fields; give fields")
     _zul.write(path, positions, colors, reflections, normals, float(step),
                int(max_reflection or 0), color_mode, sensor, order, int(chunk_size),
                _threads(threads))
+    companion = _zul.companion_path(path)
+    if columns:
+        _zul.write_companion(path, positions, float(step), columns, bool(keep_order),
+                             _threads(threads))
+    elif os.path.exists(companion):
+        os.remove(companion)

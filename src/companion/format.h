@@ -17,7 +17,11 @@
 namespace zulx {
 
 constexpr uint8_t kMagic[8] = {0x89, 'Z', 'U', 'L', 'X', 0x0D, 0x0A, 0x1A};
+// Version 1 without rows the stream lacks, 2 with them (the metadata's last part).
 constexpr uint16_t kVersion = 1;
+constexpr uint16_t kVersionRows = 2;
+// Bytes a row the stream lacks, at most.
+constexpr int32_t kMaxRowWidth = 1 << 20;
 constexpr uint16_t kFlagOrder = 1;
 
 constexpr size_t kHeaderSize = 112;

@@ -30,7 +30,7 @@ std::vector<uint8_t> writeHead(const Head& head) {
     std::vector<uint8_t> out(static_cast<size_t>(head.headSize), 0);
     uint8_t* p = out.data();
     std::memcpy(p, kMagic, sizeof kMagic);
-    store<uint16_t>(p + kHdrVersion, kVersion);
+    store<uint16_t>(p + kHdrVersion, head.version);
     store<uint16_t>(p + kHdrFlags, head.hasOrder ? kFlagOrder : 0);
     store<uint32_t>(p + kHdrNumFields, static_cast<uint32_t>(head.fields.size()));
     store<uint64_t>(p + kHdrNumChunks, head.chunks.size());
@@ -111,7 +111,7 @@ private:
 
 }  // namespace
 
-std::vector<uint8_t> writeMeta(const Meta& meta) {
+std::vector<uint8_t> writeMeta(const Meta& meta, uint16_t version) {
     std::vector<uint8_t> out;
     append<uint32_t>(out, static_cast<uint32_t>(meta.sourceKind));
     append<uint32_t>(out, 0);
@@ -120,10 +120,21 @@ std::vector<uint8_t> writeMeta(const Meta& meta) {
     appendText(out, meta.format);
     append<uint32_t>(out, static_cast<uint32_t>(meta.conventions.size()));
     for (const auto& kv : meta.conventions) appendText(out, kv.first), appendText(out, kv.second);
+    if (version == kVersionRows) {
+        append<uint64_t>(out, static_cast<uint64_t>(meta.rowCount));
+        append<uint32_t>(out, static_cast<uint32_t>(meta.rowWidth));
+        append<uint32_t>(out, 0);
+        for (const MetaSegment* segment : {&meta.rowIndices, &meta.rowBytes}) {
+            append<uint8_t>(out, segment->coding);
+            appendBytes(out, "\0\0\0", 3);
+            append<uint32_t>(out, static_cast<uint32_t>(segment->bytes.size()));
+            appendBytes(out, segment->bytes.data(), segment->bytes.size());
+        }
+    }
     return out;
 }
 
-zul_Status readMeta(const uint8_t* bytes, size_t size, Meta& meta) {
+zul_Status readMeta(const uint8_t* bytes, size_t size, uint16_t version, Meta& meta) {
     MetaCursor in(bytes, size);
     uint32_t kind = 0, reserved = 0, numConventions = 0;
     uint64_t sourceSize = 0;
@@ -145,13 +156,35 @@ zul_Status readMeta(const uint8_t* bytes, size_t size, Meta& meta) {
         for (size_t j = 0; j < i; ++j)
             if (meta.conventions[i].first == meta.conventions[j].first)
                 return zul_STATUS_CORRUPT_DATA;
+    if (version == kVersionRows) {
+        uint64_t count = 0;
+        uint32_t width = 0, reserved2 = 0;
+        if (!in.take(count) || !in.take(width) || !in.take(reserved2) || reserved2 != 0 ||
+            count == 0 || count > (uint64_t{1} << 40) || width == 0 ||
+            width > static_cast<uint32_t>(kMaxRowWidth))
+            return zul_STATUS_CORRUPT_DATA;
+        meta.rowCount = static_cast<int64_t>(count);
+        meta.rowWidth = static_cast<int32_t>(width);
+        for (MetaSegment* segment : {&meta.rowIndices, &meta.rowBytes}) {
+            uint8_t coding = 0, pad[3] = {};
+            uint32_t stored = 0;
+            const uint8_t* at = nullptr;
+            if (!in.take(coding) || !in.take(pad[0]) || !in.take(pad[1]) || !in.take(pad[2]) ||
+                pad[0] || pad[1] || pad[2] || (coding & ~(kCodingMask & ~kInputOrder)) ||
+                !in.take(stored) || !in.takeBytes(stored, at))
+                return zul_STATUS_CORRUPT_DATA;
+            segment->coding = coding;
+            segment->bytes.assign(at, at + stored);
+        }
+    }
     return in.left() == 0 ? zul_STATUS_OK : zul_STATUS_CORRUPT_DATA;
 }
 
 zul_Status peekHeadSize(const uint8_t* p, size_t size, int64_t& headSize) {
     if (size < kHeaderSize) return zul_STATUS_TRUNCATED;
     if (std::memcmp(p, kMagic, sizeof kMagic) != 0) return zul_STATUS_BAD_SIGNATURE;
-    if (load<uint16_t>(p + kHdrVersion) != kVersion) return zul_STATUS_BAD_VERSION;
+    const uint16_t version = load<uint16_t>(p + kHdrVersion);
+    if (version != kVersion && version != kVersionRows) return zul_STATUS_BAD_VERSION;
     if (load<uint16_t>(p + kHdrFlags) & ~kFlagOrder) return zul_STATUS_CORRUPT_DATA;
     const uint32_t numFields = load<uint32_t>(p + kHdrNumFields);
     const uint64_t numChunks = load<uint64_t>(p + kHdrNumChunks);
@@ -174,6 +207,7 @@ zul_Status readHead(const uint8_t* p, size_t size, int64_t fileSize, Head& head)
                          headChecksum(p, static_cast<size_t>(headSize))))
         return zul_STATUS_CORRUPT_DATA;
     head.headSize = headSize;
+    head.version = load<uint16_t>(p + kHdrVersion);
     head.hasOrder = load<uint16_t>(p + kHdrFlags) & kFlagOrder;
     std::memcpy(head.marker, p + kHdrMarker, 16);
     head.numPoints = load<int64_t>(p + kHdrNumPoints);

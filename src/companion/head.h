@@ -26,6 +26,7 @@ struct ChunkEntry {
 };
 
 struct Head {
+    uint16_t version = kVersion;
     bool hasOrder = false;
     uint8_t marker[16] = {};
     int64_t numPoints = 0;
@@ -42,18 +43,28 @@ struct Head {
     int segments() const { return static_cast<int>(fields.size()) + (hasOrder ? 1 : 0); }
 };
 
+// A coded segment inside the metadata (the rows' indices or bytes): its coding and bytes.
+struct MetaSegment {
+    uint8_t coding = 0;
+    std::vector<uint8_t> bytes;
+};
+
 struct Meta {
     int32_t sourceKind = zul_SOURCE_NONE;
     std::vector<uint8_t> source;
     std::string format;
     std::vector<std::pair<std::string, std::string>> conventions;
+    // Rows the stream lacks (version 2 only): their count, width, indices and bytes, coded.
+    int64_t rowCount = 0;
+    int32_t rowWidth = 0;
+    MetaSegment rowIndices, rowBytes;
 };
 
 int64_t headSizeOf(int64_t numChunks, int64_t numFields);
 
 // The head's bytes; every field of `head` is set, its checksum is computed here.
 std::vector<uint8_t> writeHead(const Head& head);
-std::vector<uint8_t> writeMeta(const Meta& meta);
+std::vector<uint8_t> writeMeta(const Meta& meta, uint16_t version);
 
 // From the first bytes of a companion: checks magic, version, flags and counts, and gives the
 // head size. zul_STATUS_TRUNCATED for fewer than kHeaderSize bytes.
@@ -63,6 +74,6 @@ zul_Status peekHeadSize(const uint8_t* bytes, size_t size, int64_t& headSize);
 // checking every value against the others and against the file size.
 zul_Status readHead(const uint8_t* bytes, size_t size, int64_t fileSize, Head& head);
 
-zul_Status readMeta(const uint8_t* bytes, size_t size, Meta& meta);
+zul_Status readMeta(const uint8_t* bytes, size_t size, uint16_t version, Meta& meta);
 
 }  // namespace zulx

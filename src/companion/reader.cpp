@@ -27,7 +27,8 @@ struct zul_xin_ReaderStruct {
         if (status == zul_STATUS_OK &&
             !checksumMatches(head.metaChecksum, checksum(bytes.data(), bytes.size())))
             status = zul_STATUS_CORRUPT_DATA;
-        if (status == zul_STATUS_OK) status = readMeta(bytes.data(), bytes.size(), meta);
+        if (status == zul_STATUS_OK)
+            status = readMeta(bytes.data(), bytes.size(), head.version, meta);
         open = status == zul_STATUS_OK;
         return status;
     }
@@ -311,6 +312,32 @@ ZUL_API zul_Status zul_xin_getConvention(zul_xin_Reader reader, int32_t i, const
     *key = reader->meta.conventions[static_cast<size_t>(i)].first.c_str();
     *value = reader->meta.conventions[static_cast<size_t>(i)].second.c_str();
     return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xin_getRowInfo(zul_xin_Reader reader, int64_t* count, int32_t* width) {
+    if (!reader || !count || !width) return zul_STATUS_INVALID_ARGUMENT;
+    if (!ready(reader) || reader->headOnly) return zul_STATUS_INVALID_STATE;
+    *count = reader->meta.rowCount;
+    *width = reader->meta.rowWidth;
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xin_readRows(zul_xin_Reader reader, uint64_t* indices, void* rows,
+                                    int64_t capacity) {
+    if (!reader || !indices || !rows) return zul_STATUS_INVALID_ARGUMENT;
+    if (!ready(reader) || reader->headOnly) return zul_STATUS_INVALID_STATE;
+    const Meta& meta = reader->meta;
+    if (capacity < meta.rowCount) return zul_STATUS_INVALID_ARGUMENT;
+    zul_Status status =
+        decodeSegment(meta.rowIndices.coding, meta.rowIndices.bytes.data(),
+                      meta.rowIndices.bytes.size(), meta.rowCount, 8, nullptr, indices);
+    if (status == zul_STATUS_OK)
+        status =
+            decodeSegment(meta.rowBytes.coding, meta.rowBytes.bytes.data(),
+                          meta.rowBytes.bytes.size(), meta.rowCount, meta.rowWidth, nullptr, rows);
+    for (int64_t i = 1; status == zul_STATUS_OK && i < meta.rowCount; ++i)
+        if (indices[i] <= indices[i - 1]) status = zul_STATUS_CORRUPT_DATA;
+    return status;
 }
 
 ZUL_API zul_Status zul_xin_readColumn(zul_xin_Reader reader, int64_t chunk, int32_t field,

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "column_codec.h"
@@ -120,7 +121,8 @@ struct zul_xout_WriterStruct {
         head.headSize = headSizeOf(static_cast<int64_t>(head.chunks.size()),
                                    static_cast<int64_t>(head.fields.size()));
         for (ChunkEntry& entry : head.chunks) entry.blockOffset += head.headSize;
-        const std::vector<uint8_t> metaBytes = writeMeta(meta);
+        head.version = meta.rowCount > 0 ? kVersionRows : kVersion;
+        const std::vector<uint8_t> metaBytes = writeMeta(meta, head.version);
         head.metaOffset = head.headSize + static_cast<int64_t>(blocks.size());
         head.metaSize = static_cast<int64_t>(metaBytes.size());
         head.metaChecksum = checksum(metaBytes.data(), metaBytes.size());
@@ -224,6 +226,33 @@ ZUL_API zul_Status zul_xout_addConvention(zul_xout_Writer writer, const char* ke
     if (!usable(writer) || writer->finished) return zul_STATUS_INVALID_STATE;
     writer->conventionKeys.insert(key);
     writer->meta.conventions.emplace_back(key, value);
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_setRows(zul_xout_Writer writer, const uint64_t* indices,
+                                    const void* rows, int64_t count, int32_t width) {
+    if (!writer || count < 0 || count > (int64_t{1} << 40) || (count > 0 && (!indices || !rows)) ||
+        (count > 0 && (width < 1 || width > kMaxRowWidth)))
+        return zul_STATUS_INVALID_ARGUMENT;
+    for (int64_t i = 1; i < count; ++i)
+        if (indices[i] <= indices[i - 1]) return zul_STATUS_INVALID_ARGUMENT;
+    if (!usable(writer) || writer->finished) return zul_STATUS_INVALID_STATE;
+    Meta& meta = writer->meta;
+    meta.rowCount = count;
+    meta.rowWidth = count > 0 ? width : 0;
+    meta.rowIndices = MetaSegment();
+    meta.rowBytes = MetaSegment();
+    if (count == 0) return zul_STATUS_OK;
+    // Ascending indices: deltas in planes; rows (mostly alike): zstd alone.
+    for (auto [segment, values, w, coding] :
+         {std::make_tuple(&meta.rowIndices, static_cast<const void*>(indices), int32_t{8},
+                          uint8_t{kTransformDelta | kBytePlanes | kZstd}),
+          std::make_tuple(&meta.rowBytes, rows, width, uint8_t{kZstd})}) {
+        std::vector<uint8_t> coded;
+        encodeSegment(values, count, w, coding, kOrderLevel, coded);
+        segment->coding = coded[0];
+        segment->bytes.assign(coded.begin() + kSegmentHeaderSize, coded.end());
+    }
     return zul_STATUS_OK;
 }
 

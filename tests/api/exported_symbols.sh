@@ -93,13 +93,13 @@ if [ -n "$companion" ]; then
     required=(
         zul_x_checksum zul_x_statusText
         zul_xout_open zul_xout_addField zul_xout_keepOrder zul_xout_setSource zul_xout_setFormat
-        zul_xout_addConvention zul_xout_bindStreamBuffer zul_xout_bindStreamFile
+        zul_xout_addConvention zul_xout_setRows zul_xout_bindStreamBuffer zul_xout_bindStreamFile
         zul_xout_beginStream zul_xout_addChunk zul_xout_addChunkBytes zul_xout_writeColumn zul_xout_writeOrder
         zul_xout_finish zul_xout_close
         zul_xin_getHeadSize zul_xin_openFile zul_xin_openBuffer zul_xin_openHead
         zul_xin_bindStreamBuffer zul_xin_bindStreamFile zul_xin_bindIndex zul_xin_getInfo
         zul_xin_getChunk zul_xin_getField zul_xin_findField zul_xin_getSource zul_xin_getFormat
-        zul_xin_getConventionCount zul_xin_getConvention zul_xin_readColumn zul_xin_readOrder
+        zul_xin_getConventionCount zul_xin_getConvention zul_xin_getRowInfo zul_xin_readRows zul_xin_readColumn zul_xin_readOrder
         zul_xin_readColumnFromBlock zul_xin_checkBlock zul_xin_verifyBuffer zul_xin_verifyFile
         zul_xin_close zul_xblob_pack zul_xblob_unpack
     )

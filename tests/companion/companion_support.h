@@ -90,9 +90,14 @@ inline std::vector<int32_t> chunkCounts(const ByteVector& stream) {
     return counts;
 }
 
+// Rows of a companion (makeCompanion with rows): 5 rows of 11 bytes, record numbers 3, 4, 9 ...
+inline std::vector<uint64_t> rowIndices() { return {3, 4, 9, 100, 1u << 31}; }
+inline ByteVector rowBytes() { return columnBytes(1, 5, 11, 9); }
+
 // A companion of `stream` with every field type (pattern = chunk % 3), the order, a source
-// header, a format and two conventions.
-inline ByteVector makeCompanion(const ByteVector& stream, bool withOrder = true) {
+// header, a format, two conventions and, with `withRows`, rows the stream lacks.
+inline ByteVector makeCompanion(const ByteVector& stream, bool withOrder = true,
+                                bool withRows = false) {
     zul::CompanionWriter writer;
     for (const TypeCase& t : allTypes()) writer.addField(t.name, t.type, t.width);
     if (withOrder) writer.keepOrder();
@@ -100,6 +105,7 @@ inline ByteVector makeCompanion(const ByteVector& stream, bool withOrder = true)
     writer.setFormat("ply binary_little_endian 1.0");
     writer.addConvention("colour scale", "257");
     writer.addConvention("intensity factor", "1");
+    if (withRows) writer.setRows(rowIndices(), rowBytes(), 11);
     writer.bindStream(stream);
     const std::vector<int32_t> counts = chunkCounts(stream);
     for (size_t c = 0; c < counts.size(); ++c) {

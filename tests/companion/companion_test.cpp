@@ -22,7 +22,7 @@ void writeFile(const std::string& path, const ByteVector& bytes) {
 // order and the metadata; and through the head alone with the blocks fetched by hand.
 TEST_F(CompanionFiles, EveryColumnTypeComesBack) {
     const ByteVector stream = makeStream(4, 700, 1);
-    const ByteVector companion = makeCompanion(stream);
+    const ByteVector companion = makeCompanion(stream, true, true);
     writeFile(path("a.zul"), stream);
     writeFile(path("a.zulx"), companion);
     const std::vector<int32_t> counts = chunkCounts(stream);
@@ -67,8 +67,13 @@ TEST_F(CompanionFiles, EveryColumnTypeComesBack) {
         using Pairs = std::vector<std::pair<std::string, std::string>>;
         EXPECT_EQ(reader->conventions(),
                   (Pairs{{"colour scale", "257"}, {"intensity factor", "1"}}));
+        EXPECT_EQ(reader->rows().indices, rowIndices());
+        EXPECT_EQ(reader->rows().bytes, rowBytes());
         EXPECT_TRUE(reader->verify(stream).empty());
     }
+    EXPECT_EQ(companion[8], 2);  // rows make a companion of version 2
+    EXPECT_EQ(makeCompanion(stream)[8], 1);
+    EXPECT_TRUE(zul::CompanionReader(makeCompanion(stream), stream).rows().indices.empty());
     EXPECT_TRUE(fromFile.verifyFile(path("a.zul")).empty());
     zul_idx_Index index = nullptr;
     ASSERT_EQ(zul_idx_openFile(&index, path("a.zul").c_str(), nullptr), zul_STATUS_OK);
@@ -215,9 +220,15 @@ TEST(Companion, WriterRefusesMisuse) {
     EXPECT_EQ(zul_xout_writeColumn(w, 0, 0, values, 10), zul_STATUS_INVALID_STATE);
     EXPECT_EQ(zul_xout_finish(w, &bytes, &size), zul_STATUS_INVALID_STATE);
     EXPECT_EQ(zul_xout_writeColumn(w, 1, 0, values, 10), zul_STATUS_OK);
+    const uint64_t descending[2] = {5, 5};
+    EXPECT_EQ(zul_xout_setRows(w, descending, values, 2, 2), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_xout_setRows(w, descending, values, 1, 0), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_xout_setRows(w, nullptr, values, 1, 2), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_xout_setRows(w, descending, values, 1, 2), zul_STATUS_OK);
     EXPECT_EQ(zul_xout_finish(w, nullptr, &size), zul_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(zul_xout_finish(w, &bytes, &size), zul_STATUS_OK);
     EXPECT_EQ(zul_xout_finish(w, &bytes, &size), zul_STATUS_INVALID_STATE);
+    EXPECT_EQ(zul_xout_setRows(w, descending, values, 1, 2), zul_STATUS_INVALID_STATE);
     zul_xout_close(&w);
     EXPECT_EQ(w, nullptr);
 }

@@ -25,6 +25,14 @@ zul_Status readAll(const ByteVector& bytes) {
                          : zul_xin_readColumn(reader, c, f, values.data(), chunk.chunk.numPoints);
         }
     }
+    int64_t rows = 0;
+    int32_t width = 0;
+    if (status == zul_STATUS_OK) status = zul_xin_getRowInfo(reader, &rows, &width);
+    if (status == zul_STATUS_OK && rows > 0) {
+        std::vector<uint64_t> indices(static_cast<size_t>(rows));
+        values.resize(static_cast<size_t>(rows) * static_cast<size_t>(width));
+        status = zul_xin_readRows(reader, indices.data(), values.data(), rows);
+    }
     zul_xin_close(&reader);
     return status;
 }
@@ -33,7 +41,7 @@ class DamagedCompanion : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         stream = new ByteVector(makeStream(2, 40, 7));
-        companion = new ByteVector(makeCompanion(*stream));
+        companion = new ByteVector(makeCompanion(*stream, true, true));
     }
     static void TearDownTestSuite() { delete stream, delete companion; }
     static ByteVector* stream;
@@ -73,8 +81,11 @@ TEST_F(DamagedCompanion, HeadSizeNeedsTheHeader) {
     other[0] = 'x';
     EXPECT_EQ(zul_xin_getHeadSize(other.data(), 112, &headSize), zul_STATUS_BAD_SIGNATURE);
     other = *companion;
-    other[8] = 2;
+    other[8] = 3;
     EXPECT_EQ(readAll(other), zul_STATUS_BAD_VERSION);
+    other = *companion;
+    other[8] = 1;  // the version is under the head's checksum
+    EXPECT_EQ(readAll(other), zul_STATUS_CORRUPT_DATA);
     other = *companion;
     other[16] = 0xFF, other[20] = 0xFF;  // chunk count far beyond the file
     EXPECT_EQ(zul_xin_getHeadSize(other.data(), 112, &headSize), zul_STATUS_CORRUPT_DATA);

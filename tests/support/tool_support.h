@@ -11,7 +11,9 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,16 @@
 #include "support/host_files.h"
 #include "support/temp_folder.h"
 #include "zul_bulk.h"
+
+// A whole file as bytes, and bytes as a whole file.
+inline std::string readBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+inline void writeBytes(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
 
 inline std::string dataFile(const std::string& name) {
     return std::string(ZUL_DATA_DIR) + "/" + name;

@@ -36,7 +36,7 @@ struct CliCase {
 void PrintTo(const CliCase& c, std::ostream* out) { *out << c.name; }
 
 // The bunny in 4 chunks: 3 of 100 points and 1 of 97.
-#define BUNNY "zul compress -q --chunk 100 {data}/bun0.pcd {d}/b.zul"
+#define BUNNY "zul compress -q --no-companion --chunk 100 {data}/bun0.pcd {d}/b.zul"
 // Streams one after another: the bunny twice (1932 bytes each), and the bunny (step 0.001,
 // normals), a LAS scan (step 0.01, colour, intensity, 1065 points) and the bunny.
 #define TWICE BUNNY "; cat bb.zul b.zul b.zul"
@@ -61,7 +61,7 @@ const CliCase kCases[] = {
     // Names, many files and overwrites.
     {"compress beside", "copy sample_c.las scan.las", "compress -q {d}/scan.las", 0, "",
      "scan.las scan.zul scan.zulx"},
-    {"compress to a name", "", "compress -q {data}/bun0.pcd {d}/x.zul", 0, "", "x.zul"},
+    {"compress to a name", "", "compress -q {data}/bun0.pcd {d}/x.zul", 0, "", "x.zul x.zulx"},
     {"compress to another format", "", "compress {data}/bun0.pcd {d}/b.ply", 1,
      "b.ply: compress writes a zul file; name it .zul", ""},
     // The writer keeps the few bytes of the bunny until it closes: the close fails.
@@ -87,17 +87,18 @@ const CliCase kCases[] = {
     {"decompress beside by format", BUNNY, "decompress -q --format ply {d}/b.zul", 0, "",
      "b.ply b.zul"},
     {"decompress many to a folder",
-     "zul compress -q {data}/bun0.pcd {d}/b.zul; zul compress -q "
+     "zul compress -q --no-companion {data}/bun0.pcd {d}/b.zul; zul compress -q "
      "{data}/colored_cloud.pcd {d}/c.zul",
      "decompress -q {d}/b.zul {d}/c.zul -o {d}/out/ --format xyz", 0, "",
-     "b.zul c.zul out/b.xyz out/c.xyz"},
-    {"decompress existing output", "zul compress -q {data}/bun0.pcd {d}/b.zul; text b.ply",
+     "b.zul c.zul c.zulx out/b.xyz out/c.xyz"},
+    {"decompress existing output",
+     "zul compress -q --no-companion {data}/bun0.pcd {d}/b.zul; text b.ply",
      "decompress {d}/b.zul {d}/b.ply", 1, "b.ply: exists already", "b.ply b.zul"},
     // Formats by content before the extension, and --format.
     {"las content under another name", "copy sample_c.las scan.xyz",
      "compress {d}/scan.xyz {d}/s.zul", 0, "scan.xyz (LAS) ->", "s.zul s.zulx scan.xyz"},
     {"format chosen for the output",
-     "zul compress -q {data}/bun0.pcd {d}/b.zul; zul decompress -q "
+     "zul compress -q --no-companion {data}/bun0.pcd {d}/b.zul; zul decompress -q "
      "--format las {d}/b.zul -o {d}/b.dat",
      "compress -q --step 0.001 {d}/b.dat {d}/c.zul", 0, "", "b.dat b.zul c.zul c.zulx"},
     {"format chosen for the input", "text pts.dat", "compress -q --format xyz {d}/pts.dat", 1,
@@ -120,7 +121,7 @@ const CliCase kCases[] = {
      "compress --order input --order-budget 5 {data}/bun0.pcd {d}/a.zul", 2,
      "--order-budget orders points", ""},
     {"progress forced", "", "compress --progress {data}/bun0.pcd {d}/a.zul", 0,
-     "] 100%\r\033[Kzul: ", "a.zul"},
+     "] 100%\r\033[Kzul: ", "a.zul a.zulx"},
     // info.
     {"info bounds", BUNNY, "info --json {d}/b.zul", 0,
      "\"bounds\": {\"min\": [-0.094, 0.037, -0.055], \"max\": [0.060, 0.184, 0.058]}", "b.zul"},
@@ -171,13 +172,14 @@ const CliCase kCases[] = {
      ": 0 points", "b.xyz b.zul"},
     // Standard input and output, pipes, devices, links and the input itself.
     {"compress from standard input", "", "compress - -o {d}/a.zul < {data}/bun0.pcd", 0,
-     "standard input (PCD) -> ", "a.zul"},
-    {"compress to standard output", "zul compress -q {data}/bun0.pcd -o - > {d}/a.zul",
-     "verify {d}/a.zul", 0, "a.zul: OK, 1 chunk, 397 points", "a.zul"},
+     "standard input (PCD) -> ", "a.zul a.zulx"},
+    {"compress to standard output",
+     "zul compress -q --no-companion {data}/bun0.pcd -o - > {d}/a.zul", "verify {d}/a.zul", 0,
+     "a.zul: OK, 1 chunk, 397 points", "a.zul"},
     {"standard input to standard output", "zul compress -q - < {data}/bun0.pcd > {d}/a.zul",
      "verify {d}/a.zul", 0, "a.zul: OK, 1 chunk, 397 points", "a.zul"},
     {"compress from a pipe", "", "compress /dev/stdin {d}/a.zul < {data}/bun0.pcd", 0, "(PCD) -> ",
-     "a.zul"},
+     "a.zul a.zulx"},
     {"decompress from a pipe", BUNNY, "decompress -q - --format xyz -o {d}/b.xyz < {d}/b.zul", 0,
      "", "b.xyz b.zul"},
     {"verify standard input", BUNNY, "verify - < {d}/b.zul", 0, "standard input: OK, 4 chunks",
@@ -186,7 +188,7 @@ const CliCase kCases[] = {
      "b.zul"},
     {"a pipe cut short", "copy sample_c.las c.las; cut c.las 1000",
      "compress - -o {d}/a.zul < {d}/c.las", 1, "standard input: ", "c.las"},
-    {"options end at --", "", "compress -q -- {data}/bun0.pcd {d}/a.zul", 0, "", "a.zul"},
+    {"options end at --", "", "compress -q -- {data}/bun0.pcd {d}/a.zul", 0, "", "a.zul a.zulx"},
     {"standard output needs a format", BUNNY, "decompress {d}/b.zul -o -", 2,
      "-: has no extension to tell the format; choose it (--format", "b.zul"},
     {"device written through", BUNNY, "decompress -f {d}/b.zul -o /dev/null --format las", 0,
@@ -248,15 +250,17 @@ const CliCase kCases[] = {
     {"decompress streams to a pipe", TWICE, "decompress - --format xyz -o - < {d}/bb.zul | wc -l",
      0, "795\n", "b.zul bb.zul"},
     {"streams on grids that do not fit",
-     "zul compress -q --step 0.002 {data}/bun0.pcd {d}/a.zul; zul compress -q --step 0.003 "
-     "{data}/bun0.pcd {d}/b.zul; cat ab.zul a.zul b.zul",
+     "zul compress -q --no-companion --step 0.002 {data}/bun0.pcd {d}/a.zul; "
+     "zul compress -q --no-companion --step 0.003 {data}/bun0.pcd {d}/b.zul; cat ab.zul a.zul "
+     "b.zul",
      "decompress {d}/ab.zul {d}/ab.las", 1,
      "ab.zul: stream 2 (byte 1604), of step 0.003, does not lie on the grid of stream 1 (byte 0), "
      "of step 0.002; one output holds one grid",
      "a.zul ab.zul b.zul"},
     {"streams on other grids as numbers",
-     "zul compress -q --step 0.002 {data}/bun0.pcd {d}/a.zul; zul compress -q --step 0.003 "
-     "{data}/bun0.pcd {d}/b.zul; cat ab.zul a.zul b.zul",
+     "zul compress -q --no-companion --step 0.002 {data}/bun0.pcd {d}/a.zul; "
+     "zul compress -q --no-companion --step 0.003 {data}/bun0.pcd {d}/b.zul; cat ab.zul a.zul "
+     "b.zul",
      "decompress {d}/ab.zul {d}/ab.xyz", 0, "(XYZ text): 794 points", "a.zul ab.xyz ab.zul b.zul"},
     {"second stream cut", TWICE "; cut bb.zul 10", "verify {d}/bb.zul", 1,
      "bb.zul: stream 2 (byte 1932), damaged at chunk 3 (byte 3420): 697 points in 7 chunks before "

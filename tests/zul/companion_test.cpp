@@ -12,15 +12,6 @@
 
 namespace {
 
-std::string readBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-void writeBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
 constexpr uint16_t kRecordSize[11] = {20, 28, 26, 34, 57, 63, 30, 36, 38, 59, 67};
 constexpr int kColorAt[11] = {0, 0, 20, 28, 0, 28, 0, 30, 30, 0, 30};
 

@@ -128,12 +128,13 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
     c.add_flag_callback(
         "--companion", [&compress] { compress.companion = "always"; },
         "write NAME.zulx beside NAME.zul always (its checksums and chunk index), not only when "
-        "the input holds what the stream cannot (a LAS file's header and fields)");
+        "the input holds what the stream cannot (a LAS, PCD or PLY file's header and fields)");
     c.add_flag_callback(
         "--no-companion", [&compress] { compress.companion = "never"; },
         "never write NAME.zulx: what the stream cannot hold is left out");
     c.add_flag("--keep-order", compress.keepOrder,
-               "the companion keeps the input's order: LAS comes back byte for byte");
+               "the companion keeps the input's order: LAS, binary PCD and PLY come back byte "
+               "for byte (an organised PCD's order is kept always)");
     c.add_flag("--random-marker", compress.randomMarker,
                "draw the sync marker from the system's randomness (default: from the points, so "
                "the same input and options give the same bytes)");

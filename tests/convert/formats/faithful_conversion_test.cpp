@@ -166,11 +166,17 @@ const ReportCase kReportCases[] = {
      "ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\nproperty float y\nproperty float "
      "z\nproperty float quality\nelement face 0\nproperty list uchar int vertex_indices\n"
      "end_header\n1 2 3 0.5\n",
-     "", "left out: quality"},
-    {"nan points", "table_scene_mug_stereo_textured.pcd", nullptr, "",
+     "--no-companion", "left out: quality"},
+    {"nan points", "table_scene_mug_stereo_textured.pcd", nullptr, "--no-companion",
      "dropped 97920 of 307200 points with NaN or infinite coordinates"},
-    {"organised layout", "table_scene_mug_stereo_textured.pcd", nullptr, "",
+    {"nan points kept", "table_scene_mug_stereo_textured.pcd", nullptr, "",
+     "97920 of 307200 points with NaN or infinite coordinates are not in the stream (a zul file "
+     "cannot hold them); the companion keeps them"},
+    {"organised layout", "table_scene_mug_stereo_textured.pcd", nullptr, "--no-companion",
      "left out: alpha, the organised 640 x 480 layout"},
+    {"organised layout kept", "table_scene_mug_stereo_textured.pcd", nullptr, "",
+     "out.zul keeps 4 fields of every point, the 97920 points the stream cannot hold, the "
+     "organised layout and the PCD header"},
 };
 
 class Report : public ToolTest, public ::testing::WithParamInterface<ReportCase> {};
