@@ -182,7 +182,8 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     const size_t length = las.recordLength;
     std::vector<unsigned char> data;
     std::vector<uint64_t> order;
-    std::vector<unsigned char> column;
+    std::vector<std::vector<unsigned char>> values(placed.size());
+    std::vector<void*> rooms(placed.size());
     std::vector<uint64_t> chunkOrder;
     double lo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, hi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
     // The whole file in the input's order: each record goes straight to its place.
@@ -227,19 +228,26 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                     }
                 }
             }
-            for (const Placed& p : placed) {
-                column.resize(static_cast<size_t>(n) * p.width);
-                const zul_Status status =
-                    zul_xin_readColumn(guard.reader, number, p.field, column.data(), n);
-                if (status != zul_STATUS_OK) {
-                    throw FormatError(
-                        path + ": chunk " + std::to_string(number) + "'s fields cannot be read (" +
-                        zul_x_statusText(status) +
-                        "); decompress with --no-companion to write the stream alone");
-                }
+            // Every column and the order with one read of the chunk's block.
+            for (size_t f = 0; f < placed.size(); ++f) {
+                values[f].resize(static_cast<size_t>(n) * placed[f].width);
+                rooms[f] = values[f].data();
+            }
+            if (info.hasOrder) chunkOrder.resize(static_cast<size_t>(n));
+            const zul_Status read =
+                zul_xin_readChunk(guard.reader, number, rooms.data(), info.numFields,
+                                  info.hasOrder ? chunkOrder.data() : nullptr, n);
+            if (read != zul_STATUS_OK) {
+                throw FormatError(path + ": chunk " + std::to_string(number) +
+                                  "'s fields cannot be read (" + zul_x_statusText(read) +
+                                  "); decompress with --no-companion to write the stream alone");
+            }
+            for (size_t f = 0; f < placed.size(); ++f) {
+                const Placed& p = placed[f];
+                const unsigned char* column = values[f].data();
                 for (int64_t i = 0; i < n; ++i) {
                     unsigned char* r = records.data() + static_cast<size_t>(i) * length;
-                    const unsigned char* v = column.data() + static_cast<size_t>(i) * p.width;
+                    const unsigned char* v = column + static_cast<size_t>(i) * p.width;
                     if (p.residual < 0) {
                         std::memcpy(r + p.offset, v, static_cast<size_t>(p.width));
                     } else if (p.residual < 3) {
@@ -252,15 +260,6 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                         put(at2, static_cast<uint16_t>(loadLittle<uint16_t>(at2) +
                                                        loadLittle<uint16_t>(v)));
                     }
-                }
-            }
-            if (info.hasOrder) {
-                chunkOrder.resize(static_cast<size_t>(n));
-                const zul_Status status =
-                    zul_xin_readOrder(guard.reader, number, chunkOrder.data(), n);
-                if (status != zul_STATUS_OK) {
-                    throw FormatError(path + ": chunk " + std::to_string(number) +
-                                      "'s order cannot be read (" + zul_x_statusText(status) + ")");
                 }
             }
             for (int64_t i = 0; i < n; ++i) {

@@ -14,6 +14,7 @@
 #include "commands/commands.h"
 #include "commands/companion_report.h"
 #include "commands/input_spool.h"
+#include "commands/json_text.h"
 #include "commands/status_text.h"
 #include "formats/cloud.h"
 #include "formats/output_grid.h"
@@ -141,24 +142,8 @@ void printText(const std::string& path, const FileSummary& s) {
     }
 }
 
-std::string jsonString(const std::string& text) {
-    std::string out = "\"";
-    for (char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
-}
-
-void printJson(const std::string& path, const FileSummary& s, const char* indent) {
+void printJson(const std::string& path, const FileSummary& s, const std::string& companion,
+               const char* indent) {
     const zul_DataType& d = s.head.dataType;
     const double n = static_cast<double>(s.points);
     const int decimals = decimalsOfStep(outputGrid(d, s.head.header, true).step);
@@ -220,7 +205,7 @@ void printJson(const std::string& path, const FileSummary& s, const char* indent
         }
         std::printf("\n%s  ]", in);
     }
-    std::printf("\n%s}", in);
+    std::printf(",\n%s  \"companion\": %s\n%s}", in, companion.c_str(), in);
 }
 
 }  // namespace
@@ -258,7 +243,7 @@ int runInfo(const InfoOptions& options) {
         const std::string& path = spool->name();
         if (options.json) {
             std::printf("%s", printed ? ",\n" : several ? "\n" : "");
-            printJson(path, summary, several ? "  " : "");
+            printJson(path, summary, companionInfoJson(spool->path()), several ? "  " : "");
         } else {
             if (printed) std::printf("\n");
             printText(path, summary);
