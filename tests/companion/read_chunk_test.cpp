@@ -7,9 +7,20 @@
 
 namespace {
 
+// Input indices of a chunk's points: a permutation, one with ties, or one spanning more than 32
+// bits.
+enum class Indices { Permutation, Ties, Wide };
+
+uint64_t inputIndex(Indices kind, size_t i, size_t c, size_t n) {
+    const uint64_t k = (i * 7919 + c) % n;
+    return kind == Indices::Ties ? k / 3 : kind == Indices::Wide ? k + (k % 2) * (1ull << 40) : k;
+}
+
 // A companion whose columns rise in the input's order (so the writer codes them in that order)
-// or in stored order, by chunk: both codings in one file.
-ByteVector orderedCompanion(const ByteVector& stream, bool withOrder) {
+// or in stored order, by chunk: both codings in one file. `written` gets every chunk's columns.
+ByteVector orderedCompanion(const ByteVector& stream, bool withOrder,
+                            Indices kind = Indices::Permutation,
+                            std::vector<std::vector<ByteVector>>* written = nullptr) {
     zul::CompanionWriter writer;
     for (const TypeCase& t : allTypes()) writer.addField(t.name, t.type, t.width);
     if (withOrder) writer.keepOrder();
@@ -18,16 +29,18 @@ ByteVector orderedCompanion(const ByteVector& stream, bool withOrder) {
     for (size_t c = 0; c < counts.size(); ++c) {
         const size_t n = static_cast<size_t>(counts[c]);
         std::vector<uint64_t> order(n);
-        for (size_t i = 0; i < n; ++i) order[i] = (i * 7919 + c) % n;
+        for (size_t i = 0; i < n; ++i) order[i] = inputIndex(kind, i, c, n);
+        if (written) written->emplace_back();
         for (size_t f = 0; f < allTypes().size(); ++f) {
             const int width = allTypes()[f].width;
             const ByteVector rising = columnBytes(1, counts[c], width, unsigned(c * 31 + f));
             ByteVector values(rising.size());
             for (size_t i = 0; i < n; ++i) {
-                const size_t from = c % 2 ? i : static_cast<size_t>(order[i]);
+                const size_t from = c % 2 ? i : static_cast<size_t>((i * 7919 + c) % n);
                 std::memcpy(&values[i * width], &rising[from * width], size_t(width));
             }
             writer.writeColumn(static_cast<int64_t>(c), static_cast<int>(f), values, width);
+            if (written) written->back().push_back(values);
         }
         if (withOrder) writer.writeOrder(static_cast<int64_t>(c), order);
     }
@@ -38,6 +51,7 @@ struct Choice {
     bool withOrder;  // the companion keeps the order
     int everyNth;    // columns wanted: every n-th (0: none)
     bool order;      // the order wanted
+    Indices kind;
 };
 
 class ReadChunk : public ::testing::TestWithParam<Choice> {};
@@ -45,7 +59,8 @@ class ReadChunk : public ::testing::TestWithParam<Choice> {};
 TEST_P(ReadChunk, GivesWhatColumnReadsGive) {
     const Choice choice = GetParam();
     const ByteVector stream = makeStream(4, 600, 5);
-    const ByteVector companion = orderedCompanion(stream, choice.withOrder);
+    std::vector<std::vector<ByteVector>> written;
+    const ByteVector companion = orderedCompanion(stream, choice.withOrder, choice.kind, &written);
     zul::CompanionReader reader(companion, stream);
     const int32_t numFields = static_cast<int32_t>(allTypes().size());
     for (int64_t c = 0; c < 4; ++c) {
@@ -53,7 +68,9 @@ TEST_P(ReadChunk, GivesWhatColumnReadsGive) {
         const int64_t n = chunk.chunk.numPoints;
         // The first segment's coding byte: in the input's order in the even chunks.
         const bool inputOrder = (companion[size_t(chunk.blockOffset)] & 16) != 0;
-        EXPECT_EQ(inputOrder, choice.withOrder && c % 2 == 0);
+        if (choice.kind == Indices::Permutation) {
+            EXPECT_EQ(inputOrder, choice.withOrder && c % 2 == 0);
+        }
         std::vector<ByteVector> rooms(static_cast<size_t>(numFields)), fromBlock = rooms;
         std::vector<void*> values(static_cast<size_t>(numFields), nullptr), blockValues = values;
         for (int32_t f = 0; f < numFields; ++f) {
@@ -75,21 +92,29 @@ TEST_P(ReadChunk, GivesWhatColumnReadsGive) {
         for (int32_t f = 0; f < numFields; ++f) {
             SCOPED_TRACE(std::string(allTypes()[size_t(f)].name) + " chunk " + std::to_string(c));
             if (!values[size_t(f)]) continue;
+            EXPECT_EQ(rooms[size_t(f)], written[size_t(c)][size_t(f)]);
             EXPECT_EQ(rooms[size_t(f)], reader.column<uint8_t>(c, f));
             EXPECT_EQ(fromBlock[size_t(f)], rooms[size_t(f)]);
         }
         if (choice.order) {
             EXPECT_EQ(order, reader.order(c));
+            for (size_t i = 0; i < order.size(); ++i)
+                ASSERT_EQ(order[i], inputIndex(choice.kind, i, size_t(c), order.size()));
             EXPECT_EQ(blockOrder, order);
         }
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Choices, ReadChunk,
-                         ::testing::Values(Choice{true, 1, true}, Choice{true, 1, false},
-                                           Choice{true, 3, true}, Choice{true, 0, true},
-                                           Choice{true, 2, false}, Choice{false, 1, false},
-                                           Choice{false, 4, false}));
+                         ::testing::Values(Choice{true, 1, true, Indices::Permutation},
+                                           Choice{true, 1, false, Indices::Permutation},
+                                           Choice{true, 3, true, Indices::Permutation},
+                                           Choice{true, 0, true, Indices::Permutation},
+                                           Choice{true, 2, false, Indices::Permutation},
+                                           Choice{true, 1, true, Indices::Ties},
+                                           Choice{true, 1, true, Indices::Wide},
+                                           Choice{false, 1, false, Indices::Permutation},
+                                           Choice{false, 4, false, Indices::Permutation}));
 
 // The calls a reader refuses, and a block with a flipped bit.
 TEST(ReadChunk, RefusesWrongCallsAndDamage) {
