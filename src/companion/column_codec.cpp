@@ -202,16 +202,19 @@ std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
                          [indices](uint32_t a, uint32_t b) { return indices[a] < indices[b]; });
         return positions;
     }
-    // A radix sort, least significant byte first, of the indices less the smallest: stable, so
-    // ties stay in stored order; only the bytes the span uses.
+    // A radix sort, 11 bits at a time from the least significant, of the indices less the
+    // smallest: stable, so ties stay in stored order; only the digits the span uses.
     std::vector<uint32_t> keys(n), otherKeys(n), otherPositions(n);
     for (size_t i = 0; i < n; ++i) keys[i] = static_cast<uint32_t>(indices[i] - low);
-    for (int shift = 0; shift < 32 && (span >> shift) != 0; shift += 8) {
-        size_t starts[257] = {};
-        for (size_t i = 0; i < n; ++i) ++starts[((keys[i] >> shift) & 255) + 1];
-        for (size_t d = 0; d < 256; ++d) starts[d + 1] += starts[d];
+    constexpr int kBits = 11;
+    constexpr uint32_t kMask = (1u << kBits) - 1;
+    std::vector<size_t> starts(kMask + 2);
+    for (int shift = 0; shift < 32 && (span >> shift) != 0; shift += kBits) {
+        std::fill(starts.begin(), starts.end(), 0);
+        for (size_t i = 0; i < n; ++i) ++starts[((keys[i] >> shift) & kMask) + 1];
+        for (size_t d = 0; d <= kMask; ++d) starts[d + 1] += starts[d];
         for (size_t i = 0; i < n; ++i) {
-            const size_t at = starts[(keys[i] >> shift) & 255]++;
+            const size_t at = starts[(keys[i] >> shift) & kMask]++;
             otherKeys[at] = keys[i];
             otherPositions[at] = positions[i];
         }
