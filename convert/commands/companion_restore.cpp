@@ -267,6 +267,11 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     // Not zeroed: every record of it is written, each once, or nothing is written at all.
     std::unique_ptr<unsigned char[]> whole(direct ? new unsigned char[las.count * length]
                                                   : nullptr);
+    if (!direct && !options.box) {
+        // Every record kept: room for them all at once, not grown by copies.
+        data.reserve(std::min<uint64_t>(las.count, static_cast<uint64_t>(info.numPoints)) * length);
+        if (info.hasOrder) order.reserve(data.capacity() / length);
+    }
     ChunkBatches batches(options.input, index.index, false, chunks, options.threads);
     const zul_Header2& header = head.header;
     std::vector<unsigned char> records;

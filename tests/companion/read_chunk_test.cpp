@@ -96,6 +96,11 @@ TEST_P(ReadChunk, GivesWhatColumnReadsGive) {
             EXPECT_EQ(rooms[size_t(f)], reader.column<uint8_t>(c, f));
             EXPECT_EQ(fromBlock[size_t(f)], rooms[size_t(f)]);
         }
+        if (choice.everyNth == 1) {  // the C++ call, all columns
+            std::vector<uint64_t> viaClass;
+            EXPECT_EQ(reader.columns(c, choice.order ? &viaClass : nullptr), written[size_t(c)]);
+            if (choice.order) EXPECT_EQ(viaClass, order);
+        }
         if (choice.order) {
             EXPECT_EQ(order, reader.order(c));
             for (size_t i = 0; i < order.size(); ++i)
