@@ -267,7 +267,18 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     // Not zeroed: every record of it is written, each once, or nothing is written at all.
     std::unique_ptr<unsigned char[]> whole(direct ? new unsigned char[las.count * length]
                                                   : nullptr);
-    if (!direct && !options.box) {
+    // Every record in stored order, as many as the header counts: written chunk by chunk behind
+    // the source's own header, not kept.
+    const bool streamed = !info.hasOrder && !options.box && !options.salvage &&
+                          info.numPoints == static_cast<int64_t>(las.count);
+    std::unique_ptr<OutputFile> streamedFile;
+    std::unique_ptr<ByteOutput> streamedOut;
+    uint64_t streamedRecords = 0;
+    if (streamed) {
+        streamedFile = std::make_unique<OutputFile>(options.output, options.force);
+        streamedOut = std::make_unique<ByteOutput>(streamedFile->temporaryPath());
+        streamedOut->write(source, las.dataOffset);
+    } else if (!direct && !options.box) {
         // Every record kept: room for them all at once, not grown by copies.
         data.reserve(std::min<uint64_t>(las.count, static_cast<uint64_t>(info.numPoints)) * length);
         if (info.hasOrder) order.reserve(data.capacity() / length);
@@ -325,6 +336,12 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
             for (size_t f = 0; f < placed.size(); ++f)
                 placeColumn(placed[f], values[f].data(), n, las.colorOffset, length,
                             records.data());
+            if (streamed) {
+                streamedOut->write(records.data(), records.size());
+                streamedRecords += static_cast<uint64_t>(n);
+                at += n;
+                continue;
+            }
             if (!options.box && !direct) {
                 // Every record, in stored order: the chunk's at once.
                 data.insert(data.end(), records.begin(), records.end());
@@ -372,7 +389,18 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         throw FormatError(path + ": holds " + std::to_string(placedRecords) + " of the " +
                           std::to_string(las.count) + " records its LAS header counts");
     }
-    const uint64_t written = direct ? placedRecords : data.size() / length;
+    if (streamed) {
+        if (streamedRecords != las.count) {
+            throw FormatError(path + ": holds " + std::to_string(streamedRecords) + " of the " +
+                              std::to_string(las.count) + " records its LAS header counts");
+        }
+        streamedOut->write(source + las.dataOffset, sourceSize - las.dataOffset);
+        streamedOut->close();
+        streamedFile->commit();
+    }
+    const uint64_t written = direct     ? placedRecords
+                             : streamed ? streamedRecords
+                                        : data.size() / length;
 
     // The source's header, with the count and box of what is written when that is not all.
     std::vector<unsigned char> head0(source, source + las.dataOffset);
@@ -416,8 +444,8 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         }
     }
 
-    OutputFile output(options.output, options.force);
-    {
+    if (!streamed) {
+        OutputFile output(options.output, options.force);
         ByteOutput out(output.temporaryPath());
         out.write(head0.data(), head0.size());
         if (info.hasOrder && !direct) {
@@ -433,8 +461,8 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         }
         out.write(tail, tailSize);
         out.close();
+        output.commit();
     }
-    output.commit();
     if (!options.quiet) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
