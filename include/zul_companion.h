@@ -350,6 +350,26 @@ ZUL_API zul_Status zul_xin_readColumnFromBlock(zul_xin_Reader reader, int64_t ch
                                                const void* block, size_t size, void* values,
                                                int64_t capacity);
 
+/* Reads all of chunk `chunk`'s columns at once, as zul_xin_readColumn reads one: its block is read
+ * and checked once, and the order decoded once for every column coded in the input's order, where
+ * reading column by column does both for every column. `values` holds `numFields` pointers (the
+ * companion's numFields: may be null when it is 0), pointer f room for `capacity` values of field
+ * f's width, or null for a column not wanted; `indices` room for `capacity` input indices, or null
+ * when the order is not wanted. Each column wanted gets the chunk's point count of values, in
+ * stored order, exactly as zul_xin_readColumn gives them; the order as zul_xin_readOrder. Returns
+ * as zul_xin_readColumn; zul_STATUS_INVALID_ARGUMENT also for another `numFields` or a null
+ * `values` with fields; zul_STATUS_INVALID_STATE also for a non-null `indices` in a companion
+ * without order. Any thread. */
+ZUL_API zul_Status zul_xin_readChunk(zul_xin_Reader reader, int64_t chunk, void* const* values,
+                                     int32_t numFields, uint64_t* indices, int64_t capacity);
+
+/* As zul_xin_readChunk, from the block's bytes fetched by the caller, as
+ * zul_xin_readColumnFromBlock. Works on every open reader. Any thread. */
+ZUL_API zul_Status zul_xin_readChunkFromBlock(zul_xin_Reader reader, int64_t chunk,
+                                              const void* block, size_t size, void* const* values,
+                                              int32_t numFields, uint64_t* indices,
+                                              int64_t capacity);
+
 /* Checks chunk `chunk`'s block of columns against its checksum. Returns zul_STATUS_OK,
  * zul_STATUS_CORRUPT_DATA or the statuses of zul_xin_readColumn. Any thread. */
 ZUL_API zul_Status zul_xin_checkBlock(zul_xin_Reader reader, int64_t chunk);

@@ -6,6 +6,7 @@
 #include <iostream>
 #include <memory>
 
+#include "commands/json_text.h"
 #include "commands/output_file.h"
 #include "commands/progress_bar.h"
 #include "formats/cloud.h"
@@ -52,21 +53,6 @@ int convertBag(const std::string& input, const std::string& output, bool force, 
     return result.problems.empty() ? 0 : 1;
 }
 
-std::string jsonText(const std::string& text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') out += '\\';
-        if (static_cast<unsigned char>(c) < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-            continue;
-        }
-        out += c;
-    }
-    return out + "\"";
-}
-
 }  // namespace
 
 bool isBag(const std::string& path) { return zul::ros::bagKindOf(path) != zul::ros::BagKind::None; }
@@ -111,12 +97,13 @@ void printBagInfo(const std::string& path, bool json) {
     const char* kind =
         zul::ros::bagKindOf(path) == zul::ros::BagKind::Ros1 ? "ROS 1 bag" : "ROS 2 SQLite bag";
     if (json) {
-        std::printf("{\"file\": %s, \"kind\": \"%s\", \"topics\": [", jsonText(path).c_str(), kind);
+        std::printf("{\"file\": %s, \"kind\": \"%s\", \"topics\": [", jsonString(path).c_str(),
+                    kind);
         for (size_t i = 0; i < topics.size(); ++i) {
             const zul::ros::BagTopic& t = topics[i];
             std::printf("%s{\"name\": %s, \"type\": %s, \"cloud\": %s, \"messages\": %" PRIu64
                         ", \"bytes\": %" PRIu64 "}",
-                        i ? ", " : "", jsonText(t.name).c_str(), jsonText(t.type).c_str(),
+                        i ? ", " : "", jsonString(t.name).c_str(), jsonString(t.type).c_str(),
                         isCloudType(t.type) ? "true" : "false", t.messages, t.bytes);
         }
         std::printf("]}");

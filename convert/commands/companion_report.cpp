@@ -1,10 +1,11 @@
 #include "commands/companion_report.h"
 
-#include <cstring>
 #include <filesystem>
+#include <utility>
 #include <vector>
 
 #include "commands/companion_write.h"
+#include "commands/json_text.h"
 #include "zul_companion.h"
 
 namespace zulconvert {
@@ -17,19 +18,25 @@ const char* typeName(zul_FieldType type) {
     return type >= 1 && type <= 11 ? names[type] : "?";
 }
 
+// The conventions of an open companion, keys and values, in their order.
+std::vector<std::pair<std::string, std::string>> conventionsOf(zul_xin_Reader reader) {
+    int32_t count = 0;
+    zul_xin_getConventionCount(reader, &count);
+    std::vector<std::pair<std::string, std::string>> conventions;
+    for (int32_t i = 0; i < count; ++i) {
+        const char* key = nullptr;
+        const char* value = nullptr;
+        if (zul_xin_getConvention(reader, i, &key, &value) == zul_STATUS_OK)
+            conventions.emplace_back(key, value);
+    }
+    return conventions;
+}
+
 }  // namespace
 
 std::string conventionOf(zul_xin_Reader reader, const char* key) {
-    int32_t conventions = 0;
-    zul_xin_getConventionCount(reader, &conventions);
-    for (int32_t i = 0; i < conventions; ++i) {
-        const char* k = nullptr;
-        const char* value = nullptr;
-        if (zul_xin_getConvention(reader, i, &k, &value) == zul_STATUS_OK &&
-            std::strcmp(k, key) == 0) {
-            return value;
-        }
-    }
+    for (const auto& convention : conventionsOf(reader))
+        if (convention.first == key) return convention.second;
     return "";
 }
 
@@ -49,14 +56,8 @@ std::string companionInfoText(const std::string& streamPath) {
     std::string text = "companion    " + path + ", " + std::to_string(info.fileSize) + " bytes" +
                        (format[0] ? std::string(", from ") + format : "") +
                        (info.hasOrder ? ", the input's order" : "") + "\n";
-    int32_t conventions = 0;
-    zul_xin_getConventionCount(guard.reader, &conventions);
-    for (int32_t i = 0; i < conventions; ++i) {
-        const char* key = nullptr;
-        const char* value = nullptr;
-        zul_xin_getConvention(guard.reader, i, &key, &value);
-        text += std::string("convention   ") + key + " = " + value + "\n";
-    }
+    for (const auto& convention : conventionsOf(guard.reader))
+        text += "convention   " + convention.first + " = " + convention.second + "\n";
     std::string fields;
     for (int32_t f = 0; f < info.numFields; ++f) {
         zul_FieldInfo field = {};
@@ -66,6 +67,40 @@ std::string companionInfoText(const std::string& streamPath) {
     }
     text += "fields       " + (fields.empty() ? std::string("none") : fields) + "\n";
     return text;
+}
+
+std::string companionInfoJson(const std::string& streamPath) {
+    const std::string path = companionPath(streamPath);
+    if (!std::filesystem::exists(path)) return "null";
+    CompanionReader guard;
+    zul_Status status = zul_xin_openFile(&guard.reader, path.c_str());
+    const bool opened = status == zul_STATUS_OK;
+    if (opened) status = zul_xin_bindStreamFile(guard.reader, streamPath.c_str());
+    std::string text = "{\"file\": " + jsonString(path) +
+                       ", \"bound\": " + (status == zul_STATUS_OK ? "true" : "false");
+    if (status != zul_STATUS_OK) text += ", \"refused\": " + jsonString(zul_x_statusText(status));
+    if (!opened) return text + "}";
+    zul_CompanionInfo info = {};
+    zul_xin_getInfo(guard.reader, &info);
+    const char* format = "";
+    zul_xin_getFormat(guard.reader, &format);
+    text += ", \"bytes\": " + std::to_string(info.fileSize) +
+            ", \"format\": " + jsonString(format) +
+            ", \"order\": " + (info.hasOrder ? "true" : "false") + ", \"conventions\": {";
+    const char* comma = "";
+    for (const auto& convention : conventionsOf(guard.reader)) {
+        text += comma + jsonString(convention.first) + ": " + jsonString(convention.second);
+        comma = ", ";
+    }
+    text += "}, \"fields\": [";
+    for (int32_t f = 0; f < info.numFields; ++f) {
+        zul_FieldInfo field = {};
+        zul_xin_getField(guard.reader, f, &field);
+        text += std::string(f ? ", " : "") + "{\"name\": " + jsonString(field.name) +
+                ", \"type\": \"" + typeName(field.type) +
+                "\", \"width\": " + std::to_string(field.width) + "}";
+    }
+    return text + "]}";
 }
 
 std::string verifyCompanion(const std::string& streamPath) {

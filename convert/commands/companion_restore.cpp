@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <numeric>
 
 #include "commands/chunk_batches.h"
@@ -72,6 +73,80 @@ struct Placed {
     size_t offset;
     int residual;  // 0-6 for a difference column (kLasResidualNames), -1 for record bytes
 };
+
+// The chunks whose points can be records within the box: every chunk without a box; else those
+// whose box through the stream's matrix meets the box widened by a LAS scale step on each side (a
+// record's coordinate is its stream position rounded to the scale). Every chunk when a coordinate
+// difference column can move a record farther.
+std::vector<int64_t> boxChunks(const DecompressOptions& options, int64_t usable, const LasHead& las,
+                               const std::vector<Placed>& placed) {
+    const bool moved = std::any_of(placed.begin(), placed.end(), [](const Placed& p) {
+        return p.residual >= 0 && p.residual < 3;
+    });
+    std::vector<int64_t> chunks(static_cast<size_t>(usable));
+    std::iota(chunks.begin(), chunks.end(), int64_t{0});
+    if (!options.box || moved) return chunks;
+    IndexGuard index;
+    ZulFileHead head;
+    checkStatus(openIndex(options.input, true, options.chunkBudgetMiB, index, head), options.input,
+                ZulStage::Open);
+    double lo[3], hi[3];
+    for (int axis = 0; axis < 3; ++axis) {
+        lo[axis] = options.boxMin[axis] - std::abs(las.scale[axis]);
+        hi[axis] = options.boxMax[axis] + std::abs(las.scale[axis]);
+    }
+    int64_t selected = 0;
+    checkStatus(zul_idx_selectBox(index.index, lo, hi, nullptr, 0, &selected), options.input,
+                ZulStage::Read);
+    chunks.resize(static_cast<size_t>(selected));
+    checkStatus(zul_idx_selectBox(index.index, lo, hi, chunks.data(), selected, &selected),
+                options.input, ZulStage::Read);
+    chunks.erase(std::lower_bound(chunks.begin(), chunks.end(), usable), chunks.end());
+    return chunks;
+}
+
+// Copies a column's `n` values into their place in each record, or adds a difference column's
+// values to what the stream gave.
+template <size_t W>
+void copyColumn(const unsigned char* column, int64_t n, size_t offset, size_t length,
+                unsigned char* records) {
+    for (int64_t i = 0; i < n; ++i)
+        std::memcpy(records + static_cast<size_t>(i) * length + offset,
+                    column + static_cast<size_t>(i) * W, W);
+}
+
+void placeColumn(const Placed& p, const unsigned char* column, int64_t n, size_t colorOffset,
+                 size_t length, unsigned char* records) {
+    if (p.residual < 0) {
+        switch (p.width) {
+            case 1:
+                return copyColumn<1>(column, n, p.offset, length, records);
+            case 2:
+                return copyColumn<2>(column, n, p.offset, length, records);
+            case 4:
+                return copyColumn<4>(column, n, p.offset, length, records);
+            case 8:
+                return copyColumn<8>(column, n, p.offset, length, records);
+            default:
+                for (int64_t i = 0; i < n; ++i)
+                    std::memcpy(records + static_cast<size_t>(i) * length + p.offset,
+                                column + static_cast<size_t>(i) * p.width,
+                                static_cast<size_t>(p.width));
+                return;
+        }
+    }
+    for (int64_t i = 0; i < n; ++i) {
+        unsigned char* r = records + static_cast<size_t>(i) * length;
+        const unsigned char* v = column + static_cast<size_t>(i) * p.width;
+        if (p.residual < 3) {
+            unsigned char* at4 = r + 4 * p.residual;
+            put(at4, static_cast<uint32_t>(loadLittle<uint32_t>(at4) + loadLittle<uint32_t>(v)));
+        } else {
+            unsigned char* at2 = p.residual == 3 ? r + 12 : r + colorOffset + 2 * (p.residual - 4);
+            put(at2, static_cast<uint16_t>(loadLittle<uint16_t>(at2) + loadLittle<uint16_t>(v)));
+        }
+    }
+}
 
 }  // namespace
 
@@ -187,21 +262,38 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         zul_idx_getDamage(index.index, &damage, nullptr, nullptr);
         checkStatus(damage, options.input, ZulStage::Read);
     }
-    std::vector<int64_t> chunks(static_cast<size_t>(usable));
-    std::iota(chunks.begin(), chunks.end(), int64_t{0});
+    std::vector<int64_t> chunks = boxChunks(options, usable, las, placed);
 
     const size_t length = las.recordLength;
     std::vector<unsigned char> data;
     std::vector<uint64_t> order;
-    std::vector<unsigned char> column;
+    std::vector<std::vector<unsigned char>> values(placed.size());
+    std::vector<void*> rooms(placed.size());
     std::vector<uint64_t> chunkOrder;
-    double lo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, hi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
     // The whole file in the input's order: each record goes straight to its place.
     const bool direct = info.hasOrder && !options.box && !options.salvage &&
                         info.numPoints == static_cast<int64_t>(las.count);
     std::vector<bool> seen(direct ? las.count : 0);
     uint64_t placedRecords = 0;
-    if (direct) data.assign(las.count * length, 0);
+    // Not zeroed: every record of it is written, each once, or nothing is written at all.
+    std::unique_ptr<unsigned char[]> whole(direct ? new unsigned char[las.count * length]
+                                                  : nullptr);
+    // Every record in stored order, as many as the header counts: written chunk by chunk behind
+    // the source's own header, not kept.
+    const bool streamed = !info.hasOrder && !options.box && !options.salvage &&
+                          info.numPoints == static_cast<int64_t>(las.count);
+    std::unique_ptr<OutputFile> streamedFile;
+    std::unique_ptr<ByteOutput> streamedOut;
+    uint64_t streamedRecords = 0;
+    if (streamed) {
+        streamedFile = std::make_unique<OutputFile>(options.output, options.force);
+        streamedOut = std::make_unique<ByteOutput>(streamedFile->temporaryPath());
+        streamedOut->write(source, las.dataOffset);
+    } else if (!direct && !options.box) {
+        // Every record kept: room for them all at once, not grown by copies.
+        data.reserve(std::min<uint64_t>(las.count, static_cast<uint64_t>(info.numPoints)) * length);
+        if (info.hasOrder) order.reserve(data.capacity() / length);
+    }
     ChunkBatches batches(options.input, index.index, false, chunks, options.threads);
     const zul_Header2& header = head.header;
     std::vector<unsigned char> records;
@@ -238,60 +330,50 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                     }
                 }
             }
-            for (const Placed& p : placed) {
-                column.resize(static_cast<size_t>(n) * p.width);
-                const zul_Status status =
-                    zul_xin_readColumn(guard.reader, number, p.field, column.data(), n);
-                if (status != zul_STATUS_OK) {
-                    throw FormatError(
-                        path + ": chunk " + std::to_string(number) + "'s fields cannot be read (" +
-                        zul_x_statusText(status) +
-                        "); decompress with --no-companion to write the stream alone");
-                }
-                for (int64_t i = 0; i < n; ++i) {
-                    unsigned char* r = records.data() + static_cast<size_t>(i) * length;
-                    const unsigned char* v = column.data() + static_cast<size_t>(i) * p.width;
-                    if (p.residual < 0) {
-                        std::memcpy(r + p.offset, v, static_cast<size_t>(p.width));
-                    } else if (p.residual < 3) {
-                        unsigned char* at4 = r + 4 * p.residual;
-                        put(at4, static_cast<uint32_t>(loadLittle<uint32_t>(at4) +
-                                                       loadLittle<uint32_t>(v)));
-                    } else {
-                        unsigned char* at2 =
-                            p.residual == 3 ? r + 12 : r + las.colorOffset + 2 * (p.residual - 4);
-                        put(at2, static_cast<uint16_t>(loadLittle<uint16_t>(at2) +
-                                                       loadLittle<uint16_t>(v)));
-                    }
-                }
+            // Every column and the order with one read of the chunk's block.
+            for (size_t f = 0; f < placed.size(); ++f) {
+                values[f].resize(static_cast<size_t>(n) * placed[f].width);
+                rooms[f] = values[f].data();
             }
-            if (info.hasOrder) {
-                chunkOrder.resize(static_cast<size_t>(n));
-                const zul_Status status =
-                    zul_xin_readOrder(guard.reader, number, chunkOrder.data(), n);
-                if (status != zul_STATUS_OK) {
-                    throw FormatError(path + ": chunk " + std::to_string(number) +
-                                      "'s order cannot be read (" + zul_x_statusText(status) + ")");
-                }
+            if (info.hasOrder) chunkOrder.resize(static_cast<size_t>(n));
+            const zul_Status read =
+                zul_xin_readChunk(guard.reader, number, rooms.data(), info.numFields,
+                                  info.hasOrder ? chunkOrder.data() : nullptr, n);
+            if (read != zul_STATUS_OK) {
+                throw FormatError(path + ": chunk " + std::to_string(number) +
+                                  "'s fields cannot be read (" + zul_x_statusText(read) +
+                                  "); decompress with --no-companion to write the stream alone");
+            }
+            for (size_t f = 0; f < placed.size(); ++f)
+                placeColumn(placed[f], values[f].data(), n, las.colorOffset, length,
+                            records.data());
+            if (streamed) {
+                streamedOut->write(records.data(), records.size());
+                streamedRecords += static_cast<uint64_t>(n);
+                at += n;
+                continue;
+            }
+            if (!options.box && !direct) {
+                // Every record, in stored order: the chunk's at once.
+                data.insert(data.end(), records.begin(), records.end());
+                if (info.hasOrder) order.insert(order.end(), chunkOrder.begin(), chunkOrder.end());
+                at += n;
+                continue;
             }
             for (int64_t i = 0; i < n; ++i) {
                 const unsigned char* r = records.data() + static_cast<size_t>(i) * length;
-                double p[3];
-                for (int axis = 0; axis < 3; ++axis) {
-                    p[axis] =
-                        loadLittle<int32_t>(r + 4 * axis) * las.scale[axis] + las.offset[axis];
-                }
                 if (options.box) {
+                    double p[3];
+                    for (int axis = 0; axis < 3; ++axis) {
+                        p[axis] =
+                            loadLittle<int32_t>(r + 4 * axis) * las.scale[axis] + las.offset[axis];
+                    }
                     bool inside = true;
                     for (int axis = 0; axis < 3; ++axis) {
                         inside = inside && p[axis] >= options.boxMin[axis] &&
                                  p[axis] <= options.boxMax[axis];
                     }
                     if (!inside) continue;
-                }
-                for (int axis = 0; axis < 3; ++axis) {
-                    lo[axis] = std::min(lo[axis], p[axis]);
-                    hi[axis] = std::max(hi[axis], p[axis]);
                 }
                 if (direct) {
                     // Every record in its place at once.
@@ -302,7 +384,7 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                                           " twice or out of range)");
                     }
                     seen[k] = true;
-                    std::memcpy(data.data() + k * length, r, length);
+                    std::memcpy(whole.get() + k * length, r, length);
                     ++placedRecords;
                     continue;
                 }
@@ -318,13 +400,34 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         throw FormatError(path + ": holds " + std::to_string(placedRecords) + " of the " +
                           std::to_string(las.count) + " records its LAS header counts");
     }
-    const uint64_t written = direct ? placedRecords : data.size() / length;
+    if (streamed) {
+        if (streamedRecords != las.count) {
+            throw FormatError(path + ": holds " + std::to_string(streamedRecords) + " of the " +
+                              std::to_string(las.count) + " records its LAS header counts");
+        }
+        streamedOut->write(source + las.dataOffset, sourceSize - las.dataOffset);
+        streamedOut->close();
+        streamedFile->commit();
+    }
+    const uint64_t written = direct     ? placedRecords
+                             : streamed ? streamedRecords
+                                        : data.size() / length;
 
     // The source's header, with the count and box of what is written when that is not all.
     std::vector<unsigned char> head0(source, source + las.dataOffset);
     const unsigned char* tail = source + las.dataOffset;
     const size_t tailSize = sourceSize - las.dataOffset;
     if (written != las.count) {
+        double lo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, hi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
+        for (size_t at = 0; at < data.size(); at += length) {
+            for (int axis = 0; axis < 3; ++axis) {
+                const double p =
+                    loadLittle<int32_t>(data.data() + at + 4 * axis) * las.scale[axis] +
+                    las.offset[axis];
+                lo[axis] = std::min(lo[axis], p);
+                hi[axis] = std::max(hi[axis], p);
+            }
+        }
         unsigned char* h = head0.data();
         put<uint32_t>(h + 107, written <= UINT32_MAX && !(las.minor >= 4 && las.pointFormat >= 6)
                                    ? static_cast<uint32_t>(written)
@@ -352,8 +455,8 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         }
     }
 
-    OutputFile output(options.output, options.force);
-    {
+    if (!streamed) {
+        OutputFile output(options.output, options.force);
         ByteOutput out(output.temporaryPath());
         out.write(head0.data(), head0.size());
         if (info.hasOrder && !direct) {
@@ -362,13 +465,15 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
             std::stable_sort(rank.begin(), rank.end(),
                              [&](uint64_t a, uint64_t b) { return order[a] < order[b]; });
             for (const uint64_t k : rank) out.write(data.data() + k * length, length);
+        } else if (direct) {
+            out.write(whole.get(), written * length);
         } else {
             out.write(data.data(), data.size());
         }
         out.write(tail, tailSize);
         out.close();
+        output.commit();
     }
-    output.commit();
     if (!options.quiet) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

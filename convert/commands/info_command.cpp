@@ -14,6 +14,7 @@
 #include "commands/commands.h"
 #include "commands/companion_report.h"
 #include "commands/input_spool.h"
+#include "commands/json_text.h"
 #include "commands/status_text.h"
 #include "commands/stream_members.h"
 #include "formats/cloud.h"
@@ -170,25 +171,10 @@ void printText(const std::string& title, const FileSummary& s) {
     }
 }
 
-std::string jsonString(const std::string& text) {
-    std::string out = "\"";
-    for (char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
-}
-
-// `lead` is the first member: the file's name, or a stream's offset in a file of several.
-void printJson(const std::string& lead, const FileSummary& s, const char* indent) {
+// `lead` is the first member: the file's name, or a stream's offset in a file of several;
+// `companion` the companion's object, or "" for none printed (a stream of several).
+void printJson(const std::string& lead, const FileSummary& s, const std::string& companion,
+               const char* indent) {
     const zul_DataType& d = s.head.dataType;
     const double n = static_cast<double>(s.points);
     const int decimals = decimalsOfStep(outputGrid(d, s.head.header, true).step);
@@ -250,6 +236,7 @@ void printJson(const std::string& lead, const FileSummary& s, const char* indent
         }
         std::printf("\n%s  ]", in);
     }
+    if (!companion.empty()) std::printf(",\n%s  \"companion\": %s", in, companion.c_str());
     std::printf("\n%s}", in);
 }
 
@@ -287,9 +274,10 @@ void printFileText(const std::string& path, const FileInfo& info) {
     }
 }
 
-void printFileJson(const std::string& path, const FileInfo& info, const char* indent) {
+void printFileJson(const std::string& path, const FileInfo& info, const std::string& companion,
+                   const char* indent) {
     if (!info.several) {
-        printJson("\"file\": " + jsonString(path), info.streams[0], indent);
+        printJson("\"file\": " + jsonString(path), info.streams[0], companion, indent);
         return;
     }
     const std::string in = indent;
@@ -298,7 +286,7 @@ void printFileJson(const std::string& path, const FileInfo& info, const char* in
                 indent, jsonString(path).c_str(), indent, info.fileBytes, indent);
     for (size_t i = 0; i < info.streams.size(); ++i) {
         if (i > 0) std::printf(",\n");
-        printJson("\"offset\": " + std::to_string(info.streams[i].head.start), info.streams[i],
+        printJson("\"offset\": " + std::to_string(info.streams[i].head.start), info.streams[i], "",
                   inner.c_str());
     }
     const FileSummary& t = info.total;
@@ -350,7 +338,8 @@ int runInfo(const InfoOptions& options) {
         const std::string& path = spool->name();
         if (options.json) {
             std::printf("%s", printed ? ",\n" : several ? "\n" : "");
-            printFileJson(path, summary, several ? "  " : "");
+            printFileJson(path, summary, summary.several ? "" : companionInfoJson(spool->path()),
+                          several ? "  " : "");
         } else {
             if (printed) std::printf("\n");
             printFileText(path, summary);

@@ -15,7 +15,8 @@ constexpr uint16_t kGeoAsciiRecord = 34737;
 
 // GeoTIFF keys that name a system by code, and the code that says "defined by other keys".
 constexpr uint16_t kModelTypeKey = 1024, kRasterTypeKey = 1025, kGeographicKey = 2048,
-                   kProjectedKey = 3072, kVerticalKey = 4096;
+                   kProjectedKey = 3072, kLinearUnitsKey = 3076, kVerticalKey = 4096,
+                   kVerticalDatumKey = 4098, kVerticalUnitsKey = 4099;
 constexpr uint16_t kUserDefined = 32767;
 
 std::string fixedText(const unsigned char* bytes, size_t n) {
@@ -75,7 +76,7 @@ std::string crsOfVlrs(const std::vector<LasVlr>& vlrs, std::string& problem) {
     for (const LasVlr& vlr : vlrs) {
         if (vlr.user != kProjection || vlr.record != kGeoKeysRecord) continue;
         const size_t keys = vlr.data.size() / 8;
-        int horizontal = 0, vertical = 0;
+        GeoKeyCodes codes;
         bool userDefined = false;
         // The first entry is the directory's header; each key: id, location, count, value.
         for (size_t k = 1; k < keys; ++k) {
@@ -84,21 +85,26 @@ std::string crsOfVlrs(const std::vector<LasVlr>& vlrs, std::string& problem) {
             const uint16_t location = loadLittle<uint16_t>(key + 2);
             const uint16_t value = loadLittle<uint16_t>(key + 6);
             if (location != 0) continue;
-            if (id == kProjectedKey || (id == kGeographicKey && horizontal == 0)) {
+            if (id == kProjectedKey || (id == kGeographicKey && codes.horizontal == 0)) {
                 userDefined = userDefined || value == kUserDefined;
-                if (value != kUserDefined) horizontal = value;
+                if (value != kUserDefined) codes.horizontal = value;
             } else if (id == kVerticalKey && value != kUserDefined) {
-                vertical = value;
+                codes.vertical = value;
+            } else if (id == kLinearUnitsKey) {
+                codes.linearUnit = value;
+            } else if (id == kVerticalDatumKey && value != kUserDefined) {
+                codes.verticalDatum = value;
+            } else if (id == kVerticalUnitsKey) {
+                codes.verticalUnit = value;
             }
         }
-        if (horizontal == 0) {
+        if (codes.horizontal == 0) {
             problem = userDefined ? "its GeoTIFF keys define the system by parameters, not by an "
                                     "EPSG code"
                                   : "its GeoTIFF keys name no system";
             return "";
         }
-        return "EPSG:" + std::to_string(horizontal) +
-               (vertical != 0 ? "+" + std::to_string(vertical) : "");
+        return crsOfGeoKeys(codes, problem);
     }
     return "";
 }
@@ -131,7 +137,9 @@ std::vector<LasVlr> crsVlrs(const std::string& crs, bool wkt, const std::string&
     add(kModelTypeKey, codes.geographic ? 2 : 1);
     add(kRasterTypeKey, 1);
     add(codes.geographic ? kGeographicKey : kProjectedKey, static_cast<uint16_t>(codes.horizontal));
+    if (codes.linearUnit != 0) add(kLinearUnitsKey, static_cast<uint16_t>(codes.linearUnit));
     if (codes.vertical != 0) add(kVerticalKey, static_cast<uint16_t>(codes.vertical));
+    if (codes.verticalUnit != 0) add(kVerticalUnitsKey, static_cast<uint16_t>(codes.verticalUnit));
     vlr.record = kGeoKeysRecord;
     vlr.description = "GeoTiff GeoKeyDirectoryTag";
     vlr.data.resize(2 * keys.size());

@@ -139,14 +139,14 @@ CompanionColumnReader::CompanionColumnReader(const CloudLayout& layout, const ui
 
 void CompanionColumnReader::readChunk(int64_t chunk, uint32_t n, std::vector<uint64_t>& order) {
     order.resize(n);
-    check(zul_xin_readOrder(reader_, chunk, order.data(), n),
-          "chunk " + std::to_string(chunk) + "'s order cannot be read");
+    std::vector<void*> rooms(fields_.size());
     for (size_t f = 0; f < fields_.size(); ++f) {
         values_[f].resize(size_t(n) * fields_[f].width);
-        check(zul_xin_readColumn(reader_, chunk, int32_t(f), values_[f].data(), n),
-              "chunk " + std::to_string(chunk) + "'s column '" + fields_[f].name +
-                  "' cannot be read");
+        rooms[f] = values_[f].data();
     }
+    // Every column and the order with one read and check of the chunk's block.
+    check(zul_xin_readChunk(reader_, chunk, rooms.data(), int32_t(fields_.size()), order.data(), n),
+          "chunk " + std::to_string(chunk) + "'s columns cannot be read");
 }
 
 void CompanionColumnReader::place(uint32_t row, uint8_t* record) const {

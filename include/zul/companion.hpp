@@ -174,6 +174,25 @@ public:
               "zul_xin_readColumn");
         return values;
     }
+    /* All of chunk `chunk`'s columns at once, with one read of its block (zul_xin_readChunk):
+     * column f as bytes, the chunk's point count times its width; `order`, when not null, gets
+     * the input indices (the companion must keep them). */
+    std::vector<std::vector<uint8_t>> columns(int64_t chunk,
+                                              std::vector<uint64_t>* order = nullptr) const {
+        const std::vector<zul_FieldInfo> all = fields();
+        const int64_t points = this->chunk(chunk).chunk.numPoints;
+        std::vector<std::vector<uint8_t>> values(all.size());
+        std::vector<void*> rooms(all.size());
+        for (size_t f = 0; f < all.size(); ++f) {
+            values[f].resize(static_cast<size_t>(points * all[f].width));
+            rooms[f] = values[f].data();
+        }
+        if (order) order->resize(static_cast<size_t>(points));
+        check(zul_xin_readChunk(reader_, chunk, rooms.data(), static_cast<int32_t>(all.size()),
+                                order ? order->data() : nullptr, points),
+              "zul_xin_readChunk");
+        return values;
+    }
     std::vector<uint64_t> order(int64_t chunk) const {
         std::vector<uint64_t> values(static_cast<size_t>(this->chunk(chunk).chunk.numPoints));
         check(zul_xin_readOrder(reader_, chunk, values.data(), static_cast<int64_t>(values.size())),

@@ -191,10 +191,36 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
 }
 
 std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
-    std::vector<uint32_t> positions(static_cast<size_t>(count));
-    for (size_t i = 0; i < positions.size(); ++i) positions[i] = static_cast<uint32_t>(i);
-    std::stable_sort(positions.begin(), positions.end(),
-                     [indices](uint32_t a, uint32_t b) { return indices[a] < indices[b]; });
+    const size_t n = static_cast<size_t>(count);
+    std::vector<uint32_t> positions(n);
+    for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(i);
+    if (n < 2) return positions;
+    const auto range = std::minmax_element(indices, indices + n);
+    const uint64_t low = *range.first, span = *range.second - low;
+    if (span >> 32) {
+        std::stable_sort(positions.begin(), positions.end(),
+                         [indices](uint32_t a, uint32_t b) { return indices[a] < indices[b]; });
+        return positions;
+    }
+    // A radix sort, 11 bits at a time from the least significant, of the indices less the
+    // smallest: stable, so ties stay in stored order; only the digits the span uses.
+    std::vector<uint32_t> keys(n), otherKeys(n), otherPositions(n);
+    for (size_t i = 0; i < n; ++i) keys[i] = static_cast<uint32_t>(indices[i] - low);
+    constexpr int kBits = 11;
+    constexpr uint32_t kMask = (1u << kBits) - 1;
+    std::vector<size_t> starts(kMask + 2);
+    for (int shift = 0; shift < 32 && (span >> shift) != 0; shift += kBits) {
+        std::fill(starts.begin(), starts.end(), 0);
+        for (size_t i = 0; i < n; ++i) ++starts[((keys[i] >> shift) & kMask) + 1];
+        for (size_t d = 0; d <= kMask; ++d) starts[d + 1] += starts[d];
+        for (size_t i = 0; i < n; ++i) {
+            const size_t at = starts[(keys[i] >> shift) & kMask]++;
+            otherKeys[at] = keys[i];
+            otherPositions[at] = positions[i];
+        }
+        keys.swap(otherKeys);
+        positions.swap(otherPositions);
+    }
     return positions;
 }
 

@@ -33,10 +33,11 @@ struct zul_xin_ReaderStruct {
         return status;
     }
 
-    // Checks a block's bytes and decodes segment `segment` of it into `values`; the order
-    // segment too when the segment is coded in the input's order.
-    zul_Status decode(const ChunkEntry& entry, const uint8_t* block, size_t size, size_t segment,
-                      int32_t width, void* values) const {
+    // Checks a block's bytes and decodes the segments whose room `out` gives (one pointer a
+    // field, then the order's; null skips a segment), the order once for all the segments coded
+    // in the input's order.
+    zul_Status decode(const ChunkEntry& entry, const uint8_t* block, size_t size,
+                      void* const* out) const {
         if (static_cast<int64_t>(size) != entry.blockSize) return zul_STATUS_INVALID_ARGUMENT;
         if (!checksumMatches(entry.blockChecksum, checksum(block, size)))
             return zul_STATUS_CORRUPT_DATA;
@@ -56,33 +57,79 @@ struct zul_xin_ReaderStruct {
         }
         if (parts.size() != static_cast<size_t>(head.segments())) return zul_STATUS_CORRUPT_DATA;
         const int64_t count = entry.chunk.numPoints;
-        const Segment& part = parts[segment];
+        const size_t numFields = head.fields.size();
+        bool needOrder = head.hasOrder && out[numFields];
+        for (size_t f = 0; f < numFields; ++f)
+            needOrder = needOrder || (head.hasOrder && out[f] && (parts[f].coding & kInputOrder));
         std::vector<uint32_t> inputOrder;
-        if ((part.coding & kInputOrder) && head.hasOrder && segment != head.fields.size()) {
+        if (needOrder) {
             const Segment& orderPart = parts.back();
-            std::vector<uint64_t> indices(static_cast<size_t>(count));
-            const zul_Status status =
-                decodeSegment(orderPart.coding, block + orderPart.at, orderPart.size, count, 8,
-                              nullptr, indices.data());
+            std::vector<uint64_t> own;
+            uint64_t* indices = static_cast<uint64_t*>(out[numFields]);
+            if (!indices) own.resize(static_cast<size_t>(count)), indices = own.data();
+            const zul_Status status = decodeSegment(orderPart.coding, block + orderPart.at,
+                                                    orderPart.size, count, 8, nullptr, indices);
             if (status != zul_STATUS_OK) return status;
-            inputOrder = inputOrderOf(indices.data(), count);
+            for (size_t f = 0; f < numFields && inputOrder.empty(); ++f)
+                if (out[f] && (parts[f].coding & kInputOrder))
+                    inputOrder = inputOrderOf(indices, count);
         }
-        return decodeSegment(part.coding, block + part.at, part.size, count, width,
-                             inputOrder.empty() ? nullptr : &inputOrder, values);
+        for (size_t f = 0; f < numFields; ++f) {
+            if (!out[f]) continue;
+            const Segment& part = parts[f];
+            const zul_Status status =
+                decodeSegment(part.coding, block + part.at, part.size, count, head.fields[f].width,
+                              inputOrder.empty() ? nullptr : &inputOrder, out[f]);
+            if (status != zul_STATUS_OK) return status;
+        }
+        return zul_STATUS_OK;
+    }
+
+    // Decodes segment `segment` alone (the order's is numFields).
+    zul_Status decodeOne(const ChunkEntry& entry, const uint8_t* block, size_t size, size_t segment,
+                         void* values) const {
+        std::vector<void*> out(head.fields.size() + 1, nullptr);
+        out[segment] = values;
+        return decode(entry, block, size, out.data());
+    }
+
+    // The checks a whole chunk's read makes: the room for every field given or null, the
+    // order's null without order.
+    zul_Status prepareAll(int64_t chunk, void* const* values, int32_t numFields,
+                          const uint64_t* indices, int64_t capacity) const {
+        if (chunk < 0 || chunk >= static_cast<int64_t>(head.chunks.size()) ||
+            numFields != static_cast<int32_t>(head.fields.size()) || (!values && numFields > 0))
+            return zul_STATUS_INVALID_ARGUMENT;
+        if (indices && !head.hasOrder) return zul_STATUS_INVALID_STATE;
+        if (capacity < head.chunks[static_cast<size_t>(chunk)].chunk.numPoints)
+            return zul_STATUS_INVALID_ARGUMENT;
+        return zul_STATUS_OK;
+    }
+
+    std::vector<void*> rooms(void* const* values, int32_t numFields, uint64_t* indices) const {
+        std::vector<void*> out(static_cast<size_t>(numFields) + 1, nullptr);
+        for (int32_t f = 0; f < numFields; ++f) out[static_cast<size_t>(f)] = values[f];
+        out.back() = indices;
+        return out;
+    }
+
+    zul_Status readBlock(const ChunkEntry& entry, std::vector<uint8_t>& copy,
+                         const uint8_t*& block) const {
+        if (headOnly) return zul_STATUS_INVALID_STATE;
+        return source.view(entry.blockOffset, entry.blockSize, copy, block);
     }
 
     // The checks every column read makes before it touches anything.
     zul_Status prepare(int64_t chunk, int32_t field, int64_t capacity, const void* values,
-                       size_t& segment, int32_t& width) const {
+                       size_t& segment) const {
         if (!values || chunk < 0 || chunk >= static_cast<int64_t>(head.chunks.size()) ||
             field < -1 || field >= static_cast<int32_t>(head.fields.size()))
             return zul_STATUS_INVALID_ARGUMENT;
         if (field == -1) {
             if (!head.hasOrder) return zul_STATUS_INVALID_STATE;
-            segment = head.fields.size(), width = 8;
+            segment = head.fields.size();
         } else {
             segment = static_cast<size_t>(field);
-            width = head.fields[static_cast<size_t>(field)].width;
         }
         if (capacity < head.chunks[static_cast<size_t>(chunk)].chunk.numPoints)
             return zul_STATUS_INVALID_ARGUMENT;
@@ -91,16 +138,14 @@ struct zul_xin_ReaderStruct {
 
     zul_Status readSegment(int64_t chunk, int32_t field, void* values, int64_t capacity) const {
         size_t segment = 0;
-        int32_t width = 0;
-        zul_Status status = prepare(chunk, field, capacity, values, segment, width);
+        zul_Status status = prepare(chunk, field, capacity, values, segment);
         if (status != zul_STATUS_OK) return status;
-        if (headOnly) return zul_STATUS_INVALID_STATE;
         const ChunkEntry& entry = head.chunks[static_cast<size_t>(chunk)];
         std::vector<uint8_t> copy;
         const uint8_t* block = nullptr;
-        status = source.view(entry.blockOffset, entry.blockSize, copy, block);
+        status = readBlock(entry, copy, block);
         if (status != zul_STATUS_OK) return status;
-        return decode(entry, block, static_cast<size_t>(entry.blockSize), segment, width, values);
+        return decodeOne(entry, block, static_cast<size_t>(entry.blockSize), segment, values);
     }
 
     // Compares the binding with a stream's facts; the checksums are not compared.
@@ -360,11 +405,38 @@ ZUL_API zul_Status zul_xin_readColumnFromBlock(zul_xin_Reader reader, int64_t ch
     if (!reader || (!block && size)) return zul_STATUS_INVALID_ARGUMENT;
     if (!ready(reader)) return zul_STATUS_INVALID_STATE;
     size_t segment = 0;
-    int32_t width = 0;
-    const zul_Status status = reader->prepare(chunk, field, capacity, values, segment, width);
+    const zul_Status status = reader->prepare(chunk, field, capacity, values, segment);
+    if (status != zul_STATUS_OK) return status;
+    return reader->decodeOne(reader->head.chunks[static_cast<size_t>(chunk)],
+                             static_cast<const uint8_t*>(block), size, segment, values);
+}
+
+ZUL_API zul_Status zul_xin_readChunk(zul_xin_Reader reader, int64_t chunk, void* const* values,
+                                     int32_t numFields, uint64_t* indices, int64_t capacity) {
+    if (!reader) return zul_STATUS_INVALID_ARGUMENT;
+    if (!ready(reader)) return zul_STATUS_INVALID_STATE;
+    zul_Status status = reader->prepareAll(chunk, values, numFields, indices, capacity);
+    if (status != zul_STATUS_OK) return status;
+    const ChunkEntry& entry = reader->head.chunks[static_cast<size_t>(chunk)];
+    std::vector<uint8_t> copy;
+    const uint8_t* block = nullptr;
+    status = reader->readBlock(entry, copy, block);
+    if (status != zul_STATUS_OK) return status;
+    return reader->decode(entry, block, static_cast<size_t>(entry.blockSize),
+                          reader->rooms(values, numFields, indices).data());
+}
+
+ZUL_API zul_Status zul_xin_readChunkFromBlock(zul_xin_Reader reader, int64_t chunk,
+                                              const void* block, size_t size, void* const* values,
+                                              int32_t numFields, uint64_t* indices,
+                                              int64_t capacity) {
+    if (!reader || (!block && size)) return zul_STATUS_INVALID_ARGUMENT;
+    if (!ready(reader)) return zul_STATUS_INVALID_STATE;
+    const zul_Status status = reader->prepareAll(chunk, values, numFields, indices, capacity);
     if (status != zul_STATUS_OK) return status;
     return reader->decode(reader->head.chunks[static_cast<size_t>(chunk)],
-                          static_cast<const uint8_t*>(block), size, segment, width, values);
+                          static_cast<const uint8_t*>(block), size,
+                          reader->rooms(values, numFields, indices).data());
 }
 
 ZUL_API zul_Status zul_xin_checkBlock(zul_xin_Reader reader, int64_t chunk) {

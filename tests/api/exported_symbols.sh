@@ -99,8 +99,9 @@ if [ -n "$companion" ]; then
         zul_xin_getHeadSize zul_xin_openFile zul_xin_openBuffer zul_xin_openHead
         zul_xin_bindStreamBuffer zul_xin_bindStreamFile zul_xin_bindIndex zul_xin_getInfo
         zul_xin_getChunk zul_xin_getField zul_xin_findField zul_xin_getSource zul_xin_getFormat
-        zul_xin_getConventionCount zul_xin_getConvention zul_xin_getRowInfo zul_xin_readRows zul_xin_readColumn zul_xin_readOrder
-        zul_xin_readColumnFromBlock zul_xin_checkBlock zul_xin_verifyBuffer zul_xin_verifyFile
+        zul_xin_getConventionCount zul_xin_getConvention zul_xin_getRowInfo zul_xin_readRows
+        zul_xin_readColumn zul_xin_readOrder zul_xin_readColumnFromBlock zul_xin_readChunk
+        zul_xin_readChunkFromBlock zul_xin_checkBlock zul_xin_verifyBuffer zul_xin_verifyFile
         zul_xin_close zul_xblob_pack zul_xblob_unpack
     )
     for name in "${required[@]}"; do

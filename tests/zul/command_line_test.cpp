@@ -129,6 +129,18 @@ const CliCase kCases[] = {
      "\"chunkTable\": [\n    {\"offset\": 172, \"bytes\": ", "b.zul"},
     {"info of several files", BUNNY, "info --json {d}/b.zul {d}/b.zul", 0,
      "[\n  {\n    \"file\": ", "b.zul"},
+    {"info of no companion", BUNNY, "info --json {d}/b.zul", 0, "\"companion\": null\n}", "b.zul"},
+    {"info of a companion", "zul compress -q {data}/sample_c.las {d}/s.zul",
+     "info --json {d}/s.zul", 0, "\"bound\": true, \"bytes\": ", "s.zul s.zulx"},
+    {"info of a companion's fields", "zul compress -q --keep-order {data}/sample_c.las {d}/s.zul",
+     "info --json {d}/s.zul", 0,
+     "\"order\": true, \"conventions\": {\"colour scale\": \"256\", \"name\": "
+     "\"sample_c.las\"}, \"fields\": [{\"name\": \"bit_fields\", \"type\": \"u8\", "
+     "\"width\": 1}",
+     "s.zul s.zulx"},
+    {"info of a damaged companion",
+     "zul compress -q {data}/sample_c.las {d}/s.zul; poke s.zulx 40 7", "info --json {d}/s.zul", 0,
+     "s.zulx\", \"bound\": false, \"refused\": \"", "s.zul s.zulx"},
     {"info of a forged count", BUNNY "; poke b.zul 239 63", "info {d}/b.zul", 1,
      "b.zul: chunk 0 (byte 172) claims 1056964708 points (76609 MiB decoded), more than the "
      "memory budget of 256 MiB a chunk allows",

@@ -4,6 +4,8 @@
 // order without; a companion of another stream or a damaged one is refused by name, and the
 // stream alone still decodes; verify names a chunk whose bytes changed.
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 
@@ -276,6 +278,26 @@ TEST_P(CompanionSubset, KeepsTheFieldsOfThePointsWritten) {
     EXPECT_TRUE(std::includes(in.records.begin(), in.records.end(), out.records.begin(),
                               out.records.end()));
     EXPECT_TRUE(out.tail == in.tail);
+    if (c.cut) return;
+    // A box keeps every record within it, not only some (the chunks are chosen by their box).
+    const std::string bytes = readBytes(input);
+    double scale[3], offset[3], lo[3], hi[3];
+    std::memcpy(scale, &bytes[131], 24);
+    std::memcpy(offset, &bytes[155], 24);
+    ASSERT_EQ(std::sscanf(c.options, "--bbox %lf,%lf,%lf,%lf,%lf,%lf", &lo[0], &lo[1], &lo[2],
+                          &hi[0], &hi[1], &hi[2]),
+              6);
+    const size_t inside = static_cast<size_t>(
+        std::count_if(in.records.begin(), in.records.end(), [&](const std::string& r) {
+            for (int axis = 0; axis < 3; ++axis) {
+                int32_t value = 0;
+                std::memcpy(&value, &r[4 * static_cast<size_t>(axis)], 4);
+                const double p = value * scale[axis] + offset[axis];
+                if (!(p >= lo[axis] && p <= hi[axis])) return false;
+            }
+            return true;
+        }));
+    EXPECT_EQ(out.records.size(), inside);
 }
 
 INSTANTIATE_TEST_SUITE_P(Parts, CompanionSubset, ::testing::ValuesIn(kSubsets), NameOfCase());

@@ -2,6 +2,8 @@
 // scale, offset, intensity, 8-bit colour and coordinate system; values that must change are
 // counted in one line a kind.
 #include <cstring>
+#include <fstream>
+#include <iterator>
 
 #include "support/test_names.h"
 #include "support/tool_support.h"
@@ -33,20 +35,36 @@ LasContent lasContent(const std::string& path) {
     return content;
 }
 
+std::string fileText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+int occurrences(const std::string& text, const std::string& word) {
+    int count = 0;
+    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1))
+        ++count;
+    return count;
+}
+
 struct LasCase {
     const char* name;
     const char* input;
     const char* lasVersion;
     const char* crs;  // what the output's records give, as PROJ reads it
+    int feet;         // systems in US survey feet it holds (horizontal, vertical)
 };
 
 void PrintTo(const LasCase& c, std::ostream* out) { *out << c.name; }
 
 const LasCase kLasCases[] = {
-    {"4_6_crop 1.2", "4_6_crop.las", "1.2", "EPSG:2903"},
-    {"4_6_crop 1.4", "4_6_crop.las", "1.4", "PROJCS[\"NAD83(HARN) / New Mexico Central (ftUS)\""},
-    {"sample_c 1.2", "sample_c.las", "1.2", ""},
-    {"1.2-with-color 1.4", "1.2-with-color.las", "1.4", ""},
+    // Its keys name NAVD88's datum as the vertical system, the system as the datum, in feet.
+    {"4_6_crop 1.2", "4_6_crop.las", "1.2",
+     "COMPOUNDCRS[\"NAD83(HARN) / New Mexico Central (ftUS) + NAVD88 height\"", 2},
+    {"4_6_crop 1.4", "4_6_crop.las", "1.4",
+     "COMPD_CS[\"NAD83(HARN) / New Mexico Central (ftUS) + NAVD88 height\"", 2},
+    {"sample_c 1.2", "sample_c.las", "1.2", "", 0},
+    {"1.2-with-color 1.4", "1.2-with-color.las", "1.4", "", 0},
 };
 
 class LasRoundTrip : public ToolTest, public ::testing::WithParamInterface<LasCase> {};
@@ -66,9 +84,39 @@ TEST_P(LasRoundTrip, GivesBackTheSameIntegersScaleOffsetAndSystem) {
     EXPECT_TRUE(out.points == in.points);
     EXPECT_EQ(out.crs.substr(0, std::strlen(c.crs)), c.crs);
     EXPECT_EQ(std::filesystem::exists(path("cloud.prj")), c.crs[0] != '\0');
+    // WKT names the unit of each system, and of some parameters too.
+    EXPECT_GE(occurrences(out.crs, "US survey foot"), c.feet) << out.crs;
+    EXPECT_EQ(occurrences(out.crs, "US survey foot") > 0, c.feet > 0) << out.crs;
 }
 
 INSTANTIATE_TEST_SUITE_P(SharedLas, LasRoundTrip, ::testing::ValuesIn(kLasCases), NameOfCase());
+
+// GeoTIFF keys that give systems in metres by code and US survey feet by their unit keys keep
+// the feet without a companion, in the .prj and in the LAS written back, 1.2 and 1.4.
+TEST_F(ToolTest, GeoTiffUnitKeysOverTheCodesAreKept) {
+    std::string las = lasBytes(2, 0, 20, {0.01, 0.01, 0.01, 2000000, 500000, 0}, 3, false,
+                               [](uint32_t i, std::string& r) { r[0] = static_cast<char>(i); });
+    const uint16_t keys[] = {1,     1,    0, 6, 1024, 0,    1, 1, 1025, 0,    1, 1, 3072, 0, 1,
+                             32113, 3076, 0, 1, 9003, 4096, 0, 1, 5703, 4099, 0, 1, 9003};
+    std::string vlr(54, '\0');
+    std::memcpy(&vlr[2], "LASF_Projection", 15);
+    put<uint16_t>(vlr, 18, 34735);
+    put<uint16_t>(vlr, 20, sizeof keys);
+    vlr.append(reinterpret_cast<const char*>(keys), sizeof keys);
+    las.insert(227, vlr);
+    put<uint32_t>(las, 96, static_cast<uint32_t>(227 + vlr.size() + 10));
+    put<uint32_t>(las, 100, 1);
+    std::ofstream(path("in.las"), std::ios::binary) << las;
+    ASSERT_TRUE(toolSucceeds("compress -q --no-companion " + path("in.las") + " " + path("a.zul")));
+    EXPECT_GE(occurrences(fileText(path("a.prj")), "US survey foot"), 2) << fileText(path("a.prj"));
+    for (const char* version : {"1.2", "1.4"}) {
+        ASSERT_TRUE(toolSucceeds(std::string("decompress -q -f --las-version ") + version + " " +
+                                 path("a.zul") + " " + path("b.las")));
+        const std::string crs = lasContent(path("b.las")).crs;
+        EXPECT_GE(occurrences(crs, "US survey foot"), 2) << version << ": " << crs;
+        EXPECT_NE(crs.find("New Mexico Central"), std::string::npos) << crs;
+    }
+}
 
 // A LAS 1.2 file of point format 2 whose scales differ by axis and whose colours pass 255 only
 // in the last of more than a million points.
