@@ -99,7 +99,9 @@ TEST_P(ReadChunk, GivesWhatColumnReadsGive) {
         if (choice.everyNth == 1) {  // the C++ call, all columns
             std::vector<uint64_t> viaClass;
             EXPECT_EQ(reader.columns(c, choice.order ? &viaClass : nullptr), written[size_t(c)]);
-            if (choice.order) EXPECT_EQ(viaClass, order);
+            if (choice.order) {
+                EXPECT_EQ(viaClass, order);
+            }
         }
         if (choice.order) {
             EXPECT_EQ(order, reader.order(c));
