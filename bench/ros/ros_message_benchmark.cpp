@@ -3,6 +3,10 @@
 // on one thread; on a shared, loaded machine they are indicative only.
 //
 //   ros_message_benchmark [step, default 0.001] [repeats, default 5]
+//   ros_message_benchmark --once lidar|flat|camera [own]
+//     encodes and decodes one message once (with own columns instead of a companion), for
+//     instruction counts: valgrind --tool=callgrind --toggle-collect='zul::ros::compressMessage*'
+//     --toggle-collect='zul::ros::decompressMessage*' ros_message_benchmark --once lidar
 #include <zlib.h>
 #include <zstd.h>
 
@@ -141,15 +145,39 @@ void chunkSweep(const SensorShape& shape, double step, int repeats) {
 
 }  // namespace
 
+// One encode and one decode of one message, printing the sizes.
+int once(const SensorShape& shape, bool companion) {
+    const PointCloud2 message = testing::makeSensorMessage(shape, Wire::CdrLittle, false, 1);
+    const std::vector<uint8_t> bytes = writePointCloud2(message);
+    EncodeOptions options;
+    options.companion = companion;
+    const std::vector<uint8_t> compressed =
+        compressMessage(bytes.data(), bytes.size(), Serialization::Ros2, options);
+    const std::vector<uint8_t> back =
+        decompressMessage(compressed.data(), compressed.size(), Serialization::Ros2);
+    std::printf("%s: %zu B compressed, %zu B restored\n", testing::sensorName(shape.sensor),
+                compressed.size(), back.size());
+    return back.size() == bytes.size() ? 0 : 1;
+}
+
 int main(int argc, char** argv) {
+    const SensorShape shapes[3] = {{Sensor::OrganisedLidar, 64, 1024},
+                                   {Sensor::FlatLidar, 1, 57344},
+                                   {Sensor::RgbCamera, 480, 640}};
+    if (argc > 2 && std::string(argv[1]) == "--once") {
+        const std::string name = argv[2];
+        const bool companion = !(argc > 3 && std::string(argv[3]) == "own");
+        for (int s = 0; s < 3; ++s)
+            if (name == (s == 0 ? "lidar" : s == 1 ? "flat" : "camera"))
+                return once(shapes[s], companion);
+        std::fprintf(stderr, "--once takes lidar, flat or camera\n");
+        return 2;
+    }
     const double step = argc > 1 ? std::atof(argv[1]) : 0.001;
     const int repeats = argc > 2 ? std::atoi(argv[2]) : 5;
     std::printf(
         "step %g, best of %d runs, one thread; a shared machine: indicative figures only\n\n", step,
         repeats);
-    const SensorShape shapes[3] = {{Sensor::OrganisedLidar, 64, 1024},
-                                   {Sensor::FlatLidar, 1, 57344},
-                                   {Sensor::RgbCamera, 480, 640}};
     for (const SensorShape& shape : shapes) runShape(shape, step, repeats);
     std::printf("\n");
     chunkSweep(shapes[0], step, repeats);

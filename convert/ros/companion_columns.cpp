@@ -4,6 +4,7 @@
 #include <set>
 
 #include "point_access.h"
+#include "record_columns.h"
 #include "ros_error.h"
 
 namespace zul::ros {
@@ -85,16 +86,16 @@ void CompanionWriter::chunk(const PointCloud2& message, const uint8_t* bytes, si
     check(zul_xout_addChunkBytes(writer_, bytes, size), "a chunk refused");
     const CloudDescription& c = message.cloud;
     const size_t n = stored.size();
+    records_.resize(n);
+    for (size_t j = 0; j < n; ++j) {
+        const uint64_t i = stored[j];
+        records_[j] = message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
+    }
     for (size_t f = 0; f < fields_.size(); ++f) {
         const CompanionField& field = fields_[f];
         values_.resize(n * field.width);
-        const bool swap = bigEndian_ && field.type != zul_FIELD_RAW;
-        for (size_t j = 0; j < n; ++j) {
-            const uint64_t i = stored[j];
-            const uint8_t* at = message.data.data() + (i / c.width) * c.rowStep +
-                                (i % c.width) * c.pointStep + field.offset;
-            copyToLittle(at, field.width, swap, &values_[j * field.width]);
-        }
+        gatherValues(records_.data(), n, field.offset, field.width,
+                     bigEndian_ && field.type != zul_FIELD_RAW, values_.data());
         check(zul_xout_writeColumn(writer_, chunks_, int32_t(f), values_.data(), int64_t(n)),
               "a column refused");
     }
@@ -138,6 +139,7 @@ CompanionColumnReader::CompanionColumnReader(const CloudLayout& layout, const ui
 }
 
 void CompanionColumnReader::readChunk(int64_t chunk, uint32_t n, std::vector<uint64_t>& order) {
+    readPoints_ = 0;
     order.resize(n);
     check(zul_xin_readOrder(reader_, chunk, order.data(), n),
           "chunk " + std::to_string(chunk) + "'s order cannot be read");
@@ -147,13 +149,14 @@ void CompanionColumnReader::readChunk(int64_t chunk, uint32_t n, std::vector<uin
               "chunk " + std::to_string(chunk) + "'s column '" + fields_[f].name +
                   "' cannot be read");
     }
+    readPoints_ = n;
 }
 
-void CompanionColumnReader::place(uint32_t row, uint8_t* record) const {
+void CompanionColumnReader::place(uint8_t* const* records) const {
     for (size_t f = 0; f < fields_.size(); ++f) {
         const CompanionField& field = fields_[f];
-        copyFromLittle(&values_[f][size_t(row) * field.width], field.width,
-                       bigEndian_ && field.type != zul_FIELD_RAW, record + field.offset);
+        scatterValues(values_[f].data(), readPoints_, field.offset, field.width,
+                      bigEndian_ && field.type != zul_FIELD_RAW, records);
     }
 }
 

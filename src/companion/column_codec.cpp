@@ -133,12 +133,18 @@ void permute(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order
 constexpr int kLevel = 1;
 constexpr int64_t kSampleValues = 512;
 constexpr size_t kTinySample = 32;
+// A column's next chunks take the coding its trials chose without trials while they hold, with
+// the chunk the trials ran on, at most kValuesPerTrial values (so chunks of more than half of that
+// have trials of their own), and until one makes more than kGrowth times the bytes a value (plus
+// kGrowthSlack) of the chunk the trials ran on.
+constexpr int64_t kValuesPerTrial = 16384;
+constexpr double kGrowth = 1.25, kGrowthSlack = 0.05;
 
 // A thread's zstd contexts and buffers, kept from call to call.
 struct Scratch {
     ZSTD_CCtx* compressor = nullptr;
     ZSTD_DCtx* decompressor = nullptr;
-    std::vector<uint8_t> transformed, planed, compressed;
+    std::vector<uint8_t> transformed, planed, compressed, permuted, trial;
     ~Scratch() {
         ZSTD_freeCCtx(compressor);
         ZSTD_freeDCtx(decompressor);
@@ -191,56 +197,89 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
 }
 
 std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
-    std::vector<uint32_t> positions(static_cast<size_t>(count));
-    for (size_t i = 0; i < positions.size(); ++i) positions[i] = static_cast<uint32_t>(i);
+    const size_t n = static_cast<size_t>(count);
+    std::vector<uint32_t> positions(n);
+    if (n == 0) return positions;
+    const auto [low, high] = std::minmax_element(indices, indices + n);
+    if (*high - *low <= UINT32_MAX) {
+        // Each index as its distance from the smallest above its position: distinct keys whose
+        // order is the indices' with ties in stored order, sorted as plain numbers.
+        std::vector<uint64_t> keys(n);
+        for (size_t i = 0; i < n; ++i) keys[i] = (indices[i] - *low) << 32 | i;
+        std::sort(keys.begin(), keys.end());
+        for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(keys[i]);
+        return positions;
+    }
+    for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(i);
     std::stable_sort(positions.begin(), positions.end(),
                      [indices](uint32_t a, uint32_t b) { return indices[a] < indices[b]; });
     return positions;
 }
 
 void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t type,
-                       const std::vector<uint32_t>* inputOrder, std::vector<uint8_t>& out) {
+                       const std::vector<uint32_t>* inputOrder, CodingChoice& choice,
+                       std::vector<uint8_t>& out) {
     const size_t w = static_cast<size_t>(width);
     const uint8_t* stored = static_cast<const uint8_t*>(values);
-    std::vector<uint8_t> permuted;
-    if (inputOrder) {
-        permuted.resize(static_cast<size_t>(count) * w);
-        permute(stored, permuted.data(), *inputOrder, width, false);
-    }
-    // The codings a type tries (measured: the difference beats the XOR on GPS time, planes help
-    // wide integers; one-byte values gain little from either). Each is tried on a sample of the
-    // first values, in stored order and, with the order kept, in the input's order; the winner
-    // codes them all.
-    static const uint8_t oneByte[] = {kZstd, kTransformDelta | kZstd};
-    static const uint8_t integers[] = {kZstd, kBytePlanes | kZstd,
-                                       kTransformDelta | kBytePlanes | kZstd};
-    static const uint8_t floats[] = {kZstd, kBytePlanes | kZstd,
-                                     kTransformDelta | kBytePlanes | kZstd,
-                                     kTransformXor | kBytePlanes | kZstd};
-    static const uint8_t rawBytes[] = {kZstd, kBytePlanes | kZstd};
-    const uint8_t* codings = integers;
-    size_t numCodings = sizeof integers;
-    if (type == zul_FIELD_RAW)
-        codings = rawBytes, numCodings = width == 1 ? 1 : sizeof rawBytes;
-    else if (width == 1)
-        codings = oneByte, numCodings = sizeof oneByte;
-    else if (isFloat(type))
-        codings = floats, numCodings = sizeof floats;
-    const int64_t sample = std::min<int64_t>(count, kSampleValues);
-    uint8_t bestCoding = kZstd;
-    size_t bestSize = SIZE_MAX;
-    std::vector<uint8_t> trial;
-    for (int order = 0; order < (inputOrder ? 2 : 1) && bestSize > kTinySample; ++order)
-        for (size_t c = 0; c < numCodings && bestSize > kTinySample; ++c) {
-            const uint8_t coding = static_cast<uint8_t>(codings[c] | (order ? kInputOrder : 0));
-            trial.clear();
-            encodeSegment(order ? permuted.data() : stored, sample, width, coding, kLevel, trial);
-            if (trial.size() < bestSize) bestSize = trial.size(), bestCoding = coding;
+    Scratch& s = scratch();
+    // The values in the input's order, made when a trial or the coding needs them.
+    bool permutedMade = false;
+    auto inInputOrder = [&]() -> const uint8_t* {
+        if (!permutedMade) {
+            s.permuted.resize(static_cast<size_t>(count) * w);
+            permute(stored, s.permuted.data(), *inputOrder, width, false);
+            permutedMade = true;
         }
+        return s.permuted.data();
+    };
+    const bool trials = choice.coding == 0 || choice.valuesLeft < count ||
+                        ((choice.coding & kInputOrder) && !inputOrder);
+    if (trials) {
+        // The codings a type tries (measured: the difference beats the XOR on GPS time, planes
+        // help wide integers; one-byte values gain little from either). Each is tried on a
+        // sample of the first values, in stored order and, with the order kept, in the input's
+        // order; the winner codes them all.
+        static const uint8_t oneByte[] = {kZstd, kTransformDelta | kZstd};
+        static const uint8_t integers[] = {kZstd, kBytePlanes | kZstd,
+                                           kTransformDelta | kBytePlanes | kZstd};
+        static const uint8_t floats[] = {kZstd, kBytePlanes | kZstd,
+                                         kTransformDelta | kBytePlanes | kZstd,
+                                         kTransformXor | kBytePlanes | kZstd};
+        static const uint8_t rawBytes[] = {kZstd, kBytePlanes | kZstd};
+        const uint8_t* codings = integers;
+        size_t numCodings = sizeof integers;
+        if (type == zul_FIELD_RAW)
+            codings = rawBytes, numCodings = width == 1 ? 1 : sizeof rawBytes;
+        else if (width == 1)
+            codings = oneByte, numCodings = sizeof oneByte;
+        else if (isFloat(type))
+            codings = floats, numCodings = sizeof floats;
+        const int64_t sample = std::min<int64_t>(count, kSampleValues);
+        uint8_t bestCoding = kZstd;
+        size_t bestSize = SIZE_MAX;
+        for (int order = 0; order < (inputOrder ? 2 : 1) && bestSize > kTinySample; ++order)
+            for (size_t c = 0; c < numCodings && bestSize > kTinySample; ++c) {
+                const uint8_t coding = static_cast<uint8_t>(codings[c] | (order ? kInputOrder : 0));
+                s.trial.clear();
+                encodeSegment(order ? inInputOrder() : stored, sample, width, coding, kLevel,
+                              s.trial);
+                if (s.trial.size() < bestSize) bestSize = s.trial.size(), bestCoding = coding;
+            }
+        choice.coding = bestCoding;
+        choice.valuesLeft = kValuesPerTrial - count;
+    } else {
+        choice.valuesLeft -= count;
+    }
     const size_t at = out.size();
-    encodeSegment(bestCoding & kInputOrder ? permuted.data() : stored, count, width, bestCoding,
-                  kLevel, out);
-    if (out.size() - at - kSegmentHeaderSize > static_cast<size_t>(count) * w) {
+    encodeSegment(choice.coding & kInputOrder ? inInputOrder() : stored, count, width,
+                  choice.coding, kLevel, out);
+    const size_t made = out.size() - at - kSegmentHeaderSize;
+    const double perValue = count ? static_cast<double>(made) / static_cast<double>(count) : 0;
+    if (trials)
+        choice.bytesPerValue = perValue;
+    else if (perValue > kGrowth * choice.bytesPerValue + kGrowthSlack)
+        choice.valuesLeft = 0;  // the next chunk tries the codings again
+    if (made > static_cast<size_t>(count) * w) {
         out.resize(at);  // the values as they are take less room
         encodeSegment(stored, count, width, kTransformNone, 0, out);
     }

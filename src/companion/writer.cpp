@@ -32,6 +32,7 @@ struct zul_xout_WriterStruct {
     size_t nextChunk = 0;
     std::vector<std::vector<uint8_t>> segments;
     std::vector<bool> written;
+    std::vector<CodingChoice> choices;  // a field's
     std::vector<uint8_t> output;
 
     // Codes and appends the blocks of the chunks whose columns are all there: the order first,
@@ -52,7 +53,7 @@ struct zul_xout_WriterStruct {
             for (size_t s = 0; s < numFields; ++s)
                 encodeBestSegment(segments[s].data(), count, head.fields[s].width,
                                   head.fields[s].type, head.hasOrder ? &inputOrder : nullptr,
-                                  blocks);
+                                  choices[s], blocks);
             if (head.hasOrder)  // input indices: planes and zstd (measured), no trials
                 encodeSegment(segments[numFields].data(), count, 8, kBytePlanes | kZstd,
                               kOrderLevel, blocks);
@@ -72,6 +73,7 @@ struct zul_xout_WriterStruct {
         binding = kind;
         segments.assign(static_cast<size_t>(head.segments()), {});
         written.assign(static_cast<size_t>(head.segments()), false);
+        choices.assign(head.fields.size(), {});
         return zul_STATUS_OK;
     }
 
