@@ -201,13 +201,21 @@ std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
     std::vector<uint32_t> positions(n);
     if (n == 0) return positions;
     const auto [low, high] = std::minmax_element(indices, indices + n);
-    if (*high - *low <= UINT32_MAX) {
-        // Each index as its distance from the smallest above its position: distinct keys whose
-        // order is the indices' with ties in stored order, sorted as plain numbers.
-        std::vector<uint64_t> keys(n);
-        for (size_t i = 0; i < n; ++i) keys[i] = (indices[i] - *low) << 32 | i;
-        std::sort(keys.begin(), keys.end());
-        for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(keys[i]);
+    const uint64_t span = *high - *low;
+    if (span <= UINT32_MAX) {
+        // Each index as its distance from the smallest above its position, sorted by that
+        // distance a byte at a time from the lowest (each pass keeps the order of equal bytes):
+        // the indices' order, ties in stored order.
+        std::vector<uint64_t> items(n), other(n);
+        for (size_t i = 0; i < n; ++i) items[i] = (indices[i] - *low) << 32 | i;
+        for (int shift = 32; shift < 64 && (span >> (shift - 32)) != 0; shift += 8) {
+            size_t start[257] = {};
+            for (uint64_t item : items) ++start[(item >> shift & 255) + 1];
+            for (int d = 0; d < 256; ++d) start[d + 1] += start[d];
+            for (uint64_t item : items) other[start[item >> shift & 255]++] = item;
+            items.swap(other);
+        }
+        for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(items[i]);
         return positions;
     }
     for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(i);
