@@ -3,10 +3,11 @@
 // on one thread; on a shared, loaded machine they are indicative only.
 //
 //   ros_message_benchmark [step, default 0.001] [repeats, default 5]
-//   ros_message_benchmark --once lidar|flat|camera [own]
-//     encodes and decodes one message once (with own columns instead of a companion), for
+//   ros_message_benchmark --once lidar|flat|camera [own|companion] [repeats, default 1]
+//     encodes and decodes one message (with own columns instead of a companion), once for
 //     instruction counts: valgrind --tool=callgrind --toggle-collect='zul::ros::compressMessage*'
-//     --toggle-collect='zul::ros::decompressMessage*' ros_message_benchmark --once lidar
+//     --toggle-collect='zul::ros::decompressMessage*' ros_message_benchmark --once lidar;
+//     or `repeats` times, printing the median times
 #include <zlib.h>
 #include <zstd.h>
 
@@ -145,18 +146,33 @@ void chunkSweep(const SensorShape& shape, double step, int repeats) {
 
 }  // namespace
 
-// One encode and one decode of one message, printing the sizes.
-int once(const SensorShape& shape, bool companion) {
+// Encodes and decodes one message `repeats` times, printing the sizes and, for more than one
+// run, the median times.
+int once(const SensorShape& shape, bool companion, int repeats) {
     const PointCloud2 message = testing::makeSensorMessage(shape, Wire::CdrLittle, false, 1);
     const std::vector<uint8_t> bytes = writePointCloud2(message);
     EncodeOptions options;
     options.companion = companion;
-    const std::vector<uint8_t> compressed =
-        compressMessage(bytes.data(), bytes.size(), Serialization::Ros2, options);
-    const std::vector<uint8_t> back =
-        decompressMessage(compressed.data(), compressed.size(), Serialization::Ros2);
-    std::printf("%s: %zu B compressed, %zu B restored\n", testing::sensorName(shape.sensor),
+    std::vector<uint8_t> compressed, back;
+    std::vector<double> enc, dec;
+    for (int r = 0; r < repeats; ++r) {
+        auto start = std::chrono::steady_clock::now();
+        compressed = compressMessage(bytes.data(), bytes.size(), Serialization::Ros2, options);
+        auto middle = std::chrono::steady_clock::now();
+        back = decompressMessage(compressed.data(), compressed.size(), Serialization::Ros2);
+        auto end = std::chrono::steady_clock::now();
+        enc.push_back(std::chrono::duration<double>(middle - start).count());
+        dec.push_back(std::chrono::duration<double>(end - middle).count());
+    }
+    std::printf("%s: %zu B compressed, %zu B restored", testing::sensorName(shape.sensor),
                 compressed.size(), back.size());
+    if (repeats > 1) {
+        std::sort(enc.begin(), enc.end());
+        std::sort(dec.begin(), dec.end());
+        std::printf(", median of %d: enc %.2f ms, dec %.2f ms", repeats, enc[enc.size() / 2] * 1e3,
+                    dec[dec.size() / 2] * 1e3);
+    }
+    std::printf("\n");
     return back.size() == bytes.size() ? 0 : 1;
 }
 
@@ -167,9 +183,10 @@ int main(int argc, char** argv) {
     if (argc > 2 && std::string(argv[1]) == "--once") {
         const std::string name = argv[2];
         const bool companion = !(argc > 3 && std::string(argv[3]) == "own");
+        const int repeats = argc > 4 ? std::max(1, std::atoi(argv[4])) : 1;
         for (int s = 0; s < 3; ++s)
             if (name == (s == 0 ? "lidar" : s == 1 ? "flat" : "camera"))
-                return once(shapes[s], companion);
+                return once(shapes[s], companion, repeats);
         std::fprintf(stderr, "--once takes lidar, flat or camera\n");
         return 2;
     }
