@@ -20,10 +20,11 @@ namespace {
 
 // The stream's points: those whose positions come back within half a step, in message order.
 struct StreamPoints {
-    std::vector<uint8_t> inside;    // one a point of the message
-    std::vector<uint32_t> message;  // message index of each stream point
-    std::vector<double> positions;  // x, y, z as the message has them
-    std::vector<int64_t> grid;      // x, y, z on the grid
+    std::vector<uint8_t> inside;          // one a point of the message
+    std::vector<uint32_t> message;        // message index of each stream point
+    std::vector<const uint8_t*> records;  // its record
+    std::vector<double> positions;        // x, y, z as the message has them
+    std::vector<int64_t> grid;            // x, y, z on the grid
 };
 
 const uint8_t* recordOf(const PointCloud2& message, uint64_t i) {
@@ -45,39 +46,49 @@ bool fitsStream(double value, uint8_t datatype, double step, int64_t& grid) {
 
 StreamPoints selectStreamPoints(const PointCloud2& message, const CloudLayout& layout,
                                 double step) {
+    const CloudDescription& cloud = message.cloud;
     StreamPoints points;
     points.inside.assign(layout.points, 0);
-    points.message.reserve(layout.points);
-    points.positions.reserve(3 * layout.points);
-    points.grid.reserve(3 * layout.points);
-    for (uint64_t i = 0; i < layout.points; ++i) {
-        const uint8_t* record = recordOf(message, i);
-        double v[3];
-        int64_t g[3];
-        bool fits = true;
-        for (int k = 0; k < 3; ++k) {
-            const StreamField& axis = layout.position[k];
-            v[k] = loadReal(record + axis.offset, axis.datatype, layout.bigEndian);
-            fits = fits && fitsStream(v[k], axis.datatype, step, g[k]);
+    points.message.resize(layout.points);
+    points.records.resize(layout.points);
+    points.positions.resize(3 * layout.points);
+    points.grid.resize(3 * layout.points);
+    size_t s = 0;
+    for (uint64_t r = 0; r < (layout.points ? cloud.height : 0); ++r) {
+        const uint8_t* row = message.data.data() + r * cloud.rowStep;
+        for (uint64_t c = 0; c < cloud.width; ++c) {
+            const uint8_t* record = row + c * cloud.pointStep;
+            double* v = &points.positions[3 * s];
+            int64_t* g = &points.grid[3 * s];
+            bool fits = true;
+            for (int k = 0; k < 3; ++k) {
+                const StreamField& axis = layout.position[k];
+                v[k] = loadReal(record + axis.offset, axis.datatype, layout.bigEndian);
+                fits = fits && fitsStream(v[k], axis.datatype, step, g[k]);
+            }
+            if (!fits) continue;
+            const uint64_t i = r * cloud.width + c;
+            points.inside[i] = 1;
+            points.message[s] = uint32_t(i);
+            points.records[s] = record;
+            ++s;
         }
-        if (!fits) continue;
-        points.inside[i] = 1;
-        points.message.push_back(uint32_t(i));
-        points.positions.insert(points.positions.end(), v, v + 3);
-        points.grid.insert(points.grid.end(), g, g + 3);
     }
+    points.message.resize(s);
+    points.records.resize(s);
+    points.positions.resize(3 * s);
+    points.grid.resize(3 * s);
     return points;
 }
 
 // The intensity field goes into the stream if every stream point's value is a whole number from
 // 0 to 2^31 - 1 that its type gives back bit for bit; `maxValue` is the largest.
-bool intensityFits(const PointCloud2& message, const CloudLayout& layout,
-                   const StreamPoints& points, int32_t& maxValue) {
+bool intensityFits(const CloudLayout& layout, const StreamPoints& points, int32_t& maxValue) {
     const StreamField& field = layout.intensity;
     maxValue = 1;
     if (field.field < 0) return false;
-    for (uint32_t i : points.message) {
-        const uint8_t* at = recordOf(message, i) + field.offset;
+    for (const uint8_t* record : points.records) {
+        const uint8_t* at = record + field.offset;
         const double value = loadNumber(at, field.datatype, layout.bigEndian);
         if (!(value >= 0 && value <= 2147483647.0) || value != std::floor(value)) return false;
         if ((field.datatype == kFloat32 || field.datatype == kFloat64) && std::signbit(value))
@@ -122,13 +133,14 @@ private:
 // for each of them its place in the chunk's message order (`order`), or, with a companion, puts
 // the other fields of each chunk's points and their message indices into it (`companion` gets
 // its bytes).
-void writeStream(const PointCloud2& message, const CloudLayout& layout, const StreamPoints& points,
-                 const zul_DataType& type, const ChunkPlan& plan, std::vector<uint8_t>& stream,
-                 std::vector<uint8_t>& order, std::vector<uint8_t>* companion) {
+void writeStream(const CloudLayout& layout, const StreamPoints& points, const zul_DataType& type,
+                 const ChunkPlan& plan, std::vector<uint8_t>& stream, std::vector<uint8_t>& order,
+                 std::vector<uint8_t>* companion) {
     StreamWriter writer(type, stream);
     std::unique_ptr<CompanionWriter> fields;
     if (companion) fields = std::make_unique<CompanionWriter>(layout, stream.data(), stream.size());
-    std::vector<uint32_t> stored;
+    std::vector<uint64_t> stored;
+    std::vector<const uint8_t*> storedRecords;
     if (!companion) order.resize(2 * plan.sequence.size());
     std::vector<OrderKey> keys;
     std::vector<double> positions;
@@ -142,7 +154,7 @@ void writeStream(const PointCloud2& message, const CloudLayout& layout, const St
             const uint32_t s = plan.sequence[first + j];
             OrderKey& key = keys[j];
             std::copy_n(&points.grid[3 * size_t(s)], 3, key.slot);
-            const uint8_t* record = recordOf(message, points.message[s]);
+            const uint8_t* record = points.records[s];
             key.color = type.colorMode == zul_COLOR_NONE
                             ? 0
                             : load<uint32_t>(record + layout.color.offset, big) & 0xffffffu;
@@ -172,9 +184,13 @@ void writeStream(const PointCloud2& message, const CloudLayout& layout, const St
         writer.chunk(data);
         if (!fields) continue;
         stored.resize(n);
-        for (size_t j = 0; j < n; ++j)
-            stored[j] = points.message[plan.sequence[first + keys[j].local]];
-        fields->chunk(message, stream.data() + before, stream.size() - before, stored);
+        storedRecords.resize(n);
+        for (size_t j = 0; j < n; ++j) {
+            const uint32_t s = plan.sequence[first + keys[j].local];
+            stored[j] = points.message[s];
+            storedRecords[j] = points.records[s];
+        }
+        fields->chunk(storedRecords, stored, stream.data() + before, stream.size() - before);
     }
     if (fields) *companion = fields->finish();
 }
@@ -243,7 +259,7 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     if (layout.hasPositions) {
         points = selectStreamPoints(message, layout, step);
         int32_t maxValue = 1;
-        if (intensityFits(message, layout, points, maxValue)) {
+        if (intensityFits(layout, points, maxValue)) {
             head.flags |= kIntensityInStream;
             type.reflectionMode = zul_REFLECTION_CLAMPED;
             type.maxReflection = maxValue;
@@ -254,7 +270,7 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
         if (points.message.size() != layout.points) head.flags |= kMaskPresent;
         const ChunkPlan plan =
             planChunks(cloud.height, cloud.width, points.message, chunkPoints, head.tileColumns);
-        writeStream(message, layout, points, type, plan, stream, order,
+        writeStream(layout, points, type, plan, stream, order,
                     options.companion ? &companion : nullptr);
     }
     if (options.companion && layout.hasPositions) {

@@ -81,26 +81,20 @@ CompanionWriter::CompanionWriter(const CloudLayout& layout, const uint8_t* strea
     check(zul_xout_beginStream(writer_, streamHead, headSize), "the stream's head refused");
 }
 
-void CompanionWriter::chunk(const PointCloud2& message, const uint8_t* bytes, size_t size,
-                            const std::vector<uint32_t>& stored) {
+void CompanionWriter::chunk(const std::vector<const uint8_t*>& records,
+                            const std::vector<uint64_t>& indices, const uint8_t* bytes,
+                            size_t size) {
     check(zul_xout_addChunkBytes(writer_, bytes, size), "a chunk refused");
-    const CloudDescription& c = message.cloud;
-    const size_t n = stored.size();
-    records_.resize(n);
-    for (size_t j = 0; j < n; ++j) {
-        const uint64_t i = stored[j];
-        records_[j] = message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
-    }
+    const size_t n = records.size();
     for (size_t f = 0; f < fields_.size(); ++f) {
         const CompanionField& field = fields_[f];
         values_.resize(n * field.width);
-        gatherValues(records_.data(), n, field.offset, field.width,
+        gatherValues(records.data(), n, field.offset, field.width,
                      bigEndian_ && field.type != zul_FIELD_RAW, values_.data());
         check(zul_xout_writeColumn(writer_, chunks_, int32_t(f), values_.data(), int64_t(n)),
               "a column refused");
     }
-    order_.assign(stored.begin(), stored.end());
-    check(zul_xout_writeOrder(writer_, chunks_, order_.data(), int64_t(n)), "the order refused");
+    check(zul_xout_writeOrder(writer_, chunks_, indices.data(), int64_t(n)), "the order refused");
     ++chunks_;
 }
 

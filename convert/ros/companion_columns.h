@@ -34,10 +34,10 @@ std::vector<CompanionField> companionFields(const CloudLayout& layout);
 class CompanionWriter {
 public:
     CompanionWriter(const CloudLayout& layout, const uint8_t* streamHead, size_t headSize);
-    // The chunk's bytes as the encoder gave them, and the message index of each of its points in
-    // stored order.
-    void chunk(const PointCloud2& message, const uint8_t* bytes, size_t size,
-               const std::vector<uint32_t>& stored);
+    // The record and the message index of each of a chunk's points in stored order, and the
+    // chunk's bytes as the encoder gave them.
+    void chunk(const std::vector<const uint8_t*>& records, const std::vector<uint64_t>& indices,
+               const uint8_t* bytes, size_t size);
     std::vector<uint8_t> finish();
 
 private:
@@ -51,8 +51,6 @@ private:
     zul_xout_Writer& writer_ = handle_.value;
     int64_t chunks_ = 0;
     std::vector<uint8_t> values_;
-    std::vector<const uint8_t*> records_;  // of the chunk's points, in stored order
-    std::vector<uint64_t> order_;
 };
 
 // Reads the companion of a blob's stream.
