@@ -144,7 +144,8 @@ constexpr double kGrowth = 1.25, kGrowthSlack = 0.05;
 struct Scratch {
     ZSTD_CCtx* compressor = nullptr;
     ZSTD_DCtx* decompressor = nullptr;
-    std::vector<uint8_t> transformed, planed, compressed, permuted, trial;
+    std::vector<uint8_t> transformed, planed, compressed, permuted, trial;  // of the writer
+    std::vector<uint8_t> unpermuted, unplaned;                              // of the reader
     ~Scratch() {
         ZSTD_freeCCtx(compressor);
         ZSTD_freeDCtx(decompressor);
@@ -299,7 +300,8 @@ zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSiz
         if (!inputOrder || inputOrder->size() != static_cast<size_t>(count))
             return zul_STATUS_CORRUPT_DATA;
         const size_t w = static_cast<size_t>(width);
-        std::vector<uint8_t> permuted(static_cast<size_t>(count) * w);
+        std::vector<uint8_t>& permuted = scratch().unpermuted;
+        permuted.resize(static_cast<size_t>(count) * w);
         const zul_Status status = decodeSegment(static_cast<uint8_t>(coding & ~kInputOrder), stored,
                                                 storedSize, count, width, nullptr, permuted.data());
         if (status != zul_STATUS_OK) return status;
@@ -313,11 +315,12 @@ zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSiz
         return zul_STATUS_CORRUPT_DATA;
     const size_t raw = static_cast<size_t>(count) * static_cast<size_t>(width);
     uint8_t* target = static_cast<uint8_t*>(out);
-    // Planes are undone from a copy; everything else in place, in the caller's room.
-    std::vector<uint8_t> copy;
+    // Planes are undone from a copy, a buffer of the thread's; everything else in place, in the
+    // caller's room.
+    std::vector<uint8_t>& copy = scratch().unplaned;
     uint8_t* first = target;
     if (coding & kBytePlanes) {
-        copy.resize(raw);
+        if (copy.size() < raw) copy.resize(raw);
         first = copy.data();
     }
     if (coding & kZstd) {
