@@ -133,19 +133,20 @@ void permute(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order
 constexpr int kLevel = 1;
 constexpr int64_t kSampleValues = 512;
 constexpr size_t kTinySample = 32;
-// A column's next chunks take the coding its trials chose without trials while they hold, with
-// the chunk the trials ran on, at most kValuesPerTrial values (so chunks of more than half of that
-// have trials of their own), and until one makes more than kGrowth times the bytes a value (plus
-// kGrowthSlack) of the chunk the trials ran on.
-constexpr int64_t kValuesPerTrial = 16384;
+// Chunks of at most kWholeTrialValues values try the codings on all of them (the best trial is
+// the segment) and keep the winner for the next chunks, while those hold at most kValuesPerTrial
+// values with the chunk the trials ran on, and until one makes more than kGrowth times the bytes
+// a value (plus kGrowthSlack) of that chunk. Larger chunks try the codings on a sample, each.
+constexpr int64_t kWholeTrialValues = 2048;
+constexpr int64_t kValuesPerTrial = 65536;
 constexpr double kGrowth = 1.25, kGrowthSlack = 0.05;
 
 // A thread's zstd contexts and buffers, kept from call to call.
 struct Scratch {
     ZSTD_CCtx* compressor = nullptr;
     ZSTD_DCtx* decompressor = nullptr;
-    std::vector<uint8_t> transformed, planed, compressed, permuted, trial;  // of the writer
-    std::vector<uint8_t> unpermuted, unplaned;                              // of the reader
+    std::vector<uint8_t> transformed, planed, compressed, permuted, trial, best;  // of the writer
+    std::vector<uint8_t> unpermuted, unplaned;                                    // of the reader
     ~Scratch() {
         ZSTD_freeCCtx(compressor);
         ZSTD_freeDCtx(decompressor);
@@ -241,13 +242,17 @@ void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t
         }
         return s.permuted.data();
     };
-    const bool trials = choice.coding == 0 || choice.valuesLeft < count ||
+    const bool whole = count <= kWholeTrialValues;
+    const bool trials = !whole || choice.coding == 0 || choice.valuesLeft < count ||
                         ((choice.coding & kInputOrder) && !inputOrder);
+    // With trials on all values, the best trial's segment is the column's.
+    const int64_t sample = whole ? count : kSampleValues;
+    bool coded = false;
     if (trials) {
         // The codings a type tries (measured: the difference beats the XOR on GPS time, planes
-        // help wide integers; one-byte values gain little from either). Each is tried on a
-        // sample of the first values, in stored order and, with the order kept, in the input's
-        // order; the winner codes them all.
+        // help wide integers; one-byte values gain little from either). Each is tried on the
+        // values or a sample of the first, in stored order and, with the order kept, in the
+        // input's order; the winner codes them all.
         static const uint8_t oneByte[] = {kZstd, kTransformDelta | kZstd};
         static const uint8_t integers[] = {kZstd, kBytePlanes | kZstd,
                                            kTransformDelta | kBytePlanes | kZstd};
@@ -263,25 +268,30 @@ void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t
             codings = oneByte, numCodings = sizeof oneByte;
         else if (isFloat(type))
             codings = floats, numCodings = sizeof floats;
-        const int64_t sample = std::min<int64_t>(count, kSampleValues);
         uint8_t bestCoding = kZstd;
-        size_t bestSize = SIZE_MAX;
-        for (int order = 0; order < (inputOrder ? 2 : 1) && bestSize > kTinySample; ++order)
-            for (size_t c = 0; c < numCodings && bestSize > kTinySample; ++c) {
+        s.best.clear();
+        for (int order = 0; order < (inputOrder ? 2 : 1); ++order)
+            for (size_t c = 0; c < numCodings; ++c) {
+                if (!s.best.empty() && s.best.size() <= kSegmentHeaderSize + kTinySample) break;
                 const uint8_t coding = static_cast<uint8_t>(codings[c] | (order ? kInputOrder : 0));
                 s.trial.clear();
                 encodeSegment(order ? inInputOrder() : stored, sample, width, coding, kLevel,
                               s.trial);
-                if (s.trial.size() < bestSize) bestSize = s.trial.size(), bestCoding = coding;
+                if (s.best.empty() || s.trial.size() < s.best.size())
+                    s.best.swap(s.trial), bestCoding = coding;
             }
         choice.coding = bestCoding;
         choice.valuesLeft = kValuesPerTrial - count;
+        coded = sample == count;
     } else {
         choice.valuesLeft -= count;
     }
     const size_t at = out.size();
-    encodeSegment(choice.coding & kInputOrder ? inInputOrder() : stored, count, width,
-                  choice.coding, kLevel, out);
+    if (coded)
+        appendBytes(out, s.best.data(), s.best.size());
+    else
+        encodeSegment(choice.coding & kInputOrder ? inInputOrder() : stored, count, width,
+                      choice.coding, kLevel, out);
     const size_t made = out.size() - at - kSegmentHeaderSize;
     const double perValue = count ? static_cast<double>(made) / static_cast<double>(count) : 0;
     if (trials)

@@ -28,9 +28,10 @@ struct CodingChoice {
 };
 
 // Codes the values, in stored order or, when `inputOrder` is not null, also in the input's order,
-// and appends the segment. The coding is the one that makes the fewest bytes of a sample of them;
-// `choice` keeps it for the column's next chunks, which are coded with it without trials until
-// they hold a number of values or it makes notably more bytes a value.
+// and appends the segment: with the coding that makes the fewest bytes of them (of a sample of
+// them in a large chunk). A small chunk's choice is kept in `choice` for the column's next small
+// chunks, which are coded with it without trials until they hold a number of values or it makes
+// notably more bytes a value.
 void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t type,
                        const std::vector<uint32_t>* inputOrder, CodingChoice& choice,
                        std::vector<uint8_t>& out);
