@@ -49,17 +49,16 @@ StreamPoints selectStreamPoints(const PointCloud2& message, const CloudLayout& l
     const CloudDescription& cloud = message.cloud;
     StreamPoints points;
     points.inside.assign(layout.points, 0);
-    points.message.resize(layout.points);
-    points.records.resize(layout.points);
-    points.positions.resize(3 * layout.points);
-    points.grid.resize(3 * layout.points);
-    size_t s = 0;
+    points.message.reserve(layout.points);
+    points.records.reserve(layout.points);
+    points.positions.reserve(3 * layout.points);
+    points.grid.reserve(3 * layout.points);
     for (uint64_t r = 0; r < (layout.points ? cloud.height : 0); ++r) {
         const uint8_t* row = message.data.data() + r * cloud.rowStep;
         for (uint64_t c = 0; c < cloud.width; ++c) {
             const uint8_t* record = row + c * cloud.pointStep;
-            double* v = &points.positions[3 * s];
-            int64_t* g = &points.grid[3 * s];
+            double v[3];
+            int64_t g[3];
             bool fits = true;
             for (int k = 0; k < 3; ++k) {
                 const StreamField& axis = layout.position[k];
@@ -69,15 +68,14 @@ StreamPoints selectStreamPoints(const PointCloud2& message, const CloudLayout& l
             if (!fits) continue;
             const uint64_t i = r * cloud.width + c;
             points.inside[i] = 1;
-            points.message[s] = uint32_t(i);
-            points.records[s] = record;
-            ++s;
+            points.message.push_back(uint32_t(i));
+            points.records.push_back(record);
+            for (int k = 0; k < 3; ++k) {
+                points.positions.push_back(v[k]);
+                points.grid.push_back(g[k]);
+            }
         }
     }
-    points.message.resize(s);
-    points.records.resize(s);
-    points.positions.resize(3 * s);
-    points.grid.resize(3 * s);
     return points;
 }
 

@@ -32,10 +32,6 @@ void sortAsStored(std::vector<OrderKey>& keys) {
     for (int k = 0; k < 3; ++k) extent[k] = high[k] - low[k];
     int remap[3];
     axisOrder(extent, remap);
-    for (OrderKey& key : keys) {
-        const int64_t s[3] = {key.slot[remap[0]], key.slot[remap[1]], key.slot[remap[2]]};
-        std::copy_n(s, 3, key.slot);
-    }
     auto before = [](const OrderKey& a, const OrderKey& b) {
         if (a.slot[0] != b.slot[0]) return a.slot[0] < b.slot[0];
         if (a.slot[1] != b.slot[1]) return a.slot[1] < b.slot[1];
@@ -44,8 +40,12 @@ void sortAsStored(std::vector<OrderKey>& keys) {
         if (a.reflection != b.reflection) return a.reflection < b.reflection;
         return a.local < b.local;
     };
-    // Each key's slots, less their smallest, and its place packed in one number, when they fit;
-    // sorted as numbers, then runs of one slot by the rest of the order.
+    auto inAxisOrder = [&remap](OrderKey& key) {
+        const int64_t s[3] = {key.slot[remap[0]], key.slot[remap[1]], key.slot[remap[2]]};
+        std::copy_n(s, 3, key.slot);
+    };
+    // Each key's slots in axis order, less their smallest, and its place packed in one number,
+    // when they fit; sorted as numbers, then runs of one slot by the rest of the order.
     int bits[3];
     for (int k = 0; k < 3; ++k) {
         const uint64_t span = uint64_t(extent[remap[k]]);
@@ -54,21 +54,27 @@ void sortAsStored(std::vector<OrderKey>& keys) {
     }
     const int placeBits = 16;
     if (keys.size() > (size_t{1} << placeBits) || bits[0] + bits[1] + bits[2] + placeBits > 64) {
+        for (OrderKey& key : keys) inAxisOrder(key);
         std::sort(keys.begin(), keys.end(), before);
         return;
     }
-    const int64_t least[3] = {low[remap[0]], low[remap[1]], low[remap[2]]};
     const int shift[3] = {bits[1] + bits[2] + placeBits, bits[2] + placeBits, placeBits};
-    std::vector<uint64_t> packed(keys.size());
+    thread_local std::vector<uint64_t> packed;
+    thread_local std::vector<OrderKey> sorted;
+    packed.resize(keys.size());
     for (size_t j = 0; j < keys.size(); ++j) {
         uint64_t value = j;
-        for (int k = 0; k < 3; ++k) value |= uint64_t(keys[j].slot[k] - least[k]) << shift[k];
+        for (int k = 0; k < 3; ++k)
+            value |= uint64_t(keys[j].slot[remap[k]] - low[remap[k]]) << shift[k];
         packed[j] = value;
     }
     std::sort(packed.begin(), packed.end());
-    std::vector<OrderKey> sorted(keys.size());
+    sorted.resize(keys.size());
     const uint64_t place = (uint64_t{1} << placeBits) - 1;
-    for (size_t j = 0; j < keys.size(); ++j) sorted[j] = keys[packed[j] & place];
+    for (size_t j = 0; j < keys.size(); ++j) {
+        sorted[j] = keys[packed[j] & place];
+        inAxisOrder(sorted[j]);
+    }
     for (size_t j = 0; j + 1 < sorted.size();) {
         size_t end = j + 1;
         while (end < sorted.size() && (packed[end] >> placeBits) == (packed[j] >> placeBits)) ++end;
