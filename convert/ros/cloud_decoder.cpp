@@ -81,9 +81,15 @@ private:
     int chunkHeaderSize_ = 0;
 };
 
-uint8_t* recordOf(PointCloud2& message, uint64_t i) {
+// Where a decoded message goes: its description and its data's bytes.
+struct CloudOut {
+    const CloudDescription& cloud;
+    uint8_t* data;
+};
+
+uint8_t* recordOf(const CloudOut& message, uint64_t i) {
     const CloudDescription& c = message.cloud;
-    return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
+    return message.data + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
 }
 
 // Stream point `s` of a decoded chunk into its record: x, y, z, and the colour's three bytes and
@@ -112,14 +118,14 @@ void writeStreamPoint(const zul_PointData& data, uint32_t s, const CloudLayout& 
 // The lean container's columns into the records: every point's byte ranges, and the stream's
 // fields of the points outside the stream.
 void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout,
-                    const std::vector<uint32_t>& inside, PointCloud2& message) {
+                    const std::vector<uint32_t>& inside, const CloudOut& message) {
     const CloudDescription& cloud = message.cloud;
     const bool big = layout.bigEndian;
     const size_t ranges = layout.columns.size();
     const RecordGrid grid{layout.points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
                           cloud.pointStep, big};
     for (size_t c = 0; c < ranges; ++c)
-        scatterRange(grid, record[c].bytes.data(), layout.columns[c], message.data.data());
+        scatterRange(grid, record[c].bytes.data(), layout.columns[c], message.data);
     if (!layout.hasPositions || inside.size() == layout.points) return;
     const std::vector<StreamField> fields = streamFields(layout);
     uint64_t o = 0;
@@ -141,7 +147,7 @@ void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout
 
 // The whole records of the points outside the stream.
 void placeOutsideRecords(const Column& records, const std::vector<uint32_t>& inside,
-                         PointCloud2& message) {
+                         const CloudOut& message) {
     const CloudDescription& cloud = message.cloud;
     const uint64_t points = uint64_t(cloud.height) * cloud.width;
     const uint8_t* from = records.bytes.data();
@@ -156,9 +162,9 @@ void placeOutsideRecords(const Column& records, const std::vector<uint32_t>& ins
     }
 }
 
-}  // namespace
-
-PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
+// Decodes `compressed` into the data that place(cloud, size) gives room for.
+template <typename Place>
+void decode(const CompressedPointCloud2& compressed, const DecodeOptions& options, Place&& place) {
     if (compressed.format != formatName())
         throw Error("the message's format is '" + compressed.format + "', not 'zul'");
     const std::vector<uint8_t>& blob = compressed.compressedData;
@@ -186,10 +192,9 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
         throw Error(
             "compressed_data holds a stream, but the fields have no x, y and z to put it in");
 
-    PointCloud2 message;
-    message.cloud = cloud;
-    message.cloud.trailingBytes = head.trailingMessageBytes;
-    message.data.assign(rows + head.trailingDataBytes, 0);
+    CloudDescription described = cloud;
+    described.trailingBytes = head.trailingMessageBytes;
+    const CloudOut message{described, place(described, rows + head.trailingDataBytes)};
 
     const uint8_t* columnBytes = blob.data() + kBlobHeadSize + head.streamSize;
     ColumnReader reader(columnBytes, blob.size() - kBlobHeadSize - head.streamSize);
@@ -232,10 +237,9 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
         scatterRecords(record, layout, inside, message);
     const uint8_t* tails = record[record.size() - 2].bytes.data();
     for (uint64_t r = 0; r < cloud.height && tail > 0; ++r)
-        std::memcpy(message.data.data() + r * cloud.rowStep + layout.recordBytes, tails + r * tail,
-                    tail);
-    std::copy(record.back().bytes.begin(), record.back().bytes.end(), message.data.begin() + rows);
-    if (!layout.hasPositions) return message;
+        std::memcpy(message.data + r * cloud.rowStep + layout.recordBytes, tails + r * tail, tail);
+    std::copy(record.back().bytes.begin(), record.back().bytes.end(), message.data + rows);
+    if (!layout.hasPositions) return;
 
     // The stream, alone or with its companion in one blob.
     const uint8_t* streamBytes = blob.data() + kBlobHeadSize;
@@ -311,13 +315,31 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
     }
     if (!stream.done())
         throw Error("compressed_data's stream holds more chunks than its points need");
+}
+
+}  // namespace
+
+PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
+    PointCloud2 message;
+    decode(compressed, options, [&message](const CloudDescription& cloud, size_t size) {
+        message.cloud = cloud;
+        message.data.assign(size, 0);
+        return message.data.data();
+    });
     return message;
 }
 
 std::vector<uint8_t> decompressMessage(const uint8_t* bytes, size_t size, Serialization family,
                                        const DecodeOptions& options) {
-    return writePointCloud2(
-        decompressCloud(readCompressedPointCloud2(bytes, size, family), options));
+    // Decoded in place, in the serialised message.
+    std::vector<uint8_t> message;
+    decode(readCompressedPointCloud2(bytes, size, family), options,
+           [&message](const CloudDescription& cloud, size_t dataSize) {
+               size_t at = 0;
+               message = writePointCloud2Frame(cloud, dataSize, at);
+               return message.data() + at;
+           });
+    return message;
 }
 
 }  // namespace zul::ros

@@ -27,9 +27,9 @@ struct StreamPoints {
     std::vector<int64_t> grid;            // x, y, z on the grid
 };
 
-const uint8_t* recordOf(const PointCloud2& message, uint64_t i) {
+const uint8_t* recordOf(const PointCloud2View& message, uint64_t i) {
     const CloudDescription& c = message.cloud;
-    return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
+    return message.data + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
 }
 
 // A position the stream gives back within half a step, as the field's type holds it; the grid
@@ -44,7 +44,7 @@ bool fitsStream(double value, uint8_t datatype, double step, int64_t& grid) {
     return std::fabs(back - value) <= half;
 }
 
-StreamPoints selectStreamPoints(const PointCloud2& message, const CloudLayout& layout,
+StreamPoints selectStreamPoints(const PointCloud2View& message, const CloudLayout& layout,
                                 double step) {
     const CloudDescription& cloud = message.cloud;
     StreamPoints points;
@@ -54,7 +54,7 @@ StreamPoints selectStreamPoints(const PointCloud2& message, const CloudLayout& l
     points.positions.reserve(3 * layout.points);
     points.grid.reserve(3 * layout.points);
     for (uint64_t r = 0; r < (layout.points ? cloud.height : 0); ++r) {
-        const uint8_t* row = message.data.data() + r * cloud.rowStep;
+        const uint8_t* row = message.data + r * cloud.rowStep;
         for (uint64_t c = 0; c < cloud.width; ++c) {
             const uint8_t* record = row + c * cloud.pointStep;
             double v[3];
@@ -195,7 +195,7 @@ void writeStream(const CloudLayout& layout, const StreamPoints& points, const zu
 
 // The record's byte ranges of every point, and the stream's fields of the points outside it, into
 // their columns (the first of `record`).
-void gatherRecords(const PointCloud2& message, const CloudLayout& layout,
+void gatherRecords(const PointCloud2View& message, const CloudLayout& layout,
                    const StreamPoints& points, uint64_t outside, std::vector<Column>& record) {
     const CloudDescription& cloud = message.cloud;
     const bool big = layout.bigEndian;
@@ -203,7 +203,7 @@ void gatherRecords(const PointCloud2& message, const CloudLayout& layout,
     const RecordGrid grid{layout.points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
                           cloud.pointStep, big};
     for (size_t c = 0; c < ranges; ++c)
-        gatherRange(grid, message.data.data(), layout.columns[c], record[c].bytes.data());
+        gatherRange(grid, message.data, layout.columns[c], record[c].bytes.data());
     const std::vector<StreamField> fields = streamFields(layout);
     uint64_t o = 0;
     for (uint64_t i = 0; i < layout.points && outside > 0; ++i) {
@@ -222,11 +222,9 @@ void putColumn(Column&& column, std::vector<Column>& columns) {
     columns.push_back(std::move(column));
 }
 
-}  // namespace
-
-CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOptions& options) {
+CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeOptions& options) {
     const CloudDescription& cloud = message.cloud;
-    CloudLayout layout = layOutCloud(cloud, message.data.size(), true);
+    CloudLayout layout = layOutCloud(cloud, message.size, true);
     uint32_t chunkPoints = options.chunkPoints, tileColumns = options.tileColumns;
     if (chunkPoints > 65536) throw Error("a chunk holds at most 65536 points");
     if (chunkPoints == 0 && tileColumns == 0) {
@@ -249,8 +247,8 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     head.chunkPoints = chunkPoints;
     head.tileColumns = cloud.height > 1 ? tileColumns : 0;
     head.trailingMessageBytes = cloud.trailingBytes;
-    head.trailingDataBytes = message.data.size() - uint64_t(cloud.height) * cloud.rowStep;
-    if (layout.points == 0) head.trailingDataBytes = message.data.size();
+    head.trailingDataBytes = message.size - uint64_t(cloud.height) * cloud.rowStep;
+    if (layout.points == 0) head.trailingDataBytes = message.size;
 
     StreamPoints points;
     std::vector<uint8_t> stream, order, companion;
@@ -262,7 +260,7 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
             type.reflectionMode = zul_REFLECTION_CLAMPED;
             type.maxReflection = maxValue;
         } else if (layout.intensity.field >= 0) {
-            layout = layOutCloud(cloud, message.data.size(), false);
+            layout = layOutCloud(cloud, message.size, false);
         }
         if (layout.color.field >= 0) type.colorMode = zul_COLOR_RGB888;
         if (points.message.size() != layout.points) head.flags |= kMaskPresent;
@@ -309,9 +307,8 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     }
     uint8_t* tails = record[record.size() - 2].bytes.data();
     for (uint64_t r = 0; r < cloud.height && tail > 0; ++r)
-        std::memcpy(tails + r * tail, message.data.data() + r * cloud.rowStep + layout.recordBytes,
-                    tail);
-    std::copy(message.data.end() - head.trailingDataBytes, message.data.end(),
+        std::memcpy(tails + r * tail, message.data + r * cloud.rowStep + layout.recordBytes, tail);
+    std::copy(message.data + message.size - head.trailingDataBytes, message.data + message.size,
               record.back().bytes.begin());
     for (Column& column : record) putColumn(std::move(column), columns);
 
@@ -328,9 +325,15 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     return result;
 }
 
+}  // namespace
+
+CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOptions& options) {
+    return compressView({message.cloud, message.data.data(), message.data.size()}, options);
+}
+
 std::vector<uint8_t> compressMessage(const uint8_t* bytes, size_t size, Serialization family,
                                      const EncodeOptions& options) {
-    return writeCompressedPointCloud2(compressCloud(readPointCloud2(bytes, size, family), options));
+    return writeCompressedPointCloud2(compressView(viewPointCloud2(bytes, size, family), options));
 }
 
 }  // namespace zul::ros
