@@ -81,15 +81,9 @@ private:
     int chunkHeaderSize_ = 0;
 };
 
-// Where a decoded message goes: its description and its data's bytes.
-struct CloudOut {
-    const CloudDescription& cloud;
-    uint8_t* data;
-};
-
-uint8_t* recordOf(const CloudOut& message, uint64_t i) {
+uint8_t* recordOf(PointCloud2& message, uint64_t i) {
     const CloudDescription& c = message.cloud;
-    return message.data + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
+    return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
 }
 
 // Stream point `s` of a decoded chunk into its record: x, y, z, and the colour's three bytes and
@@ -118,14 +112,14 @@ void writeStreamPoint(const zul_PointData& data, uint32_t s, const CloudLayout& 
 // The lean container's columns into the records: every point's byte ranges, and the stream's
 // fields of the points outside the stream.
 void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout,
-                    const std::vector<uint32_t>& inside, const CloudOut& message) {
+                    const std::vector<uint32_t>& inside, PointCloud2& message) {
     const CloudDescription& cloud = message.cloud;
     const bool big = layout.bigEndian;
     const size_t ranges = layout.columns.size();
     const RecordGrid grid{layout.points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
                           cloud.pointStep, big};
     for (size_t c = 0; c < ranges; ++c)
-        scatterRange(grid, record[c].bytes.data(), layout.columns[c], message.data);
+        scatterRange(grid, record[c].bytes.data(), layout.columns[c], message.data.data());
     if (!layout.hasPositions || inside.size() == layout.points) return;
     const std::vector<StreamField> fields = streamFields(layout);
     uint64_t o = 0;
@@ -147,7 +141,7 @@ void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout
 
 // The whole records of the points outside the stream.
 void placeOutsideRecords(const Column& records, const std::vector<uint32_t>& inside,
-                         const CloudOut& message) {
+                         PointCloud2& message) {
     const CloudDescription& cloud = message.cloud;
     const uint64_t points = uint64_t(cloud.height) * cloud.width;
     const uint8_t* from = records.bytes.data();
@@ -162,9 +156,9 @@ void placeOutsideRecords(const Column& records, const std::vector<uint32_t>& ins
     }
 }
 
-// Decodes `compressed` into the data that place(cloud, size) gives room for.
-template <typename Place>
-void decode(const CompressedPointCloud2& compressed, const DecodeOptions& options, Place&& place) {
+}  // namespace
+
+PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
     if (compressed.format != formatName())
         throw Error("the message's format is '" + compressed.format + "', not 'zul'");
     const std::vector<uint8_t>& blob = compressed.compressedData;
@@ -192,9 +186,10 @@ void decode(const CompressedPointCloud2& compressed, const DecodeOptions& option
         throw Error(
             "compressed_data holds a stream, but the fields have no x, y and z to put it in");
 
-    CloudDescription described = cloud;
-    described.trailingBytes = head.trailingMessageBytes;
-    const CloudOut message{described, place(described, rows + head.trailingDataBytes)};
+    PointCloud2 message;
+    message.cloud = cloud;
+    message.cloud.trailingBytes = head.trailingMessageBytes;
+    message.data.assign(rows + head.trailingDataBytes, 0);
 
     const uint8_t* columnBytes = blob.data() + kBlobHeadSize + head.streamSize;
     ColumnReader reader(columnBytes, blob.size() - kBlobHeadSize - head.streamSize);
@@ -237,9 +232,10 @@ void decode(const CompressedPointCloud2& compressed, const DecodeOptions& option
         scatterRecords(record, layout, inside, message);
     const uint8_t* tails = record[record.size() - 2].bytes.data();
     for (uint64_t r = 0; r < cloud.height && tail > 0; ++r)
-        std::memcpy(message.data + r * cloud.rowStep + layout.recordBytes, tails + r * tail, tail);
-    std::copy(record.back().bytes.begin(), record.back().bytes.end(), message.data + rows);
-    if (!layout.hasPositions) return;
+        std::memcpy(message.data.data() + r * cloud.rowStep + layout.recordBytes, tails + r * tail,
+                    tail);
+    std::copy(record.back().bytes.begin(), record.back().bytes.end(), message.data.begin() + rows);
+    if (!layout.hasPositions) return message;
 
     // The stream, alone or with its companion in one blob.
     const uint8_t* streamBytes = blob.data() + kBlobHeadSize;
@@ -315,31 +311,13 @@ void decode(const CompressedPointCloud2& compressed, const DecodeOptions& option
     }
     if (!stream.done())
         throw Error("compressed_data's stream holds more chunks than its points need");
-}
-
-}  // namespace
-
-PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
-    PointCloud2 message;
-    decode(compressed, options, [&message](const CloudDescription& cloud, size_t size) {
-        message.cloud = cloud;
-        message.data.assign(size, 0);
-        return message.data.data();
-    });
     return message;
 }
 
 std::vector<uint8_t> decompressMessage(const uint8_t* bytes, size_t size, Serialization family,
                                        const DecodeOptions& options) {
-    // Decoded in place, in the serialised message.
-    std::vector<uint8_t> message;
-    decode(readCompressedPointCloud2(bytes, size, family), options,
-           [&message](const CloudDescription& cloud, size_t dataSize) {
-               size_t at = 0;
-               message = writePointCloud2Frame(cloud, dataSize, at);
-               return message.data() + at;
-           });
-    return message;
+    return writePointCloud2(
+        decompressCloud(readCompressedPointCloud2(bytes, size, family), options));
 }
 
 }  // namespace zul::ros

@@ -93,16 +93,6 @@ std::vector<uint8_t> writePointCloud2(const PointCloud2& message) {
     return out.take();
 }
 
-std::vector<uint8_t> writePointCloud2Frame(const CloudDescription& cloud, size_t dataSize,
-                                           size_t& dataOffset) {
-    WireWriter out(cloud.wire, cloud.cdrOptions, dataSize + 64 * cloud.fields.size());
-    writeHead(out, cloud);
-    dataOffset = out.zeros(dataSize);
-    out.u8(cloud.isDense);
-    out.pad(cloud.trailingBytes);
-    return out.take();
-}
-
 std::vector<uint8_t> writeCompressedPointCloud2(const CompressedPointCloud2& message) {
     const CloudDescription& cloud = message.cloud;
     WireWriter out(cloud.wire, cloud.cdrOptions,

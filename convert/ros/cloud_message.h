@@ -71,10 +71,6 @@ CompressedPointCloud2 readCompressedPointCloud2(const uint8_t* bytes, size_t siz
 
 // Serialise in the record's own serialisation (cloud.wire).
 std::vector<uint8_t> writePointCloud2(const PointCloud2& message);
-// The same with `dataSize` zero bytes of data, which start at `dataOffset`, for the caller to
-// write in place.
-std::vector<uint8_t> writePointCloud2Frame(const CloudDescription& cloud, size_t dataSize,
-                                           size_t& dataOffset);
 std::vector<uint8_t> writeCompressedPointCloud2(const CompressedPointCloud2& message);
 
 }  // namespace zul::ros

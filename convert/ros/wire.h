@@ -66,9 +66,6 @@ public:
     void u32(uint32_t value);
     void string(const std::string& value);
     void bytes(const uint8_t* data, size_t size);
-    // A byte sequence of `size` zero bytes, to be written in place later: returns where its bytes
-    // start in the message.
-    size_t zeros(size_t size);
     // Trailing zero bytes, as the message came with them.
     void pad(uint8_t count) { out_.insert(out_.end(), count, 0); }
     std::vector<uint8_t> take() { return std::move(out_); }
