@@ -272,7 +272,7 @@ void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t
         s.best.clear();
         for (int order = 0; order < (inputOrder ? 2 : 1); ++order)
             for (size_t c = 0; c < numCodings; ++c) {
-                if (!s.best.empty() && s.best.size() <= kSegmentHeaderSize + kTinySample) break;
+                if (!s.best.empty() && s.best.size() <= kTinySample) break;
                 const uint8_t coding = static_cast<uint8_t>(codings[c] | (order ? kInputOrder : 0));
                 s.trial.clear();
                 encodeSegment(order ? inInputOrder() : stored, sample, width, coding, kLevel,
