@@ -62,36 +62,47 @@ void transform(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, ui
 }
 
 // Byte j of value i goes to plane j, at i; or back. Widths of the typed fields get loops of
-// their own, which the compiler unrolls.
-template <size_t W>
-void planesOf(const uint8_t* in, uint8_t* out, size_t n, bool inverse) {
+// their own, which the compiler unrolls; each direction its own loop.
+template <size_t W, bool Inverse>
+void planesOf(const uint8_t* in, uint8_t* out, size_t n) {
     for (size_t i = 0; i < n; ++i)
         for (size_t j = 0; j < W; ++j) {
-            if (inverse)
+            if (Inverse)
                 out[i * W + j] = in[j * n + i];
             else
                 out[j * n + i] = in[i * W + j];
         }
 }
 
+template <bool Inverse>
+void planesAs(const uint8_t* in, uint8_t* out, size_t n, size_t w) {
+    switch (w) {
+        case 2:
+            return planesOf<2, Inverse>(in, out, n);
+        case 4:
+            return planesOf<4, Inverse>(in, out, n);
+        case 8:
+            return planesOf<8, Inverse>(in, out, n);
+        default:
+            for (size_t j = 0; j < w; ++j) {
+                uint8_t* plane = Inverse ? out + j : out + j * n;
+                const uint8_t* from = Inverse ? in + j * n : in + j;
+                for (size_t i = 0; i < n; ++i) {
+                    if (Inverse)
+                        plane[i * w] = from[i];
+                    else
+                        plane[i] = from[i * w];
+                }
+            }
+    }
+}
+
 void planes(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, bool inverse) {
     const size_t n = static_cast<size_t>(count), w = static_cast<size_t>(width);
-    switch (width) {
-        case 2:
-            return planesOf<2>(in, out, n, inverse);
-        case 4:
-            return planesOf<4>(in, out, n, inverse);
-        case 8:
-            return planesOf<8>(in, out, n, inverse);
-        default:
-            for (size_t j = 0; j < w; ++j)
-                for (size_t i = 0; i < n; ++i) {
-                    if (inverse)
-                        out[i * w + j] = in[j * n + i];
-                    else
-                        out[j * n + i] = in[i * w + j];
-                }
-    }
+    if (inverse)
+        planesAs<true>(in, out, n, w);
+    else
+        planesAs<false>(in, out, n, w);
 }
 
 // Value k of `out` is value order[k] of `in` (gather), or the other way round (scatter).
