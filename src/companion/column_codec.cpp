@@ -62,36 +62,47 @@ void transform(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, ui
 }
 
 // Byte j of value i goes to plane j, at i; or back. Widths of the typed fields get loops of
-// their own, which the compiler unrolls.
-template <size_t W>
-void planesOf(const uint8_t* in, uint8_t* out, size_t n, bool inverse) {
+// their own, which the compiler unrolls; each direction its own loop.
+template <size_t W, bool Inverse>
+void planesOf(const uint8_t* in, uint8_t* out, size_t n) {
     for (size_t i = 0; i < n; ++i)
         for (size_t j = 0; j < W; ++j) {
-            if (inverse)
+            if (Inverse)
                 out[i * W + j] = in[j * n + i];
             else
                 out[j * n + i] = in[i * W + j];
         }
 }
 
+template <bool Inverse>
+void planesAs(const uint8_t* in, uint8_t* out, size_t n, size_t w) {
+    switch (w) {
+        case 2:
+            return planesOf<2, Inverse>(in, out, n);
+        case 4:
+            return planesOf<4, Inverse>(in, out, n);
+        case 8:
+            return planesOf<8, Inverse>(in, out, n);
+        default:
+            for (size_t j = 0; j < w; ++j) {
+                uint8_t* plane = Inverse ? out + j : out + j * n;
+                const uint8_t* from = Inverse ? in + j * n : in + j;
+                for (size_t i = 0; i < n; ++i) {
+                    if (Inverse)
+                        plane[i * w] = from[i];
+                    else
+                        plane[i] = from[i * w];
+                }
+            }
+    }
+}
+
 void planes(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, bool inverse) {
     const size_t n = static_cast<size_t>(count), w = static_cast<size_t>(width);
-    switch (width) {
-        case 2:
-            return planesOf<2>(in, out, n, inverse);
-        case 4:
-            return planesOf<4>(in, out, n, inverse);
-        case 8:
-            return planesOf<8>(in, out, n, inverse);
-        default:
-            for (size_t j = 0; j < w; ++j)
-                for (size_t i = 0; i < n; ++i) {
-                    if (inverse)
-                        out[i * w + j] = in[j * n + i];
-                    else
-                        out[j * n + i] = in[i * w + j];
-                }
-    }
+    if (inverse)
+        planesAs<true>(in, out, n, w);
+    else
+        planesAs<false>(in, out, n, w);
 }
 
 // Value k of `out` is value order[k] of `in` (gather), or the other way round (scatter).
@@ -133,12 +144,20 @@ void permute(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order
 constexpr int kLevel = 1;
 constexpr int64_t kSampleValues = 512;
 constexpr size_t kTinySample = 32;
+// Chunks of at most kWholeTrialValues values try the codings on all of them (the best trial is
+// the segment) and keep the winner for the next chunks, while those hold at most kValuesPerTrial
+// values with the chunk the trials ran on, and until one makes more than kGrowth times the bytes
+// a value (plus kGrowthSlack) of that chunk. Larger chunks try the codings on a sample, each.
+constexpr int64_t kWholeTrialValues = 2048;
+constexpr int64_t kValuesPerTrial = 65536;
+constexpr double kGrowth = 1.25, kGrowthSlack = 0.05;
 
 // A thread's zstd contexts and buffers, kept from call to call.
 struct Scratch {
     ZSTD_CCtx* compressor = nullptr;
     ZSTD_DCtx* decompressor = nullptr;
-    std::vector<uint8_t> transformed, planed, compressed;
+    std::vector<uint8_t> transformed, planed, compressed, permuted, trial, best;  // of the writer
+    std::vector<uint8_t> unpermuted, unplaned;                                    // of the reader
     ~Scratch() {
         ZSTD_freeCCtx(compressor);
         ZSTD_freeDCtx(decompressor);
@@ -225,48 +244,78 @@ std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
 }
 
 void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t type,
-                       const std::vector<uint32_t>* inputOrder, std::vector<uint8_t>& out) {
+                       const std::vector<uint32_t>* inputOrder, CodingChoice& choice,
+                       std::vector<uint8_t>& out) {
     const size_t w = static_cast<size_t>(width);
     const uint8_t* stored = static_cast<const uint8_t*>(values);
-    std::vector<uint8_t> permuted;
-    if (inputOrder) {
-        permuted.resize(static_cast<size_t>(count) * w);
-        permute(stored, permuted.data(), *inputOrder, width, false);
-    }
-    // The codings a type tries (measured: the difference beats the XOR on GPS time, planes help
-    // wide integers; one-byte values gain little from either). Each is tried on a sample of the
-    // first values, in stored order and, with the order kept, in the input's order; the winner
-    // codes them all.
-    static const uint8_t oneByte[] = {kZstd, kTransformDelta | kZstd};
-    static const uint8_t integers[] = {kZstd, kBytePlanes | kZstd,
-                                       kTransformDelta | kBytePlanes | kZstd};
-    static const uint8_t floats[] = {kZstd, kBytePlanes | kZstd,
-                                     kTransformDelta | kBytePlanes | kZstd,
-                                     kTransformXor | kBytePlanes | kZstd};
-    static const uint8_t rawBytes[] = {kZstd, kBytePlanes | kZstd};
-    const uint8_t* codings = integers;
-    size_t numCodings = sizeof integers;
-    if (type == zul_FIELD_RAW)
-        codings = rawBytes, numCodings = width == 1 ? 1 : sizeof rawBytes;
-    else if (width == 1)
-        codings = oneByte, numCodings = sizeof oneByte;
-    else if (isFloat(type))
-        codings = floats, numCodings = sizeof floats;
-    const int64_t sample = std::min<int64_t>(count, kSampleValues);
-    uint8_t bestCoding = kZstd;
-    size_t bestSize = SIZE_MAX;
-    std::vector<uint8_t> trial;
-    for (int order = 0; order < (inputOrder ? 2 : 1) && bestSize > kTinySample; ++order)
-        for (size_t c = 0; c < numCodings && bestSize > kTinySample; ++c) {
-            const uint8_t coding = static_cast<uint8_t>(codings[c] | (order ? kInputOrder : 0));
-            trial.clear();
-            encodeSegment(order ? permuted.data() : stored, sample, width, coding, kLevel, trial);
-            if (trial.size() < bestSize) bestSize = trial.size(), bestCoding = coding;
+    Scratch& s = scratch();
+    // The values in the input's order, made when a trial or the coding needs them.
+    bool permutedMade = false;
+    auto inInputOrder = [&]() -> const uint8_t* {
+        if (!permutedMade) {
+            s.permuted.resize(static_cast<size_t>(count) * w);
+            permute(stored, s.permuted.data(), *inputOrder, width, false);
+            permutedMade = true;
         }
+        return s.permuted.data();
+    };
+    const bool whole = count <= kWholeTrialValues;
+    const bool trials = !whole || choice.coding == 0 || choice.valuesLeft < count ||
+                        ((choice.coding & kInputOrder) && !inputOrder);
+    // With trials on all values, the best trial's segment is the column's.
+    const int64_t sample = whole ? count : kSampleValues;
+    bool coded = false;
+    if (trials) {
+        // The codings a type tries (measured: the difference beats the XOR on GPS time, planes
+        // help wide integers; one-byte values gain little from either). Each is tried on the
+        // values or a sample of the first, in stored order and, with the order kept, in the
+        // input's order; the winner codes them all.
+        static const uint8_t oneByte[] = {kZstd, kTransformDelta | kZstd};
+        static const uint8_t integers[] = {kZstd, kBytePlanes | kZstd,
+                                           kTransformDelta | kBytePlanes | kZstd};
+        static const uint8_t floats[] = {kZstd, kBytePlanes | kZstd,
+                                         kTransformDelta | kBytePlanes | kZstd,
+                                         kTransformXor | kBytePlanes | kZstd};
+        static const uint8_t rawBytes[] = {kZstd, kBytePlanes | kZstd};
+        const uint8_t* codings = integers;
+        size_t numCodings = sizeof integers;
+        if (type == zul_FIELD_RAW)
+            codings = rawBytes, numCodings = width == 1 ? 1 : sizeof rawBytes;
+        else if (width == 1)
+            codings = oneByte, numCodings = sizeof oneByte;
+        else if (isFloat(type))
+            codings = floats, numCodings = sizeof floats;
+        uint8_t bestCoding = kZstd;
+        s.best.clear();
+        for (int order = 0; order < (inputOrder ? 2 : 1); ++order)
+            for (size_t c = 0; c < numCodings; ++c) {
+                if (!s.best.empty() && s.best.size() <= kTinySample) break;
+                const uint8_t coding = static_cast<uint8_t>(codings[c] | (order ? kInputOrder : 0));
+                s.trial.clear();
+                encodeSegment(order ? inInputOrder() : stored, sample, width, coding, kLevel,
+                              s.trial);
+                if (s.best.empty() || s.trial.size() < s.best.size())
+                    s.best.swap(s.trial), bestCoding = coding;
+            }
+        choice.coding = bestCoding;
+        choice.valuesLeft = kValuesPerTrial - count;
+        coded = sample == count;
+    } else {
+        choice.valuesLeft -= count;
+    }
     const size_t at = out.size();
-    encodeSegment(bestCoding & kInputOrder ? permuted.data() : stored, count, width, bestCoding,
-                  kLevel, out);
-    if (out.size() - at - kSegmentHeaderSize > static_cast<size_t>(count) * w) {
+    if (coded)
+        appendBytes(out, s.best.data(), s.best.size());
+    else
+        encodeSegment(choice.coding & kInputOrder ? inInputOrder() : stored, count, width,
+                      choice.coding, kLevel, out);
+    const size_t made = out.size() - at - kSegmentHeaderSize;
+    const double perValue = count ? static_cast<double>(made) / static_cast<double>(count) : 0;
+    if (trials)
+        choice.bytesPerValue = perValue;
+    else if (perValue > kGrowth * choice.bytesPerValue + kGrowthSlack)
+        choice.valuesLeft = 0;  // the next chunk tries the codings again
+    if (made > static_cast<size_t>(count) * w) {
         out.resize(at);  // the values as they are take less room
         encodeSegment(stored, count, width, kTransformNone, 0, out);
     }
@@ -278,7 +327,8 @@ zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSiz
         if (!inputOrder || inputOrder->size() != static_cast<size_t>(count))
             return zul_STATUS_CORRUPT_DATA;
         const size_t w = static_cast<size_t>(width);
-        std::vector<uint8_t> permuted(static_cast<size_t>(count) * w);
+        std::vector<uint8_t>& permuted = scratch().unpermuted;
+        permuted.resize(static_cast<size_t>(count) * w);
         const zul_Status status = decodeSegment(static_cast<uint8_t>(coding & ~kInputOrder), stored,
                                                 storedSize, count, width, nullptr, permuted.data());
         if (status != zul_STATUS_OK) return status;
@@ -292,11 +342,12 @@ zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSiz
         return zul_STATUS_CORRUPT_DATA;
     const size_t raw = static_cast<size_t>(count) * static_cast<size_t>(width);
     uint8_t* target = static_cast<uint8_t*>(out);
-    // Planes are undone from a copy; everything else in place, in the caller's room.
-    std::vector<uint8_t> copy;
+    // Planes are undone from a copy, a buffer of the thread's; everything else in place, in the
+    // caller's room.
+    std::vector<uint8_t>& copy = scratch().unplaned;
     uint8_t* first = target;
     if (coding & kBytePlanes) {
-        copy.resize(raw);
+        if (copy.size() < raw) copy.resize(raw);
         first = copy.data();
     }
     if (coding & kZstd) {

@@ -20,10 +20,21 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
 // input index) sorted, ties in stored order.
 std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count);
 
+// A column's coding as its last trials chose it, kept from chunk to chunk of one writer.
+struct CodingChoice {
+    uint8_t coding = 0;        // 0: no trials yet
+    int64_t valuesLeft = 0;    // values still coded with it without trials
+    double bytesPerValue = 0;  // what it made of the chunk the trials ran on
+};
+
 // Codes the values, in stored order or, when `inputOrder` is not null, also in the input's order,
-// with the coding that makes the fewest bytes of a sample of them, and appends the segment.
+// and appends the segment: with the coding that makes the fewest bytes of them (of a sample of
+// them in a large chunk). A small chunk's choice is kept in `choice` for the column's next small
+// chunks, which are coded with it without trials until they hold a number of values or it makes
+// notably more bytes a value.
 void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t type,
-                       const std::vector<uint32_t>* inputOrder, std::vector<uint8_t>& out);
+                       const std::vector<uint32_t>* inputOrder, CodingChoice& choice,
+                       std::vector<uint8_t>& out);
 
 // Decodes a segment's `stored` bytes, coded with `coding`, into exactly `count` values of `width`
 // bytes at `out`, in stored order; a segment in the input's order needs `inputOrder` (else it is

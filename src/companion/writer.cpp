@@ -11,11 +11,6 @@
 
 using namespace zulx;
 
-namespace {
-// The zstd level of the order (docs/companion.md).
-constexpr int kOrderLevel = 1;
-}  // namespace
-
 struct zul_xout_WriterStruct {
     enum class Binding { none, byParts, whole };
 
@@ -33,6 +28,8 @@ struct zul_xout_WriterStruct {
     size_t nextChunk = 0;
     std::vector<std::vector<uint8_t>> segments;
     std::vector<bool> written;
+    std::vector<CodingChoice> choices;  // a field's, kept from chunk to chunk
+    CodingChoice orderChoice;
     std::vector<uint8_t> output;
 
     // Codes and appends the blocks of the chunks whose columns are all there: the order first,
@@ -53,10 +50,10 @@ struct zul_xout_WriterStruct {
             for (size_t s = 0; s < numFields; ++s)
                 encodeBestSegment(segments[s].data(), count, head.fields[s].width,
                                   head.fields[s].type, head.hasOrder ? &inputOrder : nullptr,
-                                  blocks);
-            if (head.hasOrder)  // input indices: planes and zstd (measured), no trials
-                encodeSegment(segments[numFields].data(), count, 8, kBytePlanes | kZstd,
-                              kOrderLevel, blocks);
+                                  choices[s], blocks);
+            if (head.hasOrder)  // the input indices, with the codings of a u64 column
+                encodeBestSegment(segments[numFields].data(), count, 8, zul_FIELD_U64, nullptr,
+                                  orderChoice, blocks);
             for (size_t s = 0; s < numSegments; ++s) {
                 std::vector<uint8_t>().swap(segments[s]);
                 written[s] = false;
@@ -73,6 +70,7 @@ struct zul_xout_WriterStruct {
         binding = kind;
         segments.assign(static_cast<size_t>(head.segments()), {});
         written.assign(static_cast<size_t>(head.segments()), false);
+        choices.assign(head.fields.size(), {});
         return zul_STATUS_OK;
     }
 

@@ -265,19 +265,60 @@ int64_t blockSize(const ByteVector& stream, const std::vector<uint32_t>* values,
 }
 
 // With the order kept, a column that rises in the input's order but not in stored order is coded
-// in the input's order, and comes back in stored order.
-TEST(Companion, ColumnsAreCodedInTheInputOrderWhereThatIsSmaller) {
+// in the input's order, and comes back in stored order: for input indices close together or
+// spread over more than 32 bits, each index once or three times.
+struct OrderCase {
+    uint64_t stride;  // between consecutive input indices
+    size_t repeats;   // of each index
+};
+class InputOrder : public ::testing::TestWithParam<OrderCase> {};
+
+TEST_P(InputOrder, ColumnsAreCodedInTheInputOrderWhereThatIsSmaller) {
     const ByteVector stream = makeStream(1, 5000, 9);
-    std::vector<uint64_t> order(5000);
-    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
-    std::shuffle(order.begin(), order.end(), std::mt19937(9));
+    std::vector<uint64_t> rank(5000), order(5000);
+    for (size_t i = 0; i < rank.size(); ++i) rank[i] = i / GetParam().repeats;
+    std::shuffle(rank.begin(), rank.end(), std::mt19937(9));
     std::vector<uint32_t> values(5000), back;
-    for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<uint32_t>(order[i] * 3 + 7);
+    for (size_t i = 0; i < values.size(); ++i) {
+        order[i] = 1000 + rank[i] * GetParam().stride;
+        values[i] = static_cast<uint32_t>(rank[i] * 3 + 7);
+    }
     const int64_t alone = blockSize(stream, &values, nullptr);
     const int64_t withOrder = blockSize(stream, &values, &order, &back);
     const int64_t orderAlone = blockSize(stream, nullptr, &order);
     EXPECT_EQ(back, values);
     EXPECT_LT(withOrder - orderAlone, alone / 20);
+}
+
+INSTANTIATE_TEST_SUITE_P(Companion, InputOrder,
+                         ::testing::Values(OrderCase{1, 1}, OrderCase{1, 3},
+                                           OrderCase{uint64_t{1} << 20, 1},
+                                           OrderCase{uint64_t{1} << 40, 3}));
+
+// A column's coding is kept from chunk to chunk, and tried anew when it stops fitting: a column
+// constant for 8 chunks and then rising is coded small again from the second rising chunk on.
+TEST(Companion, ColumnCodingFollowsAChangeOfItsValues) {
+    const int chunks = 32, points = 1024;
+    const ByteVector stream = makeStream(chunks, points, 5);
+    zul::CompanionWriter writer;
+    writer.addField("time", zul_FIELD_U32);
+    writer.bindStream(stream);
+    std::vector<uint32_t> values(points);
+    for (int c = 0; c < chunks; ++c) {
+        for (int i = 0; i < points; ++i)
+            values[size_t(i)] = c < 8 ? 0 : uint32_t(c * points + i) * 977u;
+        writer.writeColumn(c, 0, values);
+    }
+    const ByteVector companion = writer.finish();
+    zul::CompanionReader reader(companion, stream);
+    for (int c = 0; c < chunks; ++c) {
+        for (int i = 0; i < points; ++i)
+            values[size_t(i)] = c < 8 ? 0 : uint32_t(c * points + i) * 977u;
+        ASSERT_EQ(reader.column<uint32_t>(c, 0), values) << "chunk " << c;
+        if (c != 8) {
+            EXPECT_LT(reader.chunk(c).blockSize, points / 4) << "chunk " << c;
+        }
+    }
 }
 
 }  // namespace
