@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <unordered_map>
 
 #include "commands/chunk_batches.h"
 #include "commands/chunk_walk.h"
@@ -78,19 +77,26 @@ private:
     size_t size_ = 0;
 };
 
-// Input points by grid point: each stored point takes the first input point of its grid point
-// not yet taken (points on one grid point are interchangeable: each keeps its own fields).
-class PointMatcher {
+// The input points of one chunk by grid point: each stored point takes the first input point of
+// its grid point not yet taken (points on one grid point are interchangeable: each keeps its own
+// fields).
+class ChunkMatcher {
 public:
-    PointMatcher(const std::vector<int64_t>& keys, const std::vector<uint8_t>& kept) : keys_(keys) {
-        for (size_t i = 0; i < kept.size(); ++i) {
-            if (kept[i]) sorted_.push_back(i);
+    explicit ChunkMatcher(const std::vector<int64_t>& keys) : keys_(keys) {}
+
+    // The chunk's input points.
+    void reset(const uint64_t* inputs, size_t n) {
+        sorted_.resize(n);
+        for (size_t i = 0; i < n; ++i) {
+            const int64_t* key = &keys_[3 * inputs[i]];
+            sorted_[i] = {{key[0], key[1], key[2]}, inputs[i]};
         }
-        std::sort(sorted_.begin(), sorted_.end(), [&](uint64_t a, uint64_t b) {
-            return std::lexicographical_compare(&keys_[3 * a], &keys_[3 * a + 3], &keys_[3 * b],
-                                                &keys_[3 * b + 3]) ||
-                   (std::equal(&keys_[3 * a], &keys_[3 * a + 3], &keys_[3 * b]) && a < b);
+        std::sort(sorted_.begin(), sorted_.end(), [](const Entry& a, const Entry& b) {
+            return std::lexicographical_compare(a.key, a.key + 3, b.key, b.key + 3) ||
+                   (std::equal(a.key, a.key + 3, b.key) && a.input < b.input);
         });
+        next_.resize(n);
+        for (size_t i = 0; i < n; ++i) next_[i] = i;
     }
 
     // The input point at grid point `g` (or, failing that, at a neighbouring one: a position
@@ -105,21 +111,26 @@ public:
     }
 
 private:
+    struct Entry {
+        int64_t key[3];
+        uint64_t input;
+    };
+
     int64_t takeAt(const int64_t g[3]) {
-        const auto less = [&](uint64_t a, const int64_t* key) {
-            return std::lexicographical_compare(&keys_[3 * a], &keys_[3 * a + 3], key, key + 3);
+        const auto less = [](const Entry& a, const int64_t* key) {
+            return std::lexicographical_compare(a.key, a.key + 3, key, key + 3);
         };
         const size_t start = static_cast<size_t>(
             std::lower_bound(sorted_.begin(), sorted_.end(), g, less) - sorted_.begin());
-        if (start == sorted_.size() || !std::equal(g, g + 3, &keys_[3 * sorted_[start]])) return -1;
-        size_t& next = taken_.try_emplace(start, start).first->second;
-        if (next == sorted_.size() || !std::equal(g, g + 3, &keys_[3 * sorted_[next]])) return -1;
-        return static_cast<int64_t>(sorted_[next++]);
+        if (start == sorted_.size()) return -1;
+        size_t& next = next_[start];
+        if (next == sorted_.size() || !std::equal(g, g + 3, sorted_[next].key)) return -1;
+        return static_cast<int64_t>(sorted_[next++].input);
     }
 
     const std::vector<int64_t>& keys_;
-    std::vector<uint64_t> sorted_;
-    std::unordered_map<size_t, size_t> taken_;  // first point of a grid point -> next untaken
+    std::vector<Entry> sorted_;
+    std::vector<size_t> next_;  // first point of a grid point -> next untaken
 };
 
 void check(zul_Status status, const std::string& companion) {
@@ -144,11 +155,12 @@ CompanionRecorder::CompanionRecorder(const CompressOptions& options, Format form
 CompanionRecorder::~CompanionRecorder() = default;
 
 void CompanionRecorder::add(const zul_Point& prepared, bool kept) {
+    ++read_;
+    dropped_ += kept ? 0 : 1;
     if (!active_ || !lasFields_) return;
     for (int axis = 0; axis < 3; ++axis) {
         keys_.push_back(kept ? std::llround(prepared.position[axis]) : 0);
     }
-    kept_.push_back(kept ? 1 : 0);
 }
 
 std::string CompanionRecorder::finish(const std::string& streamPath,
@@ -176,19 +188,29 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
         throw FormatError(options_.input + ": " + problem);
     }
     const uint64_t dataEnd = las.dataOffset + las.count * las.recordLength;
-    if (dataEnd > input.size() || las.count != kept_.size()) {
+    if (dataEnd > input.size() || las.count != read_) {
         throw FormatError(options_.input + ": changed while it was compressed");
     }
-    const int64_t dropped =
-        static_cast<int64_t>(std::count(kept_.begin(), kept_.end(), uint8_t{0}));
-    if (dropped > 0) {
-        throw FormatError(options_.input + ": " + std::to_string(dropped) +
+    if (dropped_ > 0) {
+        throw FormatError(options_.input + ": " + std::to_string(dropped_) +
                           " points were left out of the stream, so their records cannot come "
                           "back; compress with --no-companion");
     }
     const unsigned char* records = input.bytes() + las.dataOffset;
+    const size_t stored = inputOf_.size();
+    const auto recordOf = [&](size_t p) { return records + inputOf_[p] * las.recordLength; };
+    // The records are read in the stream's order, anywhere in the file: each is asked for well
+    // before it is needed.
+    const size_t ahead = 16;
+    const auto prefetch = [&](size_t p) {
+        if (p + ahead < stored) {
+            const char* next = reinterpret_cast<const char*>(recordOf(p + ahead));
+            __builtin_prefetch(next);
+            __builtin_prefetch(next + las.recordLength - 1);
+        }
+    };
 
-    // Pass 1: every stored point's input point, and what the stream gives of its values.
+    // Pass 1: what the stream gives of every stored point's values, against its record.
     IndexGuard index;
     ZulFileHead head;
     const zul_Status opened =
@@ -199,26 +221,48 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     std::vector<int64_t> chunkList(static_cast<size_t>(numChunks));
     for (int64_t c = 0; c < numChunks; ++c) chunkList[static_cast<size_t>(c)] = c;
     std::vector<int64_t> chunkStart(1, 0);
-    std::vector<uint64_t> inputOf;
-    std::vector<int32_t> xyzResidual;
-    std::vector<uint16_t> intensityResidual;
-    std::vector<uint8_t> color8;
+    std::vector<int32_t> xyzResidual(3 * stored);
+    std::vector<uint16_t> intensityResidual(stored);
+    std::vector<uint8_t> color8(3 * stored);
     bool anyResidual[4] = {};
-    PointMatcher matcher(keys_, kept_);
+    // The colour scales tried, and how many values each gives back as they were.
+    const int64_t scales[3] = {256, 257, 1};
+    int64_t same[3] = {};
     ChunkBatches batches(streamPath, index.index, false, chunkList, threads);
     const zul_Header2& header = head.header;
+    ChunkMatcher matcher(keys_);
+    size_t p = 0;
     while (batches.next()) {
         const zul_bulk_Points& points = batches.points();
-        for (int64_t i = 0; i < points.numPoints; ++i) {
-            const double* g = points.positions + 3 * i;
-            const int64_t key[3] = {std::llround(g[0]), std::llround(g[1]), std::llround(g[2])};
-            const int64_t found = matcher.take(key);
-            if (found < 0) {
-                throw FormatError(shown + ": a stored point matches no point of " + options_.input +
-                                  "; compress with --no-companion");
+        // Each stored point's input point, among those its chunk was written with.
+        const size_t first = p;
+        for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
+            zul_idx_Chunk chunk = {};
+            zul_idx_getChunk(index.index, batches.batchChunks()[c], &chunk);
+            const size_t n = static_cast<size_t>(chunk.numPoints);
+            if (n > stored - p || p - first + n > static_cast<uint64_t>(points.numPoints)) {
+                throw FormatError(shown + ": the stream holds more points than " + options_.input +
+                                  " gave it");
             }
-            inputOf.push_back(static_cast<uint64_t>(found));
-            const unsigned char* r = records + static_cast<uint64_t>(found) * las.recordLength;
+            matcher.reset(inputOf_.data() + p, n);
+            for (size_t k = 0; k < n; ++k, ++p) {
+                const double* g = points.positions + 3 * (p - first);
+                const int64_t key[3] = {std::llround(g[0]), std::llround(g[1]), std::llround(g[2])};
+                const int64_t found = matcher.take(key);
+                if (found < 0) {
+                    throw FormatError(shown + ": a stored point matches no point of " +
+                                      options_.input + "; compress with --no-companion");
+                }
+                inputOf_[p] = static_cast<uint64_t>(found);
+            }
+            chunkStart.push_back(static_cast<int64_t>(p));
+        }
+        // What the stream gives of their values, against their records.
+        for (size_t at = first; at < p; ++at) {
+            prefetch(at);
+            const size_t i = at - first;
+            const double* g = points.positions + 3 * i;
+            const unsigned char* r = recordOf(at);
             double q[3];
             residualWorld(g, header.transformation, header.enabled, q);
             for (int axis = 0; axis < 3; ++axis) {
@@ -226,43 +270,41 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
                 const int32_t residual =
                     static_cast<int32_t>(static_cast<uint32_t>(loadLittle<int32_t>(r + 4 * axis)) -
                                          static_cast<uint32_t>(back));
-                xyzResidual.push_back(residual);
+                xyzResidual[3 * at + axis] = residual;
                 anyResidual[axis] = anyResidual[axis] || residual != 0;
             }
-            const int32_t stored = points.reflections ? points.reflections[i] : 0;
-            const uint16_t ir =
-                static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) - static_cast<uint16_t>(stored));
-            intensityResidual.push_back(ir);
+            const int32_t reflection = points.reflections ? points.reflections[i] : 0;
+            const uint16_t ir = static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) -
+                                                      static_cast<uint16_t>(reflection));
+            intensityResidual[at] = ir;
             anyResidual[3] = anyResidual[3] || ir != 0;
-            for (int c = 0; c < 3; ++c)
-                color8.push_back(points.colors ? points.colors[3 * i + c] : 0);
-        }
-        for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
-            zul_idx_Chunk chunk = {};
-            zul_idx_getChunk(index.index, batches.batchChunks()[c], &chunk);
-            chunkStart.push_back(chunkStart.back() + chunk.numPoints);
+            for (int c = 0; c < 3; ++c) {
+                const uint8_t value = points.colors ? points.colors[3 * i + c] : 0;
+                color8[3 * at + c] = value;
+                if (las.colorOffset > 0) {
+                    const uint16_t own = loadLittle<uint16_t>(r + las.colorOffset + 2 * c);
+                    for (int s = 0; s < 3; ++s) {
+                        same[s] += own == static_cast<uint16_t>(value * scales[s]);
+                    }
+                }
+            }
         }
     }
     if (batches.status() != zul_STATUS_OK) check(batches.status(), shown);
+    if (p != stored) {
+        throw FormatError(shown + ": the stream holds fewer points than " + options_.input +
+                          " gave it");
+    }
 
     // The colour scale that gives the most values back as they were.
-    const int64_t scales[3] = {256, 257, 1};
     int64_t scale = 256;
     bool lowBytes = false;
     if (las.colorOffset > 0) {
         int64_t best = -1;
-        for (const int64_t s : scales) {
-            int64_t same = 0;
-            for (size_t p = 0; p < inputOf.size(); ++p) {
-                const unsigned char* r = records + inputOf[p] * las.recordLength + las.colorOffset;
-                for (int c = 0; c < 3; ++c) {
-                    same += loadLittle<uint16_t>(r + 2 * c) ==
-                            static_cast<uint16_t>(color8[3 * p + c] * s);
-                }
-            }
-            if (same > best) best = same, scale = s;
+        for (int s = 0; s < 3; ++s) {
+            if (same[s] > best) best = same[s], scale = scales[s];
         }
-        lowBytes = best < static_cast<int64_t>(3 * inputOf.size());
+        lowBytes = best < static_cast<int64_t>(3 * stored);
     }
 
     // Pass 2: the companion.
@@ -297,17 +339,24 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     const std::string ownName = std::filesystem::path(options_.input).filename().string();
     zul_xout_addConvention(writer, "name", ownName.c_str());  // a name it refuses is left out
     check(zul_xout_bindStreamFile(writer, streamPath.c_str()), shown);
-    std::vector<unsigned char> values;
+    std::vector<unsigned char> values, chunkRecords;
+    const size_t length = las.recordLength;
     for (int64_t c = 0; c + 1 < static_cast<int64_t>(chunkStart.size()); ++c) {
         const size_t begin = static_cast<size_t>(chunkStart[c]);
         const size_t n = static_cast<size_t>(chunkStart[c + 1]) - begin;
+        // The chunk's records, gathered once in its order, then cut into columns.
+        chunkRecords.resize(n * length);
+        for (size_t k = 0; k < n; ++k) {
+            prefetch(begin + k);
+            std::memcpy(chunkRecords.data() + k * length, recordOf(begin + k), length);
+        }
         int32_t field = 0;
         for (const LasColumn& column : columns) {
-            values.resize(n * static_cast<size_t>(column.width));
+            const size_t width = static_cast<size_t>(column.width);
+            values.resize(n * width);
+            const unsigned char* from = chunkRecords.data() + column.offset;
             for (size_t k = 0; k < n; ++k) {
-                std::memcpy(values.data() + k * column.width,
-                            records + inputOf[begin + k] * las.recordLength + column.offset,
-                            static_cast<size_t>(column.width));
+                std::memcpy(values.data() + k * width, from + k * length, width);
             }
             check(zul_xout_writeColumn(writer, c, field++, values.data(), static_cast<int64_t>(n)),
                   shown);
@@ -328,8 +377,7 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
             } else {
                 std::vector<uint16_t> v(n);
                 for (size_t p = 0; p < n; ++p) {
-                    const unsigned char* r =
-                        records + inputOf[begin + p] * las.recordLength + las.colorOffset;
+                    const unsigned char* r = chunkRecords.data() + p * length + las.colorOffset;
                     v[p] = static_cast<uint16_t>(
                         loadLittle<uint16_t>(r + 2 * (k - 4)) -
                         static_cast<uint16_t>(color8[3 * (begin + p) + (k - 4)] * scale));
@@ -340,7 +388,7 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
             }
         }
         if (keepOrder_) {
-            check(zul_xout_writeOrder(writer, c, inputOf.data() + begin, static_cast<int64_t>(n)),
+            check(zul_xout_writeOrder(writer, c, inputOf_.data() + begin, static_cast<int64_t>(n)),
                   shown);
         }
     }

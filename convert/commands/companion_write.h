@@ -1,8 +1,9 @@
 // compress's companion: NAME.zulx beside NAME.zul, for what the stream cannot hold. While the
-// points go into the stream, the recorder keeps each one's grid point; once the stream is
-// complete, it decodes the stream chunk by chunk, finds which input point each stored point is,
-// and writes that point's fields (from the input file) as the chunk's columns, bound to the
-// stream's final bytes.
+// points go into the stream, the recorder keeps each one's grid point and the stream's writer
+// records which input points each chunk holds (order()); once the stream is complete, the recorder
+// decodes it chunk by chunk, finds which of its chunk's input points each stored point is (the
+// encoder orders a chunk's points its own way), and writes that point's fields (from the input
+// file) as the chunk's columns, bound to the stream's final bytes.
 #pragma once
 
 #include <cstdint>
@@ -37,6 +38,9 @@ public:
 
     // The next point read from the input, as it went into the stream (`kept`), or dropped.
     void add(const zul_Point& prepared, bool kept);
+    // Where the stream's writer records the number of the input point of every stored point, in
+    // the stream's order (PlannedWriter::recordOrder); null when no fields are kept.
+    std::vector<uint64_t>* order() { return active_ && lasFields_ ? &inputOf_ : nullptr; }
 
     // Writes the companion of the complete stream at `streamPath` to `companionPath` (a
     // temporary name). Returns a short account of what it holds ("12 fields, the order and the
@@ -52,9 +56,10 @@ private:
     zulformats::Format format_;
     bool active_ = false;
     bool keepOrder_ = false;
-    bool lasFields_ = false;     // a LAS file that can be read again
-    std::vector<int64_t> keys_;  // three grid coordinates a point read
-    std::vector<uint8_t> kept_;
+    bool lasFields_ = false;  // a LAS file that can be read again
+    uint64_t read_ = 0, dropped_ = 0;
+    std::vector<int64_t> keys_;      // three grid coordinates a point read
+    std::vector<uint64_t> inputOf_;  // the input point of each stored point
 };
 
 }  // namespace zulconvert
