@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
@@ -14,6 +15,7 @@
 #include "commands/chunk_walk.h"
 #include "commands/companion_las.h"
 #include "formats/byte_input.h"
+#include "formats/las_records.h"
 #include "zul_companion.h"
 
 namespace zulconvert {
@@ -54,7 +56,8 @@ public:
         }
         size_ = static_cast<size_t>(st.st_size);
         if (size_ > 0) {
-            void* at = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE, fd, 0);
+            // Mapped whole at once: the records are then read in any order without a fault a page.
+            void* at = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
             if (at == MAP_FAILED) {
                 ::close(fd);
                 throw FormatError(path + ": cannot be read again for its fields (" +
@@ -133,6 +136,28 @@ private:
     std::vector<size_t> next_;  // first point of a grid point -> next untaken
 };
 
+// `n` values of `width` bytes, `stride` bytes apart from `from`, side by side into `to`.
+template <size_t width>
+void copyValues(const unsigned char* from, size_t stride, size_t n, unsigned char* to) {
+    for (size_t k = 0; k < n; ++k) std::memcpy(to + k * width, from + k * stride, width);
+}
+
+void copyColumn(const unsigned char* from, size_t stride, size_t width, size_t n,
+                unsigned char* to) {
+    switch (width) {
+        case 1:
+            return copyValues<1>(from, stride, n, to);
+        case 2:
+            return copyValues<2>(from, stride, n, to);
+        case 4:
+            return copyValues<4>(from, stride, n, to);
+        case 8:
+            return copyValues<8>(from, stride, n, to);
+        default:
+            for (size_t k = 0; k < n; ++k) std::memcpy(to + k * width, from + k * stride, width);
+    }
+}
+
 void check(zul_Status status, const std::string& companion) {
     if (status != zul_STATUS_OK) {
         throw FormatError(companion + ": the companion cannot be written (" +
@@ -150,6 +175,25 @@ CompanionRecorder::CompanionRecorder(const CompressOptions& options, Format form
     active_ = options.companion == "always" || (options.companion != "never" && lasFields_);
     if (options.output == "-") active_ = false;  // standard output has no file beside it
     keepOrder_ = options.keepOrder;
+    if (active_ && lasFields_) reserveFor(options.input);
+}
+
+void CompanionRecorder::reserveFor(const std::string& input) {
+    // Room for the points the header counts, where the file can hold them.
+    unsigned char bytes[zulformats::kLas14HeaderSize] = {};
+    std::FILE* file = std::fopen(input.c_str(), "rb");
+    if (file == nullptr) return;
+    const size_t got = std::fread(bytes, 1, sizeof bytes, file);
+    std::fclose(file);
+    LasHead las;
+    std::string problem;
+    std::error_code error;
+    const uintmax_t size = std::filesystem::file_size(input, error);
+    if (error || !parseLasHead(bytes, got, las, problem) || las.count > size / las.recordLength) {
+        return;
+    }
+    keys_.reserve(3 * las.count);
+    inputOf_.reserve(las.count);
 }
 
 CompanionRecorder::~CompanionRecorder() = default;
@@ -354,10 +398,7 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
         for (const LasColumn& column : columns) {
             const size_t width = static_cast<size_t>(column.width);
             values.resize(n * width);
-            const unsigned char* from = chunkRecords.data() + column.offset;
-            for (size_t k = 0; k < n; ++k) {
-                std::memcpy(values.data() + k * width, from + k * length, width);
-            }
+            copyColumn(chunkRecords.data() + column.offset, length, width, n, values.data());
             check(zul_xout_writeColumn(writer, c, field++, values.data(), static_cast<int64_t>(n)),
                   shown);
         }

@@ -49,6 +49,8 @@ public:
                        int threads);
 
 private:
+    // Reserves room for the points of the LAS file `input`.
+    void reserveFor(const std::string& input);
     std::string writeLas(const std::string& streamPath, const std::string& companionPath,
                          int threads);
 

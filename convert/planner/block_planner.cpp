@@ -154,7 +154,7 @@ void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cut
     if (candidate.kind == Candidate::Input)
         cutInRuns(all, options_.chunk, cutting);
     else if (candidate.kind == Candidate::Kd)
-        cutKdCells(block.data(), all, options_.chunk, cutting);
+        cutKdCells(block.data(), all, options_.chunk, cutting, work.cells);
     else
         cutStrips(block.data(), all, candidate.strips, cutting, work.scratch);
 }
@@ -239,7 +239,7 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, E
         sampled = kdSample(
             block.data(), allIndices(n), options_.chunk,
             std::max(options_.sampleTarget / kKdParts, static_cast<size_t>(options_.chunk)),
-            kKdParts, cutting);
+            kKdParts, cutting, work.cells);
     } else {
         const StripShape& shape = candidate.strips;
         const IndexVector& part = stripSample(block, candidate, work);

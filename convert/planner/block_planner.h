@@ -17,6 +17,7 @@
 #include "base/limits.h"
 #include "planner/chunk_encoding.h"
 #include "planner/cutting.h"
+#include "planner/kd_cells.h"
 #include "planner/strip_cells.h"
 #include "zul.h"
 
@@ -67,6 +68,7 @@ private:
         explicit Workspace(ChunkEncoder& e) : encoder(e) {}
         ChunkEncoder& encoder;
         StripScratch scratch;
+        KdScratch cells;
         IndexVector sample;
     };
 
