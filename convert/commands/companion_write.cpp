@@ -85,18 +85,37 @@ private:
 // fields).
 class ChunkMatcher {
 public:
-    explicit ChunkMatcher(const std::vector<int64_t>& keys) : keys_(keys) {}
+    // The grid points of the input points: three a point in `keys`, or, where `ratio` has no
+    // zero, the X, Y and Z of the LAS `records` of `length` bytes times `ratio`.
+    ChunkMatcher(const std::vector<int64_t>& keys, const unsigned char* records, size_t length,
+                 const int64_t ratio[3])
+        : keys_(keys),
+          records_(records),
+          length_(length),
+          fromRecords_(ratio[0] != 0 && ratio[1] != 0 && ratio[2] != 0) {
+        for (int axis = 0; axis < 3; ++axis) ratio_[axis] = ratio[axis];
+    }
 
     // The chunk's input points.
     void reset(const uint64_t* inputs, size_t n) {
         sorted_.resize(n);
         for (size_t i = 0; i < n; ++i) {
-            const int64_t* key = &keys_[3 * inputs[i]];
-            sorted_[i] = {{key[0], key[1], key[2]}, inputs[i]};
+            Entry& entry = sorted_[i];
+            entry.input = inputs[i];
+            if (fromRecords_) {
+                const unsigned char* r = records_ + inputs[i] * length_;
+                for (int axis = 0; axis < 3; ++axis) {
+                    entry.key[axis] = int64_t{loadLittle<int32_t>(r + 4 * axis)} * ratio_[axis];
+                }
+            } else {
+                std::copy_n(&keys_[3 * inputs[i]], 3, entry.key);
+            }
         }
         std::sort(sorted_.begin(), sorted_.end(), [](const Entry& a, const Entry& b) {
-            return std::lexicographical_compare(a.key, a.key + 3, b.key, b.key + 3) ||
-                   (std::equal(a.key, a.key + 3, b.key) && a.input < b.input);
+            if (a.key[0] != b.key[0]) return a.key[0] < b.key[0];
+            if (a.key[1] != b.key[1]) return a.key[1] < b.key[1];
+            if (a.key[2] != b.key[2]) return a.key[2] < b.key[2];
+            return a.input < b.input;
         });
         next_.resize(n);
         for (size_t i = 0; i < n; ++i) next_[i] = i;
@@ -121,17 +140,25 @@ private:
 
     int64_t takeAt(const int64_t g[3]) {
         const auto less = [](const Entry& a, const int64_t* key) {
-            return std::lexicographical_compare(a.key, a.key + 3, key, key + 3);
+            if (a.key[0] != key[0]) return a.key[0] < key[0];
+            if (a.key[1] != key[1]) return a.key[1] < key[1];
+            return a.key[2] < key[2];
         };
         const size_t start = static_cast<size_t>(
             std::lower_bound(sorted_.begin(), sorted_.end(), g, less) - sorted_.begin());
         if (start == sorted_.size()) return -1;
         size_t& next = next_[start];
-        if (next == sorted_.size() || !std::equal(g, g + 3, sorted_[next].key)) return -1;
+        if (next == sorted_.size()) return -1;
+        const int64_t* key = sorted_[next].key;
+        if (key[0] != g[0] || key[1] != g[1] || key[2] != g[2]) return -1;
         return static_cast<int64_t>(sorted_[next++].input);
     }
 
     const std::vector<int64_t>& keys_;
+    const unsigned char* records_;
+    size_t length_;
+    int64_t ratio_[3];
+    bool fromRecords_;
     std::vector<Entry> sorted_;
     std::vector<size_t> next_;  // first point of a grid point -> next untaken
 };
@@ -175,7 +202,11 @@ CompanionRecorder::CompanionRecorder(const CompressOptions& options, Format form
     active_ = options.companion == "always" || (options.companion != "never" && lasFields_);
     if (options.output == "-") active_ = false;  // standard output has no file beside it
     keepOrder_ = options.keepOrder;
-    if (active_ && lasFields_) reserveFor(options.input);
+}
+
+void CompanionRecorder::gridRatios(const int64_t ratio[3]) {
+    for (int axis = 0; axis < 3; ++axis) ratio_[axis] = ratio[axis];
+    if (active_ && lasFields_) reserveFor(options_.input);
 }
 
 void CompanionRecorder::reserveFor(const std::string& input) {
@@ -192,7 +223,7 @@ void CompanionRecorder::reserveFor(const std::string& input) {
     if (error || !parseLasHead(bytes, got, las, problem) || las.count > size / las.recordLength) {
         return;
     }
-    keys_.reserve(3 * las.count);
+    if (!recordKeys()) keys_.reserve(3 * las.count);
     inputOf_.reserve(las.count);
 }
 
@@ -201,7 +232,7 @@ CompanionRecorder::~CompanionRecorder() = default;
 void CompanionRecorder::add(const zul_Point& prepared, bool kept) {
     ++read_;
     dropped_ += kept ? 0 : 1;
-    if (!active_ || !lasFields_) return;
+    if (!active_ || !lasFields_ || recordKeys()) return;
     for (int axis = 0; axis < 3; ++axis) {
         keys_.push_back(kept ? std::llround(prepared.position[axis]) : 0);
     }
@@ -265,7 +296,12 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     std::vector<int64_t> chunkList(static_cast<size_t>(numChunks));
     for (int64_t c = 0; c < numChunks; ++c) chunkList[static_cast<size_t>(c)] = c;
     std::vector<int64_t> chunkStart(1, 0);
-    std::vector<int32_t> xyzResidual(3 * stored);
+    // The differences of X, Y and Z, of the points that have any (few, as a rule).
+    struct XyzResidual {
+        uint64_t at;
+        int32_t value[3];
+    };
+    std::vector<XyzResidual> xyzResidual;
     std::vector<uint16_t> intensityResidual(stored);
     std::vector<uint8_t> color8(3 * stored);
     bool anyResidual[4] = {};
@@ -274,7 +310,7 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     int64_t same[3] = {};
     ChunkBatches batches(streamPath, index.index, false, chunkList, threads);
     const zul_Header2& header = head.header;
-    ChunkMatcher matcher(keys_);
+    ChunkMatcher matcher(keys_, records, las.recordLength, ratio_);
     size_t p = 0;
     while (batches.next()) {
         const zul_bulk_Points& points = batches.points();
@@ -309,13 +345,16 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
             const unsigned char* r = recordOf(at);
             double q[3];
             residualWorld(g, header.transformation, header.enabled, q);
+            XyzResidual xyz = {at, {0, 0, 0}};
             for (int axis = 0; axis < 3; ++axis) {
                 const int32_t back = lasCoordinate(q[axis], las.scale[axis], las.offset[axis]);
-                const int32_t residual =
+                xyz.value[axis] =
                     static_cast<int32_t>(static_cast<uint32_t>(loadLittle<int32_t>(r + 4 * axis)) -
                                          static_cast<uint32_t>(back));
-                xyzResidual[3 * at + axis] = residual;
-                anyResidual[axis] = anyResidual[axis] || residual != 0;
+                anyResidual[axis] = anyResidual[axis] || xyz.value[axis] != 0;
+            }
+            if (xyz.value[0] != 0 || xyz.value[1] != 0 || xyz.value[2] != 0) {
+                xyzResidual.push_back(xyz);
             }
             const int32_t reflection = points.reflections ? points.reflections[i] : 0;
             const uint16_t ir = static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) -
@@ -405,8 +444,13 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
         for (int k = 0; k < 7; ++k) {
             if (residualField[k] < 0) continue;
             if (k < 3) {
-                std::vector<int32_t> v(n);
-                for (size_t p = 0; p < n; ++p) v[p] = xyzResidual[3 * (begin + p) + k];
+                std::vector<int32_t> v(n, 0);
+                auto from =
+                    std::lower_bound(xyzResidual.begin(), xyzResidual.end(), begin,
+                                     [](const XyzResidual& r, size_t at) { return r.at < at; });
+                for (; from != xyzResidual.end() && from->at < begin + n; ++from) {
+                    v[from->at - begin] = from->value[k];
+                }
                 check(zul_xout_writeColumn(writer, c, residualField[k], v.data(),
                                            static_cast<int64_t>(n)),
                       shown);

@@ -38,6 +38,10 @@ public:
 
     // The next point read from the input, as it went into the stream (`kept`), or dropped.
     void add(const zul_Point& prepared, bool kept);
+    // The grid's whole steps in a unit of the LAS file's grid, axis by axis (GridPlan::ratio):
+    // where none is 0, a point's grid point is its record's X, Y and Z times these, and the
+    // recorder need not keep them. Given before the first point.
+    void gridRatios(const int64_t ratio[3]);
     // Where the stream's writer records the number of the input point of every stored point, in
     // the stream's order (PlannedWriter::recordOrder); null when no fields are kept.
     std::vector<uint64_t>* order() { return active_ && lasFields_ ? &inputOf_ : nullptr; }
@@ -59,6 +63,9 @@ private:
     bool active_ = false;
     bool keepOrder_ = false;
     bool lasFields_ = false;  // a LAS file that can be read again
+    bool recordKeys() const { return ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0; }
+
+    int64_t ratio_[3] = {0, 0, 0};
     uint64_t read_ = 0, dropped_ = 0;
     std::vector<int64_t> keys_;      // three grid coordinates a point read
     std::vector<uint64_t> inputOf_;  // the input point of each stored point

@@ -73,6 +73,7 @@ int runCompress(const CompressOptions& options) {
     CompressOptions alone = options;
     if (through) alone.companion = "never";
     CompanionRecorder companion(alone, format);
+    companion.gridRatios(plan.grid.ratio);
     std::unique_ptr<OutputFile> companionOutput =
         through ? nullptr : openCompanionOutput(options, companion.active());
     if (through && options.companion != "never" && format == Format::Las && !options.quiet) {
