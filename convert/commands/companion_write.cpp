@@ -80,6 +80,9 @@ private:
     size_t size_ = 0;
 };
 
+// Records asked for this many points before they are read.
+constexpr size_t kAhead = 16;
+
 // The input points of one chunk by grid point: each stored point takes the first input point of
 // its grid point not yet taken (points on one grid point are interchangeable: each keeps its own
 // fields).
@@ -96,12 +99,22 @@ public:
         for (int axis = 0; axis < 3; ++axis) ratio_[axis] = ratio[axis];
     }
 
-    // The chunk's input points.
+    // The chunk's input points: a table of their grid points, each with its points in the
+    // input's order.
     void reset(const uint64_t* inputs, size_t n) {
-        sorted_.resize(n);
+        entries_.resize(n);
+        size_t size = 16;
+        while (size < 2 * n) size *= 2;
+        slots_.assign(size, kNone);
+        mask_ = size - 1;
+        bool unordered = false;
         for (size_t i = 0; i < n; ++i) {
-            Entry& entry = sorted_[i];
+            if (fromRecords_ && i + kAhead < n) {
+                __builtin_prefetch(records_ + inputs[i + kAhead] * length_);
+            }
+            Entry& entry = entries_[i];
             entry.input = inputs[i];
+            entry.next = kNone;
             if (fromRecords_) {
                 const unsigned char* r = records_ + inputs[i] * length_;
                 for (int axis = 0; axis < 3; ++axis) {
@@ -110,15 +123,20 @@ public:
             } else {
                 std::copy_n(&keys_[3 * inputs[i]], 3, entry.key);
             }
+            uint32_t& slot = slots_[find(entry.key)];
+            const uint32_t index = static_cast<uint32_t>(i);
+            if (slot == kNone) {
+                slot = index;
+                entry.head = entry.tail = index;
+                continue;
+            }
+            // A grid point with more than one point: appended to its list.
+            Entry& group = entries_[slot];
+            unordered = unordered || entries_[group.tail].input > entry.input;
+            entries_[group.tail].next = index;
+            group.tail = index;
         }
-        std::sort(sorted_.begin(), sorted_.end(), [](const Entry& a, const Entry& b) {
-            if (a.key[0] != b.key[0]) return a.key[0] < b.key[0];
-            if (a.key[1] != b.key[1]) return a.key[1] < b.key[1];
-            if (a.key[2] != b.key[2]) return a.key[2] < b.key[2];
-            return a.input < b.input;
-        });
-        next_.resize(n);
-        for (size_t i = 0; i < n; ++i) next_[i] = i;
+        if (unordered) orderLists();
     }
 
     // The input point at grid point `g` (or, failing that, at a neighbouring one: a position
@@ -133,25 +151,56 @@ public:
     }
 
 private:
+    static constexpr uint32_t kNone = UINT32_MAX;
+
     struct Entry {
         int64_t key[3];
         uint64_t input;
+        uint32_t next;  // the next point of the same grid point, in the input's order
+        uint32_t head;  // of a grid point's first entry: its first point not yet taken
+        uint32_t tail;  // of a grid point's first entry: its last point
     };
 
+    static bool same(const int64_t a[3], const int64_t b[3]) {
+        return a[0] == b[0] && a[1] == b[1] && a[2] == b[2];
+    }
+
+    // The slot of grid point `key`: the one holding it, or the empty one where it goes.
+    size_t find(const int64_t key[3]) const {
+        uint64_t h = static_cast<uint64_t>(key[0]) * 0x9E3779B97F4A7C15ull ^
+                     static_cast<uint64_t>(key[1]) * 0xC2B2AE3D27D4EB4Full ^
+                     static_cast<uint64_t>(key[2]) * 0x165667B19E3779F9ull;
+        h ^= h >> 29;
+        for (size_t at = static_cast<size_t>(h) & mask_;; at = (at + 1) & mask_) {
+            const uint32_t slot = slots_[at];
+            if (slot == kNone || same(entries_[slot].key, key)) return at;
+        }
+    }
+
+    // Puts the points of every grid point in the input's order.
+    void orderLists() {
+        std::vector<uint32_t> list;
+        for (const uint32_t slot : slots_) {
+            if (slot == kNone || entries_[slot].next == kNone) continue;
+            list.clear();
+            for (uint32_t i = slot; i != kNone; i = entries_[i].next) list.push_back(i);
+            std::sort(list.begin(), list.end(), [&](uint32_t a, uint32_t b) {
+                return entries_[a].input < entries_[b].input;
+            });
+            for (size_t k = 0; k + 1 < list.size(); ++k) entries_[list[k]].next = list[k + 1];
+            entries_[list.back()].next = kNone;
+            entries_[slot].head = list.front();
+        }
+    }
+
     int64_t takeAt(const int64_t g[3]) {
-        const auto less = [](const Entry& a, const int64_t* key) {
-            if (a.key[0] != key[0]) return a.key[0] < key[0];
-            if (a.key[1] != key[1]) return a.key[1] < key[1];
-            return a.key[2] < key[2];
-        };
-        const size_t start = static_cast<size_t>(
-            std::lower_bound(sorted_.begin(), sorted_.end(), g, less) - sorted_.begin());
-        if (start == sorted_.size()) return -1;
-        size_t& next = next_[start];
-        if (next == sorted_.size()) return -1;
-        const int64_t* key = sorted_[next].key;
-        if (key[0] != g[0] || key[1] != g[1] || key[2] != g[2]) return -1;
-        return static_cast<int64_t>(sorted_[next++].input);
+        const uint32_t slot = slots_[find(g)];
+        if (slot == kNone) return -1;
+        uint32_t& head = entries_[slot].head;
+        if (head == kNone) return -1;
+        const uint64_t input = entries_[head].input;
+        head = entries_[head].next;
+        return static_cast<int64_t>(input);
     }
 
     const std::vector<int64_t>& keys_;
@@ -159,8 +208,9 @@ private:
     size_t length_;
     int64_t ratio_[3];
     bool fromRecords_;
-    std::vector<Entry> sorted_;
-    std::vector<size_t> next_;  // first point of a grid point -> next untaken
+    std::vector<Entry> entries_;
+    std::vector<uint32_t> slots_;  // open addressing: the first entry of a grid point, or kNone
+    size_t mask_ = 0;
 };
 
 // `n` values of `width` bytes, `stride` bytes apart from `from`, side by side into `to`.
@@ -276,10 +326,9 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     const auto recordOf = [&](size_t p) { return records + inputOf_[p] * las.recordLength; };
     // The records are read in the stream's order, anywhere in the file: each is asked for well
     // before it is needed.
-    const size_t ahead = 16;
     const auto prefetch = [&](size_t p) {
-        if (p + ahead < stored) {
-            const char* next = reinterpret_cast<const char*>(recordOf(p + ahead));
+        if (p + kAhead < stored) {
+            const char* next = reinterpret_cast<const char*>(recordOf(p + kAhead));
             __builtin_prefetch(next);
             __builtin_prefetch(next + las.recordLength - 1);
         }
@@ -336,38 +385,39 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
                 inputOf_[p] = static_cast<uint64_t>(found);
             }
             chunkStart.push_back(static_cast<int64_t>(p));
-        }
-        // What the stream gives of their values, against their records.
-        for (size_t at = first; at < p; ++at) {
-            prefetch(at);
-            const size_t i = at - first;
-            const double* g = points.positions + 3 * i;
-            const unsigned char* r = recordOf(at);
-            double q[3];
-            residualWorld(g, header.transformation, header.enabled, q);
-            XyzResidual xyz = {at, {0, 0, 0}};
-            for (int axis = 0; axis < 3; ++axis) {
-                const int32_t back = lasCoordinate(q[axis], las.scale[axis], las.offset[axis]);
-                xyz.value[axis] =
-                    static_cast<int32_t>(static_cast<uint32_t>(loadLittle<int32_t>(r + 4 * axis)) -
-                                         static_cast<uint32_t>(back));
-                anyResidual[axis] = anyResidual[axis] || xyz.value[axis] != 0;
-            }
-            if (xyz.value[0] != 0 || xyz.value[1] != 0 || xyz.value[2] != 0) {
-                xyzResidual.push_back(xyz);
-            }
-            const int32_t reflection = points.reflections ? points.reflections[i] : 0;
-            const uint16_t ir = static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) -
-                                                      static_cast<uint16_t>(reflection));
-            intensityResidual[at] = ir;
-            anyResidual[3] = anyResidual[3] || ir != 0;
-            for (int c = 0; c < 3; ++c) {
-                const uint8_t value = points.colors ? points.colors[3 * i + c] : 0;
-                color8[3 * at + c] = value;
-                if (las.colorOffset > 0) {
-                    const uint16_t own = loadLittle<uint16_t>(r + las.colorOffset + 2 * c);
-                    for (int s = 0; s < 3; ++s) {
-                        same[s] += own == static_cast<uint16_t>(value * scales[s]);
+            // What the stream gives of their values, against their records.
+            for (size_t at = p - n; at < p; ++at) {
+                prefetch(at);
+                const size_t i = at - first;
+                const double* g = points.positions + 3 * i;
+                const unsigned char* r = recordOf(at);
+                double q[3];
+                residualWorld(g, header.transformation, header.enabled, q);
+                XyzResidual xyz = {at, {0, 0, 0}};
+                for (int axis = 0; axis < 3; ++axis) {
+                    const int32_t back = lasCoordinate(q[axis], las.scale[axis], las.offset[axis]);
+                    xyz.value[axis] = static_cast<int32_t>(
+                        static_cast<uint32_t>(loadLittle<int32_t>(r + 4 * axis)) -
+                        static_cast<uint32_t>(back));
+                    anyResidual[axis] = anyResidual[axis] || xyz.value[axis] != 0;
+                }
+                if (xyz.value[0] != 0 || xyz.value[1] != 0 || xyz.value[2] != 0) {
+                    xyzResidual.push_back(xyz);
+                }
+                const int32_t reflection = points.reflections ? points.reflections[i] : 0;
+                const uint16_t ir = static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) -
+                                                          static_cast<uint16_t>(reflection));
+                intensityResidual[at] = ir;
+                anyResidual[3] = anyResidual[3] || ir != 0;
+                for (int channel = 0; channel < 3; ++channel) {
+                    const uint8_t value = points.colors ? points.colors[3 * i + channel] : 0;
+                    color8[3 * at + channel] = value;
+                    if (las.colorOffset > 0) {
+                        const uint16_t own =
+                            loadLittle<uint16_t>(r + las.colorOffset + 2 * channel);
+                        for (int s = 0; s < 3; ++s) {
+                            same[s] += own == static_cast<uint16_t>(value * scales[s]);
+                        }
                     }
                 }
             }
