@@ -9,6 +9,7 @@
 // choice, and every few blocks the strips of half and twice its width.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -72,8 +73,10 @@ private:
         IndexVector sample;
     };
 
+    // With a `bound`, a candidate sure to cost more than it holds is given up: its estimate is
+    // UINT64_MAX bytes.
     zul_Status estimate(PointSpan block, const Candidate& candidate, Estimate& estimate,
-                        Workspace& work);
+                        Workspace& work, const std::atomic<uint64_t>* bound = nullptr);
     void cut(PointSpan block, const Candidate& candidate, Cutting& cutting, Workspace& work);
     // Weighs `list` (on as many threads as there are encoders) and takes the cheapest into
     // `chosen` and `cost`: the earlier on ties, and any of them over what `chosen` holds unless
