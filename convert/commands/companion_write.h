@@ -1,8 +1,9 @@
 // compress's companion: NAME.zulx beside NAME.zul, for what the stream cannot hold. While the
-// points go into the stream, the recorder keeps each one's grid point; once the stream is
-// complete, it decodes the stream chunk by chunk, finds which input point each stored point is,
-// and writes that point's fields (from the input file) as the chunk's columns, bound to the
-// stream's final bytes.
+// points go into the stream, the recorder keeps each one's grid point and the stream's writer
+// records which input points each chunk holds (order()); once the stream is complete, the recorder
+// decodes it chunk by chunk, finds which of its chunk's input points each stored point is (the
+// encoder orders a chunk's points its own way), and writes that point's fields (from the input
+// file) as the chunk's columns, bound to the stream's final bytes.
 #pragma once
 
 #include <cstdint>
@@ -42,6 +43,13 @@ public:
 
     // The next point read from the input, as it went into the stream (`kept`), or dropped.
     void add(const zul_Point& prepared, bool kept);
+    // The grid's whole steps in a unit of the LAS file's grid, axis by axis (GridPlan::ratio):
+    // where none is 0, a point's grid point is its record's X, Y and Z times these, and the
+    // recorder need not keep them. Given before the first point.
+    void gridRatios(const int64_t ratio[3]);
+    // Where the stream's writer records the number of the input point of every stored point, in
+    // the stream's order (PlannedWriter::recordOrder); null when no fields are kept.
+    std::vector<uint64_t>* order() { return active_ && lasFields_ ? &inputOf_ : nullptr; }
 
     // Writes the companion of the complete stream at `streamPath` to `companionPath` (a
     // temporary name). Returns a short account of what it holds ("12 fields, the order and the
@@ -52,6 +60,8 @@ public:
 private:
     std::string writeRecords(const std::string& streamPath, const std::string& companionPath,
                              int threads);
+    // Reserves room for the points of the LAS file `input`.
+    void reserveFor(const std::string& input);
     std::string writeLas(const std::string& streamPath, const std::string& companionPath,
                          int threads);
 
@@ -61,11 +71,16 @@ private:
     bool keepOrder_ = false;
     bool lasFields_ = false;     // a LAS file that can be read again
     bool recordFields_ = false;  // a PCD or PLY file whose reader hands out its records
+    bool recordKeys() const { return ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0; }
+
     const zulformats::CloudReader& reader_;
     double intensityFactor_ = 1;
-    std::vector<unsigned char> records_;  // every record read, in the input's order
+    int64_t ratio_[3] = {0, 0, 0};
+    uint64_t read_ = 0, dropped_ = 0;
+    std::vector<unsigned char> records_;  // a PCD or PLY file's records read, in the input's order
     std::vector<int64_t> keys_;           // three grid coordinates a point read
-    std::vector<uint8_t> kept_;
+    std::vector<uint8_t> kept_;           // of a PCD or PLY file: whether a point went in
+    std::vector<uint64_t> inputOf_;       // of a LAS file: the input point of each stored point
 };
 
 }  // namespace zulconvert

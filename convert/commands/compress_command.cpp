@@ -75,6 +75,7 @@ int runCompress(const CompressOptions& options) {
     CompressOptions alone = options;
     if (through) alone.companion = "never";
     CompanionRecorder companion(alone, format, *reader, plan.reflection.scale);
+    companion.gridRatios(plan.grid.ratio);
     std::unique_ptr<OutputFile> companionOutput =
         through ? nullptr : openCompanionOutput(options, companion.active());
     if (through && options.companion != "never" &&
@@ -106,6 +107,7 @@ int runCompress(const CompressOptions& options) {
                           "0, 10-13, 20-22, 30-32 and --sensor-type 0 to 10 (invalid argument)");
     }
     checkStatus(opened, options.output, ZulStage::Write);
+    writer.recordOrder(companion.order());
 
     ProgressBar progress("compressing", reader->fileSize(), options.quiet);
     int64_t written = 0;

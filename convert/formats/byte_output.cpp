@@ -7,30 +7,49 @@
 
 namespace zulformats {
 
-ByteOutput::ByteOutput(const std::string& path) : path_(path) {
+ByteOutput::ByteOutput(const std::string& path)
+    : path_(path), buffer_(new unsigned char[kBufferSize]) {
     file_ = std::fopen(path.c_str(), "wb");
     if (file_ == nullptr) {
         throw FormatError(path + ": cannot create the file (" + std::strerror(errno) + ")");
     }
-    std::setvbuf(file_, nullptr, _IOFBF, 1 << 20);
+    // The writes that reach the file are large already.
+    std::setvbuf(file_, nullptr, _IONBF, 0);
 }
 
 ByteOutput::~ByteOutput() {
-    if (file_ != nullptr) std::fclose(file_);
+    if (file_ == nullptr) return;
+    flush();
+    std::fclose(file_);
 }
 
-void ByteOutput::write(const void* data, size_t n) {
-    if (!failed_ && std::fwrite(data, 1, n, file_) != n) failed_ = true;
+void ByteOutput::flush() {
+    if (!failed_ && used_ > 0 && std::fwrite(buffer_.get(), 1, used_, file_) != used_) {
+        failed_ = true;
+    }
+    used_ = 0;
+}
+
+void ByteOutput::writeThrough(const void* data, size_t n) {
+    flush();
+    if (n < kBufferSize) {
+        std::memcpy(buffer_.get(), data, n);
+        used_ = n;
+    } else if (!failed_ && std::fwrite(data, 1, n, file_) != n) {
+        failed_ = true;
+    }
 }
 
 void ByteOutput::rewrite(uint64_t offset, const void* data, size_t n) {
+    flush();
     if (failed_) return;
     if (std::fseek(file_, static_cast<long>(offset), SEEK_SET) != 0) failed_ = true;
-    write(data, n);
+    if (!failed_ && std::fwrite(data, 1, n, file_) != n) failed_ = true;
     if (std::fseek(file_, 0, SEEK_END) != 0) failed_ = true;
 }
 
 void ByteOutput::close() {
+    if (file_ != nullptr) flush();
     std::FILE* file = std::exchange(file_, nullptr);
     const bool closed = file != nullptr && std::fclose(file) == 0;
     if (failed_ || !closed) {

@@ -154,7 +154,7 @@ void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cut
     if (candidate.kind == Candidate::Input)
         cutInRuns(all, options_.chunk, cutting);
     else if (candidate.kind == Candidate::Kd)
-        cutKdCells(block.data(), all, options_.chunk, cutting);
+        cutKdCells(block.data(), all, options_.chunk, cutting, work.cells);
     else
         cutStrips(block.data(), all, candidate.strips, cutting, work.scratch);
 }
@@ -214,7 +214,7 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, E
 }
 
 zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate,
-                                  Workspace& work) {
+                                  Workspace& work, const std::atomic<uint64_t>* bound) {
     estimate = Estimate();
     const size_t n = block.size();
     Cutting cutting;
@@ -239,15 +239,27 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, E
         sampled = kdSample(
             block.data(), allIndices(n), options_.chunk,
             std::max(options_.sampleTarget / kKdParts, static_cast<size_t>(options_.chunk)),
-            kKdParts, cutting);
+            kKdParts, cutting, work.cells);
     } else {
         const StripShape& shape = candidate.strips;
         const IndexVector& part = stripSample(block, candidate, work);
         cutStrips(block.data(), part, shape, cutting, work.scratch);
         sampled = part.size();
     }
-    const zul_Status status = work.encoder.measure(block.data(), cutting, estimate.bytes);
-    if (status != zul_STATUS_OK) return status;
+    if (bound != nullptr && sampled > 0) {
+        bool over = false;
+        const zul_Status status =
+            work.encoder.measure(block.data(), cutting, estimate.bytes, *bound,
+                                 static_cast<double>(n) / static_cast<double>(sampled), over);
+        if (status != zul_STATUS_OK) return status;
+        if (over) {
+            estimate.bytes = UINT64_MAX;
+            return zul_STATUS_OK;
+        }
+    } else {
+        const zul_Status status = work.encoder.measure(block.data(), cutting, estimate.bytes);
+        if (status != zul_STATUS_OK) return status;
+    }
     if (!estimate.exact) estimate.bytes = scaled(estimate.bytes, sampled, n);
     return zul_STATUS_OK;
 }
@@ -264,17 +276,29 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
     std::vector<Estimate> estimates(list.size());
     std::vector<zul_Status> statuses(list.size(), zul_STATUS_OK);
     std::atomic<size_t> next{0};
-    zulbase::runWorkers(zulbase::threadsFor(static_cast<int>(workspaces_.size()), list.size()),
-                        [&](int w) {
-                            try {
-                                for (size_t i; (i = next++) < list.size();)
-                                    statuses[i] = estimate(block, list[i], estimates[i],
-                                                           *workspaces_[static_cast<size_t>(w)]);
-                            } catch (...) {
-                                next = list.size();  // the others stop too
-                                throw;
-                            }
-                        });
+    // The least any candidate measured so far costs: one sure to cost more is never chosen, so it
+    // is given up as soon as it does (the input's order, whose estimate is handed back, never).
+    std::atomic<uint64_t> best{inputCost != nullptr ? UINT64_MAX : cost.bytes};
+    const auto lower = [&best](uint64_t bytes) {
+        uint64_t now = best.load();
+        while (bytes < now && !best.compare_exchange_weak(now, bytes)) {
+        }
+    };
+    zulbase::runWorkers(
+        zulbase::threadsFor(static_cast<int>(workspaces_.size()), list.size()), [&](int w) {
+            try {
+                for (size_t i; (i = next++) < list.size();) {
+                    const bool whole = inputCost != nullptr && i == 0;
+                    statuses[i] =
+                        estimate(block, list[i], estimates[i], *workspaces_[static_cast<size_t>(w)],
+                                 whole ? nullptr : &best);
+                    if (statuses[i] == zul_STATUS_OK) lower(estimates[i].bytes);
+                }
+            } catch (...) {
+                next = list.size();  // the others stop too
+                throw;
+            }
+        });
     for (size_t i = 0; i < list.size(); ++i) {
         if (statuses[i] != zul_STATUS_OK) return statuses[i];
         const bool first = inputCost != nullptr && i == 0;

@@ -9,6 +9,7 @@
 // choice, and every few blocks the strips of half and twice its width.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -17,6 +18,7 @@
 #include "base/limits.h"
 #include "planner/chunk_encoding.h"
 #include "planner/cutting.h"
+#include "planner/kd_cells.h"
 #include "planner/strip_cells.h"
 #include "zul.h"
 
@@ -67,11 +69,14 @@ private:
         explicit Workspace(ChunkEncoder& e) : encoder(e) {}
         ChunkEncoder& encoder;
         StripScratch scratch;
+        KdScratch cells;
         IndexVector sample;
     };
 
+    // With a `bound`, a candidate sure to cost more than it holds is given up: its estimate is
+    // UINT64_MAX bytes.
     zul_Status estimate(PointSpan block, const Candidate& candidate, Estimate& estimate,
-                        Workspace& work);
+                        Workspace& work, const std::atomic<uint64_t>* bound = nullptr);
     void cut(PointSpan block, const Candidate& candidate, Cutting& cutting, Workspace& work);
     // Weighs `list` (on as many threads as there are encoders) and takes the cheapest into
     // `chosen` and `cost`: the earlier on ties, and any of them over what `chosen` holds unless

@@ -54,4 +54,25 @@ zul_Status ChunkEncoder::measure(const zul_Point* points, const Cutting& cutting
     return zul_STATUS_OK;
 }
 
+zul_Status ChunkEncoder::measure(const zul_Point* points, const Cutting& cutting, uint64_t& total,
+                                 const std::atomic<uint64_t>& bound, double scale, bool& over) {
+    over = false;
+    for (size_t c = 0; c < cutting.chunks(); ++c) {
+        const char* bytes = nullptr;
+        int size = 0;
+        const size_t begin = cutting.begin(c);
+        const zul_Status status =
+            encode(points, cutting.order.data() + begin, cutting.ends[c] - begin, &bytes, &size);
+        if (status != zul_STATUS_OK) return status;
+        total += static_cast<uint64_t>(size);
+        // A whole byte of margin past the bound: the rounding of the scaled total cannot undo it.
+        if (static_cast<double>(total) * scale >
+            static_cast<double>(bound.load(std::memory_order_relaxed)) + 1.0) {
+            over = true;
+            return zul_STATUS_OK;
+        }
+    }
+    return zul_STATUS_OK;
+}
+
 }  // namespace zulplan

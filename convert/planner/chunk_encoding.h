@@ -3,6 +3,7 @@
 // produce the chunks that are stored.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -29,6 +30,10 @@ public:
                       const char** bytes, int* size);
     // Adds the bytes of every chunk of `cutting` to `total`.
     zul_Status measure(const zul_Point* points, const Cutting& cutting, uint64_t& total);
+    // The same, but gives up (and sets `over`) as soon as `total` times `scale` is sure to exceed
+    // what `bound` holds by then: a cutting that cannot be the cheapest is not measured whole.
+    zul_Status measure(const zul_Point* points, const Cutting& cutting, uint64_t& total,
+                       const std::atomic<uint64_t>& bound, double scale, bool& over);
 
 private:
     zul_DataType type_;

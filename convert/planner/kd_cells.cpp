@@ -10,13 +10,12 @@ namespace {
 
 // A point's position beside its index: the splits move these rather than reach into the block
 // at random.
-struct Item {
-    double position[3];
-    uint32_t index;
-};
+using Item = KdItem;
 
-LargeVector<Item> itemsOf(const zul_Point* points, const IndexVector& indices) {
-    LargeVector<Item> items(indices.size());
+// The points of `indices` into `items`, whose memory is reused.
+LargeVector<Item>& itemsOf(const zul_Point* points, const IndexVector& indices,
+                           LargeVector<Item>& items) {
+    items.resize(indices.size());
     for (size_t i = 0; i < indices.size(); ++i) {
         const zul_Point& p = points[indices[i]];
         items[i] = {{p.position[0], p.position[1], p.position[2]}, indices[i]};
@@ -84,15 +83,16 @@ void appendCells(LargeVector<Item>& items, size_t begin, size_t end, size_t size
 
 }  // namespace
 
-void cutKdCells(const zul_Point* points, const IndexVector& indices, int chunk, Cutting& cutting) {
-    LargeVector<Item> items = itemsOf(points, indices);
+void cutKdCells(const zul_Point* points, const IndexVector& indices, int chunk, Cutting& cutting,
+                KdScratch& scratch) {
+    LargeVector<Item>& items = itemsOf(points, indices, scratch);
     appendCells(items, 0, items.size(), static_cast<size_t>(std::max(chunk, 1)), cutting);
 }
 
 size_t kdSample(const zul_Point* points, const IndexVector& indices, int chunk, size_t target,
-                size_t parts, Cutting& cutting) {
+                size_t parts, Cutting& cutting, KdScratch& scratch) {
     const size_t size = static_cast<size_t>(std::max(chunk, 1));
-    LargeVector<Item> items = itemsOf(points, indices);
+    LargeVector<Item>& items = itemsOf(points, indices, scratch);
     size_t sampled = 0;
     struct Part {
         size_t begin, end, want;
@@ -127,7 +127,8 @@ void orderForChunks(std::vector<zul_Point>& points, int chunk) {
     IndexVector indices(points.size());
     for (size_t i = 0; i < indices.size(); ++i) indices[i] = static_cast<uint32_t>(i);
     Cutting cutting;
-    cutKdCells(points.data(), indices, chunk, cutting);
+    KdScratch scratch;
+    cutKdCells(points.data(), indices, chunk, cutting, scratch);
     std::vector<zul_Point> ordered;
     ordered.reserve(points.size());
     for (uint32_t i : cutting.order) ordered.push_back(points[i]);

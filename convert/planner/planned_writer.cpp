@@ -184,6 +184,9 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
         if (reflections) reflections[i] = p.reflection;
         if (normals) std::copy(p.normal, p.normal + 3, normals + 3 * i);
     }
+    if (order_ != nullptr) {
+        for (size_t i = 0; i < count; ++i) order_->push_back(workStart_ + cutting.order[i]);
+    }
     chunkSizes_.resize(cutting.chunks());
     for (size_t c = 0; c < cutting.chunks(); ++c) {
         chunkSizes_[c] = static_cast<int32_t>(cutting.ends[c] - cutting.begin(c));
@@ -289,6 +292,7 @@ zul_Status PlannedWriter::flushWork() {
             status = writeCutting(cutting_);
             chosen_[candidate.describe()].blocks++;
             chosen_[candidate.describe()].points += work_.size();
+            workStart_ += work_.size();
             work_.clear();
             return status;
         }
@@ -297,6 +301,7 @@ zul_Status PlannedWriter::flushWork() {
     status = writeCutting(cutting_);
     chosen_[candidate.describe()].blocks++;
     chosen_[candidate.describe()].points += work_.size();
+    workStart_ += work_.size();
     work_.clear();
     return status;
 }

@@ -75,6 +75,11 @@ public:
     // created or written (errno tells why, on the calling thread).
     zul_Status close();
 
+    // From now on, appends to `order` the number of each point written (0 for the first point
+    // given to write()), in the stream's order: which input point each stored point is. Read it
+    // after close(). Null stops it.
+    void recordOrder(std::vector<uint64_t>* order) { order_ = order; }
+
     // What was chosen for the blocks so far, one line a choice, and the time spent choosing.
     std::string summary() const;
     // Seconds spent choosing so far.
@@ -117,6 +122,8 @@ private:
     Cutting cutting_;
     zulbase::PointColumns columns_;  // a cutting's points in its order, for the bulk writer
     std::vector<int32_t> chunkSizes_;
+    std::vector<uint64_t>* order_ = nullptr;  // recordOrder's
+    uint64_t workStart_ = 0;                  // the number of work_'s first point
 
     struct Tally {
         size_t blocks = 0, points = 0;

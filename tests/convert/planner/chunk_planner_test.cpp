@@ -131,11 +131,25 @@ TEST_P(AwkwardClouds, PlanWithoutErrorOrEmptyChunk) {
         options.planner.sampleTarget = 1000;
         zulplan::PlannedWriter writer;
         ASSERT_EQ(writer.open(path("a.zul"), type, nullptr, options), zul_STATUS_OK);
+        std::vector<uint64_t> order;
+        writer.recordOrder(&order);
         for (const zul_Point& p : points) ASSERT_EQ(writer.write(p), zul_STATUS_OK);
         ASSERT_EQ(writer.close(), zul_STATUS_OK);
         const ZulFile file = readZul(path("a.zul"));
         EXPECT_EQ(file.points.size(), points.size());
-        for (int count : file.chunkCounts) ASSERT_TRUE(count >= 1 && count <= 300) << count;
+        // The order recorded names each chunk's points: their reflections are their numbers.
+        ASSERT_EQ(order.size(), points.size());
+        size_t first = 0;
+        for (int count : file.chunkCounts) {
+            ASSERT_TRUE(count >= 1 && count <= 300) << count;
+            std::vector<uint64_t> named(order.begin() + first, order.begin() + first + count);
+            std::vector<uint64_t> stored;
+            for (int k = 0; k < count; ++k) stored.push_back(file.points[first + k].reflection);
+            std::sort(named.begin(), named.end());
+            std::sort(stored.begin(), stored.end());
+            EXPECT_EQ(named, stored) << "chunk from point " << first;
+            first += static_cast<size_t>(count);
+        }
     }
 }
 
