@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "encoder/enc_context.h"
+#include "encoder/normal_cells.h"
 #include "frame/chunk_axes.h"
 #include "frame/data_type.h"
 #include "frame/normal_grid.h"
@@ -34,17 +35,42 @@ int64_t quantizeCoordinate(double value, double step) {
     return toInt64(std::floor((half + value) / step));
 }
 
-bool quantizeNormal(const float* normal, int32_t (&cell)[2]) {
+namespace {
+// The direction of a normal as both cell computations take it: false if it is too short.
+struct Direction {
+    double x, y, z, h;
+};
+bool directionOf(const float* normal, Direction& d) {
     const double nx = normal[0], ny = normal[1], nz = normal[2];
     const double length = std::sqrt((nx * nx + ny * ny) + nz * nz);
     if (1e-6 > length) return false;
-    const double x = nx / length, y = ny / length, z = nz / length;
-    const double h = std::sqrt(x * x + y * y);
+    d.x = nx / length;
+    d.y = ny / length;
+    d.z = nz / length;
+    d.h = std::sqrt(d.x * d.x + d.y * d.y);
+    return true;
+}
+
+void plainNormalCell(const Direction& d, int32_t (&cell)[2]) {
     const int32_t row =
-        gridIndex((0.5 - std::atan2(z, h) / 3.141592653589793) * 128.0, kNormalRows);
+        gridIndex((0.5 - std::atan2(d.z, d.h) / 3.141592653589793) * 128.0, kNormalRows);
     const int cells = normalRowCells(row);
-    cell[0] = gridIndex((std::atan2(y, x) / 6.283185307179586 + 0.5) * cells, cells);
+    cell[0] = gridIndex((std::atan2(d.y, d.x) / 6.283185307179586 + 0.5) * cells, cells);
     cell[1] = row;
+}
+}  // namespace
+
+bool quantizeNormal(const float* normal, int32_t (&cell)[2]) {
+    Direction d;
+    if (!directionOf(normal, d)) return false;
+    if (!NormalCellFinder::instance().find(d.x, d.y, d.z, d.h, cell)) plainNormalCell(d, cell);
+    return true;
+}
+
+bool quantizeNormalPlain(const float* normal, int32_t (&cell)[2]) {
+    Direction d;
+    if (!directionOf(normal, d)) return false;
+    plainNormalCell(d, cell);
     return true;
 }
 

@@ -14,6 +14,9 @@ int64_t quantizeCoordinate(double value, double step);
 // The cell of the normal (x, y, z at `normal`): cell[0] the longitude cell, cell[1] the latitude
 // row. The vector need not be of unit length; false (and nothing written) if it is shorter than
 // 1e-6. A NaN length passes.
+// The cell comes from NormalCellFinder where it can prove it, else from atan2 as in
+// quantizeNormalPlain, which gives the same cell for every input (the reference of the tests).
 bool quantizeNormal(const float* normal, int32_t (&cell)[2]);
+bool quantizeNormalPlain(const float* normal, int32_t (&cell)[2]);
 
 }  // namespace zullib
