@@ -56,17 +56,20 @@ NormalCellFinder::NormalCellFinder() {
     }
 }
 
-bool NormalCellFinder::find(double x, double y, double z, double h, int32_t (&cell)[2]) const {
-    // Tiny or huge components would take the test's products near underflow or overflow (and
-    // a NaN fails here too).
-    if (!(h > 1e-100 && h < 2.0 && std::fabs(z) <= 2.0)) return false;
+bool NormalCellFinder::find(double x, double y, double z, double length, int32_t (&cell)[2]) const {
+    // The tests take the vector as it is: its length only scales the margins. Components that
+    // come from floats keep every product here far from underflow and overflow; an infinity or
+    // a NaN fails here or in the tests.
+    const double h = std::sqrt(x * x + y * y);
+    if (!(h > 0.0 && length < 1e300)) return false;
+    const double rowMargin = kMargin * length;
     // The latitude angle grows with the row's boundary k falling: row r lies between the
     // boundaries r + 1 (below) and r (above), and the end rows are open on their pole's side.
     // A guess one row off (within the guess's error of a boundary) moves once.
-    int row = guessIndex((0.5 - roughAtan2(z, h) / kPi) * kNormalRows, kNormalRows);
-    const auto belowTop = [&](int r) { return h * rowSin_[r] - z * rowCos_[r] > kMargin; };
+    int row = guessIndex((0.5 - roughAtan2(z, h) * (1.0 / kPi)) * kNormalRows, kNormalRows);
+    const auto belowTop = [&](int r) { return h * rowSin_[r] - z * rowCos_[r] > rowMargin; };
     const auto aboveBottom = [&](int r) {
-        return z * rowCos_[r + 1] - h * rowSin_[r + 1] > kMargin;
+        return z * rowCos_[r + 1] - h * rowSin_[r + 1] > rowMargin;
     };
     if (row > 0 && !belowTop(row))
         --row;
@@ -77,7 +80,7 @@ bool NormalCellFinder::find(double x, double y, double z, double h, int32_t (&ce
     // Longitude: cell c lies between the boundaries c and c + 1, both tested, so that the
     // meridian of +-pi (the plain computation's sign of zero) is always left to it.
     const int cells = cells_[row];
-    int c = guessIndex((roughAtan2(y, x) / (2.0 * kPi) + 0.5) * cells, cells);
+    int c = guessIndex((roughAtan2(y, x) * (0.5 / kPi) + 0.5) * cells, cells);
     const double* cosines = cellCos_.data() + first_[row];
     const double* sines = cellSin_.data() + first_[row];
     const double margin = kMargin * h;

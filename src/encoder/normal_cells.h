@@ -1,11 +1,11 @@
 // The cell of a unit direction on the spherical normal grid without atan2 per point. A cheap
 // angle picks a candidate row and cell; the candidate is then proven with the boundaries' cosines
 // and sines: the direction must lie on the inner side of each boundary of the candidate by a
-// margin (1e-9 of the vector's length) far above every rounding error of this test and of the
-// plain computation (floor of atan2 scaled to rows and cells, whose errors stay below 1e-13 of a
-// row or cell). Where the proof fails (near a boundary, at a pole, on the meridian of +-pi,
-// NaN, a tiny or huge vector) the caller computes the cell the plain way, so both give the same
-// cell for every input.
+// margin (1e-9 of the vector's length, the vector taken as it is, not normalised) far above every
+// rounding error of this test and of the plain computation (floor of atan2 scaled to rows and
+// cells, whose errors stay below 1e-13 of a row or cell). Where the proof fails (near a boundary,
+// at a pole, on the meridian of +-pi, NaN, a tiny or huge vector) the caller computes the cell the
+// plain way, so both give the same cell for every input.
 #pragma once
 
 #include <cstdint>
@@ -19,10 +19,10 @@ class NormalCellFinder {
 public:
     static const NormalCellFinder& instance();
 
-    // x, y, z: the normalised direction; h: sqrt(x * x + y * y), as the plain computation has
-    // them. True and the cell (longitude cell, latitude row) if proven, else false and nothing
+    // x, y, z: the normal's float components, length: sqrt((x * x + y * y) + z * z), at least
+    // 1e-6. True and the cell (longitude cell, latitude row) if proven, else false and nothing
     // written.
-    bool find(double x, double y, double z, double h, int32_t (&cell)[2]) const;
+    bool find(double x, double y, double z, double length, int32_t (&cell)[2]) const;
 
 private:
     NormalCellFinder();

@@ -36,41 +36,36 @@ int64_t quantizeCoordinate(double value, double step) {
 }
 
 namespace {
-// The direction of a normal as both cell computations take it: false if it is too short.
-struct Direction {
-    double x, y, z, h;
-};
-bool directionOf(const float* normal, Direction& d) {
-    const double nx = normal[0], ny = normal[1], nz = normal[2];
-    const double length = std::sqrt((nx * nx + ny * ny) + nz * nz);
-    if (1e-6 > length) return false;
-    d.x = nx / length;
-    d.y = ny / length;
-    d.z = nz / length;
-    d.h = std::sqrt(d.x * d.x + d.y * d.y);
-    return true;
+// The plain cell of a normal whose length is at least 1e-6: atan2 of the normalised direction.
+void plainNormalCell(const double (&n)[3], double length, int32_t (&cell)[2]) {
+    const double x = n[0] / length, y = n[1] / length, z = n[2] / length;
+    const double h = std::sqrt(x * x + y * y);
+    const int32_t row =
+        gridIndex((0.5 - std::atan2(z, h) / 3.141592653589793) * 128.0, kNormalRows);
+    const int cells = normalRowCells(row);
+    cell[0] = gridIndex((std::atan2(y, x) / 6.283185307179586 + 0.5) * cells, cells);
+    cell[1] = row;
 }
 
-void plainNormalCell(const Direction& d, int32_t (&cell)[2]) {
-    const int32_t row =
-        gridIndex((0.5 - std::atan2(d.z, d.h) / 3.141592653589793) * 128.0, kNormalRows);
-    const int cells = normalRowCells(row);
-    cell[0] = gridIndex((std::atan2(d.y, d.x) / 6.283185307179586 + 0.5) * cells, cells);
-    cell[1] = row;
+double lengthOf(const double (&n)[3]) {
+    return std::sqrt((n[0] * n[0] + n[1] * n[1]) + n[2] * n[2]);
 }
 }  // namespace
 
 bool quantizeNormal(const float* normal, int32_t (&cell)[2]) {
-    Direction d;
-    if (!directionOf(normal, d)) return false;
-    if (!NormalCellFinder::instance().find(d.x, d.y, d.z, d.h, cell)) plainNormalCell(d, cell);
+    const double n[3] = {normal[0], normal[1], normal[2]};
+    const double length = lengthOf(n);
+    if (1e-6 > length) return false;
+    if (!NormalCellFinder::instance().find(n[0], n[1], n[2], length, cell))
+        plainNormalCell(n, length, cell);
     return true;
 }
 
 bool quantizeNormalPlain(const float* normal, int32_t (&cell)[2]) {
-    Direction d;
-    if (!directionOf(normal, d)) return false;
-    plainNormalCell(d, cell);
+    const double n[3] = {normal[0], normal[1], normal[2]};
+    const double length = lengthOf(n);
+    if (1e-6 > length) return false;
+    plainNormalCell(n, length, cell);
     return true;
 }
 
