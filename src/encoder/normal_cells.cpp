@@ -20,9 +20,12 @@ double roughAtan2(double y, double x) {
         t * (0.99997726 +
              t2 * (-0.33262347 +
                    t2 * (0.19354346 + t2 * (-0.11643287 + t2 * (0.05265332 + t2 * -0.01172120)))));
-    if (ay > ax) a = 0.5 * kPi - a;
-    if (x < 0) a = kPi - a;
-    return y < 0 ? -a : a;
+    // Without branches, as the signs of the components come: a = pi/2 - a past the diagonal,
+    // pi - a on the left half, the sign of y.
+    const bool steep = ay > ax;
+    a = (steep ? 0.5 * kPi : 0.0) + (steep ? -a : a);
+    a = (x < 0 ? kPi : 0.0) + (x < 0 ? -a : a);
+    return std::copysign(a, y);
 }
 
 // floor(value) within [0, limit - 1]; NaN gives 0.
