@@ -53,11 +53,14 @@ double lengthOf(const double (&n)[3]) {
 }  // namespace
 
 bool quantizeNormal(const float* normal, int32_t (&cell)[2]) {
+    return quantizeNormal(normal, cell, NormalCellFinder::instance());
+}
+
+bool quantizeNormal(const float* normal, int32_t (&cell)[2], const NormalCellFinder& finder) {
     const double n[3] = {normal[0], normal[1], normal[2]};
     const double length = lengthOf(n);
     if (1e-6 > length) return false;
-    if (!NormalCellFinder::instance().find(n[0], n[1], n[2], length, cell))
-        plainNormalCell(n, length, cell);
+    if (!finder.find(n[0], n[1], n[2], length, cell)) plainNormalCell(n, length, cell);
     return true;
 }
 
@@ -86,6 +89,7 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
     const double step = dataType.quantizationStep;
     const int32_t maxReflection = dataType.maxReflection;
     const zullib::ChunkStreams streams(dataType);
+    const zullib::NormalCellFinder& cellFinder = zullib::NormalCellFinder::instance();
     zullib::BoundingBox3d<long long> chunkBox;
 
     for (int i = 0; i < numPoints; ++i) {
@@ -109,7 +113,8 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
             record.reflection = std::max(0, std::min(pointData->reflections[i], maxReflection));
         if (streams.normals) {
             const float* normal = pointData->normals + 3 * static_cast<size_t>(i);
-            if (!zullib::quantizeNormal(normal, record.normal)) return zul_STATUS_INVALID_ARGUMENT;
+            if (!zullib::quantizeNormal(normal, record.normal, cellFinder))
+                return zul_STATUS_INVALID_ARGUMENT;
         }
     }
 

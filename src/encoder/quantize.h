@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "encoder/normal_cells.h"
+
 namespace zullib {
 
 // Rounds `value` to the nearest multiple of `step`, exact halves towards positive infinity:
@@ -17,6 +19,8 @@ int64_t quantizeCoordinate(double value, double step);
 // The cell comes from NormalCellFinder where it can prove it, else from atan2 as in
 // quantizeNormalPlain, which gives the same cell for every input (the reference of the tests).
 bool quantizeNormal(const float* normal, int32_t (&cell)[2]);
+// The same with the finder at hand, for a loop over many normals.
+bool quantizeNormal(const float* normal, int32_t (&cell)[2], const NormalCellFinder& finder);
 bool quantizeNormalPlain(const float* normal, int32_t (&cell)[2]);
 
 }  // namespace zullib
