@@ -89,7 +89,9 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
     const double step = dataType.quantizationStep;
     const int32_t maxReflection = dataType.maxReflection;
     const zullib::ChunkStreams streams(dataType);
-    const zullib::NormalCellFinder& cellFinder = zullib::NormalCellFinder::instance();
+    // The finder's tables are built on first use: not for a type without normals.
+    const zullib::NormalCellFinder* cellFinder =
+        streams.normals ? &zullib::NormalCellFinder::instance() : nullptr;
     zullib::BoundingBox3d<long long> chunkBox;
 
     for (int i = 0; i < numPoints; ++i) {
@@ -113,7 +115,7 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
             record.reflection = std::max(0, std::min(pointData->reflections[i], maxReflection));
         if (streams.normals) {
             const float* normal = pointData->normals + 3 * static_cast<size_t>(i);
-            if (!zullib::quantizeNormal(normal, record.normal, cellFinder))
+            if (!zullib::quantizeNormal(normal, record.normal, *cellFinder))
                 return zul_STATUS_INVALID_ARGUMENT;
         }
     }
