@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "encoder/enc_context.h"
+#include "encoder/normal_cells.h"
 #include "frame/chunk_axes.h"
 #include "frame/data_type.h"
 #include "frame/normal_grid.h"
@@ -34,17 +35,40 @@ int64_t quantizeCoordinate(double value, double step) {
     return toInt64(std::floor((half + value) / step));
 }
 
-bool quantizeNormal(const float* normal, int32_t (&cell)[2]) {
-    const double nx = normal[0], ny = normal[1], nz = normal[2];
-    const double length = std::sqrt((nx * nx + ny * ny) + nz * nz);
-    if (1e-6 > length) return false;
-    const double x = nx / length, y = ny / length, z = nz / length;
+namespace {
+// The plain cell of a normal whose length is at least 1e-6: atan2 of the normalised direction.
+void plainNormalCell(const double (&n)[3], double length, int32_t (&cell)[2]) {
+    const double x = n[0] / length, y = n[1] / length, z = n[2] / length;
     const double h = std::sqrt(x * x + y * y);
     const int32_t row =
         gridIndex((0.5 - std::atan2(z, h) / 3.141592653589793) * 128.0, kNormalRows);
     const int cells = normalRowCells(row);
     cell[0] = gridIndex((std::atan2(y, x) / 6.283185307179586 + 0.5) * cells, cells);
     cell[1] = row;
+}
+
+double lengthOf(const double (&n)[3]) {
+    return std::sqrt((n[0] * n[0] + n[1] * n[1]) + n[2] * n[2]);
+}
+}  // namespace
+
+bool quantizeNormal(const float* normal, int32_t (&cell)[2]) {
+    return quantizeNormal(normal, cell, NormalCellFinder::instance());
+}
+
+bool quantizeNormal(const float* normal, int32_t (&cell)[2], const NormalCellFinder& finder) {
+    const double n[3] = {normal[0], normal[1], normal[2]};
+    const double length = lengthOf(n);
+    if (1e-6 > length) return false;
+    if (!finder.find(n[0], n[1], n[2], length, cell)) plainNormalCell(n, length, cell);
+    return true;
+}
+
+bool quantizeNormalPlain(const float* normal, int32_t (&cell)[2]) {
+    const double n[3] = {normal[0], normal[1], normal[2]};
+    const double length = lengthOf(n);
+    if (1e-6 > length) return false;
+    plainNormalCell(n, length, cell);
     return true;
 }
 
@@ -65,6 +89,9 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
     const double step = dataType.quantizationStep;
     const int32_t maxReflection = dataType.maxReflection;
     const zullib::ChunkStreams streams(dataType);
+    // The finder's tables are built on first use: not for a type without normals.
+    const zullib::NormalCellFinder* cellFinder =
+        streams.normals ? &zullib::NormalCellFinder::instance() : nullptr;
     zullib::BoundingBox3d<long long> chunkBox;
 
     for (int i = 0; i < numPoints; ++i) {
@@ -88,7 +115,8 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
             record.reflection = std::max(0, std::min(pointData->reflections[i], maxReflection));
         if (streams.normals) {
             const float* normal = pointData->normals + 3 * static_cast<size_t>(i);
-            if (!zullib::quantizeNormal(normal, record.normal)) return zul_STATUS_INVALID_ARGUMENT;
+            if (!zullib::quantizeNormal(normal, record.normal, *cellFinder))
+                return zul_STATUS_INVALID_ARGUMENT;
         }
     }
 
