@@ -22,10 +22,11 @@ struct ZulFileHead {
     zul_Header2 header = {};
     // Streams present: coordinates, colour, reflection, normals.
     bool present[4] = {true, false, false, false};
-    bool applyTransformation = true;                      // as the index was opened
-    int64_t budgetMiB = zulbase::kDefaultChunkBudgetMiB;  // what one chunk may take decoded
+    bool applyTransformation = true;                       // as the index was opened
+    int64_t budgetMiB = zulbase::kDefaultChunkBudgetMiB;   // what one chunk may take decoded
+    int64_t pointDensity = zulbase::kDefaultPointDensity;  // points a byte the file may claim
     // The chunks a reader may decode: those the index lists, up to the first one over a budget
-    // below the index's default (which the index listed before the budget was known).
+    // or density limit below the index's default (which the index listed before they were known).
     int64_t usableChunks = 0;
 };
 
@@ -47,16 +48,19 @@ struct WalkEnd {
     uint64_t offset = 0;        // its byte offset
     uint64_t intactChunks = 0;
     int64_t intactPoints = 0;
-    // For zul_STATUS_OVER_BUDGET: the points the chunk claims and the budget it passes.
-    int64_t claimedPoints = -1, claimedMiB = -1;
+    // For zul_STATUS_OVER_BUDGET: the points the chunk claims, its bytes, and the budget or the
+    // density limit it passes.
+    int64_t claimedPoints = -1, claimedMiB = -1, chunkBytes = -1;
     int64_t budgetMiB = zulbase::kDefaultChunkBudgetMiB;
+    int64_t pointDensity = zulbase::kDefaultPointDensity;
 };
 
 // Opens the chunk index of `path`, its boxes in the coordinates a reader gets with or without the
-// sensor header's matrix, with a budget of `budgetMiB` a chunk decoded, and reads the file's head.
-// Returns the status of the opening.
+// sensor header's matrix, with a budget of `budgetMiB` a chunk decoded and a density limit of
+// `pointDensity` points a byte (0: none), and reads the file's head. Returns the status of the
+// opening.
 zul_Status openIndex(const std::string& path, bool applyTransformation, int64_t budgetMiB,
-                     IndexGuard& index, ZulFileHead& head);
+                     int64_t pointDensity, IndexGuard& index, ZulFileHead& head);
 
 // Where the index of `path` stopped listing (zul_idx_getDamage), with the count a chunk over
 // the budget claims. The status is zul_STATUS_OK for a file that ends after its last chunk.
@@ -75,7 +79,8 @@ WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHea
 
 // openIndex (through the matrix), then walkIndex.
 WalkEnd walkChunks(const std::string& path, bool decodeBodies, int threads, int64_t budgetMiB,
-                   ZulFileHead& head, const std::function<void(const ChunkEntry&)>& onChunk);
+                   int64_t pointDensity, ZulFileHead& head,
+                   const std::function<void(const ChunkEntry&)>& onChunk);
 
 // The damage in words: "damaged at chunk 3 (byte 61234): 15000 points in 3 chunks before it are
 // intact; the file ends inside a chunk (truncated)", or the status alone for a file whose head

@@ -177,8 +177,8 @@ int runDecompress(const DecompressOptions& options) {
     IndexGuard index;
     ZulFileHead head;
     errno = 0;
-    const zul_Status opened =
-        openIndex(options.input, !options.noTransform, options.chunkBudgetMiB, index, head);
+    const zul_Status opened = openIndex(options.input, !options.noTransform, options.chunkBudgetMiB,
+                                        options.pointDensity, index, head);
     if (opened != zul_STATUS_OK && options.salvage) throwNothingSalvaged(options, opened);
     checkStatus(opened, options.input, ZulStage::Open);
     const zul_DataType& dataType = head.dataType;

@@ -40,20 +40,22 @@ struct FileSummary {
     std::string damage;             // where the intact part ends, for a damaged file
 };
 
-FileSummary summarise(const std::string& path, bool keepTable, int64_t budgetMiB) {
+FileSummary summarise(const std::string& path, bool keepTable, int64_t budgetMiB,
+                      int64_t pointDensity) {
     FileSummary s;
-    const WalkEnd end = walkChunks(path, true, 0, budgetMiB, s.head, [&](const ChunkEntry& chunk) {
-        const double* low = chunk.min;
-        const double* high = chunk.max;
-        for (int axis = 0; axis < 3; ++axis) {
-            s.min[axis] = s.chunks == 0 ? low[axis] : std::min(s.min[axis], low[axis]);
-            s.max[axis] = s.chunks == 0 ? high[axis] : std::max(s.max[axis], high[axis]);
-        }
-        ++s.chunks;
-        s.points += static_cast<uint64_t>(chunk.points);
-        for (int i = 0; i < 4; ++i) s.streamBytes[i] += chunk.streamBytes[i];
-        if (keepTable) s.table.push_back(chunk);
-    });
+    const WalkEnd end =
+        walkChunks(path, true, 0, budgetMiB, pointDensity, s.head, [&](const ChunkEntry& chunk) {
+            const double* low = chunk.min;
+            const double* high = chunk.max;
+            for (int axis = 0; axis < 3; ++axis) {
+                s.min[axis] = s.chunks == 0 ? low[axis] : std::min(s.min[axis], low[axis]);
+                s.max[axis] = s.chunks == 0 ? high[axis] : std::max(s.max[axis], high[axis]);
+            }
+            ++s.chunks;
+            s.points += static_cast<uint64_t>(chunk.points);
+            for (int i = 0; i < 4; ++i) s.streamBytes[i] += chunk.streamBytes[i];
+            if (keepTable) s.table.push_back(chunk);
+        });
     // A file whose head is good is described as far as it is intact, then the damage is told.
     if (end.status != zul_STATUS_OK && end.stage == ZulStage::Open)
         checkStatus(end.status, path, end.stage);
@@ -248,7 +250,8 @@ int runInfo(const InfoOptions& options) {
         std::unique_ptr<InputSpool> spool;
         try {
             spool = std::make_unique<InputSpool>(name);
-            summary = summarise(spool->path(), options.chunks, options.chunkBudgetMiB);
+            summary = summarise(spool->path(), options.chunks, options.chunkBudgetMiB,
+                                options.pointDensity);
         } catch (const FormatError& error) {
             std::fflush(stdout);
             std::cerr << "zul: " << (spool ? spool->rename(error.what()) : error.what()) << "\n";

@@ -53,8 +53,8 @@ int runVerify(const VerifyOptions& options) {
         }
         ::close(probe);
         ZulFileHead head;
-        const WalkEnd end = walkChunks(spool->path(), true, 0, options.chunkBudgetMiB, head,
-                                       [](const ChunkEntry&) {});
+        const WalkEnd end = walkChunks(spool->path(), true, 0, options.chunkBudgetMiB,
+                                       options.pointDensity, head, [](const ChunkEntry&) {});
         const std::string companion = verifyCompanion(spool->path());
         if (!companion.empty()) {
             ++damaged;

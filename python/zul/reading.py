@@ -41,8 +41,20 @@ def _budget(chunk_budget):
     return int(chunk_budget)
 
 
-def _open(path, transform=True, chunk_budget=None):
-    return _zul.Index(os.fspath(path), bool(transform), _budget(chunk_budget))
+DEFAULT_POINT_DENSITY = 4
+
+
+def _density(point_density):
+    if point_density is None:
+        return DEFAULT_POINT_DENSITY
+    if not isinstance(point_density, (int, np.integer)) or isinstance(point_density, bool):
+        raise TypeError("point_density: give a whole number of points a byte")
+    return int(point_density)
+
+
+def _open(path, transform=True, chunk_budget=None, point_density=None):
+    return _zul.Index(os.fspath(path), bool(transform), _budget(chunk_budget),
+                      _density(point_density))
 
 
 def _raise_damage(index):
@@ -63,7 +75,8 @@ def _cloud(arrays, index):
                  arrays["normals"], index.data_type(), index.sensor())
 
 
-def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None):
+def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None,
+         point_density=None):
     """Reads a zul file into a :class:`Cloud`.
 
     The chunks are decoded on ``threads`` threads (``None``: every core) straight into the
@@ -72,11 +85,14 @@ def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None):
     points inside it (bounds included) are returned. ``transform=False`` leaves the points in the
     stored frame, without the sensor header's matrix. ``chunk_budget`` is the memory one chunk may
     take decoded, in MiB (``None``: 256): a chunk that claims more points is refused, naming it
-    and its count, before anything is allocated. Raises :class:`zul.Error` for a file that
+    and its count, before anything is allocated. ``point_density`` is the density limit, points
+    the file may claim for each of its bytes beyond 1048576 (``None``: 4; 0: no limit): a chunk
+    that brings the count past it is refused before it is decoded, so that a small file cannot
+    claim billions of points. Raises :class:`zul.Error` for a file that
     cannot be read or is damaged (naming the chunk where the damage starts).
     """
     box = _box(bbox)
-    index = _open(path, transform, chunk_budget)
+    index = _open(path, transform, chunk_budget, point_density)
     _raise_damage(index)
     chosen = index.select(box) if box is not None else None
     arrays = index.decode(chosen, _threads(threads))
@@ -85,12 +101,12 @@ def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None):
     return _cloud(arrays, index)
 
 
-def chunks(path, *, chunk_budget=None):
+def chunks(path, *, chunk_budget=None, point_density=None):
     """The chunks of a zul file as a list of :class:`Chunk`, read from the chunk headers alone.
 
     Raises :class:`zul.Error` if a header is damaged, naming the chunk and its byte offset.
     """
-    index = _open(path, chunk_budget=chunk_budget)
+    index = _open(path, chunk_budget=chunk_budget, point_density=point_density)
     _raise_damage(index)
     return [Chunk(*c) for c in index.chunks()]
 
@@ -105,14 +121,16 @@ class Reader:
     ``len(reader)`` is the number of chunks and ``reader.num_points`` the number of points, both
     from the headers. A damaged chunk raises :class:`zul.Error` when the iteration reaches it,
     after every chunk before it was handed out; so does a chunk whose decoded size passes
-    ``chunk_budget`` (MiB, ``None``: 256). With ``bbox`` (as :func:`read` takes it) only the
+    ``chunk_budget`` (MiB, ``None``: 256) or brings the count past ``point_density`` (as
+    :func:`read` takes it). With ``bbox`` (as :func:`read` takes it) only the
     chunks whose box meets it are decoded, and each part holds only the points inside it;
     ``len`` and ``num_points`` then count the chunks chosen and the points they hold.
     """
 
-    def __init__(self, path, *, bbox=None, transform=True, chunk_budget=None):
+    def __init__(self, path, *, bbox=None, transform=True, chunk_budget=None,
+                 point_density=None):
         self._box = _box(bbox)
-        self._index = _open(path, transform, chunk_budget)
+        self._index = _open(path, transform, chunk_budget, point_density)
         self.data_type = self._index.data_type()
         self.sensor = self._index.sensor()
         self._chosen = (self._index.select(self._box) if self._box is not None
