@@ -100,7 +100,7 @@ const RefusalCase kRefusals[] = {
     {"at the density limit", [] { return claiming(kDensest); }, zul_STATUS_OK, 1, zul_STATUS_OK, -1,
      kDensest},
     {"past the density limit", [] { return claiming(kDensest + 1); }, zul_STATUS_OVER_BUDGET, 0,
-     zul_STATUS_OK, -1, 0},
+     zul_STATUS_OVER_BUDGET, 0, 0},
 };
 
 class BulkRefusalTest : public TempFolderTest, public ::testing::WithParamInterface<RefusalCase> {};
