@@ -40,9 +40,15 @@ def main():
     parser.add_argument("--cap", type=int, default=(256 << 20) // 64)
     parser.add_argument("--burst", action="store_true",
                         help="claim 1 point until the limit leaves room for --cap, then --cap")
+    parser.add_argument("--source", help="a stream of one chunk of identical points to copy "
+                        "(default: two points without attributes, written by ZUL_TOOL)")
     parser.add_argument("--head", type=int, default=172, help="bytes before the first chunk")
     args = parser.parse_args()
-    stream = one_chunk(args.tool)
+    if args.source:
+        with open(args.source, "rb") as f:
+            stream = f.read()
+    else:
+        stream = one_chunk(args.tool)
     head, chunk = bytearray(stream[:args.head]), bytearray(stream[args.head:])
     assert struct.unpack_from("<I", chunk, COUNT_AT)[0] == 2, "unexpected layout"
     out, listed = bytearray(head), 0
