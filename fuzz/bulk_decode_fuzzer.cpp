@@ -2,8 +2,8 @@
 // open as the in-memory decoder opens, stop at the chunk header where it stops, and the bulk
 // decoder, on 1 to 3 threads, must give the points and the final status that the in-memory
 // decoder gives, the chunks before a damaged one whole, except that it refuses a chunk over the
-// budget (where the index stops) and a chunk whose points leave its box (every point it
-// delivers lies in its chunk's box). A box query must pick chunks in order.
+// budget or the density limit (where the index stops) and a chunk whose points leave its box (every
+// point it delivers lies in its chunk's box). A box query must pick chunks in order.
 #include <cmath>
 #include <vector>
 
@@ -57,7 +57,7 @@ void checkBulk(const uint8_t* data, size_t size) {
     FUZZ_CHECK(zul_idx_getDamage(index.value, &damage, &damagedChunk, &offset) == zul_STATUS_OK);
     FUZZ_CHECK(damagedChunk == numChunks);
     FUZZ_CHECK(offset >= 0 && static_cast<size_t>(offset) <= size);
-    // The index stops at the first chunk over the budget, where the reference skipped it (or
+    // The index stops at the first chunk over its limits, where the reference skipped it (or
     // earlier, at a count of 2^30 or more, which the reference may skip for the budget too).
     if (reference.overBudgetChunk >= 0 && reference.overBudgetChunk <= numChunks)
         FUZZ_CHECK(damage == zul_STATUS_OVER_BUDGET || damage == zul_STATUS_CORRUPT_DATA);
@@ -69,8 +69,8 @@ void checkBulk(const uint8_t* data, size_t size) {
         FUZZ_CHECK(reference.overBudgetChunk == numChunks);
     checkSelection(index.value, numChunks);
 
-    // Every listed chunk is within the budget; their sum is the caller's to judge.
-    if (numPoints > kMaxPointsDecoded) return;
+    // Every listed chunk is within the budget, and all of them within the density limit.
+    FUZZ_CHECK(numPoints <= densityBound(static_cast<int64_t>(size)));
     BulkPoints bulk;
     FUZZ_CHECK(zul_bulk_allocate(index.value, numPoints, &bulk.value) == zul_STATUS_OK);
     int64_t failed = -2;

@@ -41,19 +41,26 @@ namespace zulfuzz {
 }
 
 // A chunk may hold a billion identical points in a few bytes, all of them valid, so the targets
-// behave as a host with a memory budget does, the budget of the bulk layer: a chunk whose claimed
-// count would decode into more than ZUL_BULK_DEFAULT_CHUNK_BUDGET bytes is skipped from its header,
-// and no run keeps more than kMaxPointsDecoded points. Under AddressSanitizer a failed allocation
-// aborts instead of throwing, so these budgets, not std::bad_alloc, keep a run inside its memory.
-constexpr int64_t kMaxPointsDecoded = int64_t{1} << 22;
+// behave as a host with the bulk layer's default limits does: a chunk whose claimed count would
+// decode into more than ZUL_BULK_DEFAULT_CHUNK_BUDGET bytes, or would bring the points decoded
+// before it and its own past the density limit for the bytes up to its end, is skipped from its
+// header, where the chunk index stops. No run then decodes more than densityBound(input size)
+// points. Under AddressSanitizer a failed allocation aborts instead of throwing, so these limits,
+// not std::bad_alloc, keep a run inside its memory and time.
+inline int64_t densityBound(int64_t bytes) {
+    return ZUL_BULK_DENSITY_ALLOWANCE + ZUL_BULK_DEFAULT_POINT_DENSITY * bytes;
+}
 
-// True if decoding a chunk of `numPoints` points of the type passes the bulk layer's budget.
-inline bool overChunkBudget(int64_t numPoints, const zul_DataType& type) {
+// True if a chunk of `numPoints` points of the type, ending at byte `end` of the stream behind
+// `before` points, passes the bulk layer's chunk budget or its density limit.
+inline bool overReaderLimits(int64_t before, int64_t numPoints, int64_t end,
+                             const zul_DataType& type) {
     const int64_t perPoint = ZUL_BULK_DECODED_BYTES_PER_POINT + 24 +
                              (type.colorMode != zul_COLOR_NONE ? 3 : 0) +
                              (type.reflectionMode != zul_REFLECTION_NONE ? 4 : 0) +
                              (type.normalMode != zul_NORMAL_NONE ? 12 : 0);
-    return numPoints * perPoint > ZUL_BULK_DEFAULT_CHUNK_BUDGET;
+    return numPoints * perPoint > ZUL_BULK_DEFAULT_CHUNK_BUDGET ||
+           before + numPoints > densityBound(end);
 }
 
 // The owner of a handle or record, released on every way out of a check, a failed one included.
@@ -104,9 +111,9 @@ struct DecodedStream {
     bool endedInBody = false;
     // Points in the chunk headers read, decoded or not.
     int64_t pointsDeclared = 0;
-    // A chunk passed the chunk budget, or its points the run's, and was skipped.
+    // A chunk passed the chunk budget or the density limit and was skipped.
     bool skippedChunk = false;
-    // The first chunk skipped for the chunk budget (where the chunk index stops), or -1.
+    // The first chunk skipped (where the chunk index stops), or -1.
     int64_t overBudgetChunk = -1;
 };
 

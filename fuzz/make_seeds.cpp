@@ -231,7 +231,8 @@ void writeSeeds(const fs::path& folder) {
     seed.points.assign(20, surfacePoints(random, 1)[0]);
     writeStream(folder / "streams" / "identical_points.zul", seed);
     // Decompression bombs: those identical points claiming the largest count a decoder serves,
-    // and a count just over the chunk budget of any data type (64 bytes a point at least).
+    // a count just over the chunk budget of any data type (64 bytes a point at least), and
+    // counts about the density limit.
     std::ifstream in(folder / "streams" / "identical_points.zul", std::ios::binary);
     std::vector<uint8_t> bomb((std::istreambuf_iterator<char>(in)),
                               std::istreambuf_iterator<char>());
@@ -242,6 +243,9 @@ void writeSeeds(const fs::path& folder) {
     };
     claim(ZUL_MAX_DECODED_CHUNK_POINTS, "bomb.zul");
     claim(static_cast<uint32_t>(ZUL_BULK_DEFAULT_CHUNK_BUDGET / 64 + 1), "over_budget.zul");
+    // Within the budget but past the density limit, and at the limit's allowance.
+    claim(4000000, "over_density.zul");
+    claim(static_cast<uint32_t>(ZUL_BULK_DENSITY_ALLOWANCE), "dense.zul");
     writeCompanionSeeds(folder);
 }
 

@@ -2,6 +2,7 @@
 // stream as a caller would, and the file reader on the scratch file.
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "fuzz_support.h"
@@ -53,10 +54,11 @@ zul_Status decodeChunks(zul_dec_Context decoder, const uint8_t* data, size_t siz
         }
         const char* body = reinterpret_cast<const char*>(data + offset);
         offset += static_cast<size_t>(bodySize);
-        const bool overBudget = overChunkBudget(numPoints, out.dataType);
-        if (overBudget && out.overBudgetChunk < 0) out.overBudgetChunk = chunks;
+        const bool overLimits = overReaderLimits(static_cast<int64_t>(out.points.size()), numPoints,
+                                                 static_cast<int64_t>(offset), out.dataType);
+        if (overLimits && out.overBudgetChunk < 0) out.overBudgetChunk = chunks;
         ++chunks;
-        if (overBudget || static_cast<int64_t>(out.points.size()) + numPoints > kMaxPointsDecoded) {
+        if (overLimits) {
             // Skipped as a host over its budget would: the next header simply follows.
             out.skippedChunk = true;
             continue;
@@ -177,8 +179,10 @@ ReaderRun readScratch(int way) {
     if (run.opened != zul_STATUS_OK) FUZZ_CHECK(run.counted == zul_STATUS_INVALID_STATE);
     if (run.counted != zul_STATUS_OK)
         FUZZ_CHECK(zul_in_readNextPoint(reader.value, &point) == zul_STATUS_INVALID_STATE);
-    // Over the budget, a caller would not read on.
-    if (run.counted != zul_STATUS_OK || run.count > kMaxPointsDecoded) return run;
+    // Past the density limit, a caller would not read on.
+    if (run.counted != zul_STATUS_OK ||
+        run.count > densityBound(static_cast<int64_t>(std::filesystem::file_size(path))))
+        return run;
     run.read = true;
     while ((run.end = zul_in_readNextPoint(reader.value, &point)) == zul_STATUS_OK) {
         run.points.push_back(point);

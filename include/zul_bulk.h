@@ -19,6 +19,10 @@
  * refused before anything is allocated, as zul_STATUS_OVER_BUDGET. What a whole decode takes is
  * the caller's to judge from zul_idx_countPoints before allocating.
  *
+ * Time: an index lists no chunk that brings the points claimed past its density limit (about 4
+ * points a byte of the stream, zul_idx_setPointDensity), so a small stream cannot claim more
+ * points than decode in a moment.
+ *
  * Unlike zul.h, these functions start threads: a bulk call starts its threads and joins them
  * before it returns; nothing runs between calls. `threads` is the number of threads of a call,
  * the calling thread included: 0 means one a core of the machine, but no more than one for each
@@ -42,7 +46,8 @@ extern "C" {
 #endif
 
 /* The statuses of this layer beyond zul.h's. */
-/* A chunk claims more points than the budget lets a reader decode (zul_idx_setChunkBudget). */
+/* A chunk claims more points than the budget lets a reader decode (zul_idx_setChunkBudget), or
+ * more than the density limit lets the stream claim (zul_idx_setPointDensity). */
 #define zul_STATUS_OVER_BUDGET ((zul_Status)100)
 /* Memory (or a thread or lock) the call needs cannot be had; nothing is left half done but
  * what the function names. */
@@ -50,6 +55,14 @@ extern "C" {
 
 /* The budget of a new index: the decoded bytes one chunk may take, 256 MiB. */
 #define ZUL_BULK_DEFAULT_CHUNK_BUDGET ((int64_t)256 << 20)
+/* The density limit of a new index: the chunks listed, each with those before it, claim no more
+ * than ZUL_BULK_DENSITY_ALLOWANCE points plus this many for each byte of the stream up to the
+ * chunk's end (zul_idx_setPointDensity). */
+#define ZUL_BULK_DEFAULT_POINT_DENSITY 4
+/* The points any stream may claim whatever its size, under any density limit. */
+#define ZUL_BULK_DENSITY_ALLOWANCE ((int64_t)1 << 20)
+/* The largest density limit zul_idx_setPointDensity takes. */
+#define ZUL_BULK_MAX_POINT_DENSITY ((int64_t)1 << 20)
 /* Working bytes a reader takes for each point of a chunk it decodes, beside the output arrays. */
 #define ZUL_BULK_DECODED_BYTES_PER_POINT 40
 
@@ -86,8 +99,9 @@ typedef struct zul_bulk_WriterStruct* zul_bulk_Writer; /* bulk writer of one fil
  * ------------------------------------------------------------------------------------------- */
 
 /* Opens `path`, reads its signature and file header and walks its chunk headers, skipping the
- * bodies; a chunk whose decoded size passes ZUL_BULK_DEFAULT_CHUNK_BUDGET ends the list as damage
- * would (zul_idx_setChunkBudget raises the budget and lists on). The file stays open until
+ * bodies; a chunk whose decoded size passes ZUL_BULK_DEFAULT_CHUNK_BUDGET, or that brings the
+ * points past the density limit, ends the list as damage would (zul_idx_setChunkBudget and
+ * zul_idx_setPointDensity raise them and list on). The file stays open until
  * zul_idx_close, for the bulk decoder to read by offset. `params`
  * may be null (applyTransformation 1) and decides the coordinates of zul_idx_Chunk.min/max. A new
  * index is stored in `*index` before anything is checked, so unless `index` is null the caller
@@ -133,11 +147,12 @@ ZUL_API zul_Status zul_idx_getChunk(zul_idx_Index index, int64_t chunk, zul_idx_
  * listed: zul_STATUS_TRUNCATED (the stream ends inside its sync marker, header or body),
  * zul_STATUS_CORRUPT_DATA (a sync marker that is not the stream's, or a header no writer makes,
  * or 2^30 points or more, which no decoder serves), zul_STATUS_READ_ERROR, or
- * zul_STATUS_OVER_BUDGET (a chunk whose decoded size passes the budget: zul_idx_setChunkBudget
- * lists on) or zul_STATUS_OUT_OF_MEMORY (the list could not grow). `*chunk` gets that
- * chunk's number (the number of chunks listed), `*offset` its byte offset. Null out-pointers are
- * skipped. Returns zul_STATUS_OK, zul_STATUS_INVALID_ARGUMENT for a null `index`,
- * zul_STATUS_INVALID_STATE for an index whose open failed. Any thread. */
+ * zul_STATUS_OVER_BUDGET (a chunk whose decoded size passes the budget, or past the density
+ * limit: zul_idx_setChunkBudget, zul_idx_setPointDensity list on) or zul_STATUS_OUT_OF_MEMORY (the
+ * list could not grow). `*chunk` gets that chunk's number (the number of chunks listed), `*offset`
+ * its byte offset. Null out-pointers are skipped. Returns zul_STATUS_OK,
+ * zul_STATUS_INVALID_ARGUMENT for a null `index`, zul_STATUS_INVALID_STATE for an index whose open
+ * failed. Any thread. */
 ZUL_API zul_Status zul_idx_getDamage(zul_idx_Index index, zul_Status* status, int64_t* chunk,
                                      int64_t* offset);
 
@@ -150,6 +165,21 @@ ZUL_API zul_Status zul_idx_getDamage(zul_idx_Index index, zul_Status* status, in
  * for an index whose open failed; zul_STATUS_OUT_OF_MEMORY. Thread rule: as zul_idx_open*, no
  * other call on the index may run at the same time. */
 ZUL_API zul_Status zul_idx_setChunkBudget(zul_idx_Index index, int64_t bytes);
+
+/* Sets the density limit of the index: points claimed for each byte of the stream. A chunk is
+ * listed only if the points of the chunks before it and its own are at most
+ * ZUL_BULK_DENSITY_ALLOWANCE plus `pointsPerByte` times the bytes from the stream's start to the
+ * chunk's end; 0 lifts the limit. A chunk of identical points codes in next to no bits, so a
+ * stream of a few kilobytes could otherwise claim billions of points, each of which costs
+ * decoding time and memory. The default, ZUL_BULK_DEFAULT_POINT_DENSITY, is above what real
+ * clouds take (scans 1 point a byte or fewer, a solid lattice sampled at its step 2.6; only a flat
+ * plane sampled at its step, about 5, passes it, and only beyond 5 million points) and keeps a
+ * stream of 1 MB to about 5.2 million points. A chunk past the limit ends the list as
+ * zul_STATUS_OVER_BUDGET; as with zul_idx_setChunkBudget, a new limit walks on from it and a
+ * lower one removes no listed chunk. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null
+ * `index` or a limit below 0 or above ZUL_BULK_MAX_POINT_DENSITY; zul_STATUS_INVALID_STATE for an
+ * index whose open failed; zul_STATUS_OUT_OF_MEMORY. Thread rule: as zul_idx_setChunkBudget. */
+ZUL_API zul_Status zul_idx_setPointDensity(zul_idx_Index index, int64_t pointsPerByte);
 
 /* Hands back the byte sizes of the data streams of listed chunk number `chunk`, as its header
  * declares them: sizes[0] the coordinates, sizes[1] the colours, sizes[2] the reflections,

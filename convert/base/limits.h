@@ -27,4 +27,12 @@ constexpr int64_t kDefaultChunkBudgetMiB = ZUL_BULK_DEFAULT_CHUNK_BUDGET >> 20;
 constexpr int64_t kMaxChunkBudgetMiB = int64_t{1} << 20;
 constexpr bool chunkBudgetValid(int64_t mib) { return mib >= 1 && mib <= kMaxChunkBudgetMiB; }
 
+// Points a reader lets a file claim for each of its bytes beyond ZUL_BULK_DENSITY_ALLOWANCE,
+// unless told otherwise (the chunk index's own default); 0 lifts the limit.
+constexpr int64_t kDefaultPointDensity = ZUL_BULK_DEFAULT_POINT_DENSITY;
+constexpr int64_t kMaxPointDensity = ZUL_BULK_MAX_POINT_DENSITY;
+constexpr bool pointDensityValid(int64_t density) {
+    return density >= 0 && density <= kMaxPointDensity;
+}
+
 }  // namespace zulbase

@@ -22,18 +22,31 @@ int64_t decodedBytesPerPoint(const ZulFileHead& head) {
            (head.present[2] ? 4 : 0) + (head.present[3] ? 12 : 0);
 }
 
-// The count a chunk's header claims, behind its sync marker and its box of six 64-bit integers;
-// -1 if it cannot be read. Read only for a chunk the index refused, so never on the walk.
-int64_t claimedCount(const std::string& path, uint64_t offset) {
+// The count a chunk's header claims, behind its sync marker and its box of six 64-bit integers,
+// and the chunk's bytes (its marker, its header of that count and a size for each stream, and
+// those streams); -1 what cannot be read. Read only for a chunk the index refused, so never on
+// the walk.
+void readClaim(const std::string& path, uint64_t offset, const ZulFileHead& head, WalkEnd& end) {
     try {
         ByteInput in(path);
-        unsigned char count[4];
+        unsigned char fields[4 * 5];
         in.seek(offset + ZUL_SYNC_MARKER_SIZE + 48);
-        if (in.readSome(count, 4) != 4) return -1;
-        return static_cast<int64_t>(loadLittle<uint32_t>(count));
+        const int streams = 1 + head.present[1] + head.present[2] + head.present[3];
+        const size_t wanted = 4 * static_cast<size_t>(1 + streams);
+        if (in.readSome(fields, wanted) != wanted) return;
+        end.claimedPoints = static_cast<int64_t>(loadLittle<uint32_t>(fields));
+        end.chunkBytes = ZUL_SYNC_MARKER_SIZE + 48 + static_cast<int64_t>(wanted);
+        for (int k = 1; k <= streams; ++k)
+            end.chunkBytes += static_cast<int64_t>(loadLittle<uint32_t>(fields + 4 * k));
     } catch (const FormatError&) {
-        return -1;
+        end.claimedPoints = end.chunkBytes = -1;
     }
+}
+
+// Whether a chunk of `points` ending at byte `end` of the file, behind `before` points, passes
+// the density limit.
+bool overDensity(int64_t before, int64_t points, int64_t end, int64_t density) {
+    return density > 0 && before + points > ZUL_BULK_DENSITY_ALLOWANCE + density * end;
 }
 
 // Chunk `number` of the index, its offset in the file.
@@ -55,11 +68,16 @@ ChunkEntry entryOf(zul_idx_Index index, const ZulFileHead& head, int64_t number)
 }  // namespace
 
 zul_Status readHead(zul_idx_Index index, bool applyTransformation, int64_t budgetMiB,
-                    ZulFileHead& head) {
+                    int64_t pointDensity, int64_t pointsBefore, ZulFileHead& head) {
     head.budgetMiB = budgetMiB;
     zul_Status status = zul_STATUS_OK;
     if (budgetMiB != zulbase::kDefaultChunkBudgetMiB) {
         status = zul_idx_setChunkBudget(index, budgetMiB << 20);
+        if (status != zul_STATUS_OK) return status;
+    }
+    head.pointDensity = pointDensity;
+    if (pointDensity != zulbase::kDefaultPointDensity) {
+        status = zul_idx_setPointDensity(index, pointDensity);
         if (status != zul_STATUS_OK) return status;
     }
     zul_idx_getCounts(index, &head.usableChunks, nullptr);
@@ -69,24 +87,30 @@ zul_Status readHead(zul_idx_Index index, bool applyTransformation, int64_t budge
     head.present[1] = head.dataType.colorMode != zul_COLOR_NONE;
     head.present[2] = head.dataType.reflectionMode != zul_REFLECTION_NONE;
     head.present[3] = head.dataType.normalMode != zul_NORMAL_NONE;
-    // A lower budget than the index's default ends the list at the first chunk past it.
+    // A lower budget or density limit than the index's default ends the list at the first chunk
+    // past it.
+    // The density limit counts from the start of the file, over the streams before this one too.
+    int64_t before = pointsBefore;
     for (int64_t number = 0; number < head.usableChunks; ++number) {
         zul_idx_Chunk chunk = {};
         zul_idx_getChunk(index, number, &chunk);
-        if (chunk.numPoints * decodedBytesPerPoint(head) > (budgetMiB << 20)) {
+        const int64_t end = static_cast<int64_t>(head.start) + chunk.offset + chunk.size;
+        if (chunk.numPoints * decodedBytesPerPoint(head) > (budgetMiB << 20) ||
+            overDensity(before, chunk.numPoints, end, pointDensity)) {
             head.usableChunks = number;
             break;
         }
+        before += chunk.numPoints;
     }
     return zul_STATUS_OK;
 }
 
 zul_Status openIndex(const std::string& path, bool applyTransformation, int64_t budgetMiB,
-                     IndexGuard& index, ZulFileHead& head) {
+                     int64_t pointDensity, IndexGuard& index, ZulFileHead& head) {
     const zul_dec_Params params = {applyTransformation ? 1 : 0, {0, 0, 0, 0}};
     zul_Status status = zul_idx_openFile(&index.index, path.c_str(), &params);
     if (status != zul_STATUS_OK) return status;
-    status = readHead(index.index, applyTransformation, budgetMiB, head);
+    status = readHead(index.index, applyTransformation, budgetMiB, pointDensity, 0, head);
     if (status != zul_STATUS_OK) return status;
     try {
         ByteInput in(path);
@@ -143,7 +167,9 @@ WalkEnd walkIndex(const std::string& path, zul_idx_Index index, const ZulFileHea
     end.offset = stop.offset;
     end.claimedPoints = stop.claimedPoints;
     end.claimedMiB = stop.claimedMiB;
+    end.chunkBytes = stop.chunkBytes;
     end.budgetMiB = stop.budgetMiB;
+    end.pointDensity = stop.pointDensity;
     return end;
 }
 
@@ -160,8 +186,9 @@ WalkEnd indexEnd(const std::string& path, zul_idx_Index index, const ZulFileHead
         damaged = head.usableChunks;
         offset = chunk.offset;
         end.claimedPoints = chunk.numPoints;
+        end.chunkBytes = chunk.size;
     } else if (end.status == zul_STATUS_OVER_BUDGET) {
-        end.claimedPoints = claimedCount(path, head.start + static_cast<uint64_t>(offset));
+        readClaim(path, head.start + static_cast<uint64_t>(offset), head, end);
     }
     std::vector<int64_t> before(static_cast<size_t>(damaged));
     std::iota(before.begin(), before.end(), int64_t{0});
@@ -170,6 +197,7 @@ WalkEnd indexEnd(const std::string& path, zul_idx_Index index, const ZulFileHead
     end.damagedChunk = static_cast<uint64_t>(damaged);
     end.offset = head.start + static_cast<uint64_t>(offset);
     end.budgetMiB = head.budgetMiB;
+    end.pointDensity = head.pointDensity;
     if (end.claimedPoints >= 0)
         end.claimedMiB = (end.claimedPoints * decodedBytesPerPoint(head) + (1 << 20) - 1) >> 20;
     return end;
@@ -198,7 +226,21 @@ std::string damageText(const WalkEnd& end) {
         return stream + std::string(", whose head is damaged: ") + before + "; " +
                statusText(end.status, ZulStage::Open);
     }
-    char where[300];
+    char where[400];
+    const bool pastBudget = end.claimedMiB > end.budgetMiB;
+    if (end.status == zul_STATUS_OVER_BUDGET && end.claimedPoints >= 0 && !pastBudget &&
+        end.chunkBytes >= 0) {
+        const int64_t upTo = static_cast<int64_t>(end.offset) + end.chunkBytes;
+        std::snprintf(where, sizeof where,
+                      "chunk %" PRIu64 " (byte %" PRIu64 ", %" PRId64 " bytes) claims %" PRId64
+                      " points, bringing the file's first %" PRId64 " bytes to %" PRId64
+                      " points, more than the density limit allows (%" PRId64 " points and %" PRId64
+                      " for each byte; over budget; --point-density N raises it, 0 lifts it); ",
+                      end.damagedChunk, end.offset, end.chunkBytes, end.claimedPoints, upTo,
+                      end.intactPoints + end.claimedPoints,
+                      static_cast<int64_t>(ZUL_BULK_DENSITY_ALLOWANCE), end.pointDensity);
+        return stream + std::string(where) + before;
+    }
     if (end.status == zul_STATUS_OVER_BUDGET && end.claimedPoints >= 0) {
         std::snprintf(where, sizeof where,
                       "chunk %" PRIu64 " (byte %" PRIu64 ") claims %" PRId64 " points (%" PRId64

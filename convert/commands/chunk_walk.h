@@ -23,10 +23,11 @@ struct ZulFileHead {
     zul_Header2 header = {};
     // Streams present: coordinates, colour, reflection, normals.
     bool present[4] = {true, false, false, false};
-    bool applyTransformation = true;                      // as the index was opened
-    int64_t budgetMiB = zulbase::kDefaultChunkBudgetMiB;  // what one chunk may take decoded
+    bool applyTransformation = true;                       // as the index was opened
+    int64_t budgetMiB = zulbase::kDefaultChunkBudgetMiB;   // what one chunk may take decoded
+    int64_t pointDensity = zulbase::kDefaultPointDensity;  // points a byte the file may claim
     // The chunks a reader may decode: those the index lists, up to the first one over a budget
-    // below the index's default (which the index listed before the budget was known).
+    // or density limit below the index's default (which the index listed before they were known).
     int64_t usableChunks = 0;
 };
 
@@ -48,8 +49,9 @@ struct WalkEnd {
     uint64_t offset = 0;        // its byte offset
     uint64_t intactChunks = 0;
     int64_t intactPoints = 0;
-    // For zul_STATUS_OVER_BUDGET: the points the chunk claims and the budget it passes.
-    int64_t claimedPoints = -1, claimedMiB = -1;
+    // For zul_STATUS_OVER_BUDGET: the points the chunk claims, its bytes, and the budget or the
+    // density limit it passes.
+    int64_t claimedPoints = -1, claimedMiB = -1, chunkBytes = -1;
     int64_t budgetMiB = zulbase::kDefaultChunkBudgetMiB;
     // In a file of several streams one after another (or one whose second stream has a damaged
     // head): the stream the damage lies in, from 1, and its byte offset; 0 for a file of one
@@ -57,18 +59,22 @@ struct WalkEnd {
     size_t stream = 0;
     uint64_t streamStart = 0;
     bool streamHead = false;  // the damage lies in the stream's signature or file header
+    int64_t pointDensity = zulbase::kDefaultPointDensity;
 };
 
-// Finishes `head` for an index just opened: the budget, the data type, the chunks usable under
-// the budget; `start`, `fileBytes` and `version` are the caller's to set.
+// Finishes `head` for an index just opened: the budget and the density limit (counted from the
+// start of the file, behind the `pointsBefore` points of the streams before this one), the data
+// type, the chunks usable under both; `start` is the caller's to set before, `fileBytes` and
+// `version` after.
 zul_Status readHead(zul_idx_Index index, bool applyTransformation, int64_t budgetMiB,
-                    ZulFileHead& head);
+                    int64_t pointDensity, int64_t pointsBefore, ZulFileHead& head);
 
 // Opens the chunk index of `path`, its boxes in the coordinates a reader gets with or without the
-// sensor header's matrix, with a budget of `budgetMiB` a chunk decoded, and reads the file's head.
-// Returns the status of the opening.
+// sensor header's matrix, with a budget of `budgetMiB` a chunk decoded and a density limit of
+// `pointDensity` points a byte (0: none), and reads the file's head. Returns the status of the
+// opening.
 zul_Status openIndex(const std::string& path, bool applyTransformation, int64_t budgetMiB,
-                     IndexGuard& index, ZulFileHead& head);
+                     int64_t pointDensity, IndexGuard& index, ZulFileHead& head);
 
 // Where the index of `path` stopped listing (zul_idx_getDamage), with the count a chunk over
 // the budget claims. The status is zul_STATUS_OK for a file that ends after its last chunk.

@@ -64,6 +64,7 @@ struct DecompressOptions {
     bool box = false;      // write only the points within [boxMin, boxMax], bounds included
     double boxMin[3] = {}, boxMax[3] = {};
     int64_t chunkBudgetMiB = zulbase::kDefaultChunkBudgetMiB;  // what one chunk may take decoded
+    int64_t pointDensity = zulbase::kDefaultPointDensity;      // points a byte the file may claim
     bool noCompanion = false;  // write the stream alone, whatever NAME.zulx holds
 };
 
@@ -72,12 +73,14 @@ struct InfoOptions {
     bool json = false;
     bool chunks = false;  // a table of every chunk
     int64_t chunkBudgetMiB = zulbase::kDefaultChunkBudgetMiB;
+    int64_t pointDensity = zulbase::kDefaultPointDensity;  // points a byte the file may claim
 };
 
 struct VerifyOptions {
     std::vector<std::string> inputs;
     bool quiet = false;  // report damaged files only
     int64_t chunkBudgetMiB = zulbase::kDefaultChunkBudgetMiB;
+    int64_t pointDensity = zulbase::kDefaultPointDensity;  // points a byte the file may claim
 };
 
 struct DemoOptions {

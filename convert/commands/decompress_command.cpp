@@ -235,8 +235,8 @@ int runDecompress(const DecompressOptions& options) {
     }
     StreamMembers members;
     errno = 0;
-    const zul_Status opened =
-        members.open(options.input, !options.noTransform, options.chunkBudgetMiB);
+    const zul_Status opened = members.open(options.input, !options.noTransform,
+                                           options.chunkBudgetMiB, options.pointDensity);
     const int openReason = errno;
     int restored = 0;
     const std::string unused = unusedCompanionNote(options.input, shownInput(options), members);

@@ -64,10 +64,10 @@ void addChunk(FileSummary& s, const ChunkEntry& chunk, bool keepTable) {
 }
 
 FileInfo summarise(const std::string& path, const std::string& shown, bool keepTable,
-                   int64_t budgetMiB) {
+                   int64_t budgetMiB, int64_t pointDensity) {
     FileInfo info;
     StreamMembers members;
-    const zul_Status opened = members.open(path, true, budgetMiB);
+    const zul_Status opened = members.open(path, true, budgetMiB, pointDensity);
     // A file whose head is good is described as far as it is intact, then the damage is told.
     checkStatus(opened, path, ZulStage::Open);
     for (size_t i = 0; i < members.size(); ++i) {
@@ -327,8 +327,8 @@ int runInfo(const InfoOptions& options) {
         std::unique_ptr<InputSpool> spool;
         try {
             spool = std::make_unique<InputSpool>(name);
-            summary =
-                summarise(spool->path(), spool->name(), options.chunks, options.chunkBudgetMiB);
+            summary = summarise(spool->path(), spool->name(), options.chunks,
+                                options.chunkBudgetMiB, options.pointDensity);
         } catch (const FormatError& error) {
             std::fflush(stdout);
             std::cerr << "zul: " << (spool ? spool->rename(error.what()) : error.what()) << "\n";

@@ -42,7 +42,8 @@ constexpr StatusWords kStatusWords[] = {
     {zul_STATUS_INVALID_STATE, "invalid state", "the library was called out of order", nullptr,
      nullptr},
     {zul_STATUS_OVER_BUDGET, "over budget",
-     "a chunk claims more points than the memory budget allows", nullptr, nullptr},
+     "a chunk claims more points than the memory budget or the density limit allows", nullptr,
+     nullptr},
     {zul_STATUS_OUT_OF_MEMORY, "out of memory", "the memory for the points could not be allocated",
      nullptr, nullptr},
 };

@@ -33,12 +33,13 @@ constexpr size_t kSignatureBytes = 3;
 
 }  // namespace
 
-zul_Status StreamMembers::open(const std::string& path, bool applyTransformation,
-                               int64_t budgetMiB) {
+zul_Status StreamMembers::open(const std::string& path, bool applyTransformation, int64_t budgetMiB,
+                               int64_t pointDensity) {
     members_.push_back(std::make_unique<StreamMember>());
-    const zul_Status status =
-        openIndex(path, applyTransformation, budgetMiB, members_[0]->index, members_[0]->head);
+    const zul_Status status = openIndex(path, applyTransformation, budgetMiB, pointDensity,
+                                        members_[0]->index, members_[0]->head);
     if (status != zul_STATUS_OK) return status;
+    int64_t pointsBefore = 0;  // of the streams before the next, for the density limit
     for (;;) {
         StreamMember& last = *members_.back();
         zul_Status stop = zul_STATUS_OK;
@@ -52,6 +53,11 @@ zul_Status StreamMembers::open(const std::string& path, bool applyTransformation
         if (head.size() < kSignatureBytes ||
             head.compare(0, kSignatureBytes, bytesAt(path, 0, kSignatureBytes)) != 0)
             break;
+        for (int64_t c = 0; c < last.head.usableChunks; ++c) {
+            zul_idx_Chunk listed = {};
+            zul_idx_getChunk(last.index.index, c, &listed);
+            pointsBefore += listed.numPoints;
+        }
         const uint64_t fileEnd = last.head.start + last.head.fileBytes;
         last.head.fileBytes = next - last.head.start;
         headDamageStart_ = next;
@@ -59,13 +65,15 @@ zul_Status StreamMembers::open(const std::string& path, bool applyTransformation
         const zul_dec_Params params = {applyTransformation ? 1 : 0, {0, 0, 0, 0}};
         zul_Status opened = zul_idx_openFileAt(&member->index.index, path.c_str(),
                                                static_cast<int64_t>(next), &params);
-        if (opened == zul_STATUS_OK)
-            opened = readHead(member->index.index, applyTransformation, budgetMiB, member->head);
+        member->head.start = next;
+        if (opened == zul_STATUS_OK) {
+            opened = readHead(member->index.index, applyTransformation, budgetMiB, pointDensity,
+                              pointsBefore, member->head);
+        }
         if (opened != zul_STATUS_OK) {
             headDamage_ = opened;
             break;
         }
-        member->head.start = next;
         member->head.fileBytes = fileEnd - next;
         member->head.version = static_cast<unsigned char>(head[kSignatureBytes]);
         members_.push_back(std::move(member));

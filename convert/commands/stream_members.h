@@ -27,7 +27,8 @@ class StreamMembers {
 public:
     // Opens the stream at the start of `path` as openIndex does and returns that status; then
     // every stream that follows, up to the first whose head is damaged (headDamage()).
-    zul_Status open(const std::string& path, bool applyTransformation, int64_t budgetMiB);
+    zul_Status open(const std::string& path, bool applyTransformation, int64_t budgetMiB,
+                    int64_t pointDensity);
 
     size_t size() const { return members_.size(); }
     StreamMember& operator[](size_t i) { return *members_[i]; }

@@ -55,7 +55,8 @@ int runVerify(const VerifyOptions& options) {
         ::close(probe);
         StreamMembers members;
         WalkEnd end;
-        end.status = members.open(spool->path(), true, options.chunkBudgetMiB);
+        end.status =
+            members.open(spool->path(), true, options.chunkBudgetMiB, options.pointDensity);
         if (end.status == zul_STATUS_OK)
             end = walkMembers(spool->path(), members, true, 0, [](size_t, const ChunkEntry&) {});
         const std::string unused = unusedCompanionNote(spool->path(), path, members);

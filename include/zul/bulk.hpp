@@ -108,6 +108,11 @@ public:
     void setChunkBudget(std::int64_t bytes) {
         check(zul_idx_setChunkBudget(index_, bytes), "zul_idx_setChunkBudget");
     }
+    /* Sets the points the stream may claim for each of its bytes (0: no limit); lists on past a
+     * chunk that stopped the walk for the old limit. Not while other threads use the index. */
+    void setPointDensity(std::int64_t pointsPerByte) {
+        check(zul_idx_setPointDensity(index_, pointsPerByte), "zul_idx_setPointDensity");
+    }
     ChunkDamage damage() const {
         ChunkDamage where{zul_STATUS_OK, 0, 0};
         check(zul_idx_getDamage(index_, &where.status, &where.chunk, &where.offset),

@@ -97,6 +97,7 @@ int decompress(const std::string& source, const std::string& target, py::dict op
     take(options, "companion", companion);
     o.noCompanion = !companion;
     take(options, "chunk_budget", o.chunkBudgetMiB);
+    take(options, "point_density", o.pointDensity);
     take(options, "las_color_scale", o.lasColorScale);
     if (o.lasColorScale != 0 && o.lasColorScale != 1 && o.lasColorScale != 256 &&
         o.lasColorScale != 257) {
@@ -105,6 +106,10 @@ int decompress(const std::string& source, const std::string& target, py::dict op
     if (!zulbase::chunkBudgetValid(o.chunkBudgetMiB)) {
         throw py::value_error("chunk_budget: give 1 to " +
                               std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");
+    }
+    if (!zulbase::pointDensityValid(o.pointDensity)) {
+        throw py::value_error("point_density: give 0 to " +
+                              std::to_string(zulbase::kMaxPointDensity));
     }
     take(options, "pcd_type", o.pcdType);
     std::vector<double> box;

@@ -27,11 +27,12 @@ namespace {
 class Index {
 public:
     // Over a file, or over `bytes` kept alive with the index.
-    // With a budget of `budgetMiB` a chunk decoded: a chunk that claims more points ends the
-    // list as damage would, before anything is allocated.
+    // With a budget of `budgetMiB` a chunk decoded and a density limit of `density` points a
+    // byte (0: none): a chunk that claims more points ends the list as damage would, before
+    // anything is allocated.
     // With `start`, over the stream that begins at that byte of the file (a later one of
     // several one after another), read by offset as the first stream is.
-    Index(const std::string& path, bool transform, int64_t budgetMiB,
+    Index(const std::string& path, bool transform, int64_t budgetMiB, int64_t density,
           std::string bytes = std::string(), bool inMemory = false, int64_t start = 0)
         : path_(path), bytes_(std::move(bytes)), start_(start) {
         if (path.find('\0') != std::string::npos)
@@ -42,29 +43,37 @@ public:
             throw py::value_error("chunk_budget: give 1 to " +
                                   std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");
         }
+        if (!zulbase::pointDensityValid(density)) {
+            throw py::value_error("point_density: give 0 to " +
+                                  std::to_string(zulbase::kMaxPointDensity));
+        }
         const zul_dec_Params params = {transform ? 1 : 0, {0, 0, 0, 0}};
         zul_Status status = inMemory ? zul_idx_openBuffer(&index_, view_, viewBytes_, &params)
                                      : zul_idx_openFileAt(&index_, path.c_str(), start, &params);
         if (status == zul_STATUS_OK && budgetMiB != zulbase::kDefaultChunkBudgetMiB)
             status = zul_idx_setChunkBudget(index_, budgetMiB << 20);
+        if (status == zul_STATUS_OK && density != zulbase::kDefaultPointDensity)
+            status = zul_idx_setPointDensity(index_, density);
         if (status != zul_STATUS_OK) {
             zul_idx_close(&index_);
             check(status, path_);
         }
         budgetMiB_ = budgetMiB;
+        density_ = density;
         zul_idx_getDataType(index_, &dataType_, &header_);
         zul_idx_getCounts(index_, &chunkCount_, &pointCount_);
         transform_ = transform;
-        // The index listed its chunks under its default budget: a lower one ends the list at the
+        // The index listed its chunks under its default limits: a lower one ends the list at the
         // first chunk past it.
-        const int64_t perPoint = ZUL_BULK_DECODED_BYTES_PER_POINT + 24 +
-                                 (dataType_.colorMode != zul_COLOR_NONE ? 3 : 0) +
-                                 (dataType_.reflectionMode != zul_REFLECTION_NONE ? 4 : 0) +
-                                 (dataType_.normalMode != zul_NORMAL_NONE ? 12 : 0);
+        int64_t before = 0;
         for (int64_t i = 0; i < chunkCount_; ++i) {
             zul_idx_Chunk c;
             zul_idx_getChunk(index_, i, &c);
-            if (c.numPoints * perPoint <= (budgetMiB << 20)) continue;
+            before += c.numPoints;
+            if (c.numPoints * perPoint() <= (budgetMiB << 20) &&
+                (density == 0 ||
+                 before <= ZUL_BULK_DENSITY_ALLOWANCE + density * (c.offset + c.size)))
+                continue;
             overBudget_ = c;
             std::vector<int64_t> before(static_cast<size_t>(i));
             for (int64_t k = 0; k < i; ++k) before[static_cast<size_t>(k)] = k;
@@ -147,11 +156,7 @@ public:
                           "zul.Reader, zul.chunks and zul.decompress read them all, one index "
                           "a stream";
             }
-            if (status == zul_STATUS_OVER_BUDGET) {
-                message += "; it claims " + std::to_string(claimedCount(offset)) +
-                           " points, past the budget of " + std::to_string(budgetMiB_) +
-                           " MiB a chunk (chunk_budget raises it)";
-            }
+            if (status == zul_STATUS_OVER_BUDGET) message += overText(offset - start_);
             return py::make_tuple(static_cast<int>(status), zul::statusName(status), chunk, offset,
                                   message);
         }
@@ -282,14 +287,49 @@ private:
         return bytes;
     }
 
-    // The count the header of the chunk at `offset` claims, behind its sync marker and its box;
-    // -1 if it cannot be read.
-    int64_t claimedCount(int64_t offset) const {
-        const std::string bytes = bytesAt(offset + ZUL_SYNC_MARKER_SIZE + 48, 4);
-        if (bytes.empty()) return -1;
-        const auto* count = reinterpret_cast<const unsigned char*>(bytes.data());
-        return int64_t{count[0]} | int64_t{count[1]} << 8 | int64_t{count[2]} << 16 |
-               int64_t{count[3]} << 24;
+    // The count the header of the chunk at `offset` claims, behind its sync marker and its box,
+    // then the sizes of its streams; false if they cannot be read.
+    bool readClaim(int64_t offset, int64_t& count, int64_t& chunkBytes) const {
+        const int64_t at = offset + ZUL_SYNC_MARKER_SIZE + 48;
+        const int streams = 1 + (dataType_.colorMode != zul_COLOR_NONE) +
+                            (dataType_.reflectionMode != zul_REFLECTION_NONE) +
+                            (dataType_.normalMode != zul_NORMAL_NONE);
+        const int64_t wanted = 4 * (1 + streams);
+        const std::string fields = bytesAt(at, static_cast<size_t>(wanted));
+        if (fields.empty()) return false;
+        const auto word = [&](int k) {
+            const auto* w = reinterpret_cast<const unsigned char*>(fields.data()) + 4 * k;
+            return int64_t{w[0]} | int64_t{w[1]} << 8 | int64_t{w[2]} << 16 | int64_t{w[3]} << 24;
+        };
+        count = word(0);
+        chunkBytes = ZUL_SYNC_MARKER_SIZE + 48 + wanted;
+        for (int k = 1; k <= streams; ++k) chunkBytes += word(k);
+        return true;
+    }
+
+    // Why the chunk at `offset` was refused: its claimed count past the budget or past the
+    // density limit, and how to raise it.
+    std::string overText(int64_t offset) const {
+        int64_t count = -1, chunkBytes = -1;
+        if (!readClaim(offset, count, chunkBytes)) return std::string();
+        if ((count * perPoint() + (1 << 20) - 1) >> 20 > budgetMiB_) {
+            return "; it claims " + std::to_string(count) + " points, past the budget of " +
+                   std::to_string(budgetMiB_) + " MiB a chunk (chunk_budget raises it)";
+        }
+        return "; it claims " + std::to_string(count) + " points in its " +
+               std::to_string(chunkBytes) + " bytes, bringing the first " +
+               std::to_string(start_ + offset + chunkBytes) + " bytes to " +
+               std::to_string(pointCount_ + count) + " points, past the density limit (" +
+               std::to_string(ZUL_BULK_DENSITY_ALLOWANCE) + " points and " +
+               std::to_string(density_) + " for each byte; point_density raises it, 0 lifts it)";
+    }
+
+    // Bytes a point takes decoded, as the index counts them against its budget.
+    int64_t perPoint() const {
+        return ZUL_BULK_DECODED_BYTES_PER_POINT + 24 +
+               (dataType_.colorMode != zul_COLOR_NONE ? 3 : 0) +
+               (dataType_.reflectionMode != zul_REFLECTION_NONE ? 4 : 0) +
+               (dataType_.normalMode != zul_NORMAL_NONE ? 12 : 0);
     }
 
     std::string path_;
@@ -298,6 +338,7 @@ private:
     const char* view_ = nullptr;  // the stream's bytes, when read from memory
     size_t viewBytes_ = 0;
     int64_t budgetMiB_ = zulbase::kDefaultChunkBudgetMiB;
+    int64_t density_ = zulbase::kDefaultPointDensity;
     zul_idx_Chunk overBudget_ = {};  // the first listed chunk past a budget below the default
     zul_idx_Index index_ = nullptr;
     zul_DataType dataType_;
@@ -310,7 +351,7 @@ private:
 // by offset and nothing else, as one stream in memory.
 std::unique_ptr<Index> rangesIndex(const std::string& path, int64_t headBytes,
                                    const std::vector<std::pair<int64_t, int64_t>>& ranges,
-                                   bool transform, int64_t budgetMiB) {
+                                   bool transform, int64_t budgetMiB, int64_t density) {
     std::ifstream in(path, std::ios::binary);
     if (!in) check(zul_STATUS_READ_ERROR, path);
     int64_t total = headBytes;
@@ -324,20 +365,21 @@ std::unique_ptr<Index> rangesIndex(const std::string& path, int64_t headBytes,
     };
     readAt(0, headBytes);
     for (const auto& range : ranges) readAt(range.first, range.second);
-    return std::make_unique<Index>(path, transform, budgetMiB, std::move(bytes), true);
+    return std::make_unique<Index>(path, transform, budgetMiB, density, std::move(bytes), true);
 }
 
 }  // namespace
 
 void bindIndex(py::module_& m) {
     py::class_<Index>(m, "Index")
-        .def(
-            py::init([](const std::string& path, bool transform, int64_t budgetMiB, int64_t start) {
-                return std::make_unique<Index>(path, transform, budgetMiB, std::string(), false,
-                                               start);
-            }),
-            py::arg("path"), py::arg("transform") = true,
-            py::arg("chunk_budget") = zulbase::kDefaultChunkBudgetMiB, py::arg("start") = 0)
+        .def(py::init([](const std::string& path, bool transform, int64_t budgetMiB,
+                         int64_t density, int64_t start) {
+                 return std::make_unique<Index>(path, transform, budgetMiB, density, std::string(),
+                                                false, start);
+             }),
+             py::arg("path"), py::arg("transform") = true,
+             py::arg("chunk_budget") = zulbase::kDefaultChunkBudgetMiB,
+             py::arg("point_density") = zulbase::kDefaultPointDensity, py::arg("start") = 0)
         .def("next_stream", &Index::nextStream)
         .def_property_readonly("start", &Index::start)
         .def("data_type", &Index::dataType)
@@ -349,7 +391,8 @@ void bindIndex(py::module_& m) {
         .def_property_readonly("num_chunks", &Index::numChunks)
         .def_property_readonly("num_points", &Index::numPoints);
     m.def("ranges_index", &rangesIndex, py::arg("path"), py::arg("head_bytes"), py::arg("ranges"),
-          py::arg("transform") = true, py::arg("chunk_budget") = zulbase::kDefaultChunkBudgetMiB);
+          py::arg("transform") = true, py::arg("chunk_budget") = zulbase::kDefaultChunkBudgetMiB,
+          py::arg("point_density") = zulbase::kDefaultPointDensity);
 }
 
 }  // namespace zulpy

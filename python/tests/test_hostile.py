@@ -1,5 +1,5 @@
 """Hostile files and names through Python's reading: a chunk that claims 2^30 - 1 identical
-points in 250 bytes, a count past a lowered budget, a NUL inside a name. Each is refused naming
+points in 250 bytes, a count past a lowered budget or the density limit, a NUL inside a name. Each is refused naming
 what is wrong, before anything is allocated, in every reading path (read, Reader, chunks, dask,
 decompress)."""
 import os
@@ -53,6 +53,40 @@ def test_a_chunk_past_the_budget_is_refused_naming_it(tmp_path, how, call, count
     assert f"at byte {offset}" in str(refused.value)
 
 
+# 4000000 points within the budget in 250 bytes: a density limit of 11806 points a byte takes them.
+@pytest.mark.parametrize("how,call", READS, ids=[r[0] for r in READS])
+@pytest.mark.parametrize("density,claim", [
+    (None, "claims 4000000 points in its 78 bytes, bringing the first 250 bytes to 4000000 "
+           "points, past the density limit \\(1048576 points and 4 for each byte; point_density "
+           "raises it, 0 lifts it\\)"),
+    (11805, "and 11805 for each byte"),
+], ids=["default", "raised one short"])
+def test_a_chunk_past_the_density_limit_is_refused_naming_it(tmp_path, how, call, density, claim):
+    if how == "dask":
+        pytest.importorskip("dask.dataframe")
+    path, offset = forged(tmp_path, 4000000)
+    with pytest.raises(zul.Error, match=claim) as refused:
+        call(path, point_density=density)
+    assert refused.value.status == "zul_STATUS_OVER_BUDGET" and refused.value.chunk == 0
+    assert f"at byte {offset}" in str(refused.value)
+
+
+@pytest.mark.parametrize("density", [11806, 0], ids=["raised", "lifted"])
+def test_a_raised_density_limit_reads_a_forged_count(tmp_path, density):
+    path, _ = forged(tmp_path, 4000000)
+    assert len(zul.read(path, point_density=density).positions) == 4000000
+    assert zul.chunks(path, point_density=density)[0].points == 4000000
+
+
+@pytest.mark.parametrize("density,error", [(-1, ValueError), (True, TypeError), (2.5, TypeError)])
+def test_a_density_that_is_no_count_is_refused(tmp_path, density, error):
+    zul.write(tmp_path / "a.zul", np.zeros((2, 3)))
+    with pytest.raises(error, match="point_density"):
+        zul.read(tmp_path / "a.zul", point_density=density)
+    with pytest.raises(ValueError, match="point_density"):
+        zul.decompress(tmp_path / "a.zul", tmp_path / "a.xyz", point_density=-1)
+
+
 def test_a_raised_budget_reads_a_forged_count_that_fits(tmp_path):
     path, _ = forged(tmp_path, 300000)
     assert len(zul.read(path, chunk_budget=32).positions) == 300000
@@ -99,4 +133,4 @@ def test_a_file_larger_than_the_machine_is_refused_before_allocating(tmp_path):
     if os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE") >= total:
         pytest.skip("this machine holds the arrays")
     with pytest.raises(MemoryError, match="hostile.zul: its 4000000000 points take"):
-        zul.read(path)
+        zul.read(path, point_density=0)

@@ -74,7 +74,8 @@ def decompress(src, dst, **options):
     is rebuilt from the companion beside ``src`` when there is one; False writes the stream
     alone), ``las_color_scale`` (LAS colour without a companion: the 8-bit values times 1, 256 or
     257, the default), ``chunk_budget`` (MiB one chunk may take decoded, default 256: a chunk
-    that claims more points is refused before anything is allocated).
+    that claims more points is refused before anything is allocated), ``point_density`` (points
+    the file may claim for each of its bytes beyond 1048576, default 4, 0: no limit).
     Returns ``dst``. Raises :class:`zul.Error` naming the file.
     """
     options = dict(options)

@@ -49,7 +49,8 @@ def _paths(paths):
     return found
 
 
-def plan_read(paths, *, bbox=None, chunks_per_partition=64, chunk_budget=None):
+def plan_read(paths, *, bbox=None, chunks_per_partition=64, chunk_budget=None,
+              point_density=None):
     """The tasks ``read`` would run: for each, the file, the bytes of its stream head and the
     (offset, bytes) ranges of its chunks, from the chunk index alone; and the union of the
     files' columns, those some files lack in a nullable type. Chunks whose box misses ``bbox``
@@ -60,7 +61,7 @@ def plan_read(paths, *, bbox=None, chunks_per_partition=64, chunk_budget=None):
     box = _box(bbox)
     tasks, types, holders = [], {}, {}
     for path in paths:
-        index = _open(path, chunk_budget=chunk_budget)
+        index = _open(path, chunk_budget=chunk_budget, point_density=point_density)
         _raise_damage(index)
         for name, dtype in _columns(index.data_type()):
             types[name] = dtype
@@ -80,10 +81,11 @@ def plan_read(paths, *, bbox=None, chunks_per_partition=64, chunk_budget=None):
 def read_part(path, head, ranges, box=None, columns=None, chunk_budget=None):
     """The points of the chunks at ``ranges`` of ``path`` as a pandas DataFrame: the task of a
     partition of ``read``. Reads the stream's first ``head`` bytes and those ranges, nothing
-    else. ``columns``: names, or (name, type) pairs, a column the file lacks then all nulls."""
+    else. ``columns``: names, or (name, type) pairs, a column the file lacks then all nulls.
+    The density limit is not applied again: the plan judged it over the whole file."""
     import pandas as pd
 
-    index = _zul.ranges_index(path, head, ranges, True, _budget(chunk_budget))
+    index = _zul.ranges_index(path, head, ranges, True, _budget(chunk_budget), 0)
     arrays = index.decode(None, 1)
     all_columns = _columns(index.data_type())
     frame = {}
@@ -114,7 +116,8 @@ def read_part(path, head, ranges, box=None, columns=None, chunk_budget=None):
     return pd.DataFrame(frame)
 
 
-def read(paths, *, bbox=None, columns=None, chunks_per_partition=64, chunk_budget=None):
+def read(paths, *, bbox=None, columns=None, chunks_per_partition=64, chunk_budget=None,
+         point_density=None):
     """Reads zul files into a ``dask.dataframe.DataFrame`` of columns ``x y z`` and, as the
     files have them, ``red green blue``, ``reflection`` and ``nx ny nz``.
 
@@ -127,14 +130,15 @@ def read(paths, *, bbox=None, columns=None, chunks_per_partition=64, chunk_budge
     columns, nulls where a file lacks one (in pandas' nullable types), unless ``columns`` asks
     only for columns every file has. Raises :class:`zul.Error` for a damaged file; a task that
     fails raises it with the file's name. ``chunk_budget`` (MiB one chunk may take decoded,
-    ``None``: 256) refuses a chunk that claims more points.
+    ``None``: 256) refuses a chunk that claims more points, ``point_density`` (as
+    :func:`zul.read` takes it) one that brings the file's count past the density limit.
     """
     import dask
     import dask.dataframe as dd
     import pandas as pd
 
     tasks, all_columns = plan_read(paths, bbox=bbox, chunks_per_partition=chunks_per_partition,
-                                   chunk_budget=chunk_budget)
+                                   chunk_budget=chunk_budget, point_density=point_density)
     if columns is not None:
         unknown = [c for c in columns if c not in dict(all_columns)]
         if unknown:

@@ -42,8 +42,21 @@ def _budget(chunk_budget):
     return int(chunk_budget)
 
 
-def _open(path, transform=True, chunk_budget=None):
-    return _zul.Index(os.fspath(path), bool(transform), _budget(chunk_budget))
+DEFAULT_POINT_DENSITY = 4
+DENSITY_ALLOWANCE = 1 << 20
+
+
+def _density(point_density):
+    if point_density is None:
+        return DEFAULT_POINT_DENSITY
+    if not isinstance(point_density, (int, np.integer)) or isinstance(point_density, bool):
+        raise TypeError("point_density: give a whole number of points a byte")
+    return int(point_density)
+
+
+def _open(path, transform=True, chunk_budget=None, point_density=None):
+    return _zul.Index(os.fspath(path), bool(transform), _budget(chunk_budget),
+                      _density(point_density))
 
 
 def _raise_damage(index):
@@ -59,16 +72,30 @@ def _kind(index):
     return index.data_type(), sensor, matrix
 
 
-def _streams(path, transform=True, chunk_budget=None):
+def _streams(path, transform=True, chunk_budget=None, point_density=None):
     """The chunk index of every stream of a file: one, or several one after another (as
     ``cat a.zul b.zul`` makes), each over its own bytes; and the zul.Error of a following stream
     whose head is damaged, or None. Streams of another data type or sensor header than the first
     are refused, naming them."""
     path = os.fspath(path)
-    indexes = [_open(path, transform, chunk_budget)]
+    density = _density(point_density)
+    indexes = [_open(path, transform, chunk_budget, density)]
+    points = indexes[0].num_points
     while (start := indexes[-1].next_stream()) >= 0:
         try:
-            indexes.append(_zul.Index(path, bool(transform), _budget(chunk_budget), start))
+            indexes.append(_zul.Index(path, bool(transform), _budget(chunk_budget), density,
+                                      start))
+            # Each stream's index judges its own chunks; the density limit counts from the start
+            # of the file, over the streams before too.
+            for number, (offset, size, count, _low, _high) in enumerate(indexes[-1].chunks()):
+                points += count
+                if density > 0 and points > DENSITY_ALLOWANCE + density * (offset + size):
+                    raise _zul.Error(
+                        f"{path}: stream {len(indexes)} (byte {start}): chunk {number} (byte "
+                        f"{offset}) brings the file's first {offset + size} bytes to {points} "
+                        f"points, past the density limit ({DENSITY_ALLOWANCE} points and "
+                        f"{density} for each byte; point_density raises it, 0 lifts it)",
+                        100, "zul_STATUS_OVER_BUDGET", number)
         except _zul.Error as error:
             reason = error.message.split(": ", 1)[-1]
             return indexes, _zul.Error(f"{path}: stream {len(indexes) + 1} (byte {start}), whose "
@@ -178,7 +205,7 @@ def _fields(companion, chosen):
 
 
 def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None,
-         keep_order=False, companion=True):
+         point_density=None, keep_order=False, companion=True):
     """Reads a zul file into a :class:`Cloud`.
 
     The chunks are decoded on ``threads`` threads (``None``: every core) straight into the
@@ -187,7 +214,10 @@ def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None,
     points inside it (bounds included) are returned. ``transform=False`` leaves the points in the
     stored frame, without the sensor header's matrix. ``chunk_budget`` is the memory one chunk may
     take decoded, in MiB (``None``: 256): a chunk that claims more points is refused, naming it
-    and its count, before anything is allocated. Raises :class:`zul.Error` for a file that
+    and its count, before anything is allocated. ``point_density`` is the density limit, points
+    the file may claim for each of its bytes beyond 1048576 (``None``: 4; 0: no limit): a chunk
+    that brings the count past it is refused before it is decoded, so that a small file cannot
+    claim billions of points. Raises :class:`zul.Error` for a file that
     cannot be read or is damaged (naming the chunk where the damage starts).
 
     A file of several streams one after another (``cat a.zul b.zul``) is read whole, stream after
@@ -204,7 +234,7 @@ def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None,
     keep_order=True)``), else :class:`zul.Error`. ``companion=False`` reads the stream alone.
     """
     box = _box(bbox)
-    indexes, pending = _streams(path, transform, chunk_budget)
+    indexes, pending = _streams(path, transform, chunk_budget, point_density)
     _raise_stream_damage(indexes, pending)
     companion = _companion(path) if companion and len(indexes) == 1 else None
     if keep_order and (companion is None or not companion.has_order):
@@ -229,12 +259,12 @@ def read(path, *, bbox=None, threads=None, transform=True, chunk_budget=None,
     return _cloud(arrays, indexes[0], fields)
 
 
-def chunks(path, *, chunk_budget=None):
+def chunks(path, *, chunk_budget=None, point_density=None):
     """The chunks of a zul file as a list of :class:`Chunk`, read from the chunk headers alone.
 
     Raises :class:`zul.Error` if a header is damaged, naming the chunk and its byte offset.
     """
-    indexes, pending = _streams(path, chunk_budget=chunk_budget)
+    indexes, pending = _streams(path, chunk_budget=chunk_budget, point_density=point_density)
     _raise_stream_damage(indexes, pending)
     return [Chunk(*c) for index in indexes for c in index.chunks()]
 
@@ -249,16 +279,18 @@ class Reader:
     ``len(reader)`` is the number of chunks and ``reader.num_points`` the number of points, both
     from the headers. A damaged chunk raises :class:`zul.Error` when the iteration reaches it,
     after every chunk before it was handed out; so does a chunk whose decoded size passes
-    ``chunk_budget`` (MiB, ``None``: 256). With ``bbox`` (as :func:`read` takes it) only the
+    ``chunk_budget`` (MiB, ``None``: 256) or brings the count past ``point_density`` (as
+    :func:`read` takes it). With ``bbox`` (as :func:`read` takes it) only the
     chunks whose box meets it are decoded, and each part holds only the points inside it;
     ``len`` and ``num_points`` then count the chunks chosen and the points they hold. Each
     part's ``fields`` are a companion's fields of its points, in stored order (``companion=False``
     reads the stream alone).
     """
 
-    def __init__(self, path, *, bbox=None, transform=True, chunk_budget=None, companion=True):
+    def __init__(self, path, *, bbox=None, transform=True, chunk_budget=None,
+                 point_density=None, companion=True):
         self._box = _box(bbox)
-        self._indexes, self._pending = _streams(path, transform, chunk_budget)
+        self._indexes, self._pending = _streams(path, transform, chunk_budget, point_density)
         self._companion = (_companion(path) if companion and len(self._indexes) == 1
                            else None)
         self.data_type = self._indexes[0].data_type()

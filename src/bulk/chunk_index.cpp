@@ -66,6 +66,15 @@ zul_Status zul_idx_IndexStruct::open(const zul_dec_Params* given) {
 
 zul_Status zul_idx_IndexStruct::setBudget(int64_t bytes) {
     chunkBudget = bytes;
+    return walkOn();
+}
+
+zul_Status zul_idx_IndexStruct::setDensity(int64_t pointsPerByte) {
+    pointDensity = pointsPerByte;
+    return walkOn();
+}
+
+zul_Status zul_idx_IndexStruct::walkOn() {
     if (damage != zul_STATUS_OVER_BUDGET) return zul_STATUS_OK;
     DecoderOwner decoder;
     const zul_Status status = openDecoder(&decoder.context);
@@ -121,6 +130,11 @@ zul_Status zul_idx_IndexStruct::listChunk(zul_dec_Context decoder, int64_t offse
     if (chunk.size > source.size() - offset) return zul_STATUS_TRUNCATED;
     ZUL_REFUSE_UNLESS(chunk.numPoints <= ZUL_MAX_DECODED_CHUNK_POINTS);
     if (chunk.numPoints * decodedBytesPerPoint(dataType) > chunkBudget)
+        return zul_STATUS_OVER_BUDGET;
+    // The density limit: the points listed with this chunk against the bytes up to its end, so
+    // that a small stream cannot claim more points than take long to decode.
+    if (pointDensity > 0 && numPoints + chunk.numPoints >
+                                ZUL_BULK_DENSITY_ALLOWANCE + pointDensity * (offset + chunk.size))
         return zul_STATUS_OVER_BUDGET;
     // The box and the stream ends as the decoder read them from the header.
     const zul_dec_ContextStruct& parsed = *decoder;

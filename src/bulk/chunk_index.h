@@ -17,8 +17,10 @@ struct zul_idx_IndexStruct {
     zul_Status open(const zul_dec_Params* params);
     // Opens a decoder that stands where a chunk header is due. The caller closes it.
     zul_Status openDecoder(zul_dec_Context* decoder) const;
-    // Sets the budget and, if the walk stopped at a chunk over the old one, walks on.
+    // Sets the budget, or the density limit (0: none), and, if the walk stopped at a chunk over
+    // the old limits, walks on.
     zul_Status setBudget(int64_t bytes);
+    zul_Status setDensity(int64_t pointsPerByte);
     // Bytes that decoding takes a point of the type: working record and output arrays.
     static int64_t decodedBytesPerPoint(const zul_DataType& type);
 
@@ -39,11 +41,14 @@ struct zul_idx_IndexStruct {
     std::vector<zul_idx_Chunk> chunks;
     std::vector<StreamSizes> streamSizes;  // one a listed chunk
     int64_t chunkBudget = ZUL_BULK_DEFAULT_CHUNK_BUDGET;
+    int64_t pointDensity = ZUL_BULK_DEFAULT_POINT_DENSITY;  // 0: no limit
     int64_t numPoints = 0;
     zul_Status damage = zul_STATUS_OK;
     int64_t damageOffset = 0;
 
 private:
+    // Walks on from a chunk refused as over the old limits.
+    zul_Status walkOn();
     // Lists the chunks from `offset` on, with a decoder where a chunk header is due, until the
     // stream ends or a chunk cannot be listed (noted as the damage).
     void walk(zul_dec_Context decoder, int64_t offset);

@@ -96,6 +96,14 @@ ZUL_API zul_Status zul_idx_setChunkBudget(zul_idx_Index index, int64_t bytes) {
     return zulbulk::guardStatus([&] { return index->setBudget(bytes); });
 }
 
+ZUL_API zul_Status zul_idx_setPointDensity(zul_idx_Index index, int64_t pointsPerByte) {
+    const zul_Status state = usable(index);
+    if (state != zul_STATUS_OK) return state;
+    if (pointsPerByte < 0 || pointsPerByte > ZUL_BULK_MAX_POINT_DENSITY)
+        return zul_STATUS_INVALID_ARGUMENT;
+    return zulbulk::guardStatus([&] { return index->setDensity(pointsPerByte); });
+}
+
 ZUL_API zul_Status zul_idx_getStreamSizes(zul_idx_Index index, int64_t chunk, int64_t sizes[4]) {
     const zul_Status state = usable(index);
     if (state != zul_STATUS_OK) return state;

@@ -32,11 +32,19 @@ inline int resolveThreads(int requested, int64_t jobs, int64_t points) {
     return static_cast<int>(std::max<int64_t>(1, std::min(count, jobs)));
 }
 
+// Starts the thread of a worker. Tests give one that fails as a system out of threads does.
+struct StartThread {
+    template <class Body>
+    std::thread operator()(Body& body, int worker) const {
+        return std::thread(body, worker);
+    }
+};
+
 // Runs work(worker) on `threads` workers (at least the calling thread), joins them and rethrows
 // the first exception any of them, or the starting of one, raised. Returns the number of workers
 // that ran.
-template <class Work, class Stop>
-int runWorkers(int threads, Work work, Stop stop) {
+template <class Work, class Stop, class Start = StartThread>
+int runWorkers(int threads, Work work, Stop stop, Start start = Start()) {
     std::exception_ptr failure;
     std::mutex failureLock;
     const auto keep = [&](std::exception_ptr caught) {
@@ -56,7 +64,7 @@ int runWorkers(int threads, Work work, Stop stop) {
     std::vector<std::thread> started;
     try {
         started.reserve(static_cast<size_t>(std::max(threads, 1) - 1));
-        for (int worker = 1; worker < threads; ++worker) started.emplace_back(guarded, worker);
+        for (int worker = 1; worker < threads; ++worker) started.push_back(start(guarded, worker));
     } catch (const std::system_error&) {
         // Fewer threads do the same work.
     } catch (...) {

@@ -53,7 +53,7 @@ required=(
     zul_in_close
     zul_idx_openFile zul_idx_openFileAt zul_idx_openBuffer zul_idx_getDataType zul_idx_getCounts zul_idx_getChunk
     zul_idx_getDamage zul_idx_selectBox zul_idx_countPoints zul_idx_close
-    zul_idx_setChunkBudget zul_idx_getStreamSizes
+    zul_idx_setChunkBudget zul_idx_setPointDensity zul_idx_getStreamSizes
     zul_bulk_allocate zul_bulk_free zul_bulk_decode zul_bulk_decodeChunks zul_bulk_encodeFile
     zul_bulk_openWriter zul_bulk_writeChunks zul_bulk_closeWriter zul_bulk_abortWriter
     'zul_dec_ContextStruct::zul_dec_ContextStruct(' 'zul_dec_ContextStruct::~zul_dec_ContextStruct('

@@ -1,7 +1,7 @@
 // What the bulk layer refuses that the families of zul.h take: a chunk whose claimed count passes
 // the budget (the decompression bomb: a chunk of identical points claiming 2^30 - 1 of them in a
-// file of some 150 bytes), and a body whose points leave the chunk's box. And what it offers so
-// that no caller parses a chunk header: the streams' sizes.
+// file of some 150 bytes) or the density limit, and a body whose points leave the chunk's box. And
+// what it offers so that no caller parses a chunk header: the streams' sizes.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -46,6 +46,18 @@ void putLE(std::string& bytes, int64_t at, uint64_t value, int size) {
 
 const uint32_t kLargestCount = ZUL_MAX_DECODED_CHUNK_POINTS;
 
+// A stream of one chunk of two identical points forged to claim `count`.
+std::string claiming(int64_t count) {
+    std::string b = stream({identical(2)});
+    putLE(b, kHead + kChunkHead - 8, static_cast<uint64_t>(count), 4);
+    return b;
+}
+
+// The most points the density limit lets that stream claim.
+const int64_t kDensest =
+    ZUL_BULK_DENSITY_ALLOWANCE +
+    ZUL_BULK_DEFAULT_POINT_DENSITY * static_cast<int64_t>(stream({identical(2)}).size());
+
 struct RefusalCase {
     const char* name;
     std::function<std::string()> bytes;
@@ -83,6 +95,12 @@ const RefusalCase kRefusals[] = {
          return b;
      },
      zul_STATUS_OK, 2, zul_STATUS_CORRUPT_DATA, 0, 0},
+    // Within the budget: a million points decode in a moment, a few more than the stream's
+    // bytes allow are refused from the header.
+    {"at the density limit", [] { return claiming(kDensest); }, zul_STATUS_OK, 1, zul_STATUS_OK, -1,
+     kDensest},
+    {"past the density limit", [] { return claiming(kDensest + 1); }, zul_STATUS_OVER_BUDGET, 0,
+     zul_STATUS_OVER_BUDGET, 0, 0},
 };
 
 class BulkRefusalTest : public TempFolderTest, public ::testing::WithParamInterface<RefusalCase> {};
@@ -122,13 +140,15 @@ TEST_P(BulkRefusalTest, RefusesBeforeAllocating) {
 
 INSTANTIATE_TEST_SUITE_P(Hostile, BulkRefusalTest, ::testing::ValuesIn(kRefusals), NameOfCase());
 
-// A raised budget lists the chunks behind the one that stopped the walk; nothing is decoded.
+// A raised budget lists the chunks behind the one that stopped the walk (the density limit
+// lifted); nothing is decoded.
 TEST(ChunkBudget, RaisedBudgetListsOn) {
     std::string bytes = stream({identical(2), line(3)});
     putLE(bytes, kHead + kChunkHead - 8, kLargestCount, 4);
     IndexHandle handle;
     ASSERT_EQ(zul_idx_openBuffer(&handle.index, bytes.data(), bytes.size(), nullptr),
               zul_STATUS_OK);
+    ASSERT_EQ(zul_idx_setPointDensity(handle.index, 0), zul_STATUS_OK);
     EXPECT_EQ(zul_idx_setChunkBudget(handle.index, 0), zul_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(zul_idx_setChunkBudget(nullptr, 1), zul_STATUS_INVALID_ARGUMENT);
     const int64_t needed = int64_t{kLargestCount} * (ZUL_BULK_DECODED_BYTES_PER_POINT + 24);
@@ -184,5 +204,49 @@ TEST(StreamSizes, AddUpToTheBody) {
     EXPECT_EQ(zul_idx_getStreamSizes(handle.index, 3, sizes), zul_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(zul_idx_getStreamSizes(handle.index, 0, nullptr), zul_STATUS_INVALID_ARGUMENT);
 }
+
+// A density limit raised to the count, or lifted, lists the chunk past the default one; one
+// point short still refuses it. The limit must be 0 to ZUL_BULK_MAX_POINT_DENSITY.
+struct DensityCase {
+    const char* name;
+    int64_t density;
+    zul_Status set;
+    int64_t listed;
+};
+
+void PrintTo(const DensityCase& c, std::ostream* out) { *out << c.name; }
+
+const int64_t kForged = 4000000;  // within the budget
+const int64_t kStreamBytes = static_cast<int64_t>(stream({identical(2)}).size());
+const int64_t kNeeded = (kForged - ZUL_BULK_DENSITY_ALLOWANCE + kStreamBytes - 1) / kStreamBytes;
+
+const DensityCase kDensities[] = {
+    {"raised to the count", kNeeded, zul_STATUS_OK, 1},
+    {"raised one short", kNeeded - 1, zul_STATUS_OK, 0},
+    {"lifted", 0, zul_STATUS_OK, 1},
+    {"negative", -1, zul_STATUS_INVALID_ARGUMENT, 0},
+    {"past the largest", ZUL_BULK_MAX_POINT_DENSITY + 1, zul_STATUS_INVALID_ARGUMENT, 0},
+};
+
+class PointDensityTest : public ::testing::TestWithParam<DensityCase> {};
+
+TEST_P(PointDensityTest, ListsOnWhenRaised) {
+    const DensityCase& c = GetParam();
+    const std::string bytes = claiming(kForged);
+    IndexHandle handle;
+    ASSERT_EQ(zul_idx_openBuffer(&handle.index, bytes.data(), bytes.size(), nullptr),
+              zul_STATUS_OK);
+    EXPECT_EQ(zul_idx_setPointDensity(handle.index, c.density), c.set);
+    EXPECT_EQ(zul_idx_setPointDensity(nullptr, c.density), zul_STATUS_INVALID_ARGUMENT);
+    int64_t listed = -1, numPoints = -1;
+    zul_Status damage = zul_STATUS_OK;
+    ASSERT_EQ(zul_idx_getCounts(handle.index, &listed, &numPoints), zul_STATUS_OK);
+    ASSERT_EQ(zul_idx_getDamage(handle.index, &damage, nullptr, nullptr), zul_STATUS_OK);
+    EXPECT_EQ(listed, c.listed);
+    EXPECT_EQ(numPoints, c.listed * kForged);
+    EXPECT_EQ(damage, c.listed == 1 ? zul_STATUS_OK : zul_STATUS_OVER_BUDGET);
+}
+
+INSTANTIATE_TEST_SUITE_P(Limits, PointDensityTest, ::testing::ValuesIn(kDensities), NameOfCase());
 
 }  // namespace

@@ -1,5 +1,6 @@
-// The bulk layer's thread helper: how many threads a call gets, and an exception of any worker
-// reaching the caller after every worker has stopped.
+// The bulk layer's thread helper: how many threads a call gets, an exception of any worker
+// reaching the caller after every worker has stopped, and a thread the system will not start
+// leaving its work to the others (through a starter that fails as such a system does).
 #include "bulk/worker_threads.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 #include <atomic>
 #include <new>
 #include <stdexcept>
+#include <system_error>
 
 namespace {
 
@@ -41,6 +43,49 @@ TEST(RunWorkers, RunsEveryWorkerOnce) {
                   4, [&](int worker) { mask |= 1 << worker; }, [] {}),
               4);
     EXPECT_EQ(mask.load(), 15);
+}
+
+struct StartCase {
+    const char* name;
+    int refused;       // the worker whose thread does not start
+    bool systemError;  // refused as a process limit does; otherwise as a failed allocation
+    int workers;       // that ran, when the call returns
+};
+
+// The workers share 1000 items through a counter; worker 0 is the calling thread.
+TEST(RunWorkers, AThreadThatCannotStartLeavesItsWorkToTheOthers) {
+    const StartCase cases[] = {{"limit at the first thread", 1, true, 1},
+                               {"limit at the third thread", 3, true, 3},
+                               {"allocation at the second thread", 2, false, -1}};
+    for (const StartCase& c : cases) {
+        std::atomic<int> next{0}, done{0}, stops{0};
+        const auto work = [&](int) {
+            while (next++ < 1000) ++done;
+        };
+        const auto start = [&](auto& body, int worker) {
+            if (worker >= c.refused) {
+                if (c.systemError)
+                    throw std::system_error(
+                        std::make_error_code(std::errc::resource_unavailable_try_again));
+                throw std::bad_alloc();
+            }
+            return std::thread(body, worker);
+        };
+        if (c.workers > 0) {
+            EXPECT_EQ(zulbulk::runWorkers(
+                          4, work, [&] { ++stops; }, start),
+                      c.workers)
+                << c.name;
+            EXPECT_EQ(stops.load(), 0) << c.name;
+        } else {
+            EXPECT_THROW(zulbulk::runWorkers(
+                             4, work, [&] { ++stops; }, start),
+                         std::bad_alloc)
+                << c.name;
+            EXPECT_EQ(stops.load(), 1) << c.name;
+        }
+        EXPECT_EQ(done.load(), 1000) << c.name;
+    }
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // Hostile zul files through the tool, each run in a shell limited to 512 MiB of address space:
 // a chunk of identical points coded in zero bits that claims 2^30 - 1 of them (250 bytes), 64 such
-// chunks, counts forged within and past the chunk budget. Every command that decodes (verify,
-// info, decompress, --salvage, --bbox) refuses what passes the budget, naming the chunk and its
-// claimed count, or decodes what fits, and never dies of memory. One row a case.
+// chunks, counts forged within and past the chunk budget and the density limit. Every command that
+// decodes (verify, info, decompress, --salvage, --bbox) refuses what passes either, naming the
+// chunk and its claimed count, or decodes what fits, and never dies of memory. One row a case.
 #include <algorithm>
 #include <cstring>
 
@@ -41,11 +41,27 @@ const HostileCase kCases[] = {
     {"64 bombs", 64, kBomb, false, false, "verify {f}", 1, "chunk 0 (byte 172) claims 1073741823"},
     {"bomb behind a good chunk salvaged", 1, kBomb, true, false,
      "decompress -q --salvage {f} {d}/out.xyz", 1, "salvaged 2 points"},
-    // A raised budget lets the chunk through to the allocation, which fails as out of memory.
-    {"bomb with a raised budget", 1, kBomb, false, false, "verify --chunk-budget 1048576 {f}", 1,
-     "out of memory"},
-    {"forged count within the budget", 1, 4000000, false, false, "verify {f}", 0,
-     "OK, 1 chunk, 4000000 points"},
+    // A raised budget and a lifted density limit let the chunk through to the allocation, which
+    // fails as out of memory.
+    {"bomb with a raised budget", 1, kBomb, false, false,
+     "verify --chunk-budget 1048576 --point-density 0 {f}", 1, "out of memory"},
+    {"bomb with a raised budget past the density limit", 1, kBomb, false, false,
+     "verify --chunk-budget 1048576 {f}", 1,
+     "chunk 0 (byte 172, 78 bytes) claims 1073741823 points, bringing the file's first 250 bytes "
+     "to 1073741823 points, more than the density limit allows (1048576 points and 4 for each "
+     "byte; over budget; --point-density N raises it, 0 lifts it)"},
+    // Within the budget, 4000000 points in 250 bytes: a limit of 11806 points a byte takes them.
+    {"forged count past the density limit", 1, 4000000, false, false, "verify {f}", 1,
+     "claims 4000000 points, bringing the file's first 250 bytes to 4000000 points, more than "
+     "the density limit allows"},
+    {"forged count past a raised density limit", 1, 4000000, false, false,
+     "info --point-density 11805 {f}", 1, "(1048576 points and 11805 for each byte;"},
+    {"forged count within a raised density limit", 1, 4000000, false, false,
+     "verify --point-density 11806 {f}", 0, "OK, 1 chunk, 4000000 points"},
+    {"forged count with the density limit lifted", 1, 4000000, false, false,
+     "decompress -q --point-density 0 {f} {d}/out.xyz", 0, ""},
+    {"bombs behind a good chunk past a lowered density limit", 2, 600000, true, false,
+     "decompress -q --salvage --point-density 1 {f} {d}/out.xyz", 1, "salvaged 600002 points"},
     {"forged count past a lowered budget", 1, 300000, false, false, "info --chunk-budget 1 {f}", 1,
      "chunk 0 (byte 172) claims 300000 points (19 MiB decoded), more than the memory budget of "
      "1 MiB"},
@@ -56,6 +72,8 @@ const HostileCase kCases[] = {
      "decompress -q --salvage {f} {d}/out.xyz", 1, "salvaged 2 points"},
     {"budget of nothing", 1, 0, false, false, "verify --chunk-budget 0 {f}", 2,
      "--chunk-budget 0: give 1 to 1048576 MiB"},
+    {"density below nothing", 1, 0, false, false, "verify --point-density -1 {f}", 2,
+     "--point-density -1: give 0 to 1048576"},
 };
 
 class HostileInput : public ToolTest, public ::testing::WithParamInterface<HostileCase> {};

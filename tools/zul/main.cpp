@@ -141,19 +141,29 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
 }
 
 // Options that would be taken and then ignored are refused.
-// --chunk-budget MiB, the same for decompress, info and verify.
-void addChunkBudget(CLI::App& app, int64_t& budgetMiB) {
+// --chunk-budget MiB and --point-density N, the same for decompress, info and verify.
+void addChunkBudget(CLI::App& app, int64_t& budgetMiB, int64_t& density) {
     app.add_option("--chunk-budget", budgetMiB,
                    "memory one chunk may take decoded, in MiB (default " +
                        std::to_string(zulbase::kDefaultChunkBudgetMiB) +
                        "): a chunk that claims more points is refused before anything is "
                        "allocated");
+    app.add_option("--point-density", density,
+                   "points the file may claim for each of its bytes, beyond " +
+                       std::to_string(ZUL_BULK_DENSITY_ALLOWANCE) + " (default " +
+                       std::to_string(zulbase::kDefaultPointDensity) +
+                       "; 0: no limit): a chunk that brings the count past it is refused before "
+                       "it is decoded");
 }
 
-void checkChunkBudget(int64_t budgetMiB) {
+void checkChunkBudget(int64_t budgetMiB, int64_t density) {
     if (!zulbase::chunkBudgetValid(budgetMiB)) {
         throw UsageError("--chunk-budget " + std::to_string(budgetMiB) + ": give 1 to " +
                          std::to_string(zulbase::kMaxChunkBudgetMiB) + " MiB");
+    }
+    if (!zulbase::pointDensityValid(density)) {
+        throw UsageError("--point-density " + std::to_string(density) + ": give 0 to " +
+                         std::to_string(zulbase::kMaxPointDensity));
     }
 }
 
@@ -226,7 +236,7 @@ void addDecompressOptions(CLI::App& d, DecompressOptions& decompress, std::strin
     d.add_option("--bbox", box,
                  "MINX,MINY,MINZ,MAXX,MAXY,MAXZ: decode only the chunks that meet this box and "
                  "write only the points within it, bounds included");
-    addChunkBudget(d, decompress.chunkBudgetMiB);
+    addChunkBudget(d, decompress.chunkBudgetMiB, decompress.pointDensity);
 }
 
 // "MINX,MINY,MINZ,MAXX,MAXY,MAXZ" into the options' box.
@@ -262,7 +272,7 @@ void parseBox(const std::string& text, DecompressOptions& options) {
 void checkDecompress(const CLI::App& d, DecompressOptions& options, const BatchNames& names,
                      const std::string& box) {
     checkThreads(options.threads);
-    checkChunkBudget(options.chunkBudgetMiB);
+    checkChunkBudget(options.chunkBudgetMiB, options.pointDensity);
     if (d.count("--bbox") > 0) parseBox(box, options);
     // The format every output gets: --format, else the extension of the one output named.
     std::string named = names.output;
@@ -343,14 +353,14 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
         app.add_option("files", info.inputs, "zul files");
         app.add_flag("--json", info.json, "print JSON (an array for several files)");
         app.add_flag("--chunks", info.chunks, "add a table of every chunk");
-        addChunkBudget(app, info.chunkBudgetMiB);
+        addChunkBudget(app, info.chunkBudgetMiB, info.pointDensity);
     } else if (command == "verify") {
         app.description(
             "Decode every chunk of zul files and report each intact or damaged file "
             "(exit status 0 only if all are intact)");
         app.add_option("files", verify.inputs, "zul files");
         app.add_flag("-q,--quiet", verify.quiet, "report damaged files only");
-        addChunkBudget(app, verify.chunkBudgetMiB);
+        addChunkBudget(app, verify.chunkBudgetMiB, verify.pointDensity);
     } else if (command == "view") {
         app.description(
             "Show zul files in a browser: serve the viewer page and the files on "
@@ -407,12 +417,12 @@ int runCommand(const std::string& command, std::vector<std::string> args) {
     }
     if (command == "info") {
         if (info.inputs.empty()) throw UsageError("no input file given");
-        checkChunkBudget(info.chunkBudgetMiB);
+        checkChunkBudget(info.chunkBudgetMiB, info.pointDensity);
         return runInfo(info);
     }
     if (command == "verify") {
         if (verify.inputs.empty()) throw UsageError("no input file given");
-        checkChunkBudget(verify.chunkBudgetMiB);
+        checkChunkBudget(verify.chunkBudgetMiB, verify.pointDensity);
         return runVerify(verify);
     }
     if (command == "view") return runView(view);
