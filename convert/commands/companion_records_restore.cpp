@@ -73,7 +73,8 @@ int restoreRecords(const DecompressOptions& options, Format format, zul_xin_Read
     IndexGuard index;
     ZulFileHead head;
     errno = 0;
-    const zul_Status opened = openIndex(options.input, false, options.chunkBudgetMiB, index, head);
+    const zul_Status opened =
+        openIndex(options.input, false, options.chunkBudgetMiB, options.pointDensity, index, head);
     if (opened != zul_STATUS_OK && options.salvage) throwNothingSalvaged(options, opened);
     checkStatus(opened, options.input, ZulStage::Open);
     int64_t usable = 0;

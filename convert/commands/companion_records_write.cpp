@@ -59,7 +59,7 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
     IndexGuard index;
     ZulFileHead head;
     const zul_Status opened =
-        openIndex(streamPath, false, zulbase::kMaxChunkBudgetMiB, index, head);
+        openIndex(streamPath, false, zulbase::kMaxChunkBudgetMiB, 0, index, head);
     if (opened != zul_STATUS_OK) check(opened, shown);
     int64_t numChunks = 0;
     zul_idx_getCounts(index.index, &numChunks, nullptr);

@@ -88,8 +88,9 @@ std::vector<int64_t> boxChunks(const DecompressOptions& options, int64_t usable,
     if (!options.box || moved) return chunks;
     IndexGuard index;
     ZulFileHead head;
-    checkStatus(openIndex(options.input, true, options.chunkBudgetMiB, index, head), options.input,
-                ZulStage::Open);
+    checkStatus(
+        openIndex(options.input, true, options.chunkBudgetMiB, options.pointDensity, index, head),
+        options.input, ZulStage::Open);
     double lo[3], hi[3];
     for (int axis = 0; axis < 3; ++axis) {
         lo[axis] = options.boxMin[axis] - std::abs(las.scale[axis]);

@@ -183,7 +183,7 @@ void writeCompanion(const std::string& streamPath, const py::array_t<double>& po
     py::gil_scoped_release release;
     zulconvert::IndexGuard index;
     zulconvert::ZulFileHead head;
-    check(zulconvert::openIndex(streamPath, false, zulbase::kMaxChunkBudgetMiB, index, head),
+    check(zulconvert::openIndex(streamPath, false, zulbase::kMaxChunkBudgetMiB, 0, index, head),
           streamPath);
     int64_t numChunks = 0;
     zul_idx_getCounts(index.index, &numChunks, nullptr);

@@ -247,7 +247,7 @@ ZUL_API zul_Status zul_xout_setRows(zul_xout_Writer writer, const uint64_t* indi
                           uint8_t{kTransformDelta | kBytePlanes | kZstd}),
           std::make_tuple(&meta.rowBytes, rows, width, uint8_t{kZstd})}) {
         std::vector<uint8_t> coded;
-        encodeSegment(values, count, w, coding, kOrderLevel, coded);
+        encodeSegment(values, count, w, coding, /*level=*/1, coded);
         segment->coding = coded[0];
         segment->bytes.assign(coded.begin() + kSegmentHeaderSize, coded.end());
     }
