@@ -134,3 +134,17 @@ def test_a_file_larger_than_the_machine_is_refused_before_allocating(tmp_path):
         pytest.skip("this machine holds the arrays")
     with pytest.raises(MemoryError, match="hostile.zul: its 4000000000 points take"):
         zul.read(path, point_density=0)
+
+
+# Streams one after another, each within the limit alone: the limit counts over the whole file.
+@pytest.mark.parametrize("how,call", READS[:3], ids=[r[0] for r in READS[:3]])
+def test_the_density_limit_counts_over_every_stream(tmp_path, how, call):
+    path, _ = forged(tmp_path, 1000000)
+    single = path.read_bytes()
+    several = tmp_path / "several.zul"
+    several.write_bytes(single * 2)
+    with pytest.raises(zul.Error, match=f"stream 2 \\(byte {len(single)}\\): chunk 0 .* past "
+                                        "the density limit") as refused:
+        call(several)
+    assert refused.value.status == "zul_STATUS_OVER_BUDGET"
+    assert len(zul.read(several, point_density=0).positions) == 2000000

@@ -85,21 +85,21 @@ def _streams(path, transform=True, chunk_budget=None, point_density=None):
         try:
             indexes.append(_zul.Index(path, bool(transform), _budget(chunk_budget), density,
                                       start))
-            # Each stream's index judges its own chunks; the density limit counts from the start
-            # of the file, over the streams before too.
-            for number, (offset, size, count, _low, _high) in enumerate(indexes[-1].chunks()):
-                points += count
-                if density > 0 and points > DENSITY_ALLOWANCE + density * (offset + size):
-                    raise _zul.Error(
-                        f"{path}: stream {len(indexes)} (byte {start}): chunk {number} (byte "
-                        f"{offset}) brings the file's first {offset + size} bytes to {points} "
-                        f"points, past the density limit ({DENSITY_ALLOWANCE} points and "
-                        f"{density} for each byte; point_density raises it, 0 lifts it)",
-                        100, "zul_STATUS_OVER_BUDGET", number)
         except _zul.Error as error:
             reason = error.message.split(": ", 1)[-1]
             return indexes, _zul.Error(f"{path}: stream {len(indexes) + 1} (byte {start}), whose "
                                        f"head is damaged: {reason}", error.code, error.status, 0)
+        # Each stream's index judges its own chunks; the density limit counts from the start of
+        # the file, over the streams before too.
+        for number, (offset, size, count, _low, _high) in enumerate(indexes[-1].chunks()):
+            points += count
+            if density > 0 and points > DENSITY_ALLOWANCE + density * (offset + size):
+                raise _zul.Error(
+                    f"{path}: stream {len(indexes)} (byte {start}): chunk {number} (byte "
+                    f"{offset}) brings the file's first {offset + size} bytes to {points} "
+                    f"points, past the density limit ({DENSITY_ALLOWANCE} points and {density} "
+                    "for each byte; point_density raises it, 0 lifts it)",
+                    100, "zul_STATUS_OVER_BUDGET", number)
     first = _kind(indexes[0])
     for number, index in enumerate(indexes[1:], 2):
         if _kind(index) != first:

@@ -23,6 +23,7 @@ struct HostileCase {
     const char* arguments;  // {f} the hostile file, {d} the folder
     int exitCode;
     const char* message;  // a fragment of the output
+    int streams = 1;      // the whole stream, repeated: streams one after another
 };
 
 void PrintTo(const HostileCase& c, std::ostream* out) { *out << c.name; }
@@ -58,6 +59,12 @@ const HostileCase kCases[] = {
      "info --point-density 11805 {f}", 1, "(1048576 points and 11805 for each byte;"},
     {"forged count within a raised density limit", 1, 4000000, false, false,
      "verify --point-density 11806 {f}", 0, "OK, 1 chunk, 4000000 points"},
+    {"forged counts in streams one after another", 1, 1000000, false, false, "verify {f}", 1,
+     "stream 2 (byte 250), chunk 0 (byte 422, 78 bytes) claims 1000000 points, bringing the "
+     "file's first 500 bytes to 2000000 points, more than the density limit allows",
+     2},
+    {"forged counts in streams with the density limit lifted", 1, 1000000, false, false,
+     "verify --point-density 0 {f}", 0, "OK, 2 streams one after another, 2 chunks, 2000000", 2},
     {"forged count with the density limit lifted", 1, 4000000, false, false,
      "decompress -q --point-density 0 {f} {d}/out.xyz", 0, ""},
     {"bombs behind a good chunk past a lowered density limit", 2, 600000, true, false,
@@ -113,7 +120,9 @@ std::string hostileFile(const HostileCase& c, const std::string& folder) {
     }
     std::string file = bytes.substr(0, static_cast<size_t>(final.offset));
     for (int k = 0; k < c.copies; ++k) file += chunk;
-    return file;
+    std::string streams;
+    for (int k = 0; k < c.streams; ++k) streams += file;
+    return streams;
 }
 
 TEST_P(HostileInput, RefusedWithinMemory) {
