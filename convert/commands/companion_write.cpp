@@ -297,7 +297,7 @@ void CompanionRecorder::add(const zul_Point& prepared, bool kept) {
         return;
     }
     for (int axis = 0; axis < 3; ++axis) {
-        keys_.push_back(kept ? std::llround(prepared.position[axis]) : 0);
+        keys_.push_back(kept ? nearestInteger(prepared.position[axis]) : 0);
     }
 }
 
@@ -390,7 +390,7 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
             matcher.reset(inputOf_.data() + p, n);
             for (size_t k = 0; k < n; ++k, ++p) {
                 const double* g = points.positions + 3 * (p - first);
-                const int64_t key[3] = {std::llround(g[0]), std::llround(g[1]), std::llround(g[2])};
+                const int64_t key[3] = {nearestInteger(g[0]), nearestInteger(g[1]), nearestInteger(g[2])};
                 const int64_t found = matcher.take(key);
                 if (found < 0) {
                     throw FormatError(shown + ": a stored point matches no point of " +
