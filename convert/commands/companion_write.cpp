@@ -390,7 +390,8 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
             matcher.reset(inputOf_.data() + p, n);
             for (size_t k = 0; k < n; ++k, ++p) {
                 const double* g = points.positions + 3 * (p - first);
-                const int64_t key[3] = {nearestInteger(g[0]), nearestInteger(g[1]), nearestInteger(g[2])};
+                const int64_t key[3] = {nearestInteger(g[0]), nearestInteger(g[1]),
+                                        nearestInteger(g[2])};
                 const int64_t found = matcher.take(key);
                 if (found < 0) {
                     throw FormatError(shown + ": a stored point matches no point of " +
