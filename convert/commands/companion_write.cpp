@@ -285,16 +285,11 @@ void CompanionRecorder::reserveFor(const std::string& input) {
 
 CompanionRecorder::~CompanionRecorder() = default;
 
-void CompanionRecorder::add(const zul_Point& prepared, bool kept) {
-    ++read_;
-    dropped_ += kept ? 0 : 1;
-    if (!active_) return;
+void CompanionRecorder::keep(const zul_Point& prepared, bool kept) {
     if (recordFields_) {
         const unsigned char* record = reader_.record();
         records_.insert(records_.end(), record, record + reader_.records()->size);
         kept_.push_back(kept ? 1 : 0);
-    } else if (!lasFields_ || recordKeys()) {
-        return;
     }
     for (int axis = 0; axis < 3; ++axis) {
         keys_.push_back(kept ? nearestInteger(prepared.position[axis]) : 0);
