@@ -83,15 +83,6 @@ const char* const kLasResidualNames[7] = {
     "X_residual", "Y_residual", "Z_residual", "intensity_residual",
     "red_low",    "green_low",  "blue_low"};
 
-int32_t lasCoordinate(double q, double scale, double offset) {
-    const double units = std::round((q - offset) / scale);
-    if (!(units >= std::numeric_limits<int32_t>::min() &&
-          units <= std::numeric_limits<int32_t>::max())) {
-        return 0;  // the difference column then holds the whole value
-    }
-    return static_cast<int32_t>(units);
-}
-
 void residualWorld(const double g[3], const double matrix[16], bool enabled, double q[3]) {
     for (int row = 0; row < 3; ++row) {
         if (!enabled) {

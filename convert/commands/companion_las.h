@@ -5,8 +5,10 @@
 // the difference is a column too, written only where it holds anything.
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -46,9 +48,30 @@ std::vector<LasColumn> lasColumns(int format, size_t recordLength);
 // and red, green, blue (u16, modulo 2^16) in that order.
 extern const char* const kLasResidualNames[7];
 
+// std::llround(x), the same value for every x, without a call into the maths library where
+// |x| < 2^52 (there x minus its truncation is exact): it runs a few times a point.
+inline int64_t nearestInteger(double x) {
+    constexpr double kExact = 4503599627370496.0;  // 2^52
+    if (!(x > -kExact && x < kExact)) return std::llround(x);
+    const int64_t whole = static_cast<int64_t>(x);
+    const double fraction = x - static_cast<double>(whole);
+    return whole + (fraction >= 0.5 ? 1 : 0) - (fraction <= -0.5 ? 1 : 0);
+}
+
 // The record's coordinate from a decoded position `q` (the stream's grid point through its
-// matrix, residualWorld): round((q - offset) / scale).
-int32_t lasCoordinate(double q, double scale, double offset);
+// matrix, residualWorld): round((q - offset) / scale), 0 where that is no int32.
+inline int32_t lasCoordinate(double q, double scale, double offset) {
+    const double units = (q - offset) / scale;
+    if (!(units > -2147483649.0 && units < 2147483648.0)) {
+        return 0;  // the difference column then holds the whole value
+    }
+    const int64_t rounded = nearestInteger(units);
+    if (rounded < std::numeric_limits<int32_t>::min() ||
+        rounded > std::numeric_limits<int32_t>::max()) {
+        return 0;
+    }
+    return static_cast<int32_t>(rounded);
+}
 
 // The position a stream's grid point `g` stands for, through the sensor header's matrix (or as
 // it is without one): computed the same way on both sides, so the differences come back exact.

@@ -77,7 +77,8 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
         const zul_bulk_Points& points = batches.points();
         for (int64_t i = 0; i < points.numPoints; ++i) {
             const double* g = points.positions + 3 * i;
-            const int64_t key[3] = {std::llround(g[0]), std::llround(g[1]), std::llround(g[2])};
+            const int64_t key[3] = {nearestInteger(g[0]), nearestInteger(g[1]),
+                                    nearestInteger(g[2])};
             const int64_t found = matcher.take(key);
             if (found < 0) {
                 throw FormatError(shown + ": a stored point matches no point of " + options_.input +

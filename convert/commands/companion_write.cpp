@@ -285,19 +285,14 @@ void CompanionRecorder::reserveFor(const std::string& input) {
 
 CompanionRecorder::~CompanionRecorder() = default;
 
-void CompanionRecorder::add(const zul_Point& prepared, bool kept) {
-    ++read_;
-    dropped_ += kept ? 0 : 1;
-    if (!active_) return;
+void CompanionRecorder::keep(const zul_Point& prepared, bool kept) {
     if (recordFields_) {
         const unsigned char* record = reader_.record();
         records_.insert(records_.end(), record, record + reader_.records()->size);
         kept_.push_back(kept ? 1 : 0);
-    } else if (!lasFields_ || recordKeys()) {
-        return;
     }
     for (int axis = 0; axis < 3; ++axis) {
-        keys_.push_back(kept ? std::llround(prepared.position[axis]) : 0);
+        keys_.push_back(kept ? nearestInteger(prepared.position[axis]) : 0);
     }
 }
 
@@ -390,7 +385,8 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
             matcher.reset(inputOf_.data() + p, n);
             for (size_t k = 0; k < n; ++k, ++p) {
                 const double* g = points.positions + 3 * (p - first);
-                const int64_t key[3] = {std::llround(g[0]), std::llround(g[1]), std::llround(g[2])};
+                const int64_t key[3] = {nearestInteger(g[0]), nearestInteger(g[1]),
+                                        nearestInteger(g[2])};
                 const int64_t found = matcher.take(key);
                 if (found < 0) {
                     throw FormatError(shown + ": a stored point matches no point of " +

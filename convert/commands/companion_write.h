@@ -42,7 +42,12 @@ public:
     bool keepsOrder() const { return active_ && keepOrder_; }
 
     // The next point read from the input, as it went into the stream (`kept`), or dropped.
-    void add(const zul_Point& prepared, bool kept);
+    // Inline: it runs once a point, and for a LAS file on a whole-step grid it only counts.
+    void add(const zul_Point& prepared, bool kept) {
+        ++read_;
+        dropped_ += kept ? 0 : 1;
+        if (active_ && (recordFields_ || (lasFields_ && !recordKeys()))) keep(prepared, kept);
+    }
     // The grid's whole steps in a unit of the LAS file's grid, axis by axis (GridPlan::ratio):
     // where none is 0, a point's grid point is its record's X, Y and Z times these, and the
     // recorder need not keep them. Given before the first point.
@@ -58,6 +63,8 @@ public:
                        int threads);
 
 private:
+    // What add keeps of a point: a PCD or PLY file's record, or the grid point.
+    void keep(const zul_Point& prepared, bool kept);
     std::string writeRecords(const std::string& streamPath, const std::string& companionPath,
                              int threads);
     // Reserves room for the points of the LAS file `input`.
