@@ -2,7 +2,6 @@
 // the restored clouds compared message by message; an existing output is not replaced without -f.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +12,7 @@
 #include "ros/ros1_bag_records.h"
 #include "ros/sample/cloud_compare.h"
 #include "ros/sample/sensor_messages.h"
+#include "support/temp_folder.h"
 
 namespace zul::ros {
 namespace {
@@ -51,25 +51,17 @@ void writeRos1Bag(const fs::path& path, std::vector<std::vector<uint8_t>>& cloud
     writer.close();
 }
 
-class BagCommand : public ::testing::Test {
-protected:
-    void SetUp() override {
-        folder_ = fs::temp_directory_path() / ("zul_bag_command_" + std::to_string(getpid()));
-        fs::create_directories(folder_);
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-    fs::path folder_;
-};
+using BagCommand = TempFolderTest;
 
 TEST_F(BagCommand, CompressInfoDecompress) {
     std::vector<std::vector<uint8_t>> clouds;
-    writeRos1Bag(folder_ / "scan.bag", clouds);
-    ToolRun run = runTool("compress scan.bag", folder_);
+    writeRos1Bag(folder / "scan.bag", clouds);
+    ToolRun run = runTool("compress scan.bag", folder);
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_NE(run.output.find("scan.bag -> scan.zul.bag: 3 cloud messages compressed"),
               std::string::npos)
         << run.output;
-    run = runTool("info --json scan.zul.bag", folder_);
+    run = runTool("info --json scan.zul.bag", folder);
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_NE(run.output.find("{\"name\": \"/points/zul\", \"type\": "
                               "\"point_cloud_interfaces/CompressedPointCloud2\", \"cloud\": true, "
@@ -77,12 +69,12 @@ TEST_F(BagCommand, CompressInfoDecompress) {
               std::string::npos)
         << run.output;
     // The restored bag would be scan.bag, which is there.
-    run = runTool("decompress scan.zul.bag", folder_);
+    run = runTool("decompress scan.zul.bag", folder);
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.output.find("scan.bag: exists already"), std::string::npos) << run.output;
-    run = runTool("decompress -q scan.zul.bag back.bag", folder_);
+    run = runTool("decompress -q scan.zul.bag back.bag", folder);
     ASSERT_EQ(run.status, 0) << run.output;
-    BagReader reader((folder_ / "back.bag").string());
+    BagReader reader((folder / "back.bag").string());
     BagRecord record;
     size_t message = 0;
     while (reader.next(record)) {
@@ -100,16 +92,16 @@ TEST_F(BagCommand, CompressInfoDecompress) {
 
 TEST_F(BagCommand, DamagedBagsAreNamed) {
     std::vector<std::vector<uint8_t>> clouds;
-    writeRos1Bag(folder_ / "scan.bag", clouds);
-    fs::resize_file(folder_ / "scan.bag", fs::file_size(folder_ / "scan.bag") - 100);
-    ToolRun run = runTool("compress scan.bag", folder_);
+    writeRos1Bag(folder / "scan.bag", clouds);
+    fs::resize_file(folder / "scan.bag", fs::file_size(folder / "scan.bag") - 100);
+    ToolRun run = runTool("compress scan.bag", folder);
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.output.find("scan.bag: record at byte"), std::string::npos) << run.output;
-    { std::ofstream(folder_ / "notes.db3") << "no database"; }
-    run = runTool("info notes.db3", folder_);
+    { std::ofstream(folder / "notes.db3") << "no database"; }
+    run = runTool("info notes.db3", folder);
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.output.find("notes.db3"), std::string::npos) << run.output;
-    EXPECT_FALSE(fs::exists(folder_ / "notes.zul.db3"));
+    EXPECT_FALSE(fs::exists(folder / "notes.zul.db3"));
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include "ros/ros1_bag.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <map>
@@ -12,6 +11,7 @@
 #include "ros/ros1_bag_records.h"
 #include "ros/sample/cloud_compare.h"
 #include "ros/sample/sensor_messages.h"
+#include "support/temp_folder.h"
 
 namespace zul::ros {
 namespace {
@@ -48,12 +48,11 @@ std::map<std::pair<std::string, int>, std::vector<uint8_t>> readAll(const fs::pa
     return out;
 }
 
-class Ros1Bag : public ::testing::Test {
+class Ros1Bag : public TempFolderTest {
 protected:
     void SetUp() override {
-        folder_ = fs::temp_directory_path() / ("zul_ros1_bag_" + std::to_string(getpid()));
-        fs::create_directories(folder_);
-        BagWriter writer((folder_ / "scan.bag").string());
+        TempFolderTest::SetUp();
+        BagWriter writer((folder / "scan.bag").string());
         writer.connection(0, "/points", connectionHeader("/points", kRos1PointCloud2Type));
         writer.connection(1, "/odom", connectionHeader("/odom", "nav_msgs/Odometry"));
         for (uint32_t i = 0; i < 12; ++i) {
@@ -71,14 +70,12 @@ protected:
         writer.message(0, 200, damaged.data(), damaged.size());
         writer.close();
     }
-    void TearDown() override { fs::remove_all(folder_); }
-    fs::path folder_;
     std::vector<std::vector<uint8_t>> clouds_;
 };
 
 TEST_F(Ros1Bag, CloudTopicsCompressAndComeBack) {
-    const fs::path bag = folder_ / "scan.bag", packed = folder_ / "scan.zul.bag",
-                   back = folder_ / "back.bag";
+    const fs::path bag = folder / "scan.bag", packed = folder / "scan.zul.bag",
+                   back = folder / "back.bag";
     const BagResult result = compressRos1Bag(bag.string(), packed.string());
     EXPECT_EQ(result.converted, 12u);
     ASSERT_EQ(result.problems.size(), 1u);
@@ -119,8 +116,7 @@ TEST_F(Ros1Bag, CloudTopicsCompressAndComeBack) {
 }
 
 TEST_F(Ros1Bag, CutBagKeepsWhatComesBeforeTheCut) {
-    const fs::path bag = folder_ / "scan.bag", cut = folder_ / "cut.bag",
-                   packed = folder_ / "out.bag";
+    const fs::path bag = folder / "scan.bag", cut = folder / "cut.bag", packed = folder / "out.bag";
     fs::copy_file(bag, cut);
     fs::resize_file(cut, fs::file_size(bag) * 2 / 3);
     const BagResult result = compressRos1Bag(cut.string(), packed.string());
@@ -132,7 +128,7 @@ TEST_F(Ros1Bag, CutBagKeepsWhatComesBeforeTheCut) {
     EXPECT_GT(result.converted, 0u);
     EXPECT_GT(listRos1Bag(packed.string()).size(), 0u);
 
-    EXPECT_THROW(compressRos1Bag((folder_ / "none.bag").string(), packed.string()), Error);
+    EXPECT_THROW(compressRos1Bag((folder / "none.bag").string(), packed.string()), Error);
     EXPECT_FALSE(fs::exists(packed));
 }
 

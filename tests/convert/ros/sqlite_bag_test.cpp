@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -12,6 +11,7 @@
 
 #include "ros/sample/cloud_compare.h"
 #include "ros/sample/sensor_messages.h"
+#include "support/temp_folder.h"
 
 namespace zul::ros {
 namespace {
@@ -75,15 +75,7 @@ std::map<std::pair<std::string, int64_t>, std::vector<uint8_t>> readBag(const fs
     return out;
 }
 
-class SqliteBag : public ::testing::Test {
-protected:
-    void SetUp() override {
-        folder_ = fs::temp_directory_path() / ("zul_ros_bag_" + std::to_string(getpid()));
-        fs::create_directories(folder_);
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-    fs::path folder_;
-};
+using SqliteBag = TempFolderTest;
 
 TEST_F(SqliteBag, CloudTopicsCompressAndComeBack) {
     std::vector<BagMessage> messages;
@@ -100,8 +92,8 @@ TEST_F(SqliteBag, CloudTopicsCompressAndComeBack) {
     std::vector<uint8_t> damaged = messages[0].data;
     damaged.resize(damaged.size() / 2);
     messages.push_back({1, 3000, damaged});
-    const fs::path bag = folder_ / "scan.db3", packed = folder_ / "scan.zul.db3",
-                   back = folder_ / "back.db3";
+    const fs::path bag = folder / "scan.db3", packed = folder / "scan.zul.db3",
+                   back = folder / "back.db3";
     writeBag(bag, messages);
 
     uint64_t calls = 0;
@@ -147,7 +139,7 @@ TEST_F(SqliteBag, CloudTopicsCompressAndComeBack) {
 }
 
 TEST_F(SqliteBag, InterruptedWritesNothingAndOtherFilesAreNamed) {
-    const fs::path bag = folder_ / "scan.db3", packed = folder_ / "out.db3";
+    const fs::path bag = folder / "scan.db3", packed = folder / "out.db3";
     writeBag(bag, {{1, 1,
                     writePointCloud2(testing::makeSensorMessage({Sensor::FlatLidar, 1, 100},
                                                                 Wire::CdrLittle, false, 1))},
@@ -159,7 +151,7 @@ TEST_F(SqliteBag, InterruptedWritesNothingAndOtherFilesAreNamed) {
     EXPECT_TRUE(result.interrupted);
     EXPECT_FALSE(fs::exists(packed));
 
-    const fs::path text = folder_ / "notes.db3";
+    const fs::path text = folder / "notes.db3";
     {
         std::ofstream(text)
             << "not a database at all, but long enough to be read as a header......";
