@@ -72,22 +72,8 @@ int restoreRecords(const DecompressOptions& options, Format format, zul_xin_Read
 
     IndexGuard index;
     ZulFileHead head;
-    errno = 0;
-    const zul_Status opened =
-        openIndex(options.input, false, options.chunkBudgetMiB, options.pointDensity, index, head);
-    if (opened != zul_STATUS_OK && options.salvage) throwNothingSalvaged(options, opened);
-    checkStatus(opened, options.input, ZulStage::Open);
-    int64_t usable = 0;
-    zul_idx_getCounts(index.index, &usable, nullptr);
-    const WalkEnd intact =
-        options.salvage ? findIntactPoints(options, index.index, head) : WalkEnd{};
-    if (options.salvage) {
-        usable = static_cast<int64_t>(intact.intactChunks);
-    } else {
-        zul_Status damage = zul_STATUS_OK;
-        zul_idx_getDamage(index.index, &damage, nullptr, nullptr);
-        checkStatus(damage, options.input, ZulStage::Read);
-    }
+    WalkEnd intact;
+    const int64_t usable = openForRestore(options, index, head, intact);
     std::vector<int64_t> chunks(static_cast<size_t>(usable));
     std::iota(chunks.begin(), chunks.end(), int64_t{0});
 

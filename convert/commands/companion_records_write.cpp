@@ -21,12 +21,7 @@ using namespace zulformats;
 
 namespace {
 
-void check(zul_Status status, const std::string& companion) {
-    if (status != zul_STATUS_OK) {
-        throw FormatError(companion + ": the companion cannot be written (" +
-                          zul_x_statusText(status) + ")");
-    }
-}
+const auto check = &checkCompanion;
 
 // The file's bytes before its first record and after its last.
 std::vector<unsigned char> sourceBytes(const std::string& path, uint64_t begin, uint64_t end) {
@@ -58,13 +53,7 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
     // holds from what it gives.
     IndexGuard index;
     ZulFileHead head;
-    const zul_Status opened =
-        openIndex(streamPath, false, zulbase::kMaxChunkBudgetMiB, 0, index, head);
-    if (opened != zul_STATUS_OK) check(opened, shown);
-    int64_t numChunks = 0;
-    zul_idx_getCounts(index.index, &numChunks, nullptr);
-    std::vector<int64_t> chunkList(static_cast<size_t>(numChunks));
-    for (int64_t c = 0; c < numChunks; ++c) chunkList[static_cast<size_t>(c)] = c;
+    const std::vector<int64_t> chunkList = openWrittenStream(streamPath, shown, index, head);
     std::vector<int64_t> chunkStart(1, 0);
     std::vector<uint64_t> inputOf;
     std::vector<std::vector<unsigned char>> residuals(columns.size());

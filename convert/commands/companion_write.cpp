@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <numeric>
 
 #include "commands/chunk_batches.h"
 #include "commands/chunk_walk.h"
@@ -235,14 +236,27 @@ void copyColumn(const unsigned char* from, size_t stride, size_t width, size_t n
     }
 }
 
-void check(zul_Status status, const std::string& companion) {
+const auto check = &checkCompanion;
+
+}  // namespace
+
+void checkCompanion(zul_Status status, const std::string& companion) {
     if (status != zul_STATUS_OK) {
         throw FormatError(companion + ": the companion cannot be written (" +
                           zul_x_statusText(status) + ")");
     }
 }
 
-}  // namespace
+std::vector<int64_t> openWrittenStream(const std::string& streamPath, const std::string& shown,
+                                       IndexGuard& index, ZulFileHead& head) {
+    checkCompanion(openIndex(streamPath, false, zulbase::kMaxChunkBudgetMiB, 0, index, head),
+                   shown);
+    int64_t numChunks = 0;
+    zul_idx_getCounts(index.index, &numChunks, nullptr);
+    std::vector<int64_t> chunks(static_cast<size_t>(numChunks));
+    std::iota(chunks.begin(), chunks.end(), int64_t{0});
+    return chunks;
+}
 
 CompanionRecorder::CompanionRecorder(const CompressOptions& options, Format format,
                                      const CloudReader& reader, double intensityFactor)
@@ -346,13 +360,7 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     // Pass 1: what the stream gives of every stored point's values, against its record.
     IndexGuard index;
     ZulFileHead head;
-    const zul_Status opened =
-        openIndex(streamPath, false, zulbase::kMaxChunkBudgetMiB, 0, index, head);
-    if (opened != zul_STATUS_OK) check(opened, shown);
-    int64_t numChunks = 0;
-    zul_idx_getCounts(index.index, &numChunks, nullptr);
-    std::vector<int64_t> chunkList(static_cast<size_t>(numChunks));
-    for (int64_t c = 0; c < numChunks; ++c) chunkList[static_cast<size_t>(c)] = c;
+    const std::vector<int64_t> chunkList = openWrittenStream(streamPath, shown, index, head);
     std::vector<int64_t> chunkStart(1, 0);
     // The differences of X, Y and Z, of the points that have any (few, as a rule).
     struct XyzResidual {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "commands/chunk_walk.h"
 #include "commands/commands.h"
 #include "commands/output_file.h"
 #include "commands/point_plan.h"
@@ -24,6 +25,14 @@ std::string companionPath(const std::string& streamPath);
 // The companion's output beside the stream's, when one is written; the pair is one: without one, a
 // companion left beside the output from before is removed with -f and refused without.
 std::unique_ptr<OutputFile> openCompanionOutput(const CompressOptions& options, bool active);
+
+// Throws FormatError "COMPANION: the companion cannot be written (REASON)" for a failed status.
+void checkCompanion(zul_Status status, const std::string& companion);
+
+// Opens the index of the stream just written at `streamPath` (the tool's own: the stored frame,
+// no budget or density limit) and returns every chunk's number; a failure names `shown`.
+std::vector<int64_t> openWrittenStream(const std::string& streamPath, const std::string& shown,
+                                       IndexGuard& index, ZulFileHead& head);
 
 class CompanionRecorder {
 public:

@@ -1,8 +1,10 @@
 #include "commands/salvage.h"
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 
+#include "commands/status_text.h"
 #include "formats/cloud.h"
 
 namespace zulconvert {
@@ -17,6 +19,25 @@ WalkEnd findIntactPoints(const DecompressOptions& options, zul_idx_Index index,
 WalkEnd findIntactPoints(const DecompressOptions& options, StreamMembers& members) {
     return walkMembers(options.input, members, true, options.threads,
                        [](size_t, const ChunkEntry&) {});
+}
+
+int64_t openForRestore(const DecompressOptions& options, IndexGuard& index, ZulFileHead& head,
+                       WalkEnd& intact) {
+    errno = 0;
+    const zul_Status opened =
+        openIndex(options.input, false, options.chunkBudgetMiB, options.pointDensity, index, head);
+    if (opened != zul_STATUS_OK && options.salvage) throwNothingSalvaged(options, opened);
+    checkStatus(opened, options.input, ZulStage::Open);
+    if (options.salvage) {
+        intact = findIntactPoints(options, index.index, head);
+        return static_cast<int64_t>(intact.intactChunks);
+    }
+    zul_Status damage = zul_STATUS_OK;
+    zul_idx_getDamage(index.index, &damage, nullptr, nullptr);
+    checkStatus(damage, options.input, ZulStage::Read);
+    int64_t usable = 0;
+    zul_idx_getCounts(index.index, &usable, nullptr);
+    return usable;
 }
 
 void throwNothingSalvaged(const DecompressOptions& options, zul_Status status) {

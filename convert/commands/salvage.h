@@ -17,6 +17,12 @@ WalkEnd findIntactPoints(const DecompressOptions& options, zul_idx_Index index,
 // The same over every stream of a file of several one after another.
 WalkEnd findIntactPoints(const DecompressOptions& options, StreamMembers& members);
 
+// Opens the input's chunk index for a restore from its companion, in the stored frame (no
+// matrix), and returns the number of chunks to write: every listed one, or with --salvage those
+// before the first damage (`intact` says where it is); without --salvage, damage is refused.
+int64_t openForRestore(const DecompressOptions& options, IndexGuard& index, ZulFileHead& head,
+                       WalkEnd& intact);
+
 // The FormatError for an input whose head cannot be read, so that nothing can be salvaged.
 [[noreturn]] void throwNothingSalvaged(const DecompressOptions& options, zul_Status status);
 
