@@ -22,7 +22,8 @@ const std::string& sampleZul() {
     static const std::string bytes = [] {
         const std::string path = std::filesystem::temp_directory_path() /
                                  ("zul_tool_sample_" + std::to_string(::getpid()) + ".zul");
-        runTool("compress -q --chunk 5000 " + dataFile("4_6_crop.las") + " " + path);
+        runTool("compress -q -f --no-companion --chunk 5000 " + dataFile("4_6_crop.las") + " " +
+                path);
         std::string result = readFile(path);
         std::remove(path.c_str());
         return result;
