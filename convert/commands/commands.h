@@ -43,6 +43,9 @@ struct CompressOptions {
     int threads = 0;                 // encoding threads; 0: one a core
     std::string companion = "auto";  // NAME.zulx: auto (when the input holds more), always, never
     bool keepOrder = false;          // the companion keeps the input's order
+    // The companion keeps the float bits of a PCD or PLY file's positions and normals that the
+    // step and the stream's normals round away.
+    bool exact = false;
     // The sync marker from the system's randomness, not from the points.
     bool randomMarker = false;
     CompressReport* report = nullptr;  // filled at the end when set

@@ -95,6 +95,13 @@ void storeNumber(const RecordField& field, double v, unsigned char* out) {
 }
 
 template <typename T>
+double loadAs(const unsigned char* bytes) {
+    T value;
+    std::memcpy(&value, bytes, sizeof value);
+    return static_cast<double>(value);
+}
+
+template <typename T>
 void combine(unsigned char* a, const unsigned char* b, bool add) {
     T x, y;
     std::memcpy(&x, a, sizeof x);
@@ -229,6 +236,47 @@ void streamValue(const RecordField& field, const StreamPoint& point, double inte
                 out);
         default:
             std::memset(out, 0, static_cast<size_t>(field.size));
+    }
+}
+
+double loadNumber(const RecordField& field, const unsigned char* bytes) {
+    switch (fieldType(field.kind, field.size)) {
+        case zul_FIELD_F32:
+            return loadAs<float>(bytes);
+        case zul_FIELD_F64:
+            return loadAs<double>(bytes);
+        case zul_FIELD_U8:
+            return loadAs<uint8_t>(bytes);
+        case zul_FIELD_U16:
+            return loadAs<uint16_t>(bytes);
+        case zul_FIELD_U32:
+            return loadAs<uint32_t>(bytes);
+        case zul_FIELD_U64:
+            return loadAs<uint64_t>(bytes);
+        case zul_FIELD_I8:
+            return loadAs<int8_t>(bytes);
+        case zul_FIELD_I16:
+            return loadAs<int16_t>(bytes);
+        case zul_FIELD_I32:
+            return loadAs<int32_t>(bytes);
+        case zul_FIELD_I64:
+            return loadAs<int64_t>(bytes);
+        default:
+            return std::numeric_limits<double>::quiet_NaN();
+    }
+}
+
+bool roundedGeometry(const RecordField& field) {
+    switch (field.role) {
+        case FieldRole::X:
+        case FieldRole::Y:
+        case FieldRole::Z:
+        case FieldRole::NX:
+        case FieldRole::NY:
+        case FieldRole::NZ:
+            return true;
+        default:
+            return false;
     }
 }
 

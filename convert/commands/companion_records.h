@@ -52,6 +52,13 @@ struct StreamPoint {
 void streamValue(const zulformats::RecordField& field, const StreamPoint& point,
                  double intensityFactor, unsigned char* out);
 
+// The number a field's bytes (little-endian, field.size) hold; NaN for a field of raw bytes.
+double loadNumber(const zulformats::RecordField& field, const unsigned char* bytes);
+
+// Whether a field is geometry the stream rounds (a position or a normal): its residual is kept
+// only on request (--exact).
+bool roundedGeometry(const zulformats::RecordField& field);
+
 // `a` minus / plus `b`, as unsigned integers of `width` bytes (1, 2, 4 or 8), modulo 2^(8 width).
 void subtractValue(unsigned char* a, const unsigned char* b, int width);
 void addValue(unsigned char* a, const unsigned char* b, int width);

@@ -2,6 +2,7 @@
 // into the columns of companion_records.h; the points the stream could not hold as rows.
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -40,6 +41,43 @@ std::vector<unsigned char> sourceBytes(const std::string& path, uint64_t begin, 
     return bytes;
 }
 
+// How far the stream moves a geometry field from the file's values: the largest distance (NaN
+// once one is not finite) and how many values it changes.
+struct Rounding {
+    double largest = 0;
+    int64_t changed = 0;
+};
+
+// A distance of the note, rounded up to 3 digits; `half` (half a step) when within it.
+std::string distanceText(double distance, double half) {
+    char text[32];
+    if (distance <= half) {
+        std::snprintf(text, sizeof text, "%.6g", half);
+    } else {
+        const double unit = std::pow(10.0, std::floor(std::log10(distance)) - 2);
+        std::snprintf(text, sizeof text, "%.3g", std::ceil(distance / unit) * unit);
+    }
+    return text;
+}
+
+// What the stream rounds of the positions (`normals` false) or normals, as the tool's note and the
+// report's change: empty when no value changes.
+std::string roundingNote(bool normals, double step, const Rounding& r, bool forPython) {
+    if (r.changed == 0) return std::string();
+    char stepText[32];
+    std::snprintf(stepText, sizeof stepText, "%.6g", step);
+    const std::string how =
+        normals ? "normals are kept as the stream's directions, each component within " +
+                      distanceText(r.largest, 0) + " of its float"
+                : std::string("positions are kept at a step of ") + stepText + ", each within " +
+                      distanceText(r.largest, step / 2) + " of its float";
+    return how + (forPython ? " (exact=True keeps their float bits in the companion)"
+                            : " (--exact keeps their float bits in the companion)");
+}
+
+// A normal's component the stream moves farther than this is no rounding: its bits are kept.
+constexpr double kNormalLimit = 0.05;
+
 }  // namespace
 
 std::string CompanionRecorder::writeRecords(const std::string& streamPath,
@@ -58,6 +96,7 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
     std::vector<uint64_t> inputOf;
     std::vector<std::vector<unsigned char>> residuals(columns.size());
     std::vector<bool> anyResidual(columns.size(), false);
+    std::vector<Rounding> rounding(columns.size());
     PointMatcher matcher(keys_, kept_);
     ChunkBatches batches(streamPath, index.index, false, chunkList, threads);
     const zul_Header2& header = head.header;
@@ -85,6 +124,13 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
                 const RecordField& field = layout.fields[columns[c].field];
                 streamValue(field, p, intensityFactor_, given);
                 std::memcpy(value, record + field.offset, static_cast<size_t>(field.size));
+                if (roundedGeometry(field) &&
+                    std::memcmp(value, given, static_cast<size_t>(field.size)) != 0) {
+                    Rounding& r = rounding[c];
+                    const double d = std::fabs(loadNumber(field, value) - loadNumber(field, given));
+                    if (!(d <= r.largest) && r.largest == r.largest) r.largest = d;  // NaN stays
+                    ++r.changed;
+                }
                 subtractValue(value, given, field.size);
                 residuals[c].insert(residuals[c].end(), value, value + field.size);
                 if (!anyResidual[c])
@@ -99,6 +145,32 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
         }
     }
     if (batches.status() != zul_STATUS_OK) check(batches.status(), shown);
+
+    // Without --exact, the residuals of positions and normals the stream holds within its
+    // rounding are left out, and the notes say how far they moved.
+    const double* m = header.transformation;
+    const double step = static_cast<double>(head.dataType.quantizationStep) *
+                        (header.enabled ? std::sqrt(m[0] * m[0] + m[1] * m[1] + m[2] * m[2]) : 1);
+    Rounding moved[2];  // positions, normals
+    for (size_t c = 0; c < columns.size(); ++c) {
+        const RecordField& field = layout.fields[columns[c].field];
+        if (options_.exact || !columns[c].residual || !roundedGeometry(field)) continue;
+        const bool normal = field.role >= FieldRole::NX;
+        const Rounding& r = rounding[c];
+        if (!(r.largest <= (normal ? kNormalLimit : step)) || (normal && !head.present[3]))
+            continue;
+        anyResidual[c] = false;
+        moved[normal].largest = std::max(moved[normal].largest, r.largest);
+        moved[normal].changed += r.changed;
+    }
+    for (const bool normal : {false, true}) {
+        const std::string note = roundingNote(normal, step, moved[normal], false);
+        if (!note.empty() && !options_.quiet)
+            std::fprintf(stderr, "zul: %s: %s\n", shownInput(options_).c_str(), note.c_str());
+        if (!note.empty() && options_.report)
+            options_.report->changed.emplace_back(roundingNote(normal, step, moved[normal], true),
+                                                  moved[normal].changed);
+    }
 
     // Pass 2: the companion.
     zul_xout_Writer writer = nullptr;
@@ -173,7 +245,8 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
     check(zul_xout_finish(writer, nullptr, nullptr), shown);
     const int fields = static_cast<int>(
         std::count_if(fieldOf.begin(), fieldOf.end(), [](int32_t f) { return f >= 0; }));
-    std::string kept = std::to_string(fields) + " fields of every point";
+    std::string kept =
+        std::to_string(fields) + (fields == 1 ? " field" : " fields") + " of every point";
     if (!rowIndices.empty())
         kept += ", the " + std::to_string(rowIndices.size()) + " points the stream cannot hold";
     if (keepOrder_) kept += layout.height > 1 ? ", the organised layout" : ", the input's order";

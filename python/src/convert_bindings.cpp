@@ -64,6 +64,7 @@ py::tuple compress(const std::string& source, const std::string& target, py::dic
     take(options, "quiet", o.quiet);
     take(options, "companion", o.companion);
     take(options, "keep_order", o.keepOrder);
+    take(options, "exact", o.exact);
     if (o.companion != "auto" && o.companion != "always" && o.companion != "never") {
         throw py::value_error("companion=\"" + o.companion + "\": use auto, always or never");
     }

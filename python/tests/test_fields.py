@@ -97,6 +97,20 @@ def test_pcd_fields_by_their_names(tmp_path):
     assert not any(name.endswith("_residual") for name in cloud.fields)
 
 
+@pytest.mark.parametrize("exact, position, normal", [(False, 0.000501, 0.0134), (True, 0, 0)])
+def test_pcd_float_bits_only_with_exact(tmp_path, exact, position, normal):
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", zul.FieldsWarning)
+        report = zul.compress(data("bun0.pcd"), tmp_path / "a.zul", keep_order=True, exact=exact)
+    assert len([kind for kind in report.changed if "exact=True" in kind]) == (0 if exact else 2)
+    zul.decompress(tmp_path / "a.zul", tmp_path / "b.pcd")
+    source = np.loadtxt(data("bun0.pcd"), skiprows=11, dtype=np.float32)
+    back = np.loadtxt(tmp_path / "b.pcd", skiprows=11, dtype=np.float32)
+    np.testing.assert_allclose(back[:, :3], source[:, :3], rtol=0, atol=position)
+    np.testing.assert_allclose(back[:, 3:6], source[:, 3:6], rtol=0, atol=normal)
+    np.testing.assert_array_equal(back[:, 6], source[:, 6])
+
+
 @pytest.mark.parametrize("name, options, kept, dropped", [
     ("sample_c.las", {}, "keeps 7 fields of every point", []),
     ("table_scene_mug_stereo_textured.pcd", {}, "the 97920 points the stream cannot hold", []),

@@ -43,7 +43,9 @@ def compress(src, dst, **options):
     keeps a LAS file's header and every field of its records; ``"always"``, ``"never"``) and
     ``keep_order`` (the companion keeps the input's order: a LAS comes back byte for byte).
     A PCD or PLY file's header and every field (and an organised PCD's layout, NaN points
-    included) are kept the same way.
+    included) are kept the same way, but its float positions and normals come back as the
+    stream holds them (within half a step; said in ``changed``) unless ``exact=True`` keeps
+    their float bits too (with ``keep_order``, a binary PCD or PLY comes back byte for byte).
 
     Returns a :class:`CompressReport`: ``dst`` as a ``str``, with ``kept``, ``dropped`` and
     ``changed``; what was dropped or changed is also issued as a :class:`zul.FieldsWarning`.

@@ -133,8 +133,11 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
         "--no-companion", [&compress] { compress.companion = "never"; },
         "never write NAME.zulx: what the stream cannot hold is left out");
     c.add_flag("--keep-order", compress.keepOrder,
-               "the companion keeps the input's order: LAS, binary PCD and PLY come back byte "
-               "for byte (an organised PCD's order is kept always)");
+               "the companion keeps the input's order: LAS comes back byte for byte, binary PCD "
+               "and PLY with --exact too (an organised PCD's order is kept always)");
+    c.add_flag("--exact", compress.exact,
+               "the companion keeps the float bits of PCD and PLY positions and normals that the "
+               "step and the stream's normals round (default: each within half a step, said)");
     c.add_flag("--random-marker", compress.randomMarker,
                "draw the sync marker from the system's randomness (default: from the points, so "
                "the same input and options give the same bytes)");
@@ -182,6 +185,10 @@ void checkCompress(const CLI::App& c, const CompressOptions& options) {
     if (options.keepOrder && options.companion == "never") {
         throw UsageError(
             "--keep-order keeps the order in the companion that --no-companion leaves out");
+    }
+    if (options.exact && options.companion == "never") {
+        throw UsageError(
+            "--exact keeps float bits in the companion that --no-companion leaves out");
     }
     if (!zulbase::chunkSizeValid(options.chunk)) {
         throw UsageError("--chunk " + std::to_string(options.chunk) + ": a chunk holds 1 to " +

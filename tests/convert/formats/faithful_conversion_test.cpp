@@ -223,8 +223,11 @@ const ReportCase kReportCases[] = {
     {"organised layout", "table_scene_mug_stereo_textured.pcd", nullptr, "--no-companion",
      "left out: alpha, the organised 640 x 480 layout"},
     {"organised layout kept", "table_scene_mug_stereo_textured.pcd", nullptr, "",
-     "out.zul keeps 4 fields of every point, the 97920 points the stream cannot hold, the "
+     "out.zul keeps 1 field of every point, the 97920 points the stream cannot hold, the "
      "organised layout and the PCD header"},
+    {"positions rounded", "table_scene_mug_stereo_textured.pcd", nullptr, "",
+     "positions are kept at a step of 0.001, each within 0.000501 of its float (--exact keeps "
+     "their float bits in the companion)"},
 };
 
 class Report : public ToolTest, public ::testing::WithParamInterface<ReportCase> {};
