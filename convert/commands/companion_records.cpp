@@ -201,7 +201,8 @@ void streamValue(const RecordField& field, const StreamPoint& point, double inte
     const auto channel = [&](int c) -> double {
         if (!point.color) return 0;
         const double v = point.color[c];
-        return field.kind == 'f' ? v / 255.0 : field.size >= 2 ? v * 257.0 : v;
+        // A text file's channel (8 bytes) is the number itself.
+        return field.kind == 'f' ? v / 255.0 : field.size == 8 || field.size == 1 ? v : v * 257.0;
     };
     switch (field.role) {
         case FieldRole::X:
@@ -287,8 +288,47 @@ void addValue(unsigned char* a, const unsigned char* b, int width) {
     combineValue(a, b, width, true);
 }
 
+double worldStep(const ZulFileHead& head) {
+    const double* m = head.header.transformation;
+    return static_cast<double>(head.dataType.quantizationStep) *
+           (head.header.enabled ? std::sqrt(m[0] * m[0] + m[1] * m[1] + m[2] * m[2]) : 1);
+}
+
+bool isTextFormat(Format format) { return format == Format::Xyz || format == Format::Csv; }
+
+void wholeNumberColumns(RecordLayout& layout, std::vector<unsigned char>& records) {
+    const size_t n = layout.size == 0 ? 0 : records.size() / layout.size;
+    for (RecordField& field : layout.fields) {
+        if (field.kind != 'f' || field.size != 8 || roundedGeometry(field)) continue;
+        bool whole = true;
+        for (size_t i = 0; i < n && whole; ++i) {
+            double v;
+            std::memcpy(&v, records.data() + i * layout.size + field.offset, 8);
+            whole = v == std::floor(v) && v >= -9223372036854775808.0 &&
+                    v < 9223372036854775808.0 && !(v == 0 && std::signbit(v));
+        }
+        if (!whole) {
+            if (field.role >= FieldRole::Red && field.role <= FieldRole::Blue)
+                field.role = FieldRole::None;
+            continue;
+        }
+        for (size_t i = 0; i < n; ++i) {
+            unsigned char* at = records.data() + i * layout.size + field.offset;
+            double v;
+            std::memcpy(&v, at, 8);
+            const int64_t k = static_cast<int64_t>(v);
+            std::memcpy(at, &k, 8);
+        }
+        field.kind = 'i';
+    }
+}
+
 std::string recordFormatText(Format format, const RecordLayout& layout) {
-    return std::string(format == Format::Pcd ? "pcd " : "ply ") + layout.encoding;
+    return std::string(format == Format::Pcd   ? "pcd "
+                       : format == Format::Ply ? "ply "
+                       : format == Format::Csv ? "csv "
+                                               : "xyz ") +
+           layout.encoding;
 }
 
 }  // namespace zulconvert

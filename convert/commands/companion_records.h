@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "commands/chunk_walk.h"
 #include "commands/commands.h"
 #include "formats/cloud.h"
 #include "zul_companion.h"
@@ -59,14 +60,30 @@ double loadNumber(const zulformats::RecordField& field, const unsigned char* byt
 // only on request (--exact).
 bool roundedGeometry(const zulformats::RecordField& field);
 
+// The stream's step in the world's units (through the sensor header's scale).
+double worldStep(const ZulFileHead& head);
+
 // `a` minus / plus `b`, as unsigned integers of `width` bytes (1, 2, 4 or 8), modulo 2^(8 width).
 void subtractValue(unsigned char* a, const unsigned char* b, int width);
 void addValue(unsigned char* a, const unsigned char* b, int width);
 
-// The companion's format text: "pcd binary", "ply binary_big_endian" ...
+// Whether the format is text (XYZ, CSV): its records are a line's values, float64 each.
+bool isTextFormat(zulformats::Format format);
+
+// Of a text file's records: each column of float64 values (not a position or normal) whose every
+// value is a whole number of int64 other than -0 becomes an int64 column, in `records` too; a
+// colour column that does not is kept whole (role None), the stream's channel being a whole
+// number.
+void wholeNumberColumns(zulformats::RecordLayout& layout, std::vector<unsigned char>& records);
+
+// The companion's format text: "pcd binary", "ply binary_big_endian", "xyz space", "csv comma" ...
 std::string recordFormatText(zulformats::Format format, const zulformats::RecordLayout& layout);
 
-// decompress of a PCD or PLY file's stream into its own format, from the companion `path`
+// Whether a companion of source `kind` (its format word in `reader`) rebuilds an output of
+// `format` from its records: a PCD's a PCD, a PLY's a PLY, an XYZ or CSV text's the same.
+bool ownsRecords(zul_SourceKind kind, zulformats::Format format, zul_xin_Reader reader);
+
+// decompress of a PCD, PLY or text file's stream into its own format, from the companion `path`
 // (`reader`, open and bound to the input's stream): the source's header, every record rebuilt
 // from the stream and the columns, the points the stream could not hold back in their places,
 // in the input's order when the companion keeps it. Returns the exit code.

@@ -18,6 +18,8 @@
 #include "commands/salvage.h"
 #include "formats/byte_output.h"
 #include "formats/record_writer.h"
+#include "formats/text_numbers.h"
+#include "formats/text_records.h"
 
 namespace zulconvert {
 
@@ -30,7 +32,35 @@ namespace {
                       "; decompress with --no-companion to write the stream alone");
 }
 
+// How a text output spells each field: a position or normal whose residual the companion lacks
+// as the stream rounded it, every other value exactly.
+std::vector<TextSpelling> textSpelling(const RecordLayout& layout,
+                                       const std::vector<RecordColumn>& columns,
+                                       const std::vector<int32_t>& fieldOf,
+                                       const std::string& rounded) {
+    std::vector<TextSpelling> spelling(layout.fields.size(), TextSpelling::Exact);
+    const std::string names = " " + rounded + " ";
+    for (size_t c = 0; c < columns.size(); ++c) {
+        const RecordField& field = layout.fields[columns[c].field];
+        if (columns[c].residual && fieldOf[c] < 0 && roundedGeometry(field) &&
+            names.find(" " + columns[c].name + " ") != std::string::npos)
+            spelling[columns[c].field] =
+                field.role >= FieldRole::NX ? TextSpelling::Float : TextSpelling::Decimals;
+    }
+    return spelling;
+}
+
 }  // namespace
+
+bool ownsRecords(zul_SourceKind kind, Format format, zul_xin_Reader reader) {
+    if (kind == zul_SOURCE_PCD || kind == zul_SOURCE_PLY)
+        return format == (kind == zul_SOURCE_PCD ? Format::Pcd : Format::Ply);
+    const char* word = nullptr;
+    zul_xin_getFormat(reader, &word);
+    const std::string text = word ? word : "";
+    return kind == zul_SOURCE_OTHER && isTextFormat(format) &&
+           text.compare(0, 4, format == Format::Csv ? "csv " : "xyz ") == 0;
+}
 
 int restoreRecords(const DecompressOptions& options, Format format, zul_xin_Reader reader,
                    const std::string& path) {
@@ -213,8 +243,15 @@ int restoreRecords(const DecompressOptions& options, Format format, zul_xin_Read
     const bool recount = written != static_cast<uint64_t>(info.numPoints + rowCount);
     // --encoding writes another encoding of the format.
     if (!options.encoding.empty()) layout.encoding = options.encoding;
+    const bool text = isTextFormat(format);
+    if (text && !options.encoding.empty())
+        throw FormatError(options.output + ": --encoding is for PCD and PLY output");
+    const bool countLine = !conventionOf(reader, "count line").empty();
     const std::string headerPart =
-        recount || !options.encoding.empty()
+        text ? (recount && countLine
+                    ? recountTextHeader(std::string(source, source + headerSize), written)
+                    : std::string(source, source + headerSize))
+        : recount || !options.encoding.empty()
             ? rewriteHeader(std::string(source, source + headerSize), format,
                             recount ? static_cast<int64_t>(written) : -1, options.encoding)
             : std::string(source, source + headerSize);
@@ -227,7 +264,14 @@ int restoreRecords(const DecompressOptions& options, Format format, zul_xin_Read
     {
         ByteOutput out(output.temporaryPath());
         out.text(headerPart);
-        writeRecordData(out, options.output, format, layout, all.data(), written);
+        if (text) {
+            writeTextRecords(
+                out, options.output, layout,
+                textSpelling(layout, columns, fieldOf, conventionOf(reader, "rounded")),
+                decimalsFor(worldStep(head)), all.data(), written);
+        } else {
+            writeRecordData(out, options.output, format, layout, all.data(), written);
+        }
         out.write(source + headerSize, sourceSize - headerSize);
         out.close();
     }

@@ -83,7 +83,8 @@ constexpr double kNormalLimit = 0.05;
 std::string CompanionRecorder::writeRecords(const std::string& streamPath,
                                             const std::string& companionPath, int threads) {
     const std::string shown = zulconvert::companionPath(options_.output);
-    const RecordLayout& layout = *reader_.records();
+    RecordLayout layout = *reader_.records();
+    if (isTextFormat(format_)) wholeNumberColumns(layout, records_);
     const size_t width = layout.size;
     const std::vector<RecordColumn> columns = recordColumns(layout);
 
@@ -148,10 +149,9 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
 
     // Without --exact, the residuals of positions and normals the stream holds within its
     // rounding are left out, and the notes say how far they moved.
-    const double* m = header.transformation;
-    const double step = static_cast<double>(head.dataType.quantizationStep) *
-                        (header.enabled ? std::sqrt(m[0] * m[0] + m[1] * m[1] + m[2] * m[2]) : 1);
-    Rounding moved[2];  // positions, normals
+    const double step = worldStep(head);
+    Rounding moved[2];    // positions, normals
+    std::string rounded;  // the residual columns left out
     for (size_t c = 0; c < columns.size(); ++c) {
         const RecordField& field = layout.fields[columns[c].field];
         if (options_.exact || !columns[c].residual || !roundedGeometry(field)) continue;
@@ -160,6 +160,7 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
         if (!(r.largest <= (normal ? kNormalLimit : step)) || (normal && !head.present[3]))
             continue;
         anyResidual[c] = false;
+        if (r.changed > 0) rounded += (rounded.empty() ? "" : " ") + columns[c].name;
         moved[normal].largest = std::max(moved[normal].largest, r.largest);
         moved[normal].changed += r.changed;
     }
@@ -189,13 +190,20 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
     if (keepOrder_) check(zul_xout_keepOrder(writer), shown);
     const std::vector<unsigned char> source =
         sourceBytes(options_.input, layout.dataBegin, reader_.dataEnd());
-    check(zul_xout_setSource(writer, format_ == Format::Pcd ? zul_SOURCE_PCD : zul_SOURCE_PLY,
+    check(zul_xout_setSource(writer,
+                             format_ == Format::Pcd   ? zul_SOURCE_PCD
+                             : format_ == Format::Ply ? zul_SOURCE_PLY
+                                                      : zul_SOURCE_OTHER,
                              source.data(), source.size()),
           shown);
     check(zul_xout_setFormat(writer, recordFormatText(format_, layout).c_str()), shown);
     check(zul_xout_addConvention(writer, "fields", layoutText(layout).c_str()), shown);
     check(zul_xout_addConvention(writer, "header size", std::to_string(layout.dataBegin).c_str()),
           shown);
+    if (!rounded.empty()) check(zul_xout_addConvention(writer, "rounded", rounded.c_str()), shown);
+    // A .pts file's first line counts the points.
+    if (isTextFormat(format_) && reader_.layout().pointCount >= 0)
+        check(zul_xout_addConvention(writer, "count line", "1"), shown);
     check(zul_xout_addConvention(writer, "intensity factor",
                                  shortestDecimal(intensityFactor_).c_str()),
           shown);
@@ -248,9 +256,12 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
     std::string kept =
         std::to_string(fields) + (fields == 1 ? " field" : " fields") + " of every point";
     if (!rowIndices.empty())
-        kept += ", the " + std::to_string(rowIndices.size()) + " points the stream cannot hold";
+        kept += ", the " + std::to_string(rowIndices.size()) +
+                (rowIndices.size() == 1 ? " point" : " points") + " the stream cannot hold";
     if (keepOrder_) kept += layout.height > 1 ? ", the organised layout" : ", the input's order";
-    return kept + " and the " + formatName(format_) + " header";
+    return kept + (isTextFormat(format_)
+                       ? " and the lines before the first point and after the last"
+                       : std::string(" and the ") + formatName(format_) + " header");
 }
 
 }  // namespace zulconvert

@@ -191,8 +191,7 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     zul_xin_getSource(guard.reader, &kind, &sourceBytes, &sourceSize);
     zul_CompanionInfo info = {};
     zul_xin_getInfo(guard.reader, &info);
-    const bool ownRecords = (kind == zul_SOURCE_PCD && format == Format::Pcd) ||
-                            (kind == zul_SOURCE_PLY && format == Format::Ply);
+    const bool ownRecords = ownsRecords(kind, format, guard.reader);
     if (ownRecords && !options.noTransform) {
         exitCode = restoreRecords(options, format, guard.reader, path);
         return true;

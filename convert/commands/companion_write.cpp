@@ -265,8 +265,7 @@ CompanionRecorder::CompanionRecorder(const CompressOptions& options, Format form
     // written: an input that cannot be read twice (a pipe) gets no fields.
     const bool regular = std::filesystem::is_regular_file(options.input);
     lasFields_ = format == Format::Las && regular;
-    recordFields_ =
-        (format == Format::Pcd || format == Format::Ply) && regular && reader.records() != nullptr;
+    recordFields_ = format != Format::Las && regular && reader.records() != nullptr;
     active_ = options.companion == "always" ||
               (options.companion != "never" && (lasFields_ || recordFields_));
     if (options.output == "-") active_ = false;  // standard output has no file beside it

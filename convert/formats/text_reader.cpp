@@ -7,7 +7,9 @@
 // red green blue, 7 + red green blue intensity, 9 + red green blue nx ny nz, 10 + red green blue
 // intensity nx ny nz. A .pts file may start with a line holding the point count alone. Other
 // lines starting with "#" or "//" are comments. Every point line holds exactly as many values as
-// there are columns.
+// there are columns. Each point's values are also handed out as a record of float64 fields, one a
+// column, for the companion to keep the columns the stream lacks and the lines before the first
+// point and after the last.
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -95,6 +97,7 @@ public:
         while (isComment(line_)) {
             const std::string text = uncommented(line_);
             if (!named) named = namesColumns(text, false);
+            extra_ = true;
             if (!nextLine()) in_.fail("the file holds no points");
         }
         if (named) {
@@ -123,15 +126,27 @@ public:
         layout_.hasIntensity = column_[Intensity] >= 0;
         layout_.floatIntensity = true;
         layout_.hasNormals = column_[Nx] >= 0 && column_[Ny] >= 0 && column_[Nz] >= 0;
+        describeRecords();
     }
+
+    // Only for a file that holds what the stream lacks: a column of no meaning to it, or comment
+    // lines before the first point.
+    const RecordLayout* records() const override { return extra_ ? &records_ : nullptr; }
+    const unsigned char* record() const override {
+        return reinterpret_cast<const unsigned char*>(values_.data());
+    }
+    uint64_t dataEnd() const override { return dataEnd_; }
 
     bool read(zul_Point& point) override {
         if (pending_) {
             pending_ = false;
         } else {
+            bool comment = false;
             do {
                 if (!nextLine()) return finished();
-            } while (isComment(line_));
+                if (comment && pointsRead_ > 0) ++comments_;
+                comment = isComment(line_);
+            } while (comment);
         }
         const std::vector<std::string> values = split(trimmed(line_), separator_);
         if (static_cast<int>(values.size()) != columns_) {
@@ -140,6 +155,8 @@ public:
         }
         values_.resize(values.size());
         for (size_t i = 0; i < values.size(); ++i) {
+            if (separator_ == ';' && values[i].find(',') != std::string::npos)
+                records_.encoding = "semicolon decimal-comma";
             if (!number(values[i], separator_, values_[i])) {
                 in_.fail("line " + std::to_string(lineNumber_) + ": value " +
                          std::to_string(i + 1) + " (\"" + printable(values[i]) +
@@ -149,7 +166,8 @@ public:
                               : ""));
             }
         }
-        ++pointsRead_;
+        if (pointsRead_++ == 0) records_.dataBegin = lineStart_;
+        dataEnd_ = in_.position();
         for (int c = 0; c < 3; ++c) point.position[c] = values_[column_[X + c]];
         if (layout_.hasColor) {
             for (int c = 0; c < 3; ++c) point.color[c] = colorChannel(values_[column_[Red + c]]);
@@ -175,6 +193,7 @@ private:
     // The next line that is not blank, counted; false at the end.
     bool nextLine() {
         do {
+            lineStart_ = in_.position();
             if (!in_.readLine(line_)) return false;
             ++lineNumber_;
         } while (isBlank(line_));
@@ -182,6 +201,12 @@ private:
     }
 
     bool finished() {
+        if (comments_ > 0) {
+            changes_
+                ["comment lines among the points left out (those before the first point and "
+                 "after the last are kept)"] += comments_;
+            comments_ = 0;
+        }
         if (announced_ >= 0 && pointsRead_ != announced_) {
             in_.fail("the first line announces " + std::to_string(announced_) +
                      " points, the file holds " + std::to_string(pointsRead_));
@@ -249,10 +274,54 @@ private:
         }
         if (!named || !xyz) return false;
         std::copy(std::begin(column), std::end(column), column_);
+        names_ = words;
         separator_ = separator;
         columns_ = static_cast<int>(words.size());
         for (const std::string& name : unknown) layout_.dropped.push_back("column " + name);
         return true;
+    }
+
+    // The record of every point: its columns as float64 fields named as the line of names has
+    // them (a name the layout text cannot hold made of "_", an empty one "column<k>"), or as
+    // their meaning; the stream's columns with their roles.
+    void describeRecords() {
+        static const char* const kMeaning[kColumns] = {"x",    "y",         "z",  "red", "green",
+                                                       "blue", "intensity", "nx", "ny",  "nz"};
+        static const FieldRole kRoles[kColumns] = {
+            FieldRole::X,    FieldRole::Y,         FieldRole::Z,  FieldRole::Red, FieldRole::Green,
+            FieldRole::Blue, FieldRole::Intensity, FieldRole::NX, FieldRole::NY,  FieldRole::NZ};
+        for (int i = 0; i < columns_; ++i) {
+            RecordField f;
+            f.kind = 'f';
+            f.size = 8;
+            f.offset = static_cast<size_t>(i) * 8;
+            f.name = i < static_cast<int>(names_.size()) ? names_[static_cast<size_t>(i)] : "";
+            for (int c = 0; c < kColumns; ++c) {
+                if (column_[c] != i) continue;
+                const bool kept = c < Red          ? true
+                                  : c < Intensity  ? layout_.hasColor
+                                  : c == Intensity ? layout_.hasIntensity
+                                                   : layout_.hasNormals;
+                if (kept) f.role = kRoles[c];
+                extra_ = extra_ || !kept;
+                if (f.name.empty()) f.name = kMeaning[c];
+            }
+            extra_ = extra_ || std::none_of(std::begin(column_), std::end(column_),
+                                            [&](int k) { return k == i; });
+            for (char& ch : f.name) {
+                if (ch == ' ' || ch == '\t' || ch == ';' || ch == '\0') ch = '_';
+            }
+            if (f.name.empty()) f.name = "column" + std::to_string(i + 1);
+            records_.fields.push_back(f);
+        }
+        records_.size = static_cast<size_t>(columns_) * 8;
+        records_.encoding = separator_ == ';'   ? "semicolon"
+                            : separator_ == ',' ? "comma"
+                            : line_.find('\t') != std::string::npos &&
+                                    line_.find(' ', firstText(line_)) == std::string::npos
+                                ? "tab"
+                                : "space";
+        values_.assign(static_cast<size_t>(columns_), 0.0);
     }
 
     void columnsByCount(size_t count) {
@@ -283,7 +352,12 @@ private:
     uint64_t lineNumber_ = 0;
     int64_t announced_ = -1;  // the point count of a .pts file's first line
     int64_t pointsRead_ = 0;
-    std::vector<double> values_;
+    std::vector<double> values_;  // the point line's values: its record
+    std::vector<std::string> names_;
+    RecordLayout records_;
+    uint64_t lineStart_ = 0, dataEnd_ = 0;
+    int64_t comments_ = 0;  // comment lines among the points
+    bool extra_ = false;    // the file holds what the stream lacks
 };
 
 }  // namespace

@@ -205,7 +205,11 @@ const ReportCase kReportCases[] = {
     // The largest budget the option takes reserves no more than the machine grants.
     {"largest order budget", "c.xyz", "x y z r g b\n1 2 3 256 0 0\n", "--order-budget 1048576",
      "changed 1 value: colour values outside 0 .. 255 clamped"},
-    {"column without a place", "k.csv", "x,y,z,class\n1,2,3,4\n", "", "left out: column class"},
+    {"column without a place", "k.csv", "x,y,z,class\n1,2,3,4\n", "--no-companion",
+     "left out: column class"},
+    {"column kept", "k.csv", "x,y,z,class\n1,2,3,4\n", "",
+     "out.zul keeps 1 field of every point and the lines before the first point and after the "
+     "last"},
     {"las fields", "4_6_crop.las", nullptr, "--no-companion",
      "left out: return numbers, classification, scan angle, point source ID, GPS time"},
     {"las fields kept", "4_6_crop.las", nullptr, "",
