@@ -268,7 +268,8 @@ int restoreRecords(const DecompressOptions& options, Format format, zul_xin_Read
             writeTextRecords(
                 out, options.output, layout,
                 textSpelling(layout, columns, fieldOf, conventionOf(reader, "rounded")),
-                decimalsFor(worldStep(head)), all.data(), written);
+                decimalsFor(worldStep(head)), all.data(), written,
+                headerSize >= 2 && source[headerSize - 2] == '\r' ? "\r\n" : "\n");
         } else {
             writeRecordData(out, options.output, format, layout, all.data(), written);
         }

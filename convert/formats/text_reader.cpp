@@ -12,6 +12,7 @@
 // point and after the last.
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -157,14 +158,9 @@ public:
         for (size_t i = 0; i < values.size(); ++i) {
             if (separator_ == ';' && values[i].find(',') != std::string::npos)
                 records_.encoding = "semicolon decimal-comma";
-            if (!number(values[i], separator_, values_[i])) {
-                in_.fail("line " + std::to_string(lineNumber_) + ": value " +
-                         std::to_string(i + 1) + " (\"" + printable(values[i]) +
-                         "\") is not a number" +
-                         (values[i].find(',') != std::string::npos
-                              ? " (decimals are written with a point)"
-                              : ""));
-            }
+            if (!number(values[i], separator_, values_[i])) fail(i, values[i]);
+            if (std::fabs(values_[i]) >= 9007199254740992.0 && !exactWhole(values[i], values_[i]))
+                count("whole numbers beyond 2^53 read as the nearest float64");
         }
         if (pointsRead_++ == 0) records_.dataBegin = lineStart_;
         dataEnd_ = in_.position();
@@ -188,6 +184,25 @@ private:
         if (line.find(';') != std::string::npos) return ';';
         if (line.find(',') != std::string::npos) return ',';
         return 0;
+    }
+
+    [[noreturn]] void fail(size_t i, const std::string& value) {
+        in_.fail(
+            "line " + std::to_string(lineNumber_) + ": value " + std::to_string(i + 1) + " (\"" +
+            printable(value) + "\") is not a number" +
+            (value.find(',') != std::string::npos ? " (decimals are written with a point)" : ""));
+    }
+
+    // Whether `text`, read as `value`, is not a whole number written out in digits, or is one
+    // that float64 holds exactly.
+    static bool exactWhole(const std::string& text, double value) {
+        const size_t digits = text.find_first_not_of("+-");
+        if (digits > 1 || text.find_first_not_of("0123456789", digits) != std::string::npos)
+            return true;
+        errno = 0;
+        const long long whole = std::strtoll(text.c_str(), nullptr, 10);
+        return errno == 0 && value < 9223372036854775808.0 && value >= -9223372036854775808.0 &&
+               static_cast<long long>(value) == whole;
     }
 
     // The next line that is not blank, counted; false at the end.

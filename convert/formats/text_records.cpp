@@ -43,7 +43,7 @@ void appendShortest(std::string& out, double value, bool single) {
 
 void writeTextRecords(ByteOutput& out, const std::string& path, const RecordLayout& layout,
                       const std::vector<TextSpelling>& spelling, int decimals,
-                      const unsigned char* records, uint64_t count) {
+                      const unsigned char* records, uint64_t count, const char* lineEnd) {
     const std::string& word = layout.encoding;
     const bool decimalComma = word == "semicolon decimal-comma";
     const char separator = word == "space"                       ? ' '
@@ -78,7 +78,7 @@ void writeTextRecords(ByteOutput& out, const std::string& path, const RecordLayo
                 std::replace(line.begin() + static_cast<std::ptrdiff_t>(start), line.end(), '.',
                              ',');
         }
-        line += '\n';
+        line += lineEnd;
         out.text(line);
     }
 }

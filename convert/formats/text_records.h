@@ -17,12 +17,13 @@ namespace zulformats {
 // or as the shortest decimal of a float (a normal the stream rounded).
 enum class TextSpelling { Exact, Decimals, Float };
 
-// Writes `count` records at `records`, `spelling` one a field of the layout; throws FormatError
+// Writes `count` records at `records`, `spelling` one a field of the layout, each line ending
+// in `lineEnd` ("\n" or "\r\n"); throws FormatError
 // naming `path` for an encoding word that is not one ("space", "tab", "comma", "semicolon",
 // "semicolon decimal-comma").
 void writeTextRecords(ByteOutput& out, const std::string& path, const RecordLayout& layout,
                       const std::vector<TextSpelling>& spelling, int decimals,
-                      const unsigned char* records, uint64_t count);
+                      const unsigned char* records, uint64_t count, const char* lineEnd);
 
 // `header` with its first line that is neither blank nor a comment (a .pts file's point count)
 // set to `count`.

@@ -32,6 +32,8 @@ const TextCase kTextCases[] = {
      "",
      "x\ty\tz\tr\tg\tb\tcount\n0.5\t0.5\t0.5\t256\t0\t7\t9007199254740991\n"
      "nan\t1\t1\t1\t2\t3\t-12\n"},
+    {"lines ending in CR LF, a whole number float64 cannot hold", "f.csv",
+     "x,y,z,n\r\n1,2,3,9007199254740993\r\n", "", "x,y,z,n\r\n1,2,3,9007199254740992\r\n"},
     {"semicolons and decimal commas", "d.csv", "x;y;z;w\n1,25;2;3;0,5\n", "",
      "x;y;z;w\n1,25;2;3;0,5\n"},
     {"a .pts count, a box leaving one point", "e.pts",
