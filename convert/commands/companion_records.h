@@ -83,6 +83,10 @@ std::string recordFormatText(zulformats::Format format, const zulformats::Record
 // `format` from its records: a PCD's a PCD, a PLY's a PLY, an XYZ or CSV text's the same.
 bool ownsRecords(zul_SourceKind kind, zulformats::Format format, zul_xin_Reader reader);
 
+// The extension of a text file's companion's output: its input's own (.xyz, .txt, .pts, .csv), or
+// of its format; "" for a companion of another source.
+std::string textExtension(zul_xin_Reader reader);
+
 // decompress of a PCD, PLY or text file's stream into its own format, from the companion `path`
 // (`reader`, open and bound to the input's stream): the source's header, every record rebuilt
 // from the stream and the columns, the points the stream could not hold back in their places,

@@ -1,11 +1,13 @@
 // decompress with the companion of a PCD or PLY file (companion_records.h).
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <numeric>
 
@@ -60,6 +62,22 @@ bool ownsRecords(zul_SourceKind kind, Format format, zul_xin_Reader reader) {
     const std::string text = word ? word : "";
     return kind == zul_SOURCE_OTHER && isTextFormat(format) &&
            text.compare(0, 4, format == Format::Csv ? "csv " : "xyz ") == 0;
+}
+
+std::string textExtension(zul_xin_Reader reader) {
+    zul_SourceKind kind = zul_SOURCE_NONE;
+    const void* bytes = nullptr;
+    size_t size = 0;
+    zul_xin_getSource(reader, &kind, &bytes, &size);
+    for (const Format format : {Format::Xyz, Format::Csv}) {
+        if (!ownsRecords(kind, format, reader)) continue;
+        std::string own = std::filesystem::path(conventionOf(reader, "name")).extension().string();
+        for (char& c : own) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        const bool same =
+            format == Format::Csv ? own == ".csv" : own == ".xyz" || own == ".txt" || own == ".pts";
+        return same ? own : extensionOfFormat(format);
+    }
+    return "";
 }
 
 int restoreRecords(const DecompressOptions& options, Format format, zul_xin_Reader reader,

@@ -162,11 +162,11 @@ std::string companionOutputName(const std::string& input) {
     const void* bytes = nullptr;
     size_t size = 0;
     zul_xin_getSource(guard.reader, &kind, &bytes, &size);
-    const char* ext = kind == zul_SOURCE_LAS   ? ".las"
-                      : kind == zul_SOURCE_PCD ? ".pcd"
-                      : kind == zul_SOURCE_PLY ? ".ply"
-                                               : nullptr;
-    if (!ext) return "";
+    const std::string ext = kind == zul_SOURCE_LAS   ? ".las"
+                            : kind == zul_SOURCE_PCD ? ".pcd"
+                            : kind == zul_SOURCE_PLY ? ".ply"
+                                                     : textExtension(guard.reader);
+    if (ext.empty()) return "";
     const std::filesystem::path name(conventionOf(guard.reader, "name"));
     if (!name.empty() && name == name.filename() && name.extension() == ext) return name.string();
     return std::filesystem::path(input).filename().replace_extension(ext).string();

@@ -97,6 +97,15 @@ def test_pcd_fields_by_their_names(tmp_path):
     assert not any(name.endswith("_residual") for name in cloud.fields)
 
 
+def test_text_columns_by_their_names_and_types(tmp_path):
+    source = tmp_path / "a.csv"
+    source.write_text("x,y,z,class,t\n1,2,3,4,0.5\n4,5,6,-7,1e300\n")
+    cloud = zul.read(zul.compress(source, tmp_path / "a.zul", keep_order=True), keep_order=True)
+    assert cloud.fields["class"].dtype == np.int64 and cloud.fields["t"].dtype == np.float64
+    np.testing.assert_array_equal(cloud.fields["class"], [4, -7])
+    np.testing.assert_array_equal(cloud.fields["t"], [0.5, 1e300])
+
+
 @pytest.mark.parametrize("exact, position, normal", [(False, 0.000501, 0.0134), (True, 0, 0)])
 def test_pcd_float_bits_only_with_exact(tmp_path, exact, position, normal):
     with warnings.catch_warnings():
