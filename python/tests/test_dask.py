@@ -43,7 +43,7 @@ def test_read_spreads_one_file_over_partitions(client, big_file):
 def test_box_reads_only_the_chunks_that_meet_it(client, big_file):
     box = (0, 0, 0, 10, 5, 5)  # 1% of the area
     tasks, _ = zul.dask.plan_read(big_file, bbox=box)
-    read_bytes = sum(size for _, head, ranges in tasks for _, size in ranges)
+    read_bytes = sum(size for _, head, ranges, _ in tasks for _, size in ranges)
     assert 0 < read_bytes < 0.1 * os.path.getsize(big_file)
     result = zul.dask.read(big_file, bbox=box, columns=["x", "y", "z"]).compute()
     expected = zul.read(big_file, bbox=box)
@@ -81,6 +81,25 @@ def test_read_takes_a_glob_and_the_union_of_attributes(client, tmp_path, scan):
     np.testing.assert_array_equal(sort_rows(only.to_numpy()), sort_rows(stored))
     with pytest.raises(FileNotFoundError, match="no file matches"):
         zul.dask.read(str(tmp_path / "*.las"))
+
+
+@pytest.mark.parametrize("box, columns", [(False, None), (True, None),
+                                          (False, ["x", "gps_time", "classification"])])
+def test_read_takes_the_companion_fields_by_name(client, tmp_path, box, columns):
+    target = zul.compress(data("4_6_crop.las"), tmp_path / "a.zul", chunk_size=5000)
+    whole = zul.read(target).positions
+    bbox = (*whole.min(axis=0), *(whole.min(axis=0) + whole.max(axis=0)) / 2) if box else None
+    frame = zul.dask.read(target, chunks_per_partition=2, bbox=bbox, columns=columns)
+    assert frame.dtypes["gps_time"] == np.float64 and frame.dtypes["classification"] == np.uint8
+    result = frame.compute()
+    cloud = zul.read(target, bbox=bbox)
+    assert 0 < len(result) == len(cloud) < (len(whole) if box else len(whole) + 1)
+    np.testing.assert_array_equal(result["x"].to_numpy(), cloud.positions[:, 0])
+    assert "return_number" in frame.columns or columns
+    for name in frame.columns[frame.columns.isin(list(cloud.fields))]:
+        np.testing.assert_array_equal(result[name].to_numpy(), cloud.fields[name])
+    plain = zul.dask.read(target, companion=False)
+    assert "gps_time" not in plain.columns and len(plain.compute()) == len(whole)
 
 
 def test_a_file_of_several_streams_is_named_not_misread(tmp_path, big_file):

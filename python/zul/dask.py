@@ -3,7 +3,7 @@ once.
 
 ``read`` gives a ``dask.dataframe.DataFrame`` with one partition per group of consecutive chunks
 of a file: each task reads only the byte ranges of its chunks (and the stream's head), so one
-file spreads over many workers. ``compress`` runs one ``zul.compress`` per input file as a task.
+file spreads over many workers, and those chunks' fields from the companion beside the file. ``compress`` runs one ``zul.compress`` per input file as a task.
 """
 
 import glob
@@ -13,7 +13,7 @@ import numpy as np
 
 from . import _zul
 from ._errors import Error
-from .reading import _box, _budget, _open, _raise_damage
+from .reading import _box, _budget, _companion, _fields, _open, _raise_damage
 
 
 def _columns(data_type):
@@ -28,8 +28,32 @@ def _columns(data_type):
     return columns
 
 
-# A column some files lack holds nulls for their points, in pandas' nullable type.
-_NULLABLE = {np.uint8: "UInt8", np.int32: "Int32", np.float32: "Float32"}
+def _nullable(dtype):
+    """pandas' nullable type of ``dtype``: a column some files lack holds nulls for their
+    points."""
+    dtype = np.dtype(dtype)
+    if dtype.kind in "iu":
+        return ("UInt" if dtype.kind == "u" else "Int") + str(8 * dtype.itemsize)
+    return "Float" + str(8 * dtype.itemsize) if dtype.kind == "f" else "object"
+
+
+def _flat(fields):
+    """A companion's fields as columns: a field of several values a point (or of raw bytes) as
+    ``name[0]``, ``name[1]`` ..."""
+    columns = {}
+    for name, values in fields.items():
+        if values.ndim == 1:
+            columns[name] = values
+        else:
+            columns.update((f"{name}[{k}]", values[:, k]) for k in range(values.shape[1]))
+    return columns
+
+
+def _companion_columns(path, companion):
+    """The companion's fields of the file at ``path`` as (name, type) columns; none without one
+    (or with ``companion`` False)."""
+    held = _companion(path) if companion else None
+    return [] if held is None else [(n, v.dtype) for n, v in _flat(_fields(held, [])).items()]
 
 
 def _paths(paths):
@@ -50,39 +74,45 @@ def _paths(paths):
 
 
 def plan_read(paths, *, bbox=None, chunks_per_partition=64, chunk_budget=None,
-              point_density=None):
-    """The tasks ``read`` would run: for each, the file, the bytes of its stream head and the
-    (offset, bytes) ranges of its chunks, from the chunk index alone; and the union of the
-    files' columns, those some files lack in a nullable type. Chunks whose box misses ``bbox``
-    are left out here, before any task runs."""
+              point_density=None, companion=True):
+    """The tasks ``read`` would run: for each, the file, the bytes of its stream head, the
+    (offset, bytes) ranges of its chunks, from the chunk index alone, and the chunks' numbers;
+    and the union of the files' columns (the stream's, then the companions' fields), those some
+    files lack in a nullable type. Chunks whose box misses ``bbox`` are left out here, before any
+    task runs."""
     paths = _paths(paths)
     if not isinstance(chunks_per_partition, int) or chunks_per_partition < 1:
         raise ValueError("chunks_per_partition: give 1 or more")
     box = _box(bbox)
-    tasks, types, holders = [], {}, {}
+    tasks, types, holders, fields = [], {}, {}, []
     for path in paths:
         index = _open(path, chunk_budget=chunk_budget, point_density=point_density)
         _raise_damage(index)
-        for name, dtype in _columns(index.data_type()):
+        held = _companion_columns(path, companion)
+        fields += [name for name, _ in held if name not in types]
+        for name, dtype in _columns(index.data_type()) + held:
             types[name] = dtype
             holders[name] = holders.get(name, 0) + 1
         listed = index.chunks()
         chosen = index.select(box) if box is not None else range(len(listed))
         ranges = [(listed[i][0], listed[i][1]) for i in chosen]
         head = listed[0][0] if listed else 0
+        numbers = list(chosen)
         for start in range(0, len(ranges), chunks_per_partition):
-            tasks.append((path, head, ranges[start:start + chunks_per_partition]))
-    every = _columns({"color": 1, "max_reflection": 1, "normals": True})
-    columns = [(name, types[name] if holders[name] == len(paths) else _NULLABLE[types[name]])
-               for name, _ in every if name in types]
-    return tasks, columns or every[:3]
+            end = start + chunks_per_partition
+            tasks.append((path, head, ranges[start:end], numbers[start:end]))
+    every = [n for n, _ in _columns({"color": 1, "max_reflection": 1, "normals": True})] + fields
+    columns = [(name, types[name] if holders[name] == len(paths) else _nullable(types[name]))
+               for name in every if name in types]
+    return tasks, columns or [(axis, np.float64) for axis in "xyz"]
 
 
-def read_part(path, head, ranges, box=None, columns=None, chunk_budget=None):
+def read_part(path, head, ranges, box=None, columns=None, chunk_budget=None, chunks=None):
     """The points of the chunks at ``ranges`` of ``path`` as a pandas DataFrame: the task of a
     partition of ``read``. Reads the stream's first ``head`` bytes and those ranges, nothing
-    else. ``columns``: names, or (name, type) pairs, a column the file lacks then all nulls.
-    The density limit is not applied again: the plan judged it over the whole file."""
+    else, and where ``columns`` name fields of the companion, those of the chunks numbered
+    ``chunks``. ``columns``: names, or (name, type) pairs, a column the file lacks then all
+    nulls. The density limit is not applied again: the plan judged it over the whole file."""
     import pandas as pd
 
     index = _zul.ranges_index(path, head, ranges, True, _budget(chunk_budget), 0)
@@ -104,9 +134,14 @@ def read_part(path, head, ranges, box=None, columns=None, chunk_budget=None):
         parts.update(nx=n[:, 0], ny=n[:, 1], nz=n[:, 2])
     count = len(p) if keep is None else int(keep.sum())
     if columns is None or all(isinstance(c, str) for c in columns):
-        wanted = [(n, t) for n, t in all_columns if columns is None or n in columns]
+        known = all_columns + _companion_columns(path, chunks is not None)
+        wanted = [(n, t) for n, t in known if columns is None or n in columns]
     else:
         wanted = list(columns)
+    if chunks is not None and any(n not in parts for n, _ in wanted):
+        held = _companion(path)
+        if held is not None:
+            parts.update(_flat(_fields(held, list(chunks))))
     for name, dtype in wanted:
         if name in parts:
             frame[name] = pd.Series(parts[name] if keep is None else parts[name][keep],
@@ -117,9 +152,12 @@ def read_part(path, head, ranges, box=None, columns=None, chunk_budget=None):
 
 
 def read(paths, *, bbox=None, columns=None, chunks_per_partition=64, chunk_budget=None,
-         point_density=None):
+         point_density=None, companion=True):
     """Reads zul files into a ``dask.dataframe.DataFrame`` of columns ``x y z`` and, as the
-    files have them, ``red green blue``, ``reflection`` and ``nx ny nz``.
+    files have them, ``red green blue``, ``reflection`` and ``nx ny nz``, then the fields of the
+    companion beside each file by the names :func:`zul.read` gives them in ``cloud.fields``
+    (``classification``, ``gps_time`` ... of a LAS file; a field of several values a point as
+    ``name[0]``, ``name[1]`` ...); ``companion=False`` reads the streams alone.
 
     One partition is a group of ``chunks_per_partition`` consecutive chunks of one file; its
     task reads only their byte ranges. The column types come from the file headers without
@@ -138,7 +176,8 @@ def read(paths, *, bbox=None, columns=None, chunks_per_partition=64, chunk_budge
     import pandas as pd
 
     tasks, all_columns = plan_read(paths, bbox=bbox, chunks_per_partition=chunks_per_partition,
-                                   chunk_budget=chunk_budget, point_density=point_density)
+                                   chunk_budget=chunk_budget, point_density=point_density,
+                                   companion=companion)
     if columns is not None:
         unknown = [c for c in columns if c not in dict(all_columns)]
         if unknown:
@@ -149,8 +188,9 @@ def read(paths, *, bbox=None, columns=None, chunks_per_partition=64, chunk_budge
     if not tasks:
         return dd.from_pandas(meta, npartitions=1)
     wanted = [(name, dtype) for name, dtype in all_columns if columns is None or name in columns]
-    parts = [dask.delayed(read_part)(path, head, ranges, box, wanted, chunk_budget)
-             for path, head, ranges in tasks]
+    parts = [dask.delayed(read_part)(path, head, ranges, box, wanted, chunk_budget,
+                                     numbers if companion else None)
+             for path, head, ranges, numbers in tasks]
     return dd.from_delayed(parts, meta=meta, verify_meta=False)
 
 
