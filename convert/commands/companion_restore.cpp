@@ -204,7 +204,9 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                       << "; they come back in a "
                       << (kind == zul_SOURCE_PCD   ? "PCD"
                           : kind == zul_SOURCE_PLY ? "PLY"
-                                                   : "LAS")
+                          : textExtension(guard.reader).empty()
+                              ? "LAS"
+                              : "text (" + textExtension(guard.reader) + ")")
                       << " output\n";
         }
         return false;
