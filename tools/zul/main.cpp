@@ -135,9 +135,10 @@ void addCompressOptions(CLI::App& c, CompressOptions& compress) {
     c.add_flag("--keep-order", compress.keepOrder,
                "the companion keeps the input's order: LAS comes back byte for byte, binary PCD "
                "and PLY with --exact too (an organised PCD's order is kept always)");
-    c.add_flag("--exact", compress.exact,
-               "the companion keeps the float bits of PCD and PLY positions and normals that the "
-               "step and the stream's normals round (default: each within half a step, said)");
+    c.add_flag(
+        "--exact", compress.exact,
+        "the companion keeps the float bits of PCD, PLY and text positions and normals that the "
+        "step and the stream's normals round (default: each within half a step, said)");
     c.add_flag("--random-marker", compress.randomMarker,
                "draw the sync marker from the system's randomness (default: from the points, so "
                "the same input and options give the same bytes)");
