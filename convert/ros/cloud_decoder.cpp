@@ -86,11 +86,6 @@ uint8_t* recordOf(PointCloud2& message, uint64_t i) {
     return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
 }
 
-// Whether a message point is in the stream (`inside` ascending).
-bool isInside(const std::vector<uint32_t>& inside, uint64_t point) {
-    return std::binary_search(inside.begin(), inside.end(), uint32_t(point));
-}
-
 // Stream point `s` of a decoded chunk into its record: x, y, z, and the colour's three bytes and
 // the intensity where the stream holds them (the colour's fourth byte is in the record already).
 void writeStreamPoint(const zul_PointData& data, uint32_t s, const CloudLayout& layout,
@@ -271,7 +266,13 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
             streamSize, plan.starts.size() - 1);
     std::vector<uint32_t> ties;
     std::vector<uint64_t> indices;
-    std::vector<uint8_t> seen(withCompanion ? points : 0, 0);
+    // With a companion, each message point: outside the stream, a stream point not yet placed,
+    // or placed.
+    enum : uint8_t { kOutside, kFree, kTaken };
+    std::vector<uint8_t> seen(withCompanion ? points : 0, kOutside);
+    if (withCompanion)
+        for (uint32_t i : inside) seen[i] = kFree;
+    std::vector<uint8_t*> records;
     for (size_t c = 0; c + 1 < plan.starts.size(); ++c) {
         const size_t first = plan.starts[c];
         const uint32_t n = uint32_t(plan.starts[c + 1] - first);
@@ -281,17 +282,19 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
         if (withCompanion) {
             // The companion's rows follow the stored order, each naming its message point.
             fields->readChunk(int64_t(c), n, indices);
+            records.resize(n);
             for (uint32_t j = 0; j < n; ++j) {
                 const uint64_t m = indices[j];
-                if (m >= points || !isInside(inside, m) || seen[m])
+                if (m >= points || seen[m] != kFree)
                     throw Error("compressed_data's companion gives point " + std::to_string(j) +
                                 " of " + where + " the place " + std::to_string(m) +
                                 ", not a free place of a stream point");
-                seen[m] = 1;
-                uint8_t* at = recordOf(message, m);
-                fields->place(j, at);
-                writeStreamPoint(data, ties[j], layout, where, at);
+                seen[m] = kTaken;
+                records[j] = recordOf(message, m);
             }
+            fields->place(records.data());
+            for (uint32_t j = 0; j < n; ++j)
+                writeStreamPoint(data, ties[j], layout, where, records[j]);
             continue;
         }
         if (seen.size() < n) seen.resize(n);

@@ -32,18 +32,56 @@ void sortAsStored(std::vector<OrderKey>& keys) {
     for (int k = 0; k < 3; ++k) extent[k] = high[k] - low[k];
     int remap[3];
     axisOrder(extent, remap);
-    for (OrderKey& key : keys) {
-        const int64_t s[3] = {key.slot[remap[0]], key.slot[remap[1]], key.slot[remap[2]]};
-        std::copy_n(s, 3, key.slot);
-    }
-    std::sort(keys.begin(), keys.end(), [](const OrderKey& a, const OrderKey& b) {
+    auto before = [](const OrderKey& a, const OrderKey& b) {
         if (a.slot[0] != b.slot[0]) return a.slot[0] < b.slot[0];
         if (a.slot[1] != b.slot[1]) return a.slot[1] < b.slot[1];
         if (a.slot[2] != b.slot[2]) return a.slot[2] < b.slot[2];
         if (a.color != b.color) return a.color < b.color;
         if (a.reflection != b.reflection) return a.reflection < b.reflection;
         return a.local < b.local;
-    });
+    };
+    auto inAxisOrder = [&remap](OrderKey& key) {
+        const int64_t s[3] = {key.slot[remap[0]], key.slot[remap[1]], key.slot[remap[2]]};
+        std::copy_n(s, 3, key.slot);
+    };
+    // Each key's slots in axis order, less their smallest, and its place packed in one number,
+    // when they fit; sorted as numbers, then runs of one slot by the rest of the order.
+    int bits[3];
+    for (int k = 0; k < 3; ++k) {
+        const uint64_t span = uint64_t(extent[remap[k]]);
+        bits[k] = 0;
+        while (bits[k] < 64 && (span >> bits[k]) != 0) ++bits[k];
+    }
+    const int placeBits = 16;
+    if (keys.size() > (size_t{1} << placeBits) || bits[0] + bits[1] + bits[2] + placeBits > 64) {
+        for (OrderKey& key : keys) inAxisOrder(key);
+        std::sort(keys.begin(), keys.end(), before);
+        return;
+    }
+    const int shift[3] = {bits[1] + bits[2] + placeBits, bits[2] + placeBits, placeBits};
+    thread_local std::vector<uint64_t> packed;
+    thread_local std::vector<OrderKey> sorted;
+    packed.resize(keys.size());
+    for (size_t j = 0; j < keys.size(); ++j) {
+        uint64_t value = j;
+        for (int k = 0; k < 3; ++k)
+            value |= uint64_t(keys[j].slot[remap[k]] - low[remap[k]]) << shift[k];
+        packed[j] = value;
+    }
+    std::sort(packed.begin(), packed.end());
+    sorted.resize(keys.size());
+    const uint64_t place = (uint64_t{1} << placeBits) - 1;
+    for (size_t j = 0; j < keys.size(); ++j) {
+        sorted[j] = keys[packed[j] & place];
+        inAxisOrder(sorted[j]);
+    }
+    for (size_t j = 0; j + 1 < sorted.size();) {
+        size_t end = j + 1;
+        while (end < sorted.size() && (packed[end] >> placeBits) == (packed[j] >> placeBits)) ++end;
+        if (end - j > 1) std::sort(sorted.begin() + j, sorted.begin() + end, before);
+        j = end;
+    }
+    keys.swap(sorted);
 }
 
 void settleTies(const double* positions, const uint8_t* colors, const int32_t* reflections,
