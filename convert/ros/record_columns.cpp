@@ -95,24 +95,17 @@ template <typename F>
 bool byWidth(uint32_t width, bool swap, F&& f) {
     using std::false_type;
     using std::true_type;
-    switch (swap ? 16 + width : width) {
-        case 1:
-        case 17:
-            return f(Size<1>(), false_type()), true;
+    // A one-byte value reads the same either way.
+    if (width == 1) return f(Size<1>(), false_type()), true;
+    switch (width) {
         case 2:
-            return f(Size<2>(), false_type()), true;
+            return swap ? f(Size<2>(), true_type()) : f(Size<2>(), false_type()), true;
         case 4:
-            return f(Size<4>(), false_type()), true;
+            return swap ? f(Size<4>(), true_type()) : f(Size<4>(), false_type()), true;
         case 8:
-            return f(Size<8>(), false_type()), true;
-        case 18:
-            return f(Size<2>(), true_type()), true;
-        case 20:
-            return f(Size<4>(), true_type()), true;
-        case 24:
-            return f(Size<8>(), true_type()), true;
+            return swap ? f(Size<8>(), true_type()) : f(Size<8>(), false_type()), true;
         default:
-            return false;
+            return false;  // a run of padding of any other width
     }
 }
 
