@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <type_traits>
 
 #include "chunk_plan.h"
 #include "companion_columns.h"
@@ -23,7 +24,6 @@ struct StreamPoints {
     std::vector<uint8_t> inside;          // one a point of the message
     std::vector<uint32_t> message;        // message index of each stream point
     std::vector<const uint8_t*> records;  // its record
-    std::vector<double> positions;        // x, y, z as the message has them
     std::vector<int64_t> grid;            // x, y, z on the grid
 };
 
@@ -32,16 +32,59 @@ const uint8_t* recordOf(const PointCloud2View& message, uint64_t i) {
     return message.data + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
 }
 
-// A position the stream gives back within half a step, as the field's type holds it; the grid
-// stays below 2^51 so that distinct grid values decode to distinct doubles.
-bool fitsStream(double value, uint8_t datatype, double step, int64_t& grid) {
+// A position the stream gives back within half a step, as the field's type holds it (`narrow`:
+// FLOAT32); the grid stays below 2^51 so that distinct grid values decode to distinct doubles.
+inline bool fitsStream(double value, bool narrow, double step, int64_t& grid) {
     const double half = step * 0.5;
-    const double cell = std::floor((half + value) / step);
-    if (!(std::fabs(cell) < 2251799813685248.0)) return false;  // NaN, infinite, 2^51 or more
-    grid = int64_t(cell);
+    const double quotient = (half + value) / step;
+    if (!(std::fabs(quotient) < 4611686018427387904.0)) return false;  // NaN, infinite, 2^62
+    // The floor of the quotient, by truncation: std::floor is a call without SSE 4.1.
+    grid = int64_t(quotient);
+    if (double(grid) > quotient) --grid;
+    if (!(grid < 2251799813685248 && grid > -2251799813685248)) return false;  // 2^51 or more
     double back = double(grid) * step;
-    if (datatype == kFloat32) back = double(static_cast<float>(back));
+    if (narrow) back = double(static_cast<float>(back));
     return std::fabs(back - value) <= half;
+}
+
+// Reads x, y and z of a record: of any types and byte order, or (SameAxes) all three of type T
+// in the byte order `Big`, with loops the compiler makes of its own.
+struct AnyAxes {
+    const CloudLayout& layout;
+    bool narrow(int k) const { return layout.position[k].datatype == kFloat32; }
+    double operator()(const uint8_t* record, int k) const {
+        const StreamField& axis = layout.position[k];
+        return loadReal(record + axis.offset, axis.datatype, layout.bigEndian);
+    }
+};
+
+template <typename T, bool Big>
+struct SameAxes {
+    using Bits = std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>;
+    uint32_t offset[3];
+    static constexpr bool narrow(int) { return sizeof(T) == 4; }
+    double operator()(const uint8_t* record, int k) const {
+        Bits bits = loadLittle<Bits>(record + offset[k]);
+        if (Big) bits = byteSwap(bits);
+        T value;
+        std::memcpy(&value, &bits, sizeof value);
+        return value;
+    }
+};
+
+// Calls `f` with the reader of x, y and z that fits the layout.
+template <typename F>
+void withAxes(const CloudLayout& layout, F&& f) {
+    const uint8_t type = layout.position[0].datatype;
+    const uint32_t offsets[3] = {layout.position[0].offset, layout.position[1].offset,
+                                 layout.position[2].offset};
+    if (layout.position[1].datatype != type || layout.position[2].datatype != type)
+        return f(AnyAxes{layout});
+    if (type == kFloat32)
+        return layout.bigEndian ? f(SameAxes<float, true>{{offsets[0], offsets[1], offsets[2]}})
+                                : f(SameAxes<float, false>{{offsets[0], offsets[1], offsets[2]}});
+    return layout.bigEndian ? f(SameAxes<double, true>{{offsets[0], offsets[1], offsets[2]}})
+                            : f(SameAxes<double, false>{{offsets[0], offsets[1], offsets[2]}});
 }
 
 StreamPoints selectStreamPoints(const PointCloud2View& message, const CloudLayout& layout,
@@ -51,31 +94,25 @@ StreamPoints selectStreamPoints(const PointCloud2View& message, const CloudLayou
     points.inside.assign(layout.points, 0);
     points.message.reserve(layout.points);
     points.records.reserve(layout.points);
-    points.positions.reserve(3 * layout.points);
     points.grid.reserve(3 * layout.points);
-    for (uint64_t r = 0; r < (layout.points ? cloud.height : 0); ++r) {
-        const uint8_t* row = message.data + r * cloud.rowStep;
-        for (uint64_t c = 0; c < cloud.width; ++c) {
-            const uint8_t* record = row + c * cloud.pointStep;
-            double v[3];
-            int64_t g[3];
-            bool fits = true;
-            for (int k = 0; k < 3; ++k) {
-                const StreamField& axis = layout.position[k];
-                v[k] = loadReal(record + axis.offset, axis.datatype, layout.bigEndian);
-                fits = fits && fitsStream(v[k], axis.datatype, step, g[k]);
-            }
-            if (!fits) continue;
-            const uint64_t i = r * cloud.width + c;
-            points.inside[i] = 1;
-            points.message.push_back(uint32_t(i));
-            points.records.push_back(record);
-            for (int k = 0; k < 3; ++k) {
-                points.positions.push_back(v[k]);
-                points.grid.push_back(g[k]);
+    withAxes(layout, [&](const auto& axes) {
+        for (uint64_t r = 0; r < (layout.points ? cloud.height : 0); ++r) {
+            const uint8_t* row = message.data + r * cloud.rowStep;
+            for (uint64_t c = 0; c < cloud.width; ++c) {
+                const uint8_t* record = row + c * cloud.pointStep;
+                int64_t g[3];
+                bool fits = true;
+                for (int k = 0; k < 3; ++k)
+                    fits = fits && fitsStream(axes(record, k), axes.narrow(k), step, g[k]);
+                if (!fits) continue;
+                const uint64_t i = r * cloud.width + c;
+                points.inside[i] = 1;
+                points.message.push_back(uint32_t(i));
+                points.records.push_back(record);
+                for (int k = 0; k < 3; ++k) points.grid.push_back(g[k]);
             }
         }
-    }
+    });
     return points;
 }
 
@@ -168,8 +205,10 @@ void writeStream(const CloudLayout& layout, const StreamPoints& points, const zu
         reflections.resize(n);
         for (size_t j = 0; j < n; ++j) {
             const OrderKey& key = keys[j];
-            std::copy_n(&points.positions[3 * size_t(plan.sequence[first + key.local])], 3,
-                        &positions[3 * j]);
+            const uint8_t* record = points.records[plan.sequence[first + key.local]];
+            for (int k = 0; k < 3; ++k)
+                positions[3 * j + k] =
+                    loadReal(record + layout.position[k].offset, layout.position[k].datatype, big);
             colors[3 * j] = uint8_t(key.color >> 16);
             colors[3 * j + 1] = uint8_t(key.color >> 8);
             colors[3 * j + 2] = uint8_t(key.color);
