@@ -5,7 +5,6 @@
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <type_traits>
 
 #include "chunk_plan.h"
 #include "companion_columns.h"
@@ -45,46 +44,6 @@ inline bool fitsStream(double value, bool narrow, double step, int64_t& grid) {
     double back = double(grid) * step;
     if (narrow) back = double(static_cast<float>(back));
     return std::fabs(back - value) <= half;
-}
-
-// Reads x, y and z of a record: of any types and byte order, or (SameAxes) all three of type T
-// in the byte order `Big`, with loops the compiler makes of its own.
-struct AnyAxes {
-    const CloudLayout& layout;
-    bool narrow(int k) const { return layout.position[k].datatype == kFloat32; }
-    double operator()(const uint8_t* record, int k) const {
-        const StreamField& axis = layout.position[k];
-        return loadReal(record + axis.offset, axis.datatype, layout.bigEndian);
-    }
-};
-
-template <typename T, bool Big>
-struct SameAxes {
-    using Bits = std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>;
-    uint32_t offset[3];
-    static constexpr bool narrow(int) { return sizeof(T) == 4; }
-    double operator()(const uint8_t* record, int k) const {
-        Bits bits = loadLittle<Bits>(record + offset[k]);
-        if (Big) bits = byteSwap(bits);
-        T value;
-        std::memcpy(&value, &bits, sizeof value);
-        return value;
-    }
-};
-
-// Calls `f` with the reader of x, y and z that fits the layout.
-template <typename F>
-void withAxes(const CloudLayout& layout, F&& f) {
-    const uint8_t type = layout.position[0].datatype;
-    const uint32_t offsets[3] = {layout.position[0].offset, layout.position[1].offset,
-                                 layout.position[2].offset};
-    if (layout.position[1].datatype != type || layout.position[2].datatype != type)
-        return f(AnyAxes{layout});
-    if (type == kFloat32)
-        return layout.bigEndian ? f(SameAxes<float, true>{{offsets[0], offsets[1], offsets[2]}})
-                                : f(SameAxes<float, false>{{offsets[0], offsets[1], offsets[2]}});
-    return layout.bigEndian ? f(SameAxes<double, true>{{offsets[0], offsets[1], offsets[2]}})
-                            : f(SameAxes<double, false>{{offsets[0], offsets[1], offsets[2]}});
 }
 
 StreamPoints selectStreamPoints(const PointCloud2View& message, const CloudLayout& layout,
@@ -203,12 +162,14 @@ void writeStream(const CloudLayout& layout, const StreamPoints& points, const zu
         positions.resize(3 * n);
         colors.resize(3 * n);
         reflections.resize(n);
+        withAxes(layout, [&](const auto& axes) {
+            for (size_t j = 0; j < n; ++j) {
+                const uint8_t* record = points.records[plan.sequence[first + keys[j].local]];
+                for (int k = 0; k < 3; ++k) positions[3 * j + k] = axes(record, k);
+            }
+        });
         for (size_t j = 0; j < n; ++j) {
             const OrderKey& key = keys[j];
-            const uint8_t* record = points.records[plan.sequence[first + key.local]];
-            for (int k = 0; k < 3; ++k)
-                positions[3 * j + k] =
-                    loadReal(record + layout.position[k].offset, layout.position[k].datatype, big);
             colors[3 * j] = uint8_t(key.color >> 16);
             colors[3 * j + 1] = uint8_t(key.color >> 8);
             colors[3 * j + 2] = uint8_t(key.color);
