@@ -32,19 +32,13 @@ void sortAsStored(std::vector<OrderKey>& keys) {
     for (int k = 0; k < 3; ++k) extent[k] = high[k] - low[k];
     int remap[3];
     axisOrder(extent, remap);
-    auto before = [](const OrderKey& a, const OrderKey& b) {
-        if (a.slot[0] != b.slot[0]) return a.slot[0] < b.slot[0];
-        if (a.slot[1] != b.slot[1]) return a.slot[1] < b.slot[1];
-        if (a.slot[2] != b.slot[2]) return a.slot[2] < b.slot[2];
+    // Points on one grid position by colour, reflection and message order.
+    auto sameSlotBefore = [](const OrderKey& a, const OrderKey& b) {
         if (a.color != b.color) return a.color < b.color;
         if (a.reflection != b.reflection) return a.reflection < b.reflection;
         return a.local < b.local;
     };
-    auto inAxisOrder = [&remap](OrderKey& key) {
-        const int64_t s[3] = {key.slot[remap[0]], key.slot[remap[1]], key.slot[remap[2]]};
-        std::copy_n(s, 3, key.slot);
-    };
-    // Each key's slots in axis order, less their smallest, and its place packed in one number,
+    // Each key's slots less their smallest, in axis order, and its place packed in one number,
     // when they fit; sorted as numbers, then runs of one slot by the rest of the order.
     int bits[3];
     for (int k = 0; k < 3; ++k) {
@@ -54,31 +48,36 @@ void sortAsStored(std::vector<OrderKey>& keys) {
     }
     const int placeBits = 16;
     if (keys.size() > (size_t{1} << placeBits) || bits[0] + bits[1] + bits[2] + placeBits > 64) {
-        for (OrderKey& key : keys) inAxisOrder(key);
-        std::sort(keys.begin(), keys.end(), before);
+        std::sort(keys.begin(), keys.end(), [&](const OrderKey& a, const OrderKey& b) {
+            for (int k = 0; k < 3; ++k)
+                if (a.slot[remap[k]] != b.slot[remap[k]])
+                    return a.slot[remap[k]] < b.slot[remap[k]];
+            return sameSlotBefore(a, b);
+        });
         return;
     }
-    const int shift[3] = {bits[1] + bits[2] + placeBits, bits[2] + placeBits, placeBits};
+    // The shift of each input axis (an axis of one slot, all zeros, below 64).
+    int shift[3];
+    shift[remap[0]] = std::min(bits[1] + bits[2] + placeBits, 63);
+    shift[remap[1]] = std::min(bits[2] + placeBits, 63);
+    shift[remap[2]] = placeBits;
     thread_local std::vector<uint64_t> packed;
     thread_local std::vector<OrderKey> sorted;
     packed.resize(keys.size());
     for (size_t j = 0; j < keys.size(); ++j) {
-        uint64_t value = j;
-        for (int k = 0; k < 3; ++k)
-            value |= uint64_t(keys[j].slot[remap[k]] - low[remap[k]]) << shift[k];
-        packed[j] = value;
+        const OrderKey& key = keys[j];
+        packed[j] = j | uint64_t(key.slot[0] - low[0]) << shift[0] |
+                    uint64_t(key.slot[1] - low[1]) << shift[1] |
+                    uint64_t(key.slot[2] - low[2]) << shift[2];
     }
     std::sort(packed.begin(), packed.end());
     sorted.resize(keys.size());
     const uint64_t place = (uint64_t{1} << placeBits) - 1;
-    for (size_t j = 0; j < keys.size(); ++j) {
-        sorted[j] = keys[packed[j] & place];
-        inAxisOrder(sorted[j]);
-    }
+    for (size_t j = 0; j < keys.size(); ++j) sorted[j] = keys[packed[j] & place];
     for (size_t j = 0; j + 1 < sorted.size();) {
         size_t end = j + 1;
         while (end < sorted.size() && (packed[end] >> placeBits) == (packed[j] >> placeBits)) ++end;
-        if (end - j > 1) std::sort(sorted.begin() + j, sorted.begin() + end, before);
+        if (end - j > 1) std::sort(sorted.begin() + j, sorted.begin() + end, sameSlotBefore);
         j = end;
     }
     keys.swap(sorted);
