@@ -317,6 +317,9 @@ CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeO
     result.cloud.trailingBytes = 0;
     result.format = formatName();
     std::vector<uint8_t>& blob = result.compressedData;
+    // Room for every part at once: the stream alone is most of the blob, and a reallocation
+    // would copy it.
+    blob.reserve(kBlobHeadSize + stream.size() + packedColumnsBound(columns));
     writeBlobHead(head, blob);
     blob.insert(blob.end(), stream.begin(), stream.end());
     packColumns(columns, options.zstdLevel, blob);
