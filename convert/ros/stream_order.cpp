@@ -83,9 +83,13 @@ void sortAsStored(std::vector<OrderKey>& keys) {
                     uint64_t(key.slot[1] - low[1]) << shift[1] |
                     uint64_t(key.slot[2] - low[2]) << shift[2];
     }
-    // Ties of the slots stay in place order, as a sort of the whole numbers leaves them.
+    // Ties of the slots stay in place order, as a sort of the whole numbers leaves them. Below
+    // 512 keys the radix sort's passes over 256 digits take as long as the comparison sort.
     thread_local std::vector<uint64_t> spare;
-    radixSort(packed, spare, placeBits, placeBits + bits[0] + bits[1] + bits[2]);
+    if (keys.size() >= 512)
+        radixSort(packed, spare, placeBits, placeBits + bits[0] + bits[1] + bits[2]);
+    else
+        std::sort(packed.begin(), packed.end());
     sorted.resize(keys.size());
     const uint64_t place = (uint64_t{1} << placeBits) - 1;
     for (size_t j = 0; j < keys.size(); ++j) sorted[j] = keys[packed[j] & place];
