@@ -129,7 +129,7 @@ struct SameAxes {
     }
 };
 
-// Calls `f` with the reader of x, y and z that fits the layout.
+// Calls `f` with the reader and writer of x, y and z that fits the layout.
 template <typename F>
 inline void withAxes(const CloudLayout& layout, F&& f) {
     const uint8_t type = layout.position[0].datatype;
