@@ -6,6 +6,8 @@
 //  - bit 1 set: a PointCloud2. Compressing it either throws Error or gives a message that
 //    decompresses to the original, positions within half a step, all else byte for byte.
 // A compressed message may claim at most 16 MiB of data.
+#include <cstdio>
+#include <string>
 #include <vector>
 
 #include "fuzz_support.h"
@@ -61,7 +63,9 @@ void checkCloud(const uint8_t* data, size_t size, Serialization family) {
     const std::vector<uint8_t> back = writePointCloud2(
         decompressCloud(readCompressedPointCloud2(bytes.data(), bytes.size(), family)));
     const PointCloud2 restored = readPointCloud2(back.data(), back.size(), family);
-    FUZZ_CHECK(zul::ros::testing::differenceOf(cloud, restored, 0.001).empty());
+    const std::string difference = zul::ros::testing::differenceOf(cloud, restored, 0.001);
+    if (!difference.empty()) std::fprintf(stderr, "%s\n", difference.c_str());
+    FUZZ_CHECK(difference.empty());
 }
 
 void check(const uint8_t* data, size_t size) {

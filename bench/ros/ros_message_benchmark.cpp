@@ -3,6 +3,11 @@
 // on one thread; on a shared, loaded machine they are indicative only.
 //
 //   ros_message_benchmark [step, default 0.001] [repeats, default 5]
+//   ros_message_benchmark --once lidar|flat|camera [own|companion] [repeats, default 1]
+//     encodes and decodes one message (with own columns instead of a companion), once for
+//     instruction counts: valgrind --tool=callgrind --toggle-collect='zul::ros::compressMessage*'
+//     --toggle-collect='zul::ros::decompressMessage*' ros_message_benchmark --once lidar;
+//     or `repeats` times, printing the median times passed and of the processor
 #include <zlib.h>
 #include <zstd.h>
 
@@ -10,6 +15,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <string>
 
 #include "ros/sample/sensor_messages.h"
@@ -141,15 +147,70 @@ void chunkSweep(const SensorShape& shape, double step, int repeats) {
 
 }  // namespace
 
+// The processor time this thread has used, in seconds: on a shared machine less disturbed by
+// other work than the time that passes.
+double threadSeconds() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// Encodes and decodes one message `repeats` times, printing the sizes and, for more than one
+// run, the median times (passed and of the processor).
+int once(const SensorShape& shape, bool companion, int repeats) {
+    const PointCloud2 message = testing::makeSensorMessage(shape, Wire::CdrLittle, false, 1);
+    const std::vector<uint8_t> bytes = writePointCloud2(message);
+    EncodeOptions options;
+    options.companion = companion;
+    std::vector<uint8_t> compressed, back;
+    std::vector<double> enc, dec, encCpu, decCpu;
+    for (int r = 0; r < repeats; ++r) {
+        const auto start = std::chrono::steady_clock::now();
+        const double startCpu = threadSeconds();
+        compressed = compressMessage(bytes.data(), bytes.size(), Serialization::Ros2, options);
+        const auto middle = std::chrono::steady_clock::now();
+        const double middleCpu = threadSeconds();
+        back = decompressMessage(compressed.data(), compressed.size(), Serialization::Ros2);
+        const auto end = std::chrono::steady_clock::now();
+        enc.push_back(std::chrono::duration<double>(middle - start).count());
+        dec.push_back(std::chrono::duration<double>(end - middle).count());
+        encCpu.push_back(middleCpu - startCpu);
+        decCpu.push_back(threadSeconds() - middleCpu);
+    }
+    std::printf("%s: %zu B compressed, %zu B restored", testing::sensorName(shape.sensor),
+                compressed.size(), back.size());
+    if (repeats > 1)
+        std::printf(", median of %d: enc %.2f ms, dec %.2f ms; processor enc %.2f ms, dec %.2f ms",
+                    repeats, median(enc) * 1e3, median(dec) * 1e3, median(encCpu) * 1e3,
+                    median(decCpu) * 1e3);
+    std::printf("\n");
+    return back.size() == bytes.size() ? 0 : 1;
+}
+
 int main(int argc, char** argv) {
+    const SensorShape shapes[3] = {{Sensor::OrganisedLidar, 64, 1024},
+                                   {Sensor::FlatLidar, 1, 57344},
+                                   {Sensor::RgbCamera, 480, 640}};
+    if (argc > 2 && std::string(argv[1]) == "--once") {
+        const std::string name = argv[2];
+        const bool companion = !(argc > 3 && std::string(argv[3]) == "own");
+        const int repeats = argc > 4 ? std::max(1, std::atoi(argv[4])) : 1;
+        for (int s = 0; s < 3; ++s)
+            if (name == (s == 0 ? "lidar" : s == 1 ? "flat" : "camera"))
+                return once(shapes[s], companion, repeats);
+        std::fprintf(stderr, "--once takes lidar, flat or camera\n");
+        return 2;
+    }
     const double step = argc > 1 ? std::atof(argv[1]) : 0.001;
     const int repeats = argc > 2 ? std::atoi(argv[2]) : 5;
     std::printf(
         "step %g, best of %d runs, one thread; a shared machine: indicative figures only\n\n", step,
         repeats);
-    const SensorShape shapes[3] = {{Sensor::OrganisedLidar, 64, 1024},
-                                   {Sensor::FlatLidar, 1, 57344},
-                                   {Sensor::RgbCamera, 480, 640}};
     for (const SensorShape& shape : shapes) runShape(shape, step, repeats);
     std::printf("\n");
     chunkSweep(shapes[0], step, repeats);

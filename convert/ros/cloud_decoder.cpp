@@ -81,37 +81,45 @@ private:
     int chunkHeaderSize_ = 0;
 };
 
+// Point i's record; without bytes after the rows' points, without a division.
 uint8_t* recordOf(PointCloud2& message, uint64_t i) {
     const CloudDescription& c = message.cloud;
+    if (uint64_t(c.width) * c.pointStep == c.rowStep) return message.data.data() + i * c.pointStep;
     return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
 }
 
-// Whether a message point is in the stream (`inside` ascending).
-bool isInside(const std::vector<uint32_t>& inside, uint64_t point) {
-    return std::binary_search(inside.begin(), inside.end(), uint32_t(point));
-}
-
-// Stream point `s` of a decoded chunk into its record: x, y, z, and the colour's three bytes and
-// the intensity where the stream holds them (the colour's fourth byte is in the record already).
-void writeStreamPoint(const zul_PointData& data, uint32_t s, const CloudLayout& layout,
-                      const std::string& where, uint8_t* at) {
+// The stream's points of a decoded chunk into their records (`records`, one a point in stored
+// order, point j of the chunk being stream point ties[j]): x, y, z, and the colour's three bytes
+// and the intensity where the stream holds them (the colour's fourth byte is in the records
+// already).
+void writeStreamPoints(const zul_PointData& data, const std::vector<uint32_t>& ties,
+                       uint8_t* const* records, uint32_t n, const CloudLayout& layout,
+                       const std::string& where) {
     const bool big = layout.bigEndian;
-    for (int k = 0; k < 3; ++k)
-        storeReal(at + layout.position[k].offset, layout.position[k].datatype, big,
-                  data.positions[3 * s + k]);
+    withAxes(layout, [&](const auto& axes) {
+        for (uint32_t j = 0; j < n; ++j)
+            for (int k = 0; k < 3; ++k) axes.store(records[j], k, data.positions[3 * ties[j] + k]);
+    });
     if (layout.color.field >= 0) {
-        uint8_t* rgb = at + layout.color.offset;
-        const uint32_t alpha = load<uint32_t>(rgb, big) & 0xff000000u;
-        store<uint32_t>(rgb,
-                        alpha | uint32_t(data.colors[3 * s]) << 16 |
-                            uint32_t(data.colors[3 * s + 1]) << 8 | data.colors[3 * s + 2],
-                        big);
+        for (uint32_t j = 0; j < n; ++j) {
+            const uint32_t s = ties[j];
+            uint8_t* rgb = records[j] + layout.color.offset;
+            const uint32_t alpha = load<uint32_t>(rgb, big) & 0xff000000u;
+            store<uint32_t>(rgb,
+                            alpha | uint32_t(data.colors[3 * s]) << 16 |
+                                uint32_t(data.colors[3 * s + 1]) << 8 | data.colors[3 * s + 2],
+                            big);
+        }
     }
     if (layout.intensity.field < 0) return;
-    if (!holdsWhole(layout.intensity.datatype, data.reflections[s]))
-        throw Error("compressed_data's stream " + where + " holds an intensity of " +
-                    std::to_string(data.reflections[s]) + " that the field's type cannot hold");
-    storeWhole(at + layout.intensity.offset, layout.intensity.datatype, big, data.reflections[s]);
+    const StreamField& field = layout.intensity;
+    for (uint32_t j = 0; j < n; ++j) {
+        const int32_t value = data.reflections[ties[j]];
+        if (!holdsWhole(field.datatype, value))
+            throw Error("compressed_data's stream " + where + " holds an intensity of " +
+                        std::to_string(value) + " that the field's type cannot hold");
+        storeWhole(records[j] + field.offset, field.datatype, big, value);
+    }
 }
 
 // The lean container's columns into the records: every point's byte ranges, and the stream's
@@ -271,7 +279,13 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
             streamSize, plan.starts.size() - 1);
     std::vector<uint32_t> ties;
     std::vector<uint64_t> indices;
-    std::vector<uint8_t> seen(withCompanion ? points : 0, 0);
+    // With a companion, each message point: outside the stream, a stream point not yet placed,
+    // or placed.
+    enum : uint8_t { kOutside, kFree, kTaken };
+    std::vector<uint8_t> seen(withCompanion ? points : 0, kOutside);
+    if (withCompanion)
+        for (uint32_t i : inside) seen[i] = kFree;
+    std::vector<uint8_t*> records;
     for (size_t c = 0; c + 1 < plan.starts.size(); ++c) {
         const size_t first = plan.starts[c];
         const uint32_t n = uint32_t(plan.starts[c + 1] - first);
@@ -281,30 +295,32 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
         if (withCompanion) {
             // The companion's rows follow the stored order, each naming its message point.
             fields->readChunk(int64_t(c), n, indices);
+            records.resize(n);
             for (uint32_t j = 0; j < n; ++j) {
                 const uint64_t m = indices[j];
-                if (m >= points || !isInside(inside, m) || seen[m])
+                if (m >= points || seen[m] != kFree)
                     throw Error("compressed_data's companion gives point " + std::to_string(j) +
                                 " of " + where + " the place " + std::to_string(m) +
                                 ", not a free place of a stream point");
-                seen[m] = 1;
-                uint8_t* at = recordOf(message, m);
-                fields->place(j, at);
-                writeStreamPoint(data, ties[j], layout, where, at);
+                seen[m] = kTaken;
+                records[j] = recordOf(message, m);
             }
+            fields->place(records.data());
+            writeStreamPoints(data, ties, records.data(), n, layout, where);
             continue;
         }
         if (seen.size() < n) seen.resize(n);
         std::fill_n(seen.begin(), n, 0);
+        records.resize(n);
         for (uint32_t local = 0; local < n; ++local) {
             const uint32_t j = loadLittle<uint16_t>(&order.bytes[2 * (first + local)]);
             if (j >= n || seen[j])
                 throw Error("column 'order' of " + where + " is not an order of its " +
                             std::to_string(n) + " points");
             seen[j] = 1;
-            writeStreamPoint(data, ties[j], layout, where,
-                             recordOf(message, inside[plan.sequence[first + local]]));
+            records[j] = recordOf(message, inside[plan.sequence[first + local]]);
         }
+        writeStreamPoints(data, ties, records.data(), n, layout, where);
     }
     if (!stream.done())
         throw Error("compressed_data's stream holds more chunks than its points need");

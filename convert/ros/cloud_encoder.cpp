@@ -20,64 +20,69 @@ namespace {
 
 // The stream's points: those whose positions come back within half a step, in message order.
 struct StreamPoints {
-    std::vector<uint8_t> inside;    // one a point of the message
-    std::vector<uint32_t> message;  // message index of each stream point
-    std::vector<double> positions;  // x, y, z as the message has them
-    std::vector<int64_t> grid;      // x, y, z on the grid
+    std::vector<uint8_t> inside;          // one a point of the message
+    std::vector<uint32_t> message;        // message index of each stream point
+    std::vector<const uint8_t*> records;  // its record
+    std::vector<int64_t> grid;            // x, y, z on the grid
 };
 
-const uint8_t* recordOf(const PointCloud2& message, uint64_t i) {
+const uint8_t* recordOf(const PointCloud2View& message, uint64_t i) {
     const CloudDescription& c = message.cloud;
-    return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
+    return message.data + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
 }
 
-// A position the stream gives back within half a step, as the field's type holds it; the grid
-// stays below 2^51 so that distinct grid values decode to distinct doubles.
-bool fitsStream(double value, uint8_t datatype, double step, int64_t& grid) {
+// A position the stream gives back within half a step, as the field's type holds it (`narrow`:
+// FLOAT32); the grid stays below 2^51 so that distinct grid values decode to distinct doubles.
+inline bool fitsStream(double value, bool narrow, double step, int64_t& grid) {
     const double half = step * 0.5;
-    const double cell = std::floor((half + value) / step);
-    if (!(std::fabs(cell) < 2251799813685248.0)) return false;  // NaN, infinite, 2^51 or more
-    grid = int64_t(cell);
+    const double quotient = (half + value) / step;
+    if (!(std::fabs(quotient) < 4611686018427387904.0)) return false;  // NaN, infinite, 2^62
+    // The floor of the quotient, by truncation: std::floor is a call without SSE 4.1.
+    grid = int64_t(quotient);
+    if (double(grid) > quotient) --grid;
+    if (!(grid < 2251799813685248 && grid > -2251799813685248)) return false;  // 2^51 or more
     double back = double(grid) * step;
-    if (datatype == kFloat32) back = double(static_cast<float>(back));
+    if (narrow) back = double(static_cast<float>(back));
     return std::fabs(back - value) <= half;
 }
 
-StreamPoints selectStreamPoints(const PointCloud2& message, const CloudLayout& layout,
+StreamPoints selectStreamPoints(const PointCloud2View& message, const CloudLayout& layout,
                                 double step) {
+    const CloudDescription& cloud = message.cloud;
     StreamPoints points;
     points.inside.assign(layout.points, 0);
     points.message.reserve(layout.points);
-    points.positions.reserve(3 * layout.points);
+    points.records.reserve(layout.points);
     points.grid.reserve(3 * layout.points);
-    for (uint64_t i = 0; i < layout.points; ++i) {
-        const uint8_t* record = recordOf(message, i);
-        double v[3];
-        int64_t g[3];
-        bool fits = true;
-        for (int k = 0; k < 3; ++k) {
-            const StreamField& axis = layout.position[k];
-            v[k] = loadReal(record + axis.offset, axis.datatype, layout.bigEndian);
-            fits = fits && fitsStream(v[k], axis.datatype, step, g[k]);
+    withAxes(layout, [&](const auto& axes) {
+        for (uint64_t r = 0; r < (layout.points ? cloud.height : 0); ++r) {
+            const uint8_t* row = message.data + r * cloud.rowStep;
+            for (uint64_t c = 0; c < cloud.width; ++c) {
+                const uint8_t* record = row + c * cloud.pointStep;
+                int64_t g[3];
+                bool fits = true;
+                for (int k = 0; k < 3; ++k)
+                    fits = fits && fitsStream(axes(record, k), axes.narrow(k), step, g[k]);
+                if (!fits) continue;
+                const uint64_t i = r * cloud.width + c;
+                points.inside[i] = 1;
+                points.message.push_back(uint32_t(i));
+                points.records.push_back(record);
+                for (int k = 0; k < 3; ++k) points.grid.push_back(g[k]);
+            }
         }
-        if (!fits) continue;
-        points.inside[i] = 1;
-        points.message.push_back(uint32_t(i));
-        points.positions.insert(points.positions.end(), v, v + 3);
-        points.grid.insert(points.grid.end(), g, g + 3);
-    }
+    });
     return points;
 }
 
 // The intensity field goes into the stream if every stream point's value is a whole number from
 // 0 to 2^31 - 1 that its type gives back bit for bit; `maxValue` is the largest.
-bool intensityFits(const PointCloud2& message, const CloudLayout& layout,
-                   const StreamPoints& points, int32_t& maxValue) {
+bool intensityFits(const CloudLayout& layout, const StreamPoints& points, int32_t& maxValue) {
     const StreamField& field = layout.intensity;
     maxValue = 1;
     if (field.field < 0) return false;
-    for (uint32_t i : points.message) {
-        const uint8_t* at = recordOf(message, i) + field.offset;
+    for (const uint8_t* record : points.records) {
+        const uint8_t* at = record + field.offset;
         const double value = loadNumber(at, field.datatype, layout.bigEndian);
         if (!(value >= 0 && value <= 2147483647.0) || value != std::floor(value)) return false;
         if ((field.datatype == kFloat32 || field.datatype == kFloat64) && std::signbit(value))
@@ -122,13 +127,14 @@ private:
 // for each of them its place in the chunk's message order (`order`), or, with a companion, puts
 // the other fields of each chunk's points and their message indices into it (`companion` gets
 // its bytes).
-void writeStream(const PointCloud2& message, const CloudLayout& layout, const StreamPoints& points,
-                 const zul_DataType& type, const ChunkPlan& plan, std::vector<uint8_t>& stream,
-                 std::vector<uint8_t>& order, std::vector<uint8_t>* companion) {
+void writeStream(const CloudLayout& layout, const StreamPoints& points, const zul_DataType& type,
+                 const ChunkPlan& plan, std::vector<uint8_t>& stream, std::vector<uint8_t>& order,
+                 std::vector<uint8_t>* companion) {
     StreamWriter writer(type, stream);
     std::unique_ptr<CompanionWriter> fields;
     if (companion) fields = std::make_unique<CompanionWriter>(layout, stream.data(), stream.size());
-    std::vector<uint32_t> stored;
+    std::vector<uint64_t> stored;
+    std::vector<const uint8_t*> storedRecords;
     if (!companion) order.resize(2 * plan.sequence.size());
     std::vector<OrderKey> keys;
     std::vector<double> positions;
@@ -142,7 +148,7 @@ void writeStream(const PointCloud2& message, const CloudLayout& layout, const St
             const uint32_t s = plan.sequence[first + j];
             OrderKey& key = keys[j];
             std::copy_n(&points.grid[3 * size_t(s)], 3, key.slot);
-            const uint8_t* record = recordOf(message, points.message[s]);
+            const uint8_t* record = points.records[s];
             key.color = type.colorMode == zul_COLOR_NONE
                             ? 0
                             : load<uint32_t>(record + layout.color.offset, big) & 0xffffffu;
@@ -156,10 +162,14 @@ void writeStream(const PointCloud2& message, const CloudLayout& layout, const St
         positions.resize(3 * n);
         colors.resize(3 * n);
         reflections.resize(n);
+        withAxes(layout, [&](const auto& axes) {
+            for (size_t j = 0; j < n; ++j) {
+                const uint8_t* record = points.records[plan.sequence[first + keys[j].local]];
+                for (int k = 0; k < 3; ++k) positions[3 * j + k] = axes(record, k);
+            }
+        });
         for (size_t j = 0; j < n; ++j) {
             const OrderKey& key = keys[j];
-            std::copy_n(&points.positions[3 * size_t(plan.sequence[first + key.local])], 3,
-                        &positions[3 * j]);
             colors[3 * j] = uint8_t(key.color >> 16);
             colors[3 * j + 1] = uint8_t(key.color >> 8);
             colors[3 * j + 2] = uint8_t(key.color);
@@ -172,16 +182,20 @@ void writeStream(const PointCloud2& message, const CloudLayout& layout, const St
         writer.chunk(data);
         if (!fields) continue;
         stored.resize(n);
-        for (size_t j = 0; j < n; ++j)
-            stored[j] = points.message[plan.sequence[first + keys[j].local]];
-        fields->chunk(message, stream.data() + before, stream.size() - before, stored);
+        storedRecords.resize(n);
+        for (size_t j = 0; j < n; ++j) {
+            const uint32_t s = plan.sequence[first + keys[j].local];
+            stored[j] = points.message[s];
+            storedRecords[j] = points.records[s];
+        }
+        fields->chunk(storedRecords, stored, stream.data() + before, stream.size() - before);
     }
     if (fields) *companion = fields->finish();
 }
 
 // The record's byte ranges of every point, and the stream's fields of the points outside it, into
 // their columns (the first of `record`).
-void gatherRecords(const PointCloud2& message, const CloudLayout& layout,
+void gatherRecords(const PointCloud2View& message, const CloudLayout& layout,
                    const StreamPoints& points, uint64_t outside, std::vector<Column>& record) {
     const CloudDescription& cloud = message.cloud;
     const bool big = layout.bigEndian;
@@ -189,7 +203,7 @@ void gatherRecords(const PointCloud2& message, const CloudLayout& layout,
     const RecordGrid grid{layout.points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
                           cloud.pointStep, big};
     for (size_t c = 0; c < ranges; ++c)
-        gatherRange(grid, message.data.data(), layout.columns[c], record[c].bytes.data());
+        gatherRange(grid, message.data, layout.columns[c], record[c].bytes.data());
     const std::vector<StreamField> fields = streamFields(layout);
     uint64_t o = 0;
     for (uint64_t i = 0; i < layout.points && outside > 0; ++i) {
@@ -208,11 +222,9 @@ void putColumn(Column&& column, std::vector<Column>& columns) {
     columns.push_back(std::move(column));
 }
 
-}  // namespace
-
-CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOptions& options) {
+CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeOptions& options) {
     const CloudDescription& cloud = message.cloud;
-    CloudLayout layout = layOutCloud(cloud, message.data.size(), true);
+    CloudLayout layout = layOutCloud(cloud, message.size, true);
     uint32_t chunkPoints = options.chunkPoints, tileColumns = options.tileColumns;
     if (chunkPoints > 65536) throw Error("a chunk holds at most 65536 points");
     if (chunkPoints == 0 && tileColumns == 0) {
@@ -235,26 +247,26 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     head.chunkPoints = chunkPoints;
     head.tileColumns = cloud.height > 1 ? tileColumns : 0;
     head.trailingMessageBytes = cloud.trailingBytes;
-    head.trailingDataBytes = message.data.size() - uint64_t(cloud.height) * cloud.rowStep;
-    if (layout.points == 0) head.trailingDataBytes = message.data.size();
+    head.trailingDataBytes = message.size - uint64_t(cloud.height) * cloud.rowStep;
+    if (layout.points == 0) head.trailingDataBytes = message.size;
 
     StreamPoints points;
     std::vector<uint8_t> stream, order, companion;
     if (layout.hasPositions) {
         points = selectStreamPoints(message, layout, step);
         int32_t maxValue = 1;
-        if (intensityFits(message, layout, points, maxValue)) {
+        if (intensityFits(layout, points, maxValue)) {
             head.flags |= kIntensityInStream;
             type.reflectionMode = zul_REFLECTION_CLAMPED;
             type.maxReflection = maxValue;
         } else if (layout.intensity.field >= 0) {
-            layout = layOutCloud(cloud, message.data.size(), false);
+            layout = layOutCloud(cloud, message.size, false);
         }
         if (layout.color.field >= 0) type.colorMode = zul_COLOR_RGB888;
         if (points.message.size() != layout.points) head.flags |= kMaskPresent;
         const ChunkPlan plan =
             planChunks(cloud.height, cloud.width, points.message, chunkPoints, head.tileColumns);
-        writeStream(message, layout, points, type, plan, stream, order,
+        writeStream(layout, points, type, plan, stream, order,
                     options.companion ? &companion : nullptr);
     }
     if (options.companion && layout.hasPositions) {
@@ -295,9 +307,8 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     }
     uint8_t* tails = record[record.size() - 2].bytes.data();
     for (uint64_t r = 0; r < cloud.height && tail > 0; ++r)
-        std::memcpy(tails + r * tail, message.data.data() + r * cloud.rowStep + layout.recordBytes,
-                    tail);
-    std::copy(message.data.end() - head.trailingDataBytes, message.data.end(),
+        std::memcpy(tails + r * tail, message.data + r * cloud.rowStep + layout.recordBytes, tail);
+    std::copy(message.data + message.size - head.trailingDataBytes, message.data + message.size,
               record.back().bytes.begin());
     for (Column& column : record) putColumn(std::move(column), columns);
 
@@ -306,6 +317,9 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     result.cloud.trailingBytes = 0;
     result.format = formatName();
     std::vector<uint8_t>& blob = result.compressedData;
+    // Room for every part at once: the stream alone is most of the blob, and a reallocation
+    // would copy it.
+    blob.reserve(kBlobHeadSize + stream.size() + packedColumnsBound(columns));
     writeBlobHead(head, blob);
     blob.insert(blob.end(), stream.begin(), stream.end());
     packColumns(columns, options.zstdLevel, blob);
@@ -314,9 +328,15 @@ CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOpti
     return result;
 }
 
+}  // namespace
+
+CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOptions& options) {
+    return compressView({message.cloud, message.data.data(), message.data.size()}, options);
+}
+
 std::vector<uint8_t> compressMessage(const uint8_t* bytes, size_t size, Serialization family,
                                      const EncodeOptions& options) {
-    return writeCompressedPointCloud2(compressCloud(readPointCloud2(bytes, size, family), options));
+    return writeCompressedPointCloud2(compressView(viewPointCloud2(bytes, size, family), options));
 }
 
 }  // namespace zul::ros

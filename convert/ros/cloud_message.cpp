@@ -1,5 +1,7 @@
 #include "cloud_message.h"
 
+#include <utility>
+
 namespace zul::ros {
 
 namespace {
@@ -49,15 +51,21 @@ void writeHead(WireWriter& out, const CloudDescription& cloud) {
 
 }  // namespace
 
-PointCloud2 readPointCloud2(const uint8_t* bytes, size_t size, Serialization family) {
+PointCloud2View viewPointCloud2(const uint8_t* bytes, size_t size, Serialization family) {
     WireReader in(bytes, size, family, "PointCloud2 message");
-    PointCloud2 message;
+    PointCloud2View message;
     readHead(in, message.cloud);
-    size_t count = 0;
-    const uint8_t* data = in.bytes(count, "data");
-    message.data.assign(data, data + count);
+    message.data = in.bytes(message.size, "data");
     message.cloud.isDense = in.u8("is_dense");
     message.cloud.trailingBytes = in.finish();
+    return message;
+}
+
+PointCloud2 readPointCloud2(const uint8_t* bytes, size_t size, Serialization family) {
+    PointCloud2View view = viewPointCloud2(bytes, size, family);
+    PointCloud2 message;
+    message.cloud = std::move(view.cloud);
+    message.data.assign(view.data, view.data + view.size);
     return message;
 }
 

@@ -48,6 +48,13 @@ struct PointCloud2 {
     std::vector<uint8_t> data;
 };
 
+// A PointCloud2 whose data lies in its serialised bytes, read without copying them.
+struct PointCloud2View {
+    CloudDescription cloud;
+    const uint8_t* data = nullptr;
+    size_t size = 0;
+};
+
 struct CompressedPointCloud2 {
     CloudDescription cloud;
     std::vector<uint8_t> compressedData;
@@ -57,6 +64,8 @@ struct CompressedPointCloud2 {
 // Parse a serialised message; a message that is cut short, claims more than it holds or has bytes
 // after its last field throws Error.
 PointCloud2 readPointCloud2(const uint8_t* bytes, size_t size, Serialization family);
+// The same with the data left where it is: valid while `bytes` are.
+PointCloud2View viewPointCloud2(const uint8_t* bytes, size_t size, Serialization family);
 CompressedPointCloud2 readCompressedPointCloud2(const uint8_t* bytes, size_t size,
                                                 Serialization family);
 

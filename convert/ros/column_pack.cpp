@@ -91,6 +91,13 @@ bool checkShape(const Column& column) {
 
 }  // namespace
 
+size_t packedColumnsBound(const std::vector<Column>& columns) {
+    size_t bound = 4;
+    for (const Column& column : columns)
+        bound += 2 + column.name.size() + 2 + 4 + 8 + 8 + ZSTD_compressBound(column.bytes.size());
+    return bound;
+}
+
 void packColumns(const std::vector<Column>& columns, int zstdLevel, std::vector<uint8_t>& out) {
     put(out, columns.size(), 4);
     std::vector<uint8_t> shuffled;

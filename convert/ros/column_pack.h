@@ -25,6 +25,8 @@ struct Column {
 
 // Appends the columns to `out`.
 void packColumns(const std::vector<Column>& columns, int zstdLevel, std::vector<uint8_t>& out);
+// The most bytes packColumns() adds for `columns`.
+size_t packedColumnsBound(const std::vector<Column>& columns);
 
 // Reads the columns of a container one after the other, each into a column whose name, datatype,
 // valuesPerPoint, coding and size (its `bytes` sized, contents ignored) the reader expects there:

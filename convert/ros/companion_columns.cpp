@@ -4,6 +4,7 @@
 #include <set>
 
 #include "point_access.h"
+#include "record_columns.h"
 #include "ros_error.h"
 
 namespace zul::ros {
@@ -80,26 +81,20 @@ CompanionWriter::CompanionWriter(const CloudLayout& layout, const uint8_t* strea
     check(zul_xout_beginStream(writer_, streamHead, headSize), "the stream's head refused");
 }
 
-void CompanionWriter::chunk(const PointCloud2& message, const uint8_t* bytes, size_t size,
-                            const std::vector<uint32_t>& stored) {
+void CompanionWriter::chunk(const std::vector<const uint8_t*>& records,
+                            const std::vector<uint64_t>& indices, const uint8_t* bytes,
+                            size_t size) {
     check(zul_xout_addChunkBytes(writer_, bytes, size), "a chunk refused");
-    const CloudDescription& c = message.cloud;
-    const size_t n = stored.size();
+    const size_t n = records.size();
     for (size_t f = 0; f < fields_.size(); ++f) {
         const CompanionField& field = fields_[f];
         values_.resize(n * field.width);
-        const bool swap = bigEndian_ && field.type != zul_FIELD_RAW;
-        for (size_t j = 0; j < n; ++j) {
-            const uint64_t i = stored[j];
-            const uint8_t* at = message.data.data() + (i / c.width) * c.rowStep +
-                                (i % c.width) * c.pointStep + field.offset;
-            copyToLittle(at, field.width, swap, &values_[j * field.width]);
-        }
+        gatherValues(records.data(), n, field.offset, field.width,
+                     bigEndian_ && field.type != zul_FIELD_RAW, values_.data());
         check(zul_xout_writeColumn(writer_, chunks_, int32_t(f), values_.data(), int64_t(n)),
               "a column refused");
     }
-    order_.assign(stored.begin(), stored.end());
-    check(zul_xout_writeOrder(writer_, chunks_, order_.data(), int64_t(n)), "the order refused");
+    check(zul_xout_writeOrder(writer_, chunks_, indices.data(), int64_t(n)), "the order refused");
     ++chunks_;
 }
 
@@ -138,6 +133,7 @@ CompanionColumnReader::CompanionColumnReader(const CloudLayout& layout, const ui
 }
 
 void CompanionColumnReader::readChunk(int64_t chunk, uint32_t n, std::vector<uint64_t>& order) {
+    readPoints_ = 0;
     order.resize(n);
     std::vector<void*> rooms(fields_.size());
     for (size_t f = 0; f < fields_.size(); ++f) {
@@ -147,13 +143,14 @@ void CompanionColumnReader::readChunk(int64_t chunk, uint32_t n, std::vector<uin
     // Every column and the order with one read and check of the chunk's block.
     check(zul_xin_readChunk(reader_, chunk, rooms.data(), int32_t(fields_.size()), order.data(), n),
           "chunk " + std::to_string(chunk) + "'s columns cannot be read");
+    readPoints_ = n;
 }
 
-void CompanionColumnReader::place(uint32_t row, uint8_t* record) const {
+void CompanionColumnReader::place(uint8_t* const* records) const {
     for (size_t f = 0; f < fields_.size(); ++f) {
         const CompanionField& field = fields_[f];
-        copyFromLittle(&values_[f][size_t(row) * field.width], field.width,
-                       bigEndian_ && field.type != zul_FIELD_RAW, record + field.offset);
+        scatterValues(values_[f].data(), readPoints_, field.offset, field.width,
+                      bigEndian_ && field.type != zul_FIELD_RAW, records);
     }
 }
 

@@ -34,10 +34,10 @@ std::vector<CompanionField> companionFields(const CloudLayout& layout);
 class CompanionWriter {
 public:
     CompanionWriter(const CloudLayout& layout, const uint8_t* streamHead, size_t headSize);
-    // The chunk's bytes as the encoder gave them, and the message index of each of its points in
-    // stored order.
-    void chunk(const PointCloud2& message, const uint8_t* bytes, size_t size,
-               const std::vector<uint32_t>& stored);
+    // The record and the message index of each of a chunk's points in stored order, and the
+    // chunk's bytes as the encoder gave them.
+    void chunk(const std::vector<const uint8_t*>& records, const std::vector<uint64_t>& indices,
+               const uint8_t* bytes, size_t size);
     std::vector<uint8_t> finish();
 
 private:
@@ -51,7 +51,6 @@ private:
     zul_xout_Writer& writer_ = handle_.value;
     int64_t chunks_ = 0;
     std::vector<uint8_t> values_;
-    std::vector<uint64_t> order_;
 };
 
 // Reads the companion of a blob's stream.
@@ -60,10 +59,11 @@ public:
     CompanionColumnReader(const CloudLayout& layout, const uint8_t* companion, size_t size,
                           const uint8_t* stream, size_t streamSize, size_t chunks);
     // Reads chunk `chunk` of `n` points: `order` gets each stored point's message index;
-    // place() then writes its field values.
+    // place() then writes their field values.
     void readChunk(int64_t chunk, uint32_t n, std::vector<uint64_t>& order);
-    // Writes the field values of stored point `row` of the last chunk read into `record`.
-    void place(uint32_t row, uint8_t* record) const;
+    // Writes the field values of each stored point of the last chunk read into its record
+    // (`records`, one a point in stored order).
+    void place(uint8_t* const* records) const;
 
 private:
     std::vector<CompanionField> fields_;
@@ -75,6 +75,7 @@ private:
     } handle_;
     zul_xin_Reader& reader_ = handle_.value;
     std::vector<std::vector<uint8_t>> values_;
+    uint32_t readPoints_ = 0;  // of the last chunk read
 };
 
 }  // namespace zul::ros

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "byte_order.h"
 #include "cloud_layout.h"
@@ -90,6 +91,57 @@ inline void storeWhole(uint8_t* p, uint8_t datatype, bool big, int32_t value) {
         default:
             storeReal(p, datatype, big, double(value));
     }
+}
+
+// Reads and writes x, y and z of a record: of any types and byte order, or (SameAxes) all three
+// of type T in the byte order `Big`, with loops the compiler makes of its own.
+struct AnyAxes {
+    const CloudLayout& layout;
+    bool narrow(int k) const { return layout.position[k].datatype == kFloat32; }
+    double operator()(const uint8_t* record, int k) const {
+        const StreamField& axis = layout.position[k];
+        return loadReal(record + axis.offset, axis.datatype, layout.bigEndian);
+    }
+    void store(uint8_t* record, int k, double value) const {
+        const StreamField& axis = layout.position[k];
+        storeReal(record + axis.offset, axis.datatype, layout.bigEndian, value);
+    }
+};
+
+template <typename T, bool Big>
+struct SameAxes {
+    using Bits = std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>;
+    uint32_t offset[3];
+    static constexpr bool narrow(int) { return sizeof(T) == 4; }
+    double operator()(const uint8_t* record, int k) const {
+        Bits bits = loadLittle<Bits>(record + offset[k]);
+        if (Big) bits = byteSwap(bits);
+        T value;
+        std::memcpy(&value, &bits, sizeof value);
+        return value;
+    }
+    void store(uint8_t* record, int k, double value) const {
+        const T narrowed = static_cast<T>(value);
+        Bits bits;
+        std::memcpy(&bits, &narrowed, sizeof bits);
+        if (Big) bits = byteSwap(bits);
+        storeLittle<Bits>(record + offset[k], bits);
+    }
+};
+
+// Calls `f` with the reader and writer of x, y and z that fits the layout.
+template <typename F>
+inline void withAxes(const CloudLayout& layout, F&& f) {
+    const uint8_t type = layout.position[0].datatype;
+    const uint32_t offsets[3] = {layout.position[0].offset, layout.position[1].offset,
+                                 layout.position[2].offset};
+    if (layout.position[1].datatype != type || layout.position[2].datatype != type)
+        return f(AnyAxes{layout});
+    if (type == kFloat32)
+        return layout.bigEndian ? f(SameAxes<float, true>{{offsets[0], offsets[1], offsets[2]}})
+                                : f(SameAxes<float, false>{{offsets[0], offsets[1], offsets[2]}});
+    return layout.bigEndian ? f(SameAxes<double, true>{{offsets[0], offsets[1], offsets[2]}})
+                            : f(SameAxes<double, false>{{offsets[0], offsets[1], offsets[2]}});
 }
 
 // The bytes of a value as they are, in little-endian order.

@@ -16,6 +16,19 @@ void axisOrder(const int64_t extent[3], int remap[3]) {
     remap[2] = 3 - remap[0] - remap[1];
 }
 
+// Sorts `values` by their bits `from` to `to` (exclusive), stably: a radix sort of bytes from
+// the least significant, which beats a comparison sort's mispredicted branches on a chunk.
+void radixSort(std::vector<uint64_t>& values, std::vector<uint64_t>& spare, int from, int to) {
+    spare.resize(values.size());
+    for (int shift = from; shift < to; shift += 8) {
+        size_t starts[257] = {};
+        for (uint64_t v : values) ++starts[((v >> shift) & 0xff) + 1];
+        for (int d = 0; d < 256; ++d) starts[d + 1] += starts[d];
+        for (uint64_t v : values) spare[starts[(v >> shift) & 0xff]++] = v;
+        values.swap(spare);
+    }
+}
+
 }  // namespace
 
 void sortAsStored(std::vector<OrderKey>& keys) {
@@ -32,18 +45,61 @@ void sortAsStored(std::vector<OrderKey>& keys) {
     for (int k = 0; k < 3; ++k) extent[k] = high[k] - low[k];
     int remap[3];
     axisOrder(extent, remap);
-    for (OrderKey& key : keys) {
-        const int64_t s[3] = {key.slot[remap[0]], key.slot[remap[1]], key.slot[remap[2]]};
-        std::copy_n(s, 3, key.slot);
-    }
-    std::sort(keys.begin(), keys.end(), [](const OrderKey& a, const OrderKey& b) {
-        if (a.slot[0] != b.slot[0]) return a.slot[0] < b.slot[0];
-        if (a.slot[1] != b.slot[1]) return a.slot[1] < b.slot[1];
-        if (a.slot[2] != b.slot[2]) return a.slot[2] < b.slot[2];
+    // Points on one grid position by colour, reflection and message order.
+    auto sameSlotBefore = [](const OrderKey& a, const OrderKey& b) {
         if (a.color != b.color) return a.color < b.color;
         if (a.reflection != b.reflection) return a.reflection < b.reflection;
         return a.local < b.local;
-    });
+    };
+    // Each key's slots less their smallest, in axis order, and its place packed in one number,
+    // when they fit; sorted as numbers, then runs of one slot by the rest of the order.
+    int bits[3];
+    for (int k = 0; k < 3; ++k) {
+        const uint64_t span = uint64_t(extent[remap[k]]);
+        bits[k] = 0;
+        while (bits[k] < 64 && (span >> bits[k]) != 0) ++bits[k];
+    }
+    const int placeBits = 16;
+    if (keys.size() > (size_t{1} << placeBits) || bits[0] + bits[1] + bits[2] + placeBits > 64) {
+        std::sort(keys.begin(), keys.end(), [&](const OrderKey& a, const OrderKey& b) {
+            for (int k = 0; k < 3; ++k)
+                if (a.slot[remap[k]] != b.slot[remap[k]])
+                    return a.slot[remap[k]] < b.slot[remap[k]];
+            return sameSlotBefore(a, b);
+        });
+        return;
+    }
+    // The shift of each input axis (an axis of one slot, all zeros, below 64).
+    int shift[3];
+    shift[remap[0]] = std::min(bits[1] + bits[2] + placeBits, 63);
+    shift[remap[1]] = std::min(bits[2] + placeBits, 63);
+    shift[remap[2]] = placeBits;
+    thread_local std::vector<uint64_t> packed;
+    thread_local std::vector<OrderKey> sorted;
+    packed.resize(keys.size());
+    for (size_t j = 0; j < keys.size(); ++j) {
+        const OrderKey& key = keys[j];
+        packed[j] = j | uint64_t(key.slot[0] - low[0]) << shift[0] |
+                    uint64_t(key.slot[1] - low[1]) << shift[1] |
+                    uint64_t(key.slot[2] - low[2]) << shift[2];
+    }
+    // Ties of the slots stay in place order, as a sort of the whole numbers leaves them. Below
+    // 512 keys the radix sort's passes over 256 digits take as long as the comparison sort.
+    thread_local std::vector<uint64_t> spare;
+    if (keys.size() >= 512)
+        radixSort(packed, spare, placeBits, placeBits + bits[0] + bits[1] + bits[2]);
+    else
+        std::sort(packed.begin(), packed.end());
+    sorted.resize(keys.size());
+    const uint64_t place = (uint64_t{1} << placeBits) - 1;
+    for (size_t j = 0; j < keys.size(); ++j) sorted[j] = keys[packed[j] & place];
+    for (size_t j = 0; j + 1 < sorted.size();) {
+        size_t end = j + 1;
+        while (end < sorted.size() && (packed[end] >> placeBits) == (packed[j] >> placeBits)) ++end;
+        if (end - j > 1) std::sort(sorted.begin() + j, sorted.begin() + end, sameSlotBefore);
+        j = end;
+    }
+    keys.swap(sorted);
 }
 
 void settleTies(const double* positions, const uint8_t* colors, const int32_t* reflections,

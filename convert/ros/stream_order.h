@@ -17,8 +17,7 @@ struct OrderKey {
     uint32_t local;  // place in the chunk's message order
 };
 
-// Sorts a chunk's keys into the order the decoder gives the points back (the slots end up in the
-// chunk's axis order).
+// Sorts a chunk's keys into the order the decoder gives the points back.
 void sortAsStored(std::vector<OrderKey>& keys);
 
 // Puts points the decoder gave back on the same position into the order of their colour and
