@@ -1,0 +1,42 @@
+#include "bulk/stored_order.h"
+
+#include "encoder/coordinate_sort.h"
+#include "encoder/quantize.h"
+#include "frame/bounding_box.h"
+#include "frame/chunk_axes.h"
+#include "frame/wrapping.h"
+
+namespace zulbulk {
+
+void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t* order,
+                 std::vector<zullib::zul_QuantizedPoint>& records,
+                 std::vector<unsigned char>& scratch) {
+    const size_t n = static_cast<size_t>(points.numPoints);
+    records.resize(n);
+    // The encoder's own steps: each position onto the grid, the slots laid out by the chunk's
+    // box and shifted to its minimum. Only the coordinates decide the order; the reflection
+    // carries each point's number through the sort.
+    const double step = type.quantizationStep;
+    zullib::BoundingBox3d<long long> box;
+    for (size_t i = 0; i < n; ++i) {
+        zullib::zul_QuantizedPoint& record = records[i];
+        long long grid[3];
+        for (int axis = 0; axis < 3; ++axis) {
+            grid[axis] = zullib::quantizeCoordinate(points.positions[3 * i + axis], step);
+            record.coordinates[axis] = grid[axis];
+        }
+        box.extend(grid);
+        record.reflection = static_cast<int32_t>(i);
+    }
+    const zullib::ChunkAxes axes = zullib::chunkAxes(box);
+    for (zullib::zul_QuantizedPoint& record : records) {
+        const int64_t grid[3] = {record.coordinates[0], record.coordinates[1],
+                                 record.coordinates[2]};
+        for (int k = 0; k < 3; ++k)
+            record.coordinates[k] = zullib::wrappingSub(grid[axes.axisRemap[k]], axes.slotMin[k]);
+    }
+    zullib::sortByCoordinates(records, scratch);
+    for (size_t k = 0; k < n; ++k) order[k] = static_cast<uint32_t>(records[k].reflection);
+}
+
+}  // namespace zulbulk
