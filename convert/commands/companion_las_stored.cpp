@@ -42,6 +42,8 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
     const size_t n = chunk.count;
     const double step = chunk.type->quantizationStep;
     const bool fromRecords = ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0;
+    const bool unit = step == 1.0;
+    constexpr double kExact = 4503599627370496.0;  // 2^52
     // Where every point's own grid point is the one it is stored on (as a rule), the points of a
     // grid point are next to each other in the chunk, and take their records in input order.
     stored_.resize(3 * n);
@@ -59,15 +61,24 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
         const double* p = chunk.points.positions + 3 * size_t{chunk.at[k]};
         const unsigned char* r = records_ + input * las_.recordLength;
         for (int axis = 0; axis < 3; ++axis) {
-            const double g = storedPosition(p[axis], step);
+            const double v = p[axis];
+            double g;
+            int64_t key, own;
+            if (unit && v > -kExact && v < kExact &&
+                static_cast<double>(static_cast<int64_t>(v)) == v) {
+                // A whole number on a step of 1 (as a rule) is stored as it is.
+                g = v;
+                key = own = static_cast<int64_t>(v);
+            } else {
+                g = storedPosition(v, step);
+                key = nearestInteger(g);
+                own = nearestInteger(v);
+            }
+            if (fromRecords) own = int64_t{loadLittle<int32_t>(r + 4 * axis)} * ratio_[axis];
             stored_[3 * k + axis] = g;
-            const int64_t key = nearestInteger(g);
-            const int64_t own = fromRecords
-                                    ? int64_t{loadLittle<int32_t>(r + 4 * axis)} * ratio_[axis]
-                                    : nearestInteger(p[axis]);
             keys_[3 * k + axis] = key;
             keys_[3 * (n + k) + axis] = own;
-            agree = agree && key == own;
+            agree &= key == own;
         }
     }
     uint64_t* inputs = inputOf.data() + base;

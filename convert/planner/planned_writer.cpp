@@ -281,6 +281,17 @@ void PlannedWriter::joinJob() { job_.join(); }
 zul_Status PlannedWriter::flushWork() {
     if (work_.empty()) return zul_STATUS_OK;
     Candidate candidate;
+    zul_Status status = cutWork(candidate);
+    if (status != zul_STATUS_OK) return status;
+    status = writeCutting(cutting_);
+    chosen_[candidate.describe()].blocks++;
+    chosen_[candidate.describe()].points += work_.size();
+    workStart_ += work_.size();
+    work_.clear();
+    return status;
+}
+
+zul_Status PlannedWriter::cutWork(Candidate& candidate) {
     zul_Status status = zul_STATUS_OK;
     if (options_.order == Order::Kd) {
         candidate.kind = Candidate::Kd;
@@ -312,21 +323,11 @@ zul_Status PlannedWriter::flushWork() {
                     cutting_ = std::move(runs);
                 }
             }
-            status = writeCutting(cutting_);
-            chosen_[candidate.describe()].blocks++;
-            chosen_[candidate.describe()].points += work_.size();
-            workStart_ += work_.size();
-            work_.clear();
-            return status;
+            return zul_STATUS_OK;
         }
     }
     planner_->cut(work_, candidate, cutting_);
-    status = writeCutting(cutting_);
-    chosen_[candidate.describe()].blocks++;
-    chosen_[candidate.describe()].points += work_.size();
-    workStart_ += work_.size();
-    work_.clear();
-    return status;
+    return zul_STATUS_OK;
 }
 
 std::string PlannedWriter::summary() const {

@@ -109,6 +109,8 @@ private:
     zul_Status flush();
     // Cuts and writes work_.
     zul_Status flushWork();
+    // Chooses how work_ is cut (in `candidate`) and cuts it into cutting_.
+    zul_Status cutWork(Candidate& candidate);
     // Waits for the job of the block before, and throws again what it threw (a failed
     // allocation), on the caller's thread.
     void joinJob();

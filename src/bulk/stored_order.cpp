@@ -17,12 +17,20 @@ void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t
     // box and shifted to its minimum. Only the coordinates decide the order; the reflection
     // carries each point's number through the sort.
     const double step = type.quantizationStep;
+    // On a step of 1, a whole number below 2^52 is its own grid point (value + 0.5 is exact, and
+    // its floor the value): the rounding is called only for the others.
+    const bool unit = step == 1.0;
+    constexpr double kExact = 4503599627370496.0;  // 2^52
     zullib::BoundingBox3d<long long> box;
     for (size_t i = 0; i < n; ++i) {
         zullib::zul_QuantizedPoint& record = records[i];
         long long grid[3];
         for (int axis = 0; axis < 3; ++axis) {
-            grid[axis] = zullib::quantizeCoordinate(points.positions[3 * i + axis], step);
+            const double value = points.positions[3 * i + axis];
+            const bool whole = unit && value > -kExact && value < kExact &&
+                               static_cast<double>(static_cast<long long>(value)) == value;
+            grid[axis] =
+                whole ? static_cast<long long>(value) : zullib::quantizeCoordinate(value, step);
             record.coordinates[axis] = grid[axis];
         }
         box.extend(grid);
