@@ -16,6 +16,8 @@ namespace {
 // Records asked for this many points before they are read.
 constexpr size_t kAhead = 16;
 
+constexpr double kExact = 4503599627370496.0;  // 2^52: below it, x + 0.5 is exact
+
 // The position a decoder gives for `value` on a grid of `step`: the nearest multiple, exact
 // halves upwards, as the encoder rounds (an index beyond 64 bits is the smallest one).
 double storedPosition(double value, double step) {
@@ -38,12 +40,50 @@ void LasStoredPoints::start(const LasHead& las, const unsigned char* records,
     color8.reserve(3 * las.count);
 }
 
+bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords,
+                                 uint64_t* inputs) {
+    const size_t n = chunk.count;
+    size_t run = 0;  // the first stored point of the grid point at hand
+    const double* previous = nullptr;
+    for (size_t k = 0; k < n; ++k) {
+        const uint64_t input = chunk.inputs[k];
+        if (input >= las_.count) {
+            changed_ = true;
+            return false;
+        }
+        if (fromRecords && k + kAhead < n && chunk.inputs[k + kAhead] < las_.count) {
+            __builtin_prefetch(records_ + chunk.inputs[k + kAhead] * las_.recordLength);
+        }
+        const double* p = chunk.points.positions + 3 * size_t{chunk.at[k]};
+        const unsigned char* r = records_ + input * las_.recordLength;
+        for (int axis = 0; axis < 3; ++axis) {
+            const double v = p[axis];
+            if (!(v > -kExact && v < kExact)) return false;
+            const int64_t whole = static_cast<int64_t>(v);
+            if (static_cast<double>(whole) != v ||
+                (fromRecords &&
+                 int64_t{loadLittle<int32_t>(r + 4 * axis)} * ratio_[axis] != whole)) {
+                return false;
+            }
+        }
+        inputs[k] = input;
+        if (previous && (p[0] != previous[0] || p[1] != previous[1] || p[2] != previous[2])) {
+            if (k - run > 1) std::sort(inputs + run, inputs + k);
+            run = k;
+        }
+        previous = p;
+    }
+    if (n - run > 1) std::sort(inputs + run, inputs + n);
+    return true;
+}
+
 bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
     const size_t n = chunk.count;
     const double step = chunk.type->quantizationStep;
     const bool fromRecords = ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0;
     const bool unit = step == 1.0;
-    constexpr double kExact = 4503599627370496.0;  // 2^52
+    whole_ = unit && matchWhole(chunk, fromRecords, inputOf.data() + base);
+    if (whole_ || changed_) return !changed_;
     // Where every point's own grid point is the one it is stored on (as a rule), the points of a
     // grid point are next to each other in the chunk, and take their records in input order.
     stored_.resize(3 * n);
@@ -140,7 +180,9 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
         const size_t i = chunk.at[k];
         const unsigned char* r = records_ + inputOf[at] * las_.recordLength;
         double q[3];
-        residualWorld(&stored_[3 * k], header.transformation, header.enabled, q);
+        const double* g =
+            whole_ ? chunk.points.positions + 3 * size_t{chunk.at[k]} : &stored_[3 * k];
+        residualWorld(g, header.transformation, header.enabled, q);
         XyzResidual xyz = {at, {0, 0, 0}};
         for (int axis = 0; axis < 3; ++axis) {
             const int32_t back = lasCoordinate(q[axis], las_.scale[axis], las_.offset[axis]);

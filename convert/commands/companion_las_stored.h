@@ -42,13 +42,18 @@ public:
     int64_t same[3] = {};
 
 private:
-    // Each stored point's input point, into inputOf from `base`.
+    // Each stored point's input point, into inputOf from `base`; false when the file changed.
     bool match(const zulplan::StoredChunk& chunk, size_t base);
+    // The same for the usual chunk, false for any other: on a step of 1, every position a whole
+    // number below 2^52 (stored as it is, its own grid point) and, with `fromRecords`, its
+    // record's X, Y and Z times the ratios. A grid point's stored points are next to each other.
+    bool matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords, uint64_t* inputs);
 
     LasHead las_;
     const unsigned char* records_ = nullptr;
     int64_t ratio_[3] = {0, 0, 0};
     bool changed_ = false;
+    bool whole_ = false;          // the chunk at hand is stored as it was given
     std::vector<double> stored_;  // the chunk's positions as the stream gives them
     std::vector<int64_t> keys_;   // the chunk's grid points: stored, then its points' own
 };
