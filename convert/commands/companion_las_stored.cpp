@@ -47,11 +47,7 @@ bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRec
     const double* previous = nullptr;
     for (size_t k = 0; k < n; ++k) {
         const uint64_t input = chunk.inputs[k];
-        if (input >= las_.count) {
-            changed_ = true;
-            return false;
-        }
-        if (fromRecords && k + kAhead < n && chunk.inputs[k + kAhead] < las_.count) {
+        if (fromRecords && k + kAhead < n) {
             __builtin_prefetch(records_ + chunk.inputs[k + kAhead] * las_.recordLength);
         }
         const double* p = chunk.points.positions + 3 * size_t{chunk.at[k]};
@@ -82,8 +78,14 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
     const double step = chunk.type->quantizationStep;
     const bool fromRecords = ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0;
     const bool unit = step == 1.0;
+    for (size_t k = 0; k < n; ++k) {
+        if (chunk.inputs[k] >= las_.count) {
+            changed_ = true;
+            return false;
+        }
+    }
     whole_ = unit && matchWhole(chunk, fromRecords, inputOf.data() + base);
-    if (whole_ || changed_) return !changed_;
+    if (whole_) return true;
     // Where every point's own grid point is the one it is stored on (as a rule), the points of a
     // grid point are next to each other in the chunk, and take their records in input order.
     stored_.resize(3 * n);
@@ -91,11 +93,7 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
     bool agree = true;
     for (size_t k = 0; k < n; ++k) {
         const uint64_t input = chunk.inputs[k];
-        if (input >= las_.count) {
-            changed_ = true;
-            return false;
-        }
-        if (fromRecords && k + kAhead < n && chunk.inputs[k + kAhead] < las_.count) {
+        if (fromRecords && k + kAhead < n) {
             __builtin_prefetch(records_ + chunk.inputs[k + kAhead] * las_.recordLength);
         }
         const double* p = chunk.points.positions + 3 * size_t{chunk.at[k]};
