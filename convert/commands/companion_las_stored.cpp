@@ -40,33 +40,22 @@ void LasStoredPoints::start(const LasHead& las, const unsigned char* records,
     color8.reserve(3 * las.count);
 }
 
-bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords,
-                                 uint64_t* inputs) {
-    // In locals: the stores to `inputs` could alias the members.
-    const size_t n = chunk.count, length = las_.recordLength;
-    const unsigned char* const records = records_;
-    const int64_t ratio[3] = {ratio_[0], ratio_[1], ratio_[2]};
+bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, uint64_t* inputs) {
+    // (With the records' grid points, a point's position is its own record's X, Y and Z times
+    // the ratios, as compress computed it: the same whole number.)
+    const size_t n = chunk.count;
     const double* const positions = chunk.points.positions;
     size_t run = 0;  // the first stored point of the grid point at hand
     const double* previous = nullptr;
     for (size_t k = 0; k < n; ++k) {
-        const uint64_t input = chunk.inputs[k];
-        if (fromRecords && k + kAhead < n) {
-            __builtin_prefetch(records + chunk.inputs[k + kAhead] * length);
-        }
         const double* p = positions + 3 * size_t{chunk.at[k]};
-        const unsigned char* r = records + input * length;
         for (int axis = 0; axis < 3; ++axis) {
             const double v = p[axis];
-            if (!(v > -kExact && v < kExact)) return false;
-            const int64_t whole = static_cast<int64_t>(v);
-            if (static_cast<double>(whole) != v ||
-                (fromRecords &&
-                 int64_t{loadLittle<int32_t>(r + 4 * axis)} * ratio[axis] != whole)) {
+            if (!(v > -kExact && v < kExact) || static_cast<double>(static_cast<int64_t>(v)) != v) {
                 return false;
             }
         }
-        inputs[k] = input;
+        inputs[k] = chunk.inputs[k];
         if (previous && (p[0] != previous[0] || p[1] != previous[1] || p[2] != previous[2])) {
             if (k - run > 1) std::sort(inputs + run, inputs + k);
             run = k;
@@ -82,13 +71,13 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
     const double step = chunk.type->quantizationStep;
     const bool fromRecords = ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0;
     const bool unit = step == 1.0;
-    for (size_t k = 0; k < n; ++k) {
-        if (chunk.inputs[k] >= las_.count) {
-            changed_ = true;
-            return false;
-        }
+    uint64_t last = 0;
+    for (size_t k = 0; k < n; ++k) last = std::max(last, chunk.inputs[k]);
+    if (n > 0 && last >= las_.count) {
+        changed_ = true;
+        return false;
     }
-    whole_ = unit && matchWhole(chunk, fromRecords, inputOf.data() + base);
+    whole_ = unit && matchWhole(chunk, inputOf.data() + base);
     if (whole_) return true;
     // Where every point's own grid point is the one it is stored on (as a rule), the points of a
     // grid point are next to each other in the chunk, and take their records in input order.
@@ -167,77 +156,61 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
     chunkStart.push_back(static_cast<int64_t>(base + n));
     intensityResidual.resize(base + n);
     color8.resize(3 * (base + n));
-    // Everything the loop reads in locals: its byte stores could alias any member.
     const zul_DataType& type = *chunk.type;
     const zul_Header2 none = {};
     const zul_Header2& header = chunk.header ? *chunk.header : none;
     const bool reflection = type.reflectionMode != zul_REFLECTION_NONE;
-    const int32_t maxReflection = type.maxReflection;
-    const zul_ColorMode colorMode = type.colorMode;
-    const int colorOffset = las_.colorOffset;
-    const size_t length = las_.recordLength;
-    const unsigned char* const records = records_;
-    const uint64_t* const inputs = inputOf.data() + base;
-    const uint32_t* const at = chunk.at;
-    const double* const positions = whole_ ? chunk.points.positions : nullptr;
-    const double* const stored = stored_.data();
-    const int32_t* const reflections = chunk.points.reflections;
-    const uint8_t* const colors = chunk.points.colors;
-    uint16_t* const intensityOut = intensityResidual.data() + base;
-    uint8_t* const colorOut = color8.data() + 3 * base;
-    const double scale[3] = {las_.scale[0], las_.scale[1], las_.scale[2]};
-    const double offset[3] = {las_.offset[0], las_.offset[1], las_.offset[2]};
-    bool any[4] = {anyResidual[0], anyResidual[1], anyResidual[2], anyResidual[3]};
-    int64_t counted[3] = {same[0], same[1], same[2]};
     for (size_t k = 0; k < n; ++k) {
+        const size_t at = base + k;
         if (k + kAhead < n) {
-            const char* next = reinterpret_cast<const char*>(records + inputs[k + kAhead] * length);
+            const char* next =
+                reinterpret_cast<const char*>(records_ + inputOf[at + kAhead] * las_.recordLength);
             __builtin_prefetch(next);
-            __builtin_prefetch(next + length - 1);
+            __builtin_prefetch(next + las_.recordLength - 1);
         }
-        const size_t i = at[k];
-        const unsigned char* r = records + inputs[k] * length;
+        const size_t i = chunk.at[k];
+        const unsigned char* r = records_ + inputOf[at] * las_.recordLength;
         double q[3];
-        residualWorld(positions ? positions + 3 * i : stored + 3 * k, header.transformation,
-                      header.enabled, q);
-        XyzResidual xyz = {base + k, {0, 0, 0}};
+        const double* g =
+            whole_ ? chunk.points.positions + 3 * size_t{chunk.at[k]} : &stored_[3 * k];
+        residualWorld(g, header.transformation, header.enabled, q);
+        XyzResidual xyz = {at, {0, 0, 0}};
         for (int axis = 0; axis < 3; ++axis) {
-            const int32_t back = lasCoordinate(q[axis], scale[axis], offset[axis]);
+            const int32_t back = lasCoordinate(q[axis], las_.scale[axis], las_.offset[axis]);
             xyz.value[axis] =
                 static_cast<int32_t>(static_cast<uint32_t>(loadLittle<int32_t>(r + 4 * axis)) -
                                      static_cast<uint32_t>(back));
-            any[axis] |= xyz.value[axis] != 0;
+            anyResidual[axis] = anyResidual[axis] || xyz.value[axis] != 0;
         }
         if (xyz.value[0] != 0 || xyz.value[1] != 0 || xyz.value[2] != 0) {
             xyzResidual.push_back(xyz);
         }
         // The reflection and colour as the stream gives them back.
-        const int32_t kept = reflection ? std::max(0, std::min(reflections[i], maxReflection)) : 0;
+        const int32_t stored =
+            reflection ? std::max(0, std::min(chunk.points.reflections[i], type.maxReflection)) : 0;
         const uint16_t ir =
-            static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) - static_cast<uint16_t>(kept));
-        intensityOut[k] = ir;
-        any[3] |= ir != 0;
+            static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) - static_cast<uint16_t>(stored));
+        intensityResidual[at] = ir;
+        anyResidual[3] = anyResidual[3] || ir != 0;
         for (int channel = 0; channel < 3; ++channel) {
             uint8_t value = 0;
-            if (colorMode == zul_COLOR_RGB888) {
-                value = colors[3 * i + channel];
-            } else if (colorMode == zul_COLOR_RGB565) {
+            if (type.colorMode == zul_COLOR_RGB888) {
+                value = chunk.points.colors[3 * i + channel];
+            } else if (type.colorMode == zul_COLOR_RGB565) {
                 // Kept in 5, 6 and 5 bits, given back in the middle of what each stands for.
                 const int drop = channel == 1 ? 2 : 3;
-                value = static_cast<uint8_t>(((colors[3 * i + channel] >> drop) << drop) +
-                                             (1 << (drop - 1)));
+                value = static_cast<uint8_t>(
+                    ((chunk.points.colors[3 * i + channel] >> drop) << drop) + (1 << (drop - 1)));
             }
-            colorOut[3 * k + channel] = value;
-            if (colorOffset > 0) {
-                const uint16_t own = loadLittle<uint16_t>(r + colorOffset + 2 * channel);
+            color8[3 * at + channel] = value;
+            if (las_.colorOffset > 0) {
+                const uint16_t own = loadLittle<uint16_t>(r + las_.colorOffset + 2 * channel);
                 for (int s = 0; s < 3; ++s) {
-                    counted[s] += own == static_cast<uint16_t>(value * kScales[s]);
+                    same[s] += own == static_cast<uint16_t>(value * kScales[s]);
                 }
             }
         }
     }
-    for (int c = 0; c < 4; ++c) anyResidual[c] = any[c];
-    for (int s = 0; s < 3; ++s) same[s] = counted[s];
 }
 
 }  // namespace zulconvert
