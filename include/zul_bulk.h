@@ -315,6 +315,18 @@ ZUL_API zul_Status zul_bulk_writeChunks(zul_bulk_Writer writer, const zul_bulk_P
                                         const int32_t* chunkSizes, int64_t numChunks,
                                         int64_t* failedChunk);
 
+/* As zul_bulk_writeChunks, and tells in what order each chunk stores its points (a chunk's
+ * points go into the stream sorted by their grid positions): `storedOrder` (null: not asked for)
+ * has room for points->numPoints numbers, and for each chunk written, whose first point is point
+ * `first` of `points`, storedOrder[first + k] gets the number (0 to its size - 1) of the chunk's
+ * point that is its k-th in the stream, the k-th a decoder hands out. The numbers of a chunk that
+ * was not written are undefined. Costs about a sort of the points more than zul_bulk_writeChunks,
+ * on the writer's threads. */
+ZUL_API zul_Status zul_bulk_writeChunksOrdered(zul_bulk_Writer writer,
+                                               const zul_bulk_Points* points,
+                                               const int32_t* chunkSizes, int64_t numChunks,
+                                               uint32_t* storedOrder, int64_t* failedChunk);
+
 /* Completes the file, frees the writer and sets `*writer` to null. With ZUL_BULK_WRITE_PUBLISH
  * the file is renamed over the path. Returns zul_STATUS_OK when the file holds the stream whole:
  * every chunk written and the file closed (and published); zul_STATUS_WRITE_ERROR if closing or

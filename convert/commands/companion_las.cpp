@@ -83,16 +83,4 @@ const char* const kLasResidualNames[7] = {
     "X_residual", "Y_residual", "Z_residual", "intensity_residual",
     "red_low",    "green_low",  "blue_low"};
 
-void residualWorld(const double g[3], const double matrix[16], bool enabled, double q[3]) {
-    for (int row = 0; row < 3; ++row) {
-        if (!enabled) {
-            q[row] = g[row];
-            continue;
-        }
-        double sum = matrix[12 + row];
-        for (int column = 0; column < 3; ++column) sum += matrix[4 * column + row] * g[column];
-        q[row] = sum;
-    }
-}
-
 }  // namespace zulconvert

@@ -75,6 +75,17 @@ inline int32_t lasCoordinate(double q, double scale, double offset) {
 
 // The position a stream's grid point `g` stands for, through the sensor header's matrix (or as
 // it is without one): computed the same way on both sides, so the differences come back exact.
-void residualWorld(const double g[3], const double matrix[16], bool enabled, double q[3]);
+// Inline: it runs once a point.
+inline void residualWorld(const double g[3], const double matrix[16], bool enabled, double q[3]) {
+    for (int row = 0; row < 3; ++row) {
+        if (!enabled) {
+            q[row] = g[row];
+            continue;
+        }
+        double sum = matrix[12 + row];
+        for (int column = 0; column < 3; ++column) sum += matrix[4 * column + row] * g[column];
+        q[row] = sum;
+    }
+}
 
 }  // namespace zulconvert

@@ -174,12 +174,8 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
     }
 
     // Pass 2: the companion.
-    zul_xout_Writer writer = nullptr;
-    check(zul_xout_open(&writer, companionPath.c_str()), shown);
-    struct Closer {
-        zul_xout_Writer& w;
-        ~Closer() { zul_xout_close(&w); }
-    } closer{writer};
+    const CompanionWriter output(companionPath, shown);
+    const zul_xout_Writer writer = output.get();
     std::vector<int32_t> fieldOf(columns.size(), -1);
     for (size_t c = 0; c < columns.size(); ++c) {
         if (columns[c].residual && !anyResidual[c]) continue;

@@ -1,23 +1,28 @@
 // compress's companion: NAME.zulx beside NAME.zul, for what the stream cannot hold. While the
-// points go into the stream, the recorder keeps each one's grid point and the stream's writer
-// records which input points each chunk holds (order()); once the stream is complete, the recorder
-// decodes it chunk by chunk, finds which of its chunk's input points each stored point is (the
-// encoder orders a chunk's points its own way), and writes that point's fields (from the input
-// file) as the chunk's columns, bound to the stream's final bytes.
+// points go into the stream, the stream's writer hands the recorder each chunk as it stores it
+// (chunkRecorder()): for a LAS file, which input point each stored point is and what the stream
+// gives of its values, against its record (LasStoredPoints). Once the stream is complete, the
+// recorder writes the records' fields (from the input file) as the chunks' columns, bound to the
+// stream's final bytes.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
+#include "commands/companion_las_stored.h"
 #include "commands/output_file.h"
 #include "commands/point_plan.h"
 #include "formats/cloud.h"
+#include "zul_companion.h"
 
 namespace zulconvert {
+
+class MappedFile;
 
 // NAME.zulx for NAME.zul (or NAME + ".zulx" for any other name).
 std::string companionPath(const std::string& streamPath);
@@ -33,6 +38,19 @@ void checkCompanion(zul_Status status, const std::string& companion);
 // no budget or density limit) and returns every chunk's number; a failure names `shown`.
 std::vector<int64_t> openWrittenStream(const std::string& streamPath, const std::string& shown,
                                        IndexGuard& index, ZulFileHead& head);
+
+// A companion writer opened on `path` (a failure names `shown`), closed when it goes.
+class CompanionWriter {
+public:
+    CompanionWriter(const std::string& path, const std::string& shown);
+    ~CompanionWriter() { zul_xout_close(&writer_); }
+    CompanionWriter(const CompanionWriter&) = delete;
+    CompanionWriter& operator=(const CompanionWriter&) = delete;
+    zul_xout_Writer get() const { return writer_; }
+
+private:
+    zul_xout_Writer writer_ = nullptr;
+};
 
 class CompanionRecorder {
 public:
@@ -55,15 +73,15 @@ public:
     void add(const zul_Point& prepared, bool kept) {
         ++read_;
         dropped_ += kept ? 0 : 1;
-        if (active_ && (recordFields_ || (lasFields_ && !recordKeys()))) keep(prepared, kept);
+        if (active_ && recordFields_) keep(prepared, kept);
     }
     // The grid's whole steps in a unit of the LAS file's grid, axis by axis (GridPlan::ratio):
-    // where none is 0, a point's grid point is its record's X, Y and Z times these, and the
-    // recorder need not keep them. Given before the first point.
+    // where none is 0, a point's grid point is its record's X, Y and Z times these. Given before
+    // the first point.
     void gridRatios(const int64_t ratio[3]);
-    // Where the stream's writer records the number of the input point of every stored point, in
-    // the stream's order (PlannedWriter::recordOrder); null when no fields are kept.
-    std::vector<uint64_t>* order() { return active_ && lasFields_ ? &inputOf_ : nullptr; }
+    // What the stream's writer hands each chunk to as it stores it (PlannedWriter::recordChunks),
+    // on the writer's thread; empty when no LAS fields are kept.
+    std::function<void(const zulplan::StoredChunk&)> chunkRecorder();
 
     // Writes the companion of the complete stream at `streamPath` to `companionPath` (a
     // temporary name). Returns a short account of what it holds ("12 fields, the order and the
@@ -76,10 +94,9 @@ private:
     void keep(const zul_Point& prepared, bool kept);
     std::string writeRecords(const std::string& streamPath, const std::string& companionPath,
                              int threads);
-    // Reserves room for the points of the LAS file `input`.
-    void reserveFor(const std::string& input);
-    std::string writeLas(const std::string& streamPath, const std::string& companionPath,
-                         int threads);
+    // Maps the LAS file `input` and readies stored_ for its records, where it is one.
+    void mapLas(const std::string& input);
+    std::string writeLas(const std::string& streamPath, const std::string& companionPath);
 
     const CompressOptions& options_;
     zulformats::Format format_;
@@ -87,7 +104,6 @@ private:
     bool keepOrder_ = false;
     bool lasFields_ = false;     // a LAS file that can be read again
     bool recordFields_ = false;  // a PCD or PLY file whose reader hands out its records
-    bool recordKeys() const { return ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0; }
 
     const zulformats::CloudReader& reader_;
     double intensityFactor_ = 1;
@@ -96,7 +112,9 @@ private:
     std::vector<unsigned char> records_;  // a PCD or PLY file's records read, in the input's order
     std::vector<int64_t> keys_;           // three grid coordinates a point read
     std::vector<uint8_t> kept_;           // of a PCD or PLY file: whether a point went in
-    std::vector<uint64_t> inputOf_;       // of a LAS file: the input point of each stored point
+    std::unique_ptr<MappedFile> lasInput_;  // a LAS file, mapped while it is compressed
+    bool lasMapped_ = false;                // stored_ has its records
+    LasStoredPoints stored_;                // of a LAS file: its stored points
 };
 
 }  // namespace zulconvert

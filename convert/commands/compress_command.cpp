@@ -107,7 +107,7 @@ int runCompress(const CompressOptions& options) {
                           "0, 10-13, 20-22, 30-32 and --sensor-type 0 to 10 (invalid argument)");
     }
     checkStatus(opened, options.output, ZulStage::Write);
-    writer.recordOrder(companion.order());
+    writer.recordChunks(companion.chunkRecorder());
 
     ProgressBar progress("compressing", reader->fileSize(), options.quiet);
     int64_t written = 0;

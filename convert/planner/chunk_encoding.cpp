@@ -42,16 +42,9 @@ zul_Status ChunkEncoder::encode(const zul_Point* points, const uint32_t* indices
 }
 
 zul_Status ChunkEncoder::measure(const zul_Point* points, const Cutting& cutting, uint64_t& total) {
-    for (size_t c = 0; c < cutting.chunks(); ++c) {
-        const char* bytes = nullptr;
-        int size = 0;
-        const size_t begin = cutting.begin(c);
-        const zul_Status status =
-            encode(points, cutting.order.data() + begin, cutting.ends[c] - begin, &bytes, &size);
-        if (status != zul_STATUS_OK) return status;
-        total += static_cast<uint64_t>(size);
-    }
-    return zul_STATUS_OK;
+    const std::atomic<uint64_t> unbounded{UINT64_MAX};
+    bool over = false;
+    return measure(points, cutting, total, unbounded, 1.0, over);
 }
 
 zul_Status ChunkEncoder::measure(const zul_Point* points, const Cutting& cutting, uint64_t& total,

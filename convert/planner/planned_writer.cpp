@@ -184,18 +184,41 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
         if (reflections) reflections[i] = p.reflection;
         if (normals) std::copy(p.normal, p.normal + 3, normals + 3 * i);
     }
-    if (order_ != nullptr) {
-        for (size_t i = 0; i < count; ++i) order_->push_back(workStart_ + cutting.order[i]);
-    }
     chunkSizes_.resize(cutting.chunks());
     for (size_t c = 0; c < cutting.chunks(); ++c) {
         chunkSizes_[c] = static_cast<int32_t>(cutting.ends[c] - cutting.begin(c));
     }
     const zul_bulk_Points points = {static_cast<int64_t>(count), positions, colors, reflections,
                                     normals};
+    const bool recording = order_ != nullptr || recorder_;
+    if (recording) storedOrder_.resize(count);
     errno = 0;
-    const zul_Status status = zul_bulk_writeChunks(
-        file_, &points, chunkSizes_.data(), static_cast<int64_t>(chunkSizes_.size()), nullptr);
+    const zul_Status status = zul_bulk_writeChunksOrdered(
+        file_, &points, chunkSizes_.data(), static_cast<int64_t>(chunkSizes_.size()),
+        recording ? storedOrder_.data() : nullptr, nullptr);
+    if (status != zul_STATUS_OK || !recording) return status;
+    StoredChunk chunk;
+    chunk.points = points;
+    chunk.type = &type_;
+    chunk.header = header_.enabled ? &header_ : nullptr;
+    for (size_t c = 0; c < cutting.chunks(); ++c) {
+        const size_t begin = cutting.begin(c), n = cutting.ends[c] - begin;
+        storedAt_.resize(n);
+        storedInputs_.resize(n);
+        for (size_t k = 0; k < n; ++k) {
+            storedAt_[k] = static_cast<uint32_t>(begin + storedOrder_[begin + k]);
+            storedInputs_[k] = workStart_ + cutting.order[storedAt_[k]];
+        }
+        if (order_ != nullptr) {
+            order_->insert(order_->end(), storedInputs_.begin(), storedInputs_.end());
+        }
+        if (recorder_) {
+            chunk.count = n;
+            chunk.inputs = storedInputs_.data();
+            chunk.at = storedAt_.data();
+            recorder_(chunk);
+        }
+    }
     return status;
 }
 
@@ -258,6 +281,17 @@ void PlannedWriter::joinJob() { job_.join(); }
 zul_Status PlannedWriter::flushWork() {
     if (work_.empty()) return zul_STATUS_OK;
     Candidate candidate;
+    zul_Status status = cutWork(candidate);
+    if (status != zul_STATUS_OK) return status;
+    status = writeCutting(cutting_);
+    chosen_[candidate.describe()].blocks++;
+    chosen_[candidate.describe()].points += work_.size();
+    workStart_ += work_.size();
+    work_.clear();
+    return status;
+}
+
+zul_Status PlannedWriter::cutWork(Candidate& candidate) {
     zul_Status status = zul_STATUS_OK;
     if (options_.order == Order::Kd) {
         candidate.kind = Candidate::Kd;
@@ -289,21 +323,11 @@ zul_Status PlannedWriter::flushWork() {
                     cutting_ = std::move(runs);
                 }
             }
-            status = writeCutting(cutting_);
-            chosen_[candidate.describe()].blocks++;
-            chosen_[candidate.describe()].points += work_.size();
-            workStart_ += work_.size();
-            work_.clear();
-            return status;
+            return zul_STATUS_OK;
         }
     }
     planner_->cut(work_, candidate, cutting_);
-    status = writeCutting(cutting_);
-    chosen_[candidate.describe()].blocks++;
-    chosen_[candidate.describe()].points += work_.size();
-    workStart_ += work_.size();
-    work_.clear();
-    return status;
+    return zul_STATUS_OK;
 }
 
 std::string PlannedWriter::summary() const {

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <exception>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -49,6 +50,17 @@ struct PlanOptions {
     bool publish = false;
 };
 
+// One chunk as the stream stores it: the encoder sorts a chunk's points by position, so their
+// order is known only once the chunk is encoded.
+struct StoredChunk {
+    size_t count = 0;
+    const uint64_t* inputs = nullptr;  // each stored point's number (0: the first point written)
+    const uint32_t* at = nullptr;      // where each stored point lies in `points`
+    zul_bulk_Points points = {};       // the values the encoder was given
+    const zul_DataType* type = nullptr;
+    const zul_Header2* header = nullptr;  // the sensor header, null without one
+};
+
 // Points a block holds within `budgetBytes` when cut in `order`: a whole number of chunks, at
 // least one; one chunk for the input's order, which needs no more.
 size_t blockCapacity(size_t budgetBytes, int chunk, Order order);
@@ -79,6 +91,12 @@ public:
     // given to write()), in the stream's order: which input point each stored point is. Read it
     // after close(). Null stops it.
     void recordOrder(std::vector<uint64_t>* order) { order_ = order; }
+    // From now on, hands every chunk, as it is written and in the stream's order, to `recorder`:
+    // on the thread that writes it (a background one with more than one thread), one chunk at a
+    // time. An empty function stops it.
+    void recordChunks(std::function<void(const StoredChunk&)> recorder) {
+        recorder_ = std::move(recorder);
+    }
 
     // What was chosen for the blocks so far, one line a choice, and the time spent choosing.
     std::string summary() const;
@@ -91,6 +109,8 @@ private:
     zul_Status flush();
     // Cuts and writes work_.
     zul_Status flushWork();
+    // Chooses how work_ is cut (in `candidate`) and cuts it into cutting_.
+    zul_Status cutWork(Candidate& candidate);
     // Waits for the job of the block before, and throws again what it threw (a failed
     // allocation), on the caller's thread.
     void joinJob();
@@ -123,7 +143,11 @@ private:
     zulbase::PointColumns columns_;  // a cutting's points in its order, for the bulk writer
     std::vector<int32_t> chunkSizes_;
     std::vector<uint64_t>* order_ = nullptr;  // recordOrder's
-    uint64_t workStart_ = 0;                  // the number of work_'s first point
+    std::function<void(const StoredChunk&)> recorder_;
+    std::vector<uint32_t> storedOrder_;   // of a cutting: each chunk's order in the stream
+    std::vector<uint32_t> storedAt_;      // of a chunk: where its stored points lie in columns_
+    std::vector<uint64_t> storedInputs_;  // of a chunk: its stored points' numbers
+    uint64_t workStart_ = 0;              // the number of work_'s first point
 
     struct Tally {
         size_t blocks = 0, points = 0;

@@ -10,7 +10,9 @@
 #include <map>
 #include <mutex>
 
+#include "bulk/stored_order.h"
 #include "bulk/worker_threads.h"
+#include "encoder/enc_context.h"
 
 namespace zulbulk {
 
@@ -19,8 +21,9 @@ namespace {
 class EncodeRun {
 public:
     EncodeRun(const zul_bulk_Points& points, const std::vector<PlannedChunk>& plan, int window,
-              const std::function<bool(const char*, size_t)>& write)
+              const std::function<bool(const char*, size_t)>& write, uint32_t* storedOrder)
         : write_(write),
+          storedOrder_(storedOrder),
           points_(points),
           plan_(plan),
           window_(window),
@@ -28,6 +31,8 @@ public:
 
     void work(zul_enc_Context encoder) {
         const int64_t count = static_cast<int64_t>(plan_.size());
+        std::vector<zullib::zul_QuantizedPoint> records;
+        std::vector<unsigned char> scratch;
         for (;;) {
             const int64_t k = next_.fetch_add(1);
             if (k >= count || k > failedAt_.load()) return;
@@ -43,6 +48,10 @@ public:
             if (status != zul_STATUS_OK) {
                 fail(k, status);
                 return;
+            }
+            // The order is found while the chunk waits for its turn, on the chunk's own worker.
+            if (storedOrder_) {
+                storedOrder(encoder->dataType, slice, storedOrder_ + first, records, scratch);
             }
             deliver(k, bytes, static_cast<size_t>(size));
         }
@@ -99,6 +108,7 @@ private:
     }
 
     const std::function<bool(const char*, size_t)>& write_;
+    uint32_t* storedOrder_;
     zul_bulk_Points points_;
     const std::vector<PlannedChunk>& plan_;
     int64_t window_;
@@ -115,10 +125,11 @@ private:
 
 zul_Status encodeChunks(const std::vector<zul_enc_Context>& encoders, const zul_bulk_Points& points,
                         const std::vector<PlannedChunk>& plan,
-                        const std::function<bool(const char*, size_t)>& write, int64_t* failedAt) {
+                        const std::function<bool(const char*, size_t)>& write,
+                        uint32_t* storedOrder, int64_t* failedAt) {
     *failedAt = -1;
     const int workers = static_cast<int>(encoders.size());
-    EncodeRun run(points, plan, 2 * workers, write);
+    EncodeRun run(points, plan, 2 * workers, write, storedOrder);
     runWorkers(
         workers, [&](int worker) { run.work(encoders[static_cast<size_t>(worker)]); },
         [&] { run.stop(); });

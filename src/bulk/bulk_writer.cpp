@@ -52,7 +52,7 @@ zul_Status zul_bulk_WriterStruct::open(const char* path, const zul_DataType& typ
 
 zul_Status zul_bulk_WriterStruct::write(const zul_bulk_Points& points,
                                         const std::vector<zulbulk::PlannedChunk>& plan,
-                                        int64_t* failedAt) {
+                                        uint32_t* storedOrder, int64_t* failedAt) {
     *failedAt = -1;
     if (plan.empty()) return zul_STATUS_OK;
     // Failed until the chunks are all written, also when an exception leaves this call.
@@ -63,7 +63,7 @@ zul_Status zul_bulk_WriterStruct::write(const zul_bulk_Points& points,
     const std::vector<zul_enc_Context> used(encoders_.begin(), encoders_.begin() + workers);
     const zul_Status status = zulbulk::encodeChunks(
         used, points, plan, [&](const char* bytes, size_t size) { return file.write(bytes, size); },
-        failedAt);
+        storedOrder, failedAt);
     failed = status != zul_STATUS_OK;
     return status;
 }

@@ -19,10 +19,11 @@ struct zul_bulk_WriterStruct {
     // signature and the file header. The records are valid.
     zul_Status open(const char* path, const zul_DataType& dataType, const zul_Header2* header,
                     const char* syncMarker, int threads, bool publish);
-    // Encodes and writes the chunks of `plan` (checked) on up to `threads` workers; any failure
-    // fails the writer.
+    // Encodes and writes the chunks of `plan` (checked) on up to `threads` workers, and, with a
+    // `storedOrder`, the order each chunk stores its points in (zulbulk::encodeChunks); any
+    // failure fails the writer.
     zul_Status write(const zul_bulk_Points& points, const std::vector<zulbulk::PlannedChunk>& plan,
-                     int64_t* failedAt);
+                     uint32_t* storedOrder, int64_t* failedAt);
 
     zul_DataType dataType = {};
     zul_Header2 header = {};

@@ -55,10 +55,11 @@ bool recordsValid(const zul_DataType* dataType, const zul_Header2* header) {
 }
 
 zul_Status writePlan(zul_bulk_Writer writer, const zul_bulk_Points& points,
-                     const std::vector<PlannedChunk>& plan, int64_t* failedChunk) {
+                     const std::vector<PlannedChunk>& plan, uint32_t* storedOrder,
+                     int64_t* failedChunk) {
     if (writer->failed) return zul_STATUS_INVALID_STATE;
     int64_t failedAt = -1;
-    const zul_Status status = writer->write(points, plan, &failedAt);
+    const zul_Status status = writer->write(points, plan, storedOrder, &failedAt);
     setFailed(failedChunk, failedAt);
     return status;
 }
@@ -87,6 +88,13 @@ ZUL_API zul_Status zul_bulk_openWriter(zul_bulk_Writer* writer, const char* path
 ZUL_API zul_Status zul_bulk_writeChunks(zul_bulk_Writer writer, const zul_bulk_Points* points,
                                         const int32_t* chunkSizes, int64_t numChunks,
                                         int64_t* failedChunk) {
+    return zul_bulk_writeChunksOrdered(writer, points, chunkSizes, numChunks, nullptr, failedChunk);
+}
+
+ZUL_API zul_Status zul_bulk_writeChunksOrdered(zul_bulk_Writer writer,
+                                               const zul_bulk_Points* points,
+                                               const int32_t* chunkSizes, int64_t numChunks,
+                                               uint32_t* storedOrder, int64_t* failedChunk) {
     setFailed(failedChunk, -1);
     if (!writer || !points || numChunks < 0 || (!chunkSizes && numChunks > 0) ||
         points->numPoints < 0)
@@ -99,7 +107,7 @@ ZUL_API zul_Status zul_bulk_writeChunks(zul_bulk_Writer writer, const zul_bulk_P
         std::vector<PlannedChunk> plan;
         if (!planFromSizes(points->numPoints, chunkSizes, numChunks, plan))
             return zul_STATUS_INVALID_ARGUMENT;
-        const zul_Status status = writePlan(writer, *points, plan, failedChunk);
+        const zul_Status status = writePlan(writer, *points, plan, storedOrder, failedChunk);
         if (status == zul_STATUS_WRITE_ERROR) errno = writer->file.error();
         return status;
     });
@@ -141,7 +149,8 @@ ZUL_API zul_Status zul_bulk_encodeFile(const char* path, const zul_DataType* dat
         zul_bulk_WriterStruct writer;
         zul_Status status =
             writer.open(path, *dataType, header, nullptr, threads, /*publish=*/false);
-        if (status == zul_STATUS_OK) status = writePlan(&writer, *points, plan, failedChunk);
+        if (status == zul_STATUS_OK)
+            status = writePlan(&writer, *points, plan, nullptr, failedChunk);
         // The chunks before a failed one stay in the file, as they always have.
         const zul_Status closed = writer.file.finish();
         return status != zul_STATUS_OK ? status : closed;

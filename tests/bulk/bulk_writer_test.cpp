@@ -34,10 +34,11 @@ protected:
     Arrays cloud = makeCloud(type, 3000, 11);
 };
 
-// Writes the cloud in the chunks given, `perCall` chunks a call.
+// Writes the cloud in the chunks given, `perCall` chunks a call; with `order`, each chunk's
+// stored order is asked for too.
 zul_Status writeCloud(const std::string& file, const zul_DataType& type, Arrays& cloud,
                       const std::vector<int32_t>& chunks, size_t perCall, int threads, int mode,
-                      const char* marker) {
+                      const char* marker, uint32_t* order = nullptr) {
     Writer w;
     zul_Status status =
         zul_bulk_openWriter(&w.writer, file.c_str(), &type, nullptr, marker, threads, mode);
@@ -51,8 +52,9 @@ zul_Status writeCloud(const std::string& file, const zul_DataType& type, Arrays&
         part.positions += 3 * first;
         part.colors += 3 * first;
         part.normals += 3 * first;
-        status = zul_bulk_writeChunks(w.writer, &part, chunks.data() + k,
-                                      static_cast<int64_t>(count), nullptr);
+        status = zul_bulk_writeChunksOrdered(w.writer, &part, chunks.data() + k,
+                                             static_cast<int64_t>(count),
+                                             order ? order + first : nullptr, nullptr);
         first += points;
     }
     const zul_Status closed = zul_bulk_closeWriter(&w.writer);
@@ -72,10 +74,23 @@ TEST_F(BulkWriterTest, GivenMarkerGivesTheSameBytesForAnyCallsAndThreads) {
     for (size_t perCall : {size_t{1}, size_t{2}})
         for (int threads : {0, 3})
             for (int mode : {ZUL_BULK_WRITE_REPLACE, ZUL_BULK_WRITE_PUBLISH}) {
+                // Asking for the stored order changes no byte; each chunk's is a permutation.
                 const std::string file = path("again.zul");
-                ASSERT_EQ(writeCloud(file, type, cloud, chunks, perCall, threads, mode, kMarker),
+                std::vector<uint32_t> order(3000, UINT32_MAX);
+                ASSERT_EQ(writeCloud(file, type, cloud, chunks, perCall, threads, mode, kMarker,
+                                     mode == ZUL_BULK_WRITE_PUBLISH ? order.data() : nullptr),
                           zul_STATUS_OK);
                 EXPECT_TRUE(readFile(file) == expected) << perCall << " " << threads << " " << mode;
+                size_t first = 0;
+                for (int32_t size : chunks) {
+                    if (mode != ZUL_BULK_WRITE_PUBLISH) break;
+                    std::vector<uint32_t> numbers(order.begin() + first,
+                                                  order.begin() + first + size);
+                    std::sort(numbers.begin(), numbers.end());
+                    for (int32_t k = 0; k < size; ++k)
+                        ASSERT_EQ(numbers[k], static_cast<uint32_t>(k)) << first;
+                    first += size;
+                }
             }
     // zul_bulk_encodeFile draws its marker; given that marker, the writer makes its bytes.
     zul_test_useFixedRandomSeed(true, 77);

@@ -137,23 +137,59 @@ TEST_P(AwkwardClouds, PlanWithoutErrorOrEmptyChunk) {
         ASSERT_EQ(writer.close(), zul_STATUS_OK);
         const ZulFile file = readZul(path("a.zul"));
         EXPECT_EQ(file.points.size(), points.size());
-        // The order recorded names each chunk's points: their reflections are their numbers.
+        // The order recorded is the stream's: each stored point's reflection is its number.
         ASSERT_EQ(order.size(), points.size());
-        size_t first = 0;
-        for (int count : file.chunkCounts) {
-            ASSERT_TRUE(count >= 1 && count <= 300) << count;
-            std::vector<uint64_t> named(order.begin() + first, order.begin() + first + count);
-            std::vector<uint64_t> stored;
-            for (int k = 0; k < count; ++k) stored.push_back(file.points[first + k].reflection);
-            std::sort(named.begin(), named.end());
-            std::sort(stored.begin(), stored.end());
-            EXPECT_EQ(named, stored) << "chunk from point " << first;
-            first += static_cast<size_t>(count);
+        for (int count : file.chunkCounts) ASSERT_TRUE(count >= 1 && count <= 300) << count;
+        for (size_t k = 0; k < order.size(); ++k) {
+            ASSERT_EQ(order[k], static_cast<uint64_t>(file.points[k].reflection)) << k;
         }
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, AwkwardClouds, ::testing::ValuesIn(kShapes), NameOfCase());
+
+// The order handed back is the stream's in every order and on any thread count, for chunks
+// sorted by digits (no two points on one position) and by comparison (many).
+class StoredOrder : public TempFolderTest,
+                    public ::testing::WithParamInterface<std::tuple<zulplan::Order, int>> {};
+
+TEST_P(StoredOrder, IsTheStreamsOrder) {
+    std::vector<zul_Point> points = randomPoints(12000, 50, 50, 5);
+    for (size_t i = 6000; i < points.size(); ++i) {
+        std::copy_n(points[i % 700].position, 3, points[i].position);
+    }
+    zulplan::PlanOptions options;
+    options.order = std::get<0>(GetParam());
+    options.threads = std::get<1>(GetParam());
+    options.chunk = 3000;
+    zulplan::PlannedWriter writer;
+    ASSERT_EQ(writer.open(path("a.zul"), makeDataType(0.001f, zul_COLOR_NONE, 1 << 20, false),
+                          nullptr, options),
+              zul_STATUS_OK);
+    std::vector<uint64_t> order, handed;
+    writer.recordOrder(&order);
+    writer.recordChunks([&](const zulplan::StoredChunk& chunk) {
+        for (size_t k = 0; k < chunk.count; ++k) {
+            // The values handed are those of the point named.
+            EXPECT_EQ(chunk.points.reflections[chunk.at[k]], static_cast<int32_t>(chunk.inputs[k]));
+            handed.push_back(chunk.inputs[k]);
+        }
+    });
+    for (const zul_Point& p : points) ASSERT_EQ(writer.write(p), zul_STATUS_OK);
+    ASSERT_EQ(writer.close(), zul_STATUS_OK);
+    const ZulFile file = readZul(path("a.zul"));
+    ASSERT_EQ(order.size(), file.points.size());
+    EXPECT_EQ(handed, order);
+    for (size_t k = 0; k < order.size(); ++k) {
+        ASSERT_EQ(order[k], static_cast<uint64_t>(file.points[k].reflection)) << k;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Orders, StoredOrder,
+                         ::testing::Combine(::testing::Values(zulplan::Order::Plan,
+                                                              zulplan::Order::Kd,
+                                                              zulplan::Order::Input),
+                                            ::testing::Values(1, 2)));
 
 // An airborne-like strip, as large inputs are: scan lines across x, flown along y, with terrain,
 // colour and intensity that change smoothly and some noise.

@@ -1,0 +1,216 @@
+#include "commands/companion_las_stored.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "commands/companion_match.h"
+#include "formats/byte_input.h"
+
+namespace zulconvert {
+
+using zulformats::loadLittle;
+
+namespace {
+
+// Records asked for this many points before they are read.
+constexpr size_t kAhead = 16;
+
+constexpr double kExact = 4503599627370496.0;  // 2^52: below it, x + 0.5 is exact
+
+// The position a decoder gives for `value` on a grid of `step`: the nearest multiple, exact
+// halves upwards, as the encoder rounds (an index beyond 64 bits is the smallest one).
+double storedPosition(double value, double step) {
+    const double index = std::floor((step * 0.5 + value) / step);
+    const int64_t whole = index >= -9223372036854775808.0 && index < 9223372036854775808.0
+                              ? static_cast<int64_t>(index)
+                              : INT64_MIN;
+    return static_cast<double>(whole) * step;
+}
+
+}  // namespace
+
+void LasStoredPoints::start(const LasHead& las, const unsigned char* records,
+                            const int64_t ratio[3]) {
+    las_ = las;
+    records_ = records;
+    for (int axis = 0; axis < 3; ++axis) ratio_[axis] = ratio[axis];
+    inputOf.reserve(las.count);
+    intensityResidual.reserve(las.count);
+    color8.reserve(3 * las.count);
+}
+
+bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, uint64_t* inputs) {
+    // (With the records' grid points, a point's position is its own record's X, Y and Z times
+    // the ratios, as compress computed it: the same whole number.)
+    const size_t n = chunk.count;
+    const double* const positions = chunk.points.positions;
+    size_t run = 0;  // the first stored point of the grid point at hand
+    const double* previous = nullptr;
+    for (size_t k = 0; k < n; ++k) {
+        const double* p = positions + 3 * size_t{chunk.at[k]};
+        for (int axis = 0; axis < 3; ++axis) {
+            const double v = p[axis];
+            if (!(v > -kExact && v < kExact) || static_cast<double>(static_cast<int64_t>(v)) != v) {
+                return false;
+            }
+        }
+        inputs[k] = chunk.inputs[k];
+        if (previous && (p[0] != previous[0] || p[1] != previous[1] || p[2] != previous[2])) {
+            if (k - run > 1) std::sort(inputs + run, inputs + k);
+            run = k;
+        }
+        previous = p;
+    }
+    if (n - run > 1) std::sort(inputs + run, inputs + n);
+    return true;
+}
+
+bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
+    const size_t n = chunk.count;
+    const double step = chunk.type->quantizationStep;
+    const bool fromRecords = ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0;
+    const bool unit = step == 1.0;
+    uint64_t last = 0;
+    for (size_t k = 0; k < n; ++k) last = std::max(last, chunk.inputs[k]);
+    if (n > 0 && last >= las_.count) {
+        changed_ = true;
+        return false;
+    }
+    whole_ = unit && matchWhole(chunk, inputOf.data() + base);
+    if (whole_) return true;
+    // Where every point's own grid point is the one it is stored on (as a rule), the points of a
+    // grid point are next to each other in the chunk, and take their records in input order.
+    stored_.resize(3 * n);
+    keys_.resize(6 * n);
+    bool agree = true;
+    for (size_t k = 0; k < n; ++k) {
+        const uint64_t input = chunk.inputs[k];
+        if (fromRecords && k + kAhead < n) {
+            __builtin_prefetch(records_ + chunk.inputs[k + kAhead] * las_.recordLength);
+        }
+        const double* p = chunk.points.positions + 3 * size_t{chunk.at[k]};
+        const unsigned char* r = records_ + input * las_.recordLength;
+        for (int axis = 0; axis < 3; ++axis) {
+            const double v = p[axis];
+            double g;
+            int64_t key, own;
+            if (unit && v > -kExact && v < kExact &&
+                static_cast<double>(static_cast<int64_t>(v)) == v) {
+                // A whole number on a step of 1 (as a rule) is stored as it is.
+                g = v;
+                key = own = static_cast<int64_t>(v);
+            } else {
+                g = storedPosition(v, step);
+                key = nearestInteger(g);
+                own = nearestInteger(v);
+            }
+            if (fromRecords) own = int64_t{loadLittle<int32_t>(r + 4 * axis)} * ratio_[axis];
+            stored_[3 * k + axis] = g;
+            keys_[3 * k + axis] = key;
+            keys_[3 * (n + k) + axis] = own;
+            agree &= key == own;
+        }
+    }
+    uint64_t* inputs = inputOf.data() + base;
+    std::copy(chunk.inputs, chunk.inputs + n, inputs);
+    if (agree) {
+        for (size_t k = 0; k < n;) {
+            size_t end = k + 1;
+            while (end < n && std::equal(&keys_[3 * k], &keys_[3 * k + 3], &keys_[3 * end])) {
+                ++end;
+            }
+            if (end - k > 1) std::sort(inputs + k, inputs + end);
+            k = end;
+        }
+        return true;
+    }
+    // Otherwise (a position halfway between two grid points rounds either way): each stored
+    // point takes the first record left on its grid point, or on a neighbouring one; where that
+    // leaves a point without one, every stored point keeps its own.
+    std::vector<uint32_t> byInput(n);
+    std::iota(byInput.begin(), byInput.end(), uint32_t{0});
+    std::sort(byInput.begin(), byInput.end(),
+              [&](uint32_t a, uint32_t b) { return chunk.inputs[a] < chunk.inputs[b]; });
+    std::vector<int64_t> ownKeys(3 * n);
+    for (size_t i = 0; i < n; ++i) {
+        std::copy_n(&keys_[3 * (n + byInput[i])], 3, &ownKeys[3 * i]);
+    }
+    PointMatcher matcher(ownKeys, std::vector<uint8_t>(n, 1));
+    for (size_t k = 0; k < n; ++k) {
+        const int64_t found = matcher.take(&keys_[3 * k]);
+        if (found < 0) {
+            std::copy(chunk.inputs, chunk.inputs + n, inputs);
+            return true;
+        }
+        inputs[k] = chunk.inputs[byInput[static_cast<size_t>(found)]];
+    }
+    return true;
+}
+
+void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
+    if (changed_) return;
+    const size_t n = chunk.count, base = inputOf.size();
+    inputOf.resize(base + n);
+    if (!match(chunk, base)) return;
+    chunkStart.push_back(static_cast<int64_t>(base + n));
+    intensityResidual.resize(base + n);
+    color8.resize(3 * (base + n));
+    const zul_DataType& type = *chunk.type;
+    const zul_Header2 none = {};
+    const zul_Header2& header = chunk.header ? *chunk.header : none;
+    const bool reflection = type.reflectionMode != zul_REFLECTION_NONE;
+    for (size_t k = 0; k < n; ++k) {
+        const size_t at = base + k;
+        if (k + kAhead < n) {
+            const char* next =
+                reinterpret_cast<const char*>(records_ + inputOf[at + kAhead] * las_.recordLength);
+            __builtin_prefetch(next);
+            __builtin_prefetch(next + las_.recordLength - 1);
+        }
+        const size_t i = chunk.at[k];
+        const unsigned char* r = records_ + inputOf[at] * las_.recordLength;
+        double q[3];
+        const double* g =
+            whole_ ? chunk.points.positions + 3 * size_t{chunk.at[k]} : &stored_[3 * k];
+        residualWorld(g, header.transformation, header.enabled, q);
+        XyzResidual xyz = {at, {0, 0, 0}};
+        for (int axis = 0; axis < 3; ++axis) {
+            const int32_t back = lasCoordinate(q[axis], las_.scale[axis], las_.offset[axis]);
+            xyz.value[axis] =
+                static_cast<int32_t>(static_cast<uint32_t>(loadLittle<int32_t>(r + 4 * axis)) -
+                                     static_cast<uint32_t>(back));
+            anyResidual[axis] = anyResidual[axis] || xyz.value[axis] != 0;
+        }
+        if (xyz.value[0] != 0 || xyz.value[1] != 0 || xyz.value[2] != 0) {
+            xyzResidual.push_back(xyz);
+        }
+        // The reflection and colour as the stream gives them back.
+        const int32_t stored =
+            reflection ? std::max(0, std::min(chunk.points.reflections[i], type.maxReflection)) : 0;
+        const uint16_t ir =
+            static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) - static_cast<uint16_t>(stored));
+        intensityResidual[at] = ir;
+        anyResidual[3] = anyResidual[3] || ir != 0;
+        for (int channel = 0; channel < 3; ++channel) {
+            uint8_t value = 0;
+            if (type.colorMode == zul_COLOR_RGB888) {
+                value = chunk.points.colors[3 * i + channel];
+            } else if (type.colorMode == zul_COLOR_RGB565) {
+                // Kept in 5, 6 and 5 bits, given back in the middle of what each stands for.
+                const int drop = channel == 1 ? 2 : 3;
+                value = static_cast<uint8_t>(
+                    ((chunk.points.colors[3 * i + channel] >> drop) << drop) + (1 << (drop - 1)));
+            }
+            color8[3 * at + channel] = value;
+            if (las_.colorOffset > 0) {
+                const uint16_t own = loadLittle<uint16_t>(r + las_.colorOffset + 2 * channel);
+                for (int s = 0; s < 3; ++s) {
+                    same[s] += own == static_cast<uint16_t>(value * kScales[s]);
+                }
+            }
+        }
+    }
+}
+
+}  // namespace zulconvert

@@ -1,0 +1,61 @@
+// What the stream holds of each stored point of a LAS file, against the point's record, gathered
+// chunk by chunk as the stream's writer stores the chunks (PlannedWriter::recordChunks): the
+// companion then never reads the stream back. Each stored point takes the first record, in the
+// input's order, of the chunk's points on its grid point not yet taken (points on one grid point
+// are interchangeable: each keeps its own fields, and the differences make its X, Y, Z,
+// intensity and colour exact).
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "commands/companion_las.h"
+#include "planner/planned_writer.h"
+
+namespace zulconvert {
+
+class LasStoredPoints {
+public:
+    // The LAS file's header and its `las.count` records from `records`; `ratio` as
+    // CompanionRecorder::gridRatios gives it (without a zero, a point's own grid point is its
+    // record's X, Y and Z times these).
+    void start(const LasHead& las, const unsigned char* records, const int64_t ratio[3]);
+    // The next chunk of the stream.
+    void add(const zulplan::StoredChunk& chunk);
+
+    // Whether a stored point lay past the file's records: the file changed while it was read.
+    bool changed() const { return changed_; }
+
+    // The differences of X, Y and Z, of the points that have any (few, as a rule).
+    struct XyzResidual {
+        uint64_t at;
+        int32_t value[3];
+    };
+    std::vector<uint64_t> inputOf;       // the input point of each stored point
+    std::vector<int64_t> chunkStart{0};  // each chunk's first stored point, and the end
+    std::vector<XyzResidual> xyzResidual;
+    std::vector<uint16_t> intensityResidual;  // a stored point's
+    std::vector<uint8_t> color8;              // three a stored point, as the stream gives them
+    bool anyResidual[4] = {};                 // X, Y, Z, intensity
+    // The colour scales tried, 256, 257 and 1, and how many values each gives back as they were.
+    static constexpr int64_t kScales[3] = {256, 257, 1};
+    int64_t same[3] = {};
+
+private:
+    // Each stored point's input point, into inputOf from `base`; false when the file changed.
+    bool match(const zulplan::StoredChunk& chunk, size_t base);
+    // The same for the usual chunk, false for any other: on a step of 1, every position a whole
+    // number below 2^52, stored as it is and its own grid point. A grid point's stored points are
+    // next to each other.
+    bool matchWhole(const zulplan::StoredChunk& chunk, uint64_t* inputs);
+
+    LasHead las_;
+    const unsigned char* records_ = nullptr;
+    int64_t ratio_[3] = {0, 0, 0};
+    bool changed_ = false;
+    bool whole_ = false;          // the chunk at hand is stored as it was given
+    std::vector<double> stored_;  // the chunk's positions as the stream gives them
+    std::vector<int64_t> keys_;   // the chunk's grid points: stored, then its points' own
+};
+
+}  // namespace zulconvert
