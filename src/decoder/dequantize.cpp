@@ -42,13 +42,18 @@ void zul_dec_ContextStruct::dequantizeRemapAndShiftPoints(
     }
 
     const zullib::ChunkStreams streams(dataType);
-    if (streams.reflection)
-        for (size_t i = 0; i < n; ++i) points.reflections[i] = records[i].reflection;
+    if (streams.reflection) {
+        int32_t* const reflections = points.reflections;
+        for (size_t i = 0; i < n; ++i) reflections[i] = record[i].reflection;
+    }
 
     if (streams.normals) {
+        // The arrays in locals too: the call for a pair outside the grid could change anything
+        // reachable, so fields would be loaded again for every point.
         const zullib::NormalCentres& centres = zullib::NormalCentres::instance();
+        float* const normals = points.normals;
         for (size_t i = 0; i < n; ++i)
-            centres.lookUp(static_cast<uint32_t>(records[i].normal[0]),
-                           static_cast<uint32_t>(records[i].normal[1]), &points.normals[3 * i]);
+            centres.lookUp(static_cast<uint32_t>(record[i].normal[0]),
+                           static_cast<uint32_t>(record[i].normal[1]), &normals[3 * i]);
     }
 }
