@@ -2,8 +2,8 @@
 // their truncation merged, reflections as stored, normals at the centres of their cells.
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
+#include "decoder/color_copy.h"
 #include "decoder/dec_context.h"
 #include "decoder/normal_centres.h"
 #include "frame/data_type.h"
@@ -29,18 +29,8 @@ void zul_dec_ContextStruct::dequantizeRemapAndShiftPoints(
                                           record[i].coordinates[slots[axis]], min[axis])) *
                                       step;
 
-    if (dataType.colorMode == zul_COLOR_RGB888 && n > 0) {
-        // Four bytes a point, one load and one store: the fourth (the record's padding) lands on
-        // the next point's first byte, which that point then writes. The last point takes three.
-        constexpr size_t kRgb = offsetof(zullib::zul_QuantizedPoint, rgb);
-        static_assert(offsetof(zullib::zul_QuantizedPoint, reflection) >= kRgb + 4,
-                      "a byte follows the colour in the record");
-        for (size_t i = 0; i + 1 < n; ++i) {
-            unsigned char word[4];
-            std::memcpy(word, reinterpret_cast<const unsigned char*>(record + i) + kRgb, 4);
-            std::memcpy(colors + 3 * i, word, 4);
-        }
-        std::memcpy(colors + 3 * (n - 1), record[n - 1].rgb, 3);
+    if (dataType.colorMode == zul_COLOR_RGB888) {
+        zullib::copyRgb888(colors, record, n);
     } else if (dataType.colorMode == zul_COLOR_RGB565) {
         // Each value goes to the middle of the 8 or 4 values it stands for: 0 -> 4, 31 -> 252,
         // and 0 -> 2, 63 -> 254 for green. Values outside their bits wrap in 8 bits.
