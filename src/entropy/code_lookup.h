@@ -1,7 +1,8 @@
 // Decoding a whole short code with one look-up: the next kPeekBits bits of the stream index a
-// table that gives the code's width and its delta, for every code (prefix and payload) that fits
-// in those bits. Longer codes and escapes are marked with width 0 and decoded the long way.
-// Built per stream component from its prefix table, only for chunks long enough to repay it.
+// table that gives the code's width and its delta (if it fits in 24 bits), for every code (prefix
+// and payload) that fits in those bits. Longer codes and escapes are marked with width 0 and
+// decoded the long way. Built per stream component from its prefix table, only for chunks long
+// enough to repay it.
 #pragma once
 
 #include <cstdint>
@@ -16,15 +17,20 @@ public:
     static constexpr int kPeekBits = 10;
     static constexpr uint64_t kPeekMask = (uint64_t{1} << kPeekBits) - 1;
 
+    // One word: the delta above the code's width in its low 8 bits (0: not decodable from this
+    // entry), so that one load gives both.
     struct Entry {
-        int32_t delta;
-        uint8_t bits;  // 0: not decodable from this entry
+        static constexpr int32_t kMaxDelta = (int32_t{1} << 23) - 1;
+        static constexpr int32_t kMinDelta = -kMaxDelta - 1;
+        uint32_t word;
+        int bits() const { return static_cast<int>(word & 0xFF); }
+        int32_t delta() const { return static_cast<int32_t>(word) >> 8; }
     };
 
     CodeLookup() = default;
     CodeLookup(const std::vector<int>& table, int lastPrefix, bool nonNegative,
                const DeltaDecoder& decoder)
-        : entries_(size_t{1} << kPeekBits) {
+        : entries_(size_t{1} << kPeekBits, Entry{0}) {
         // Each code that fits fills every pattern that starts with it.
         for (int prefix = 0; prefix <= lastPrefix; ++prefix) {
             const int prefixBits = prefix < lastPrefix ? prefix + 1 : prefix;
@@ -37,8 +43,9 @@ public:
                 if (!nonNegative && length > 0 && ((payload >> (length - 1)) & 1) != 0)
                     payload |= ~uint64_t{0} << length;
                 const int64_t delta = decoder.decode(static_cast<int64_t>(payload), prefix);
-                if (delta < INT32_MIN || delta > INT32_MAX) continue;
-                const Entry entry = {static_cast<int32_t>(delta), static_cast<uint8_t>(codeBits)};
+                if (delta < Entry::kMinDelta || delta > Entry::kMaxDelta) continue;
+                const Entry entry = {static_cast<uint32_t>(delta) << 8 |
+                                     static_cast<uint32_t>(codeBits)};
                 for (uint64_t code = ones | raw << prefixBits; code <= kPeekMask;
                      code += uint64_t{1} << codeBits)
                     entries_[code] = entry;

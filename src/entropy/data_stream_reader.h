@@ -186,9 +186,9 @@ public:
                 const CodeLookup::Entry& entry =
                     cursor.lookup[c][(inRegister ? bits.buffered() : bits.peek()) &
                                      CodeLookup::kPeekMask];
-                if (entry.bits != 0) {
-                    bits.skip(entry.bits);
-                    const int64_t value = Accessor::undoDelta(c, previous[c], entry.delta);
+                if (entry.bits() != 0) {
+                    bits.skip(entry.bits());
+                    const int64_t value = Accessor::undoDelta(c, previous[c], entry.delta());
                     Accessor::set(point, c, value);
                     previous[c] = value;
                     continue;
@@ -238,11 +238,11 @@ public:
             if (bits.available() < cursor.refillBits[c]) bits.refill();
             const uint64_t buffered = bits.buffered();
             int64_t value;
-            const CodeLookup::Entry* entry =
-                Lookups ? &cursor.lookup[c][buffered & CodeLookup::kPeekMask] : nullptr;
-            if (Lookups && __builtin_expect(entry->bits != 0, 1)) {
-                bits.skip(entry->bits);
-                value = Accessor::undoDelta(c, previous[c], entry->delta);
+            const CodeLookup::Entry entry =
+                Lookups ? cursor.lookup[c][buffered & CodeLookup::kPeekMask] : CodeLookup::Entry{0};
+            if (Lookups && __builtin_expect(entry.bits() != 0, 1)) {
+                bits.skip(entry.bits());
+                value = Accessor::undoDelta(c, previous[c], entry.delta());
             } else {
                 const PrefixCodeTable::Code& code =
                     cursor.prefixCodes[c][PrefixCodeTable::count(buffered)];

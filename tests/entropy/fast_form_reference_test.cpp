@@ -151,19 +151,20 @@ TEST_P(FastForms, CodeLookupReadsThePlainCodes) {
         const CodeLookup::Entry& entry = codes.entries()[pattern];
         SCOPED_TRACE(::testing::Message() << "pattern " << pattern);
         if (length == 255) {
-            EXPECT_EQ(entry.bits, 0);
+            EXPECT_EQ(entry.bits(), 0);
             continue;
         }
         const uint64_t raw = in.readBits(length);
         const int used = static_cast<int>(in.bytePosition * 8 + in.bitPosition);
         int64_t delta;
         CVR::decodeDelta(delta, lookup, signedPayload(raw, length, c.nonNegative), prefix);
-        if (used > CodeLookup::kPeekBits || delta < INT32_MIN || delta > INT32_MAX) {
-            EXPECT_EQ(entry.bits, 0);
+        if (used > CodeLookup::kPeekBits || delta < CodeLookup::Entry::kMinDelta ||
+            delta > CodeLookup::Entry::kMaxDelta) {
+            EXPECT_EQ(entry.bits(), 0);
             continue;
         }
-        EXPECT_EQ(entry.bits, used);
-        EXPECT_EQ(entry.delta, delta);
+        EXPECT_EQ(entry.bits(), used);
+        EXPECT_EQ(entry.delta(), delta);
     }
 }
 
