@@ -60,4 +60,48 @@ private:
     std::vector<Entry> entries_;
 };
 
+// Two short codes with one look-up: the codes of two components that follow each other in a
+// stream, from the tables of both. An entry gives the first code as CodeLookup does and, where the
+// second code fits in the bits left, the width of both and the second delta.
+class CodePairLookup {
+public:
+    struct Entry {
+        // Bits 0-7 the first code's width (0: not decodable), 8-15 the width of both (255: the
+        // second not decodable), 16-39 the first delta, 40-63 the second.
+        uint64_t word;
+        int firstBits() const { return static_cast<int>(word & 0xFF); }
+        int bothBits() const { return static_cast<int>((word >> 8) & 0xFF); }
+        int32_t first() const {
+            return static_cast<int32_t>(static_cast<int64_t>(word << 24) >> 40);
+        }
+        int32_t second() const { return static_cast<int32_t>(static_cast<int64_t>(word) >> 40); }
+    };
+    static constexpr int kNotBoth = 255;
+
+    CodePairLookup() = default;
+    CodePairLookup(const CodeLookup& firstCodes, const CodeLookup& secondCodes)
+        : entries_(size_t{1} << CodeLookup::kPeekBits) {
+        const CodeLookup::Entry* first = firstCodes.entries();
+        const CodeLookup::Entry* second = secondCodes.entries();
+        for (uint64_t pattern = 0; pattern <= CodeLookup::kPeekMask; ++pattern) {
+            const CodeLookup::Entry one = first[pattern];
+            // The bits after the first code, as many as the pattern has.
+            const CodeLookup::Entry two = second[pattern >> one.bits()];
+            const int both = one.bits() + two.bits();
+            const bool pair = one.bits() != 0 && two.bits() != 0 && both <= CodeLookup::kPeekBits;
+            entries_[pattern].word =
+                static_cast<uint64_t>(one.bits()) |
+                static_cast<uint64_t>(pair ? both : kNotBoth) << 8 |
+                (static_cast<uint64_t>(static_cast<uint32_t>(one.delta())) & 0xFFFFFF) << 16 |
+                static_cast<uint64_t>(static_cast<uint32_t>(pair ? two.delta() : 0)) << 40;
+        }
+    }
+
+    // The table, indexed by the next kPeekBits bits; null if none was built.
+    const Entry* entries() const { return entries_.empty() ? nullptr : entries_.data(); }
+
+private:
+    std::vector<Entry> entries_;
+};
+
 }  // namespace zullib

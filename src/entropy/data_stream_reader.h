@@ -125,6 +125,8 @@ public:
             refillBits_[group] += componentBits_[c];
         }
         if (!fast_) form_ = kGeneralForm;
+        if (form_ == kTabledForm && kComponents > 1)
+            pairs_ = CodePairLookup(lookups_[0], lookups_[1]);
     }
 
     // Which step serves every point of the chunk: readFast, or readInRegister with or without
@@ -142,11 +144,12 @@ public:
             prefixCodes[kComponents];  // null: codes longer than the register
         int lastPrefix[kComponents];
         int componentBits[kComponents];
-        int refillBits[kComponents];  // readInRegister: the bits a group takes at most, or 0
+        int refillBits[kComponents];         // readInRegister: the bits a group takes at most, or 0
+        const CodePairLookup::Entry* pairs;  // components 0 and 1 together
         bool pointInOneLoad;
     };
     Cursor cursor() const {
-        Cursor cursor{unpacker_, {}, {}, {}, {}, {}, {}, pointInOneLoad_};
+        Cursor cursor{unpacker_, {}, {}, {}, {}, {}, {}, pairs_.entries(), pointInOneLoad_};
         for (int c = 0; c < kComponents; ++c) {
             cursor.previous[c] = coding_.previous[c];
             cursor.lookup[c] = lookups_[c].entries();
@@ -228,35 +231,15 @@ public:
 
     // A fast step for a chunk whose every component decodes from the register (form() is
     // kRegisterForm, or kTabledForm with Lookups): no test but of the data, and the register
-    // topped up once a group of components.
+    // topped up once a group of components. With look-ups, components 0 and 1 take one look-up
+    // for both codes where they fit in it.
     template <bool Lookups>
     ZUL_ALWAYS_INLINE void readInRegister(zul_QuantizedPoint& point, Cursor& cursor) const {
-        BitUnpacker& bits = cursor.bits;
-        int64_t* previous = cursor.previous;
-        ZUL_UNROLL_4
-        for (int c = 0; c < kComponents; ++c) {
-            if (bits.available() < cursor.refillBits[c]) bits.refill();
-            const uint64_t buffered = bits.buffered();
-            int64_t value;
-            const CodeLookup::Entry entry =
-                Lookups ? cursor.lookup[c][buffered & CodeLookup::kPeekMask] : CodeLookup::Entry{0};
-            if (Lookups && __builtin_expect(entry.bits() != 0, 1)) {
-                bits.skip(entry.bits());
-                value = Accessor::undoDelta(c, previous[c], entry.delta());
-            } else {
-                const PrefixCodeTable::Code& code =
-                    cursor.prefixCodes[c][PrefixCodeTable::count(buffered)];
-                const int64_t payload = code.payload(buffered);
-                value = code.escape ? payload
-                                    : Accessor::undoDelta(c, previous[c], code.delta(payload));
-                bits.skip(code.codeBits);
-            }
-            Accessor::set(point, c, value);
-            previous[c] = value;
-        }
+        readInRegisterFrom<Lookups, 0>(point, cursor);
     }
 
-    // Ends the fast steps: the checked reader takes over the position.
+    // Ends the fast steps: the checked reader takes over the position.    // Ends the fast steps:
+    // the checked reader takes over the position.
     void stopFast() {
         if (fast_) unpacker_.finish(in_);
         fast_ = false;
@@ -292,6 +275,64 @@ public:
     }
 
 private:
+    // Component C and those after it.
+    template <bool Lookups, int C>
+    ZUL_ALWAYS_INLINE void readInRegisterFrom(zul_QuantizedPoint& point, Cursor& cursor) const {
+        if constexpr (C < kComponents) {
+            BitUnpacker& bits = cursor.bits;
+            int64_t* previous = cursor.previous;
+            if (bits.available() < cursor.refillBits[C]) bits.refill();
+            const uint64_t buffered = bits.buffered();
+            const uint64_t pattern = buffered & CodeLookup::kPeekMask;
+            int64_t value;
+            if constexpr (Lookups && C == 0 && kComponents > 1) {
+                const CodePairLookup::Entry pair = cursor.pairs[pattern];
+                // Both codes must lie in the bits that belong to the position.
+                if (__builtin_expect(pair.bothBits() <= bits.available(), 1)) {
+                    bits.skip(pair.bothBits());
+                    const int64_t firstValue = Accessor::undoDelta(0, previous[0], pair.first());
+                    Accessor::set(point, 0, firstValue);
+                    previous[0] = firstValue;
+                    const int64_t secondValue = Accessor::undoDelta(1, previous[1], pair.second());
+                    Accessor::set(point, 1, secondValue);
+                    previous[1] = secondValue;
+                    // What component 1 would have topped up, for those after it.
+                    if (bits.available() < cursor.refillBits[1]) bits.refill();
+                    readInRegisterFrom<Lookups, 2>(point, cursor);
+                    return;
+                }
+                if (pair.firstBits() != 0) {
+                    bits.skip(pair.firstBits());
+                    value = Accessor::undoDelta(C, previous[C], pair.first());
+                } else {
+                    value = readPrefixCode(C, buffered, cursor);
+                }
+            } else {
+                const CodeLookup::Entry entry =
+                    Lookups ? cursor.lookup[C][pattern] : CodeLookup::Entry{0};
+                if (Lookups && __builtin_expect(entry.bits() != 0, 1)) {
+                    bits.skip(entry.bits());
+                    value = Accessor::undoDelta(C, previous[C], entry.delta());
+                } else {
+                    value = readPrefixCode(C, buffered, cursor);
+                }
+            }
+            Accessor::set(point, C, value);
+            previous[C] = value;
+            readInRegisterFrom<Lookups, C + 1>(point, cursor);
+        }
+    }
+
+    // Any code of component c that fits in the register, from the bits loaded; consumes it.
+    ZUL_ALWAYS_INLINE static int64_t readPrefixCode(int c, uint64_t buffered, Cursor& cursor) {
+        const PrefixCodeTable::Code& code = cursor.prefixCodes[c][PrefixCodeTable::count(buffered)];
+        const int64_t payload = code.payload(buffered);
+        const int64_t value =
+            code.escape ? payload : Accessor::undoDelta(c, cursor.previous[c], code.delta(payload));
+        cursor.bits.skip(code.codeBits);
+        return value;
+    }
+
     // A signed payload carries its sign in its top bit.
     static int64_t signedPayload(int c, uint64_t payload, int length) {
         if (!Accessor::nonNegative(c) && length > 0 && length < 64 &&
@@ -311,6 +352,7 @@ private:
     int componentBits_[kComponents] = {};  // the longest code of each component
     int refillBits_[kComponents] = {};     // see Cursor
     int form_ = kGeneralForm;
+    CodePairLookup pairs_;
     DeltaDecoder decoders_[kComponents];
     CodeLookup lookups_[kComponents];
     PrefixCodeTable prefixCodes_[kComponents];
