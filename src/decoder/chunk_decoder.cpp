@@ -22,7 +22,6 @@ const int32_t kMaxChunkPoints = ZUL_MAX_DECODED_CHUNK_POINTS + 1;
 
 zul_Status zul_dec_ContextStruct::decodeChunkBody(zul_PointData* points, const char* chunkBody) {
     if (!points || !chunkBody) return zul_STATUS_INVALID_ARGUMENT;
-    QuantizedPoints records;
     int axisToSlot[3];
     const zul_Status status = readBody(chunkBody, records, axisToSlot);
     // Up to here the output arrays are untouched: a damaged body leaves the last result intact.
@@ -44,7 +43,6 @@ zul_Status zul_dec_ContextStruct::decodeChunkBodyInto(const zul_PointData& targe
             (streams.normals && !target.normals))
             return zul_STATUS_INVALID_ARGUMENT;
     }
-    QuantizedPoints records;
     int axisToSlot[3];
     const zul_Status status = readBody(chunkBody, records, axisToSlot);
     if (status != zul_STATUS_OK) return status;

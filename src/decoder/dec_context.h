@@ -90,6 +90,11 @@ struct ZUL_API zul_dec_ContextStruct {
 private:
     using QuantizedPoints = std::vector<zullib::zul_QuantizedPoint>;
 
+    // The records of the last chunk body, kept so that the next body of no more points reuses
+    // them without allocating and zeroing: every field a body's streams hold is written before
+    // it is read.
+    QuantizedPoints records;
+
     // The part of a body's decoding that writes no output: checks the state and the count,
     // reads every stream into `records` and hands back the slot of each axis.
     ZUL_INTERNAL zul_Status readBody(const char* chunkBody, QuantizedPoints& records,

@@ -1,7 +1,9 @@
 // Records back to the public domain: positions on the grid, colours in the middle of the range
 // their truncation merged, reflections as stored, normals at the centres of their cells.
+#include <cstddef>
 #include <cstdint>
 
+#include "decoder/color_copy.h"
 #include "decoder/dec_context.h"
 #include "decoder/normal_centres.h"
 #include "frame/data_type.h"
@@ -28,8 +30,7 @@ void zul_dec_ContextStruct::dequantizeRemapAndShiftPoints(
                                       step;
 
     if (dataType.colorMode == zul_COLOR_RGB888) {
-        for (size_t i = 0; i < n; ++i)
-            for (int c = 0; c < 3; ++c) colors[3 * i + c] = record[i].rgb[c];
+        zullib::copyRgb888(colors, record, n);
     } else if (dataType.colorMode == zul_COLOR_RGB565) {
         // Each value goes to the middle of the 8 or 4 values it stands for: 0 -> 4, 31 -> 252,
         // and 0 -> 2, 63 -> 254 for green. Values outside their bits wrap in 8 bits.
@@ -42,13 +43,18 @@ void zul_dec_ContextStruct::dequantizeRemapAndShiftPoints(
     }
 
     const zullib::ChunkStreams streams(dataType);
-    if (streams.reflection)
-        for (size_t i = 0; i < n; ++i) points.reflections[i] = records[i].reflection;
+    if (streams.reflection) {
+        int32_t* const reflections = points.reflections;
+        for (size_t i = 0; i < n; ++i) reflections[i] = record[i].reflection;
+    }
 
     if (streams.normals) {
+        // The arrays in locals too: the call for a pair outside the grid could change anything
+        // reachable, so fields would be loaded again for every point.
         const zullib::NormalCentres& centres = zullib::NormalCentres::instance();
+        float* const normals = points.normals;
         for (size_t i = 0; i < n; ++i)
-            centres.lookUp(static_cast<uint32_t>(records[i].normal[0]),
-                           static_cast<uint32_t>(records[i].normal[1]), &points.normals[3 * i]);
+            centres.lookUp(static_cast<uint32_t>(record[i].normal[0]),
+                           static_cast<uint32_t>(record[i].normal[1]), &normals[3 * i]);
     }
 }

@@ -14,7 +14,10 @@
 //                                data, more than 8 ranges a side, or
 //                                lengths over 64
 // clang-format on
-// A fast step needs room for its codes and the loads behind them (hasRoom).
+// A fast step needs room for its codes and the loads behind them (hasRoom). Where every
+// component of every stream read side by side has a look-up table, or every one decodes from the
+// register, a chunk's fast steps take a form of their own (readInRegister) that tests only the
+// data: no per-code test of which form applies.
 #pragma once
 
 #include <algorithm>
@@ -62,6 +65,9 @@ zul_Status readStreamTables(BitStreamIn& in, std::vector<int>* tables) {
     return zul_STATUS_OK;
 }
 
+// The forms of a fast step, from the most general: see StreamBodyReader::form().
+enum FastForm { kGeneralForm, kRegisterForm, kTabledForm };
+
 // Points a run of fast steps takes at most between checks of the room left; towards the end of
 // the data the runs shrink by kRunShrink (256, 16, 1 points), so that few points are left to the
 // checked steps.
@@ -107,7 +113,25 @@ public:
                                       Accessor::nonNegative(c), decoders_[c]);
         }
         pointInOneLoad_ = pointBits_ <= BitUnpacker::kRefilledBits;
+        // Groups of components whose longest codes fit in the register together: the register
+        // is topped up at the start of a group when it holds fewer bits than the group can take.
+        form_ = kTabledForm;
+        int group = 0;
+        for (int c = 0; c < kComponents; ++c) {
+            if (!prefixCodes_[c].usable()) form_ = kGeneralForm;
+            if (form_ == kTabledForm && lookups_[c].entries() == nullptr) form_ = kRegisterForm;
+            if (c == 0 || refillBits_[group] + componentBits_[c] > BitUnpacker::kRefilledBits)
+                group = c;
+            refillBits_[group] += componentBits_[c];
+        }
+        if (!fast_) form_ = kGeneralForm;
+        if (form_ == kTabledForm && kComponents > 1)
+            pairs_ = CodePairLookup(lookups_[0], lookups_[1]);
     }
+
+    // Which step serves every point of the chunk: readFast, or readInRegister with or without
+    // look-ups, which tests nothing but the data.
+    int form() const { return form_; }
 
     // What fast steps change, held by the caller in locals between cursor() and keep().
     // The tables it reads ride along, so that stores to the records (bytes may alias anything)
@@ -120,16 +144,19 @@ public:
             prefixCodes[kComponents];  // null: codes longer than the register
         int lastPrefix[kComponents];
         int componentBits[kComponents];
+        int refillBits[kComponents];         // readInRegister: the bits a group takes at most, or 0
+        const CodePairLookup::Entry* pairs;  // components 0 and 1 together
         bool pointInOneLoad;
     };
     Cursor cursor() const {
-        Cursor cursor{unpacker_, {}, {}, {}, {}, {}, pointInOneLoad_};
+        Cursor cursor{unpacker_, {}, {}, {}, {}, {}, {}, pairs_.entries(), pointInOneLoad_};
         for (int c = 0; c < kComponents; ++c) {
             cursor.previous[c] = coding_.previous[c];
             cursor.lookup[c] = lookups_[c].entries();
             cursor.prefixCodes[c] = prefixCodes_[c].usable() ? prefixCodes_[c].codes() : nullptr;
             cursor.lastPrefix[c] = coding_.lastPrefix[c];
             cursor.componentBits[c] = componentBits_[c];
+            cursor.refillBits[c] = refillBits_[c];
         }
         return cursor;
     }
@@ -162,9 +189,9 @@ public:
                 const CodeLookup::Entry& entry =
                     cursor.lookup[c][(inRegister ? bits.buffered() : bits.peek()) &
                                      CodeLookup::kPeekMask];
-                if (entry.bits != 0) {
-                    bits.skip(entry.bits);
-                    const int64_t value = Accessor::undoDelta(c, previous[c], entry.delta);
+                if (entry.bits() != 0) {
+                    bits.skip(entry.bits());
+                    const int64_t value = Accessor::undoDelta(c, previous[c], entry.delta());
                     Accessor::set(point, c, value);
                     previous[c] = value;
                     continue;
@@ -202,7 +229,17 @@ public:
         }
     }
 
-    // Ends the fast steps: the checked reader takes over the position.
+    // A fast step for a chunk whose every component decodes from the register (form() is
+    // kRegisterForm, or kTabledForm with Lookups): no test but of the data, and the register
+    // topped up once a group of components. With look-ups, components 0 and 1 take one look-up
+    // for both codes where they fit in it.
+    template <bool Lookups>
+    ZUL_ALWAYS_INLINE void readInRegister(zul_QuantizedPoint& point, Cursor& cursor) const {
+        readInRegisterFrom<Lookups, 0>(point, cursor);
+    }
+
+    // Ends the fast steps: the checked reader takes over the position.    // Ends the fast steps:
+    // the checked reader takes over the position.
     void stopFast() {
         if (fast_) unpacker_.finish(in_);
         fast_ = false;
@@ -238,6 +275,64 @@ public:
     }
 
 private:
+    // Component C and those after it.
+    template <bool Lookups, int C>
+    ZUL_ALWAYS_INLINE void readInRegisterFrom(zul_QuantizedPoint& point, Cursor& cursor) const {
+        if constexpr (C < kComponents) {
+            BitUnpacker& bits = cursor.bits;
+            int64_t* previous = cursor.previous;
+            if (bits.available() < cursor.refillBits[C]) bits.refill();
+            const uint64_t buffered = bits.buffered();
+            const uint64_t pattern = buffered & CodeLookup::kPeekMask;
+            int64_t value;
+            if constexpr (Lookups && C == 0 && kComponents > 1) {
+                const CodePairLookup::Entry pair = cursor.pairs[pattern];
+                // Both codes must lie in the bits that belong to the position.
+                if (__builtin_expect(pair.bothBits() <= bits.available(), 1)) {
+                    bits.skip(pair.bothBits());
+                    const int64_t firstValue = Accessor::undoDelta(0, previous[0], pair.first());
+                    Accessor::set(point, 0, firstValue);
+                    previous[0] = firstValue;
+                    const int64_t secondValue = Accessor::undoDelta(1, previous[1], pair.second());
+                    Accessor::set(point, 1, secondValue);
+                    previous[1] = secondValue;
+                    // What component 1 would have topped up, for those after it.
+                    if (bits.available() < cursor.refillBits[1]) bits.refill();
+                    readInRegisterFrom<Lookups, 2>(point, cursor);
+                    return;
+                }
+                if (pair.firstBits() != 0) {
+                    bits.skip(pair.firstBits());
+                    value = Accessor::undoDelta(C, previous[C], pair.first());
+                } else {
+                    value = readPrefixCode(C, buffered, cursor);
+                }
+            } else {
+                const CodeLookup::Entry entry =
+                    Lookups ? cursor.lookup[C][pattern] : CodeLookup::Entry{0};
+                if (Lookups && __builtin_expect(entry.bits() != 0, 1)) {
+                    bits.skip(entry.bits());
+                    value = Accessor::undoDelta(C, previous[C], entry.delta());
+                } else {
+                    value = readPrefixCode(C, buffered, cursor);
+                }
+            }
+            Accessor::set(point, C, value);
+            previous[C] = value;
+            readInRegisterFrom<Lookups, C + 1>(point, cursor);
+        }
+    }
+
+    // Any code of component c that fits in the register, from the bits loaded; consumes it.
+    ZUL_ALWAYS_INLINE static int64_t readPrefixCode(int c, uint64_t buffered, Cursor& cursor) {
+        const PrefixCodeTable::Code& code = cursor.prefixCodes[c][PrefixCodeTable::count(buffered)];
+        const int64_t payload = code.payload(buffered);
+        const int64_t value =
+            code.escape ? payload : Accessor::undoDelta(c, cursor.previous[c], code.delta(payload));
+        cursor.bits.skip(code.codeBits);
+        return value;
+    }
+
     // A signed payload carries its sign in its top bit.
     static int64_t signedPayload(int c, uint64_t payload, int length) {
         if (!Accessor::nonNegative(c) && length > 0 && length < 64 &&
@@ -255,6 +350,9 @@ private:
     int64_t pointBits_ = 0;  // the most bits one point can take in this stream
     bool pointInOneLoad_ = false;
     int componentBits_[kComponents] = {};  // the longest code of each component
+    int refillBits_[kComponents] = {};     // see Cursor
+    int form_ = kGeneralForm;
+    CodePairLookup pairs_;
     DeltaDecoder decoders_[kComponents];
     CodeLookup lookups_[kComponents];
     PrefixCodeTable prefixCodes_[kComponents];
@@ -266,8 +364,39 @@ struct NoReader {
     bool hasRoom(size_t) const { return true; }
     Cursor cursor() const { return {}; }
     void keep(const Cursor&) {}
-    ZUL_ALWAYS_INLINE void readFast(zul_QuantizedPoint&, Cursor&) const {}
+    int form() const { return kTabledForm; }
 };
+
+// One fast step of `reader` in the given form.
+template <int Form, class Reader>
+ZUL_ALWAYS_INLINE void fastStep(const Reader& reader, zul_QuantizedPoint& point,
+                                typename Reader::Cursor& cursor) {
+    if (Form == kGeneralForm)
+        reader.readFast(point, cursor);
+    else
+        reader.template readInRegister<Form == kTabledForm>(point, cursor);
+}
+template <int Form>
+ZUL_ALWAYS_INLINE void fastStep(const NoReader&, zul_QuantizedPoint&, NoReader::Cursor&) {}
+
+// `run` fast steps of each reader in the form all of them allow, point after point.
+template <int Form, class R0, class R1, class R2, class R3>
+void fastRun(zul_QuantizedPoint* point, size_t run, R0& r0, R1& r1, R2& r2, R3& r3) {
+    auto c0 = r0.cursor();
+    auto c1 = r1.cursor();
+    auto c2 = r2.cursor();
+    auto c3 = r3.cursor();
+    for (zul_QuantizedPoint* const end = point + run; point != end; ++point) {
+        fastStep<Form>(r0, *point, c0);
+        fastStep<Form>(r1, *point, c1);
+        fastStep<Form>(r2, *point, c2);
+        fastStep<Form>(r3, *point, c3);
+    }
+    r0.keep(c0);
+    r1.keep(c1);
+    r2.keep(c2);
+    r3.keep(c3);
+}
 
 // Fast steps of up to four readers side by side, point after point:
 // runs of points with every reader's cursor in a local of its own for the length of a run, as
@@ -279,26 +408,19 @@ struct NoReader {
 template <class R0, class R1 = NoReader, class R2 = NoReader, class R3 = NoReader>
 size_t readFastRuns(std::vector<zul_QuantizedPoint>& records, size_t first, R0& r0, R1&& r1 = R1(),
                     R2&& r2 = R2(), R3&& r3 = R3()) {
+    const int form = std::min({r0.form(), r1.form(), r2.form(), r3.form()});
     size_t next = first;
     for (size_t run = kFastRun; run > 0; run /= kRunShrink) {
         while (records.size() - next >= run && r0.hasRoom(run) && r1.hasRoom(run) &&
                r2.hasRoom(run) && r3.hasRoom(run)) {
-            auto c0 = r0.cursor();
-            auto c1 = r1.cursor();
-            auto c2 = r2.cursor();
-            auto c3 = r3.cursor();
-            zul_QuantizedPoint* point = records.data() + next;
-            for (zul_QuantizedPoint* const end = point + run; point != end; ++point) {
-                r0.readFast(*point, c0);
-                r1.readFast(*point, c1);
-                r2.readFast(*point, c2);
-                r3.readFast(*point, c3);
-            }
+            zul_QuantizedPoint* const point = records.data() + next;
+            if (form == kTabledForm)
+                fastRun<kTabledForm>(point, run, r0, r1, r2, r3);
+            else if (form == kRegisterForm)
+                fastRun<kRegisterForm>(point, run, r0, r1, r2, r3);
+            else
+                fastRun<kGeneralForm>(point, run, r0, r1, r2, r3);
             next += run;
-            r0.keep(c0);
-            r1.keep(c1);
-            r2.keep(c2);
-            r3.keep(c3);
         }
     }
     return next;

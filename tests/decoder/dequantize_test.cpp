@@ -1,10 +1,13 @@
 // Normals from their cells: the table of cell centres against their expressions, and the pairs no
-// writer makes. (The centres are pinned by the byte identity test's decoded points.)
+// writer makes. (The centres are pinned by the byte identity test's decoded points.) The
+// word-at-a-time colour copy against the byte-by-byte one.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <random>
 #include <vector>
 
+#include "decoder/color_copy.h"
 #include "decoder/normal_centres.h"
 #include "frame/normal_grid.h"
 
@@ -45,6 +48,25 @@ TEST(Dequantize, PairsOutsideTheGridDecodeToDefinedVectors) {
     table.lookUp(24 + 5, 0, around);
     table.lookUp(5, 0, once);
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(around[k], once[k], 1e-6);
+}
+
+// Every count of points up to a few words, with any bytes in the records' padding: the colours
+// byte for byte, and nothing written past the last.
+TEST(Dequantize, FourByteColourCopyGivesThePlainCopy) {
+    std::mt19937 random(3);
+    for (size_t n = 0; n <= 9; ++n) {
+        std::vector<zullib::zul_QuantizedPoint> records(n);
+        for (zullib::zul_QuantizedPoint& record : records) {
+            unsigned char* bytes = reinterpret_cast<unsigned char*>(&record);
+            for (size_t b = 0; b < sizeof record; ++b)
+                bytes[b] = static_cast<unsigned char>(random());
+        }
+        std::vector<uint8_t> plain(3 * n + 4, 0xEE), fast(plain);
+        for (size_t i = 0; i < n; ++i)
+            for (int k = 0; k < 3; ++k) plain[3 * i + k] = records[i].rgb[k];
+        zullib::copyRgb888(fast.data(), records.data(), n);
+        EXPECT_EQ(fast, plain) << n << " points";
+    }
 }
 
 }  // namespace

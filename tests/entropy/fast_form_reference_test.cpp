@@ -1,9 +1,9 @@
 // Each fast form of the stream coding against the plain form it replaces: the range search over
 // fixed arrays (DeltaEncoder) and the whole-code table (DeltaCodeTable) against CVR's search and
-// field-by-field writing, the decoding look-up (CodeLookup) against reading a code bit by bit, and
-// the word-at-a-time bit writer and reader against BitStreamOut and BitStreamIn, and the
-// branch-free decoding of a whole code (PrefixCodeTable) against the range tables, an escape's
-// value as it stands.
+// field-by-field writing, the decoding look-ups (CodeLookup, and CodePairLookup for two codes)
+// against reading codes bit by bit, the word-at-a-time bit writer and reader against BitStreamOut
+// and BitStreamIn, and the branch-free decoding of a whole code (PrefixCodeTable) against the
+// range tables, an escape's value as it stands.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -151,19 +151,78 @@ TEST_P(FastForms, CodeLookupReadsThePlainCodes) {
         const CodeLookup::Entry& entry = codes.entries()[pattern];
         SCOPED_TRACE(::testing::Message() << "pattern " << pattern);
         if (length == 255) {
-            EXPECT_EQ(entry.bits, 0);
+            EXPECT_EQ(entry.bits(), 0);
             continue;
         }
         const uint64_t raw = in.readBits(length);
         const int used = static_cast<int>(in.bytePosition * 8 + in.bitPosition);
         int64_t delta;
         CVR::decodeDelta(delta, lookup, signedPayload(raw, length, c.nonNegative), prefix);
-        if (used > CodeLookup::kPeekBits || delta < INT32_MIN || delta > INT32_MAX) {
-            EXPECT_EQ(entry.bits, 0);
+        if (used > CodeLookup::kPeekBits || delta < CodeLookup::Entry::kMinDelta ||
+            delta > CodeLookup::Entry::kMaxDelta) {
+            EXPECT_EQ(entry.bits(), 0);
             continue;
         }
-        EXPECT_EQ(entry.bits, used);
-        EXPECT_EQ(entry.delta, delta);
+        EXPECT_EQ(entry.bits(), used);
+        EXPECT_EQ(entry.delta(), delta);
+    }
+}
+
+// Two codes from one look-up: this case's component, then one of short codes (or this one again).
+TEST_P(FastForms, CodePairLookupReadsTwoPlainCodes) {
+    const TableCase& c = GetParam();
+    const std::vector<int> shortTable = {1, 3, 255};
+    CVR::LookupTable shortLookup;
+    CVR::buildRangeLookupTable(shortLookup, shortTable, 8, false);
+    const CodeLookup firstCodes(c.table, lastPrefix, c.nonNegative, DeltaDecoder(lookup));
+    for (const bool again : {false, true}) {
+        const TableCase second = again ? c : TableCase{shortTable, 8, false};
+        const CVR::LookupTable& secondLookup = again ? lookup : shortLookup;
+        const int secondLast = static_cast<int>(second.table.size()) - 1;
+        const CodePairLookup pairs(
+            firstCodes,
+            CodeLookup(second.table, secondLast, second.nonNegative, DeltaDecoder(secondLookup)));
+        // The plain reader: the prefix bit by bit, then the payload; the delta, if it is one.
+        const auto plainCode = [](BitStreamIn& in, const TableCase& table, int last,
+                                  const CVR::LookupTable& ranges, int64_t& delta) {
+            int prefix = 0;
+            while (prefix < last && in.readBits(1) == 1) ++prefix;
+            const int length = table.table[static_cast<size_t>(prefix)];
+            if (length == 255) return false;
+            const uint64_t raw = in.readBits(length);
+            CVR::decodeDelta(delta, ranges, signedPayload(raw, length, table.nonNegative), prefix);
+            return true;
+        };
+        for (uint64_t pattern = 0; pattern <= CodeLookup::kPeekMask; ++pattern) {
+            const unsigned char bytes[8] = {static_cast<unsigned char>(pattern),
+                                            static_cast<unsigned char>(pattern >> 8)};
+            BitStreamIn in(bytes, 8, 0);
+            const CodePairLookup::Entry& entry = pairs.entries()[pattern];
+            SCOPED_TRACE(::testing::Message() << "pattern " << pattern << (again ? ", again" : ""));
+            int64_t firstDelta = 0, secondDelta = 0;
+            const bool firstIsDelta = plainCode(in, c, lastPrefix, lookup, firstDelta);
+            const int firstUsed = static_cast<int>(in.bytePosition * 8 + in.bitPosition);
+            // A code of no bits is left to the long way, as CodeLookup leaves it.
+            if (!firstIsDelta || firstUsed == 0 || firstUsed > CodeLookup::kPeekBits ||
+                firstDelta < CodeLookup::Entry::kMinDelta ||
+                firstDelta > CodeLookup::Entry::kMaxDelta) {
+                EXPECT_EQ(entry.firstBits(), 0);
+                EXPECT_EQ(entry.bothBits(), CodePairLookup::kNotBoth);
+                continue;
+            }
+            EXPECT_EQ(entry.firstBits(), firstUsed);
+            EXPECT_EQ(entry.first(), firstDelta);
+            const bool secondIsDelta = plainCode(in, second, secondLast, secondLookup, secondDelta);
+            const int bothUsed = static_cast<int>(in.bytePosition * 8 + in.bitPosition);
+            if (!secondIsDelta || bothUsed == firstUsed || bothUsed > CodeLookup::kPeekBits ||
+                secondDelta < CodeLookup::Entry::kMinDelta ||
+                secondDelta > CodeLookup::Entry::kMaxDelta) {
+                EXPECT_EQ(entry.bothBits(), CodePairLookup::kNotBoth);
+                continue;
+            }
+            EXPECT_EQ(entry.bothBits(), bothUsed);
+            EXPECT_EQ(entry.second(), secondDelta);
+        }
     }
 }
 
