@@ -158,10 +158,20 @@ constexpr size_t kTinySample = 32;
 constexpr int64_t kWholeTrialValues = 2048;
 constexpr int64_t kValuesPerTrial = 65536;
 constexpr double kGrowth = 1.25, kGrowthSlack = 0.05;
+// zstd's shortest match for the byte planes of 8-byte floats (GPS time) in a small chunk, coded
+// whole: zstd takes 5 below 16 KiB, where the noise of the low planes makes short matches that
+// cost more than they save; 6 codes them in fewer instructions and bytes on the large LAS file
+// (docs/figures.md). Other segments take zstd's choice (6 made the input order of the small LAS
+// files up to 2% larger).
+constexpr int kWideFloatMinMatch = 6;
+int minMatchOf(uint8_t coding, int32_t type, int32_t width, bool whole) {
+    return whole && width == 8 && isFloat(type) && (coding & kBytePlanes) ? kWideFloatMinMatch : 0;
+}
 
 // A thread's zstd contexts and buffers, kept from call to call.
 struct Scratch {
     ZSTD_CCtx* compressor = nullptr;
+    int level = ZSTD_CLEVEL_DEFAULT, minMatch = 0;  // the compressor's parameters
     ZSTD_DCtx* decompressor = nullptr;
     std::vector<uint8_t> prepared, compressed, trial, best;  // of the writer
     std::vector<uint8_t> unpermuted, unplaned;               // of the reader
@@ -183,9 +193,24 @@ Scratch& scratch() {
 
 namespace {
 
-// encodeSegment of the values in the order `order` gives (of its first `count`), when not null.
+// Compresses `raw` bytes at `data` into the thread's buffer (as large as the bound) with zstd at
+// `level`, the shortest match `minMatch` bytes (0: zstd's choice for that size). The context
+// keeps its parameters from call to call.
+size_t compress(Scratch& s, const uint8_t* data, size_t raw, int level, int minMatch) {
+    if (level != s.level || minMatch != s.minMatch) {
+        if (ZSTD_isError(ZSTD_CCtx_setParameter(s.compressor, ZSTD_c_compressionLevel, level)) ||
+            ZSTD_isError(ZSTD_CCtx_setParameter(s.compressor, ZSTD_c_minMatch, minMatch)))
+            throw std::bad_alloc();  // only out-of-range values err, and these are constants
+        s.level = level;
+        s.minMatch = minMatch;
+    }
+    return ZSTD_compress2(s.compressor, s.compressed.data(), s.compressed.size(), data, raw);
+}
+
+// encodeSegment of the values in the order `order` gives (of its first `count`), when not null,
+// with zstd's shortest match `minMatch` (0: zstd's choice).
 void encodeOrdered(const uint8_t* values, const uint32_t* order, int64_t count, int32_t width,
-                   uint8_t coding, int level, std::vector<uint8_t>& out) {
+                   uint8_t coding, int level, int minMatch, std::vector<uint8_t>& out) {
     Scratch& s = scratch();
     const size_t raw = static_cast<size_t>(count) * static_cast<size_t>(width);
     const uint8_t* data = values;
@@ -201,8 +226,7 @@ void encodeOrdered(const uint8_t* values, const uint32_t* order, int64_t count, 
         // Into a buffer of the thread's, which keeps its room: no zero-filling of a bound a call.
         const size_t bound = ZSTD_compressBound(raw);
         if (s.compressed.size() < bound) s.compressed.resize(bound);
-        const size_t made =
-            ZSTD_compressCCtx(s.compressor, s.compressed.data(), bound, data, raw, level);
+        const size_t made = compress(s, data, raw, level, minMatch);
         if (ZSTD_isError(made)) throw std::bad_alloc();  // only a failed allocation errs here
         out.resize(at + kSegmentHeaderSize);
         appendBytes(out, s.compressed.data(), made);
@@ -220,7 +244,8 @@ void encodeOrdered(const uint8_t* values, const uint32_t* order, int64_t count, 
 
 void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t coding, int level,
                    std::vector<uint8_t>& out) {
-    encodeOrdered(static_cast<const uint8_t*>(values), nullptr, count, width, coding, level, out);
+    encodeOrdered(static_cast<const uint8_t*>(values), nullptr, count, width, coding, level, 0,
+                  out);
 }
 
 std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
@@ -300,7 +325,7 @@ void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t
                     static_cast<uint8_t>(codings[c] | (inInput ? kInputOrder : 0));
                 s.trial.clear();
                 encodeOrdered(stored, inInput ? order : nullptr, sample, width, coding, kLevel,
-                              s.trial);
+                              minMatchOf(coding, type, width, whole), s.trial);
                 if (s.best.empty() || s.trial.size() < s.best.size())
                     s.best.swap(s.trial), bestCoding = coding;
             }
@@ -315,7 +340,7 @@ void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t
         appendBytes(out, s.best.data(), s.best.size());
     else
         encodeOrdered(stored, choice.coding & kInputOrder ? order : nullptr, count, width,
-                      choice.coding, kLevel, out);
+                      choice.coding, kLevel, minMatchOf(choice.coding, type, width, whole), out);
     const size_t made = out.size() - at - kSegmentHeaderSize;
     const double perValue = count ? static_cast<double>(made) / static_cast<double>(count) : 0;
     if (trials)
