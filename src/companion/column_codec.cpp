@@ -207,6 +207,43 @@ size_t compress(Scratch& s, const uint8_t* data, size_t raw, int level, int minM
     return ZSTD_compress2(s.compressor, s.compressed.data(), s.compressed.size(), data, raw);
 }
 
+// A column of one byte repeated (a field that does not change in a chunk, all its planes alike)
+// is common, and zstd would build its entropy tables for it all the same: such bytes get a zstd
+// frame of RLE blocks, written here, when they are `raw` bytes at `data`, between 1 byte and
+// kLargestRepeatedFrame. Returns whether it appended the frame to `out`.
+constexpr size_t kLargestRepeatedFrame = size_t{1} << 20;  // its window: the whole content
+constexpr size_t kLargestRleBlock = size_t{1} << 17;
+
+bool repeatedByteFrame(const uint8_t* data, size_t raw, std::vector<uint8_t>& out) {
+    if (raw == 0 || raw > kLargestRepeatedFrame || std::memcmp(data, data + 1, raw - 1) != 0)
+        return false;
+    append<uint32_t>(out, ZSTD_MAGICNUMBER);
+    // The frame header: a single segment (no window descriptor) and its content size, in 1 byte
+    // below 256, else in 2 bytes less 256, else in 4.
+    if (raw < 256) {
+        out.push_back(0x20);
+        out.push_back(static_cast<uint8_t>(raw));
+    } else if (raw < 65536 + 256) {
+        out.push_back(0x60);
+        append<uint16_t>(out, static_cast<uint16_t>(raw - 256));
+    } else {
+        out.push_back(0xA0);
+        append<uint32_t>(out, static_cast<uint32_t>(raw));
+    }
+    for (size_t done = 0; done < raw;) {
+        const size_t size = std::min(raw - done, kLargestRleBlock);
+        done += size;
+        // Block header, 3 bytes: last block (bit 0), type 1 = RLE (bits 1-2), size (bits 3-23).
+        const uint32_t header =
+            (done == raw ? 1u : 0u) | (1u << 1) | static_cast<uint32_t>(size << 3);
+        out.push_back(static_cast<uint8_t>(header));
+        out.push_back(static_cast<uint8_t>(header >> 8));
+        out.push_back(static_cast<uint8_t>(header >> 16));
+        out.push_back(data[0]);
+    }
+    return true;
+}
+
 // encodeSegment of the values in the order `order` gives (of its first `count`), when not null,
 // with zstd's shortest match `minMatch` (0: zstd's choice).
 void encodeOrdered(const uint8_t* values, const uint32_t* order, int64_t count, int32_t width,
@@ -226,10 +263,12 @@ void encodeOrdered(const uint8_t* values, const uint32_t* order, int64_t count, 
         // Into a buffer of the thread's, which keeps its room: no zero-filling of a bound a call.
         const size_t bound = ZSTD_compressBound(raw);
         if (s.compressed.size() < bound) s.compressed.resize(bound);
-        const size_t made = compress(s, data, raw, level, minMatch);
-        if (ZSTD_isError(made)) throw std::bad_alloc();  // only a failed allocation errs here
         out.resize(at + kSegmentHeaderSize);
-        appendBytes(out, s.compressed.data(), made);
+        if (!repeatedByteFrame(data, raw, out)) {
+            const size_t made = compress(s, data, raw, level, minMatch);
+            if (ZSTD_isError(made)) throw std::bad_alloc();  // only a failed allocation errs here
+            appendBytes(out, s.compressed.data(), made);
+        }
     } else {
         out.resize(at + kSegmentHeaderSize);
         appendBytes(out, data, raw);
