@@ -13,18 +13,6 @@ namespace zulx {
 namespace {
 
 template <typename U>
-void transformAs(const uint8_t* in, uint8_t* out, int64_t count, uint8_t transform) {
-    U previous = 0;
-    for (int64_t i = 0; i < count; ++i) {
-        const U value = load<U>(in + i * sizeof(U));
-        store<U>(
-            out + i * sizeof(U),
-            static_cast<U>(transform == kTransformDelta ? value - previous : value ^ previous));
-        previous = value;
-    }
-}
-
-template <typename U>
 void untransformAs(uint8_t* data, int64_t count, uint8_t transform) {
     U previous = 0;
     for (int64_t i = 0; i < count; ++i) {
@@ -35,106 +23,125 @@ void untransformAs(uint8_t* data, int64_t count, uint8_t transform) {
     }
 }
 
-void transform(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, uint8_t how,
-               bool inverse) {
-    if (how == kTransformNone) {
-        if (!inverse && count) std::memcpy(out, in, static_cast<size_t>(count) * width);
-        return;
-    }
+// Undoes the difference or XOR of each value with the one before, in place.
+void untransform(uint8_t* data, int64_t count, int32_t width, uint8_t how) {
+    if (how == kTransformNone) return;
     switch (width) {
         case 1:
-            inverse ? untransformAs<uint8_t>(out, count, how)
-                    : transformAs<uint8_t>(in, out, count, how);
-            break;
+            return untransformAs<uint8_t>(data, count, how);
         case 2:
-            inverse ? untransformAs<uint16_t>(out, count, how)
-                    : transformAs<uint16_t>(in, out, count, how);
-            break;
+            return untransformAs<uint16_t>(data, count, how);
         case 4:
-            inverse ? untransformAs<uint32_t>(out, count, how)
-                    : transformAs<uint32_t>(in, out, count, how);
-            break;
+            return untransformAs<uint32_t>(data, count, how);
         default:
-            inverse ? untransformAs<uint64_t>(out, count, how)
-                    : transformAs<uint64_t>(in, out, count, how);
-            break;
+            return untransformAs<uint64_t>(data, count, how);
     }
 }
 
-// Byte j of value i goes to plane j, at i; or back. Widths of the typed fields get loops of
-// their own, which the compiler unrolls; each direction its own loop.
-template <size_t W, bool Inverse>
-void planesOf(const uint8_t* in, uint8_t* out, size_t n) {
-    for (size_t i = 0; i < n; ++i)
-        for (size_t j = 0; j < W; ++j) {
-            if (Inverse)
-                out[i * W + j] = in[j * n + i];
-            else
-                out[j * n + i] = in[i * W + j];
+// The writer's preparation in one pass: value i is value order[i] of `in` (or value i without an
+// order), then its difference or XOR with the one before it (in that order), then its bytes go to
+// the planes (byte j to plane j, at i) or stay together.
+template <typename U, uint8_t How, bool Planes>
+void prepareAs(const uint8_t* in, const uint32_t* order, size_t n, uint8_t* out) {
+    constexpr size_t W = sizeof(U);
+    U previous = 0;
+    for (size_t i = 0; i < n; ++i) {
+        const U value = load<U>(in + (order ? order[i] : i) * W);
+        const U coded = How == kTransformDelta ? static_cast<U>(value - previous)
+                        : How == kTransformXor ? static_cast<U>(value ^ previous)
+                                               : value;
+        previous = value;
+        if (Planes) {
+            uint8_t bytes[W];
+            std::memcpy(bytes, &coded, W);
+            for (size_t j = 0; j < W; ++j) out[j * n + i] = bytes[j];
+        } else {
+            store<U>(out + i * W, coded);
         }
+    }
 }
 
-template <bool Inverse>
-void planesAs(const uint8_t* in, uint8_t* out, size_t n, size_t w) {
-    switch (w) {
+template <typename U>
+void prepareWith(const uint8_t* in, const uint32_t* order, size_t n, uint8_t how, bool planes,
+                 uint8_t* out) {
+    if (how == kTransformDelta)
+        planes ? prepareAs<U, kTransformDelta, true>(in, order, n, out)
+               : prepareAs<U, kTransformDelta, false>(in, order, n, out);
+    else if (how == kTransformXor)
+        planes ? prepareAs<U, kTransformXor, true>(in, order, n, out)
+               : prepareAs<U, kTransformXor, false>(in, order, n, out);
+    else
+        planes ? prepareAs<U, kTransformNone, true>(in, order, n, out)
+               : prepareAs<U, kTransformNone, false>(in, order, n, out);
+}
+
+// Prepares `n` values of `width` bytes for zstd as `coding` says (the transform only for widths
+// 1, 2, 4 and 8).
+void prepare(const uint8_t* in, const uint32_t* order, size_t n, size_t width, uint8_t coding,
+             uint8_t* out) {
+    const uint8_t how = coding & kTransformMask;
+    const bool planes = (coding & kBytePlanes) != 0;
+    switch (width) {
+        case 1:
+            return prepareWith<uint8_t>(in, order, n, how, false, out);
         case 2:
-            return planesOf<2, Inverse>(in, out, n);
+            return prepareWith<uint16_t>(in, order, n, how, planes, out);
         case 4:
-            return planesOf<4, Inverse>(in, out, n);
+            return prepareWith<uint32_t>(in, order, n, how, planes, out);
         case 8:
-            return planesOf<8, Inverse>(in, out, n);
+            return prepareWith<uint64_t>(in, order, n, how, planes, out);
         default:
-            for (size_t j = 0; j < w; ++j) {
-                uint8_t* plane = Inverse ? out + j : out + j * n;
-                const uint8_t* from = Inverse ? in + j * n : in + j;
-                for (size_t i = 0; i < n; ++i) {
-                    if (Inverse)
-                        plane[i * w] = from[i];
-                    else
-                        plane[i] = from[i * w];
-                }
+            for (size_t i = 0; i < n; ++i) {
+                const uint8_t* value = in + (order ? order[i] : i) * width;
+                for (size_t j = 0; j < width; ++j)
+                    (planes ? out[j * n + i] : out[i * width + j]) = value[j];
             }
     }
 }
 
-void planes(const uint8_t* in, uint8_t* out, int64_t count, int32_t width, bool inverse) {
-    const size_t n = static_cast<size_t>(count), w = static_cast<size_t>(width);
-    if (inverse)
-        planesAs<true>(in, out, n, w);
-    else
-        planesAs<false>(in, out, n, w);
+// Byte j of value i comes back from plane j, at i. Widths of the typed fields get loops of their
+// own, which the compiler unrolls.
+template <size_t W>
+void unplanesOf(const uint8_t* in, uint8_t* out, size_t n) {
+    for (size_t i = 0; i < n; ++i)
+        for (size_t j = 0; j < W; ++j) out[i * W + j] = in[j * n + i];
 }
 
-// Value k of `out` is value order[k] of `in` (gather), or the other way round (scatter).
-template <size_t W>
-void permuteOf(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order, bool scatter) {
-    for (size_t k = 0; k < order.size(); ++k) {
-        if (scatter)
-            std::memcpy(out + order[k] * W, in + k * W, W);
-        else
-            std::memcpy(out + k * W, in + order[k] * W, W);
+void unplanes(const uint8_t* in, uint8_t* out, int64_t count, int32_t width) {
+    const size_t n = static_cast<size_t>(count), w = static_cast<size_t>(width);
+    switch (w) {
+        case 2:
+            return unplanesOf<2>(in, out, n);
+        case 4:
+            return unplanesOf<4>(in, out, n);
+        case 8:
+            return unplanesOf<8>(in, out, n);
+        default:
+            for (size_t j = 0; j < w; ++j)
+                for (size_t i = 0; i < n; ++i) out[i * w + j] = in[j * n + i];
     }
 }
 
-void permute(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order, int32_t width,
-             bool scatter) {
+// Value k of `in` goes to value order[k] of `out`.
+template <size_t W>
+void scatterOf(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order) {
+    for (size_t k = 0; k < order.size(); ++k) std::memcpy(out + order[k] * W, in + k * W, W);
+}
+
+void scatter(const uint8_t* in, uint8_t* out, const std::vector<uint32_t>& order, int32_t width) {
     const size_t w = static_cast<size_t>(width);
     switch (width) {
         case 1:
-            return permuteOf<1>(in, out, order, scatter);
+            return scatterOf<1>(in, out, order);
         case 2:
-            return permuteOf<2>(in, out, order, scatter);
+            return scatterOf<2>(in, out, order);
         case 4:
-            return permuteOf<4>(in, out, order, scatter);
+            return scatterOf<4>(in, out, order);
         case 8:
-            return permuteOf<8>(in, out, order, scatter);
+            return scatterOf<8>(in, out, order);
         default:
-            for (size_t k = 0; k < order.size(); ++k) {
-                if (scatter)
-                    std::memcpy(out + order[k] * w, in + k * w, w);
-                else
-                    std::memcpy(out + k * w, in + order[k] * w, w);
-            }
+            for (size_t k = 0; k < order.size(); ++k)
+                std::memcpy(out + order[k] * w, in + k * w, w);
     }
 }
 
@@ -151,13 +158,23 @@ constexpr size_t kTinySample = 32;
 constexpr int64_t kWholeTrialValues = 2048;
 constexpr int64_t kValuesPerTrial = 65536;
 constexpr double kGrowth = 1.25, kGrowthSlack = 0.05;
+// zstd's shortest match for the byte planes of 8-byte floats (GPS time) in a small chunk, coded
+// whole: zstd takes 5 below 16 KiB, where the noise of the low planes makes short matches that
+// cost more than they save; 6 codes them in fewer instructions and bytes on the large LAS file
+// (docs/figures.md). Other segments take zstd's choice (6 made the input order of the small LAS
+// files up to 2% larger).
+constexpr int kWideFloatMinMatch = 6;
+int minMatchOf(uint8_t coding, int32_t type, int32_t width, bool whole) {
+    return whole && width == 8 && isFloat(type) && (coding & kBytePlanes) ? kWideFloatMinMatch : 0;
+}
 
 // A thread's zstd contexts and buffers, kept from call to call.
 struct Scratch {
     ZSTD_CCtx* compressor = nullptr;
+    int level = ZSTD_CLEVEL_DEFAULT, minMatch = 0;  // the compressor's parameters
     ZSTD_DCtx* decompressor = nullptr;
-    std::vector<uint8_t> transformed, planed, compressed, permuted, trial, best;  // of the writer
-    std::vector<uint8_t> unpermuted, unplaned;                                    // of the reader
+    std::vector<uint8_t> prepared, compressed, trial, best;  // of the writer
+    std::vector<uint8_t> unpermuted, unplaned;               // of the reader
     ~Scratch() {
         ZSTD_freeCCtx(compressor);
         ZSTD_freeDCtx(decompressor);
@@ -174,31 +191,84 @@ Scratch& scratch() {
 
 }  // namespace
 
-void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t coding, int level,
-                   std::vector<uint8_t>& out) {
+namespace {
+
+// Compresses `raw` bytes at `data` into the thread's buffer (as large as the bound) with zstd at
+// `level`, the shortest match `minMatch` bytes (0: zstd's choice for that size). The context
+// keeps its parameters from call to call.
+size_t compress(Scratch& s, const uint8_t* data, size_t raw, int level, int minMatch) {
+    if (level != s.level || minMatch != s.minMatch) {
+        if (ZSTD_isError(ZSTD_CCtx_setParameter(s.compressor, ZSTD_c_compressionLevel, level)) ||
+            ZSTD_isError(ZSTD_CCtx_setParameter(s.compressor, ZSTD_c_minMatch, minMatch)))
+            throw std::bad_alloc();  // only out-of-range values err, and these are constants
+        s.level = level;
+        s.minMatch = minMatch;
+    }
+    return ZSTD_compress2(s.compressor, s.compressed.data(), s.compressed.size(), data, raw);
+}
+
+// A column of one byte repeated (a field that does not change in a chunk, all its planes alike)
+// is common, and zstd would build its entropy tables for it all the same: such bytes get a zstd
+// frame of RLE blocks, written here, when they are `raw` bytes at `data`, between 1 byte and
+// kLargestRepeatedFrame. Returns whether it appended the frame to `out`.
+constexpr size_t kLargestRepeatedFrame = size_t{1} << 20;  // its window: the whole content
+constexpr size_t kLargestRleBlock = size_t{1} << 17;
+
+bool repeatedByteFrame(const uint8_t* data, size_t raw, std::vector<uint8_t>& out) {
+    if (raw == 0 || raw > kLargestRepeatedFrame || std::memcmp(data, data + 1, raw - 1) != 0)
+        return false;
+    append<uint32_t>(out, ZSTD_MAGICNUMBER);
+    // The frame header: a single segment (no window descriptor) and its content size, in 1 byte
+    // below 256, else in 2 bytes less 256, else in 4.
+    if (raw < 256) {
+        out.push_back(0x20);
+        out.push_back(static_cast<uint8_t>(raw));
+    } else if (raw < 65536 + 256) {
+        out.push_back(0x60);
+        append<uint16_t>(out, static_cast<uint16_t>(raw - 256));
+    } else {
+        out.push_back(0xA0);
+        append<uint32_t>(out, static_cast<uint32_t>(raw));
+    }
+    for (size_t done = 0; done < raw;) {
+        const size_t size = std::min(raw - done, kLargestRleBlock);
+        done += size;
+        // Block header, 3 bytes: last block (bit 0), type 1 = RLE (bits 1-2), size (bits 3-23).
+        const uint32_t header =
+            (done == raw ? 1u : 0u) | (1u << 1) | static_cast<uint32_t>(size << 3);
+        out.push_back(static_cast<uint8_t>(header));
+        out.push_back(static_cast<uint8_t>(header >> 8));
+        out.push_back(static_cast<uint8_t>(header >> 16));
+        out.push_back(data[0]);
+    }
+    return true;
+}
+
+// encodeSegment of the values in the order `order` gives (of its first `count`), when not null,
+// with zstd's shortest match `minMatch` (0: zstd's choice).
+void encodeOrdered(const uint8_t* values, const uint32_t* order, int64_t count, int32_t width,
+                   uint8_t coding, int level, int minMatch, std::vector<uint8_t>& out) {
     Scratch& s = scratch();
     const size_t raw = static_cast<size_t>(count) * static_cast<size_t>(width);
-    const uint8_t* data = static_cast<const uint8_t*>(values);
-    if (coding & kTransformMask) {
-        s.transformed.resize(raw);
-        transform(data, s.transformed.data(), count, width, coding & kTransformMask, false);
-        data = s.transformed.data();
-    }
-    if (coding & kBytePlanes) {
-        s.planed.resize(raw);
-        planes(data, s.planed.data(), count, width, false);
-        data = s.planed.data();
+    const uint8_t* data = values;
+    if ((coding & (kTransformMask | kBytePlanes)) || order) {
+        // Gathered, transformed and split into planes in one pass, into a buffer of the thread's.
+        if (s.prepared.size() < raw) s.prepared.resize(raw);
+        prepare(values, order, static_cast<size_t>(count), static_cast<size_t>(width), coding,
+                s.prepared.data());
+        data = s.prepared.data();
     }
     const size_t at = out.size();
     if (coding & kZstd) {
         // Into a buffer of the thread's, which keeps its room: no zero-filling of a bound a call.
         const size_t bound = ZSTD_compressBound(raw);
         if (s.compressed.size() < bound) s.compressed.resize(bound);
-        const size_t made =
-            ZSTD_compressCCtx(s.compressor, s.compressed.data(), bound, data, raw, level);
-        if (ZSTD_isError(made)) throw std::bad_alloc();  // only a failed allocation errs here
         out.resize(at + kSegmentHeaderSize);
-        appendBytes(out, s.compressed.data(), made);
+        if (!repeatedByteFrame(data, raw, out)) {
+            const size_t made = compress(s, data, raw, level, minMatch);
+            if (ZSTD_isError(made)) throw std::bad_alloc();  // only a failed allocation errs here
+            appendBytes(out, s.compressed.data(), made);
+        }
     } else {
         out.resize(at + kSegmentHeaderSize);
         appendBytes(out, data, raw);
@@ -207,6 +277,14 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
     out[at + 1] = out[at + 2] = out[at + 3] = 0;
     store<uint32_t>(out.data() + at + 4,
                     static_cast<uint32_t>(out.size() - at - kSegmentHeaderSize));
+}
+
+}  // namespace
+
+void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t coding, int level,
+                   std::vector<uint8_t>& out) {
+    encodeOrdered(static_cast<const uint8_t*>(values), nullptr, count, width, coding, level, 0,
+                  out);
 }
 
 std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
@@ -249,16 +327,8 @@ void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t
     const size_t w = static_cast<size_t>(width);
     const uint8_t* stored = static_cast<const uint8_t*>(values);
     Scratch& s = scratch();
-    // The values in the input's order, made when a trial or the coding needs them.
-    bool permutedMade = false;
-    auto inInputOrder = [&]() -> const uint8_t* {
-        if (!permutedMade) {
-            s.permuted.resize(static_cast<size_t>(count) * w);
-            permute(stored, s.permuted.data(), *inputOrder, width, false);
-            permutedMade = true;
-        }
-        return s.permuted.data();
-    };
+    // The input's order, gathered by the coding itself.
+    const uint32_t* order = inputOrder ? inputOrder->data() : nullptr;
     const bool whole = count <= kWholeTrialValues;
     const bool trials = !whole || choice.coding == 0 || choice.valuesLeft < count ||
                         ((choice.coding & kInputOrder) && !inputOrder);
@@ -287,13 +357,14 @@ void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t
             codings = floats, numCodings = sizeof floats;
         uint8_t bestCoding = kZstd;
         s.best.clear();
-        for (int order = 0; order < (inputOrder ? 2 : 1); ++order)
+        for (int inInput = 0; inInput < (order ? 2 : 1); ++inInput)
             for (size_t c = 0; c < numCodings; ++c) {
                 if (!s.best.empty() && s.best.size() <= kTinySample) break;
-                const uint8_t coding = static_cast<uint8_t>(codings[c] | (order ? kInputOrder : 0));
+                const uint8_t coding =
+                    static_cast<uint8_t>(codings[c] | (inInput ? kInputOrder : 0));
                 s.trial.clear();
-                encodeSegment(order ? inInputOrder() : stored, sample, width, coding, kLevel,
-                              s.trial);
+                encodeOrdered(stored, inInput ? order : nullptr, sample, width, coding, kLevel,
+                              minMatchOf(coding, type, width, whole), s.trial);
                 if (s.best.empty() || s.trial.size() < s.best.size())
                     s.best.swap(s.trial), bestCoding = coding;
             }
@@ -307,8 +378,8 @@ void encodeBestSegment(const void* values, int64_t count, int32_t width, int32_t
     if (coded)
         appendBytes(out, s.best.data(), s.best.size());
     else
-        encodeSegment(choice.coding & kInputOrder ? inInputOrder() : stored, count, width,
-                      choice.coding, kLevel, out);
+        encodeOrdered(stored, choice.coding & kInputOrder ? order : nullptr, count, width,
+                      choice.coding, kLevel, minMatchOf(choice.coding, type, width, whole), out);
     const size_t made = out.size() - at - kSegmentHeaderSize;
     const double perValue = count ? static_cast<double>(made) / static_cast<double>(count) : 0;
     if (trials)
@@ -332,7 +403,7 @@ zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSiz
         const zul_Status status = decodeSegment(static_cast<uint8_t>(coding & ~kInputOrder), stored,
                                                 storedSize, count, width, nullptr, permuted.data());
         if (status != zul_STATUS_OK) return status;
-        permute(permuted.data(), static_cast<uint8_t*>(out), *inputOrder, width, true);
+        scatter(permuted.data(), static_cast<uint8_t*>(out), *inputOrder, width);
         return zul_STATUS_OK;
     }
     if (coding & ~kCodingMask) return zul_STATUS_CORRUPT_DATA;
@@ -360,8 +431,8 @@ zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSiz
         if (storedSize != raw) return zul_STATUS_CORRUPT_DATA;
         if (raw) std::memcpy(first, stored, raw);
     }
-    if (coding & kBytePlanes) planes(copy.data(), target, count, width, true);
-    transform(nullptr, target, count, width, how, true);
+    if (coding & kBytePlanes) unplanes(copy.data(), target, count, width);
+    untransform(target, count, width, how);
     return zul_STATUS_OK;
 }
 

@@ -55,7 +55,7 @@ struct zul_xout_WriterStruct {
                 encodeBestSegment(segments[numFields].data(), count, 8, zul_FIELD_U64, nullptr,
                                   orderChoice, blocks);
             for (size_t s = 0; s < numSegments; ++s) {
-                std::vector<uint8_t>().swap(segments[s]);
+                segments[s].clear();  // keeps its room for the next chunk's column
                 written[s] = false;
             }
             entry.blockOffset = static_cast<int64_t>(at);  // from the first block for now

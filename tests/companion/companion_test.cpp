@@ -322,3 +322,28 @@ TEST(Companion, ColumnCodingFollowsAChangeOfItsValues) {
 }
 
 }  // namespace
+
+namespace {
+
+// A column of one repeated byte is written as a frame of RLE blocks up to 1 MiB (content sizes
+// in 1, 2 and 4 bytes, one block and two) and by zstd beyond: each comes back, in a few bytes.
+class RepeatedByte : public ::testing::TestWithParam<int> {};
+
+TEST_P(RepeatedByte, ColumnComesBackSmall) {
+    const int points = GetParam();
+    const ByteVector stream = makeStream(1, points, 3);
+    const std::vector<uint64_t> values(size_t(points), 0x4242424242424242u);
+    zul::CompanionWriter writer;
+    writer.addField("same", zul_FIELD_U64);
+    writer.bindStream(stream);
+    writer.writeColumn(0, 0, values);
+    const ByteVector companion = writer.finish();
+    zul::CompanionReader reader(companion, stream);
+    EXPECT_EQ(reader.column<uint64_t>(0, 0), values);
+    EXPECT_LT(reader.chunk(0).blockSize, 64);
+}
+
+INSTANTIATE_TEST_SUITE_P(Companion, RepeatedByte,
+                         ::testing::Values(1, 31, 32, 8223, 8224, 16385, 131072, 131073));
+
+}  // namespace
