@@ -3,6 +3,7 @@
 // zero bits up to the next byte boundary.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -36,10 +37,11 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
     DeltaCodeTable codeTables[kComponents];
     for (int c = 0; c < kComponents; ++c) {
         encoders[c] = DeltaEncoder(coding.lookup[c]);
-        // A table pays for itself only over a chunk several times its size.
-        if (absoluteBits[c] <= DeltaCodeTable::kMaxWidth &&
-            points.size() >= (size_t{4} << absoluteBits[c]))
-            codeTables[c] = DeltaCodeTable(encoders[c], coding.lastPrefix[c], absoluteBits[c]);
+        // The small deltas of a component by table, all of them if it is narrow; a table pays
+        // for itself only over a chunk several times its size.
+        const int window = std::min(absoluteBits[c], int{DeltaCodeTable::kMaxWidth});
+        if (encoders[c].usable() && points.size() >= (size_t{4} << window))
+            codeTables[c] = DeltaCodeTable(encoders[c], coding.lastPrefix[c], window);
         fast = fast && encoders[c].usable() && encoders[c].widestPayload() <= 64;
         bitsPerPoint += DeltaEncoder::kMaxEntries + encoders[c].widestPayload();
     }

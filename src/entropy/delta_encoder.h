@@ -99,25 +99,31 @@ private:
     Side positive_, negative_;
 };
 
-// Whole codes for every delta a narrow component can take, looked up instead of searched: for a
-// component whose values lie in [0, 2^w) with w at most kMaxWidth, deltas lie in (-2^w, 2^w).
-// An entry holds the prefix and payload bits of its delta as one field; an escape entry holds the
-// prefix and the width of the absolute value that follows it.
+// Whole codes for the small deltas of a component, looked up instead of searched: the deltas in
+// (-2^w, 2^w) for a window of w bits, at most kMaxWidth. A component of at most w bits takes no
+// other deltas; a wider one searches for the rest. An entry holds the prefix and payload bits of
+// its delta as one field; an escape entry holds the prefix and the width of the absolute value
+// that follows it.
 class DeltaCodeTable {
 public:
     static constexpr int kMaxWidth = 10;
 
     DeltaCodeTable() = default;
-    // Empty (every code() false) if the component is too wide or a code too long for one field.
-    DeltaCodeTable(const DeltaEncoder& encoder, int lastPrefix, int absoluteBits) {
-        if (absoluteBits > kMaxWidth) return;
-        bound_ = (int64_t{1} << absoluteBits) - 1;
+    // Empty (every code() false) if the window is too wide or a code too long for one field.
+    DeltaCodeTable(const DeltaEncoder& encoder, int lastPrefix, int windowBits) {
+        if (windowBits > kMaxWidth) return;
+        bound_ = (int64_t{1} << windowBits) - 1;
         entries_.resize(static_cast<size_t>(2 * bound_ + 1));
         for (int64_t delta = -bound_; delta <= bound_; ++delta) {
             int64_t value;
             int prefix, numBits;
             const bool escape = encoder.encode(delta, 0, value, prefix, numBits);
             const int prefixBits = prefix < lastPrefix ? prefix + 1 : prefix;
+            if (prefix >= 56 || prefixBits + numBits > 56) {
+                entries_.clear();
+                bound_ = -1;
+                return;
+            }
             Entry& entry = entries_[static_cast<size_t>(delta + bound_)];
             entry.code = (uint64_t{1} << prefix) - 1;
             entry.bits = static_cast<uint8_t>(prefixBits);
@@ -128,11 +134,6 @@ public:
                 entry.code |= (static_cast<uint64_t>(value) & ((uint64_t{1} << numBits) - 1))
                               << prefixBits;
                 entry.bits = static_cast<uint8_t>(prefixBits + numBits);
-            }
-            if (prefix >= 56 || entry.bits + entry.absoluteBits > 56) {
-                entries_.clear();
-                bound_ = -1;
-                return;
             }
         }
     }
