@@ -49,6 +49,9 @@ private:
     using QuantizedPoints = std::vector<zullib::zul_QuantizedPoint>;
     using Frequencies = zullib::BitLengthCounts;
 
+    // The records' storage that the sort gathers into, kept from chunk to chunk.
+    QuantizedPoints sortSpare;
+
     // Makes one integer record per input point, in input order: positions on the grid of the
     // step, colour, reflection and normal reduced by their modes. Then permutes the coordinate
     // slots by extent and subtracts the box minimum. Hands out the box in x, y, z grid units.

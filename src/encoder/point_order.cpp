@@ -40,7 +40,7 @@ struct StreamCounter {
 }  // namespace
 
 void zul_enc_ContextStruct::sortQuantizedPoints(QuantizedPoints& points) {
-    zullib::sortByCoordinates(points, chunkBuffer);
+    zullib::sortByCoordinates(points, chunkBuffer, sortSpare);
 }
 
 void zul_enc_ContextStruct::countDeltaBitLengthFrequencies(const QuantizedPoints& points,
