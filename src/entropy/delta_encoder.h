@@ -136,6 +136,7 @@ public:
                 entry.bits = static_cast<uint8_t>(prefixBits + numBits);
             }
         }
+        size_ = entries_.size();
     }
 
     // The field for `delta` of a value `current`, with its width; false if `delta` lies outside
@@ -143,7 +144,7 @@ public:
     bool code(int64_t delta, int64_t current, uint64_t& field, int& numBits) const {
         // One unsigned comparison: deltas below -bound_ wrap to above the table's size.
         const uint64_t index = static_cast<uint64_t>(delta) + static_cast<uint64_t>(bound_);
-        if (index >= entries_.size()) return false;
+        if (index >= size_) return false;
         const Entry& entry = entries_[index];
         const uint64_t absolute = static_cast<uint64_t>(current) & entry.absoluteMask;
         field = entry.code | absolute << entry.bits;
@@ -160,6 +161,7 @@ private:
     };
 
     std::vector<Entry> entries_;
+    uint64_t size_ = 0;  // of entries_, kept apart from the vector's own ends
     int64_t bound_ = -1;
 };
 
