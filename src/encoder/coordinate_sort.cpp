@@ -123,12 +123,12 @@ void sortElements(std::vector<zul_QuantizedPoint>& points, const int (&width)[3]
                   std::vector<unsigned char>& scratch, std::vector<zul_QuantizedPoint>& spare) {
     const size_t n = points.size();
     const int keyBits = width[0] + width[1] + width[2];
-    const size_t maxPasses = (64 + kDigitBits - 1) / kDigitBits;
-    const size_t need = 2 * n * sizeof(Element) + maxPasses * kDigits * sizeof(uint32_t);
+    const size_t passes = std::max((keyBits + kDigitBits - 1) / kDigitBits, 1);
+    const size_t need = 2 * n * sizeof(Element) + passes * kDigits * sizeof(uint32_t);
     if (scratch.size() < need) scratch.resize(need);
     Element* elements = reinterpret_cast<Element*>(scratch.data());
     Element* other = elements + n;
-    uint32_t* counts = new (other + n) uint32_t[maxPasses * kDigits];
+    uint32_t* counts = new (other + n) uint32_t[passes * kDigits];
     const bool neighboursTie = makeElements(points, width, elements);
     // Below a few thousand records the digit counts cost more than comparing; and where two
     // neighbours share a position, the radix sort's order would be thrown away.
