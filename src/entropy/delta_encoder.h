@@ -19,17 +19,26 @@ public:
     // `usable()` is false for a table of more entries than the arrays hold; the caller then
     // searches with CVR itself.
     explicit DeltaEncoder(const CVR::LookupTable& table) {
-        const auto copy = [](const std::vector<CVR::RangeEntry>& ranges, Side& side) {
+        // `stop` is the bound a delta passes on its way to a later range: the end of a positive
+        // range, the start of a negative one, and for an escape (which takes every delta that
+        // reaches it) and past the last entry the extreme that no delta passes.
+        const auto copy = [](const std::vector<CVR::RangeEntry>& ranges, Side& side,
+                             bool positive) {
             side.count = static_cast<int>(ranges.size());
+            const int64_t extreme = positive ? INT64_MAX : INT64_MIN;
             for (int i = 0; i < side.count && i < kMaxEntries; ++i) {
                 side.escape[i] = ranges[i].maxDelta == INT64_MAX;
                 side.minDelta[i] = ranges[i].minDelta;
                 side.maxDelta[i] = ranges[i].maxDelta;
                 side.numBits[i] = ranges[i].numBits;
+                side.stop[i] = side.escape[i] ? extreme
+                               : positive     ? ranges[i].maxDelta
+                                              : ranges[i].minDelta;
             }
+            side.stop[side.count < kMaxEntries ? side.count : kMaxEntries] = extreme;
         };
-        copy(table.positiveRanges, positive_);
-        copy(table.negativeRanges, negative_);
+        copy(table.positiveRanges, positive_, true);
+        copy(table.negativeRanges, negative_, false);
     }
 
     bool usable() const { return positive_.count <= kMaxEntries && negative_.count <= kMaxEntries; }
@@ -44,33 +53,30 @@ public:
     }
 
     // The first range holding `delta`, as CVR::encodeDeltaOrAbsolute finds it, with the same
-    // outputs when none does. True if that range is the escape to the absolute value.
+    // outputs when none does. True if that range is the escape to the absolute value. Only for a
+    // usable() encoder.
     bool encode(int64_t delta, int64_t absoluteValue, int64_t& value, int& prefixIndex,
                 int& numBits) const {
         if (delta >= 0) {
-            for (int i = 0; i < positive_.count; ++i) {
-                if (positive_.escape[i])
-                    return escape(positive_, i, absoluteValue, value, prefixIndex, numBits);
-                if (delta <= positive_.maxDelta[i]) {
-                    prefixIndex = i;
-                    numBits = positive_.numBits[i];
-                    value = wrappingSub(delta, positive_.minDelta[i]);
-                    return false;
-                }
-            }
-            return none(positive_, value, prefixIndex, numBits);
+            int i = 0;
+            while (delta > positive_.stop[i]) ++i;
+            if (i == positive_.count) return none(positive_, value, prefixIndex, numBits);
+            if (positive_.escape[i])
+                return escape(positive_, i, absoluteValue, value, prefixIndex, numBits);
+            prefixIndex = i;
+            numBits = positive_.numBits[i];
+            value = wrappingSub(delta, positive_.minDelta[i]);
+            return false;
         }
-        for (int i = 0; i < negative_.count; ++i) {
-            if (negative_.escape[i])
-                return escape(negative_, i, absoluteValue, value, prefixIndex, numBits);
-            if (delta >= negative_.minDelta[i]) {
-                prefixIndex = i;
-                numBits = negative_.numBits[i];
-                value = wrappingSub(wrappingSub(delta, negative_.maxDelta[i]), 1);
-                return false;
-            }
-        }
-        return none(negative_, value, prefixIndex, numBits);
+        int i = 0;
+        while (delta < negative_.stop[i]) ++i;
+        if (i == negative_.count) return none(negative_, value, prefixIndex, numBits);
+        if (negative_.escape[i])
+            return escape(negative_, i, absoluteValue, value, prefixIndex, numBits);
+        prefixIndex = i;
+        numBits = negative_.numBits[i];
+        value = wrappingSub(wrappingSub(delta, negative_.maxDelta[i]), 1);
+        return false;
     }
 
 private:
@@ -80,6 +86,7 @@ private:
         int64_t minDelta[kMaxEntries] = {};
         int64_t maxDelta[kMaxEntries] = {};
         int numBits[kMaxEntries] = {};
+        int64_t stop[kMaxEntries + 1] = {};
     };
 
     static bool escape(const Side& side, int i, int64_t absoluteValue, int64_t& value,
