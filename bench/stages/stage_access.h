@@ -4,7 +4,6 @@
 // place that names them; when a stage's signature changes, only its line here changes.
 #pragma once
 
-#include <map>
 #include <vector>
 
 #include "decoder/dec_context.h"
@@ -18,7 +17,7 @@ struct Expose {
 };
 
 using Records = std::vector<zullib::zul_QuantizedPoint>;
-using Frequencies = std::map<int, int>;
+using Frequencies = zullib::BitLengthCounts;
 
 // Records in input order, slots permuted by extent and shifted by the box minimum.
 struct Quantize {

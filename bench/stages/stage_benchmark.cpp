@@ -148,8 +148,8 @@ int64_t encodeInStages(zul_enc_ContextStruct& encoder, const zul_PointData& data
     zullib::sortByCoordinates(points, encoder.chunkBuffer);
     seconds[kSort] += watch.lap();
 
-    Frequencies coordinateFrequencies[3], rgbFrequencies[3], reflectionFrequencies[1],
-        normalFrequencies[2];
+    Frequencies coordinateFrequencies[3] = {}, rgbFrequencies[3] = {},
+                reflectionFrequencies[1] = {}, normalFrequencies[2] = {};
     (encoder.*memberOf(stages::CountFrequencies{}))(points, coordinateFrequencies, rgbFrequencies,
                                                     reflectionFrequencies, normalFrequencies);
     seconds[kStatistics] += watch.lap();

@@ -24,7 +24,7 @@ const int kReflectionPrefixLimit = 6;
 const int kNormalPrefixLimit = 6;
 
 template <int N>
-void chooseTables(std::vector<int> (&tables)[N], const std::map<int, int> (&frequencies)[N],
+void chooseTables(std::vector<int> (&tables)[N], const zullib::BitLengthCounts (&frequencies)[N],
                   const int (&absoluteBits)[N], int prefixLimit) {
     for (int c = 0; c < N; ++c)
         PrefixOptimizer::findBestBitLengthsForPrefixes(tables[c], frequencies[c], absoluteBits[c],
@@ -50,8 +50,8 @@ zul_Status zul_enc_ContextStruct::encodeChunk(const char** bytes, int* size,
     if (status != zul_STATUS_OK) return status;
     sortQuantizedPoints(points);
 
-    Frequencies coordinateFrequencies[3], rgbFrequencies[3], reflectionFrequencies[1],
-        normalFrequencies[2];
+    Frequencies coordinateFrequencies[3] = {}, rgbFrequencies[3] = {},
+                reflectionFrequencies[1] = {}, normalFrequencies[2] = {};
     countDeltaBitLengthFrequencies(points, coordinateFrequencies, rgbFrequencies,
                                    reflectionFrequencies, normalFrequencies);
 

@@ -67,19 +67,35 @@ bool makeElements(const std::vector<zul_QuantizedPoint>& points, const int (&wid
     return neighboursTie;
 }
 
+// The digit counts of every pass of the radix sort over `keyBits`, in one sweep of the
+// elements: counts + p * kDigits for pass p.
+template <class Element>
+void countDigits(const Element* elements, size_t n, int keyBits, uint32_t* counts) {
+    const int passes = (keyBits + kDigitBits - 1) / kDigitBits;
+    std::fill(counts, counts + passes * kDigits, 0);
+    for (size_t i = 0; i < n; ++i) {
+        const uint64_t key = elements[i].sortKey();
+        for (int p = 0; p < passes; ++p)
+            ++counts[p * kDigits + ((key >> (p * kDigitBits)) & (kDigits - 1))];
+    }
+}
+
 // Stable LSD radix sort of n elements on the low `keyBits` bits of their keys, between the two
-// arrays; returns the one that holds the result.
+// arrays; returns the one that holds the result. `counts` holds each pass's digit counts, as
+// countDigits makes them; a pass whose digit is the same for every element moves nothing and is
+// skipped.
 template <class Element>
 Element* radixSort(Element* elements, Element* other, size_t n, int keyBits, uint32_t* counts) {
-    for (int shift = 0; shift < keyBits; shift += kDigitBits) {
-        std::fill(counts, counts + kDigits, 0);
-        for (size_t i = 0; i < n; ++i) ++counts[(elements[i].sortKey() >> shift) & (kDigits - 1)];
+    for (int shift = 0; shift < keyBits; shift += kDigitBits, counts += kDigits) {
         uint32_t start = 0;
+        bool oneDigit = false;
         for (size_t d = 0; d < kDigits; ++d) {
             const uint32_t count = counts[d];
+            oneDigit |= count == n;
             counts[d] = start;
             start += count;
         }
+        if (oneDigit) continue;
         for (size_t i = 0; i < n; ++i)
             new (&other[counts[(elements[i].sortKey() >> shift) & (kDigits - 1)]++])
                 Element(elements[i]);
@@ -88,43 +104,39 @@ Element* radixSort(Element* elements, Element* other, size_t n, int keyBits, uin
     return elements;
 }
 
-// Moves every record to its place in the order, following the cycles of the permutation; an
-// element that has been dealt with is set to its own position.
+// The records in the order of the elements, gathered into `spare`, which then trades places with
+// `points`.
 template <class Element>
-void permute(std::vector<zul_QuantizedPoint>& points, Element* order) {
-    for (size_t start = 0; start < points.size(); ++start) {
-        if (order[start].position() == start) continue;
-        const zul_QuantizedPoint first = points[start];
-        size_t at = start;
-        while (order[at].position() != start) {
-            const size_t from = order[at].position();
-            points[at] = points[from];
-            order[at].setPosition(static_cast<uint32_t>(at));
-            at = from;
-        }
-        points[at] = first;
-        order[at].setPosition(static_cast<uint32_t>(at));
-    }
+void permute(std::vector<zul_QuantizedPoint>& points, const Element* order,
+             std::vector<zul_QuantizedPoint>& spare) {
+    const size_t n = points.size();
+    spare.clear();
+    spare.reserve(n);
+    for (size_t i = 0; i < n; ++i) spare.push_back(points[order[i].position()]);
+    points.swap(spare);
 }
 
 // Radix sort, and where two records share a position the comparison sort over the elements of
 // the given order instead. Two arrays of elements and the digit counts live in `scratch`.
 template <class Element>
 void sortElements(std::vector<zul_QuantizedPoint>& points, const int (&width)[3],
-                  std::vector<unsigned char>& scratch) {
+                  std::vector<unsigned char>& scratch, std::vector<zul_QuantizedPoint>& spare) {
     const size_t n = points.size();
-    const size_t need = 2 * n * sizeof(Element) + kDigits * sizeof(uint32_t);
+    const int keyBits = width[0] + width[1] + width[2];
+    const size_t passes = std::max((keyBits + kDigitBits - 1) / kDigitBits, 1);
+    const size_t need = 2 * n * sizeof(Element) + passes * kDigits * sizeof(uint32_t);
     if (scratch.size() < need) scratch.resize(need);
     Element* elements = reinterpret_cast<Element*>(scratch.data());
     Element* other = elements + n;
-    uint32_t* counts = new (other + n) uint32_t[kDigits];
+    uint32_t* counts = new (other + n) uint32_t[passes * kDigits];
     const bool neighboursTie = makeElements(points, width, elements);
     // Below a few thousand records the digit counts cost more than comparing; and where two
     // neighbours share a position, the radix sort's order would be thrown away.
     Element* sorted = elements;
     bool tied = true;
     if (n >= kRadixFrom && !neighboursTie) {
-        sorted = radixSort(elements, other, n, width[0] + width[1] + width[2], counts);
+        countDigits(elements, n, keyBits, counts);
+        sorted = radixSort(elements, other, n, keyBits, counts);
         tied = false;
         for (size_t i = 1; i < n && !tied; ++i)
             tied = sorted[i].sortKey() == sorted[i - 1].sortKey();
@@ -135,13 +147,19 @@ void sortElements(std::vector<zul_QuantizedPoint>& points, const int (&width)[3]
         std::sort(elements, elements + n, KeyBefore<Element>());
         sorted = elements;
     }
-    permute(points, sorted);
+    permute(points, sorted, spare);
 }
 
 }  // namespace
 
 void sortByCoordinates(std::vector<zul_QuantizedPoint>& points,
                        std::vector<unsigned char>& scratch) {
+    std::vector<zul_QuantizedPoint> spare;
+    sortByCoordinates(points, scratch, spare);
+}
+
+void sortByCoordinates(std::vector<zul_QuantizedPoint>& points, std::vector<unsigned char>& scratch,
+                       std::vector<zul_QuantizedPoint>& spare) {
     const size_t n = points.size();
     uint64_t used[3] = {0, 0, 0};
     for (const zul_QuantizedPoint& p : points)
@@ -154,9 +172,9 @@ void sortByCoordinates(std::vector<zul_QuantizedPoint>& points,
         return;
     }
     if (width[0] + width[1] + width[2] <= 32)
-        sortElements<Packed>(points, width, scratch);
+        sortElements<Packed>(points, width, scratch, spare);
     else
-        sortElements<Keyed>(points, width, scratch);
+        sortElements<Keyed>(points, width, scratch, spare);
 }
 
 }  // namespace zullib

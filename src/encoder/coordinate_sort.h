@@ -19,5 +19,10 @@ namespace zullib {
 // whose last chunk is dead by then, so that no chunk allocates for its sort.
 void sortByCoordinates(std::vector<zul_QuantizedPoint>& points,
                        std::vector<unsigned char>& scratch);
+// The same with the records' working memory lent too: the sorted records are gathered into
+// `spare`'s storage, and the two vectors trade storage, so that a caller that keeps `spare` from
+// chunk to chunk allocates for no sort.
+void sortByCoordinates(std::vector<zul_QuantizedPoint>& points, std::vector<unsigned char>& scratch,
+                       std::vector<zul_QuantizedPoint>& spare);
 
 }  // namespace zullib

@@ -2,10 +2,10 @@
 // does no input or output: every piece it hands out lives in the context.
 #pragma once
 
-#include <map>
 #include <vector>
 
 #include "entropy/bit_stream_out.h"
+#include "entropy/prefix_optimizer.h"
 #include "entropy/quantized_point.h"
 #include "frame/bounding_box.h"
 #include "frame/compiler.h"
@@ -47,7 +47,10 @@ struct ZUL_API zul_enc_ContextStruct {
 
 private:
     using QuantizedPoints = std::vector<zullib::zul_QuantizedPoint>;
-    using Frequencies = std::map<int, int>;
+    using Frequencies = zullib::BitLengthCounts;
+
+    // The records' storage that the sort gathers into, kept from chunk to chunk.
+    QuantizedPoints sortSpare;
 
     // Makes one integer record per input point, in input order: positions on the grid of the
     // step, colour, reflection and normal reduced by their modes. Then permutes the coordinate
@@ -58,7 +61,7 @@ private:
                                            const zul_PointData* pointData);
     // Lexicographic order on the three slots, signed; attributes travel with their coordinates.
     void sortQuantizedPoints(QuantizedPoints& points);
-    // Adds, per stream component, how many deltas need how many bits.
+    // Adds, per stream component, how many deltas need how many bits (the counts start at 0).
     void countDeltaBitLengthFrequencies(const QuantizedPoints& points,
                                         Frequencies (&coordinateFrequencies)[3],
                                         Frequencies (&rgbFrequencies)[3],

@@ -8,8 +8,7 @@ using zullib::zul_QuantizedPoint;
 
 namespace {
 
-// The bit counts of one stream's deltas, in flat arrays (a bit count is 0 to 64) until they are
-// added to the maps.
+// The bit counts of one stream's deltas, kept apart until they are added to the caller's.
 template <class Accessor>
 struct StreamCounter {
     static constexpr int kComponents = Accessor::kNumComponents;
@@ -32,17 +31,16 @@ struct StreamCounter {
             ++counts[c][bits];
         }
     }
-    void addTo(std::map<int, int>* maps) const {
+    void addTo(zullib::BitLengthCounts* totals) const {
         for (int c = 0; c < kComponents; ++c)
-            for (int bits = 0; bits <= 64; ++bits)
-                if (counts[c][bits] != 0) maps[c][bits] += counts[c][bits];
+            for (int bits = 0; bits <= 64; ++bits) totals[c][bits] += counts[c][bits];
     }
 };
 
 }  // namespace
 
 void zul_enc_ContextStruct::sortQuantizedPoints(QuantizedPoints& points) {
-    zullib::sortByCoordinates(points, chunkBuffer);
+    zullib::sortByCoordinates(points, chunkBuffer, sortSpare);
 }
 
 void zul_enc_ContextStruct::countDeltaBitLengthFrequencies(const QuantizedPoints& points,

@@ -13,12 +13,14 @@
 namespace zullib {
 
 namespace {
-// Truncation to a signed 64-bit integer, with everything that does not fit (NaN included)
-// defined as INT64_MIN instead of undefined.
-int64_t toInt64(double value) {
-    if (value >= -9223372036854775808.0 && value < 9223372036854775808.0)
-        return static_cast<int64_t>(value);
-    return INT64_MIN;
+// floor to a signed 64-bit integer, with everything that does not fit (NaN included) defined as
+// INT64_MIN instead of undefined. floor(value) fits exactly when value does, the bounds being
+// integers. Truncation, one down below a negative fraction: that is floor, and the step down
+// happens only below 2^52 in magnitude, where the truncated value converts back exactly.
+int64_t floorToInt64(double value) {
+    if (!(value >= -9223372036854775808.0 && value < 9223372036854775808.0)) return INT64_MIN;
+    const int64_t truncated = static_cast<int64_t>(value);
+    return truncated - static_cast<int64_t>(static_cast<double>(truncated) > value);
 }
 
 // floor, then to an int within [0, limit - 1]; a NaN gives 0. Only the top value can reach the
@@ -32,7 +34,7 @@ int32_t gridIndex(double value, int limit) {
 
 int64_t quantizeCoordinate(double value, double step) {
     const double half = step * 0.5;
-    return toInt64(std::floor((half + value) / step));
+    return floorToInt64((half + value) / step);
 }
 
 namespace {
@@ -74,51 +76,84 @@ bool quantizeNormalPlain(const float* normal, int32_t (&cell)[2]) {
 
 }  // namespace zullib
 
+namespace {
+
 using zullib::zul_QuantizedPoint;
+
+// What the record loop takes from a chunk's type, fixed before the first point.
+struct RecordInputs {
+    const zul_PointData* pointData;
+    // The float step widened to double is the step: 0.0001 is 9.999999747378752e-05 here.
+    double step;
+    int32_t maxReflection;
+    int rgbShift[3];  // 3, 2, 3 for RGB565; 0 for RGB888
+    const zullib::NormalCellFinder* cellFinder;
+};
+
+// The records of every point in input order, and the box of their grid positions. One loop for
+// each combination of attributes, so that no point asks which ones the type has; fields of
+// attributes the type lacks are 0, and every record is written once, whole. False at the first
+// normal shorter than 1e-6.
+template <bool kColor, bool kReflection, bool kNormals>
+bool quantizeRecords(std::vector<zul_QuantizedPoint>& points, const RecordInputs& in,
+                     zullib::BoundingBox3d<long long>& box) {
+    const zul_PointData& data = *in.pointData;
+    const size_t numPoints = static_cast<size_t>(data.numPoints);
+    points.clear();
+    points.reserve(numPoints);
+    for (size_t i = 0; i < numPoints; ++i) {
+        zul_QuantizedPoint record;
+        const double* position = data.positions + 3 * i;
+        long long grid[3];
+        for (int axis = 0; axis < 3; ++axis) {
+            grid[axis] = zullib::quantizeCoordinate(position[axis], in.step);
+            record.coordinates[axis] = grid[axis];
+        }
+        box.extend(grid);
+        for (int c = 0; c < 3; ++c)
+            record.rgb[c] =
+                kColor ? static_cast<uint8_t>(data.colors[3 * i + c] >> in.rgbShift[c]) : 0;
+        record.reflection =
+            kReflection ? std::max(0, std::min(data.reflections[i], in.maxReflection)) : 0;
+        if (kNormals) {
+            if (!zullib::quantizeNormal(data.normals + 3 * i, record.normal, *in.cellFinder))
+                return false;
+        } else {
+            record.normal[0] = record.normal[1] = 0;
+        }
+        points.push_back(record);
+    }
+    return true;
+}
+
+using RecordLoop = bool (*)(std::vector<zul_QuantizedPoint>&, const RecordInputs&,
+                            zullib::BoundingBox3d<long long>&);
+// Indexed by colour * 4 + reflection * 2 + normals.
+const RecordLoop kRecordLoops[8] = {
+    quantizeRecords<false, false, false>, quantizeRecords<false, false, true>,
+    quantizeRecords<false, true, false>,  quantizeRecords<false, true, true>,
+    quantizeRecords<true, false, false>,  quantizeRecords<true, false, true>,
+    quantizeRecords<true, true, false>,   quantizeRecords<true, true, true>};
+
+}  // namespace
 
 zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& points,
                                                               int (&axisRemap)[3],
                                                               int (&coordinateBits)[3],
                                                               zullib::BoundingBox3d<long long>& box,
                                                               const zul_PointData* pointData) {
-    const int numPoints = pointData->numPoints;
-    // Every record starts as zeros, as a fresh record would; fields of attributes the type lacks
-    // stay so.
-    points.assign(static_cast<size_t>(numPoints), zul_QuantizedPoint{});
-    // The float step widened to double is the step: 0.0001 is 9.999999747378752e-05 here.
-    const double step = dataType.quantizationStep;
-    const int32_t maxReflection = dataType.maxReflection;
     const zullib::ChunkStreams streams(dataType);
+    const bool reduced = dataType.colorMode == zul_COLOR_RGB565;
     // The finder's tables are built on first use: not for a type without normals.
-    const zullib::NormalCellFinder* cellFinder =
-        streams.normals ? &zullib::NormalCellFinder::instance() : nullptr;
+    const RecordInputs inputs = {pointData,
+                                 dataType.quantizationStep,
+                                 dataType.maxReflection,
+                                 {reduced ? 3 : 0, reduced ? 2 : 0, reduced ? 3 : 0},
+                                 streams.normals ? &zullib::NormalCellFinder::instance() : nullptr};
     zullib::BoundingBox3d<long long> chunkBox;
-
-    for (int i = 0; i < numPoints; ++i) {
-        zul_QuantizedPoint& record = points[static_cast<size_t>(i)];
-        const double* position = pointData->positions + 3 * static_cast<size_t>(i);
-        long long grid[3];
-        for (int axis = 0; axis < 3; ++axis) {
-            grid[axis] = zullib::quantizeCoordinate(position[axis], step);
-            record.coordinates[axis] = grid[axis];
-        }
-        chunkBox.extend(grid);
-
-        if (streams.color) {
-            const uint8_t* rgb = pointData->colors + 3 * static_cast<size_t>(i);
-            const bool reduced = dataType.colorMode == zul_COLOR_RGB565;
-            record.rgb[0] = reduced ? rgb[0] >> 3 : rgb[0];
-            record.rgb[1] = reduced ? rgb[1] >> 2 : rgb[1];
-            record.rgb[2] = reduced ? rgb[2] >> 3 : rgb[2];
-        }
-        if (streams.reflection)
-            record.reflection = std::max(0, std::min(pointData->reflections[i], maxReflection));
-        if (streams.normals) {
-            const float* normal = pointData->normals + 3 * static_cast<size_t>(i);
-            if (!zullib::quantizeNormal(normal, record.normal, *cellFinder))
-                return zul_STATUS_INVALID_ARGUMENT;
-        }
-    }
+    const RecordLoop loop =
+        kRecordLoops[int{streams.color} * 4 + int{streams.reflection} * 2 + int{streams.normals}];
+    if (!loop(points, inputs, chunkBox)) return zul_STATUS_INVALID_ARGUMENT;
 
     const zullib::ChunkAxes axes = zullib::chunkAxes(chunkBox);
     for (zul_QuantizedPoint& record : points) {

@@ -3,7 +3,9 @@
 // zero bits up to the next byte boundary.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <type_traits>
 #include <vector>
 
 #include "entropy/bit_packer.h"
@@ -36,60 +38,69 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
     DeltaCodeTable codeTables[kComponents];
     for (int c = 0; c < kComponents; ++c) {
         encoders[c] = DeltaEncoder(coding.lookup[c]);
-        // A table pays for itself only over a chunk several times its size.
-        if (absoluteBits[c] <= DeltaCodeTable::kMaxWidth &&
-            points.size() >= (size_t{4} << absoluteBits[c]))
-            codeTables[c] = DeltaCodeTable(encoders[c], coding.lastPrefix[c], absoluteBits[c]);
+        // The small deltas of a component by table, all of them if it is narrow; a table pays
+        // for itself only over a chunk several times its size.
+        const int window = std::min(absoluteBits[c], int{DeltaCodeTable::kMaxWidth});
+        if (encoders[c].usable() && points.size() >= (size_t{4} << window))
+            codeTables[c] = DeltaCodeTable(encoders[c], coding.lastPrefix[c], window);
         fast = fast && encoders[c].usable() && encoders[c].widestPayload() <= 64;
         bitsPerPoint += DeltaEncoder::kMaxEntries + encoders[c].widestPayload();
     }
     if (fast) {
         BitPacker packer(out, static_cast<int64_t>(points.size()) * ((bitsPerPoint + 7) / 8));
-        for (const zul_QuantizedPoint& point : points) {
-            // A point's fields gather in one word while they fit, so that the packer takes a
-            // point's codes in one step rather than one a component.
-            uint64_t gathered = 0;
-            int gatheredBits = 0;
-            const auto flush = [&]() {
-                packer.put(gathered, gatheredBits);
-                gathered = 0;
-                gatheredBits = 0;
-            };
-            const auto add = [&](uint64_t field, int fieldBits) {
-                if (gatheredBits + fieldBits > 56) flush();
-                gathered |= field << gatheredBits;
-                gatheredBits += fieldBits;
-            };
-            ZUL_UNROLL_4
-            for (int c = 0; c < kComponents; ++c) {
-                const int64_t current = Accessor::get(point, c);
-                const int64_t delta = Accessor::delta(c, previous[c], current);
-                previous[c] = current;
-                uint64_t field;
-                int fieldBits;
-                if (codeTables[c].code(delta, current, field, fieldBits)) {
-                    add(field, fieldBits);
-                    continue;
+        // A point's fields gather in one word while they fit, so that the packer takes a point's
+        // codes in one step rather than one a component. Where a whole point fits in the word
+        // (at most kMaxEntries prefix bits and the widest payload a component), no field asks.
+        const auto writePoints = [&](auto pointFits) {
+            constexpr bool kPointFits = decltype(pointFits)::value;
+            for (const zul_QuantizedPoint& point : points) {
+                uint64_t gathered = 0;
+                int gatheredBits = 0;
+                const auto flush = [&]() {
+                    packer.put(gathered, gatheredBits);
+                    gathered = 0;
+                    gatheredBits = 0;
+                };
+                const auto add = [&](uint64_t field, int fieldBits) {
+                    if (!kPointFits && gatheredBits + fieldBits > 56) flush();
+                    gathered |= field << gatheredBits;
+                    gatheredBits += fieldBits;
+                };
+                ZUL_UNROLL_4
+                for (int c = 0; c < kComponents; ++c) {
+                    const int64_t current = Accessor::get(point, c);
+                    const int64_t delta = Accessor::delta(c, previous[c], current);
+                    previous[c] = current;
+                    uint64_t field;
+                    int fieldBits;
+                    if (codeTables[c].code(delta, current, field, fieldBits)) {
+                        add(field, fieldBits);
+                        continue;
+                    }
+                    int64_t value;
+                    int prefix, numBits;
+                    encoders[c].encode(delta, current, value, prefix, numBits);
+                    // Prefix i is i one-bits, closed by a zero-bit unless it is the last prefix.
+                    const uint64_t ones = (uint64_t{1} << prefix) - 1;
+                    const int prefixBits = prefix < coding.lastPrefix[c] ? prefix + 1 : prefix;
+                    const uint64_t payload =
+                        numBits < 64 ? static_cast<uint64_t>(value) & ((uint64_t{1} << numBits) - 1)
+                                     : static_cast<uint64_t>(value);
+                    if (kPointFits || prefixBits + numBits <= 56) {
+                        add(ones | payload << prefixBits, prefixBits + numBits);
+                    } else {
+                        flush();
+                        packer.put(ones, prefixBits);
+                        packer.putWide(payload, numBits);
+                    }
                 }
-                int64_t value;
-                int prefix, numBits;
-                encoders[c].encode(delta, current, value, prefix, numBits);
-                // Prefix i is i one-bits, closed by a zero-bit unless it is the last prefix.
-                const uint64_t ones = (uint64_t{1} << prefix) - 1;
-                const int prefixBits = prefix < coding.lastPrefix[c] ? prefix + 1 : prefix;
-                const uint64_t payload =
-                    numBits < 64 ? static_cast<uint64_t>(value) & ((uint64_t{1} << numBits) - 1)
-                                 : static_cast<uint64_t>(value);
-                if (prefixBits + numBits <= 56) {
-                    add(ones | payload << prefixBits, prefixBits + numBits);
-                } else {
-                    flush();
-                    packer.put(ones, prefixBits);
-                    packer.putWide(payload, numBits);
-                }
+                flush();
             }
-            flush();
-        }
+        };
+        if (bitsPerPoint <= 56)
+            writePoints(std::true_type{});
+        else
+            writePoints(std::false_type{});
         packer.finish();
         return;
     }

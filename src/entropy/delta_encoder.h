@@ -19,17 +19,26 @@ public:
     // `usable()` is false for a table of more entries than the arrays hold; the caller then
     // searches with CVR itself.
     explicit DeltaEncoder(const CVR::LookupTable& table) {
-        const auto copy = [](const std::vector<CVR::RangeEntry>& ranges, Side& side) {
+        // `stop` is the bound a delta passes on its way to a later range: the end of a positive
+        // range, the start of a negative one, and for an escape (which takes every delta that
+        // reaches it) and past the last entry the extreme that no delta passes.
+        const auto copy = [](const std::vector<CVR::RangeEntry>& ranges, Side& side,
+                             bool positive) {
             side.count = static_cast<int>(ranges.size());
+            const int64_t extreme = positive ? INT64_MAX : INT64_MIN;
             for (int i = 0; i < side.count && i < kMaxEntries; ++i) {
                 side.escape[i] = ranges[i].maxDelta == INT64_MAX;
                 side.minDelta[i] = ranges[i].minDelta;
                 side.maxDelta[i] = ranges[i].maxDelta;
                 side.numBits[i] = ranges[i].numBits;
+                side.stop[i] = side.escape[i] ? extreme
+                               : positive     ? ranges[i].maxDelta
+                                              : ranges[i].minDelta;
             }
+            side.stop[side.count < kMaxEntries ? side.count : kMaxEntries] = extreme;
         };
-        copy(table.positiveRanges, positive_);
-        copy(table.negativeRanges, negative_);
+        copy(table.positiveRanges, positive_, true);
+        copy(table.negativeRanges, negative_, false);
     }
 
     bool usable() const { return positive_.count <= kMaxEntries && negative_.count <= kMaxEntries; }
@@ -44,33 +53,30 @@ public:
     }
 
     // The first range holding `delta`, as CVR::encodeDeltaOrAbsolute finds it, with the same
-    // outputs when none does. True if that range is the escape to the absolute value.
+    // outputs when none does. True if that range is the escape to the absolute value. Only for a
+    // usable() encoder.
     bool encode(int64_t delta, int64_t absoluteValue, int64_t& value, int& prefixIndex,
                 int& numBits) const {
         if (delta >= 0) {
-            for (int i = 0; i < positive_.count; ++i) {
-                if (positive_.escape[i])
-                    return escape(positive_, i, absoluteValue, value, prefixIndex, numBits);
-                if (delta <= positive_.maxDelta[i]) {
-                    prefixIndex = i;
-                    numBits = positive_.numBits[i];
-                    value = wrappingSub(delta, positive_.minDelta[i]);
-                    return false;
-                }
-            }
-            return none(positive_, value, prefixIndex, numBits);
+            int i = 0;
+            while (delta > positive_.stop[i]) ++i;
+            if (i == positive_.count) return none(positive_, value, prefixIndex, numBits);
+            if (positive_.escape[i])
+                return escape(positive_, i, absoluteValue, value, prefixIndex, numBits);
+            prefixIndex = i;
+            numBits = positive_.numBits[i];
+            value = wrappingSub(delta, positive_.minDelta[i]);
+            return false;
         }
-        for (int i = 0; i < negative_.count; ++i) {
-            if (negative_.escape[i])
-                return escape(negative_, i, absoluteValue, value, prefixIndex, numBits);
-            if (delta >= negative_.minDelta[i]) {
-                prefixIndex = i;
-                numBits = negative_.numBits[i];
-                value = wrappingSub(wrappingSub(delta, negative_.maxDelta[i]), 1);
-                return false;
-            }
-        }
-        return none(negative_, value, prefixIndex, numBits);
+        int i = 0;
+        while (delta < negative_.stop[i]) ++i;
+        if (i == negative_.count) return none(negative_, value, prefixIndex, numBits);
+        if (negative_.escape[i])
+            return escape(negative_, i, absoluteValue, value, prefixIndex, numBits);
+        prefixIndex = i;
+        numBits = negative_.numBits[i];
+        value = wrappingSub(wrappingSub(delta, negative_.maxDelta[i]), 1);
+        return false;
     }
 
 private:
@@ -80,6 +86,7 @@ private:
         int64_t minDelta[kMaxEntries] = {};
         int64_t maxDelta[kMaxEntries] = {};
         int numBits[kMaxEntries] = {};
+        int64_t stop[kMaxEntries + 1] = {};
     };
 
     static bool escape(const Side& side, int i, int64_t absoluteValue, int64_t& value,
@@ -99,25 +106,31 @@ private:
     Side positive_, negative_;
 };
 
-// Whole codes for every delta a narrow component can take, looked up instead of searched: for a
-// component whose values lie in [0, 2^w) with w at most kMaxWidth, deltas lie in (-2^w, 2^w).
-// An entry holds the prefix and payload bits of its delta as one field; an escape entry holds the
-// prefix and the width of the absolute value that follows it.
+// Whole codes for the small deltas of a component, looked up instead of searched: the deltas in
+// (-2^w, 2^w) for a window of w bits, at most kMaxWidth. A component of at most w bits takes no
+// other deltas; a wider one searches for the rest. An entry holds the prefix and payload bits of
+// its delta as one field; an escape entry holds the prefix and the width of the absolute value
+// that follows it.
 class DeltaCodeTable {
 public:
     static constexpr int kMaxWidth = 10;
 
     DeltaCodeTable() = default;
-    // Empty (every code() false) if the component is too wide or a code too long for one field.
-    DeltaCodeTable(const DeltaEncoder& encoder, int lastPrefix, int absoluteBits) {
-        if (absoluteBits > kMaxWidth) return;
-        bound_ = (int64_t{1} << absoluteBits) - 1;
+    // Empty (every code() false) if the window is too wide or a code too long for one field.
+    DeltaCodeTable(const DeltaEncoder& encoder, int lastPrefix, int windowBits) {
+        if (windowBits > kMaxWidth) return;
+        bound_ = (int64_t{1} << windowBits) - 1;
         entries_.resize(static_cast<size_t>(2 * bound_ + 1));
         for (int64_t delta = -bound_; delta <= bound_; ++delta) {
             int64_t value;
             int prefix, numBits;
             const bool escape = encoder.encode(delta, 0, value, prefix, numBits);
             const int prefixBits = prefix < lastPrefix ? prefix + 1 : prefix;
+            if (prefix >= 56 || prefixBits + numBits > 56) {
+                entries_.clear();
+                bound_ = -1;
+                return;
+            }
             Entry& entry = entries_[static_cast<size_t>(delta + bound_)];
             entry.code = (uint64_t{1} << prefix) - 1;
             entry.bits = static_cast<uint8_t>(prefixBits);
@@ -129,12 +142,8 @@ public:
                               << prefixBits;
                 entry.bits = static_cast<uint8_t>(prefixBits + numBits);
             }
-            if (prefix >= 56 || entry.bits + entry.absoluteBits > 56) {
-                entries_.clear();
-                bound_ = -1;
-                return;
-            }
         }
+        size_ = entries_.size();
     }
 
     // The field for `delta` of a value `current`, with its width; false if `delta` lies outside
@@ -142,7 +151,7 @@ public:
     bool code(int64_t delta, int64_t current, uint64_t& field, int& numBits) const {
         // One unsigned comparison: deltas below -bound_ wrap to above the table's size.
         const uint64_t index = static_cast<uint64_t>(delta) + static_cast<uint64_t>(bound_);
-        if (index >= entries_.size()) return false;
+        if (index >= size_) return false;
         const Entry& entry = entries_[index];
         const uint64_t absolute = static_cast<uint64_t>(current) & entry.absoluteMask;
         field = entry.code | absolute << entry.bits;
@@ -159,6 +168,7 @@ private:
     };
 
     std::vector<Entry> entries_;
+    uint64_t size_ = 0;  // of entries_, kept apart from the vector's own ends
     int64_t bound_ = -1;
 };
 

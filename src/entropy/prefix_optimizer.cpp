@@ -53,7 +53,35 @@ int64_t cheapestTable(std::vector<int>& table, const std::vector<int>& keys,
     }
     return best;
 }
+// Lengths ascend, so only the last entry can reach the absolute width.
+void markEscape(std::vector<int>& table, int absoluteBits) {
+    for (int& entry : table)
+        if (entry == absoluteBits) entry = kEscape;
+}
 }  // namespace
+
+int64_t PrefixOptimizer::findBestBitLengthsForPrefixes(std::vector<int>& table,
+                                                       const BitLengthCounts& counts,
+                                                       int absoluteBits, int prefixLimit) {
+    // Lengths ascend, so the clamped ones arrive in order, those at the width last.
+    std::vector<int> keys, cumulative;
+    int runningCount = 0;
+    for (int length = 0; length < static_cast<int>(counts.size()); ++length) {
+        if (counts[static_cast<size_t>(length)] == 0) continue;
+        const int key = std::min(length, absoluteBits);
+        runningCount += counts[static_cast<size_t>(length)];
+        if (!keys.empty() && keys.back() == key) {
+            cumulative.back() = runningCount;
+        } else {
+            keys.push_back(key);
+            cumulative.push_back(runningCount);
+        }
+    }
+    if (keys.empty()) return INT64_MAX;
+    const int64_t cost = cheapestTable(table, keys, cumulative, prefixLimit);
+    markEscape(table, absoluteBits);
+    return cost;
+}
 
 int64_t PrefixOptimizer::findBestBitLengthsForPrefixes(std::vector<int>& table,
                                                        const std::map<int, int>& frequencies,
@@ -78,9 +106,7 @@ int64_t PrefixOptimizer::findBestBitLengthsForPrefixes(std::vector<int>& table,
         }
         bestCost = cheapestTable(table, keys, cumulative, prefixLimit);
     }
-    // Lengths ascend, so only the last entry can reach the absolute width.
-    for (int& entry : table)
-        if (entry == absoluteBits) entry = kEscape;
+    markEscape(table, absoluteBits);
     return bestCost;
 }
 

@@ -5,6 +5,7 @@
 // table in time quadratic in the number of lengths instead of exponential.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <vector>
@@ -12,6 +13,9 @@
 #include "zul.h"
 
 namespace zullib {
+
+// How many deltas need each bit length, 0 to 64: the statistics of one stream component.
+using BitLengthCounts = std::array<int, 65>;
 
 class ZUL_API PrefixOptimizer {
 public:
@@ -23,6 +27,11 @@ public:
     static int64_t findBestBitLengthsForPrefixes(std::vector<int>& table,
                                                  const std::map<int, int>& frequencies,
                                                  int absoluteBits, int prefixLimit);
+    // The same for counts by bit length, a length of count 0 being one that does not occur: what
+    // the map holding the lengths of non-zero count gives.
+    static int64_t findBestBitLengthsForPrefixes(std::vector<int>& table,
+                                                 const BitLengthCounts& counts, int absoluteBits,
+                                                 int prefixLimit);
 
 private:
     friend struct PrefixOptimizerReference;  // the tests' way to the exhaustive search

@@ -26,6 +26,13 @@ TEST(Quantize, CoordinatesGoToTheNearestGridPointWithHalvesUp) {
         {0.375, 0.25, 2},
         {0.00015, defaultStep, 2},
         {1000.00003, defaultStep, 10000001},
+        {-0.0, 1.0, 0},
+        {-2.5, 1.0, -2},
+        {-3.7, 1.0, -4},
+        {-0.375, 0.25, -1},
+        {-0.3, 0.25, -1},
+        {-1125899906842623.75, 1.0, -1125899906842624},
+        {-1e17, 1.0, -100000000000000000},
         // What no grid holds goes to the lowest value.
         {NAN, 0.25, INT64_MIN},
         {inf, 0.25, INT64_MIN},

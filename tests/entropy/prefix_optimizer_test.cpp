@@ -14,6 +14,13 @@ using zullib::PrefixOptimizer;
 
 namespace {
 
+// The array form of lengths 0 to 64 and their counts.
+zullib::BitLengthCounts countsOf(const std::map<int, int>& frequencies) {
+    zullib::BitLengthCounts counts = {};
+    for (const auto& entry : frequencies) counts[static_cast<size_t>(entry.first)] = entry.second;
+    return counts;
+}
+
 struct SearchCase {
     const char* name;
     std::map<int, int> frequencies;
@@ -32,6 +39,12 @@ TEST_P(PrefixSearch, FindsTheCheapestTableFirstInLexicographicOrder) {
         table, c.frequencies, c.absoluteBits, c.prefixLimit);
     EXPECT_EQ(table, c.table);
     EXPECT_EQ(cost, c.cost);
+    // The same lengths counted in an array.
+    std::vector<int> fromCounts;
+    EXPECT_EQ(PrefixOptimizer::findBestBitLengthsForPrefixes(fromCounts, countsOf(c.frequencies),
+                                                             c.absoluteBits, c.prefixLimit),
+              c.cost);
+    EXPECT_EQ(fromCounts, c.table);
 }
 
 const std::map<int, int> kExample = {{0, 10}, {2, 5}, {3, 1}, {5, 1}};
@@ -99,6 +112,12 @@ TEST(PrefixOptimizer, FindsTheTableOfTheExhaustiveSearch) {
             PrefixOptimizer::findBestBitLengthsForPrefixes(table, frequencies, absoluteBits, limit);
         ASSERT_EQ(table, expected) << "round " << round;
         ASSERT_EQ(cost, expectedCost) << "round " << round;
+        std::vector<int> fromCounts;
+        ASSERT_EQ(PrefixOptimizer::findBestBitLengthsForPrefixes(fromCounts, countsOf(frequencies),
+                                                                 absoluteBits, limit),
+                  expectedCost)
+            << "round " << round;
+        ASSERT_EQ(fromCounts, expected) << "round " << round;
         ASSERT_LE(static_cast<int>(table.size()), limit);
     }
 }
