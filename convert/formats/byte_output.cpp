@@ -1,5 +1,9 @@
 #include "formats/byte_output.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <utility>
 
@@ -9,9 +13,15 @@ namespace zulformats {
 
 ByteOutput::ByteOutput(const std::string& path)
     : path_(path), buffer_(new unsigned char[kBufferSize]) {
-    file_ = std::fopen(path.c_str(), "wb");
-    if (file_ == nullptr) {
-        throw FormatError(path + ": cannot create the file (" + std::strerror(errno) + ")");
+    // Truncated only when it holds something: reopening an empty file (the temporary file an
+    // output is written under) with O_TRUNC makes the file system write it back on close.
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    struct stat info;
+    if (fd < 0 || ::fstat(fd, &info) != 0 || (info.st_size > 0 && ::ftruncate(fd, 0) != 0) ||
+        (file_ = ::fdopen(fd, "wb")) == nullptr) {
+        const int reason = errno;
+        if (fd >= 0) ::close(fd);
+        throw FormatError(path + ": cannot create the file (" + std::strerror(reason) + ")");
     }
     // The writes that reach the file are large already.
     std::setvbuf(file_, nullptr, _IONBF, 0);

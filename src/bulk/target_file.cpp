@@ -1,6 +1,7 @@
 #include "bulk/target_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -31,9 +32,16 @@ std::string temporaryName(const std::string& path) {
 zul_Status TargetFile::open(const char* path, bool publish) {
     path_ = path;
     if (!publish) {
-        fd_ = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-        if (fd_ < 0) keepError();
-        return fd_ >= 0 ? zul_STATUS_OK : zul_STATUS_WRITE_ERROR;
+        // Truncated only when it holds something: reopening an empty file (a temporary name the
+        // caller made) with O_TRUNC makes the file system write it back on close.
+        fd_ = ::open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+        struct stat info;
+        if (fd_ >= 0 && ::fstat(fd_, &info) == 0 && (info.st_size == 0 || ::ftruncate(fd_, 0) == 0))
+            return zul_STATUS_OK;
+        keepError();
+        if (fd_ >= 0) ::close(fd_);
+        fd_ = -1;
+        return zul_STATUS_WRITE_ERROR;
     }
     // A name that exists already (left by a process that died) is never reused: another is drawn.
     for (int attempt = 0; attempt < 16 && fd_ < 0; ++attempt) {

@@ -1,4 +1,8 @@
 // zul_xout_: the companion writer.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <set>
 #include <string>
@@ -10,6 +14,22 @@
 #include "stream_bytes.h"
 
 using namespace zulx;
+
+namespace {
+
+// `path` opened for writing, emptied only when it holds something: reopening an empty file (a
+// temporary name the caller made) with O_TRUNC makes the file system write it back on close.
+std::FILE* openForWriting(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    struct stat info;
+    std::FILE* file = nullptr;
+    if (fd >= 0 && ::fstat(fd, &info) == 0 && (info.st_size == 0 || ::ftruncate(fd, 0) == 0))
+        file = ::fdopen(fd, "wb");
+    if (file == nullptr && fd >= 0) ::close(fd);
+    return file;
+}
+
+}  // namespace
 
 struct zul_xout_WriterStruct {
     enum class Binding { none, byParts, whole };
@@ -133,7 +153,7 @@ struct zul_xout_WriterStruct {
             std::vector<uint8_t>().swap(blocks);
             return zul_STATUS_OK;
         }
-        std::FILE* file = std::fopen(path.c_str(), "wb");
+        std::FILE* file = openForWriting(path);
         if (!file) return failed = true, zul_STATUS_WRITE_ERROR;
         bool good = std::fwrite(headBytes.data(), 1, headBytes.size(), file) == headBytes.size();
         good = good && (blocks.empty() ||

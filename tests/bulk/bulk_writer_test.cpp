@@ -151,6 +151,7 @@ TEST_F(BulkWriterTest, PublishesWholeOrLeavesThePathAlone) {
 // In place, an abort leaves the chunks written whole: a valid stream of them.
 TEST_F(BulkWriterTest, AbortInPlaceKeepsTheChunksWritten) {
     const std::string file = path("in_place.zul");
+    writeFile(file, std::string(1 << 20, '\xff'));  // a longer file it replaces
     Writer w;
     ASSERT_EQ(zul_bulk_openWriter(&w.writer, file.c_str(), &type, nullptr, nullptr, 1,
                                   ZUL_BULK_WRITE_REPLACE),

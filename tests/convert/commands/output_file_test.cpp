@@ -43,6 +43,15 @@ TEST_F(OutputFileTest, WritersOfOnePathAtOnceNeverShareATemporaryName) {
     EXPECT_EQ(folderContents(), std::vector<std::string>{"one.txt"});
 }
 
+TEST_F(OutputFileTest, AByteOutputReplacesALongerFileWhole) {
+    const std::string target = path("long.bin");
+    writeBytes(target, std::string(3000000, 'x'));
+    zulformats::ByteOutput out(target);
+    out.text("short");
+    out.close();
+    EXPECT_EQ(readFile(target), "short");
+}
+
 TEST_F(OutputFileTest, AFailureLeavesNothingAndNamesTheUsersFile) {
     const std::string target = path("gone/one.txt");
     try {
