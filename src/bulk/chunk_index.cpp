@@ -111,11 +111,12 @@ zul_Status zul_idx_IndexStruct::listChunk(zul_dec_Context decoder, int64_t offse
     char* const chunkHeader = head + ZUL_SYNC_MARKER_SIZE;
     const int64_t headSize = ZUL_SYNC_MARKER_SIZE + chunkHeaderSize;
     // The marker is judged before the header is read, as the file reader does: a wrong marker
-    // in front of a cut header is damage, not a cut.
-    zul_Status status = source.read(offset, sizeof syncMarker, head);
+    // in front of a cut header is damage, not a cut. Both in one read where the source holds them.
+    const bool whole = headSize <= source.size() - offset;
+    zul_Status status = source.read(offset, whole ? headSize : ZUL_SYNC_MARKER_SIZE, head);
     if (status != zul_STATUS_OK) return status;
     ZUL_REFUSE_UNLESS(std::memcmp(head, syncMarker, sizeof syncMarker) == 0);
-    status = source.read(offset + ZUL_SYNC_MARKER_SIZE, chunkHeaderSize, chunkHeader);
+    if (!whole) status = source.read(offset + ZUL_SYNC_MARKER_SIZE, chunkHeaderSize, chunkHeader);
     if (status != zul_STATUS_OK) return status;
     int bodySize = 0;
     status = zul_dec_decodeChunkHeader(decoder, &bodySize, chunkHeader);

@@ -18,6 +18,7 @@ allowed() {
         src/companion) echo "companion" ;; # over the public headers only
         convert/base) echo "base" ;;
         convert/formats) echo "base formats" ;;
+        convert/crs) echo "base formats crs" ;; # the module PROJ is loaded in (formats/crs_module.h)
         convert/planner) echo "base planner" ;;
         convert/synthetic) echo "synthetic" ;;
         convert/ros) echo "ros" ;;
