@@ -28,16 +28,63 @@ ByteOutput::ByteOutput(const std::string& path)
 }
 
 ByteOutput::~ByteOutput() {
-    if (file_ == nullptr) return;
-    flush();
-    std::fclose(file_);
+    if (file_ != nullptr) finish();
+}
+
+bool ByteOutput::put(const void* data, size_t n) {
+    if (std::fwrite(data, 1, n, file_) == n) return true;
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!failed_) reason_ = errno != 0 ? errno : EIO;
+    failed_ = true;
+    return false;
+}
+
+void ByteOutput::writeQueued() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    for (;;) {
+        changed_.wait(lock, [this] { return stop_ || !queued_.empty(); });
+        if (queued_.empty()) return;
+        std::pair<Buffer, size_t> next = std::move(queued_.front());
+        queued_.pop_front();
+        writing_ = true;
+        const bool skip = failed_;
+        lock.unlock();
+        if (!skip) put(next.first.get(), next.second);
+        lock.lock();
+        writing_ = false;
+        spare_.push_back(std::move(next.first));
+        changed_.notify_all();
+    }
 }
 
 void ByteOutput::flush() {
-    if (!failed_ && used_ > 0 && std::fwrite(buffer_.get(), 1, used_, file_) != used_) {
-        failed_ = true;
-    }
+    if (used_ == 0) return;
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (!thread_.joinable()) thread_ = std::thread(&ByteOutput::writeQueued, this);
+    queued_.emplace_back(std::move(buffer_), used_);
     used_ = 0;
+    changed_.notify_all();
+    if (spare_.empty() && made_ < kBuffers) {
+        ++made_;
+        lock.unlock();
+        buffer_.reset(new unsigned char[kBufferSize]);
+        return;
+    }
+    changed_.wait(lock, [this] { return !spare_.empty(); });
+    buffer_ = std::move(spare_.back());
+    spare_.pop_back();
+}
+
+void ByteOutput::drain() {
+    if (!thread_.joinable()) {
+        // Never more than a buffer: written here, no thread started.
+        if (used_ > 0 && !failed_) put(buffer_.get(), used_);
+        used_ = 0;
+        return;
+    }
+    flush();
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait(lock, [this] { return queued_.empty() && !writing_; });
 }
 
 void ByteOutput::writeThrough(const void* data, size_t n) {
@@ -45,25 +92,48 @@ void ByteOutput::writeThrough(const void* data, size_t n) {
     if (n < kBufferSize) {
         std::memcpy(buffer_.get(), data, n);
         used_ = n;
-    } else if (!failed_ && std::fwrite(data, 1, n, file_) != n) {
+        return;
+    }
+    // Large: written from where it is, after what came before.
+    drain();
+    std::unique_lock<std::mutex> lock(mutex_);
+    const bool failed = failed_;
+    lock.unlock();
+    if (!failed) put(data, n);
+}
+
+void ByteOutput::rewrite(uint64_t offset, const void* data, size_t n) {
+    drain();
+    std::unique_lock<std::mutex> lock(mutex_);
+    const bool failed = failed_;
+    lock.unlock();
+    if (failed) return;
+    if (std::fseek(file_, static_cast<long>(offset), SEEK_SET) != 0 || !put(data, n) ||
+        std::fseek(file_, 0, SEEK_END) != 0) {
+        lock.lock();
+        if (!failed_) reason_ = errno;
         failed_ = true;
     }
 }
 
-void ByteOutput::rewrite(uint64_t offset, const void* data, size_t n) {
-    flush();
-    if (failed_) return;
-    if (std::fseek(file_, static_cast<long>(offset), SEEK_SET) != 0) failed_ = true;
-    if (!failed_ && std::fwrite(data, 1, n, file_) != n) failed_ = true;
-    if (std::fseek(file_, 0, SEEK_END) != 0) failed_ = true;
+bool ByteOutput::finish() {
+    drain();
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stop_ = true;
+        changed_.notify_all();
+    }
+    if (thread_.joinable()) thread_.join();
+    std::FILE* file = std::exchange(file_, nullptr);
+    return std::fclose(file) == 0;
 }
 
 void ByteOutput::close() {
-    if (file_ != nullptr) flush();
-    std::FILE* file = std::exchange(file_, nullptr);
-    const bool closed = file != nullptr && std::fclose(file) == 0;
+    if (file_ == nullptr) return;
+    const bool closed = finish();
+    const int reason = failed_ ? reason_ : errno;
     if (failed_ || !closed) {
-        throw FormatError(path_ + ": writing the file failed (" + std::strerror(errno) + ")");
+        throw FormatError(path_ + ": writing the file failed (" + std::strerror(reason) + ")");
     }
 }
 

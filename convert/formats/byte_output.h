@@ -1,14 +1,20 @@
 // Buffered writing of a file (its own buffer: a write of a few bytes is a copy), with the failure
 // kept until it is reported: writes after a failure do nothing, and close() throws FormatError
-// naming the file.
+// naming the file. A full buffer is written by a thread of the output's own while the caller
+// fills the next, so that the file system's copy overlaps the work that makes the bytes.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
+#include <vector>
 
 namespace zulformats {
 
@@ -48,17 +54,39 @@ public:
 
 private:
     static constexpr size_t kBufferSize = size_t{1} << 20;
+    // Buffers at most: one filled by the caller, the others written or waiting.
+    static constexpr size_t kBuffers = 3;
 
-    // Empties the buffer into the file.
+    using Buffer = std::unique_ptr<unsigned char[]>;
+
+    // Hands the buffer to the writing thread and takes an empty one.
     void flush();
     // What does not fit in the buffer: the buffer first, then `data`.
     void writeThrough(const void* data, size_t n);
+    // Waits until every buffer handed over is in the file.
+    void drain();
+    // The writing thread's loop.
+    void writeQueued();
+    // Writes on the calling thread; false (with the reason kept) if the file takes less.
+    bool put(const void* data, size_t n);
+    // Flushes, drains and stops the thread; closes the file. False if closing failed.
+    bool finish();
 
     std::string path_;
     std::FILE* file_ = nullptr;
-    bool failed_ = false;
-    std::unique_ptr<unsigned char[]> buffer_;
+    Buffer buffer_;
     size_t used_ = 0;
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<std::pair<Buffer, size_t>> queued_;  // in file order
+    std::vector<Buffer> spare_;
+    size_t made_ = 1;       // buffers allocated
+    bool writing_ = false;  // the thread holds a buffer
+    bool stop_ = false;
+    bool failed_ = false;
+    int reason_ = 0;  // errno of the first failure
+    std::thread thread_;
 };
 
 }  // namespace zulformats

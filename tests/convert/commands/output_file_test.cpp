@@ -3,6 +3,7 @@
 #include "commands/output_file.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <thread>
 #include <vector>
 
@@ -43,13 +44,53 @@ TEST_F(OutputFileTest, WritersOfOnePathAtOnceNeverShareATemporaryName) {
     EXPECT_EQ(folderContents(), std::vector<std::string>{"one.txt"});
 }
 
-TEST_F(OutputFileTest, AByteOutputReplacesALongerFileWhole) {
-    const std::string target = path("long.bin");
-    writeBytes(target, std::string(3000000, 'x'));
-    zulformats::ByteOutput out(target);
-    out.text("short");
-    out.close();
-    EXPECT_EQ(readFile(target), "short");
+// A ByteOutput's file holds its writes in order, whatever their sizes against its buffers (1 MiB,
+// written by a thread of its own once one fills), with a header rewritten at the end; a longer
+// file at the path is replaced whole.
+TEST_F(OutputFileTest, AByteOutputKeepsItsWritesInOrder) {
+    const size_t kMiB = size_t{1} << 20;
+    const std::vector<std::vector<size_t>> cases = {
+        {5},                              // one small write, no thread
+        {kMiB - 1, 1, 1},                 // the buffer exactly full, then one more byte
+        {3 * kMiB + 7},                   // one write larger than a buffer
+        {100, 5 * kMiB, 100},             // small, large, small
+        std::vector<size_t>(6000, 1500),  // small writes through more buffers than it has
+        {kMiB / 2, kMiB / 2 + 1, 2 * kMiB, 9}};
+    for (size_t c = 0; c < cases.size(); ++c) {
+        const std::string target = path("out" + std::to_string(c) + ".bin");
+        writeBytes(target, std::string(12 * kMiB, 'x'));
+        std::string expected;
+        {
+            zulformats::ByteOutput out(target);
+            for (const size_t n : cases[c]) {
+                std::string piece(n, '\0');
+                for (size_t i = 0; i < n; ++i)
+                    piece[i] = static_cast<char>('a' + (expected.size() + i) % 26);
+                out.text(piece);
+                expected += piece;
+            }
+            out.rewrite(0, "HEAD", 4);
+            expected.replace(0, 4, "HEAD");
+            out.close();
+        }
+        const std::string written = readFile(target);
+        EXPECT_EQ(written.size(), expected.size()) << c;
+        EXPECT_TRUE(written == expected) << c;
+    }
+}
+
+TEST_F(OutputFileTest, AByteOutputThatCannotWriteSaysSoOnClose) {
+    if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
+    for (const size_t n : {size_t{10}, size_t{600000}, size_t{3} << 20}) {
+        zulformats::ByteOutput out("/dev/full");
+        for (int i = 0; i < 4; ++i) out.text(std::string(n, 'z'));
+        try {
+            out.close();
+            ADD_FAILURE() << n << ": no error";
+        } catch (const std::exception& e) {
+            EXPECT_STREQ(e.what(), "/dev/full: writing the file failed (No space left on device)");
+        }
+    }
 }
 
 TEST_F(OutputFileTest, AFailureLeavesNothingAndNamesTheUsersFile) {
