@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <vector>
 
 #include "encoded_cloud.h"
@@ -83,5 +85,38 @@ CodecRun runZul(const BenchCloud& cloud, const char* name) {
     run.decodeSeconds = bestSeconds([&] {
         if (decoder.decodeAll() != cloud.size()) run.error = "decoding failed or lost points";
     });
+    return run;
+}
+
+CodecRun runZulFile(const BenchCloud& cloud, const char* name) {
+    CodecRun run;
+    run.codec = name;
+    const std::string path =
+        (std::filesystem::temp_directory_path() / "zul_compare_codecs_file.zul").string();
+    const std::vector<zul_Point> points = pointsOf(cloud);
+    auto write = [&] {
+        zul_out_Context writer = nullptr;
+        bool ok = zul_out_open(&writer, path.c_str(), &cloud.dataType) == zul_STATUS_OK &&
+                  zul_out_setChunkSize(writer, kBenchChunk) == zul_STATUS_OK;
+        for (size_t i = 0; ok && i < points.size(); ++i)
+            ok = zul_out_writePoint(writer, &points[i]) == zul_STATUS_OK;
+        if (zul_out_close(&writer) != zul_STATUS_OK || !ok) run.error = "zul_out_ failed";
+    };
+    auto read = [&] {
+        zul_in_Context reader = nullptr;
+        zul_DataType type;
+        zul_Point p;
+        int64_t n = 0;
+        zul_Status status = zul_in_open(&reader, &type, path.c_str());
+        while (status == zul_STATUS_OK &&
+               (status = zul_in_readNextPoint(reader, &p)) == zul_STATUS_OK)
+            ++n;
+        zul_in_close(&reader);
+        if (status != zul_STATUS_END_OF_FILE || n != cloud.size()) run.error = "zul_in_ failed";
+    };
+    run.encodeSeconds = bestSeconds(write);
+    run.bytes = std::filesystem::file_size(path);
+    run.decodeSeconds = bestSeconds(read);
+    std::remove(path.c_str());
     return run;
 }

@@ -24,5 +24,8 @@ CodecRun runMemcpy(const BenchCloud& cloud);
 // zul in memory: zul_enc_encodeChunk over chunks of kBenchChunk points, then
 // zul_dec_decodeChunkHeader and zul_dec_decodeChunkBody over every chunk.
 CodecRun runZul(const BenchCloud& cloud, const char* name = "zul");
+// zul through a file point by point: zul_out_writePoint over chunks of kBenchChunk points, then
+// zul_in_readNextPoint to the end (a file in the temporary folder, in the page cache).
+CodecRun runZulFile(const BenchCloud& cloud, const char* name = "zul, file point by point");
 // Draco's C++ library at its default speed, positions quantised to the same step.
 CodecRun runDraco(const BenchCloud& cloud);

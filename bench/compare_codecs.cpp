@@ -2,7 +2,8 @@
 // every bench cloud. zul runs twice: on the points in the input's order, and in the spatially
 // compact chunks that `zul compress` writes by default. Prints a Markdown table: bytes stored, bits
 // a point, encode and decode speed in millions of points per second, and each speed as a share of
-// memcpy's. Usage: compare_codecs [part of a cloud's name]
+// memcpy's; then zul's file calls point by point (zul_out_writePoint, zul_in_readNextPoint) on the
+// k-d chunks. Usage: compare_codecs [part of a cloud's name]
 #include <sched.h>
 
 #include <cstdio>
@@ -63,6 +64,7 @@ int main(int argc, char** argv) {
         printRow(cloud, ceiling, ceiling);
         printRow(cloud, runZul(cloud, "zul, input order"), ceiling);
         printRow(cloud, runZul(kdOrdered(cloud), "zul, kd chunks"), ceiling);
+        printRow(cloud, runZulFile(kdOrdered(cloud)), ceiling);
         printRow(cloud, runDraco(cloud), ceiling);
     }
 }
