@@ -20,6 +20,10 @@ libdir=$(dirname "$library")
 [ "$(readlink "$libdir/libzul.so.1")" = libzul.so.1.1.0 ] || fail "libzul.so.1 does not link to 1.1.0"
 [ "$(readlink "$libdir/libzul.so")" = libzul.so.1 ] || fail "libzul.so does not link to libzul.so.1"
 readelf -d "$library" | grep -q 'SONAME.*\[libzul\.so\.1\]' || fail "the soname is not libzul.so.1"
+# The tool loads its coordinate system module from bin/../lib.
+if [ -x "$prefix/bin/zul" ]; then
+    [ -f "$libdir/libzul_crs.so" ] || fail "libzul_crs.so is not installed beside libzul"
+fi
 for file in include/zul.h include/zul_bulk.h include/zul.hpp; do
     [ -f "$prefix/$file" ] || fail "$file is not installed"
 done
