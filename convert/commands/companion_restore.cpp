@@ -286,8 +286,23 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     ChunkBatches batches(options.input, index.index, false, chunks, options.threads);
     const zul_Header2& header = head.header;
     std::vector<unsigned char> records;
+    // Whether every byte of a record is written below (coordinates, intensity, colour, columns):
+    // the records of a chunk then need no zeroing first.
+    const auto coveredBy = [&](const zul_bulk_Points& points) {
+        std::vector<bool> written(length, false);
+        const auto mark = [&](size_t from, size_t count) {
+            for (size_t b = from; b < std::min(length, from + count); ++b) written[b] = true;
+        };
+        mark(0, 12);
+        if (points.reflections) mark(12, 2);
+        if (las.colorOffset > 0 && points.colors) mark(las.colorOffset, 6);
+        for (const Placed& p : placed)
+            if (p.residual < 0) mark(p.offset, static_cast<size_t>(p.width));
+        return std::find(written.begin(), written.end(), false) == written.end();
+    };
     while (batches.next()) {
         const zul_bulk_Points& points = batches.points();
+        const bool covered = coveredBy(points);
         int64_t at = 0;
         for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
             const int64_t number = batches.batchChunks()[c];
@@ -301,7 +316,9 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                 throw FormatError(path + " does not belong to " + options.input + " (chunk " +
                                   std::to_string(number) + " is another)");
             }
-            records.assign(static_cast<size_t>(n) * length, 0);
+            const size_t bytes = static_cast<size_t>(n) * length;
+            if (records.size() < bytes) records.resize(bytes);  // zeroed once, as it grows
+            if (!covered) std::memset(records.data(), 0, bytes);
             for (int64_t i = 0; i < n; ++i) {
                 unsigned char* r = records.data() + static_cast<size_t>(i) * length;
                 double q[3];
@@ -337,14 +354,14 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                 placeColumn(placed[f], values[f].data(), n, las.colorOffset, length,
                             records.data());
             if (streamed) {
-                streamedOut->write(records.data(), records.size());
+                streamedOut->write(records.data(), bytes);
                 streamedRecords += static_cast<uint64_t>(n);
                 at += n;
                 continue;
             }
             if (!options.box && !direct) {
                 // Every record, in stored order: the chunk's at once.
-                data.insert(data.end(), records.begin(), records.end());
+                data.insert(data.end(), records.data(), records.data() + bytes);
                 if (info.hasOrder) order.insert(order.end(), chunkOrder.begin(), chunkOrder.end());
                 at += n;
                 continue;
