@@ -106,6 +106,26 @@ std::vector<int64_t> boxChunks(const DecompressOptions& options, int64_t usable,
     return chunks;
 }
 
+// The X, Y, Z of `n` records from the decoded positions: the stream's matrix (where it has one)
+// taken out of the loop's choices, so that the loop is one straight path.
+void putCoordinates(const double* positions, int64_t n, const zul_Header2& header,
+                    const LasHead& las, size_t length, unsigned char* records) {
+    const auto each = [&](auto world) {
+        for (int64_t i = 0; i < n; ++i) {
+            double q[3];
+            world(positions + 3 * i, q);
+            unsigned char* r = records + static_cast<size_t>(i) * length;
+            for (int axis = 0; axis < 3; ++axis)
+                put(r + 4 * axis, lasCoordinate(q[axis], las.scale[axis], las.offset[axis]));
+        }
+    };
+    if (header.enabled) {
+        each([&](const double* g, double* q) { residualWorld(g, header.transformation, true, q); });
+    } else {
+        each([](const double* g, double* q) { q[0] = g[0], q[1] = g[1], q[2] = g[2]; });
+    }
+}
+
 // Copies a column's `n` values into their place in each record, or adds a difference column's
 // values to what the stream gave.
 template <size_t W>
@@ -319,17 +339,15 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
             const size_t bytes = static_cast<size_t>(n) * length;
             if (records.size() < bytes) records.resize(bytes);  // zeroed once, as it grows
             if (!covered) std::memset(records.data(), 0, bytes);
-            for (int64_t i = 0; i < n; ++i) {
-                unsigned char* r = records.data() + static_cast<size_t>(i) * length;
-                double q[3];
-                residualWorld(points.positions + 3 * (at + i), header.transformation,
-                              header.enabled, q);
-                for (int axis = 0; axis < 3; ++axis) {
-                    put(r + 4 * axis, lasCoordinate(q[axis], las.scale[axis], las.offset[axis]));
-                }
-                if (points.reflections)
-                    put(r + 12, static_cast<uint16_t>(points.reflections[at + i]));
-                if (las.colorOffset > 0 && points.colors) {
+            putCoordinates(points.positions + 3 * at, n, header, las, length, records.data());
+            if (points.reflections) {
+                for (int64_t i = 0; i < n; ++i)
+                    put(records.data() + static_cast<size_t>(i) * length + 12,
+                        static_cast<uint16_t>(points.reflections[at + i]));
+            }
+            if (las.colorOffset > 0 && points.colors) {
+                for (int64_t i = 0; i < n; ++i) {
+                    unsigned char* r = records.data() + static_cast<size_t>(i) * length;
                     for (int k = 0; k < 3; ++k) {
                         put(r + las.colorOffset + 2 * k,
                             static_cast<uint16_t>(points.colors[3 * (at + i) + k] * colorScale));
