@@ -6,7 +6,8 @@
 #   include/zul/<folder>/*.h: the exported classes of the library, for C++ hosts that use them
 #   lib/cmake/zul/: the package for find_package(zul 1.1), giving the target zul::zul
 #   lib/pkgconfig/zul.pc
-#   bin/zul, when the tool is built
+#   bin/zul, when the tool is built, and lib/libzul_crs.so, the coordinate system module (PROJ)
+#   that it loads on first use from bin/../lib
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
