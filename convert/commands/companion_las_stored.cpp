@@ -160,6 +160,10 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
     const zul_Header2 none = {};
     const zul_Header2& header = chunk.header ? *chunk.header : none;
     const bool reflection = type.reflectionMode != zul_REFLECTION_NONE;
+    // Kept in locals while the loop runs: its stores of bytes could alias the members.
+    const zul_ColorMode colorMode = type.colorMode;
+    const int colorOffset = las_.colorOffset;
+    int64_t alike[3] = {0, 0, 0};
     for (size_t k = 0; k < n; ++k) {
         const size_t at = base + k;
         if (k + kAhead < n) {
@@ -176,10 +180,8 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
         residualWorld(g, header.transformation, header.enabled, q);
         XyzResidual xyz = {at, {0, 0, 0}};
         for (int axis = 0; axis < 3; ++axis) {
-            const int32_t back = lasCoordinate(q[axis], las_.scale[axis], las_.offset[axis]);
-            xyz.value[axis] =
-                static_cast<int32_t>(static_cast<uint32_t>(loadLittle<int32_t>(r + 4 * axis)) -
-                                     static_cast<uint32_t>(back));
+            xyz.value[axis] = lasResidual(loadLittle<int32_t>(r + 4 * axis), q[axis],
+                                          las_.scale[axis], las_.offset[axis]);
             anyResidual[axis] = anyResidual[axis] || xyz.value[axis] != 0;
         }
         if (xyz.value[0] != 0 || xyz.value[1] != 0 || xyz.value[2] != 0) {
@@ -194,23 +196,24 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
         anyResidual[3] = anyResidual[3] || ir != 0;
         for (int channel = 0; channel < 3; ++channel) {
             uint8_t value = 0;
-            if (type.colorMode == zul_COLOR_RGB888) {
+            if (colorMode == zul_COLOR_RGB888) {
                 value = chunk.points.colors[3 * i + channel];
-            } else if (type.colorMode == zul_COLOR_RGB565) {
+            } else if (colorMode == zul_COLOR_RGB565) {
                 // Kept in 5, 6 and 5 bits, given back in the middle of what each stands for.
                 const int drop = channel == 1 ? 2 : 3;
                 value = static_cast<uint8_t>(
                     ((chunk.points.colors[3 * i + channel] >> drop) << drop) + (1 << (drop - 1)));
             }
             color8[3 * at + channel] = value;
-            if (las_.colorOffset > 0) {
-                const uint16_t own = loadLittle<uint16_t>(r + las_.colorOffset + 2 * channel);
+            if (colorOffset > 0) {
+                const uint16_t own = loadLittle<uint16_t>(r + colorOffset + 2 * channel);
                 for (int s = 0; s < 3; ++s) {
-                    same[s] += own == static_cast<uint16_t>(value * kScales[s]);
+                    alike[s] += own == static_cast<uint16_t>(value * kScales[s]);
                 }
             }
         }
     }
+    for (int s = 0; s < 3; ++s) same[s] += alike[s];
 }
 
 }  // namespace zulconvert
