@@ -164,6 +164,13 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
     const zul_ColorMode colorMode = type.colorMode;
     const int colorOffset = las_.colorOffset;
     int64_t alike[3] = {0, 0, 0};
+    // A matrix without rotation (as compress makes it from the LAS scales and offsets) takes one
+    // product and one sum an axis: the terms left out are zeros, which change no sum but the sign
+    // of a zero, and no coordinate.
+    const double* const m = header.transformation;
+    const bool diagonal = header.enabled && m[1] == 0 && m[2] == 0 && m[4] == 0 && m[6] == 0 &&
+                          m[8] == 0 && m[9] == 0;
+    const double factor[3] = {m[0], m[5], m[10]}, shift[3] = {m[12], m[13], m[14]};
     for (size_t k = 0; k < n; ++k) {
         const size_t at = base + k;
         if (k + kAhead < n) {
@@ -177,7 +184,11 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
         double q[3];
         const double* g =
             whole_ ? chunk.points.positions + 3 * size_t{chunk.at[k]} : &stored_[3 * k];
-        residualWorld(g, header.transformation, header.enabled, q);
+        if (diagonal) {
+            for (int axis = 0; axis < 3; ++axis) q[axis] = shift[axis] + factor[axis] * g[axis];
+        } else {
+            residualWorld(g, m, header.enabled, q);
+        }
         XyzResidual xyz = {at, {0, 0, 0}};
         for (int axis = 0; axis < 3; ++axis) {
             xyz.value[axis] = lasResidual(loadLittle<int32_t>(r + 4 * axis), q[axis],
