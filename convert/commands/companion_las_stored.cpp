@@ -40,16 +40,18 @@ void LasStoredPoints::start(const LasHead& las, const unsigned char* records,
     color8.reserve(3 * las.count);
 }
 
-bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, uint64_t* inputs) {
+bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords,
+                                 uint64_t* inputs) {
     // (With the records' grid points, a point's position is its own record's X, Y and Z times
-    // the ratios, as compress computed it: the same whole number.)
+    // the ratios, as compress computed it: the same whole number, of an int32 times at most 2^20,
+    // so below 2^52.)
     const size_t n = chunk.count;
     const double* const positions = chunk.points.positions;
     size_t run = 0;  // the first stored point of the grid point at hand
     const double* previous = nullptr;
     for (size_t k = 0; k < n; ++k) {
         const double* p = positions + 3 * size_t{chunk.at[k]};
-        for (int axis = 0; axis < 3; ++axis) {
+        for (int axis = 0; axis < 3 && !fromRecords; ++axis) {
             const double v = p[axis];
             if (!(v > -kExact && v < kExact) || static_cast<double>(static_cast<int64_t>(v)) != v) {
                 return false;
@@ -77,7 +79,7 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
         changed_ = true;
         return false;
     }
-    whole_ = unit && matchWhole(chunk, inputOf.data() + base);
+    whole_ = unit && matchWhole(chunk, fromRecords, inputOf.data() + base);
     if (whole_) return true;
     // Where every point's own grid point is the one it is stored on (as a rule), the points of a
     // grid point are next to each other in the chunk, and take their records in input order.
