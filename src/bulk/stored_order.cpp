@@ -38,6 +38,8 @@ struct SlotsLess {
 
 // Below this many points a comparison sort costs no more than the buckets.
 constexpr size_t kBucketsFrom = 256;
+// A bucket of at most this many words is sorted by insertion.
+constexpr size_t kFew = 16;
 
 // Sorts the n words of `words` (each a key of `keyBits` bits above `low` bits of point number,
 // no two alike) into `sorted`: into about n buckets by the key's leading bits, then each bucket
@@ -55,7 +57,16 @@ void bucketSort(const uint64_t* words, uint64_t* sorted, uint32_t* starts, size_
     size_t begin = 0;
     for (size_t b = 0; b < buckets; ++b) {
         const size_t end = starts[b];
-        if (end - begin > 1) std::sort(sorted + begin, sorted + end);
+        if (end - begin > kFew) {
+            std::sort(sorted + begin, sorted + end);
+        } else {
+            for (size_t j = begin + 1; j < end; ++j) {
+                const uint64_t word = sorted[j];
+                size_t h = j;
+                for (; h > begin && sorted[h - 1] > word; --h) sorted[h] = sorted[h - 1];
+                sorted[h] = word;
+            }
+        }
         begin = end;
     }
 }
@@ -87,21 +98,25 @@ void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t
         }
         box.extend(grid);
     }
+    if (n == 0) return;
     const zullib::ChunkAxes axes = zullib::chunkAxes(box);
-    uint64_t used[3] = {0, 0, 0};
-    for (zullib::zul_QuantizedPoint& record : records) {
-        const int64_t grid[3] = {record.coordinates[0], record.coordinates[1],
-                                 record.coordinates[2]};
-        for (int k = 0; k < 3; ++k) {
-            record.coordinates[k] = zullib::wrappingSub(grid[axes.axisRemap[k]], axes.slotMin[k]);
-            used[k] |= static_cast<uint64_t>(record.coordinates[k]);
-        }
-    }
+    // A slot's values run from 0 (its minimum's point) to its span (its maximum's): the bits of
+    // the span are the bits its values take.
+    const int* const width = axes.coordinateBits;
+    const int* const remap = axes.axisRemap;
+    const uint64_t minimum[3] = {static_cast<uint64_t>(axes.slotMin[0]),
+                                 static_cast<uint64_t>(axes.slotMin[1]),
+                                 static_cast<uint64_t>(axes.slotMin[2])};
     for (size_t i = 0; i < n; ++i) order[i] = static_cast<uint32_t>(i);
-    const int width[3] = {zullib::bitLength(used[0]), zullib::bitLength(used[1]),
-                          zullib::bitLength(used[2])};
     const int keyBits = width[0] + width[1] + width[2];
     if (keyBits > 64 || width[0] == 64 || width[1] == 64 || width[2] == 64) {
+        for (zullib::zul_QuantizedPoint& record : records) {
+            const int64_t grid[3] = {record.coordinates[0], record.coordinates[1],
+                                     record.coordinates[2]};
+            for (int k = 0; k < 3; ++k) {
+                record.coordinates[k] = zullib::wrappingSub(grid[remap[k]], axes.slotMin[k]);
+            }
+        }
         std::sort(order, order + n, SlotsLess{records.data()});
         return;
     }
@@ -114,10 +129,12 @@ void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t
     uint64_t* keys = reinterpret_cast<uint64_t*>(scratch.data());
     bool neighboursTie = false;
     for (size_t i = 0; i < n; ++i) {
-        const int64_t* c = records[i].coordinates;
-        uint64_t key = static_cast<uint64_t>(c[0]);
-        key = width[1] > 0 ? key << width[1] | static_cast<uint64_t>(c[1]) : key;
-        key = width[2] > 0 ? key << width[2] | static_cast<uint64_t>(c[2]) : key;
+        const int64_t* grid = records[i].coordinates;
+        uint64_t slot[3];
+        for (int k = 0; k < 3; ++k) slot[k] = static_cast<uint64_t>(grid[remap[k]]) - minimum[k];
+        uint64_t key = slot[0];
+        key = width[1] > 0 ? key << width[1] | slot[1] : key;
+        key = width[2] > 0 ? key << width[2] | slot[2] : key;
         keys[i] = key;
         neighboursTie |= i > 0 && key == keys[i - 1];
     }
