@@ -51,22 +51,28 @@ void bucketSort(const uint64_t* words, uint64_t* sorted, uint32_t* starts, size_
     const size_t buckets = size_t{1} << bits;
     std::fill(starts, starts + buckets + 1, 0);
     for (size_t i = 0; i < n; ++i) ++starts[(words[i] >> shift) + 1];
-    for (size_t b = 1; b <= buckets; ++b) starts[b] += starts[b - 1];
+    uint32_t most = 0;
+    for (size_t b = 1; b <= buckets; ++b) {
+        most = std::max(most, starts[b]);
+        starts[b] += starts[b - 1];
+    }
     for (size_t i = 0; i < n; ++i) sorted[starts[words[i] >> shift]++] = words[i];
+    if (most <= kFew) {
+        // Every word is out of place only within its bucket, by a few places at most: one
+        // insertion pass over them all, whose comparisons nearly all come out the same way.
+        for (size_t j = 1; j < n; ++j) {
+            const uint64_t word = sorted[j];
+            size_t h = j;
+            for (; h > 0 && sorted[h - 1] > word; --h) sorted[h] = sorted[h - 1];
+            sorted[h] = word;
+        }
+        return;
+    }
     // Each bucket now ends where the next began.
     size_t begin = 0;
     for (size_t b = 0; b < buckets; ++b) {
         const size_t end = starts[b];
-        if (end - begin > kFew) {
-            std::sort(sorted + begin, sorted + end);
-        } else {
-            for (size_t j = begin + 1; j < end; ++j) {
-                const uint64_t word = sorted[j];
-                size_t h = j;
-                for (; h > begin && sorted[h - 1] > word; --h) sorted[h] = sorted[h - 1];
-                sorted[h] = word;
-            }
-        }
+        if (end - begin > 1) std::sort(sorted + begin, sorted + end);
         begin = end;
     }
 }

@@ -1,6 +1,6 @@
 // The stored order found without encoding is the encoder's, point for point, on each of its
-// paths: few points, keys packed with the point number or not, positions shared by neighbours
-// or apart, slots too wide for one key, a span of 2^63 or more.
+// paths: few points, keys packed with the point number or not, one bucket of many, positions shared
+// by neighbours or apart, slots too wide for one key, a span of 2^63 or more.
 #include "bulk/stored_order.h"
 
 #include <gtest/gtest.h>
@@ -29,6 +29,8 @@ const OrderCase kCases[] = {
      [](int i, double, double* p) { p[0] = (i * 37) % 3001, p[1] = i % 5, p[2] = 1; }},
     {"wide_key", 5000, 0.001,
      [](int, double r, double* p) { p[0] = 2000 * r, p[1] = std::fmod(1e6 * r, 700), p[2] = r; }},
+    {"crowded_bucket", 3000, 1,
+     [](int i, double, double* p) { p[0] = i < 2900 ? i % 3 : i * 1000, p[1] = i; }},
     {"sharing_apart", 3000, 1,
      [](int i, double, double* p) { p[0] = (i * 37) % 2000, p[1] = 4, p[2] = -9; }},
     {"sharing_neighbours", 3000, 1, [](int i, double, double* p) { p[0] = i / 2, p[2] = i % 9; }},
