@@ -38,12 +38,12 @@ struct SlotsLess {
 
 // Below this many points a comparison sort costs no more than the buckets.
 constexpr size_t kBucketsFrom = 256;
-// A bucket of at most this many words is sorted by insertion.
+// Where no bucket holds more than this many words, one insertion pass sorts them all.
 constexpr size_t kFew = 16;
 
 // Sorts the n words of `words` (each a key of `keyBits` bits above `low` bits of point number,
-// no two alike) into `sorted`: into about n buckets by the key's leading bits, then each bucket
-// by comparison. `starts` has room for n + 1 counts.
+// no two alike) into `sorted`: into at most n buckets by the key's leading bits, then by
+// comparison within each bucket. `starts` has room for n + 1 counts.
 void bucketSort(const uint64_t* words, uint64_t* sorted, uint32_t* starts, size_t n, int low,
                 int keyBits) {
     const int bits = std::min(keyBits, zullib::bitLength(n) - 1);  // at most n buckets
