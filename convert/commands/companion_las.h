@@ -73,6 +73,17 @@ inline int32_t lasCoordinate(double q, double scale, double offset) {
     return static_cast<int32_t>(rounded);
 }
 
+// The difference, modulo 2^32, of the record's coordinate `own` from lasCoordinate(q, scale,
+// offset). Where the units lie within half a unit of `own` (as a rule), the nearest integer is
+// `own` without the rounding: the difference of two doubles is rounded monotonically, so a
+// computed distance below 0.5 is one.
+inline int32_t lasResidual(int32_t own, double q, double scale, double offset) {
+    const double units = (q - offset) / scale;
+    if (std::fabs(units - static_cast<double>(own)) < 0.5) return 0;
+    return static_cast<int32_t>(static_cast<uint32_t>(own) -
+                                static_cast<uint32_t>(lasCoordinate(q, scale, offset)));
+}
+
 // The position a stream's grid point `g` stands for, through the sensor header's matrix (or as
 // it is without one): computed the same way on both sides, so the differences come back exact.
 // Inline: it runs once a point.

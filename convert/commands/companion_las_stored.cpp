@@ -40,16 +40,18 @@ void LasStoredPoints::start(const LasHead& las, const unsigned char* records,
     color8.reserve(3 * las.count);
 }
 
-bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, uint64_t* inputs) {
+bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords,
+                                 uint64_t* inputs) {
     // (With the records' grid points, a point's position is its own record's X, Y and Z times
-    // the ratios, as compress computed it: the same whole number.)
+    // the ratios, as compress computed it: the same whole number, of an int32 times at most 2^20,
+    // so below 2^52.)
     const size_t n = chunk.count;
     const double* const positions = chunk.points.positions;
     size_t run = 0;  // the first stored point of the grid point at hand
     const double* previous = nullptr;
     for (size_t k = 0; k < n; ++k) {
         const double* p = positions + 3 * size_t{chunk.at[k]};
-        for (int axis = 0; axis < 3; ++axis) {
+        for (int axis = 0; axis < 3 && !fromRecords; ++axis) {
             const double v = p[axis];
             if (!(v > -kExact && v < kExact) || static_cast<double>(static_cast<int64_t>(v)) != v) {
                 return false;
@@ -77,7 +79,7 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
         changed_ = true;
         return false;
     }
-    whole_ = unit && matchWhole(chunk, inputOf.data() + base);
+    whole_ = unit && matchWhole(chunk, fromRecords, inputOf.data() + base);
     if (whole_) return true;
     // Where every point's own grid point is the one it is stored on (as a rule), the points of a
     // grid point are next to each other in the chunk, and take their records in input order.
@@ -160,6 +162,17 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
     const zul_Header2 none = {};
     const zul_Header2& header = chunk.header ? *chunk.header : none;
     const bool reflection = type.reflectionMode != zul_REFLECTION_NONE;
+    // Kept in locals while the loop runs: its stores of bytes could alias the members.
+    const zul_ColorMode colorMode = type.colorMode;
+    const int colorOffset = las_.colorOffset;
+    int64_t alike[3] = {0, 0, 0};
+    // A matrix without rotation (as compress makes it from the LAS scales and offsets) takes one
+    // product and one sum an axis: the terms left out are zeros, which change no sum but the sign
+    // of a zero, and no coordinate.
+    const double* const m = header.transformation;
+    const bool diagonal = header.enabled && m[1] == 0 && m[2] == 0 && m[4] == 0 && m[6] == 0 &&
+                          m[8] == 0 && m[9] == 0;
+    const double factor[3] = {m[0], m[5], m[10]}, shift[3] = {m[12], m[13], m[14]};
     for (size_t k = 0; k < n; ++k) {
         const size_t at = base + k;
         if (k + kAhead < n) {
@@ -173,13 +186,15 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
         double q[3];
         const double* g =
             whole_ ? chunk.points.positions + 3 * size_t{chunk.at[k]} : &stored_[3 * k];
-        residualWorld(g, header.transformation, header.enabled, q);
+        if (diagonal) {
+            for (int axis = 0; axis < 3; ++axis) q[axis] = shift[axis] + factor[axis] * g[axis];
+        } else {
+            residualWorld(g, m, header.enabled, q);
+        }
         XyzResidual xyz = {at, {0, 0, 0}};
         for (int axis = 0; axis < 3; ++axis) {
-            const int32_t back = lasCoordinate(q[axis], las_.scale[axis], las_.offset[axis]);
-            xyz.value[axis] =
-                static_cast<int32_t>(static_cast<uint32_t>(loadLittle<int32_t>(r + 4 * axis)) -
-                                     static_cast<uint32_t>(back));
+            xyz.value[axis] = lasResidual(loadLittle<int32_t>(r + 4 * axis), q[axis],
+                                          las_.scale[axis], las_.offset[axis]);
             anyResidual[axis] = anyResidual[axis] || xyz.value[axis] != 0;
         }
         if (xyz.value[0] != 0 || xyz.value[1] != 0 || xyz.value[2] != 0) {
@@ -194,23 +209,24 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
         anyResidual[3] = anyResidual[3] || ir != 0;
         for (int channel = 0; channel < 3; ++channel) {
             uint8_t value = 0;
-            if (type.colorMode == zul_COLOR_RGB888) {
+            if (colorMode == zul_COLOR_RGB888) {
                 value = chunk.points.colors[3 * i + channel];
-            } else if (type.colorMode == zul_COLOR_RGB565) {
+            } else if (colorMode == zul_COLOR_RGB565) {
                 // Kept in 5, 6 and 5 bits, given back in the middle of what each stands for.
                 const int drop = channel == 1 ? 2 : 3;
                 value = static_cast<uint8_t>(
                     ((chunk.points.colors[3 * i + channel] >> drop) << drop) + (1 << (drop - 1)));
             }
             color8[3 * at + channel] = value;
-            if (las_.colorOffset > 0) {
-                const uint16_t own = loadLittle<uint16_t>(r + las_.colorOffset + 2 * channel);
+            if (colorOffset > 0) {
+                const uint16_t own = loadLittle<uint16_t>(r + colorOffset + 2 * channel);
                 for (int s = 0; s < 3; ++s) {
-                    same[s] += own == static_cast<uint16_t>(value * kScales[s]);
+                    alike[s] += own == static_cast<uint16_t>(value * kScales[s]);
                 }
             }
         }
     }
+    for (int s = 0; s < 3; ++s) same[s] += alike[s];
 }
 
 }  // namespace zulconvert

@@ -45,9 +45,10 @@ private:
     // Each stored point's input point, into inputOf from `base`; false when the file changed.
     bool match(const zulplan::StoredChunk& chunk, size_t base);
     // The same for the usual chunk, false for any other: on a step of 1, every position a whole
-    // number below 2^52, stored as it is and its own grid point. A grid point's stored points are
-    // next to each other.
-    bool matchWhole(const zulplan::StoredChunk& chunk, uint64_t* inputs);
+    // number below 2^52, stored as it is and its own grid point (checked point by point unless
+    // `fromRecords`: the positions are the records' grid points). A grid point's stored points
+    // are next to each other.
+    bool matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords, uint64_t* inputs);
 
     LasHead las_;
     const unsigned char* records_ = nullptr;

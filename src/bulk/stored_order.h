@@ -1,6 +1,7 @@
 // The order in which the encoder stores a chunk's points: it sorts them by their grid positions
-// in the chunk's slot order, ties as its sort leaves them. The same quantisation and the same
-// sort, run again on the chunk's points, give that order without decoding the chunk.
+// in the chunk's slot order, ties as its sort leaves them. The same quantisation, and a sort of
+// the points' numbers that the same comparisons decide, give that order without decoding the
+// chunk.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +13,8 @@
 namespace zulbulk {
 
 // Writes to `order[0 .. points.numPoints)` the number of the point of `points` that the chunk
-// encoded from them (with `type`) stores k-th, for every k. `scratch` is working memory kept
-// from chunk to chunk.
+// encoded from them (with `type`) stores k-th, for every k. `records` (the points' slots) and
+// `scratch` are working memory kept from chunk to chunk.
 void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t* order,
                  std::vector<zullib::zul_QuantizedPoint>& records,
                  std::vector<unsigned char>& scratch);
