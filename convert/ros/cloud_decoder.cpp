@@ -82,10 +82,9 @@ private:
 };
 
 // Point i's record; without bytes after the rows' points, without a division.
-uint8_t* recordOf(PointCloud2& message, uint64_t i) {
-    const CloudDescription& c = message.cloud;
-    if (uint64_t(c.width) * c.pointStep == c.rowStep) return message.data.data() + i * c.pointStep;
-    return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
+uint8_t* recordOf(const CloudDescription& c, uint8_t* data, uint64_t i) {
+    if (uint64_t(c.width) * c.pointStep == c.rowStep) return data + i * c.pointStep;
+    return data + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
 }
 
 // The stream's points of a decoded chunk into their records (`records`, one a point in stored
@@ -125,14 +124,14 @@ void writeStreamPoints(const zul_PointData& data, const std::vector<uint32_t>& t
 // The lean container's columns into the records: every point's byte ranges, and the stream's
 // fields of the points outside the stream.
 void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout,
-                    const std::vector<uint32_t>& inside, PointCloud2& message) {
-    const CloudDescription& cloud = message.cloud;
+                    const std::vector<uint32_t>& inside, const CloudDescription& cloud,
+                    uint8_t* data) {
     const bool big = layout.bigEndian;
     const size_t ranges = layout.columns.size();
     const RecordGrid grid{layout.points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
                           cloud.pointStep, big};
     for (size_t c = 0; c < ranges; ++c)
-        scatterRange(grid, record[c].bytes.data(), layout.columns[c], message.data.data());
+        scatterRange(grid, record[c].bytes.data(), layout.columns[c], data);
     if (!layout.hasPositions || inside.size() == layout.points) return;
     const std::vector<StreamField> fields = streamFields(layout);
     uint64_t o = 0;
@@ -142,7 +141,7 @@ void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout
             ++next;
             continue;
         }
-        uint8_t* at = recordOf(message, i);
+        uint8_t* at = recordOf(cloud, data, i);
         for (size_t f = 0; f < fields.size(); ++f) {
             const uint32_t size = uint32_t(datatypeSize(fields[f].datatype));
             copyFromLittle(record[ranges + f].bytes.data() + o * size, size, big,
@@ -154,8 +153,7 @@ void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout
 
 // The whole records of the points outside the stream.
 void placeOutsideRecords(const Column& records, const std::vector<uint32_t>& inside,
-                         PointCloud2& message) {
-    const CloudDescription& cloud = message.cloud;
+                         const CloudDescription& cloud, uint8_t* data) {
     const uint64_t points = uint64_t(cloud.height) * cloud.width;
     const uint8_t* from = records.bytes.data();
     size_t next = 0;
@@ -164,46 +162,56 @@ void placeOutsideRecords(const Column& records, const std::vector<uint32_t>& ins
             ++next;
             continue;
         }
-        std::memcpy(recordOf(message, i), from, cloud.pointStep);
+        std::memcpy(recordOf(cloud, data, i), from, cloud.pointStep);
         from += cloud.pointStep;
     }
 }
 
-}  // namespace
+// What the compressed_data's head says, checked against the message before any data is made.
+struct Prepared {
+    BlobHead head;
+    CloudLayout layout;
+    uint64_t points = 0, rows = 0;  // points, and bytes of data before the trailing data
+    uint64_t dataBytes() const { return rows + head.trailingDataBytes; }
+};
 
-PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
+Prepared prepare(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
     if (compressed.format != formatName())
         throw Error("the message's format is '" + compressed.format + "', not 'zul'");
     const std::vector<uint8_t>& blob = compressed.compressedData;
-    const BlobHead head = readBlobHead(blob.data(), blob.size());
+    Prepared p;
+    p.head = readBlobHead(blob.data(), blob.size());
+    const BlobHead& head = p.head;
     const CloudDescription& cloud = compressed.cloud;
     if (head.trailingMessageBytes > 0 && !isCdr(cloud.wire))
         throw Error("compressed_data claims padding after a ROS 1 message, which has none");
-    const uint64_t points = uint64_t(cloud.height) * cloud.width;
-    const uint64_t rows = points == 0 ? 0 : uint64_t(cloud.height) * cloud.rowStep;
+    p.points = uint64_t(cloud.height) * cloud.width;
+    p.rows = p.points == 0 ? 0 : uint64_t(cloud.height) * cloud.rowStep;
     if (head.trailingDataBytes > options.maxDataBytes ||
-        rows > options.maxDataBytes - head.trailingDataBytes)
-        throw Error("the message claims " + std::to_string(rows + head.trailingDataBytes) +
+        p.rows > options.maxDataBytes - head.trailingDataBytes)
+        throw Error("the message claims " + std::to_string(p.rows + head.trailingDataBytes) +
                     " bytes of data, more than the " + std::to_string(options.maxDataBytes) +
                     " allowed");
     if (blobChecksum(cloud, blob.data(), blob.size()) != head.checksum)
         throw Error(
             "compressed_data fails its checksum: it is damaged, or the message's height, "
             "width, fields, is_bigendian, point_step or row_step changed");
-    const CloudLayout layout =
-        layOutCloud(cloud, rows + head.trailingDataBytes, (head.flags & kIntensityInStream) != 0);
-    if ((head.flags & kIntensityInStream) && layout.intensity.field < 0)
+    p.layout = layOutCloud(cloud, p.dataBytes(), (head.flags & kIntensityInStream) != 0);
+    if ((head.flags & kIntensityInStream) && p.layout.intensity.field < 0)
         throw Error(
             "compressed_data says the intensity is in the stream, but the fields have none");
-    if (!layout.hasPositions && (head.flags != 0 || head.streamSize != 0))
+    if (!p.layout.hasPositions && (head.flags != 0 || head.streamSize != 0))
         throw Error(
             "compressed_data holds a stream, but the fields have no x, y and z to put it in");
+    return p;
+}
 
-    PointCloud2 message;
-    message.cloud = cloud;
-    message.cloud.trailingBytes = head.trailingMessageBytes;
-    message.data.assign(rows + head.trailingDataBytes, 0);
-
+// Decodes compressed_data into the message's data at `data` (p.dataBytes() bytes, zero).
+void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob, const Prepared& p,
+                uint8_t* data) {
+    const BlobHead& head = p.head;
+    const CloudLayout& layout = p.layout;
+    const uint64_t points = p.points, rows = p.rows;
     const uint8_t* columnBytes = blob.data() + kBlobHeadSize + head.streamSize;
     ColumnReader reader(columnBytes, blob.size() - kBlobHeadSize - head.streamSize);
     // Which points the stream holds, and where each chunk's points go.
@@ -240,15 +248,14 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
     reader.finish();
 
     if (withCompanion)
-        placeOutsideRecords(record[0], inside, message);
+        placeOutsideRecords(record[0], inside, cloud, data);
     else
-        scatterRecords(record, layout, inside, message);
+        scatterRecords(record, layout, inside, cloud, data);
     const uint8_t* tails = record[record.size() - 2].bytes.data();
     for (uint64_t r = 0; r < cloud.height && tail > 0; ++r)
-        std::memcpy(message.data.data() + r * cloud.rowStep + layout.recordBytes, tails + r * tail,
-                    tail);
-    std::copy(record.back().bytes.begin(), record.back().bytes.end(), message.data.begin() + rows);
-    if (!layout.hasPositions) return message;
+        std::memcpy(data + r * cloud.rowStep + layout.recordBytes, tails + r * tail, tail);
+    std::copy(record.back().bytes.begin(), record.back().bytes.end(), data + rows);
+    if (!layout.hasPositions) return;
 
     // The stream, alone or with its companion in one blob.
     const uint8_t* streamBytes = blob.data() + kBlobHeadSize;
@@ -289,8 +296,8 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
     for (size_t c = 0; c + 1 < plan.starts.size(); ++c) {
         const size_t first = plan.starts[c];
         const uint32_t n = uint32_t(plan.starts[c + 1] - first);
-        const zul_PointData data = stream.chunk(int32_t(n), c);
-        settleTies(data.positions, data.colors, data.reflections, n, ties);
+        const zul_PointData decoded = stream.chunk(int32_t(n), c);
+        settleTies(decoded.positions, decoded.colors, decoded.reflections, n, ties);
         const std::string where = "chunk " + std::to_string(c);
         if (withCompanion) {
             // The companion's rows follow the stored order, each naming its message point.
@@ -303,10 +310,10 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
                                 " of " + where + " the place " + std::to_string(m) +
                                 ", not a free place of a stream point");
                 seen[m] = kTaken;
-                records[j] = recordOf(message, m);
+                records[j] = recordOf(cloud, data, m);
             }
             fields->place(records.data());
-            writeStreamPoints(data, ties, records.data(), n, layout, where);
+            writeStreamPoints(decoded, ties, records.data(), n, layout, where);
             continue;
         }
         if (seen.size() < n) seen.resize(n);
@@ -318,19 +325,37 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
                 throw Error("column 'order' of " + where + " is not an order of its " +
                             std::to_string(n) + " points");
             seen[j] = 1;
-            records[j] = recordOf(message, inside[plan.sequence[first + local]]);
+            records[j] = recordOf(cloud, data, inside[plan.sequence[first + local]]);
         }
-        writeStreamPoints(data, ties, records.data(), n, layout, where);
+        writeStreamPoints(decoded, ties, records.data(), n, layout, where);
     }
     if (!stream.done())
         throw Error("compressed_data's stream holds more chunks than its points need");
+}
+
+}  // namespace
+
+PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
+    const Prepared p = prepare(compressed, options);
+    PointCloud2 message;
+    message.cloud = compressed.cloud;
+    message.cloud.trailingBytes = p.head.trailingMessageBytes;
+    message.data.assign(p.dataBytes(), 0);
+    decodeData(compressed.cloud, compressed.compressedData, p, message.data.data());
     return message;
 }
 
+// The data decoded in place in the serialised message, without a copy.
 std::vector<uint8_t> decompressMessage(const uint8_t* bytes, size_t size, Serialization family,
                                        const DecodeOptions& options) {
-    return writePointCloud2(
-        decompressCloud(readCompressedPointCloud2(bytes, size, family), options));
+    const CompressedPointCloud2 compressed = readCompressedPointCloud2(bytes, size, family);
+    const Prepared p = prepare(compressed, options);
+    CloudDescription cloud = compressed.cloud;
+    cloud.trailingBytes = p.head.trailingMessageBytes;
+    size_t at = 0;
+    std::vector<uint8_t> message = writePointCloud2Room(cloud, p.dataBytes(), at);
+    decodeData(compressed.cloud, compressed.compressedData, p, message.data() + at);
+    return message;
 }
 
 }  // namespace zul::ros

@@ -88,7 +88,8 @@ void CompanionWriter::chunk(const std::vector<const uint8_t*>& records,
     const size_t n = records.size();
     for (size_t f = 0; f < fields_.size(); ++f) {
         const CompanionField& field = fields_[f];
-        values_.resize(n * field.width);
+        // Only grows: a resize would zero what it adds for each wider field.
+        if (values_.size() < n * field.width) values_.resize(n * field.width);
         gatherValues(records.data(), n, field.offset, field.width,
                      bigEndian_ && field.type != zul_FIELD_RAW, values_.data());
         check(zul_xout_writeColumn(writer_, chunks_, int32_t(f), values_.data(), int64_t(n)),

@@ -290,33 +290,45 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
 std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
     const size_t n = static_cast<size_t>(count);
     std::vector<uint32_t> positions(n);
-    for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(i);
-    if (n < 2) return positions;
-    const auto range = std::minmax_element(indices, indices + n);
-    const uint64_t low = *range.first, span = *range.second - low;
+    uint64_t low = n ? indices[0] : 0, high = low;
+    bool sorted = true;
+    for (size_t i = 0; i < n; ++i) {
+        positions[i] = static_cast<uint32_t>(i);
+        sorted = sorted && (i == 0 || indices[i - 1] <= indices[i]);
+        low = std::min(low, indices[i]);
+        high = std::max(high, indices[i]);
+    }
+    if (n < 2 || sorted) return positions;
+    const uint64_t span = high - low;
     if (span >> 32) {
         std::stable_sort(positions.begin(), positions.end(),
                          [indices](uint32_t a, uint32_t b) { return indices[a] < indices[b]; });
         return positions;
     }
-    // A radix sort, 11 bits at a time from the least significant, of the indices less the
-    // smallest: stable, so ties stay in stored order; only the digits the span uses.
-    std::vector<uint32_t> keys(n), otherKeys(n), otherPositions(n);
+    // A radix sort from the least significant digit of the indices less the smallest: stable, so
+    // ties stay in stored order. The span's bits are cut into as few digits of at most kMaxBits as
+    // it takes, of equal width, so that a chunk's indices (a tile's span is often just over 16
+    // bits) need few buckets. Each pass moves the positions by the digit of their index.
+    constexpr int kMaxBits = 11;
+    int bits = 0;
+    while (bits < 32 && (span >> bits) != 0) ++bits;
+    const int passes = (bits + kMaxBits - 1) / kMaxBits;
+    const int digit = (bits + passes - 1) / passes;
+    const uint32_t mask = (1u << digit) - 1;
+    thread_local std::vector<uint32_t> keys;
+    if (keys.size() < n) keys.resize(n);
     for (size_t i = 0; i < n; ++i) keys[i] = static_cast<uint32_t>(indices[i] - low);
-    constexpr int kBits = 11;
-    constexpr uint32_t kMask = (1u << kBits) - 1;
-    std::vector<size_t> starts(kMask + 2);
-    for (int shift = 0; shift < 32 && (span >> shift) != 0; shift += kBits) {
-        std::fill(starts.begin(), starts.end(), 0);
-        for (size_t i = 0; i < n; ++i) ++starts[((keys[i] >> shift) & kMask) + 1];
-        for (size_t d = 0; d <= kMask; ++d) starts[d + 1] += starts[d];
+    uint32_t starts[(1u << kMaxBits) + 1];
+    std::vector<uint32_t> from(n);
+    for (int shift = 0; shift < bits; shift += digit) {
+        std::fill_n(starts, mask + 2, 0u);
+        for (size_t i = 0; i < n; ++i) ++starts[((keys[positions[i]] >> shift) & mask) + 1];
+        for (uint32_t d = 0; d <= mask; ++d) starts[d + 1] += starts[d];
         for (size_t i = 0; i < n; ++i) {
-            const size_t at = starts[(keys[i] >> shift) & kMask]++;
-            otherKeys[at] = keys[i];
-            otherPositions[at] = positions[i];
+            const uint32_t p = positions[i];
+            from[starts[(keys[p] >> shift) & mask]++] = p;
         }
-        keys.swap(otherKeys);
-        positions.swap(otherPositions);
+        positions.swap(from);
     }
     return positions;
 }
@@ -398,8 +410,10 @@ zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSiz
         if (!inputOrder || inputOrder->size() != static_cast<size_t>(count))
             return zul_STATUS_CORRUPT_DATA;
         const size_t w = static_cast<size_t>(width);
+        // A buffer of the thread's that only grows: a resize would zero what it adds each time.
         std::vector<uint8_t>& permuted = scratch().unpermuted;
-        permuted.resize(static_cast<size_t>(count) * w);
+        if (permuted.size() < static_cast<size_t>(count) * w)
+            permuted.resize(static_cast<size_t>(count) * w);
         const zul_Status status = decodeSegment(static_cast<uint8_t>(coding & ~kInputOrder), stored,
                                                 storedSize, count, width, nullptr, permuted.data());
         if (status != zul_STATUS_OK) return status;
