@@ -229,11 +229,12 @@ CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeO
     if (chunkPoints > 65536) throw Error("a chunk holds at most 65536 points");
     if (chunkPoints == 0 && tileColumns == 0) {
         // Measured on the generated sensor messages (bench/ros): a lidar's few long rows in
-        // chunks of 256 points (with a companion: in tiles of about 1024), a camera's in chunks
-        // of 512, a flat cloud in chunks of 1024.
+        // chunks of 256 points (with a companion: in tiles of about 2048, as small as tiles of
+        // 1024 within 0.3% and coded in 7% fewer instructions), a camera's in chunks of 512, a
+        // flat cloud in chunks of 1024.
         chunkPoints = cloud.height <= 1 ? 1024 : cloud.height <= 128 ? 256 : 512;
         if (options.companion && cloud.height > 1 && cloud.height <= 128)
-            tileColumns = std::max<uint32_t>(1, 1024 / cloud.height);
+            tileColumns = std::max<uint32_t>(1, 2048 / cloud.height);
     }
     if (chunkPoints == 0) chunkPoints = 1024;
     zul_DataType type;
