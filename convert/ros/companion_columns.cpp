@@ -32,6 +32,15 @@ zul_FieldType fieldType(uint8_t datatype) {
     }
 }
 
+// Whether `size` bytes are all zero, eight at a time.
+bool allZero(const uint8_t* bytes, size_t size) {
+    uint64_t any = 0;
+    size_t i = 0;
+    for (; i + 8 <= size; i += 8) any |= load<uint64_t>(bytes + i, false);
+    for (; i < size; ++i) any |= bytes[i];
+    return any == 0;
+}
+
 void check(zul_Status status, const std::string& what) {
     if (status != zul_STATUS_OK)
         throw Error("compressed_data's companion: " + what + " (" + zul_x_statusText(status) + ")");
@@ -150,6 +159,8 @@ void CompanionColumnReader::readChunk(int64_t chunk, uint32_t n, std::vector<uin
 void CompanionColumnReader::place(uint8_t* const* records) const {
     for (size_t f = 0; f < fields_.size(); ++f) {
         const CompanionField& field = fields_[f];
+        // The records are zero to begin with: a column of zeros (padding, mostly) needs no moves.
+        if (allZero(values_[f].data(), size_t(readPoints_) * field.width)) continue;
         scatterValues(values_[f].data(), readPoints_, field.offset, field.width,
                       bigEndian_ && field.type != zul_FIELD_RAW, records);
     }

@@ -62,7 +62,8 @@ public:
     // place() then writes their field values.
     void readChunk(int64_t chunk, uint32_t n, std::vector<uint64_t>& order);
     // Writes the field values of each stored point of the last chunk read into its record
-    // (`records`, one a point in stored order).
+    // (`records`, one a point in stored order), whose bytes must be zero: a column of zeros is
+    // left out.
     void place(uint8_t* const* records) const;
 
 private:

@@ -290,46 +290,59 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
 std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
     const size_t n = static_cast<size_t>(count);
     std::vector<uint32_t> positions(n);
-    uint64_t low = n ? indices[0] : 0, high = low;
+    if (n == 0) return positions;
+    uint64_t low = indices[0], high = low;
     bool sorted = true;
-    for (size_t i = 0; i < n; ++i) {
-        positions[i] = static_cast<uint32_t>(i);
-        sorted = sorted && (i == 0 || indices[i - 1] <= indices[i]);
+    for (size_t i = 1; i < n; ++i) {
+        sorted = sorted && indices[i - 1] <= indices[i];
         low = std::min(low, indices[i]);
         high = std::max(high, indices[i]);
     }
-    if (n < 2 || sorted) return positions;
+    if (sorted) {
+        for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(i);
+        return positions;
+    }
     const uint64_t span = high - low;
     if (span >> 32) {
+        for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(i);
         std::stable_sort(positions.begin(), positions.end(),
                          [indices](uint32_t a, uint32_t b) { return indices[a] < indices[b]; });
         return positions;
     }
-    // A radix sort from the least significant digit of the indices less the smallest: stable, so
-    // ties stay in stored order. The span's bits are cut into as few digits of at most kMaxBits as
-    // it takes, of equal width, so that a chunk's indices (a tile's span is often just over 16
-    // bits) need few buckets. Each pass moves the positions by the digit of their index.
-    constexpr int kMaxBits = 11;
+    // A radix sort from the least significant digit of each index less the smallest, packed with
+    // its position below it: stable, so ties stay in stored order. The span's bits are cut into
+    // as few digits of at most kMaxBits as it takes, of equal width, so that a chunk's indices (a
+    // lidar tile's span is just over 16 bits) need few buckets; every digit's buckets are counted
+    // in one pass.
+    constexpr int kMaxBits = 11, kMaxPasses = 3;
     int bits = 0;
     while (bits < 32 && (span >> bits) != 0) ++bits;
     const int passes = (bits + kMaxBits - 1) / kMaxBits;
     const int digit = (bits + passes - 1) / passes;
-    const uint32_t mask = (1u << digit) - 1;
-    thread_local std::vector<uint32_t> keys;
-    if (keys.size() < n) keys.resize(n);
-    for (size_t i = 0; i < n; ++i) keys[i] = static_cast<uint32_t>(indices[i] - low);
-    uint32_t starts[(1u << kMaxBits) + 1];
-    std::vector<uint32_t> from(n);
-    for (int shift = 0; shift < bits; shift += digit) {
-        std::fill_n(starts, mask + 2, 0u);
-        for (size_t i = 0; i < n; ++i) ++starts[((keys[positions[i]] >> shift) & mask) + 1];
-        for (uint32_t d = 0; d <= mask; ++d) starts[d + 1] += starts[d];
-        for (size_t i = 0; i < n; ++i) {
-            const uint32_t p = positions[i];
-            from[starts[(keys[p] >> shift) & mask]++] = p;
-        }
-        positions.swap(from);
+    const uint64_t mask = (uint64_t{1} << digit) - 1;
+    thread_local std::vector<uint64_t> packed, other;
+    if (packed.size() < n) packed.resize(n), other.resize(n);
+    uint32_t starts[kMaxPasses][(1u << kMaxBits)];
+    for (int p = 0; p < passes; ++p) std::fill_n(starts[p], mask + 1, 0u);
+    for (size_t i = 0; i < n; ++i) {
+        const uint64_t key = indices[i] - low;
+        packed[i] = key << 32 | i;
+        for (int p = 0; p < passes; ++p) ++starts[p][(key >> (p * digit)) & mask];
     }
+    uint64_t* from = packed.data();
+    uint64_t* to = other.data();
+    for (int p = 0; p < passes; ++p) {
+        uint32_t sum = 0;
+        for (uint64_t d = 0; d <= mask; ++d) {
+            const uint32_t here = starts[p][d];
+            starts[p][d] = sum;
+            sum += here;
+        }
+        const int shift = 32 + p * digit;
+        for (size_t i = 0; i < n; ++i) to[starts[p][(from[i] >> shift) & mask]++] = from[i];
+        std::swap(from, to);
+    }
+    for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(from[i]);
     return positions;
 }
 
