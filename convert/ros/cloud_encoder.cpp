@@ -125,11 +125,11 @@ private:
 
 // Encodes the stream points chunk by chunk in the order the decoder gives them back, and notes
 // for each of them its place in the chunk's message order (`order`), or, with a companion, puts
-// the other fields of each chunk's points and their message indices into it (`companion` gets
-// its bytes).
+// the other fields of each chunk's points and their message indices into it (`stream` then gets
+// the companion's one blob of the stream and the companion).
 void writeStream(const CloudLayout& layout, const StreamPoints& points, const zul_DataType& type,
                  const ChunkPlan& plan, std::vector<uint8_t>& stream, std::vector<uint8_t>& order,
-                 std::vector<uint8_t>* companion) {
+                 bool companion) {
     StreamWriter writer(type, stream);
     std::unique_ptr<CompanionWriter> fields;
     if (companion) fields = std::make_unique<CompanionWriter>(layout, stream.data(), stream.size());
@@ -190,7 +190,7 @@ void writeStream(const CloudLayout& layout, const StreamPoints& points, const zu
         }
         fields->chunk(storedRecords, stored, stream.data() + before, stream.size() - before);
     }
-    if (fields) *companion = fields->finish();
+    if (fields) stream = fields->finishBlob(stream);
 }
 
 // The record's byte ranges of every point, and the stream's fields of the points outside it, into
@@ -252,7 +252,7 @@ CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeO
     if (layout.points == 0) head.trailingDataBytes = message.size;
 
     StreamPoints points;
-    std::vector<uint8_t> stream, order, companion;
+    std::vector<uint8_t> stream, order;
     if (layout.hasPositions) {
         points = selectStreamPoints(message, layout, step);
         int32_t maxValue = 1;
@@ -267,19 +267,9 @@ CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeO
         if (points.message.size() != layout.points) head.flags |= kMaskPresent;
         const ChunkPlan plan =
             planChunks(cloud.height, cloud.width, points.message, chunkPoints, head.tileColumns);
-        writeStream(layout, points, type, plan, stream, order,
-                    options.companion ? &companion : nullptr);
-    }
-    if (options.companion && layout.hasPositions) {
-        // The stream and its companion as the companion's one blob.
-        head.flags |= kCompanion;
-        size_t size = 0;
-        zul_xblob_pack(stream.data(), stream.size(), companion.data(), companion.size(), nullptr, 0,
-                       &size);
-        std::vector<uint8_t> packed(size);
-        zul_xblob_pack(stream.data(), stream.size(), companion.data(), companion.size(),
-                       packed.data(), packed.size(), &size);
-        stream = std::move(packed);
+        // With a companion, the stream and it as the companion's one blob.
+        writeStream(layout, points, type, plan, stream, order, options.companion);
+        if (options.companion) head.flags |= kCompanion;
     }
     head.streamSize = stream.size();
 

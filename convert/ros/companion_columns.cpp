@@ -108,12 +108,17 @@ void CompanionWriter::chunk(const std::vector<const uint8_t*>& records,
     ++chunks_;
 }
 
-std::vector<uint8_t> CompanionWriter::finish() {
+std::vector<uint8_t> CompanionWriter::finishBlob(const std::vector<uint8_t>& stream) {
     const void* bytes = nullptr;
-    size_t size = 0;
+    size_t size = 0, blobSize = 0;
     check(zul_xout_finish(writer_, &bytes, &size), "cannot be finished");
-    const uint8_t* start = static_cast<const uint8_t*>(bytes);
-    return std::vector<uint8_t>(start, start + size);
+    // Packed from the writer's bytes, without a copy of them first.
+    zul_xblob_pack(stream.data(), stream.size(), bytes, size, nullptr, 0, &blobSize);
+    std::vector<uint8_t> blob(blobSize);
+    check(zul_xblob_pack(stream.data(), stream.size(), bytes, size, blob.data(), blob.size(),
+                         &blobSize),
+          "cannot be packed with the stream");
+    return blob;
 }
 
 CompanionColumnReader::CompanionColumnReader(const CloudLayout& layout, const uint8_t* companion,

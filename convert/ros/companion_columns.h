@@ -38,7 +38,9 @@ public:
     // chunk's bytes as the encoder gave them.
     void chunk(const std::vector<const uint8_t*>& records, const std::vector<uint64_t>& indices,
                const uint8_t* bytes, size_t size);
-    std::vector<uint8_t> finish();
+    // The companion's one blob of `stream` (the stream whose chunks were given) and the
+    // companion.
+    std::vector<uint8_t> finishBlob(const std::vector<uint8_t>& stream);
 
 private:
     std::vector<CompanionField> fields_;
