@@ -81,10 +81,26 @@ private:
     int chunkHeaderSize_ = 0;
 };
 
-// Point i's record; without bytes after the rows' points, without a division.
+// Finds point i's record; without bytes after the rows' points, without a division. Its copies
+// of the sizes are values of its own, which the stores of bytes in the records cannot alias.
+struct Records {
+    uint8_t* data;
+    uint64_t width, rowStep, pointStep;
+    bool plain;  // rows without bytes after their points
+    Records(const CloudDescription& c, uint8_t* bytes)
+        : data(bytes),
+          width(c.width),
+          rowStep(c.rowStep),
+          pointStep(c.pointStep),
+          plain(width * pointStep == rowStep) {}
+    uint8_t* operator()(uint64_t i) const {
+        return plain ? data + i * pointStep
+                     : data + (i / width) * rowStep + (i % width) * pointStep;
+    }
+};
+
 uint8_t* recordOf(const CloudDescription& c, uint8_t* data, uint64_t i) {
-    if (uint64_t(c.width) * c.pointStep == c.rowStep) return data + i * c.pointStep;
-    return data + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
+    return Records(c, data)(i);
 }
 
 // The stream's points of a decoded chunk into their records (`records`, one a point in stored
@@ -94,30 +110,60 @@ uint8_t* recordOf(const CloudDescription& c, uint8_t* data, uint64_t i) {
 void writeStreamPoints(const zul_PointData& data, const std::vector<uint32_t>& ties,
                        uint8_t* const* records, uint32_t n, const CloudLayout& layout,
                        const std::string& where) {
+    // Everything the loops read is in locals: their stores of bytes might otherwise alias it.
     const bool big = layout.bigEndian;
+    const uint32_t* tie = ties.data();
+    const double* positions = data.positions;
     withAxes(layout, [&](const auto& axes) {
-        for (uint32_t j = 0; j < n; ++j)
-            for (int k = 0; k < 3; ++k) axes.store(records[j], k, data.positions[3 * ties[j] + k]);
+        const auto local = axes;
+        for (uint32_t j = 0; j < n; ++j) {
+            uint8_t* record = records[j];
+            const double* at = positions + 3 * size_t(tie[j]);
+            local.store(record, 0, at[0]);
+            local.store(record, 1, at[1]);
+            local.store(record, 2, at[2]);
+        }
     });
     if (layout.color.field >= 0) {
+        const uint8_t* colors = data.colors;
+        const uint32_t offset = layout.color.offset;
         for (uint32_t j = 0; j < n; ++j) {
-            const uint32_t s = ties[j];
-            uint8_t* rgb = records[j] + layout.color.offset;
+            const uint8_t* c = colors + 3 * size_t(tie[j]);
+            uint8_t* rgb = records[j] + offset;
             const uint32_t alpha = load<uint32_t>(rgb, big) & 0xff000000u;
-            store<uint32_t>(rgb,
-                            alpha | uint32_t(data.colors[3 * s]) << 16 |
-                                uint32_t(data.colors[3 * s + 1]) << 8 | data.colors[3 * s + 2],
-                            big);
+            store<uint32_t>(rgb, alpha | uint32_t(c[0]) << 16 | uint32_t(c[1]) << 8 | c[2], big);
         }
     }
     if (layout.intensity.field < 0) return;
-    const StreamField& field = layout.intensity;
-    for (uint32_t j = 0; j < n; ++j) {
-        const int32_t value = data.reflections[ties[j]];
-        if (!holdsWhole(field.datatype, value))
-            throw Error("compressed_data's stream " + where + " holds an intensity of " +
-                        std::to_string(value) + " that the field's type cannot hold");
-        storeWhole(records[j] + field.offset, field.datatype, big, value);
+    const uint8_t type = layout.intensity.datatype;
+    const uint32_t offset = layout.intensity.offset;
+    const int32_t* reflections = data.reflections;
+    // A type holds every value up to its largest.
+    int32_t largest = 0;
+    for (uint32_t j = 0; j < n; ++j) largest = std::max(largest, reflections[j]);
+    if (!holdsWhole(type, largest))
+        throw Error("compressed_data's stream " + where + " holds an intensity of " +
+                    std::to_string(largest) + " that the field's type cannot hold");
+    // A loop for each type.
+    auto storeAll = [&](auto convert) {
+        for (uint32_t j = 0; j < n; ++j) convert(records[j] + offset, reflections[tie[j]]);
+    };
+    switch (type) {
+        case kInt8:
+        case kUint8:
+            return storeAll([](uint8_t* p, int32_t v) { *p = uint8_t(v); });
+        case kInt16:
+        case kUint16:
+            return storeAll([big](uint8_t* p, int32_t v) { store<uint16_t>(p, uint16_t(v), big); });
+        case kInt32:
+        case kUint32:
+            return storeAll([big](uint8_t* p, int32_t v) { store<uint32_t>(p, uint32_t(v), big); });
+        case kFloat32:
+            return storeAll(
+                [big](uint8_t* p, int32_t v) { storeReal(p, kFloat32, big, double(v)); });
+        default:
+            return storeAll(
+                [big](uint8_t* p, int32_t v) { storeReal(p, kFloat64, big, double(v)); });
     }
 }
 
@@ -293,6 +339,7 @@ void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob,
     if (withCompanion)
         for (uint32_t i : inside) seen[i] = kFree;
     std::vector<uint8_t*> records;
+    const Records findRecord(cloud, data);
     for (size_t c = 0; c + 1 < plan.starts.size(); ++c) {
         const size_t first = plan.starts[c];
         const uint32_t n = uint32_t(plan.starts[c + 1] - first);
@@ -303,14 +350,17 @@ void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob,
             // The companion's rows follow the stored order, each naming its message point.
             fields->readChunk(int64_t(c), n, indices);
             records.resize(n);
+            uint8_t* state = seen.data();
+            uint8_t** record = records.data();
+            const uint64_t* index = indices.data();
             for (uint32_t j = 0; j < n; ++j) {
-                const uint64_t m = indices[j];
-                if (m >= points || seen[m] != kFree)
+                const uint64_t m = index[j];
+                if (m >= points || state[m] != kFree)
                     throw Error("compressed_data's companion gives point " + std::to_string(j) +
                                 " of " + where + " the place " + std::to_string(m) +
                                 ", not a free place of a stream point");
-                seen[m] = kTaken;
-                records[j] = recordOf(cloud, data, m);
+                state[m] = kTaken;
+                record[j] = findRecord(m);
             }
             fields->place(records.data());
             writeStreamPoints(decoded, ties, records.data(), n, layout, where);
