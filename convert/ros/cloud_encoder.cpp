@@ -51,27 +51,42 @@ StreamPoints selectStreamPoints(const PointCloud2View& message, const CloudLayou
     const CloudDescription& cloud = message.cloud;
     StreamPoints points;
     points.inside.assign(layout.points, 0);
-    points.message.reserve(layout.points);
-    points.records.reserve(layout.points);
-    points.grid.reserve(3 * layout.points);
+    points.message.resize(layout.points);
+    points.records.resize(layout.points);
+    points.grid.resize(3 * layout.points);
+    // Written through pointers kept in locals, as are the sizes: the byte stores of `inside` might
+    // otherwise make every pass reload them.
+    uint8_t* inside = points.inside.data();
+    uint32_t* index = points.message.data();
+    const uint8_t** records = points.records.data();
+    int64_t* grid = points.grid.data();
+    size_t count = 0;
+    const uint64_t rows = layout.points ? cloud.height : 0, width = cloud.width;
+    const uint64_t rowStep = cloud.rowStep, pointStep = cloud.pointStep;
+    const uint8_t* data = message.data;
     withAxes(layout, [&](const auto& axes) {
-        for (uint64_t r = 0; r < (layout.points ? cloud.height : 0); ++r) {
-            const uint8_t* row = message.data + r * cloud.rowStep;
-            for (uint64_t c = 0; c < cloud.width; ++c) {
-                const uint8_t* record = row + c * cloud.pointStep;
-                int64_t g[3];
-                bool fits = true;
-                for (int k = 0; k < 3; ++k)
-                    fits = fits && fitsStream(axes(record, k), axes.narrow(k), step, g[k]);
-                if (!fits) continue;
-                const uint64_t i = r * cloud.width + c;
-                points.inside[i] = 1;
-                points.message.push_back(uint32_t(i));
-                points.records.push_back(record);
-                for (int k = 0; k < 3; ++k) points.grid.push_back(g[k]);
+        const auto local = axes;
+        const bool narrow[3] = {local.narrow(0), local.narrow(1), local.narrow(2)};
+        for (uint64_t r = 0; r < rows; ++r) {
+            const uint8_t* row = data + r * rowStep;
+            for (uint64_t c = 0; c < width; ++c) {
+                const uint8_t* record = row + c * pointStep;
+                int64_t* g = grid + 3 * count;
+                if (!fitsStream(local(record, 0), narrow[0], step, g[0]) ||
+                    !fitsStream(local(record, 1), narrow[1], step, g[1]) ||
+                    !fitsStream(local(record, 2), narrow[2], step, g[2]))
+                    continue;
+                const uint64_t i = r * width + c;
+                inside[i] = 1;
+                index[count] = uint32_t(i);
+                records[count] = record;
+                ++count;
             }
         }
     });
+    points.message.resize(count);
+    points.records.resize(count);
+    points.grid.resize(3 * count);
     return points;
 }
 
