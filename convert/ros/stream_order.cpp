@@ -36,12 +36,7 @@ void radixSort(std::vector<uint64_t>& values, std::vector<uint64_t>& spare, int 
     uint64_t* out = spare.data();
     const size_t n = values.size();
     for (int p = 0; p < passes; ++p) {
-        uint32_t sum = 0;
-        for (uint64_t d = 0; d <= mask; ++d) {
-            const uint32_t here = starts[p][d];
-            starts[p][d] = sum;
-            sum += here;
-        }
+        std::exclusive_scan(starts[p], starts[p] + mask + 1, starts[p], 0u);
         const int shift = from + p * digit;
         for (size_t i = 0; i < n; ++i) out[starts[p][(in[i] >> shift) & mask]++] = in[i];
         std::swap(in, out);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <numeric>
 
 #include "format.h"
 
@@ -332,12 +333,7 @@ std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
     uint64_t* from = packed.data();
     uint64_t* to = other.data();
     for (int p = 0; p < passes; ++p) {
-        uint32_t sum = 0;
-        for (uint64_t d = 0; d <= mask; ++d) {
-            const uint32_t here = starts[p][d];
-            starts[p][d] = sum;
-            sum += here;
-        }
+        std::exclusive_scan(starts[p], starts[p] + mask + 1, starts[p], 0u);
         const int shift = 32 + p * digit;
         for (size_t i = 0; i < n; ++i) to[starts[p][(from[i] >> shift) & mask]++] = from[i];
         std::swap(from, to);
