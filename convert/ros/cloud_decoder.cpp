@@ -323,8 +323,8 @@ void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob,
         (type.reflectionMode != zul_REFLECTION_NONE) != hasIntensity ||
         type.normalMode != zul_NORMAL_NONE)
         throw Error("compressed_data's stream holds other attributes than the fields say");
-    const ChunkPlan plan =
-        planChunks(cloud.height, cloud.width, inside, head.chunkPoints, head.tileColumns);
+    const ChunkPlan plan = planChunks(cloud.height, cloud.width, inside.data(), inside.size(),
+                                      head.chunkPoints, head.tileColumns);
     std::unique_ptr<CompanionColumnReader> fields;
     if (withCompanion)
         fields = std::make_unique<CompanionColumnReader>(

@@ -18,12 +18,34 @@ namespace zul::ros {
 
 namespace {
 
+// A vector whose added elements are left as they are, not zeroed: for arrays filled at once.
+template <typename T>
+struct Unset : std::allocator<T> {
+    template <typename U>
+    struct rebind {
+        using other = Unset<U>;
+    };
+    Unset() = default;
+    template <typename U>
+    Unset(const Unset<U>&) {}
+    template <typename U>
+    void construct(U* p) {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <typename U, typename... A>
+    void construct(U* p, A&&... a) {
+        ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+    }
+};
+template <typename T>
+using UnsetVector = std::vector<T, Unset<T>>;
+
 // The stream's points: those whose positions come back within half a step, in message order.
 struct StreamPoints {
     std::vector<uint8_t> inside;          // one a point of the message
-    std::vector<uint32_t> message;        // message index of each stream point
-    std::vector<const uint8_t*> records;  // its record
-    std::vector<int64_t> grid;            // x, y, z on the grid
+    UnsetVector<uint32_t> message;        // message index of each stream point
+    UnsetVector<const uint8_t*> records;  // its record
+    UnsetVector<int64_t> grid;            // x, y, z on the grid
 };
 
 const uint8_t* recordOf(const PointCloud2View& message, uint64_t i) {
@@ -280,8 +302,8 @@ CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeO
         }
         if (layout.color.field >= 0) type.colorMode = zul_COLOR_RGB888;
         if (points.message.size() != layout.points) head.flags |= kMaskPresent;
-        const ChunkPlan plan =
-            planChunks(cloud.height, cloud.width, points.message, chunkPoints, head.tileColumns);
+        const ChunkPlan plan = planChunks(cloud.height, cloud.width, points.message.data(),
+                                          points.message.size(), chunkPoints, head.tileColumns);
         // With a companion, the stream and it as the companion's one blob.
         writeStream(layout, points, type, plan, stream, order, options.companion);
         if (options.companion) head.flags |= kCompanion;

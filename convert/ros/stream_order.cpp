@@ -18,13 +18,16 @@ void axisOrder(const int64_t extent[3], int remap[3]) {
 
 // Sorts `values` by their bits `from` to `to` (exclusive), stably: a radix sort from the least
 // significant digit, which beats a comparison sort's mispredicted branches on a chunk. The bits
-// are cut into as few digits of at most 11 bits as they take, of equal width, and every digit's
-// buckets are counted in one pass.
+// are cut into as few digits of at most 11 bits (8 for a small chunk) as they take, of equal
+// width, and every digit's buckets are counted in one pass.
 void radixSort(std::vector<uint64_t>& values, std::vector<uint64_t>& spare, int from, int to) {
-    constexpr int kMaxBits = 11, kMaxPasses = 6;  // 64 bits at most
+    constexpr int kMaxBits = 11, kMaxPasses = 8;  // 64 bits at most
     const int bits = to - from;
     if (bits <= 0) return;
-    const int passes = (bits + kMaxBits - 1) / kMaxBits;
+    // Digits of 8 bits for fewer than 2048 values, whose passes would otherwise spend more on the
+    // buckets than on the values.
+    const int widest = values.size() < 2048 ? 8 : kMaxBits;
+    const int passes = (bits + widest - 1) / widest;
     const int digit = (bits + passes - 1) / passes;
     const uint64_t mask = (uint64_t{1} << digit) - 1;
     spare.resize(values.size());
