@@ -288,6 +288,34 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
                   out);
 }
 
+namespace {
+
+// The radix sort of inputOrderOf in `Passes` digits of `digit` bits: each index less `low`,
+// packed with its position below it, into `a` (or `b`, the other buffer), which it returns.
+constexpr int kMaxIndexDigitBits = 11;
+template <int Passes>
+const uint64_t* sortByIndex(const uint64_t* indices, size_t n, uint64_t low, int digit, uint64_t* a,
+                            uint64_t* b) {
+    const uint64_t mask = (uint64_t{1} << digit) - 1;
+    uint32_t starts[Passes][1u << kMaxIndexDigitBits];
+    for (int p = 0; p < Passes; ++p) std::fill_n(starts[p], mask + 1, 0u);
+    for (size_t i = 0; i < n; ++i) {
+        const uint64_t key = indices[i] - low;
+        a[i] = key << 32 | i;
+        for (int p = 0; p < Passes; ++p) ++starts[p][(key >> (p * digit)) & mask];
+    }
+    for (int p = 0; p < Passes; ++p) {
+        std::exclusive_scan(starts[p], starts[p] + mask + 1, starts[p], 0u);
+        uint32_t* start = starts[p];
+        const int shift = 32 + p * digit;
+        for (size_t i = 0; i < n; ++i) b[start[(a[i] >> shift) & mask]++] = a[i];
+        std::swap(a, b);
+    }
+    return a;
+}
+
+}  // namespace
+
 std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
     const size_t n = static_cast<size_t>(count);
     std::vector<uint32_t> positions(n);
@@ -312,33 +340,20 @@ std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
     }
     // A radix sort from the least significant digit of each index less the smallest, packed with
     // its position below it: stable, so ties stay in stored order. The span's bits are cut into
-    // as few digits of at most kMaxBits as it takes, of equal width, so that a chunk's indices (a
+    // as few digits of at most 11 bits as it takes, of equal width, so that a chunk's indices (a
     // lidar tile's span is just over 16 bits) need few buckets; every digit's buckets are counted
     // in one pass.
-    constexpr int kMaxBits = 11, kMaxPasses = 3;
     int bits = 0;
     while (bits < 32 && (span >> bits) != 0) ++bits;
-    const int passes = (bits + kMaxBits - 1) / kMaxBits;
+    const int passes = (bits + kMaxIndexDigitBits - 1) / kMaxIndexDigitBits;
     const int digit = (bits + passes - 1) / passes;
-    const uint64_t mask = (uint64_t{1} << digit) - 1;
     thread_local std::vector<uint64_t> packed, other;
     if (packed.size() < n) packed.resize(n), other.resize(n);
-    uint32_t starts[kMaxPasses][(1u << kMaxBits)];
-    for (int p = 0; p < passes; ++p) std::fill_n(starts[p], mask + 1, 0u);
-    for (size_t i = 0; i < n; ++i) {
-        const uint64_t key = indices[i] - low;
-        packed[i] = key << 32 | i;
-        for (int p = 0; p < passes; ++p) ++starts[p][(key >> (p * digit)) & mask];
-    }
-    uint64_t* from = packed.data();
-    uint64_t* to = other.data();
-    for (int p = 0; p < passes; ++p) {
-        std::exclusive_scan(starts[p], starts[p] + mask + 1, starts[p], 0u);
-        const int shift = 32 + p * digit;
-        for (size_t i = 0; i < n; ++i) to[starts[p][(from[i] >> shift) & mask]++] = from[i];
-        std::swap(from, to);
-    }
-    for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(from[i]);
+    const uint64_t* sortedPacked =
+        passes == 1   ? sortByIndex<1>(indices, n, low, digit, packed.data(), other.data())
+        : passes == 2 ? sortByIndex<2>(indices, n, low, digit, packed.data(), other.data())
+                      : sortByIndex<3>(indices, n, low, digit, packed.data(), other.data());
+    for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(sortedPacked[i]);
     return positions;
 }
 
