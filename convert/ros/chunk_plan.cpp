@@ -7,10 +7,9 @@
 
 namespace zul::ros {
 
-ChunkPlan planChunks(uint32_t height, uint32_t width, const std::vector<uint32_t>& inside,
+ChunkPlan planChunks(uint32_t height, uint32_t width, const uint32_t* inside, size_t total,
                      uint32_t chunkPoints, uint32_t tileColumns) {
     ChunkPlan plan;
-    const size_t total = inside.size();
     if (tileColumns == 0) {
         plan.sequence.resize(total);
         std::iota(plan.sequence.begin(), plan.sequence.end(), 0u);

@@ -15,9 +15,9 @@ struct ChunkPlan {
     std::vector<size_t> starts;      // where each chunk starts in `sequence`, then its size
 };
 
-// `inside` lists the message index of every stream point, ascending. Throws Error for a tile
-// that could hold more than 65536 points.
-ChunkPlan planChunks(uint32_t height, uint32_t width, const std::vector<uint32_t>& inside,
+// `inside` lists the message index of each of the `total` stream points, ascending. Throws Error
+// for a tile that could hold more than 65536 points.
+ChunkPlan planChunks(uint32_t height, uint32_t width, const uint32_t* inside, size_t total,
                      uint32_t chunkPoints, uint32_t tileColumns);
 
 }  // namespace zul::ros

@@ -81,11 +81,26 @@ private:
     int chunkHeaderSize_ = 0;
 };
 
-// Point i's record; without bytes after the rows' points, without a division.
-uint8_t* recordOf(PointCloud2& message, uint64_t i) {
-    const CloudDescription& c = message.cloud;
-    if (uint64_t(c.width) * c.pointStep == c.rowStep) return message.data.data() + i * c.pointStep;
-    return message.data.data() + (i / c.width) * c.rowStep + (i % c.width) * c.pointStep;
+// Finds point i's record; without bytes after the rows' points, without a division. Its copies
+// of the sizes are values of its own, which the stores of bytes in the records cannot alias.
+struct Records {
+    uint8_t* data;
+    uint64_t width, rowStep, pointStep;
+    bool plain;  // rows without bytes after their points
+    Records(const CloudDescription& c, uint8_t* bytes)
+        : data(bytes),
+          width(c.width),
+          rowStep(c.rowStep),
+          pointStep(c.pointStep),
+          plain(width * pointStep == rowStep) {}
+    uint8_t* operator()(uint64_t i) const {
+        return plain ? data + i * pointStep
+                     : data + (i / width) * rowStep + (i % width) * pointStep;
+    }
+};
+
+uint8_t* recordOf(const CloudDescription& c, uint8_t* data, uint64_t i) {
+    return Records(c, data)(i);
 }
 
 // The stream's points of a decoded chunk into their records (`records`, one a point in stored
@@ -95,44 +110,74 @@ uint8_t* recordOf(PointCloud2& message, uint64_t i) {
 void writeStreamPoints(const zul_PointData& data, const std::vector<uint32_t>& ties,
                        uint8_t* const* records, uint32_t n, const CloudLayout& layout,
                        const std::string& where) {
+    // Everything the loops read is in locals: their stores of bytes might otherwise alias it.
     const bool big = layout.bigEndian;
+    const uint32_t* tie = ties.data();
+    const double* positions = data.positions;
     withAxes(layout, [&](const auto& axes) {
-        for (uint32_t j = 0; j < n; ++j)
-            for (int k = 0; k < 3; ++k) axes.store(records[j], k, data.positions[3 * ties[j] + k]);
+        const auto local = axes;
+        for (uint32_t j = 0; j < n; ++j) {
+            uint8_t* record = records[j];
+            const double* at = positions + 3 * size_t(tie[j]);
+            local.store(record, 0, at[0]);
+            local.store(record, 1, at[1]);
+            local.store(record, 2, at[2]);
+        }
     });
     if (layout.color.field >= 0) {
+        const uint8_t* colors = data.colors;
+        const uint32_t offset = layout.color.offset;
         for (uint32_t j = 0; j < n; ++j) {
-            const uint32_t s = ties[j];
-            uint8_t* rgb = records[j] + layout.color.offset;
+            const uint8_t* c = colors + 3 * size_t(tie[j]);
+            uint8_t* rgb = records[j] + offset;
             const uint32_t alpha = load<uint32_t>(rgb, big) & 0xff000000u;
-            store<uint32_t>(rgb,
-                            alpha | uint32_t(data.colors[3 * s]) << 16 |
-                                uint32_t(data.colors[3 * s + 1]) << 8 | data.colors[3 * s + 2],
-                            big);
+            store<uint32_t>(rgb, alpha | uint32_t(c[0]) << 16 | uint32_t(c[1]) << 8 | c[2], big);
         }
     }
     if (layout.intensity.field < 0) return;
-    const StreamField& field = layout.intensity;
-    for (uint32_t j = 0; j < n; ++j) {
-        const int32_t value = data.reflections[ties[j]];
-        if (!holdsWhole(field.datatype, value))
-            throw Error("compressed_data's stream " + where + " holds an intensity of " +
-                        std::to_string(value) + " that the field's type cannot hold");
-        storeWhole(records[j] + field.offset, field.datatype, big, value);
+    const uint8_t type = layout.intensity.datatype;
+    const uint32_t offset = layout.intensity.offset;
+    const int32_t* reflections = data.reflections;
+    // A type holds every value up to its largest.
+    int32_t largest = 0;
+    for (uint32_t j = 0; j < n; ++j) largest = std::max(largest, reflections[j]);
+    if (!holdsWhole(type, largest))
+        throw Error("compressed_data's stream " + where + " holds an intensity of " +
+                    std::to_string(largest) + " that the field's type cannot hold");
+    // A loop for each type.
+    auto storeAll = [&](auto convert) {
+        for (uint32_t j = 0; j < n; ++j) convert(records[j] + offset, reflections[tie[j]]);
+    };
+    switch (type) {
+        case kInt8:
+        case kUint8:
+            return storeAll([](uint8_t* p, int32_t v) { *p = uint8_t(v); });
+        case kInt16:
+        case kUint16:
+            return storeAll([big](uint8_t* p, int32_t v) { store<uint16_t>(p, uint16_t(v), big); });
+        case kInt32:
+        case kUint32:
+            return storeAll([big](uint8_t* p, int32_t v) { store<uint32_t>(p, uint32_t(v), big); });
+        case kFloat32:
+            return storeAll(
+                [big](uint8_t* p, int32_t v) { storeReal(p, kFloat32, big, double(v)); });
+        default:
+            return storeAll(
+                [big](uint8_t* p, int32_t v) { storeReal(p, kFloat64, big, double(v)); });
     }
 }
 
 // The lean container's columns into the records: every point's byte ranges, and the stream's
 // fields of the points outside the stream.
 void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout,
-                    const std::vector<uint32_t>& inside, PointCloud2& message) {
-    const CloudDescription& cloud = message.cloud;
+                    const std::vector<uint32_t>& inside, const CloudDescription& cloud,
+                    uint8_t* data) {
     const bool big = layout.bigEndian;
     const size_t ranges = layout.columns.size();
     const RecordGrid grid{layout.points == 0 ? 0 : cloud.height, cloud.width, cloud.rowStep,
                           cloud.pointStep, big};
     for (size_t c = 0; c < ranges; ++c)
-        scatterRange(grid, record[c].bytes.data(), layout.columns[c], message.data.data());
+        scatterRange(grid, record[c].bytes.data(), layout.columns[c], data);
     if (!layout.hasPositions || inside.size() == layout.points) return;
     const std::vector<StreamField> fields = streamFields(layout);
     uint64_t o = 0;
@@ -142,7 +187,7 @@ void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout
             ++next;
             continue;
         }
-        uint8_t* at = recordOf(message, i);
+        uint8_t* at = recordOf(cloud, data, i);
         for (size_t f = 0; f < fields.size(); ++f) {
             const uint32_t size = uint32_t(datatypeSize(fields[f].datatype));
             copyFromLittle(record[ranges + f].bytes.data() + o * size, size, big,
@@ -154,8 +199,7 @@ void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout
 
 // The whole records of the points outside the stream.
 void placeOutsideRecords(const Column& records, const std::vector<uint32_t>& inside,
-                         PointCloud2& message) {
-    const CloudDescription& cloud = message.cloud;
+                         const CloudDescription& cloud, uint8_t* data) {
     const uint64_t points = uint64_t(cloud.height) * cloud.width;
     const uint8_t* from = records.bytes.data();
     size_t next = 0;
@@ -164,46 +208,56 @@ void placeOutsideRecords(const Column& records, const std::vector<uint32_t>& ins
             ++next;
             continue;
         }
-        std::memcpy(recordOf(message, i), from, cloud.pointStep);
+        std::memcpy(recordOf(cloud, data, i), from, cloud.pointStep);
         from += cloud.pointStep;
     }
 }
 
-}  // namespace
+// What the compressed_data's head says, checked against the message before any data is made.
+struct Prepared {
+    BlobHead head;
+    CloudLayout layout;
+    uint64_t points = 0, rows = 0;  // points, and bytes of data before the trailing data
+    uint64_t dataBytes() const { return rows + head.trailingDataBytes; }
+};
 
-PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
+Prepared prepare(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
     if (compressed.format != formatName())
         throw Error("the message's format is '" + compressed.format + "', not 'zul'");
     const std::vector<uint8_t>& blob = compressed.compressedData;
-    const BlobHead head = readBlobHead(blob.data(), blob.size());
+    Prepared p;
+    p.head = readBlobHead(blob.data(), blob.size());
+    const BlobHead& head = p.head;
     const CloudDescription& cloud = compressed.cloud;
     if (head.trailingMessageBytes > 0 && !isCdr(cloud.wire))
         throw Error("compressed_data claims padding after a ROS 1 message, which has none");
-    const uint64_t points = uint64_t(cloud.height) * cloud.width;
-    const uint64_t rows = points == 0 ? 0 : uint64_t(cloud.height) * cloud.rowStep;
+    p.points = uint64_t(cloud.height) * cloud.width;
+    p.rows = p.points == 0 ? 0 : uint64_t(cloud.height) * cloud.rowStep;
     if (head.trailingDataBytes > options.maxDataBytes ||
-        rows > options.maxDataBytes - head.trailingDataBytes)
-        throw Error("the message claims " + std::to_string(rows + head.trailingDataBytes) +
+        p.rows > options.maxDataBytes - head.trailingDataBytes)
+        throw Error("the message claims " + std::to_string(p.rows + head.trailingDataBytes) +
                     " bytes of data, more than the " + std::to_string(options.maxDataBytes) +
                     " allowed");
     if (blobChecksum(cloud, blob.data(), blob.size()) != head.checksum)
         throw Error(
             "compressed_data fails its checksum: it is damaged, or the message's height, "
             "width, fields, is_bigendian, point_step or row_step changed");
-    const CloudLayout layout =
-        layOutCloud(cloud, rows + head.trailingDataBytes, (head.flags & kIntensityInStream) != 0);
-    if ((head.flags & kIntensityInStream) && layout.intensity.field < 0)
+    p.layout = layOutCloud(cloud, p.dataBytes(), (head.flags & kIntensityInStream) != 0);
+    if ((head.flags & kIntensityInStream) && p.layout.intensity.field < 0)
         throw Error(
             "compressed_data says the intensity is in the stream, but the fields have none");
-    if (!layout.hasPositions && (head.flags != 0 || head.streamSize != 0))
+    if (!p.layout.hasPositions && (head.flags != 0 || head.streamSize != 0))
         throw Error(
             "compressed_data holds a stream, but the fields have no x, y and z to put it in");
+    return p;
+}
 
-    PointCloud2 message;
-    message.cloud = cloud;
-    message.cloud.trailingBytes = head.trailingMessageBytes;
-    message.data.assign(rows + head.trailingDataBytes, 0);
-
+// Decodes compressed_data into the message's data at `data` (p.dataBytes() bytes, zero).
+void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob, const Prepared& p,
+                uint8_t* data) {
+    const BlobHead& head = p.head;
+    const CloudLayout& layout = p.layout;
+    const uint64_t points = p.points, rows = p.rows;
     const uint8_t* columnBytes = blob.data() + kBlobHeadSize + head.streamSize;
     ColumnReader reader(columnBytes, blob.size() - kBlobHeadSize - head.streamSize);
     // Which points the stream holds, and where each chunk's points go.
@@ -240,15 +294,14 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
     reader.finish();
 
     if (withCompanion)
-        placeOutsideRecords(record[0], inside, message);
+        placeOutsideRecords(record[0], inside, cloud, data);
     else
-        scatterRecords(record, layout, inside, message);
+        scatterRecords(record, layout, inside, cloud, data);
     const uint8_t* tails = record[record.size() - 2].bytes.data();
     for (uint64_t r = 0; r < cloud.height && tail > 0; ++r)
-        std::memcpy(message.data.data() + r * cloud.rowStep + layout.recordBytes, tails + r * tail,
-                    tail);
-    std::copy(record.back().bytes.begin(), record.back().bytes.end(), message.data.begin() + rows);
-    if (!layout.hasPositions) return message;
+        std::memcpy(data + r * cloud.rowStep + layout.recordBytes, tails + r * tail, tail);
+    std::copy(record.back().bytes.begin(), record.back().bytes.end(), data + rows);
+    if (!layout.hasPositions) return;
 
     // The stream, alone or with its companion in one blob.
     const uint8_t* streamBytes = blob.data() + kBlobHeadSize;
@@ -270,8 +323,8 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
         (type.reflectionMode != zul_REFLECTION_NONE) != hasIntensity ||
         type.normalMode != zul_NORMAL_NONE)
         throw Error("compressed_data's stream holds other attributes than the fields say");
-    const ChunkPlan plan =
-        planChunks(cloud.height, cloud.width, inside, head.chunkPoints, head.tileColumns);
+    const ChunkPlan plan = planChunks(cloud.height, cloud.width, inside.data(), inside.size(),
+                                      head.chunkPoints, head.tileColumns);
     std::unique_ptr<CompanionColumnReader> fields;
     if (withCompanion)
         fields = std::make_unique<CompanionColumnReader>(
@@ -286,27 +339,31 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
     if (withCompanion)
         for (uint32_t i : inside) seen[i] = kFree;
     std::vector<uint8_t*> records;
+    const Records findRecord(cloud, data);
     for (size_t c = 0; c + 1 < plan.starts.size(); ++c) {
         const size_t first = plan.starts[c];
         const uint32_t n = uint32_t(plan.starts[c + 1] - first);
-        const zul_PointData data = stream.chunk(int32_t(n), c);
-        settleTies(data.positions, data.colors, data.reflections, n, ties);
+        const zul_PointData decoded = stream.chunk(int32_t(n), c);
+        settleTies(decoded.positions, decoded.colors, decoded.reflections, n, ties);
         const std::string where = "chunk " + std::to_string(c);
         if (withCompanion) {
             // The companion's rows follow the stored order, each naming its message point.
             fields->readChunk(int64_t(c), n, indices);
             records.resize(n);
+            uint8_t* state = seen.data();
+            uint8_t** record = records.data();
+            const uint64_t* index = indices.data();
             for (uint32_t j = 0; j < n; ++j) {
-                const uint64_t m = indices[j];
-                if (m >= points || seen[m] != kFree)
+                const uint64_t m = index[j];
+                if (m >= points || state[m] != kFree)
                     throw Error("compressed_data's companion gives point " + std::to_string(j) +
                                 " of " + where + " the place " + std::to_string(m) +
                                 ", not a free place of a stream point");
-                seen[m] = kTaken;
-                records[j] = recordOf(message, m);
+                state[m] = kTaken;
+                record[j] = findRecord(m);
             }
             fields->place(records.data());
-            writeStreamPoints(data, ties, records.data(), n, layout, where);
+            writeStreamPoints(decoded, ties, records.data(), n, layout, where);
             continue;
         }
         if (seen.size() < n) seen.resize(n);
@@ -318,19 +375,37 @@ PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const Decod
                 throw Error("column 'order' of " + where + " is not an order of its " +
                             std::to_string(n) + " points");
             seen[j] = 1;
-            records[j] = recordOf(message, inside[plan.sequence[first + local]]);
+            records[j] = recordOf(cloud, data, inside[plan.sequence[first + local]]);
         }
-        writeStreamPoints(data, ties, records.data(), n, layout, where);
+        writeStreamPoints(decoded, ties, records.data(), n, layout, where);
     }
     if (!stream.done())
         throw Error("compressed_data's stream holds more chunks than its points need");
+}
+
+}  // namespace
+
+PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
+    const Prepared p = prepare(compressed, options);
+    PointCloud2 message;
+    message.cloud = compressed.cloud;
+    message.cloud.trailingBytes = p.head.trailingMessageBytes;
+    message.data.assign(p.dataBytes(), 0);
+    decodeData(compressed.cloud, compressed.compressedData, p, message.data.data());
     return message;
 }
 
+// The data decoded in place in the serialised message, without a copy.
 std::vector<uint8_t> decompressMessage(const uint8_t* bytes, size_t size, Serialization family,
                                        const DecodeOptions& options) {
-    return writePointCloud2(
-        decompressCloud(readCompressedPointCloud2(bytes, size, family), options));
+    const CompressedPointCloud2 compressed = readCompressedPointCloud2(bytes, size, family);
+    const Prepared p = prepare(compressed, options);
+    CloudDescription cloud = compressed.cloud;
+    cloud.trailingBytes = p.head.trailingMessageBytes;
+    size_t at = 0;
+    std::vector<uint8_t> message = writePointCloud2Room(cloud, p.dataBytes(), at);
+    decodeData(compressed.cloud, compressed.compressedData, p, message.data() + at);
+    return message;
 }
 
 }  // namespace zul::ros

@@ -1,5 +1,6 @@
 #include "cloud_message.h"
 
+#include <cstring>
 #include <utility>
 
 namespace zul::ros {
@@ -83,14 +84,22 @@ CompressedPointCloud2 readCompressedPointCloud2(const uint8_t* bytes, size_t siz
     return message;
 }
 
-std::vector<uint8_t> writePointCloud2(const PointCloud2& message) {
-    const CloudDescription& cloud = message.cloud;
-    WireWriter out(cloud.wire, cloud.cdrOptions, message.data.size() + 64 * cloud.fields.size());
+std::vector<uint8_t> writePointCloud2Room(const CloudDescription& cloud, size_t dataBytes,
+                                          size_t& dataOffset) {
+    WireWriter out(cloud.wire, cloud.cdrOptions, dataBytes + 64 * cloud.fields.size());
     writeHead(out, cloud);
-    out.bytes(message.data.data(), message.data.size());
+    dataOffset = out.zeroBytes(dataBytes);
     out.u8(cloud.isDense);
     out.pad(cloud.trailingBytes);
     return out.take();
+}
+
+std::vector<uint8_t> writePointCloud2(const PointCloud2& message) {
+    size_t at = 0;
+    std::vector<uint8_t> out = writePointCloud2Room(message.cloud, message.data.size(), at);
+    if (!message.data.empty())
+        std::memcpy(out.data() + at, message.data.data(), message.data.size());
+    return out;
 }
 
 std::vector<uint8_t> writeCompressedPointCloud2(const CompressedPointCloud2& message) {

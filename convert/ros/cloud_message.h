@@ -71,6 +71,9 @@ CompressedPointCloud2 readCompressedPointCloud2(const uint8_t* bytes, size_t siz
 
 // Serialise in the record's own serialisation (cloud.wire).
 std::vector<uint8_t> writePointCloud2(const PointCloud2& message);
+// The same with `dataBytes` zero bytes of data, which start at `dataOffset`, to be filled there.
+std::vector<uint8_t> writePointCloud2Room(const CloudDescription& cloud, size_t dataBytes,
+                                          size_t& dataOffset);
 std::vector<uint8_t> writeCompressedPointCloud2(const CompressedPointCloud2& message);
 
 }  // namespace zul::ros

@@ -32,6 +32,15 @@ zul_FieldType fieldType(uint8_t datatype) {
     }
 }
 
+// Whether `size` bytes are all zero, eight at a time.
+bool allZero(const uint8_t* bytes, size_t size) {
+    uint64_t any = 0;
+    size_t i = 0;
+    for (; i + 8 <= size; i += 8) any |= load<uint64_t>(bytes + i, false);
+    for (; i < size; ++i) any |= bytes[i];
+    return any == 0;
+}
+
 void check(zul_Status status, const std::string& what) {
     if (status != zul_STATUS_OK)
         throw Error("compressed_data's companion: " + what + " (" + zul_x_statusText(status) + ")");
@@ -88,7 +97,8 @@ void CompanionWriter::chunk(const std::vector<const uint8_t*>& records,
     const size_t n = records.size();
     for (size_t f = 0; f < fields_.size(); ++f) {
         const CompanionField& field = fields_[f];
-        values_.resize(n * field.width);
+        // Only grows: a resize would zero what it adds for each wider field.
+        if (values_.size() < n * field.width) values_.resize(n * field.width);
         gatherValues(records.data(), n, field.offset, field.width,
                      bigEndian_ && field.type != zul_FIELD_RAW, values_.data());
         check(zul_xout_writeColumn(writer_, chunks_, int32_t(f), values_.data(), int64_t(n)),
@@ -98,12 +108,17 @@ void CompanionWriter::chunk(const std::vector<const uint8_t*>& records,
     ++chunks_;
 }
 
-std::vector<uint8_t> CompanionWriter::finish() {
+std::vector<uint8_t> CompanionWriter::finishBlob(const std::vector<uint8_t>& stream) {
     const void* bytes = nullptr;
-    size_t size = 0;
+    size_t size = 0, blobSize = 0;
     check(zul_xout_finish(writer_, &bytes, &size), "cannot be finished");
-    const uint8_t* start = static_cast<const uint8_t*>(bytes);
-    return std::vector<uint8_t>(start, start + size);
+    // Packed from the writer's bytes, without a copy of them first.
+    zul_xblob_pack(stream.data(), stream.size(), bytes, size, nullptr, 0, &blobSize);
+    std::vector<uint8_t> blob(blobSize);
+    check(zul_xblob_pack(stream.data(), stream.size(), bytes, size, blob.data(), blob.size(),
+                         &blobSize),
+          "cannot be packed with the stream");
+    return blob;
 }
 
 CompanionColumnReader::CompanionColumnReader(const CloudLayout& layout, const uint8_t* companion,
@@ -149,6 +164,8 @@ void CompanionColumnReader::readChunk(int64_t chunk, uint32_t n, std::vector<uin
 void CompanionColumnReader::place(uint8_t* const* records) const {
     for (size_t f = 0; f < fields_.size(); ++f) {
         const CompanionField& field = fields_[f];
+        // The records are zero to begin with: a column of zeros (padding, mostly) needs no moves.
+        if (allZero(values_[f].data(), size_t(readPoints_) * field.width)) continue;
         scatterValues(values_[f].data(), readPoints_, field.offset, field.width,
                       bigEndian_ && field.type != zul_FIELD_RAW, records);
     }

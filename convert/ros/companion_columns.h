@@ -38,7 +38,9 @@ public:
     // chunk's bytes as the encoder gave them.
     void chunk(const std::vector<const uint8_t*>& records, const std::vector<uint64_t>& indices,
                const uint8_t* bytes, size_t size);
-    std::vector<uint8_t> finish();
+    // The companion's one blob of `stream` (the stream whose chunks were given) and the
+    // companion.
+    std::vector<uint8_t> finishBlob(const std::vector<uint8_t>& stream);
 
 private:
     std::vector<CompanionField> fields_;
@@ -62,7 +64,8 @@ public:
     // place() then writes their field values.
     void readChunk(int64_t chunk, uint32_t n, std::vector<uint64_t>& order);
     // Writes the field values of each stored point of the last chunk read into its record
-    // (`records`, one a point in stored order).
+    // (`records`, one a point in stored order), whose bytes must be zero: a column of zeros is
+    // left out.
     void place(uint8_t* const* records) const;
 
 private:

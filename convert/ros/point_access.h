@@ -73,26 +73,6 @@ inline bool holdsWhole(uint8_t datatype, int32_t value) {
     }
 }
 
-// Stores a whole number in a datatype that holds it.
-inline void storeWhole(uint8_t* p, uint8_t datatype, bool big, int32_t value) {
-    switch (datatype) {
-        case kInt8:
-        case kUint8:
-            *p = uint8_t(value);
-            return;
-        case kInt16:
-        case kUint16:
-            store<uint16_t>(p, uint16_t(value), big);
-            return;
-        case kInt32:
-        case kUint32:
-            store<uint32_t>(p, uint32_t(value), big);
-            return;
-        default:
-            storeReal(p, datatype, big, double(value));
-    }
-}
-
 // Reads and writes x, y and z of a record: of any types and byte order, or (SameAxes) all three
 // of type T in the byte order `Big`, with loops the compiler makes of its own.
 struct AnyAxes {

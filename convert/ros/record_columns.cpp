@@ -90,7 +90,8 @@ template <size_t S>
 using Size = std::integral_constant<size_t, S>;
 
 // Calls `f` with the value size and the reversal as types (std::integral_constant) for widths 1,
-// 2, 4 and 8, whose loops the compiler then makes of its own; false for other widths.
+// 2, 4 and 8, and for runs of padding of 12 and 16 bytes (never reversed, common after a
+// position or a colour), whose loops the compiler then makes of its own; false for other widths.
 template <typename F>
 bool byWidth(uint32_t width, bool swap, F&& f) {
     using std::false_type;
@@ -104,6 +105,10 @@ bool byWidth(uint32_t width, bool swap, F&& f) {
             return swap ? f(Size<4>(), true_type()) : f(Size<4>(), false_type()), true;
         case 8:
             return swap ? f(Size<8>(), true_type()) : f(Size<8>(), false_type()), true;
+        case 12:
+            return !swap && (f(Size<12>(), false_type()), true);
+        case 16:
+            return !swap && (f(Size<16>(), false_type()), true);
         default:
             return false;  // a run of padding of any other width
     }

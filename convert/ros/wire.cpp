@@ -130,4 +130,11 @@ void WireWriter::bytes(const uint8_t* data, size_t size) {
     out_.insert(out_.end(), data, data + size);
 }
 
+size_t WireWriter::zeroBytes(size_t size) {
+    u32(uint32_t(size));
+    const size_t at = out_.size();
+    out_.resize(at + size);
+    return at;
+}
+
 }  // namespace zul::ros

@@ -66,6 +66,8 @@ public:
     void u32(uint32_t value);
     void string(const std::string& value);
     void bytes(const uint8_t* data, size_t size);
+    // An array of `size` zero bytes, to be filled in place: returns their offset in the output.
+    size_t zeroBytes(size_t size);
     // Trailing zero bytes, as the message came with them.
     void pad(uint8_t count) { out_.insert(out_.end(), count, 0); }
     std::vector<uint8_t> take() { return std::move(out_); }

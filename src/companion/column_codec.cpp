@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <numeric>
 
 #include "format.h"
 
@@ -287,37 +288,72 @@ void encodeSegment(const void* values, int64_t count, int32_t width, uint8_t cod
                   out);
 }
 
+namespace {
+
+// The radix sort of inputOrderOf in `Passes` digits of `digit` bits: each index less `low`,
+// packed with its position below it, into `a` (or `b`, the other buffer), which it returns.
+constexpr int kMaxIndexDigitBits = 11;
+template <int Passes>
+const uint64_t* sortByIndex(const uint64_t* indices, size_t n, uint64_t low, int digit, uint64_t* a,
+                            uint64_t* b) {
+    const uint64_t mask = (uint64_t{1} << digit) - 1;
+    uint32_t starts[Passes][1u << kMaxIndexDigitBits];
+    for (int p = 0; p < Passes; ++p) std::fill_n(starts[p], mask + 1, 0u);
+    for (size_t i = 0; i < n; ++i) {
+        const uint64_t key = indices[i] - low;
+        a[i] = key << 32 | i;
+        for (int p = 0; p < Passes; ++p) ++starts[p][(key >> (p * digit)) & mask];
+    }
+    for (int p = 0; p < Passes; ++p) {
+        std::exclusive_scan(starts[p], starts[p] + mask + 1, starts[p], 0u);
+        uint32_t* start = starts[p];
+        const int shift = 32 + p * digit;
+        for (size_t i = 0; i < n; ++i) b[start[(a[i] >> shift) & mask]++] = a[i];
+        std::swap(a, b);
+    }
+    return a;
+}
+
+}  // namespace
+
 std::vector<uint32_t> inputOrderOf(const uint64_t* indices, int64_t count) {
     const size_t n = static_cast<size_t>(count);
     std::vector<uint32_t> positions(n);
-    for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(i);
-    if (n < 2) return positions;
-    const auto range = std::minmax_element(indices, indices + n);
-    const uint64_t low = *range.first, span = *range.second - low;
+    if (n == 0) return positions;
+    uint64_t low = indices[0], high = low;
+    bool sorted = true;
+    for (size_t i = 1; i < n; ++i) {
+        sorted = sorted && indices[i - 1] <= indices[i];
+        low = std::min(low, indices[i]);
+        high = std::max(high, indices[i]);
+    }
+    if (sorted) {
+        for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(i);
+        return positions;
+    }
+    const uint64_t span = high - low;
     if (span >> 32) {
+        for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(i);
         std::stable_sort(positions.begin(), positions.end(),
                          [indices](uint32_t a, uint32_t b) { return indices[a] < indices[b]; });
         return positions;
     }
-    // A radix sort, 11 bits at a time from the least significant, of the indices less the
-    // smallest: stable, so ties stay in stored order; only the digits the span uses.
-    std::vector<uint32_t> keys(n), otherKeys(n), otherPositions(n);
-    for (size_t i = 0; i < n; ++i) keys[i] = static_cast<uint32_t>(indices[i] - low);
-    constexpr int kBits = 11;
-    constexpr uint32_t kMask = (1u << kBits) - 1;
-    std::vector<size_t> starts(kMask + 2);
-    for (int shift = 0; shift < 32 && (span >> shift) != 0; shift += kBits) {
-        std::fill(starts.begin(), starts.end(), 0);
-        for (size_t i = 0; i < n; ++i) ++starts[((keys[i] >> shift) & kMask) + 1];
-        for (size_t d = 0; d <= kMask; ++d) starts[d + 1] += starts[d];
-        for (size_t i = 0; i < n; ++i) {
-            const size_t at = starts[(keys[i] >> shift) & kMask]++;
-            otherKeys[at] = keys[i];
-            otherPositions[at] = positions[i];
-        }
-        keys.swap(otherKeys);
-        positions.swap(otherPositions);
-    }
+    // A radix sort from the least significant digit of each index less the smallest, packed with
+    // its position below it: stable, so ties stay in stored order. The span's bits are cut into
+    // as few digits of at most 11 bits as it takes, of equal width, so that a chunk's indices (a
+    // lidar tile's span is just over 16 bits) need few buckets; every digit's buckets are counted
+    // in one pass.
+    int bits = 0;
+    while (bits < 32 && (span >> bits) != 0) ++bits;
+    const int passes = (bits + kMaxIndexDigitBits - 1) / kMaxIndexDigitBits;
+    const int digit = (bits + passes - 1) / passes;
+    thread_local std::vector<uint64_t> packed, other;
+    if (packed.size() < n) packed.resize(n), other.resize(n);
+    const uint64_t* sortedPacked =
+        passes == 1   ? sortByIndex<1>(indices, n, low, digit, packed.data(), other.data())
+        : passes == 2 ? sortByIndex<2>(indices, n, low, digit, packed.data(), other.data())
+                      : sortByIndex<3>(indices, n, low, digit, packed.data(), other.data());
+    for (size_t i = 0; i < n; ++i) positions[i] = static_cast<uint32_t>(sortedPacked[i]);
     return positions;
 }
 
@@ -398,8 +434,10 @@ zul_Status decodeSegment(uint8_t coding, const uint8_t* stored, size_t storedSiz
         if (!inputOrder || inputOrder->size() != static_cast<size_t>(count))
             return zul_STATUS_CORRUPT_DATA;
         const size_t w = static_cast<size_t>(width);
+        // A buffer of the thread's that only grows: a resize would zero what it adds each time.
         std::vector<uint8_t>& permuted = scratch().unpermuted;
-        permuted.resize(static_cast<size_t>(count) * w);
+        if (permuted.size() < static_cast<size_t>(count) * w)
+            permuted.resize(static_cast<size_t>(count) * w);
         const zul_Status status = decodeSegment(static_cast<uint8_t>(coding & ~kInputOrder), stored,
                                                 storedSize, count, width, nullptr, permuted.data());
         if (status != zul_STATUS_OK) return status;

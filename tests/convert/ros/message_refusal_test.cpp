@@ -169,7 +169,7 @@ const CompressedCase kCompressedCases[] = {
     {"mask_flag", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[5] ^= 2; }); },
      "the column container holds 'valid' or another type where the cloud's layout puts column "
      "'outside_records'"},
-    {"tiles", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[12] = 1; }); },
+    {"tiles", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[12] = 1, b[13] = 0; }); },
      "compressed_data's companion holds 1 chunks and 8 columns, the cloud's layout 64"},
     {"claims_too_much", [](CompressedPointCloud2& m) { m.cloud.height = 4000000000u; },
      "bytes of data, more than the"},

@@ -98,6 +98,24 @@ void setFloat(PointCloud2& m, uint64_t point, uint32_t offset, float value) {
     store<uint32_t>(at + offset, bits, c.isBigendian != 0);
 }
 
+// The lidar's x, y and z with `fields` after them in records of `pointStep` bytes, every other
+// byte (padding) of a pattern.
+PointCloud2 withPadding(const PointCloud2& m, const std::vector<PointField>& fields,
+                        uint32_t pointStep) {
+    PointCloud2 out = m;
+    out.cloud.fields = {{"x", 0, kFloat32, 1}, {"y", 4, kFloat32, 1}, {"z", 8, kFloat32, 1}};
+    out.cloud.fields.insert(out.cloud.fields.end(), fields.begin(), fields.end());
+    out.cloud.pointStep = pointStep;
+    out.cloud.rowStep = pointStep * m.cloud.width;
+    out.data.assign(uint64_t(out.cloud.rowStep) * m.cloud.height, 0);
+    for (uint64_t i = 0; i < uint64_t(m.cloud.height) * m.cloud.width; ++i) {
+        std::memcpy(&out.data[i * pointStep], &m.data[i * 48], 12);
+        for (uint32_t b = 12; b < pointStep; ++b)
+            out.data[i * pointStep + b] = uint8_t(i * 31 + b * 7);
+    }
+    return out;
+}
+
 // Clouds off the common path: each comes back as it went in, through both serialisations.
 struct Quirk {
     const char* name;
@@ -225,22 +243,29 @@ const Quirk kQuirks[] = {
     // such runs as two-, four- or eight-byte values reversed (found by the fuzz target).
     {"padding_of_odd_widths", Sensor::OrganisedLidar,
      [](PointCloud2& m) {
-         PointCloud2 odd = m;
-         odd.cloud.fields = {{"x", 0, kFloat32, 1}, {"y", 4, kFloat32, 1}, {"z", 8, kFloat32, 1},
-                             {"a", 29, kUint8, 1},  {"b", 48, kUint8, 1},  {"c", 69, kUint8, 1}};
-         odd.cloud.pointStep = 94;
-         odd.cloud.rowStep = 94 * m.cloud.width;
-         odd.data.assign(uint64_t(odd.cloud.rowStep) * m.cloud.height, 0);
-         for (uint64_t i = 0; i < uint64_t(m.cloud.height) * m.cloud.width; ++i) {
-             std::memcpy(&odd.data[i * 94], &m.data[i * 48], 12);
-             for (uint32_t b = 12; b < 94; ++b) odd.data[i * 94 + b] = uint8_t(i * 31 + b * 7);
-         }
-         m = odd;
+         m = withPadding(m, {{"a", 29, kUint8, 1}, {"b", 48, kUint8, 1}, {"c", 69, kUint8, 1}}, 94);
      },
      false},
+    // Runs of 12 and 16 bytes, which move by loops of their own.
+    {"padding_of_12_and_16", Sensor::OrganisedLidar,
+     [](PointCloud2& m) {
+         m = withPadding(m, {{"a", 24, kUint8, 1}, {"b", 41, kUint8, 1}}, 48);
+     },
+     false},
+    // The intensity in the stream, written back by a loop for each type.
     {"uint8_intensity", Sensor::OrganisedLidar,
      [](PointCloud2& m) {
          m.cloud.fields[3] = {"intensity", 16, kUint8, 1};
+     },
+     true},
+    {"uint16_intensity", Sensor::OrganisedLidar,
+     [](PointCloud2& m) {
+         m.cloud.fields[3] = {"intensity", 16, kUint16, 1};
+     },
+     true},
+    {"int32_intensity", Sensor::OrganisedLidar,
+     [](PointCloud2& m) {
+         m.cloud.fields[3] = {"intensity", 16, kInt32, 1};
      },
      true},
 };
