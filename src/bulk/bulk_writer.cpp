@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "bulk/encoded_chunks.h"
 #include "bulk/worker_threads.h"
 #include "encoder/enc_context.h"
 #include "encoder/enc_open.h"
@@ -66,4 +67,17 @@ zul_Status zul_bulk_WriterStruct::write(const zul_bulk_Points& points,
         storedOrder, failedAt);
     failed = status != zul_STATUS_OK;
     return status;
+}
+
+zul_Status zul_bulk_WriterStruct::writeEncoded(const char* const* chunks, const int64_t* sizes,
+                                               int64_t count, int64_t* failedAt) {
+    *failedAt = -1;
+    failed = true;
+    const int64_t written = zulbulk::appendEncoded(
+        syncMarker_, chunks, sizes, count,
+        [&](const char* bytes, size_t size) { return file.write(bytes, size); });
+    failed = written != count;
+    if (!failed) return zul_STATUS_OK;
+    *failedAt = written;
+    return zul_STATUS_WRITE_ERROR;
 }

@@ -253,4 +253,39 @@ TEST(BlockPlanner, EstimatesFromSamplesHoldWithinOnePercent) {
     }
 }
 
+// Blocks weighed on samples write the chunks measured whole as they are: the same bytes as
+// encoding them again (which asking for the stored order does), over blocks of differing sizes
+// and on any thread count.
+class KeptChunks : public TempFolderTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(KeptChunks, GiveTheBytesOfEncodingAgain) {
+    // Shuffled, so that strips beat the input's order.
+    std::vector<zul_Point> strip = flightStrip(60, 1000);
+    std::shuffle(strip.begin(), strip.end(), std::mt19937(3));
+    const zul_DataType type = makeDataType(0.01f, zul_COLOR_RGB888, 65535, false);
+    std::string files[2];
+    for (int recording = 0; recording < 2; ++recording) {
+        zulplan::PlanOptions options;
+        options.chunk = 1000;
+        options.threads = GetParam();
+        options.planner.exactLimit = 0;
+        options.planner.sampleTarget = 4000;
+        // Blocks of 25000, 25000 and 10000 points.
+        options.budgetBytes = 25000 * (2 * sizeof(zul_Point) + 24);
+        ASSERT_EQ(zulplan::blockCapacity(options.budgetBytes, 1000, zulplan::Order::Plan), 25000);
+        zulplan::PlannedWriter writer;
+        ASSERT_EQ(writer.open(path("a.zul"), type, nullptr, options), zul_STATUS_OK);
+        std::vector<uint64_t> order;
+        if (recording) writer.recordOrder(&order);
+        for (const zul_Point& p : strip) ASSERT_EQ(writer.write(p), zul_STATUS_OK);
+        ASSERT_EQ(writer.close(), zul_STATUS_OK);
+        EXPECT_NE(writer.summary().find("strips"), std::string::npos) << writer.summary();
+        files[recording] = readFile(path("a.zul"));
+    }
+    EXPECT_EQ(files[0], files[1]);
+    EXPECT_EQ(readZul(path("a.zul")).points.size(), strip.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Threads, KeptChunks, ::testing::Values(1, 2));
+
 }  // namespace
