@@ -341,6 +341,19 @@ ZUL_API zul_Status zul_bulk_writeEncodedChunks(zul_bulk_Writer writer, const cha
                                                const int64_t* chunkBytes, int64_t numChunks,
                                                int64_t* failedChunk);
 
+/* As zul_bulk_writeEncodedChunks, and, with a `storedOrder` (null: not asked for), tells in what
+ * order each chunk stores its points as zul_bulk_writeChunksOrdered does. `points` are then the
+ * points the chunks were encoded from, chunk after chunk (each chunk's count as its front gives
+ * it; the counts sum to points->numPoints), and the order is worked out again from them on the
+ * writer's threads, about a sort of the points. zul_STATUS_INVALID_ARGUMENT also for a
+ * `storedOrder` without `points`, a missing array, or counts that do not sum to
+ * points->numPoints (nothing written, the writer goes on). */
+ZUL_API zul_Status zul_bulk_writeEncodedChunksOrdered(zul_bulk_Writer writer,
+                                                      const char* const* chunks,
+                                                      const int64_t* chunkBytes, int64_t numChunks,
+                                                      const zul_bulk_Points* points,
+                                                      uint32_t* storedOrder, int64_t* failedChunk);
+
 /* Completes the file, frees the writer and sets `*writer` to null. With ZUL_BULK_WRITE_PUBLISH
  * the file is renamed over the path. Returns zul_STATUS_OK when the file holds the stream whole:
  * every chunk written and the file closed (and published); zul_STATUS_WRITE_ERROR if closing or

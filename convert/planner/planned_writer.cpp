@@ -170,8 +170,11 @@ zul_Status PlannedWriter::close() {
     return status;
 }
 
-zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
+zul_Status PlannedWriter::writeCutting(const Cutting& cutting, bool kept) {
     const size_t count = cutting.order.size();
+    const bool recording = order_ != nullptr || recorder_;
+    // Chunks measured whole go as they are; their points are gathered only for their order.
+    if (kept && !recording) return writeKept(nullptr, nullptr);
     columns_.resize(type_, count);
     double* positions = columns_.positionData();
     uint8_t* colors = columns_.colorData();
@@ -190,12 +193,13 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
     }
     const zul_bulk_Points points = {static_cast<int64_t>(count), positions, colors, reflections,
                                     normals};
-    const bool recording = order_ != nullptr || recorder_;
     if (recording) storedOrder_.resize(count);
     errno = 0;
-    const zul_Status status = zul_bulk_writeChunksOrdered(
-        file_, &points, chunkSizes_.data(), static_cast<int64_t>(chunkSizes_.size()),
-        recording ? storedOrder_.data() : nullptr, nullptr);
+    const zul_Status status =
+        kept ? writeKept(&points, storedOrder_.data())
+             : zul_bulk_writeChunksOrdered(file_, &points, chunkSizes_.data(),
+                                           static_cast<int64_t>(chunkSizes_.size()),
+                                           recording ? storedOrder_.data() : nullptr, nullptr);
     if (status != zul_STATUS_OK || !recording) return status;
     StoredChunk chunk;
     chunk.points = points;
@@ -253,7 +257,7 @@ zul_Status PlannedWriter::measureCutting(const Cutting& cutting, uint64_t& total
     return zul_STATUS_OK;
 }
 
-zul_Status PlannedWriter::writeKept() {
+zul_Status PlannedWriter::writeKept(const zul_bulk_Points* points, uint32_t* storedOrder) {
     const size_t chunks = cutting_.chunks();
     keptBytes_.resize(chunks);
     keptSizes_.resize(chunks);
@@ -262,8 +266,9 @@ zul_Status PlannedWriter::writeKept() {
         keptSizes_[c] = static_cast<int64_t>(kept_[c].size());
     }
     errno = 0;
-    return zul_bulk_writeEncodedChunks(file_, keptBytes_.data(), keptSizes_.data(),
-                                       static_cast<int64_t>(chunks), nullptr);
+    return zul_bulk_writeEncodedChunksOrdered(file_, keptBytes_.data(), keptSizes_.data(),
+                                              static_cast<int64_t>(chunks), points, storedOrder,
+                                              nullptr);
 }
 
 zul_Status PlannedWriter::flush() {
@@ -299,9 +304,7 @@ zul_Status PlannedWriter::flushWork() {
     Candidate candidate;
     zul_Status status = cutWork(candidate);
     if (status != zul_STATUS_OK) return status;
-    // Chunks measured whole are written as they are, unless their stored order is asked for.
-    const bool recording = order_ != nullptr || recorder_;
-    status = keptWhole_ && !recording ? writeKept() : writeCutting(cutting_);
+    status = writeCutting(cutting_, keptWhole_);
     if (status == zul_STATUS_WRITE_ERROR) fileErrno_ = errno;
     chosen_[candidate.describe()].blocks++;
     chosen_[candidate.describe()].points += work_.size();
@@ -326,10 +329,9 @@ zul_Status PlannedWriter::cutWork(Candidate& candidate) {
             // unless the candidate is sure to be the smaller.
             planner_->cut(work_, candidate, cutting_);
             uint64_t candidateBytes = 0;
-            const bool keep = !(order_ != nullptr || recorder_);
-            status = measureCutting(cutting_, candidateBytes, keep);
+            status = measureCutting(cutting_, candidateBytes, true);
             if (status != zul_STATUS_OK) return status;
-            keptWhole_ = keep;
+            keptWhole_ = true;
             if (static_cast<double>(candidateBytes) >
                 kSureRatio * static_cast<double>(inputCost.bytes)) {
                 Candidate input;

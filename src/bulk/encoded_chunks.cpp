@@ -18,14 +18,20 @@ uint64_t littleEndian(const unsigned char* bytes, int count) {
     return value;
 }
 
+// After the marker: the box (six 8-byte corners), the point count, a size a stream.
+const int kCountAt = ZUL_SYNC_MARKER_SIZE + 6 * 8;
+
 }  // namespace
+
+int64_t encodedChunkPoints(const char* bytes) {
+    return static_cast<int64_t>(
+        littleEndian(reinterpret_cast<const unsigned char*>(bytes) + kCountAt, 4));
+}
 
 bool encodedChunkWhole(const zul_DataType& type, const char* bytes, int64_t size) {
     const int64_t front = ZUL_SYNC_MARKER_SIZE + zullib::DataType::getChunkHeaderSize(type);
     if (bytes == nullptr || size < front) return false;
-    // After the marker: the box (six 8-byte corners), the point count, a size a stream.
-    const unsigned char* header =
-        reinterpret_cast<const unsigned char*>(bytes) + ZUL_SYNC_MARKER_SIZE + 6 * 8;
+    const unsigned char* header = reinterpret_cast<const unsigned char*>(bytes) + kCountAt;
     const uint64_t points = littleEndian(header, 4);
     if (points < 1 || points > ZUL_MAX_CHUNK_SIZE) return false;
     int64_t total = front;

@@ -15,6 +15,9 @@ namespace zulbulk {
 // the streams it lists take exactly `size` bytes.
 bool encodedChunkWhole(const zul_DataType& type, const char* bytes, int64_t size);
 
+// The point count in the front of a chunk that encodedChunkWhole accepted.
+int64_t encodedChunkPoints(const char* bytes);
+
 // Hands the chunks to `write` in order, each behind `marker` (ZUL_SYNC_MARKER_SIZE bytes) instead
 // of its own first bytes, a few chunks at a time. Returns the number of chunks all of whose bytes
 // were written: `count` unless `write` returned false.

@@ -1,7 +1,9 @@
-// Chunks encoded before and appended by the bulk writer: the same file as the writer encoding the
-// same chunks, whatever marker and sensor header the chunks' encoder had, and what is refused.
+// Chunks encoded before and appended by the bulk writer: the same file and stored order as the
+// writer encoding the same chunks, whatever marker and sensor header the chunks' encoder had, and
+// what is refused.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -62,7 +64,10 @@ TEST_F(EncodedChunksTest, AppendedChunksGiveTheFileOfEncodingThem) {
                                       ZUL_BULK_WRITE_REPLACE),
                   zul_STATUS_OK);
         zul_bulk_Points points = cloud.view();
-        ASSERT_EQ(zul_bulk_writeChunks(w.writer, &points, sizes.data(), 5, nullptr), zul_STATUS_OK);
+        std::vector<uint32_t> expectedOrder(3000), order(3000, UINT32_MAX);
+        ASSERT_EQ(zul_bulk_writeChunksOrdered(w.writer, &points, sizes.data(), 5,
+                                              expectedOrder.data(), nullptr),
+                  zul_STATUS_OK);
         ASSERT_EQ(zul_bulk_closeWriter(&w.writer), zul_STATUS_OK);
 
         // The encoder's marker and header are not the stream's; two calls, the first of one chunk.
@@ -77,9 +82,17 @@ TEST_F(EncodedChunksTest, AppendedChunksGiveTheFileOfEncodingThem) {
         EXPECT_EQ(zul_bulk_writeEncodedChunks(w.writer, bytes.data(), counts.data(), 1, &failed),
                   zul_STATUS_OK);
         EXPECT_EQ(failed, -1);
-        EXPECT_EQ(
-            zul_bulk_writeEncodedChunks(w.writer, bytes.data() + 1, counts.data() + 1, 4, nullptr),
-            zul_STATUS_OK);
+        // The rest with their stored order, worked out from their points.
+        zul_bulk_Points rest = points;
+        rest.numPoints -= sizes[0];
+        rest.positions += 3 * sizes[0];
+        rest.colors += 3 * sizes[0];
+        rest.reflections += sizes[0];
+        EXPECT_EQ(zul_bulk_writeEncodedChunksOrdered(w.writer, bytes.data() + 1, counts.data() + 1,
+                                                     4, &rest, order.data() + sizes[0], nullptr),
+                  zul_STATUS_OK);
+        EXPECT_TRUE(
+            std::equal(order.begin() + sizes[0], order.end(), expectedOrder.begin() + sizes[0]));
         ASSERT_EQ(zul_bulk_closeWriter(&w.writer), zul_STATUS_OK);
         EXPECT_EQ(readFile(appended), readFile(reference)) << (header ? "version 2" : "version 1");
     }
@@ -129,6 +142,17 @@ TEST_F(EncodedChunksTest, RefusesChunksThatDoNotFitTheirFrontOrType) {
               zul_STATUS_OK);
     for (const std::vector<int64_t>* wrong : {&shorter, &longer})
         EXPECT_EQ(zul_bulk_writeEncodedChunks(w.writer, bytes.data(), wrong->data(), 5, nullptr),
+                  zul_STATUS_INVALID_ARGUMENT);
+    // The points for the order must be those the chunks hold, with every array.
+    std::vector<uint32_t> order(3000);
+    zul_bulk_Points points = cloud.view(), fewer = points, noColor = points;
+    fewer.numPoints -= 1;
+    noColor.colors = nullptr;
+    for (const zul_bulk_Points* wrong :
+         {static_cast<const zul_bulk_Points*>(nullptr), static_cast<const zul_bulk_Points*>(&fewer),
+          static_cast<const zul_bulk_Points*>(&noColor)})
+        EXPECT_EQ(zul_bulk_writeEncodedChunksOrdered(w.writer, bytes.data(), counts.data(), 5,
+                                                     wrong, order.data(), nullptr),
                   zul_STATUS_INVALID_ARGUMENT);
     // The writer goes on.
     EXPECT_EQ(zul_bulk_writeEncodedChunks(w.writer, bytes.data(), counts.data(), 5, nullptr),
