@@ -284,10 +284,21 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
     // What the threads share is made before they start: the indices of the block and the bands of
     // the points for the samples of strips.
     allIndices(block.size());
+    // The bands along either axis, the two side by side.
+    const Candidate* axes[2] = {nullptr, nullptr};
     for (const Candidate& candidate : list)
         if (candidate.kind == Candidate::Strips && candidate.shift >= 0 &&
-            block.size() > options_.exactLimit)
-            prepareUnits(block, candidate);
+            block.size() > options_.exactLimit && axes[candidate.strips.axis] == nullptr)
+            axes[candidate.strips.axis] = &candidate;
+    std::vector<const Candidate*> unitsToMake;
+    for (const Candidate* first : axes)
+        if (first != nullptr) unitsToMake.push_back(first);
+    std::atomic<size_t> nextAxis{0};
+    zulbase::runWorkers(
+        zulbase::threadsFor(static_cast<int>(workspaces_.size()), unitsToMake.size()), [&](int) {
+            for (size_t i; (i = nextAxis++) < unitsToMake.size();)
+                prepareUnits(block, *unitsToMake[i]);
+        });
     std::vector<Estimate> estimates(list.size());
     std::vector<zul_Status> statuses(list.size(), zul_STATUS_OK);
     std::atomic<size_t> next{0};
