@@ -327,6 +327,33 @@ ZUL_API zul_Status zul_bulk_writeChunksOrdered(zul_bulk_Writer writer,
                                                const int32_t* chunkSizes, int64_t numChunks,
                                                uint32_t* storedOrder, int64_t* failedChunk);
 
+/* Appends `numChunks` chunks that were encoded before, as they are, in order: chunk k is the
+ * `chunkBytes[k]` bytes at `chunks[k]` that zul_enc_encodeChunk handed out, of an encoder of the
+ * writer's data type (of any sync marker and sensor header: the writer puts its stream's marker
+ * in place of each chunk's first ZUL_SYNC_MARKER_SIZE bytes). The file is then byte for byte
+ * what zul_bulk_writeChunks of the same points and chunks writes, without encoding them again.
+ * `failedChunk` as for zul_bulk_writeChunks. Returns zul_STATUS_OK (0 chunks write nothing);
+ * zul_STATUS_INVALID_ARGUMENT for a null `writer`, a negative count, null lists with chunks, or
+ * a chunk whose front does not fit its size and the data type (nothing written, the writer goes
+ * on); zul_STATUS_WRITE_ERROR if writing fails (which fails the writer); zul_STATUS_OUT_OF_MEMORY;
+ * zul_STATUS_INVALID_STATE for a writer that failed before. */
+ZUL_API zul_Status zul_bulk_writeEncodedChunks(zul_bulk_Writer writer, const char* const* chunks,
+                                               const int64_t* chunkBytes, int64_t numChunks,
+                                               int64_t* failedChunk);
+
+/* As zul_bulk_writeEncodedChunks, and, with a `storedOrder` (null: not asked for), tells in what
+ * order each chunk stores its points as zul_bulk_writeChunksOrdered does. `points` are then the
+ * points the chunks were encoded from, chunk after chunk (each chunk's count as its front gives
+ * it; the counts sum to points->numPoints), and the order is worked out again from them on the
+ * writer's threads, about a sort of the points. zul_STATUS_INVALID_ARGUMENT also for a
+ * `storedOrder` without `points`, a missing array, or counts that do not sum to
+ * points->numPoints (nothing written, the writer goes on). */
+ZUL_API zul_Status zul_bulk_writeEncodedChunksOrdered(zul_bulk_Writer writer,
+                                                      const char* const* chunks,
+                                                      const int64_t* chunkBytes, int64_t numChunks,
+                                                      const zul_bulk_Points* points,
+                                                      uint32_t* storedOrder, int64_t* failedChunk);
+
 /* Completes the file, frees the writer and sets `*writer` to null. With ZUL_BULK_WRITE_PUBLISH
  * the file is renamed over the path. Returns zul_STATUS_OK when the file holds the stream whole:
  * every chunk written and the file closed (and published); zul_STATUS_WRITE_ERROR if closing or

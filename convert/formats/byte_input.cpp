@@ -58,7 +58,7 @@ size_t ByteInput::readSome(void* data, size_t n) {
     return done;
 }
 
-void ByteInput::read(void* data, size_t n, const char* what) {
+void ByteInput::readAcross(void* data, size_t n, const char* what) {
     if (readSome(data, n) != n) fail(std::string("the file ends early, inside ") + what);
 }
 

@@ -24,7 +24,15 @@ public:
 
     // Reads exactly `n` bytes; throws FormatError ("ends early" with `what`) if the file is
     // shorter.
-    void read(void* data, size_t n, const char* what);
+    void read(void* data, size_t n, const char* what) {
+        // Most reads are small and lie within the buffer.
+        if (static_cast<size_t>(end_ - next_) >= n) {
+            std::memcpy(data, next_, n);
+            next_ += n;
+            return;
+        }
+        readAcross(data, n, what);
+    }
     // Reads up to `n` bytes, returns how many; 0 only at the end of the file.
     size_t readSome(void* data, size_t n);
     // Reads one line without its end ("\n" or "\r\n"); false at the end of the file. A line
@@ -36,6 +44,8 @@ public:
 
 private:
     bool refill();
+    // read() of bytes that the buffer does not hold all of.
+    void readAcross(void* data, size_t n, const char* what);
 
     std::string path_;
     std::FILE* file_ = nullptr;

@@ -69,7 +69,8 @@ public:
             in_.fail("the file ends before the " + std::to_string(count) +
                      " points its header announces (truncated)");
         }
-        record_.resize(recordLength_);
+        // Padded with zeros to whole 8-byte words, for the fields seen.
+        record_.assign((recordLength_ + 7) / 8 * 8, 0);
         if (colorOffset_ > 0) colorShift_ = colorIs16Bit(dataOffset, count) ? 8 : 0;
         layout_.hasColor = colorOffset_ > 0;
         layout_.hasIntensity = true;
@@ -87,12 +88,8 @@ public:
         if (remaining_ == 0) return false;
         --remaining_;
         unsigned char* r = record_.data();
-        in_.read(r, record_.size(), "a point record");
-        for (size_t w = 0; w < seen_.size(); ++w) {
-            uint64_t word = 0;
-            std::memcpy(&word, r + 8 * w, std::min<size_t>(8, record_.size() - 8 * w));
-            seen_[w] |= word;
-        }
+        in_.read(r, recordLength_, "a point record");
+        for (size_t w = 0; w < seen_.size(); ++w) seen_[w] |= loadLittle<uint64_t>(r + 8 * w);
         for (int axis = 0; axis < 3; ++axis) {
             grid_[axis] = loadLittle<int32_t>(r + 4 * axis);
             point.position[axis] = grid_[axis] * scale_[axis] + offset_[axis];
@@ -145,7 +142,7 @@ private:
     bool colorIs16Bit(uint64_t dataOffset, uint64_t count) {
         bool wide = false;
         for (uint64_t i = 0; i < count && !wide; ++i) {
-            in_.read(record_.data(), record_.size(), "a point record");
+            in_.read(record_.data(), recordLength_, "a point record");
             for (int c = 0; c < 3; ++c) {
                 wide = wide || loadLittle<uint16_t>(record_.data() + colorOffset_ + 2 * c) > 255;
             }

@@ -93,6 +93,20 @@ uint64_t phaseOf(uint64_t stretch, uint64_t mask) {
     return h & mask;
 }
 
+// Every candidate for a block of geometry `g`, the input's order first.
+std::vector<Candidate> candidatesOf(const Geometry& g, int chunk) {
+    std::vector<Candidate> list(2);
+    list[0].kind = Candidate::Input;
+    list[1].kind = Candidate::Kd;
+    for (int axis = 0; axis < 2; ++axis) {
+        for (int shift = 0; shift < kShifts; ++shift) {
+            Candidate c;
+            if (stripCandidate(g, axis, shift, chunk, c)) list.push_back(c);
+        }
+    }
+    return list;
+}
+
 uint64_t scaled(uint64_t bytes, size_t sampled, size_t total) {
     if (sampled == 0) return 0;
     return static_cast<uint64_t>(std::llround(
@@ -128,17 +142,7 @@ const IndexVector& BlockPlanner::allIndices(size_t n) {
 }
 
 std::vector<Candidate> BlockPlanner::candidates(PointSpan block) const {
-    std::vector<Candidate> list(2);
-    list[0].kind = Candidate::Input;
-    list[1].kind = Candidate::Kd;
-    const Geometry g = geometryOf(block);
-    for (int axis = 0; axis < 2; ++axis) {
-        for (int shift = 0; shift < kShifts; ++shift) {
-            Candidate c;
-            if (stripCandidate(g, axis, shift, options_.chunk, c)) list.push_back(c);
-        }
-    }
-    return list;
+    return candidatesOf(geometryOf(block), options_.chunk);
 }
 
 void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cutting) {
@@ -197,10 +201,19 @@ const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& c
             2 * every * kLargestSample * options_.sampleTarget <= block.size()))
         every *= 2;
     const uint64_t mask = every - 1;
+    int everyBits = 0;
+    while ((uint64_t{1} << everyBits) < every) ++everyBits;
+    const auto takes = [mask, everyBits](uint64_t band) {
+        return (band & mask) == phaseOf(band >> everyBits, mask);
+    };
+    // Whether each cluster is taken, worked out once a cluster rather than once a point.
+    std::vector<uint8_t>& taken = work.taken;
+    taken.resize(static_cast<size_t>(clusters));
+    for (uint64_t band = 0; band < clusters; ++band) taken[band] = takes(band);
     for (size_t i = 0; i < units.size(); ++i) {
         if (units[i] == UINT64_MAX) continue;
         const uint64_t band = units[i] >> cluster;
-        if ((band & mask) == phaseOf(band / every, mask))
+        if (band < clusters ? taken[band] != 0 : takes(band))
             sample.push_back(static_cast<uint32_t>(i));
     }
     return sample;
@@ -217,7 +230,9 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, E
                                   Workspace& work, const std::atomic<uint64_t>* bound) {
     estimate = Estimate();
     const size_t n = block.size();
-    Cutting cutting;
+    Cutting& cutting = work.cutting;
+    cutting.order.clear();
+    cutting.ends.clear();
     size_t sampled = n;
     if (n <= options_.exactLimit) {
         cut(block, candidate, cutting, work);
@@ -269,10 +284,21 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
     // What the threads share is made before they start: the indices of the block and the bands of
     // the points for the samples of strips.
     allIndices(block.size());
+    // The bands along either axis, the two side by side.
+    const Candidate* axes[2] = {nullptr, nullptr};
     for (const Candidate& candidate : list)
         if (candidate.kind == Candidate::Strips && candidate.shift >= 0 &&
-            block.size() > options_.exactLimit)
-            prepareUnits(block, candidate);
+            block.size() > options_.exactLimit && axes[candidate.strips.axis] == nullptr)
+            axes[candidate.strips.axis] = &candidate;
+    std::vector<const Candidate*> unitsToMake;
+    for (const Candidate* first : axes)
+        if (first != nullptr) unitsToMake.push_back(first);
+    std::atomic<size_t> nextAxis{0};
+    zulbase::runWorkers(
+        zulbase::threadsFor(static_cast<int>(workspaces_.size()), unitsToMake.size()), [&](int) {
+            for (size_t i; (i = nextAxis++) < unitsToMake.size();)
+                prepareUnits(block, *unitsToMake[i]);
+        });
     std::vector<Estimate> estimates(list.size());
     std::vector<zul_Status> statuses(list.size(), zul_STATUS_OK);
     std::atomic<size_t> next{0};
@@ -322,7 +348,7 @@ zul_Status BlockPlanner::choose(PointSpan block, Candidate& chosen, Estimate& co
     if (search) {
         sinceSearch_ = sampled ? 0 : -1;
         // k-d cells cost a large block several passes: weighed at its first search only.
-        const std::vector<Candidate> all = candidates(block);
+        const std::vector<Candidate> all = candidatesOf(g, options_.chunk);
         for (size_t i = 1; i < all.size(); ++i)
             if (all[i].kind != Candidate::Kd || !searched_) list.push_back(all[i]);
         searched_ = sampled;

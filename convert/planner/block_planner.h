@@ -71,6 +71,8 @@ private:
         StripScratch scratch;
         KdScratch cells;
         IndexVector sample;
+        std::vector<uint8_t> taken;  // of stripSample: whether each cluster of strips is taken
+        Cutting cutting;             // of a sample, or of the block measured whole
     };
 
     // With a `bound`, a candidate sure to cost more than it holds is given up: its estimate is

@@ -170,8 +170,11 @@ zul_Status PlannedWriter::close() {
     return status;
 }
 
-zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
+zul_Status PlannedWriter::writeCutting(const Cutting& cutting, bool kept) {
     const size_t count = cutting.order.size();
+    const bool recording = order_ != nullptr || recorder_;
+    // Chunks measured whole go as they are; their points are gathered only for their order.
+    if (kept && !recording) return writeKept(nullptr, nullptr);
     columns_.resize(type_, count);
     double* positions = columns_.positionData();
     uint8_t* colors = columns_.colorData();
@@ -190,12 +193,13 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
     }
     const zul_bulk_Points points = {static_cast<int64_t>(count), positions, colors, reflections,
                                     normals};
-    const bool recording = order_ != nullptr || recorder_;
     if (recording) storedOrder_.resize(count);
     errno = 0;
-    const zul_Status status = zul_bulk_writeChunksOrdered(
-        file_, &points, chunkSizes_.data(), static_cast<int64_t>(chunkSizes_.size()),
-        recording ? storedOrder_.data() : nullptr, nullptr);
+    const zul_Status status =
+        kept ? writeKept(&points, storedOrder_.data())
+             : zul_bulk_writeChunksOrdered(file_, &points, chunkSizes_.data(),
+                                           static_cast<int64_t>(chunkSizes_.size()),
+                                           recording ? storedOrder_.data() : nullptr, nullptr);
     if (status != zul_STATUS_OK || !recording) return status;
     StoredChunk chunk;
     chunk.points = points;
@@ -222,7 +226,9 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting) {
     return status;
 }
 
-zul_Status PlannedWriter::measureCutting(const Cutting& cutting, uint64_t& total) {
+zul_Status PlannedWriter::measureCutting(const Cutting& cutting, uint64_t& total, bool keep) {
+    // Each chunk has its own buffer: the threads never share one.
+    if (keep && kept_.size() < cutting.chunks()) kept_.resize(cutting.chunks());
     std::atomic<size_t> next{0};
     std::vector<uint64_t> totals(measures_.size(), 0);
     std::vector<zul_Status> statuses(measures_.size(), zul_STATUS_OK);
@@ -241,6 +247,7 @@ zul_Status PlannedWriter::measureCutting(const Cutting& cutting, uint64_t& total
                     return;
                 }
                 totals[static_cast<size_t>(w)] += static_cast<uint64_t>(size);
+                if (keep) kept_[c].assign(bytes, bytes + size);
             }
         });
     for (size_t w = 0; w < measures_.size(); ++w) {
@@ -248,6 +255,20 @@ zul_Status PlannedWriter::measureCutting(const Cutting& cutting, uint64_t& total
         total += totals[w];
     }
     return zul_STATUS_OK;
+}
+
+zul_Status PlannedWriter::writeKept(const zul_bulk_Points* points, uint32_t* storedOrder) {
+    const size_t chunks = cutting_.chunks();
+    keptBytes_.resize(chunks);
+    keptSizes_.resize(chunks);
+    for (size_t c = 0; c < chunks; ++c) {
+        keptBytes_[c] = kept_[c].data();
+        keptSizes_[c] = static_cast<int64_t>(kept_[c].size());
+    }
+    errno = 0;
+    return zul_bulk_writeEncodedChunksOrdered(file_, keptBytes_.data(), keptSizes_.data(),
+                                              static_cast<int64_t>(chunks), points, storedOrder,
+                                              nullptr);
 }
 
 zul_Status PlannedWriter::flush() {
@@ -283,7 +304,8 @@ zul_Status PlannedWriter::flushWork() {
     Candidate candidate;
     zul_Status status = cutWork(candidate);
     if (status != zul_STATUS_OK) return status;
-    status = writeCutting(cutting_);
+    status = writeCutting(cutting_, keptWhole_);
+    if (status == zul_STATUS_WRITE_ERROR) fileErrno_ = errno;
     chosen_[candidate.describe()].blocks++;
     chosen_[candidate.describe()].points += work_.size();
     workStart_ += work_.size();
@@ -293,6 +315,7 @@ zul_Status PlannedWriter::flushWork() {
 
 zul_Status PlannedWriter::cutWork(Candidate& candidate) {
     zul_Status status = zul_STATUS_OK;
+    keptWhole_ = false;
     if (options_.order == Order::Kd) {
         candidate.kind = Candidate::Kd;
     } else if (options_.order == Order::Plan) {
@@ -306,8 +329,9 @@ zul_Status PlannedWriter::cutWork(Candidate& candidate) {
             // unless the candidate is sure to be the smaller.
             planner_->cut(work_, candidate, cutting_);
             uint64_t candidateBytes = 0;
-            status = measureCutting(cutting_, candidateBytes);
+            status = measureCutting(cutting_, candidateBytes, true);
             if (status != zul_STATUS_OK) return status;
+            keptWhole_ = true;
             if (static_cast<double>(candidateBytes) >
                 kSureRatio * static_cast<double>(inputCost.bytes)) {
                 Candidate input;
@@ -315,10 +339,11 @@ zul_Status PlannedWriter::cutWork(Candidate& candidate) {
                 planner_->cut(work_, input, runs);
                 uint64_t inputBytes = 0;
                 ++checks_;
-                status = measure_->measure(work_.data(), runs, inputBytes);
+                status = measureCutting(runs, inputBytes, false);
                 if (status != zul_STATUS_OK) return status;
                 if (inputBytes < candidateBytes) {
                     ++fallbacks_;
+                    keptWhole_ = false;
                     candidate = input;
                     cutting_ = std::move(runs);
                 }

@@ -116,10 +116,16 @@ private:
     void joinJob();
     // Opens the bulk writer once the marker is known.
     zul_Status openFile();
-    // Gathers the points of `cutting` of the block in its order and writes them as its chunks.
-    zul_Status writeCutting(const Cutting& cutting);
-    // The bytes the chunks of `cutting` of the block take, measured on every measuring encoder.
-    zul_Status measureCutting(const Cutting& cutting, uint64_t& total);
+    // Writes the chunks of `cutting` of the block: those kept by measureCutting when `kept`,
+    // else its points gathered in its order and encoded. The points are gathered also for the
+    // stored order when it is asked for.
+    zul_Status writeCutting(const Cutting& cutting, bool kept);
+    // The bytes the chunks of `cutting` of the block take, measured on every measuring encoder;
+    // with `keep`, the chunks are kept in kept_ for writeKept().
+    zul_Status measureCutting(const Cutting& cutting, uint64_t& total, bool keep);
+    // Appends the chunks kept by measureCutting as they are, and with a `storedOrder` tells
+    // their order from `points`, the cutting's points gathered.
+    zul_Status writeKept(const zul_bulk_Points* points, uint32_t* storedOrder);
 
     PlanOptions options_;
     size_t capacity_ = 0;
@@ -140,6 +146,12 @@ private:
     zulbase::WorkerThreads job_;  // cuts and writes work_ (with more than one thread)
     zul_Status jobStatus_ = zul_STATUS_OK;
     Cutting cutting_;
+    // The chunks of cutting_ as measured, when they were (keptWhole_): written as they are.
+    // Their memory is reused from block to block.
+    std::vector<std::vector<char>> kept_;
+    bool keptWhole_ = false;
+    std::vector<const char*> keptBytes_;
+    std::vector<int64_t> keptSizes_;
     zulbase::PointColumns columns_;  // a cutting's points in its order, for the bulk writer
     std::vector<int32_t> chunkSizes_;
     std::vector<uint64_t>* order_ = nullptr;  // recordOrder's

@@ -1,7 +1,10 @@
 #include "bulk/bulk_writer.h"
 
 #include <algorithm>
+#include <atomic>
 
+#include "bulk/encoded_chunks.h"
+#include "bulk/stored_order.h"
 #include "bulk/worker_threads.h"
 #include "encoder/enc_context.h"
 #include "encoder/enc_open.h"
@@ -66,4 +69,41 @@ zul_Status zul_bulk_WriterStruct::write(const zul_bulk_Points& points,
         storedOrder, failedAt);
     failed = status != zul_STATUS_OK;
     return status;
+}
+
+zul_Status zul_bulk_WriterStruct::writeEncoded(const char* const* chunks, const int64_t* sizes,
+                                               int64_t count, int64_t* failedAt) {
+    *failedAt = -1;
+    failed = true;
+    const int64_t written = zulbulk::appendEncoded(
+        syncMarker_, chunks, sizes, count,
+        [&](const char* bytes, size_t size) { return file.write(bytes, size); });
+    failed = written != count;
+    if (!failed) return zul_STATUS_OK;
+    *failedAt = written;
+    return zul_STATUS_WRITE_ERROR;
+}
+
+void zul_bulk_WriterStruct::orderChunks(const zul_bulk_Points& points,
+                                        const std::vector<zulbulk::PlannedChunk>& plan,
+                                        uint32_t* storedOrder) const {
+    std::atomic<size_t> next{0};
+    const int workers =
+        zulbulk::resolveThreads(threads, static_cast<int64_t>(plan.size()), points.numPoints);
+    zulbulk::runWorkers(
+        workers,
+        [&](int) {
+            std::vector<zullib::zul_QuantizedPoint> records;
+            std::vector<unsigned char> scratch;
+            for (size_t k; (k = next++) < plan.size();) {
+                const size_t first = static_cast<size_t>(plan[k].first);
+                const zul_PointData slice = {
+                    plan[k].count, points.positions + 3 * first,
+                    points.colors ? points.colors + 3 * first : nullptr,
+                    points.reflections ? points.reflections + first : nullptr,
+                    points.normals ? points.normals + 3 * first : nullptr};
+                zulbulk::storedOrder(dataType, slice, storedOrder + first, records, scratch);
+            }
+        },
+        [&] { next = plan.size(); });
 }

@@ -24,6 +24,14 @@ struct zul_bulk_WriterStruct {
     // failure fails the writer.
     zul_Status write(const zul_bulk_Points& points, const std::vector<zulbulk::PlannedChunk>& plan,
                      uint32_t* storedOrder, int64_t* failedAt);
+    // Appends chunks encoded before (checked by the caller), each with the stream's marker; a
+    // failed write fails the writer and names the first chunk not wholly written in `failedAt`.
+    zul_Status writeEncoded(const char* const* chunks, const int64_t* sizes, int64_t count,
+                            int64_t* failedAt);
+    // The order each chunk of `plan` stores its points in (zulbulk::storedOrder), into
+    // `storedOrder`, on up to `threads` workers; the file is not touched.
+    void orderChunks(const zul_bulk_Points& points, const std::vector<zulbulk::PlannedChunk>& plan,
+                     uint32_t* storedOrder) const;
 
     zul_DataType dataType = {};
     zul_Header2 header = {};

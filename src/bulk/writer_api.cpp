@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "bulk/bulk_writer.h"
+#include "bulk/encoded_chunks.h"
 #include "bulk/status_guard.h"
 #include "frame/data_type.h"
 #include "frame/header2.h"
@@ -108,6 +109,51 @@ ZUL_API zul_Status zul_bulk_writeChunksOrdered(zul_bulk_Writer writer,
         if (!planFromSizes(points->numPoints, chunkSizes, numChunks, plan))
             return zul_STATUS_INVALID_ARGUMENT;
         const zul_Status status = writePlan(writer, *points, plan, storedOrder, failedChunk);
+        if (status == zul_STATUS_WRITE_ERROR) errno = writer->file.error();
+        return status;
+    });
+}
+
+ZUL_API zul_Status zul_bulk_writeEncodedChunks(zul_bulk_Writer writer, const char* const* chunks,
+                                               const int64_t* chunkBytes, int64_t numChunks,
+                                               int64_t* failedChunk) {
+    return zul_bulk_writeEncodedChunksOrdered(writer, chunks, chunkBytes, numChunks, nullptr,
+                                              nullptr, failedChunk);
+}
+
+ZUL_API zul_Status zul_bulk_writeEncodedChunksOrdered(zul_bulk_Writer writer,
+                                                      const char* const* chunks,
+                                                      const int64_t* chunkBytes, int64_t numChunks,
+                                                      const zul_bulk_Points* points,
+                                                      uint32_t* storedOrder, int64_t* failedChunk) {
+    setFailed(failedChunk, -1);
+    if (!writer || numChunks < 0 || (numChunks > 0 && (!chunks || !chunkBytes)) ||
+        (storedOrder && (!points || points->numPoints < 0)))
+        return zul_STATUS_INVALID_ARGUMENT;
+    if (writer->failed) return zul_STATUS_INVALID_STATE;
+    if (storedOrder && points->numPoints > 0 && arraysMissing(writer->dataType, *points))
+        return zul_STATUS_INVALID_ARGUMENT;
+    for (int64_t k = 0; k < numChunks; ++k)
+        if (!zulbulk::encodedChunkWhole(writer->dataType, chunks[k], chunkBytes[k]))
+            return zul_STATUS_INVALID_ARGUMENT;
+    return zulbulk::guardStatus([&] {
+        if (storedOrder) {
+            // The chunks' counts, from their fronts, cut the points.
+            std::vector<PlannedChunk> plan;
+            plan.reserve(static_cast<size_t>(numChunks));
+            int64_t first = 0;
+            for (int64_t k = 0; k < numChunks; ++k) {
+                const int64_t count = zulbulk::encodedChunkPoints(chunks[k]);
+                if (count > points->numPoints - first) return zul_STATUS_INVALID_ARGUMENT;
+                plan.push_back({first, static_cast<int32_t>(count)});
+                first += count;
+            }
+            if (first != points->numPoints) return zul_STATUS_INVALID_ARGUMENT;
+            writer->orderChunks(*points, plan, storedOrder);
+        }
+        int64_t failedAt = -1;
+        const zul_Status status = writer->writeEncoded(chunks, chunkBytes, numChunks, &failedAt);
+        setFailed(failedChunk, failedAt);
         if (status == zul_STATUS_WRITE_ERROR) errno = writer->file.error();
         return status;
     });

@@ -253,4 +253,44 @@ TEST(BlockPlanner, EstimatesFromSamplesHoldWithinOnePercent) {
     }
 }
 
+// Blocks weighed on samples write the chunks measured whole as they are, over blocks of
+// differing sizes and on any thread count: asking for the stored order changes no byte, and the
+// order told is the stream's.
+class KeptChunks : public TempFolderTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(KeptChunks, GiveTheSameBytesAndTheStreamsOrder) {
+    // Shuffled, so that strips beat the input's order; the reflection numbers the points.
+    std::vector<zul_Point> strip = flightStrip(60, 1000);
+    std::shuffle(strip.begin(), strip.end(), std::mt19937(3));
+    for (size_t i = 0; i < strip.size(); ++i) strip[i].reflection = static_cast<int32_t>(i);
+    const zul_DataType type = makeDataType(0.01f, zul_COLOR_RGB888, 65535, false);
+    std::string files[2];
+    std::vector<uint64_t> order;
+    for (int recording = 0; recording < 2; ++recording) {
+        zulplan::PlanOptions options;
+        options.chunk = 1000;
+        options.threads = GetParam();
+        options.planner.exactLimit = 0;
+        options.planner.sampleTarget = 4000;
+        // Blocks of 25000, 25000 and 10000 points.
+        options.budgetBytes = 25000 * (2 * sizeof(zul_Point) + 24);
+        ASSERT_EQ(zulplan::blockCapacity(options.budgetBytes, 1000, zulplan::Order::Plan), 25000);
+        zulplan::PlannedWriter writer;
+        ASSERT_EQ(writer.open(path("a.zul"), type, nullptr, options), zul_STATUS_OK);
+        if (recording) writer.recordOrder(&order);
+        for (const zul_Point& p : strip) ASSERT_EQ(writer.write(p), zul_STATUS_OK);
+        ASSERT_EQ(writer.close(), zul_STATUS_OK);
+        EXPECT_NE(writer.summary().find("strips"), std::string::npos) << writer.summary();
+        files[recording] = readFile(path("a.zul"));
+    }
+    EXPECT_EQ(files[0], files[1]);
+    const ZulFile file = readZul(path("a.zul"));
+    ASSERT_EQ(order.size(), strip.size());
+    ASSERT_EQ(file.points.size(), strip.size());
+    for (size_t k = 0; k < order.size(); ++k)
+        ASSERT_EQ(order[k], static_cast<uint64_t>(file.points[k].reflection)) << k;
+}
+
+INSTANTIATE_TEST_SUITE_P(Threads, KeptChunks, ::testing::Values(1, 2));
+
 }  // namespace
