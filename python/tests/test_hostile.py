@@ -36,68 +36,56 @@ READS = [
 ]
 
 
+# 4000000 points within the budget in 250 bytes: a density limit of 11806 points a byte takes them.
 @pytest.mark.parametrize("how,call", READS, ids=[r[0] for r in READS])
-@pytest.mark.parametrize("count,copies,budget,claim", [
-    (BOMB, 1, None, "claims 1073741823 points, past the budget of 256 MiB"),
-    (BOMB, 64, None, "claims 1073741823 points"),
-    (300000, 1, 1, "claims 300000 points, past the budget of 1 MiB"),
-], ids=["bomb", "64 bombs", "lowered budget"])
-def test_a_chunk_past_the_budget_is_refused_naming_it(tmp_path, how, call, count, copies,
-                                                      budget, claim):
+@pytest.mark.parametrize("count,copies,limits,claim", [
+    (BOMB, 1, dict(chunk_budget=None, point_density=None),
+     "claims 1073741823 points, past the budget of 256 MiB"),
+    (BOMB, 64, {}, "claims 1073741823 points"),
+    (300000, 1, dict(chunk_budget=1), "claims 300000 points, past the budget of 1 MiB"),
+    (4000000, 1, {}, "claims 4000000 points in its 78 bytes, bringing the first 250 bytes to "
+                     "4000000 points, past the density limit \\(1048576 points and 4 for each "
+                     "byte; point_density raises it, 0 lifts it\\)"),
+    (4000000, 1, dict(point_density=11805), "and 11805 for each byte"),
+], ids=["bomb", "64 bombs", "lowered budget", "density", "density raised one short"])
+def test_a_chunk_past_a_limit_is_refused_naming_it(tmp_path, how, call, count, copies, limits,
+                                                   claim):
     if how == "dask":
         pytest.importorskip("dask.dataframe")
     path, offset = forged(tmp_path, count, copies)
     with pytest.raises(zul.Error, match=claim) as refused:
-        call(path, chunk_budget=budget)
+        call(path, **limits)
     assert refused.value.status == "zul_STATUS_OVER_BUDGET" and refused.value.chunk == 0
     assert f"at byte {offset}" in str(refused.value)
 
 
-# 4000000 points within the budget in 250 bytes: a density limit of 11806 points a byte takes them.
-@pytest.mark.parametrize("how,call", READS, ids=[r[0] for r in READS])
-@pytest.mark.parametrize("density,claim", [
-    (None, "claims 4000000 points in its 78 bytes, bringing the first 250 bytes to 4000000 "
-           "points, past the density limit \\(1048576 points and 4 for each byte; point_density "
-           "raises it, 0 lifts it\\)"),
-    (11805, "and 11805 for each byte"),
-], ids=["default", "raised one short"])
-def test_a_chunk_past_the_density_limit_is_refused_naming_it(tmp_path, how, call, density, claim):
-    if how == "dask":
-        pytest.importorskip("dask.dataframe")
-    path, offset = forged(tmp_path, 4000000)
-    with pytest.raises(zul.Error, match=claim) as refused:
-        call(path, point_density=density)
-    assert refused.value.status == "zul_STATUS_OVER_BUDGET" and refused.value.chunk == 0
-    assert f"at byte {offset}" in str(refused.value)
+@pytest.mark.parametrize("count,limits", [
+    (4000000, dict(point_density=11806)), (4000000, dict(point_density=0)),
+    (300000, dict(chunk_budget=32)),
+], ids=["density raised", "density lifted", "budget raised"])
+def test_raised_limits_read_a_forged_count_that_fits(tmp_path, count, limits):
+    path, _ = forged(tmp_path, count)
+    assert len(zul.read(path, **limits).positions) == count
+    assert zul.chunks(path, **limits)[0].points == count
 
 
-@pytest.mark.parametrize("density", [11806, 0], ids=["raised", "lifted"])
-def test_a_raised_density_limit_reads_a_forged_count(tmp_path, density):
-    path, _ = forged(tmp_path, 4000000)
-    assert len(zul.read(path, point_density=density).positions) == 4000000
-    assert zul.chunks(path, point_density=density)[0].points == 4000000
-
-
-@pytest.mark.parametrize("density,error", [(-1, ValueError), (True, TypeError), (2.5, TypeError)])
-def test_a_density_that_is_no_count_is_refused(tmp_path, density, error):
+@pytest.mark.parametrize("limit,value,error", [
+    ("point_density", -1, ValueError), ("point_density", True, TypeError),
+    ("point_density", 2.5, TypeError), ("chunk_budget", 0, ValueError),
+    ("chunk_budget", True, TypeError), ("chunk_budget", 1.5, TypeError)])
+def test_a_limit_that_is_no_count_is_refused(tmp_path, limit, value, error):
     zul.write(tmp_path / "a.zul", np.zeros((2, 3)))
-    with pytest.raises(error, match="point_density"):
-        zul.read(tmp_path / "a.zul", point_density=density)
-    with pytest.raises(ValueError, match="point_density"):
-        zul.decompress(tmp_path / "a.zul", tmp_path / "a.xyz", point_density=-1)
-
-
-def test_a_raised_budget_reads_a_forged_count_that_fits(tmp_path):
-    path, _ = forged(tmp_path, 300000)
-    assert len(zul.read(path, chunk_budget=32).positions) == 300000
+    with pytest.raises(error, match=limit):
+        zul.read(tmp_path / "a.zul", **{limit: value})
+    if error is ValueError:
+        with pytest.raises(ValueError, match=limit):
+            zul.decompress(tmp_path / "a.zul", tmp_path / "a.xyz", **{limit: value})
 
 
 def test_decompress_takes_the_budget(tmp_path):
     path, _ = forged(tmp_path, 300000)
     with pytest.raises(zul.Error, match="claims 300000 points"):
         zul.decompress(path, tmp_path / "out.xyz", chunk_budget=1)
-    with pytest.raises(ValueError, match="chunk_budget"):
-        zul.decompress(path, tmp_path / "out.xyz", chunk_budget=0)
 
 
 REFUSED_NAMES = [
@@ -115,13 +103,6 @@ def test_a_nul_inside_a_name_is_refused(tmp_path, how, call):
     zul.write(tmp_path / "a.zul", np.zeros((2, 3)))
     with pytest.raises(ValueError, match="NUL"):
         call(str(tmp_path / "a.zul") + "\0.bak")
-
-
-@pytest.mark.parametrize("budget,error", [(0, ValueError), (True, TypeError), (1.5, TypeError)])
-def test_a_budget_that_is_no_size_is_refused(tmp_path, budget, error):
-    zul.write(tmp_path / "a.zul", np.zeros((2, 3)))
-    with pytest.raises(error, match="chunk_budget"):
-        zul.read(tmp_path / "a.zul", chunk_budget=budget)
 
 
 def test_a_file_larger_than_the_machine_is_refused_before_allocating(tmp_path):

@@ -4,17 +4,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "check.h"
 #include "zul_companion.h"
-
-static int failures = 0;
-
-#define CHECK(cond)                                                            \
-    do {                                                                       \
-        if (!(cond)) {                                                         \
-            fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++failures;                                                        \
-        }                                                                      \
-    } while (0)
 
 static uint64_t le(const unsigned char* p, int size) {
     uint64_t value = 0;

@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "check.h"
 #include "zul.h"
 
 /* A C99 static assertion: a negative array size fails to compile. */
@@ -19,16 +20,6 @@ LAYOUT(sizeof(zul_Point) == 48, point);
 LAYOUT(offsetof(zul_Point, reflection) == 28, point_reflection);
 LAYOUT(sizeof(zul_dec_Params) == 20, params);
 LAYOUT(sizeof(zul_Status) == 4, status);
-
-static int failures = 0;
-
-#define CHECK(cond)                                                            \
-    do {                                                                       \
-        if (!(cond)) {                                                         \
-            fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++failures;                                                        \
-        }                                                                      \
-    } while (0)
 
 /* The first four outputs of MT19937 for the seed 5489, least significant byte first. */
 static const unsigned char kMarker5489[16] = {0x5C, 0xBB, 0x91, 0xD0, 0xF6, 0x9E, 0xAE, 0x22,

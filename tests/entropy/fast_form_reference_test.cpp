@@ -86,6 +86,24 @@ int64_t signedPayload(uint64_t raw, int length, bool nonNegative) {
     return static_cast<int64_t>(raw);
 }
 
+// The plain reader: the prefix bit by bit, then the payload, sign-extended if signed; the delta,
+// unless the code is an escape.
+bool readPlainCode(BitStreamIn& in, const TableCase& table, const CVR::LookupTable& ranges,
+                   int64_t& delta) {
+    const int last = static_cast<int>(table.table.size()) - 1;
+    int prefix = 0;
+    while (prefix < last && in.readBits(1) == 1) ++prefix;
+    const int length = table.table[static_cast<size_t>(prefix)];
+    if (length == 255) return false;
+    const uint64_t raw = in.readBits(length);
+    CVR::decodeDelta(delta, ranges, signedPayload(raw, length, table.nonNegative), prefix);
+    return true;
+}
+
+int bitsRead(const BitStreamIn& in) {
+    return static_cast<int>(in.bytePosition * 8 + in.bitPosition);
+}
+
 TEST_P(FastForms, DeltaEncoderFindsTheRangesCvrFinds) {
     const DeltaEncoder encoder(lookup);
     ASSERT_TRUE(encoder.usable());
@@ -143,24 +161,15 @@ TEST_P(FastForms, CodeLookupReadsThePlainCodes) {
     const TableCase& c = GetParam();
     const CodeLookup codes(c.table, lastPrefix, c.nonNegative, DeltaDecoder(lookup));
     for (uint64_t pattern = 0; pattern <= CodeLookup::kPeekMask; ++pattern) {
-        // The plain reader: the prefix bit by bit, then the payload, sign-extended if signed.
         const unsigned char bytes[8] = {static_cast<unsigned char>(pattern),
                                         static_cast<unsigned char>(pattern >> 8)};
         BitStreamIn in(bytes, 8, 0);
-        int prefix = 0;
-        while (prefix < lastPrefix && in.readBits(1) == 1) ++prefix;
-        const int length = c.table[static_cast<size_t>(prefix)];
         const CodeLookup::Entry& entry = codes.entries()[pattern];
         SCOPED_TRACE(::testing::Message() << "pattern " << pattern);
-        if (length == 255) {
-            EXPECT_EQ(entry.bits(), 0);
-            continue;
-        }
-        const uint64_t raw = in.readBits(length);
-        const int used = static_cast<int>(in.bytePosition * 8 + in.bitPosition);
-        int64_t delta;
-        CVR::decodeDelta(delta, lookup, signedPayload(raw, length, c.nonNegative), prefix);
-        if (used > CodeLookup::kPeekBits || delta < CodeLookup::Entry::kMinDelta ||
+        int64_t delta = 0;
+        const bool isDelta = readPlainCode(in, c, lookup, delta);
+        const int used = bitsRead(in);
+        if (!isDelta || used > CodeLookup::kPeekBits || delta < CodeLookup::Entry::kMinDelta ||
             delta > CodeLookup::Entry::kMaxDelta) {
             EXPECT_EQ(entry.bits(), 0);
             continue;
@@ -184,17 +193,6 @@ TEST_P(FastForms, CodePairLookupReadsTwoPlainCodes) {
         const CodePairLookup pairs(
             firstCodes,
             CodeLookup(second.table, secondLast, second.nonNegative, DeltaDecoder(secondLookup)));
-        // The plain reader: the prefix bit by bit, then the payload; the delta, if it is one.
-        const auto plainCode = [](BitStreamIn& in, const TableCase& table, int last,
-                                  const CVR::LookupTable& ranges, int64_t& delta) {
-            int prefix = 0;
-            while (prefix < last && in.readBits(1) == 1) ++prefix;
-            const int length = table.table[static_cast<size_t>(prefix)];
-            if (length == 255) return false;
-            const uint64_t raw = in.readBits(length);
-            CVR::decodeDelta(delta, ranges, signedPayload(raw, length, table.nonNegative), prefix);
-            return true;
-        };
         for (uint64_t pattern = 0; pattern <= CodeLookup::kPeekMask; ++pattern) {
             const unsigned char bytes[8] = {static_cast<unsigned char>(pattern),
                                             static_cast<unsigned char>(pattern >> 8)};
@@ -202,8 +200,8 @@ TEST_P(FastForms, CodePairLookupReadsTwoPlainCodes) {
             const CodePairLookup::Entry& entry = pairs.entries()[pattern];
             SCOPED_TRACE(::testing::Message() << "pattern " << pattern << (again ? ", again" : ""));
             int64_t firstDelta = 0, secondDelta = 0;
-            const bool firstIsDelta = plainCode(in, c, lastPrefix, lookup, firstDelta);
-            const int firstUsed = static_cast<int>(in.bytePosition * 8 + in.bitPosition);
+            const bool firstIsDelta = readPlainCode(in, c, lookup, firstDelta);
+            const int firstUsed = bitsRead(in);
             // A code of no bits is left to the long way, as CodeLookup leaves it.
             if (!firstIsDelta || firstUsed == 0 || firstUsed > CodeLookup::kPeekBits ||
                 firstDelta < CodeLookup::Entry::kMinDelta ||
@@ -214,8 +212,8 @@ TEST_P(FastForms, CodePairLookupReadsTwoPlainCodes) {
             }
             EXPECT_EQ(entry.firstBits(), firstUsed);
             EXPECT_EQ(entry.first(), firstDelta);
-            const bool secondIsDelta = plainCode(in, second, secondLast, secondLookup, secondDelta);
-            const int bothUsed = static_cast<int>(in.bytePosition * 8 + in.bitPosition);
+            const bool secondIsDelta = readPlainCode(in, second, secondLookup, secondDelta);
+            const int bothUsed = bitsRead(in);
             if (!secondIsDelta || bothUsed == firstUsed || bothUsed > CodeLookup::kPeekBits ||
                 secondDelta < CodeLookup::Entry::kMinDelta ||
                 secondDelta > CodeLookup::Entry::kMaxDelta) {

@@ -22,18 +22,24 @@
 #include "support/temp_folder.h"
 #include "zul_bulk.h"
 
-// A whole file as bytes, and bytes as a whole file.
-inline std::string readBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
+// readFile and writeFile under the names the conversions' tests use.
+inline std::string readBytes(const std::string& path) { return readFile(path); }
 inline void writeBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
+    writeFile(path, bytes);
 }
 
 inline std::string dataFile(const std::string& name) {
     return std::string(ZUL_DATA_DIR) + "/" + name;
+}
+
+// The text with {d} made the folder and {data} that of the shared clouds.
+inline std::string expand(std::string text, const std::string& folder) {
+    for (const auto& [key, value] :
+         {std::pair<std::string, std::string>{"{d}", folder}, {"{data}", ZUL_DATA_DIR}}) {
+        for (size_t at; (at = text.find(key)) != std::string::npos;)
+            text.replace(at, key.size(), value);
+    }
+    return text;
 }
 
 class ToolTest : public TempFolderTest {
@@ -54,18 +60,21 @@ struct ToolRun {
     std::string output;  // standard output and standard error together
 };
 
-// Runs the zul program with `arguments` (already quoted for the shell).
-inline ToolRun runTool(const std::string& arguments) {
+// Runs a shell command; its exit code (-1 if it died of a signal) and its standard output.
+inline ToolRun runShell(const std::string& command) {
     ToolRun run;
-    const std::string command = std::string(ZUL_TOOL_PATH) + " " + arguments + " 2>&1";
     FILE* pipe = ::popen(command.c_str(), "r");
     if (pipe == nullptr) return run;
-    char buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
+    for (char buffer[4096]; size_t n = std::fread(buffer, 1, sizeof buffer, pipe);)
+        run.output.append(buffer, n);
     const int status = ::pclose(pipe);
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return run;
+}
+
+// Runs the zul program with `arguments` (already quoted for the shell).
+inline ToolRun runTool(const std::string& arguments) {
+    return runShell(std::string(ZUL_TOOL_PATH) + " " + arguments + " 2>&1");
 }
 
 // Whether the tool ran with `arguments` and succeeded; its output if not.

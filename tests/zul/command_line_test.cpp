@@ -4,7 +4,6 @@
 // of the messages and the files the folder holds afterwards.
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -20,11 +19,9 @@ namespace {
 
 struct CliCase {
     const char* name;
-    // Steps run first, separated by ';': "zul ARGS", "copy SHARED NAME", "text NAME WORDS"
-    // (the file then holds "precious"), "cut NAME BYTES" (drops the last bytes), "poke NAME
-    // OFFSET BYTE", "limit BYTES" (the run itself may make files of these many bytes only),
-    // "link NAME TARGET" (a symbolic link to a file that need not exist), "echo NAME TEXT" (TEXT
-    // with \n and \xHH escapes), "cat NAME FILES" (the files one after another).
+    // A shell script run first in the folder, where "zul ARGS" runs the tool (each run must
+    // succeed), "text NAME" makes a file that holds "precious" and "poke NAME OFFSET BYTE" sets
+    // a byte; or "limit BYTES": the run itself may make files of these many bytes only.
     const char* setup;
     const char* arguments;  // {d} is the test's folder, {data} the shared clouds
     int exitCode;
@@ -39,11 +36,11 @@ void PrintTo(const CliCase& c, std::ostream* out) { *out << c.name; }
 #define BUNNY "zul compress -q --no-companion --chunk 100 {data}/bun0.pcd {d}/b.zul"
 // Streams one after another: the bunny twice (1932 bytes each), and the bunny (step 0.001,
 // normals), a LAS scan (step 0.01, colour, intensity, 1065 points) and the bunny.
-#define TWICE BUNNY "; cat bb.zul b.zul b.zul"
+#define TWICE BUNNY "; cat b.zul b.zul > bb.zul"
 #define MIXED                                                                \
     BUNNY                                                                    \
     "; zul compress -q --no-companion {data}/1.2-with-color.las {d}/c.zul; " \
-    "cat m.zul b.zul c.zul b.zul"
+    "cat b.zul c.zul b.zul > m.zul"
 
 const CliCase kCases[] = {
     // Version and usage.
@@ -56,10 +53,10 @@ const CliCase kCases[] = {
     {"missing value", "", "compress {d}/a.las --step", 2, "--step", ""},
     {"help of a command", "", "help verify", 0, "Usage: zul verify", ""},
     {"no input", "", "info", 2, "no input file given", ""},
-    {"a file for a command", "copy sample_c.las scan.las", "{d}/scan.las", 2,
+    {"a file for a command", "cp {data}/sample_c.las scan.las", "{d}/scan.las", 2,
      "To compress it: zul compress", "scan.las"},
     // Names, many files and overwrites.
-    {"compress beside", "copy sample_c.las scan.las", "compress -q {d}/scan.las", 0, "",
+    {"compress beside", "cp {data}/sample_c.las scan.las", "compress -q {d}/scan.las", 0, "",
      "scan.las scan.zul scan.zulx"},
     {"compress to a name", "", "compress -q {data}/bun0.pcd {d}/x.zul", 0, "", "x.zul x.zulx"},
     {"compress to another format", "", "compress {data}/bun0.pcd {d}/b.ply", 1,
@@ -67,21 +64,22 @@ const CliCase kCases[] = {
     // The writer keeps the few bytes of the bunny until it closes: the close fails.
     {"failed close", "limit 512", "compress {data}/bun0.pcd {d}/b.zul", 1,
      "b.zul: the file cannot be created or written (write error)", ""},
-    {"existing output kept", "copy sample_c.las scan.las; text scan.zul", "compress {d}/scan.las",
-     1, "scan.zul: exists already; use -f (--force)", "scan.las scan.zul"},
+    {"existing output kept", "cp {data}/sample_c.las scan.las; text scan.zul",
+     "compress {d}/scan.las", 1, "scan.zul: exists already; use -f (--force)", "scan.las scan.zul"},
     {"decompress to the input's own name", "zul compress -q {data}/sample_c.las {d}/s.zul",
      "decompress -q {d}/s.zul", 0, "", "s.zul s.zulx sample_c.las"},
-    {"an old companion kept", "copy sample_c.las scan.las; text scan.zulx",
+    {"an old companion kept", "cp {data}/sample_c.las scan.las; text scan.zulx",
      "compress --no-companion {d}/scan.las", 1, "scan.zulx: exists already; use -f (--force)",
      "scan.las scan.zulx"},
-    {"existing output forced", "copy sample_c.las scan.las; text scan.zul",
+    {"existing output forced", "cp {data}/sample_c.las scan.las; text scan.zul",
      "compress -q -f {d}/scan.las", 0, "", "scan.las scan.zul scan.zulx"},
     {"many inputs, one bad",
-     "copy sample_c.las in/a.las; copy 1.2-with-color.las in/b.las; text in/c.las",
+     "mkdir in; cp {data}/sample_c.las in/a.las; cp {data}/1.2-with-color.las in/b.las; text "
+     "in/c.las",
      "compress -q {d}/in/a.las {d}/in/c.las {d}/in/b.las -o {d}/out/", 1,
      "c.las: the file ends early, inside the LAS header\nzul: 1 of 3 files failed",
      "in/a.las in/b.las in/c.las out/a.zul out/a.zulx out/b.zul out/b.zulx"},
-    {"one name for many", "copy sample_c.las a.las; copy sample_c.las b.las",
+    {"one name for many", "cp {data}/sample_c.las a.las; cp {data}/sample_c.las b.las",
      "compress {d}/a.las {d}/b.las -o {d}/c.zul", 2, "names one file for 2 inputs", "a.las b.las"},
     {"decompress needs a format", BUNNY, "decompress {d}/b.zul", 2, "name the output", "b.zul"},
     {"decompress beside by format", BUNNY, "decompress -q --format ply {d}/b.zul", 0, "",
@@ -95,7 +93,7 @@ const CliCase kCases[] = {
      "zul compress -q --no-companion {data}/bun0.pcd {d}/b.zul; text b.ply",
      "decompress {d}/b.zul {d}/b.ply", 1, "b.ply: exists already", "b.ply b.zul"},
     // Formats by content before the extension, and --format.
-    {"las content under another name", "copy sample_c.las scan.xyz",
+    {"las content under another name", "cp {data}/sample_c.las scan.xyz",
      "compress {d}/scan.xyz {d}/s.zul", 0, "scan.xyz (LAS) ->", "s.zul s.zulx scan.xyz"},
     {"format chosen for the output",
      "zul compress -q --no-companion {data}/bun0.pcd {d}/b.zul; zul decompress -q "
@@ -104,7 +102,7 @@ const CliCase kCases[] = {
     {"format chosen for the input", "text pts.dat", "compress -q --format xyz {d}/pts.dat", 1,
      "pts.dat: line 1: a line of column names without x, y and z", "pts.dat"},
     {"zul is not a cloud", BUNNY, "compress --format zul {d}/b.zul", 2, "--format zul", "b.zul"},
-    {"cloud is not zul", "copy sample_c.las s.zul", "decompress {d}/s.zul {d}/s.ply", 1,
+    {"cloud is not zul", "cp {data}/sample_c.las s.zul", "decompress {d}/s.zul {d}/s.ply", 1,
      "s.zul: is a LAS file, not a zul file", "s.zul"},
     {"unknown format name", BUNNY, "decompress --format e57 {d}/b.zul", 2,
      "--format \"e57\" is not a format", "b.zul"},
@@ -145,26 +143,27 @@ const CliCase kCases[] = {
      "b.zul: chunk 0 (byte 172) claims 1056964708 points (76609 MiB decoded), more than the "
      "memory budget of 256 MiB a chunk allows",
      "b.zul"},
-    {"info of a cut file", BUNNY "; cut b.zul 10", "info {d}/b.zul", 1,
+    {"info of a cut file", BUNNY "; truncate -s -10 b.zul", "info {d}/b.zul", 1,
      "chunks       3\npoints       300\n", "b.zul"},
-    {"info of a cut file says where", BUNNY "; cut b.zul 10", "info {d}/b.zul", 1,
+    {"info of a cut file says where", BUNNY "; truncate -s -10 b.zul", "info {d}/b.zul", 1,
      "b.zul: damaged at chunk 3 (byte ", "b.zul"},
     {"info of a missing file", "", "info {d}/none.zul", 1, "none.zul: the file cannot be opened",
      ""},
     // verify and salvage.
     {"verify intact", BUNNY, "verify {d}/b.zul", 0, "b.zul: OK, 4 chunks, 397 points", "b.zul"},
-    {"verify cut", BUNNY "; cut b.zul 10", "verify {d}/b.zul {d}/b.zul", 1,
+    {"verify cut", BUNNY "; truncate -s -10 b.zul", "verify {d}/b.zul {d}/b.zul", 1,
      "): 300 points in 3 chunks before it are intact; the file ends inside a chunk (truncated)",
      "b.zul"},
-    {"verify of a foreign file", "copy bun0.pcd b.zul", "verify -q {d}/b.zul", 1, "not a zul file",
-     "b.zul"},
-    {"cut file refused", BUNNY "; cut b.zul 10", "decompress {d}/b.zul {d}/b.xyz", 1,
+    {"verify of a foreign file", "cp {data}/bun0.pcd b.zul", "verify -q {d}/b.zul", 1,
+     "not a zul file", "b.zul"},
+    {"cut file refused", BUNNY "; truncate -s -10 b.zul", "decompress {d}/b.zul {d}/b.xyz", 1,
      "b.zul: the file ends inside a chunk (truncated)", "b.zul"},
-    {"cut file salvaged", BUNNY "; cut b.zul 10", "decompress --salvage {d}/b.zul {d}/b.xyz", 1,
-     "300 points in 3 chunks before it are intact", "b.xyz b.zul"},
+    {"cut file salvaged", BUNNY "; truncate -s -10 b.zul",
+     "decompress --salvage {d}/b.zul {d}/b.xyz", 1, "300 points in 3 chunks before it are intact",
+     "b.xyz b.zul"},
     {"intact file salvaged", BUNNY, "decompress --salvage {d}/b.zul {d}/b.xyz", 0, "397 points",
      "b.xyz b.zul"},
-    {"cut file salvaged on threads", BUNNY "; cut b.zul 10",
+    {"cut file salvaged on threads", BUNNY "; truncate -s -10 b.zul",
      "decompress -j 3 --salvage {d}/b.zul {d}/b.xyz", 1,
      "300 points in 3 chunks before it are intact", "b.xyz b.zul"},
     // Threads and boxes.
@@ -198,7 +197,7 @@ const CliCase kCases[] = {
      "b.zul"},
     {"info of standard input", BUNNY, "info - < {d}/b.zul", 0, "file         standard input",
      "b.zul"},
-    {"a pipe cut short", "copy sample_c.las c.las; cut c.las 1000",
+    {"a pipe cut short", "cp {data}/sample_c.las c.las; truncate -s -1000 c.las",
      "compress - -o {d}/a.zul < {d}/c.las", 1, "standard input: ", "c.las"},
     {"options end at --", "", "compress -q -- {data}/bun0.pcd {d}/a.zul", 0, "", "a.zul a.zulx"},
     {"standard output needs a format", BUNNY, "decompress {d}/b.zul -o -", 2,
@@ -209,16 +208,16 @@ const CliCase kCases[] = {
      "/dev/full: writing failed (No space left on device)", "b.zul"},
     {"full device for compress", "", "compress {data}/bun0.pcd -o /dev/full", 1,
      "/dev/full: writing failed (No space left on device)", ""},
-    {"link written through", BUNNY "; link out.xyz real/b.xyz",
+    {"link written through", BUNNY "; mkdir real; ln -s {d}/real/b.xyz out.xyz",
      "decompress -q -f {d}/b.zul -o {d}/out.xyz", 0, "", "b.zul real/b.xyz real/b.xyz"},
     {"output is the input", BUNNY, "decompress -f {d}/b.zul -o {d}/b.zul --format xyz", 1,
      "b.zul: is the input itself; name another output", "b.zul"},
     {"verify of a missing file", "", "verify {d}/none.zul", 1,
      "none.zul: the file cannot be opened (No such file or directory)", ""},
-    {"a folder as input", "copy bun0.pcd in/b.pcd", "compress {d}/in {d}/a.zul", 1,
+    {"a folder as input", "mkdir in; cp {data}/bun0.pcd in/b.pcd", "compress {d}/in {d}/a.zul", 1,
      "in: is a folder", "in/b.pcd"},
     // Small ones.
-    {"csv with a byte order mark", "echo b.csv \\xEF\\xBB\\xBFx,y,z\\n1,2,3\\n4,5,6\\n",
+    {"csv with a byte order mark", "printf '\\357\\273\\277x,y,z\\n1,2,3\\n4,5,6\\n' > b.csv",
      "compress --step 0.5 {d}/b.csv {d}/b.zul", 0, "b.csv (CSV text) -> {d}/b.zul: 2 points",
      "b.csv b.zul"},
     {"chunk of none", "", "compress --chunk 0 {data}/bun0.pcd {d}/a.zul", 2,
@@ -235,8 +234,8 @@ const CliCase kCases[] = {
     {"verify streams from standard input", TWICE, "verify - < {d}/bb.zul", 0,
      "standard input: OK, 2 streams", "b.zul bb.zul"},
     {"an empty stream between",
-     BUNNY "; echo e.xyz x y z\n; zul compress -q --step 0.5 {d}/e.xyz "
-           "{d}/e.zul; cat m.zul b.zul e.zul b.zul",
+     BUNNY "; printf 'x y z\\n' > e.xyz; zul compress -q --step 0.5 {d}/e.xyz "
+           "{d}/e.zul; cat b.zul e.zul b.zul > m.zul",
      "verify {d}/m.zul", 0, "m.zul: OK, 3 streams one after another, 8 chunks, 794 points",
      "b.zul e.xyz e.zul m.zul"},
     {"info of streams", MIXED, "info {d}/m.zul", 0,
@@ -263,18 +262,18 @@ const CliCase kCases[] = {
      0, "795\n", "b.zul bb.zul"},
     {"streams on grids that do not fit",
      "zul compress -q --no-companion --step 0.002 {data}/bun0.pcd {d}/a.zul; "
-     "zul compress -q --no-companion --step 0.003 {data}/bun0.pcd {d}/b.zul; cat ab.zul a.zul "
-     "b.zul",
+     "zul compress -q --no-companion --step 0.003 {data}/bun0.pcd {d}/b.zul; cat a.zul b.zul > "
+     "ab.zul",
      "decompress {d}/ab.zul {d}/ab.las", 1,
      "ab.zul: stream 2 (byte 1604), of step 0.003, does not lie on the grid of stream 1 (byte 0), "
      "of step 0.002; one output holds one grid",
      "a.zul ab.zul b.zul"},
     {"streams on other grids as numbers",
      "zul compress -q --no-companion --step 0.002 {data}/bun0.pcd {d}/a.zul; "
-     "zul compress -q --no-companion --step 0.003 {data}/bun0.pcd {d}/b.zul; cat ab.zul a.zul "
-     "b.zul",
+     "zul compress -q --no-companion --step 0.003 {data}/bun0.pcd {d}/b.zul; cat a.zul b.zul > "
+     "ab.zul",
      "decompress {d}/ab.zul {d}/ab.xyz", 0, "(XYZ text): 794 points", "a.zul ab.xyz ab.zul b.zul"},
-    {"second stream cut", TWICE "; cut bb.zul 10", "verify {d}/bb.zul", 1,
+    {"second stream cut", TWICE "; truncate -s -10 bb.zul", "verify {d}/bb.zul", 1,
      "bb.zul: stream 2 (byte 1932), damaged at chunk 3 (byte 3420): 697 points in 7 chunks before "
      "it are intact; the file ends inside a chunk (truncated)",
      "b.zul bb.zul"},
@@ -286,36 +285,29 @@ const CliCase kCases[] = {
      "bb.zul: stream 2 (byte 1932), whose head is damaged: 397 points in 4 chunks before it are "
      "intact; the file header holds values",
      "b.zul bb.zul"},
-    {"second stream salvaged", TWICE "; cut bb.zul 10",
+    {"second stream salvaged", TWICE "; truncate -s -10 bb.zul",
      "decompress --salvage {d}/bb.zul {d}/bb.xyz", 1, "salvaged 697 points into",
      "b.zul bb.xyz bb.zul"},
     {"second stream refused", TWICE "; poke bb.zul 2204 63", "decompress {d}/bb.zul {d}/bb.xyz", 1,
      "bb.zul: stream 2 (byte 1932), damaged at chunk 0", "b.zul bb.zul"},
     {"garbage after the streams",
-     TWICE "; echo g.txt not a zul stream at all\n; cat x.zul bb.zul g.txt", "verify {d}/x.zul", 1,
+     TWICE "; echo not a zul stream at all > g.txt; cat bb.zul g.txt > x.zul", "verify {d}/x.zul",
+     1,
      "x.zul: stream 2 (byte 1932), damaged at chunk 4 (byte 3864): 794 points in 8 chunks before "
      "it are intact; a chunk holds values",
      "b.zul bb.zul g.txt x.zul"},
     {"garbage after one stream",
-     BUNNY "; echo g.txt not a zul stream at all\n; cat x.zul b.zul g.txt", "verify {d}/x.zul", 1,
+     BUNNY "; echo not a zul stream at all > g.txt; cat b.zul g.txt > x.zul", "verify {d}/x.zul", 1,
      "x.zul: damaged at chunk 4 (byte 1932): 397 points", "b.zul g.txt x.zul"},
     {"a companion beside streams",
-     "zul compress -q {data}/sample_c.las {d}/s.zul; cat ss.zul s.zul s.zul; cat ss.zulx s.zulx",
+     "zul compress -q {data}/sample_c.las {d}/s.zul; cat s.zul s.zul > ss.zul; cat s.zulx > "
+     "ss.zulx",
      "decompress {d}/ss.zul {d}/ss.las", 0,
      "ss.zulx belongs to one stream and {d}/ss.zul holds several one after another: the companion "
      "is left unused",
      "s.zul s.zulx ss.las ss.zul ss.zulx"},
 
 };
-
-std::string expand(std::string text, const std::string& folder) {
-    for (const auto& [key, value] :
-         {std::pair<std::string, std::string>{"{d}", folder}, {"{data}", ZUL_DATA_DIR}}) {
-        for (size_t at; (at = text.find(key)) != std::string::npos;)
-            text.replace(at, key.size(), value);
-    }
-    return text;
-}
 
 class CommandLine : public ToolTest, public ::testing::WithParamInterface<CliCase> {
 protected:
@@ -331,77 +323,19 @@ protected:
         return joined;
     }
 
-    // Runs the setup steps; returns the files made with "text".
+    // Runs the setup script; returns the files made with "text".
     std::vector<std::string> prepare(const std::string& setup) {
+        if (std::sscanf(setup.c_str(), "limit %lu", &fileLimit) == 1 || setup.empty()) return {};
+        const std::string script = "exec 2>&1; set -e; cd {d}; zul() { " ZUL_TOOL_PATH
+                                   " \"$@\"; }; text() { printf precious > \"$1\"; }; poke() { "
+                                   "printf \"$(printf '\\\\%o' \"$3\")\" | dd of=\"$1\" bs=1 "
+                                   "seek=\"$2\" conv=notrunc 2>/dev/null; }; ";
+        const ToolRun run = runShell(expand(script + setup, folder.string()));
+        EXPECT_EQ(run.exitCode, 0) << setup << ": " << run.output;
         std::vector<std::string> precious;
-        std::stringstream steps(setup);
-        for (std::string step; std::getline(steps, step, ';');) {
-            std::stringstream words(step);
-            std::string verb, name, source;
-            size_t number = 0;
-            words >> verb;
-            if (verb == "zul") {
-                std::getline(words, name);
-                const ToolRun run = runTool(expand(name, folder.string()));
-                EXPECT_EQ(run.exitCode, 0) << step << ": " << run.output;
-                continue;
-            }
-            if (verb == "echo") {
-                // The rest of the step, with \n and \xHH written as the bytes they stand for.
-                words >> name;
-                std::string text, rest;
-                std::getline(words, rest);
-                for (size_t i = 1; i < rest.size(); ++i) {
-                    if (rest.compare(i, 2, "\\n") == 0) {
-                        text += '\n';
-                        ++i;
-                    } else if (rest.compare(i, 2, "\\x") == 0) {
-                        text += static_cast<char>(std::stoi(rest.substr(i + 2, 2), nullptr, 16));
-                        i += 3;
-                    } else {
-                        text += rest[i];
-                    }
-                }
-                writeFile(path(name), text);
-                continue;
-            }
-            if (verb == "cat") {
-                words >> name;
-                std::string content;
-                while (words >> source) content += readFile(path(source));
-                writeFile(path(name), content);
-                continue;
-            }
-            if (verb == "link") {
-                words >> name >> source;
-                std::filesystem::create_directories(
-                    std::filesystem::path(path(source)).parent_path());
-                std::filesystem::create_symlink(path(source), path(name));
-                continue;
-            }
-            if (verb == "copy") words >> source;
-            words >> name >> number;
-            if (verb == "limit") {
-                fileLimit = std::stoull(name);
-                continue;
-            }
-            std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
-            std::string content = verb == "copy"   ? readFile(dataFile(source))
-                                  : verb == "text" ? "precious"
-                                                   : readFile(path(name));
-            if (verb == "text") {
-                precious.push_back(name);
-            } else if (verb == "cut") {
-                content.resize(content.size() - number);
-            } else if (verb == "poke") {
-                int value = 0;
-                words >> value;
-                content.at(number) = static_cast<char>(value);
-            } else if (verb != "copy") {
-                ADD_FAILURE() << "unknown step " << step;
-            }
-            writeFile(path(name), content);
-        }
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+            if (entry.is_regular_file() && readFile(entry.path().string()) == "precious")
+                precious.push_back(entry.path().string());
         return precious;
     }
 
@@ -425,7 +359,7 @@ TEST_P(CommandLine, ExitsSaysAndWrites) {
     EXPECT_EQ(filesBelow(), c.files);
     // A failed run leaves the files it found as they were.
     for (size_t i = 0; i < precious.size() && c.exitCode != 0; ++i)
-        EXPECT_EQ(readFile(path(precious[i])), "precious") << precious[i];
+        EXPECT_EQ(readFile(precious[i]), "precious") << precious[i];
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, CommandLine, ::testing::ValuesIn(kCases), NameOfCase());
@@ -624,7 +558,4 @@ TEST_F(CommandLineRun, PipesCarryTheCloudAndNoSummary) {
     // The same bytes as compress writes to a file.
     ASSERT_TRUE(toolSucceeds("compress -q - -o - < " + las + " > " + path("s.zul")));
     EXPECT_EQ(readFile(path("s.zul")), readFile(path("x.zul")));
-    struct stat device;
-    ASSERT_EQ(::stat("/dev/null", &device), 0);
-    EXPECT_TRUE(S_ISCHR(device.st_mode));
 }

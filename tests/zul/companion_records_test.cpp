@@ -73,6 +73,29 @@ void fill(std::string& record, const Field& f, size_t at, uint64_t& state, bool 
     }
 }
 
+// A little-endian value of a type as text: floats to the digits that bring them back.
+std::string shown(const void* bytes, bool isFloat, bool isSigned, int size) {
+    char buffer[64];
+    uint64_t u = 0;
+    std::memcpy(&u, bytes, static_cast<size_t>(size));
+    const int shift = 64 - 8 * size;
+    if (isFloat && size == 4) {
+        float x;
+        std::memcpy(&x, bytes, 4);
+        std::snprintf(buffer, sizeof buffer, "%.9g", x);
+    } else if (isFloat) {
+        double x;
+        std::memcpy(&x, bytes, 8);
+        std::snprintf(buffer, sizeof buffer, "%.17g", x);
+    } else if (isSigned) {
+        std::snprintf(buffer, sizeof buffer, "%lld",
+                      static_cast<long long>(static_cast<int64_t>(u << shift) >> shift));
+    } else {
+        std::snprintf(buffer, sizeof buffer, "%llu", static_cast<unsigned long long>(u));
+    }
+    return buffer;
+}
+
 struct PcdCase {
     const char* name;
     const char* data;  // ascii, binary, binary_compressed
@@ -117,32 +140,9 @@ std::vector<std::string> generatedPcd(const PcdCase& c, const std::string& path)
             std::string line;
             size_t at = 0;
             for (const Field& f : kFields) {
-                for (int k = 0; k < f.count; ++k, at += f.size) {
-                    if (!line.empty()) line += ' ';
-                    const unsigned char* v = reinterpret_cast<const unsigned char*>(&r[at]);
-                    char buffer[64];
-                    if (f.type == 'F' && f.size == 4) {
-                        float x;
-                        std::memcpy(&x, v, 4);
-                        std::snprintf(buffer, sizeof buffer, "%.9g", x);
-                    } else if (f.type == 'F') {
-                        double x;
-                        std::memcpy(&x, v, 8);
-                        std::snprintf(buffer, sizeof buffer, "%.17g", x);
-                    } else {
-                        uint64_t u = 0;
-                        std::memcpy(&u, v, static_cast<size_t>(f.size));
-                        if (f.type == 'I') {
-                            const int shift = 64 - 8 * f.size;
-                            const int64_t s = static_cast<int64_t>(u << shift) >> shift;
-                            std::snprintf(buffer, sizeof buffer, "%lld", static_cast<long long>(s));
-                        } else {
-                            std::snprintf(buffer, sizeof buffer, "%llu",
-                                          static_cast<unsigned long long>(u));
-                        }
-                    }
-                    line += buffer;
-                }
+                for (int k = 0; k < f.count; ++k, at += f.size)
+                    line += (line.empty() ? "" : " ") +
+                            shown(&r[at], f.type == 'F', f.type == 'I', f.size);
             }
             text += line + "\n";
         }
@@ -286,34 +286,19 @@ std::string generatedPly(const std::string& encoding, int count) {
             const bool isFloat = t == "double" || t == "float" || t == "float32";
             const uint64_t bits = next();
             unsigned char v[8] = {};
-            std::string shown;
             if (isFloat) {
                 const double d = std::string(name) == "x" && i % 9 == 4
                                      ? std::numeric_limits<double>::quiet_NaN()
                                      : (bits % 100000) / 997.0 - 50;
-                if (size == 4) {
-                    const float f = static_cast<float>(d);
-                    std::memcpy(v, &f, 4);
-                    char b[32];
-                    std::snprintf(b, sizeof b, "%.9g", f);
-                    shown = b;
-                } else {
-                    std::memcpy(v, &d, 8);
-                    char b[40];
-                    std::snprintf(b, sizeof b, "%.17g", d);
-                    shown = b;
-                }
+                const float f = static_cast<float>(d);
+                if (size == 4) std::memcpy(v, &f, 4);
+                if (size == 8) std::memcpy(v, &d, 8);
             } else {
                 std::memcpy(v, &bits, static_cast<size_t>(size));
-                const bool isSigned = t == "char" || t == "short" || t == "int";
-                uint64_t u = 0;
-                std::memcpy(&u, v, static_cast<size_t>(size));
-                const int shift = 64 - 8 * size;
-                shown = isSigned ? std::to_string(static_cast<int64_t>(u << shift) >> shift)
-                                 : std::to_string(u);
             }
+            const bool isSigned = t == "char" || t == "short" || t == "int";
             if (encoding == "ascii") {
-                line += (line.empty() ? "" : " ") + shown;
+                line += (line.empty() ? "" : " ") + shown(v, isFloat, isSigned, size);
             } else {
                 if (big) std::reverse(v, v + size);
                 line.append(reinterpret_cast<const char*>(v), static_cast<size_t>(size));
