@@ -4,7 +4,7 @@ import os
 import warnings
 
 from . import _zul
-from .reading import _box
+from .reading import _box, _budget, _density
 
 
 class FieldsWarning(UserWarning):
@@ -81,6 +81,11 @@ def decompress(src, dst, **options):
     Returns ``dst``. Raises :class:`zul.Error` naming the file.
     """
     options = dict(options)
+    for limit, check in (("chunk_budget", _budget), ("point_density", _density)):
+        if options.get(limit) is not None:
+            options[limit] = check(options[limit])
+        else:
+            options.pop(limit, None)
     if options.get("bbox") is not None:
         options["bbox"] = list(_box(options["bbox"]))
     else:
