@@ -27,7 +27,7 @@ public:
     void read(void* data, size_t n, const char* what) {
         // Most reads are small and lie within the buffer.
         if (static_cast<size_t>(end_ - next_) >= n) {
-            std::memcpy(data, next_, n);
+            if (n > 0) std::memcpy(data, next_, n);  // an empty read may have no buffers at all
             next_ += n;
             return;
         }
