@@ -31,14 +31,15 @@ namespace {
 
 // The coordinate system of the input, as a .prj file beside the output, the convention GIS tools
 // read; decompress puts it back.
-void keepCoordinateSystem(const CompressOptions& options, const CloudLayout& layout) {
-    std::string problem = layout.crsProblem;
+void keepCoordinateSystem(const CompressOptions& options, const CloudReader& reader) {
+    std::string problem;
+    const std::string crs = reader.coordinateSystem(problem);
     bool kept = false;
-    if (!layout.crs.empty() && writesThrough(options.output)) {
+    if (!crs.empty() && writesThrough(options.output)) {
         // Nothing travels beside a stream on standard output, a pipe or a device.
         problem = "a .prj file cannot go beside " + options.output + "; left behind";
-    } else if (!layout.crs.empty()) {
-        const std::string text = crsWkt(layout.crs, WktDialect::Esri, problem);
+    } else if (!crs.empty()) {
+        const std::string text = crsWkt(crs, WktDialect::Esri, problem);
         if (!text.empty()) {
             const std::string note =
                 writeSidecar(sidecarPath(options.output), text + "\n", options.force);
@@ -131,7 +132,7 @@ int runCompress(const CompressOptions& options) {
     output.commit();
     if (companionOutput) companionOutput->commit();
     // The companion holds the source's own coordinate system records.
-    if (!companion.keepsFields()) keepCoordinateSystem(options, layout);
+    if (!companion.keepsFields()) keepCoordinateSystem(options, *reader);
     if (companion.active() && !options.quiet) {
         std::cerr << "zul: " << companionPath(options.output) << " beside " << options.output
                   << " keeps " << kept << "\n";

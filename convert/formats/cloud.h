@@ -67,9 +67,6 @@ struct CloudLayout {
     // What the file holds that a zul stream has no place for ("GPS time", "classification",
     // "the organised 640 x 480 layout"), named for the user.
     std::vector<std::string> dropped;
-    // The coordinate reference system, as text PROJ reads (WKT, or "EPSG:2903+5103"); empty if
-    // the file has none. What could not be read of it is in `crsProblem`.
-    std::string crs, crsProblem;
 };
 
 // What the stream holds of a field of a record (a PCD field, a PLY property): none, a coordinate,
@@ -120,6 +117,13 @@ public:
     // they are), 256 (in the high byte, the low byte 0), 257 (the byte in both), 65536 (16-bit
     // colour, whose low byte a zul stream has no place for); 0 for a format of 8-bit colour.
     virtual int colorScale() const { return 0; }
+    // The coordinate reference system, as text PROJ reads (WKT, or "EPSG:2903+5103"); empty if
+    // the file has none; what could not be read of it in `problem`. Worked out when asked, since
+    // reading GeoTIFF keys takes PROJ's database (tens of milliseconds).
+    virtual std::string coordinateSystem(std::string& problem) const {
+        problem.clear();
+        return {};
+    }
     // The layout of the records of a format whose every field can be kept, or null.
     virtual const RecordLayout* records() const { return nullptr; }
     // The record of the point last read (records()), all its fields little-endian.

@@ -60,9 +60,12 @@ public:
         in_.seek(headerSize);
         const std::vector<LasVlr> vlrs =
             readLasVlrs(in_, loadLittle<uint32_t>(header + 100), dataOffset);
-        layout_.crs = crsOfVlrs(vlrs, layout_.crsProblem);
         for (const LasVlr& vlr : vlrs) {
-            if (!isCrsVlr(vlr)) ++otherVlrs_;
+            if (isCrsVlr(vlr)) {
+                crsVlrs_.push_back(vlr);
+            } else {
+                ++otherVlrs_;
+            }
         }
         in_.seek(dataOffset);
         if (count > (in_.size() - dataOffset) / recordLength_) {
@@ -123,6 +126,11 @@ public:
         return names;
     }
 
+    std::string coordinateSystem(std::string& problem) const override {
+        problem.clear();
+        return crsOfVlrs(crsVlrs_, problem);
+    }
+
     int colorScale() const override {
         if (colorOffset_ == 0) return 0;
         if (colorShift_ == 0) return 1;
@@ -161,6 +169,7 @@ private:
     uint64_t remaining_ = 0;
     int pointFormat_ = 0;
     uint32_t otherVlrs_ = 0;
+    std::vector<LasVlr> crsVlrs_;
     std::vector<unsigned char> record_;
     std::vector<uint64_t> seen_;  // the bits set in any record so far
 };

@@ -24,7 +24,8 @@ LasContent lasContent(const std::string& path) {
     const zulformats::CloudLayout& layout = reader->layout();
     std::memcpy(content.scale, layout.gridScale, sizeof content.scale);
     std::memcpy(content.offset, layout.gridOffset, sizeof content.offset);
-    content.crs = layout.crs;
+    std::string problem;
+    content.crs = reader->coordinateSystem(problem);
     zul_Point p = {};
     while (reader->read(p)) {
         const int64_t* g = reader->grid();

@@ -142,7 +142,9 @@ TEST_F(ToolTest, LasOutputOfASystemWithoutEpsgCodeIsLas14) {
     EXPECT_EQ(las[25], 4);
     std::unique_ptr<zulformats::CloudReader> reader =
         zulformats::openCloudReader(path("s.las"), zulformats::Format::Las);
-    EXPECT_NE(reader->layout().crs.find("custom"), std::string::npos) << reader->layout().crs;
+    std::string problem;
+    const std::string crs = reader->coordinateSystem(problem);
+    EXPECT_NE(crs.find("custom"), std::string::npos) << crs;
 }
 
 }  // namespace
