@@ -266,6 +266,38 @@ public:
             "zul_bulk_writeChunks", failed, path_);
     }
 
+    /* As write(), and returns the order in which each chunk stores its points: element
+     * first + k is the number (0 to the chunk's size - 1) of the k-th point a decoder hands out of
+     * the chunk whose first point is point `first` of the cloud. */
+    std::vector<std::uint32_t> writeOrdered(const BulkCloud& cloud,
+                                            const std::vector<std::int32_t>& chunkSizes) {
+        const zul_bulk_Points points = cloud.view();
+        std::vector<std::uint32_t> order(cloud.size());
+        std::int64_t failed = -1;
+        detail::checkBulk(zul_bulk_writeChunksOrdered(writer_, &points, chunkSizes.data(),
+                                                      static_cast<std::int64_t>(chunkSizes.size()),
+                                                      order.data(), &failed),
+                          "zul_bulk_writeChunksOrdered", failed, path_);
+        return order;
+    }
+
+    /* Appends chunks an Encoder of the writer's data type made (Encoder::encodeChunk), as they
+     * are: the file is then what write() of the same points and chunks writes. The writer puts
+     * its own sync marker in each chunk. */
+    void writeEncoded(const std::vector<ByteView>& chunks) {
+        std::vector<const char*> starts;
+        std::vector<std::int64_t> sizes;
+        for (const ByteView& chunk : chunks) {
+            starts.push_back(detail::chars(chunk));
+            sizes.push_back(static_cast<std::int64_t>(chunk.size()));
+        }
+        std::int64_t failed = -1;
+        detail::checkBulk(
+            zul_bulk_writeEncodedChunks(writer_, starts.data(), sizes.data(),
+                                        static_cast<std::int64_t>(chunks.size()), &failed),
+            "zul_bulk_writeEncodedChunks", failed, path_);
+    }
+
     /* Completes (and publishes) the file. */
     void close() {
         detail::checkBulk(zul_bulk_closeWriter(&writer_), "zul_bulk_closeWriter", -1, path_);

@@ -86,4 +86,65 @@ TEST_F(BulkClasses, RoundTripQueryAndErrors) {
     EXPECT_THROW(again.streamSizes(6), zul::Error);
 }
 
+// The writer's ordered and pre-encoded forms: the order names each stored point's input place,
+// and chunks an Encoder made give the same file as the writer encoding them itself.
+TEST_F(BulkClasses, OrderedAndEncodedWrites) {
+    const zul_DataType type = zul::DataType{}.step(0.01f).color(zul_COLOR_RGB888);
+    zul::BulkCloud cloud;
+    uint32_t seed = 7;
+    for (int i = 0; i < 3000; ++i) {
+        seed = seed * 1103515245u + 12345u;
+        cloud.positions.insert(cloud.positions.end(),
+                               {double(seed >> 20), double((seed >> 8) & 1023), double(i % 5)});
+        // The colour tells the points apart.
+        cloud.colors.insert(cloud.colors.end(), {uint8_t(i), uint8_t(i >> 8), 0});
+    }
+    const std::vector<int32_t> sizes = {1000, 2000};
+    const char marker[ZUL_SYNC_MARKER_SIZE + 1] = "0123456789abcdef";
+    std::vector<uint32_t> order;
+    {
+        zul::BulkWriter writer(path("ordered.zul"), type, nullptr, 2, false, marker);
+        order = writer.writeOrdered(cloud, sizes);
+        writer.close();
+    }
+    const zul::BulkCloud back = zul::decodeBulk(zul::ChunkIndex(path("ordered.zul")));
+    ASSERT_EQ(back.size(), cloud.size());
+    bool moved = false;
+    for (size_t i = 0, first = 0, chunk = 0; i < back.size(); ++i) {
+        if (i == first + size_t(sizes[chunk])) first += size_t(sizes[chunk++]);
+        const size_t from = first + order[i];
+        moved = moved || from != i;
+        ASSERT_EQ(back.colors[3 * i], cloud.colors[3 * from]) << i;
+        ASSERT_EQ(back.colors[3 * i + 1], cloud.colors[3 * from + 1]) << i;
+    }
+    EXPECT_TRUE(moved);
+
+    zul::Encoder encoder(type);
+    std::vector<std::vector<uint8_t>> chunks;
+    for (size_t first = 0, chunk = 0; chunk < sizes.size(); first += size_t(sizes[chunk++])) {
+        std::vector<zul_Point> points(size_t(sizes[chunk]));
+        for (size_t k = 0; k < points.size(); ++k) {
+            for (int a = 0; a < 3; ++a) {
+                points[k].position[a] = cloud.positions[3 * (first + k) + a];
+                points[k].color[a] = cloud.colors[3 * (first + k) + a];
+            }
+        }
+        chunks.push_back(encoder.encodeChunk(points.data(), points.size()).toVector());
+    }
+    {
+        zul::BulkWriter writer(path("encoded.zul"), type, nullptr, 2, false, marker);
+        std::vector<uint8_t> cut(chunks[0].begin(), chunks[0].begin() + 20);
+        try {
+            writer.writeEncoded({zul::ByteView(cut)});
+            FAIL() << "a cut chunk was written";
+        } catch (const zul::Error& error) {
+            EXPECT_EQ(error.status(), zul_STATUS_INVALID_ARGUMENT);
+        }
+        writer.writeEncoded({zul::ByteView(chunks[0]), zul::ByteView(chunks[1])});
+        writer.close();
+    }
+    EXPECT_EQ(readFile<std::vector<uint8_t>>(path("encoded.zul")),
+              readFile<std::vector<uint8_t>>(path("ordered.zul")));
+}
+
 }  // namespace
