@@ -102,8 +102,8 @@ public:
             for (int c = 0; c < 3; ++c) {
                 const uint16_t value = loadLittle<uint16_t>(r + colorOffset_ + 2 * c);
                 point.color[c] = static_cast<uint8_t>(value >> colorShift_);
-                lowZero_ = lowZero_ && (value & 0xFF) == 0;
-                times257_ = times257_ && (value & 0xFF) == (value >> 8);
+                lowBits_ |= value & 0xFF;
+                notTimes257_ |= (value & 0xFF) ^ (value >> 8);
             }
         }
         return true;
@@ -134,7 +134,7 @@ public:
     int colorScale() const override {
         if (colorOffset_ == 0) return 0;
         if (colorShift_ == 0) return 1;
-        return lowZero_ ? 256 : times257_ ? 257 : 65536;
+        return lowBits_ == 0 ? 256 : notTimes257_ == 0 ? 257 : 65536;
     }
 
 private:
@@ -161,7 +161,8 @@ private:
 
     ByteInput in_;
     int colorShift_ = 8;
-    bool lowZero_ = true, times257_ = true;  // of every colour value read
+    // Of every colour value read: the bits of the low bytes, and those where low and high differ.
+    unsigned lowBits_ = 0, notTimes257_ = 0;
     double scale_[3] = {};
     double offset_[3] = {};
     size_t recordLength_ = 0;
