@@ -16,35 +16,31 @@ void axisOrder(const int64_t extent[3], int remap[3]) {
     remap[2] = 3 - remap[0] - remap[1];
 }
 
-// Sorts `values` by their bits `from` to `to` (exclusive), stably: a radix sort from the least
-// significant digit, which beats a comparison sort's mispredicted branches on a chunk. The bits
-// are cut into as few digits of at most 11 bits (8 for a small chunk) as they take, of equal
-// width, and every digit's buckets are counted in one pass.
-void radixSort(std::vector<uint64_t>& values, std::vector<uint64_t>& spare, int from, int to) {
-    constexpr int kMaxBits = 11, kMaxPasses = 8;  // 64 bits at most
-    const int bits = to - from;
-    if (bits <= 0) return;
-    // Digits of 8 bits for fewer than 2048 values, whose passes would otherwise spend more on the
-    // buckets than on the values.
-    const int widest = values.size() < 2048 ? 8 : kMaxBits;
-    const int passes = (bits + widest - 1) / widest;
-    const int digit = (bits + passes - 1) / passes;
-    const uint64_t mask = (uint64_t{1} << digit) - 1;
-    spare.resize(values.size());
-    uint32_t starts[kMaxPasses][1u << kMaxBits];
-    for (int p = 0; p < passes; ++p) std::fill_n(starts[p], mask + 1, 0u);
-    for (const uint64_t v : values)
-        for (int p = 0; p < passes; ++p) ++starts[p][(v >> (from + p * digit)) & mask];
-    uint64_t* in = values.data();
-    uint64_t* out = spare.data();
-    const size_t n = values.size();
-    for (int p = 0; p < passes; ++p) {
-        std::exclusive_scan(starts[p], starts[p] + mask + 1, starts[p], 0u);
-        const int shift = from + p * digit;
-        for (size_t i = 0; i < n; ++i) out[starts[p][(in[i] >> shift) & mask]++] = in[i];
-        std::swap(in, out);
+// Sorts `values`, which differ in their low bits (the key's place) and agree above bit `high`,
+// by buckets of their top bits below `high`, then each bucket alike on the bits below, down to
+// small buckets that a comparison sort finishes. Two passes over most values where a radix sort
+// from the least significant digit makes one a digit of the whole key. `spare` holds n values.
+void bucketSort(uint64_t* values, uint64_t* spare, size_t n, int high, int low) {
+    if (n <= 48 || high <= low) {
+        std::sort(values, values + n);
+        return;
     }
-    if (in != values.data()) values.swap(spare);
+    constexpr int kMaxBits = 11;
+    const int bits = std::min(high - low, kMaxBits);
+    const int shift = high - bits;
+    const uint64_t mask = (uint64_t{1} << bits) - 1;
+    uint32_t starts[(1u << kMaxBits) + 1];
+    std::fill_n(starts, mask + 2, 0u);
+    for (size_t i = 0; i < n; ++i) ++starts[((values[i] >> shift) & mask) + 1];
+    for (uint64_t d = 0; d < mask + 1; ++d) starts[d + 1] += starts[d];
+    uint32_t next[1u << kMaxBits];
+    std::copy_n(starts, mask + 1, next);
+    for (size_t i = 0; i < n; ++i) spare[next[(values[i] >> shift) & mask]++] = values[i];
+    std::copy_n(spare, n, values);
+    for (uint64_t d = 0; d <= mask; ++d) {
+        const uint32_t size = starts[d + 1] - starts[d];
+        if (size > 1) bucketSort(values + starts[d], spare, size, shift, low);
+    }
 }
 
 }  // namespace
@@ -101,13 +97,11 @@ void sortAsStored(std::vector<OrderKey>& keys) {
                     uint64_t(key.slot[1] - low[1]) << shift[1] |
                     uint64_t(key.slot[2] - low[2]) << shift[2];
     }
-    // Ties of the slots stay in place order, as a sort of the whole numbers leaves them. Below
-    // 512 keys the radix sort's passes over 256 digits take as long as the comparison sort.
+    // Ties of the slots stay in place order, as a sort of the whole numbers leaves them.
     thread_local std::vector<uint64_t> spare;
-    if (keys.size() >= 512)
-        radixSort(packed, spare, placeBits, placeBits + bits[0] + bits[1] + bits[2]);
-    else
-        std::sort(packed.begin(), packed.end());
+    spare.resize(keys.size());
+    bucketSort(packed.data(), spare.data(), packed.size(), placeBits + bits[0] + bits[1] + bits[2],
+               placeBits);
     sorted.resize(keys.size());
     const uint64_t place = (uint64_t{1} << placeBits) - 1;
     for (size_t j = 0; j < keys.size(); ++j) sorted[j] = keys[packed[j] & place];

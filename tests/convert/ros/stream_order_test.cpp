@@ -1,5 +1,5 @@
 // The encoder's prediction of a chunk's stored order against a plain comparison sort, for chunk
-// sizes on both sides of the radix sort's threshold and slots too wide to pack.
+// sizes on both sides of the bucket sort's threshold and slots too wide to pack.
 #include "ros/stream_order.h"
 
 #include <gtest/gtest.h>
@@ -58,6 +58,8 @@ const OrderCase kOrderCases[] = {
     {"at_threshold_with_ties", 512, {9, 4, 6}},
     {"tile", 1024, {70000, 300, 5000}},
     {"large", 4096, {100, 3000, 40}},
+    {"dense_ties", 4096, {40, 30, 20}},
+    {"one_wide_axis", 3000, {int64_t(1) << 30, 3, 2}},
     {"too_wide_to_pack", 1024, {int64_t(1) << 40, 1 << 5, 1 << 20}},
 };
 
