@@ -58,7 +58,7 @@ const ValuesCase kCases[] = {
      "times 256 (every low byte 0)", "left out: the low byte", "--las-color-scale 256", "back.las"},
     {"colour times 257", "c.las",
      [] { return colourLas([](uint32_t i) { return uint16_t(i * 5 * 257); }); }, "", "",
-     "colour values", "", "back.las"},
+     "low byte", "", "back.las"},
     {"16-bit colour", "c.las",
      [] { return colourLas([](uint32_t i) { return uint16_t(i * 1000 + 1); }); }, "",
      "left out: the low byte of 16-bit colour", "--las-color-scale", "", ""},
