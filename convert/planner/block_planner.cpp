@@ -180,6 +180,23 @@ void BlockPlanner::prepareUnits(PointSpan block, const Candidate& candidate) {
             const size_t band = stripOf(finest, block[i]);
             units[i] = band == finest.count ? UINT64_MAX : band;
         }
+        // A counting sort by pair of bands, which keeps the points' order within each pair.
+        const uint64_t pairs = finest.count / 2 + 1;
+        paired_[shape.axis] = pairs <= block.size();
+        if (!paired_[shape.axis]) return;
+        IndexVector& starts = pairStarts_[shape.axis];
+        IndexVector& byPair = byPair_[shape.axis];
+        starts.assign(static_cast<size_t>(pairs) + 1, 0);
+        for (uint64_t unit : units)
+            if (unit != UINT64_MAX) ++starts[static_cast<size_t>(unit >> 1) + 1];
+        for (size_t p = 1; p < starts.size(); ++p) starts[p] += starts[p - 1];
+        byPair.resize(starts.back());
+        // Each start moves on to the next pair's as its points are placed, then back.
+        for (size_t i = 0; i < units.size(); ++i)
+            if (units[i] != UINT64_MAX)
+                byPair[starts[static_cast<size_t>(units[i] >> 1)]++] = static_cast<uint32_t>(i);
+        std::copy_backward(starts.begin(), starts.end() - 2, starts.end() - 1);
+        starts[0] = 0;
     }
 }
 
@@ -210,6 +227,20 @@ const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& c
     std::vector<uint8_t>& taken = work.taken;
     taken.resize(static_cast<size_t>(clusters));
     for (uint64_t band = 0; band < clusters; ++band) taken[band] = takes(band);
+    if (paired_[shape.axis]) {
+        // The runs of the pairs of the clusters taken, every finite point being in one.
+        const IndexVector& starts = pairStarts_[shape.axis];
+        const IndexVector& byPair = byPair_[shape.axis];
+        const uint64_t pairs = starts.size() - 1;
+        for (uint64_t band = 0; band < clusters && (band << (cluster - 1)) < pairs; ++band) {
+            if (taken[band] == 0) continue;
+            const uint64_t first = band << (cluster - 1);
+            const uint64_t last = std::min(pairs, (band + 1) << (cluster - 1));
+            sample.insert(sample.end(), byPair.begin() + starts[first],
+                          byPair.begin() + starts[last]);
+        }
+        return sample;
+    }
     for (size_t i = 0; i < units.size(); ++i) {
         if (units[i] == UINT64_MAX) continue;
         const uint64_t band = units[i] >> cluster;

@@ -96,6 +96,10 @@ private:
     IndexVector all_;
     // The finest band of each point along either axis, and the block they belong to.
     LargeVector<uint64_t> units_[2];
+    // Along either axis, where there are no more pairs of the finest bands than points: the
+    // points of each pair in their order, pair after pair, and where each pair's points begin.
+    IndexVector byPair_[2], pairStarts_[2];
+    bool paired_[2] = {false, false};
     const zul_Point* unitsOf_[2] = {nullptr, nullptr};
     // The last choice of a sampled block, and sampled blocks since the last full search.
     Candidate last_;
