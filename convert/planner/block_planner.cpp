@@ -160,7 +160,17 @@ void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cut
     else if (candidate.kind == Candidate::Kd)
         cutKdCells(block.data(), all, options_.chunk, cutting, work.cells);
     else
-        cutStrips(block.data(), all, candidate.strips, cutting, work.scratch);
+        cutStrips(block.data(), all, candidate.strips, cutting, work.scratch,
+                  finestOf(block, candidate), candidate.shift);
+}
+
+const uint64_t* BlockPlanner::finestOf(PointSpan block, const Candidate& candidate) const {
+    const int axis = candidate.strips.axis;
+    // Paired: there are fewer bands than points, none beyond what a shift of them reaches.
+    if (candidate.kind != Candidate::Strips || candidate.shift < 0 || !paired_[axis] ||
+        unitsOf_[axis] != block.data() || units_[axis].size() != block.size())
+        return nullptr;
+    return units_[axis].data();
 }
 
 void BlockPlanner::prepareUnits(PointSpan block, const Candidate& candidate) {
@@ -289,7 +299,8 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, E
     } else {
         const StripShape& shape = candidate.strips;
         const IndexVector& part = stripSample(block, candidate, work);
-        cutStrips(block.data(), part, shape, cutting, work.scratch);
+        cutStrips(block.data(), part, shape, cutting, work.scratch, finestOf(block, candidate),
+                  candidate.shift);
         sampled = part.size();
     }
     if (bound != nullptr && sampled > 0) {

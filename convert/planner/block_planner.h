@@ -90,6 +90,8 @@ private:
     // The points of every so many strips of `shape`, into work.sample.
     const IndexVector& stripSample(PointSpan block, const Candidate& candidate, Workspace& work);
     const IndexVector& allIndices(size_t n);
+    // The finest bands of the block's points for the strips of `candidate`, if made; else null.
+    const uint64_t* finestOf(PointSpan block, const Candidate& candidate) const;
 
     std::vector<std::unique_ptr<Workspace>> workspaces_;  // the first for one thread's calls
     BlockPlannerOptions options_;

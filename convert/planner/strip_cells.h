@@ -44,8 +44,11 @@ struct StripScratch {
 
 // Cuts the points `indices` (of `points`, all within the shape's bands) into strips and each strip
 // into chunks along its length, appending them to `cutting`. Points with a coordinate that is not
-// finite form chunks of their own.
+// finite form chunks of their own. With `finest`, the band of points[i] is finest[i] >> shift
+// (UINT64_MAX: not finite) rather than worked out: the bands of a shape 2^shift times finer and
+// otherwise alike, which fall on the shape's own.
 void cutStrips(const zul_Point* points, const IndexVector& indices, const StripShape& shape,
-               Cutting& cutting, StripScratch& scratch);
+               Cutting& cutting, StripScratch& scratch, const uint64_t* finest = nullptr,
+               int shift = 0);
 
 }  // namespace zulplan

@@ -142,6 +142,48 @@ INSTANTIATE_TEST_SUITE_P(Shapes, KdCellsMatch,
                                            KdCase{30000, 1000, 10, 64, 0},
                                            KdCase{9000, 100, 300, 10000, 0}));
 
+struct StripCase {
+    int axis, shift;
+    size_t notFinite;  // points with a coordinate that is not a number
+};
+
+class StripBands : public ::testing::TestWithParam<StripCase> {};
+
+// Strips cut from the finest bands worked out beforehand are those cut from the points.
+TEST_P(StripBands, FromTheFinestAsFromThePoints) {
+    const StripCase c = GetParam();
+    std::vector<zul_Point> points = randomPoints(20000, 100, 60, 11);
+    for (size_t i = 0; i < c.notFinite; ++i) points[i * 31].position[i % 3] = NAN;
+    zulplan::StripShape shape;
+    shape.axis = c.axis;
+    shape.origin = 0;
+    shape.width = 0.75 * std::exp2(c.shift);
+    shape.inverse = 1 / shape.width;
+    shape.count = static_cast<size_t>((c.axis == 0 ? 100 : 60) / shape.width) + 1;
+    shape.chunk = 700;
+    shape.maxLength = 20;
+    zulplan::StripShape finest = shape;
+    finest.inverse = std::ldexp(shape.inverse, c.shift);
+    finest.count = shape.count << c.shift;
+    std::vector<uint64_t> units(points.size());
+    zulplan::IndexVector all(points.size());
+    for (size_t i = 0; i < points.size(); ++i) {
+        const size_t band = zulplan::stripOf(finest, points[i]);
+        units[i] = band == finest.count ? UINT64_MAX : band;
+        all[i] = static_cast<uint32_t>(i);
+    }
+    zulplan::Cutting plain, fromFinest;
+    zulplan::StripScratch scratch;
+    zulplan::cutStrips(points.data(), all, shape, plain, scratch);
+    zulplan::cutStrips(points.data(), all, shape, fromFinest, scratch, units.data(), c.shift);
+    EXPECT_EQ(fromFinest.order, plain.order);
+    EXPECT_EQ(fromFinest.ends, plain.ends);
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, StripBands,
+                         ::testing::Values(StripCase{0, 0, 0}, StripCase{1, 3, 0},
+                                           StripCase{0, 5, 7}));
+
 class PlannedFiles : public ToolTest, public ::testing::WithParamInterface<const char*> {};
 
 // The planner's file holds the points of the input's order, never in more bytes, in chunks of 1
