@@ -176,38 +176,37 @@ const uint64_t* BlockPlanner::finestOf(PointSpan block, const Candidate& candida
 void BlockPlanner::prepareUnits(PointSpan block, const Candidate& candidate) {
     const StripShape& shape = candidate.strips;
     LargeVector<uint64_t>& units = units_[shape.axis];
-    if (unitsOf_[shape.axis] != block.data() || units.size() != block.size()) {
-        // The finest band of every point, once a block and axis: a sample of any width is then
-        // a pass over these rather than over the points.
-        unitsOf_[shape.axis] = block.data();
-        units.resize(block.size());
-        StripShape finest = shape;
-        finest.inverse = std::ldexp(shape.inverse, candidate.shift);
-        finest.count = static_cast<size_t>(
-            std::min(static_cast<double>(UINT64_MAX >> 1),
-                     static_cast<double>(shape.count) * std::ldexp(1.0, candidate.shift)));
-        for (size_t i = 0; i < block.size(); ++i) {
-            const size_t band = stripOf(finest, block[i]);
-            units[i] = band == finest.count ? UINT64_MAX : band;
-        }
-        // A counting sort by pair of bands, which keeps the points' order within each pair.
-        const uint64_t pairs = finest.count / 2 + 1;
-        paired_[shape.axis] = pairs <= block.size();
-        if (!paired_[shape.axis]) return;
-        IndexVector& starts = pairStarts_[shape.axis];
-        IndexVector& byPair = byPair_[shape.axis];
-        starts.assign(static_cast<size_t>(pairs) + 1, 0);
-        for (uint64_t unit : units)
-            if (unit != UINT64_MAX) ++starts[static_cast<size_t>(unit >> 1) + 1];
-        for (size_t p = 1; p < starts.size(); ++p) starts[p] += starts[p - 1];
-        byPair.resize(starts.back());
-        // Each start moves on to the next pair's as its points are placed, then back.
-        for (size_t i = 0; i < units.size(); ++i)
-            if (units[i] != UINT64_MAX)
-                byPair[starts[static_cast<size_t>(units[i] >> 1)]++] = static_cast<uint32_t>(i);
-        std::copy_backward(starts.begin(), starts.end() - 2, starts.end() - 1);
-        starts[0] = 0;
+    if (unitsOf_[shape.axis] == block.data() && units.size() == block.size()) return;
+    // The finest band of every point, once a block and axis: a sample of any width is then
+    // runs of these rather than a pass over the points.
+    unitsOf_[shape.axis] = block.data();
+    units.resize(block.size());
+    StripShape finest = shape;
+    finest.inverse = std::ldexp(shape.inverse, candidate.shift);
+    finest.count = static_cast<size_t>(
+        std::min(static_cast<double>(UINT64_MAX >> 1),
+                 static_cast<double>(shape.count) * std::ldexp(1.0, candidate.shift)));
+    // A counting sort by pair of bands, which keeps the points' order within each pair; its
+    // counts are taken with the bands.
+    const uint64_t pairs = finest.count / 2 + 1;
+    paired_[shape.axis] = pairs <= block.size();
+    IndexVector& starts = pairStarts_[shape.axis];
+    IndexVector& byPair = byPair_[shape.axis];
+    starts.assign(paired_[shape.axis] ? static_cast<size_t>(pairs) + 1 : 0, 0);
+    for (size_t i = 0; i < block.size(); ++i) {
+        const size_t band = stripOf(finest, block[i]);
+        units[i] = band == finest.count ? UINT64_MAX : band;
+        if (band != finest.count && !starts.empty()) ++starts[(band >> 1) + 1];
     }
+    if (!paired_[shape.axis]) return;
+    for (size_t p = 1; p < starts.size(); ++p) starts[p] += starts[p - 1];
+    byPair.resize(starts.back());
+    // Each start moves on to the next pair's as its points are placed, then back.
+    for (size_t i = 0; i < units.size(); ++i)
+        if (units[i] != UINT64_MAX)
+            byPair[starts[static_cast<size_t>(units[i] >> 1)]++] = static_cast<uint32_t>(i);
+    std::copy_backward(starts.begin(), starts.end() - 2, starts.end() - 1);
+    starts[0] = 0;
 }
 
 const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& candidate,

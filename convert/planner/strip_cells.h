@@ -29,10 +29,11 @@ inline size_t stripOf(const StripShape& shape, const zul_Point& point) {
     if (!std::isfinite(point.position[0]) || !std::isfinite(point.position[1]) ||
         !std::isfinite(point.position[2]))
         return shape.count;
-    const double band = std::floor((point.position[shape.axis] - shape.origin) * shape.inverse);
+    // Its floor, taken by the conversion where it is at least 1 (and so is the floor's).
+    const double band = (point.position[shape.axis] - shape.origin) * shape.inverse;
     // Positions below the origin or past the last band belong to no block this shape was made
     // for; they join the nearest band rather than index outside.
-    if (!(band > 0)) return 0;
+    if (!(band >= 1)) return 0;
     return band >= static_cast<double>(shape.count) ? shape.count - 1 : static_cast<size_t>(band);
 }
 
