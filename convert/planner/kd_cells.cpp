@@ -93,6 +93,28 @@ struct Part {
 // learns the extent of either half, and only the few between are ordered further.
 const size_t kSampledSplit = 8192;
 
+// Puts the items of [begin, end) whose coordinate along `axis` meets `first` before the others,
+// swapping only those on the wrong side, and adds them to `before` and the others to `after`
+// (either may be null); returns where the others begin.
+template <class Test>
+size_t partition(LargeVector<Item>& items, size_t begin, size_t end, int axis, Test first,
+                 Bounds* before, Bounds* after) {
+    size_t i = begin, j = end;
+    for (;;) {
+        for (; i < j && first(items[i].position[axis]); ++i)
+            if (before != nullptr) before->addAny(items[i]);
+        for (; i < j && !first(items[j - 1].position[axis]); --j)
+            if (after != nullptr) after->addAny(items[j - 1]);
+        // Either i == j, or items[i] fails and items[j - 1] meets the test, and i + 1 < j.
+        if (i == j) return i;
+        std::swap(items[i], items[j - 1]);
+        if (before != nullptr) before->addAny(items[i]);
+        if (after != nullptr) after->addAny(items[j - 1]);
+        ++i;
+        --j;
+    }
+}
+
 // Puts the `middle`th smallest of [begin, end) along `axis` at `middle`, the smaller before it and
 // the larger after; sets axes[0] and axes[1] to the axes of the two halves where it learns them.
 void select(LargeVector<Item>& items, size_t begin, size_t middle, size_t end, int axis,
@@ -138,21 +160,14 @@ void select(LargeVector<Item>& items, size_t begin, size_t middle, size_t end, i
     const bool below = hasLow && !std::isnan(low), above = hasHigh && !std::isnan(high);
     // [begin, lt) before `low`, [gt, end) after `high`, the rest between.
     Bounds lower, upper;
-    size_t lt = begin, i = begin, gt = end;
-    while (i < gt) {
-        const double v = items[i].position[axis];
-        if (below && v < low) {
-            lower.addAny(items[i]);
-            if (lt != i) std::swap(items[lt], items[i]);
-            ++lt;
-            ++i;
-        } else if (above && !(v <= high)) {
-            upper.addAny(items[i]);
-            std::swap(items[i], items[--gt]);
-        } else {
-            ++i;
-        }
-    }
+    const size_t lt =
+        below ? partition(
+                    items, begin, end, axis, [low](double v) { return v < low; }, &lower, nullptr)
+              : begin;
+    const size_t gt =
+        above ? partition(
+                    items, lt, end, axis, [high](double v) { return v <= high; }, nullptr, &upper)
+              : end;
     if (middle < lt) {
         std::nth_element(at(begin), at(middle), at(lt), less);
     } else if (middle > gt) {
