@@ -89,27 +89,27 @@ struct Part {
 };
 
 // Parts at least this large find their middle from a sample: two values that bound it closely
-// are drawn from the sample, one pass puts the items below, between and above them in place and
-// learns the extent of either half, and only the few between are ordered further.
+// are drawn from the sample, two passes put the items below, between and above them in place and
+// learn the extent of either half, and only the few between are ordered further.
 const size_t kSampledSplit = 8192;
 
 // Puts the items of [begin, end) whose coordinate along `axis` meets `first` before the others,
-// swapping only those on the wrong side, and adds them to `before` and the others to `after`
+// swapping only those on the wrong side, and adds them to `met` and the others to `failed`
 // (either may be null); returns where the others begin.
 template <class Test>
 size_t partition(LargeVector<Item>& items, size_t begin, size_t end, int axis, Test first,
-                 Bounds* before, Bounds* after) {
+                 Bounds* met, Bounds* failed) {
     size_t i = begin, j = end;
     for (;;) {
         for (; i < j && first(items[i].position[axis]); ++i)
-            if (before != nullptr) before->addAny(items[i]);
+            if (met != nullptr) met->addAny(items[i]);
         for (; i < j && !first(items[j - 1].position[axis]); --j)
-            if (after != nullptr) after->addAny(items[j - 1]);
+            if (failed != nullptr) failed->addAny(items[j - 1]);
         // Either i == j, or items[i] fails and items[j - 1] meets the test, and i + 1 < j.
         if (i == j) return i;
         std::swap(items[i], items[j - 1]);
-        if (before != nullptr) before->addAny(items[i]);
-        if (after != nullptr) after->addAny(items[j - 1]);
+        if (met != nullptr) met->addAny(items[i]);
+        if (failed != nullptr) failed->addAny(items[j - 1]);
         ++i;
         --j;
     }
