@@ -160,27 +160,53 @@ void BlockPlanner::cut(PointSpan block, const Candidate& candidate, Cutting& cut
     else if (candidate.kind == Candidate::Kd)
         cutKdCells(block.data(), all, options_.chunk, cutting, work.cells);
     else
-        cutStrips(block.data(), all, candidate.strips, cutting, work.scratch);
+        cutStrips(block.data(), all, candidate.strips, cutting, work.scratch,
+                  finestOf(block, candidate), candidate.shift);
+}
+
+const uint64_t* BlockPlanner::finestOf(PointSpan block, const Candidate& candidate) const {
+    const int axis = candidate.strips.axis;
+    // Paired: there are fewer bands than points, none beyond what a shift of them reaches.
+    if (candidate.kind != Candidate::Strips || candidate.shift < 0 || !paired_[axis] ||
+        unitsOf_[axis] != block.data() || units_[axis].size() != block.size())
+        return nullptr;
+    return units_[axis].data();
 }
 
 void BlockPlanner::prepareUnits(PointSpan block, const Candidate& candidate) {
     const StripShape& shape = candidate.strips;
     LargeVector<uint64_t>& units = units_[shape.axis];
-    if (unitsOf_[shape.axis] != block.data() || units.size() != block.size()) {
-        // The finest band of every point, once a block and axis: a sample of any width is then
-        // a pass over these rather than over the points.
-        unitsOf_[shape.axis] = block.data();
-        units.resize(block.size());
-        StripShape finest = shape;
-        finest.inverse = std::ldexp(shape.inverse, candidate.shift);
-        finest.count = static_cast<size_t>(
-            std::min(static_cast<double>(UINT64_MAX >> 1),
-                     static_cast<double>(shape.count) * std::ldexp(1.0, candidate.shift)));
-        for (size_t i = 0; i < block.size(); ++i) {
-            const size_t band = stripOf(finest, block[i]);
-            units[i] = band == finest.count ? UINT64_MAX : band;
-        }
+    if (unitsOf_[shape.axis] == block.data() && units.size() == block.size()) return;
+    // The finest band of every point, once a block and axis: a sample of any width is then
+    // runs of these rather than a pass over the points.
+    unitsOf_[shape.axis] = block.data();
+    units.resize(block.size());
+    StripShape finest = shape;
+    finest.inverse = std::ldexp(shape.inverse, candidate.shift);
+    finest.count = static_cast<size_t>(
+        std::min(static_cast<double>(UINT64_MAX >> 1),
+                 static_cast<double>(shape.count) * std::ldexp(1.0, candidate.shift)));
+    // A counting sort by pair of bands, which keeps the points' order within each pair; its
+    // counts are taken with the bands.
+    const uint64_t pairs = finest.count / 2 + 1;
+    paired_[shape.axis] = pairs <= block.size();
+    IndexVector& starts = pairStarts_[shape.axis];
+    IndexVector& byPair = byPair_[shape.axis];
+    starts.assign(paired_[shape.axis] ? static_cast<size_t>(pairs) + 1 : 0, 0);
+    for (size_t i = 0; i < block.size(); ++i) {
+        const size_t band = stripOf(finest, block[i]);
+        units[i] = band == finest.count ? UINT64_MAX : band;
+        if (band != finest.count && !starts.empty()) ++starts[(band >> 1) + 1];
     }
+    if (!paired_[shape.axis]) return;
+    for (size_t p = 1; p < starts.size(); ++p) starts[p] += starts[p - 1];
+    byPair.resize(starts.back());
+    // Each start moves on to the next pair's as its points are placed, then back.
+    for (size_t i = 0; i < units.size(); ++i)
+        if (units[i] != UINT64_MAX)
+            byPair[starts[static_cast<size_t>(units[i] >> 1)]++] = static_cast<uint32_t>(i);
+    std::copy_backward(starts.begin(), starts.end() - 2, starts.end() - 1);
+    starts[0] = 0;
 }
 
 const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& candidate,
@@ -210,6 +236,20 @@ const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& c
     std::vector<uint8_t>& taken = work.taken;
     taken.resize(static_cast<size_t>(clusters));
     for (uint64_t band = 0; band < clusters; ++band) taken[band] = takes(band);
+    if (paired_[shape.axis]) {
+        // The runs of the pairs of the clusters taken, every finite point being in one.
+        const IndexVector& starts = pairStarts_[shape.axis];
+        const IndexVector& byPair = byPair_[shape.axis];
+        const uint64_t pairs = starts.size() - 1;
+        for (uint64_t band = 0; band < clusters && (band << (cluster - 1)) < pairs; ++band) {
+            if (taken[band] == 0) continue;
+            const uint64_t first = band << (cluster - 1);
+            const uint64_t last = std::min(pairs, (band + 1) << (cluster - 1));
+            sample.insert(sample.end(), byPair.begin() + starts[first],
+                          byPair.begin() + starts[last]);
+        }
+        return sample;
+    }
     for (size_t i = 0; i < units.size(); ++i) {
         if (units[i] == UINT64_MAX) continue;
         const uint64_t band = units[i] >> cluster;
@@ -258,7 +298,8 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, E
     } else {
         const StripShape& shape = candidate.strips;
         const IndexVector& part = stripSample(block, candidate, work);
-        cutStrips(block.data(), part, shape, cutting, work.scratch);
+        cutStrips(block.data(), part, shape, cutting, work.scratch, finestOf(block, candidate),
+                  candidate.shift);
         sampled = part.size();
     }
     if (bound != nullptr && sampled > 0) {

@@ -90,12 +90,18 @@ private:
     // The points of every so many strips of `shape`, into work.sample.
     const IndexVector& stripSample(PointSpan block, const Candidate& candidate, Workspace& work);
     const IndexVector& allIndices(size_t n);
+    // The finest bands of the block's points for the strips of `candidate`, if made; else null.
+    const uint64_t* finestOf(PointSpan block, const Candidate& candidate) const;
 
     std::vector<std::unique_ptr<Workspace>> workspaces_;  // the first for one thread's calls
     BlockPlannerOptions options_;
     IndexVector all_;
     // The finest band of each point along either axis, and the block they belong to.
     LargeVector<uint64_t> units_[2];
+    // Along either axis, where there are no more pairs of the finest bands than points: the
+    // points of each pair in their order, pair after pair, and where each pair's points begin.
+    IndexVector byPair_[2], pairStarts_[2];
+    bool paired_[2] = {false, false};
     const zul_Point* unitsOf_[2] = {nullptr, nullptr};
     // The last choice of a sampled block, and sampled blocks since the last full search.
     Candidate last_;

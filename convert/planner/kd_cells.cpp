@@ -25,59 +25,194 @@ LargeVector<Item>& itemsOf(const zul_Point* points, const IndexVector& indices,
 
 using Iterator = LargeVector<Item>::iterator;
 
-// The axis along which the finite coordinates of [first, last) spread the most.
-int widestAxis(Iterator first, Iterator last) {
+// The extent of the finite coordinates of some items.
+struct Bounds {
     double low[3] = {INFINITY, INFINITY, INFINITY}, high[3] = {-INFINITY, -INFINITY, -INFINITY};
-    for (auto i = first; i != last; ++i) {
+
+    void add(const Item& item) {
         for (int k = 0; k < 3; ++k) {
-            const double v = i->position[k];
+            const double v = item.position[k];
             if (!std::isfinite(v)) continue;
             low[k] = std::min(low[k], v);
             high[k] = std::max(high[k], v);
         }
     }
-    int widest = 0;
-    double extent[3];
-    for (int k = 0; k < 3; ++k) extent[k] = high[k] >= low[k] ? high[k] - low[k] : 0;
-    for (int k = 1; k < 3; ++k)
-        if (extent[k] > extent[widest]) widest = k;
-    return widest;
+    void add(Iterator first, Iterator last) {
+        for (auto i = first; i != last; ++i) add(*i);
+    }
+    // As add, but an infinite coordinate counts: cheaper, and the same wherever exact() holds.
+    void addAny(const Item& item) {
+        for (int k = 0; k < 3; ++k) {
+            const double v = item.position[k];  // not a number: neither comparison holds
+            low[k] = v < low[k] ? v : low[k];
+            high[k] = v > high[k] ? v : high[k];
+        }
+    }
+    void addAny(Iterator first, Iterator last) {
+        for (auto i = first; i != last; ++i) addAny(*i);
+    }
+    // Whether every bound is a finite coordinate: then addAny saw no infinite one.
+    bool exact() const {
+        for (int k = 0; k < 3; ++k)
+            if (!std::isfinite(low[k]) || !std::isfinite(high[k])) return false;
+        return true;
+    }
+    // The axis along which they spread the most, the first on ties.
+    int widest() const {
+        int axis = 0;
+        double extent[3];
+        for (int k = 0; k < 3; ++k) extent[k] = high[k] >= low[k] ? high[k] - low[k] : 0;
+        for (int k = 1; k < 3; ++k)
+            if (extent[k] > extent[axis]) axis = k;
+        return axis;
+    }
+};
+
+// The axis along which the finite coordinates of [first, last) spread the most.
+int widestAxis(Iterator first, Iterator last) {
+    Bounds bounds;
+    bounds.addAny(first, last);
+    if (!bounds.exact()) {
+        bounds = Bounds();
+        bounds.add(first, last);
+    }
+    return bounds.widest();
 }
 
-// Splits [begin, end) of `items` as the cells do and returns the middle, or `end` for a part
-// that fits in one chunk.
-size_t split(LargeVector<Item>& items, size_t begin, size_t end, size_t size) {
+// The order of the splits: whatever is not a number goes after every number, so it stays strict.
+bool before(double u, double v) { return std::isnan(v) ? !std::isnan(u) : u < v; }
+
+// A part of the items still to split, and the axis it is split along once known (else -1).
+struct Part {
+    size_t begin, end;
+    int axis;
+};
+
+// Parts at least this large find their middle from a sample: two values that bound it closely
+// are drawn from the sample, two passes put the items below, between and above them in place and
+// learn the extent of either half, and only the few between are ordered further.
+const size_t kSampledSplit = 8192;
+
+// Puts the items of [begin, end) whose coordinate along `axis` meets `first` before the others,
+// swapping only those on the wrong side, and adds them to `met` and the others to `failed`
+// (either may be null); returns where the others begin.
+template <class Test>
+size_t partition(LargeVector<Item>& items, size_t begin, size_t end, int axis, Test first,
+                 Bounds* met, Bounds* failed) {
+    size_t i = begin, j = end;
+    for (;;) {
+        for (; i < j && first(items[i].position[axis]); ++i)
+            if (met != nullptr) met->addAny(items[i]);
+        for (; i < j && !first(items[j - 1].position[axis]); --j)
+            if (failed != nullptr) failed->addAny(items[j - 1]);
+        // Either i == j, or items[i] fails and items[j - 1] meets the test, and i + 1 < j.
+        if (i == j) return i;
+        std::swap(items[i], items[j - 1]);
+        if (met != nullptr) met->addAny(items[i]);
+        if (failed != nullptr) failed->addAny(items[j - 1]);
+        ++i;
+        --j;
+    }
+}
+
+// Puts the `middle`th smallest of [begin, end) along `axis` at `middle`, the smaller before it and
+// the larger after; sets axes[0] and axes[1] to the axes of the two halves where it learns them.
+void select(LargeVector<Item>& items, size_t begin, size_t middle, size_t end, int axis,
+            int axes[2]) {
+    const auto at = [&items](size_t i) { return items.begin() + static_cast<std::ptrdiff_t>(i); };
+    const auto less = [axis](const Item& a, const Item& b) {
+        return before(a.position[axis], b.position[axis]);
+    };
     const size_t count = end - begin;
-    if (count <= size) return end;
+    if (count < kSampledSplit) {
+        std::nth_element(at(begin), at(middle), at(end), less);
+        return;
+    }
+    // A sample of about count^(2/3) items spread evenly; the middle lies between its ranks
+    // `rank` +- two standard deviations or so.
+    const double root = std::cbrt(static_cast<double>(count));
+    const size_t m = static_cast<size_t>(root * root);
+    std::vector<double> sample(m);
+    for (size_t j = 0; j < m; ++j)
+        sample[j] = items[begin + (2 * j + 1) * count / (2 * m)].position[axis];
+    const double rank =
+        static_cast<double>(middle - begin) * static_cast<double>(m) / static_cast<double>(count);
+    const double spread = 2 * std::sqrt(static_cast<double>(m));
+    const double lowRank = std::floor(rank - spread), highRank = std::ceil(rank + spread);
+    const bool hasLow = lowRank >= 0, hasHigh = highRank < static_cast<double>(m);
+    double low = 0, high = 0;
+    size_t from = 0;
+    if (hasLow) {
+        from = static_cast<size_t>(lowRank);
+        std::nth_element(sample.begin(), sample.begin() + static_cast<std::ptrdiff_t>(from),
+                         sample.end(), before);
+        low = sample[from];
+        ++from;
+    }
+    if (hasHigh) {
+        const size_t to = static_cast<size_t>(highRank);
+        std::nth_element(sample.begin() + static_cast<std::ptrdiff_t>(from),
+                         sample.begin() + static_cast<std::ptrdiff_t>(to), sample.end(), before);
+        high = sample[to];
+    }
+    // A bound that is not a number leaves its side empty; with numbers for bounds, `before`
+    // comes down to one comparison.
+    const bool below = hasLow && !std::isnan(low), above = hasHigh && !std::isnan(high);
+    // [begin, lt) before `low`, [gt, end) after `high`, the rest between.
+    Bounds lower, upper;
+    const size_t lt =
+        below ? partition(
+                    items, begin, end, axis, [low](double v) { return v < low; }, &lower, nullptr)
+              : begin;
+    const size_t gt =
+        above ? partition(
+                    items, lt, end, axis, [high](double v) { return v <= high; }, nullptr, &upper)
+              : end;
+    if (middle < lt) {
+        std::nth_element(at(begin), at(middle), at(lt), less);
+    } else if (middle > gt) {
+        std::nth_element(at(gt), at(middle), at(end), less);
+    } else {
+        if (middle < gt) std::nth_element(at(lt), at(middle), at(gt), less);
+        lower.addAny(at(lt), at(middle));
+        upper.addAny(at(middle), at(gt));
+        axes[0] = lower.exact() ? lower.widest() : -1;
+        axes[1] = upper.exact() ? upper.widest() : -1;
+    }
+}
+
+// Splits `part` of `items` as the cells do and returns the middle, or its end for a part that
+// fits in one chunk. The halves are [begin, middle) and [middle, end), their axes in `halves`.
+size_t split(LargeVector<Item>& items, const Part& part, size_t size, Part halves[2]) {
+    const size_t count = part.end - part.begin;
+    if (count <= size) return part.end;
     const size_t chunks = (count + size - 1) / size;
-    const size_t middle = begin + (chunks + 1) / 2 * size;
-    const Iterator first = items.begin() + static_cast<std::ptrdiff_t>(begin);
-    const Iterator last = items.begin() + static_cast<std::ptrdiff_t>(end);
-    const int axis = widestAxis(first, last);
-    // Whatever is not a number goes after every number, so the order stays strict.
-    std::nth_element(first, items.begin() + static_cast<std::ptrdiff_t>(middle), last,
-                     [axis](const Item& a, const Item& b) {
-                         const double u = a.position[axis], v = b.position[axis];
-                         return std::isnan(v) ? !std::isnan(u) : u < v;
-                     });
+    const size_t middle = part.begin + (chunks + 1) / 2 * size;
+    const int axis = part.axis >= 0
+                         ? part.axis
+                         : widestAxis(items.begin() + static_cast<std::ptrdiff_t>(part.begin),
+                                      items.begin() + static_cast<std::ptrdiff_t>(part.end));
+    int axes[2] = {-1, -1};
+    select(items, part.begin, middle, part.end, axis, axes);
+    halves[0] = {part.begin, middle, axes[0]};
+    halves[1] = {middle, part.end, axes[1]};
     return middle;
 }
 
-void appendCells(LargeVector<Item>& items, size_t begin, size_t end, size_t size,
-                 Cutting& cutting) {
-    // Parts still to split, as index ranges; a stack rather than recursion, first part on top.
-    std::vector<std::pair<size_t, size_t>> parts = {{begin, end}};
+void appendCells(LargeVector<Item>& items, const Part& whole, size_t size, Cutting& cutting) {
+    // Parts still to split; a stack rather than recursion, first part on top.
+    std::vector<Part> parts = {whole};
     while (!parts.empty()) {
-        const auto [from, to] = parts.back();
+        const Part part = parts.back();
         parts.pop_back();
-        const size_t middle = split(items, from, to, size);
-        if (middle == to) {
-            for (size_t i = from; i < to; ++i) cutting.order.push_back(items[i].index);
+        Part halves[2];
+        if (split(items, part, size, halves) == part.end) {
+            for (size_t i = part.begin; i < part.end; ++i) cutting.order.push_back(items[i].index);
             cutting.closeChunk();
             continue;
         }
-        parts.emplace_back(middle, to);
-        parts.emplace_back(from, middle);
+        parts.push_back(halves[1]);
+        parts.push_back(halves[0]);
     }
 }
 
@@ -86,7 +221,7 @@ void appendCells(LargeVector<Item>& items, size_t begin, size_t end, size_t size
 void cutKdCells(const zul_Point* points, const IndexVector& indices, int chunk, Cutting& cutting,
                 KdScratch& scratch) {
     LargeVector<Item>& items = itemsOf(points, indices, scratch);
-    appendCells(items, 0, items.size(), static_cast<size_t>(std::max(chunk, 1)), cutting);
+    appendCells(items, {0, items.size(), -1}, static_cast<size_t>(std::max(chunk, 1)), cutting);
 }
 
 size_t kdSample(const zul_Point* points, const IndexVector& indices, int chunk, size_t target,
@@ -94,31 +229,28 @@ size_t kdSample(const zul_Point* points, const IndexVector& indices, int chunk, 
     const size_t size = static_cast<size_t>(std::max(chunk, 1));
     LargeVector<Item>& items = itemsOf(points, indices, scratch);
     size_t sampled = 0;
-    struct Part {
-        size_t begin, end, want;
+    // A part, and the branches still to take out of it.
+    struct Branch {
+        Part part;
+        size_t want;
     };
-    std::vector<Part> stack = {{0, items.size(), std::max<size_t>(parts, 1)}};
+    std::vector<Branch> stack = {{{0, items.size(), -1}, std::max<size_t>(parts, 1)}};
     while (!stack.empty()) {
-        Part part = stack.back();
+        Branch branch = stack.back();
         stack.pop_back();
-        if (part.want > 1) {
-            const size_t middle = split(items, part.begin, part.end, size);
-            if (middle != part.end) {
-                stack.push_back({middle, part.end, part.want - part.want / 2});
-                stack.push_back({part.begin, middle, part.want / 2});
-                continue;
-            }
+        Part halves[2];
+        if (branch.want > 1 && split(items, branch.part, size, halves) != branch.part.end) {
+            stack.push_back({halves[1], branch.want - branch.want / 2});
+            stack.push_back({halves[0], branch.want / 2});
+            continue;
         }
+        Part part = branch.part;
         for (bool second = false; part.end - part.begin > target; second = !second) {
-            const size_t middle = split(items, part.begin, part.end, size);
-            if (middle == part.end) break;
-            if (second)
-                part.begin = middle;
-            else
-                part.end = middle;
+            if (split(items, part, size, halves) == part.end) break;
+            part = halves[second ? 1 : 0];
         }
         sampled += part.end - part.begin;
-        appendCells(items, part.begin, part.end, size, cutting);
+        appendCells(items, part, size, cutting);
     }
     return sampled;
 }

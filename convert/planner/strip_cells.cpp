@@ -44,7 +44,7 @@ void cutAlong(const zul_Point* points, IndexVector& order, size_t begin, size_t 
 }  // namespace
 
 void cutStrips(const zul_Point* points, const IndexVector& indices, const StripShape& shape,
-               Cutting& cutting, StripScratch& scratch) {
+               Cutting& cutting, StripScratch& scratch, const uint64_t* finest, int shift) {
     // A counting sort by band keeps the given order within each band.
     IndexVector& bands = scratch.bands;
     IndexVector& starts = scratch.starts;
@@ -57,7 +57,10 @@ void cutStrips(const zul_Point* points, const IndexVector& indices, const StripS
     scratch.high.assign(shape.count + 1, -INFINITY);
     for (size_t i = 0; i < indices.size(); ++i) {
         const zul_Point& p = points[indices[i]];
-        const size_t band = stripOf(shape, p);
+        const size_t band = finest == nullptr ? stripOf(shape, p)
+                            : finest[indices[i]] == UINT64_MAX
+                                ? shape.count
+                                : std::min<uint64_t>(finest[indices[i]] >> shift, shape.count - 1);
         bands[i] = static_cast<uint32_t>(band);
         ++starts[band + 1];
         scratch.low[band] = std::min(scratch.low[band], p.position[along]);

@@ -29,10 +29,11 @@ inline size_t stripOf(const StripShape& shape, const zul_Point& point) {
     if (!std::isfinite(point.position[0]) || !std::isfinite(point.position[1]) ||
         !std::isfinite(point.position[2]))
         return shape.count;
-    const double band = std::floor((point.position[shape.axis] - shape.origin) * shape.inverse);
+    // Its floor, taken by the conversion where it is at least 1 (and so is the floor's).
+    const double band = (point.position[shape.axis] - shape.origin) * shape.inverse;
     // Positions below the origin or past the last band belong to no block this shape was made
     // for; they join the nearest band rather than index outside.
-    if (!(band > 0)) return 0;
+    if (!(band >= 1)) return 0;
     return band >= static_cast<double>(shape.count) ? shape.count - 1 : static_cast<size_t>(band);
 }
 
@@ -44,8 +45,11 @@ struct StripScratch {
 
 // Cuts the points `indices` (of `points`, all within the shape's bands) into strips and each strip
 // into chunks along its length, appending them to `cutting`. Points with a coordinate that is not
-// finite form chunks of their own.
+// finite form chunks of their own. With `finest`, the band of points[i] is finest[i] >> shift
+// (UINT64_MAX: not finite) rather than worked out: the bands of a shape 2^shift times finer and
+// otherwise alike, which fall on the shape's own.
 void cutStrips(const zul_Point* points, const IndexVector& indices, const StripShape& shape,
-               Cutting& cutting, StripScratch& scratch);
+               Cutting& cutting, StripScratch& scratch, const uint64_t* finest = nullptr,
+               int shift = 0);
 
 }  // namespace zulplan

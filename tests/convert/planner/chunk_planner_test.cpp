@@ -66,6 +66,124 @@ TEST(KdCells, EveryChunkIsACompactCellAndNoPointIsLost) {
     }
 }
 
+// The cells as halving by std::nth_element makes them, each as its sorted indices.
+void plainCells(const std::vector<zul_Point>& points, std::vector<uint32_t> part, size_t chunk,
+                std::vector<std::vector<uint32_t>>& cells) {
+    if (part.size() <= chunk) {
+        std::sort(part.begin(), part.end());
+        cells.push_back(part);
+        return;
+    }
+    double extent[3];
+    for (int k = 0; k < 3; ++k) {
+        double low = INFINITY, high = -INFINITY;
+        for (uint32_t i : part) {
+            if (!std::isfinite(points[i].position[k])) continue;
+            low = std::min(low, points[i].position[k]);
+            high = std::max(high, points[i].position[k]);
+        }
+        extent[k] = high >= low ? high - low : 0;
+    }
+    const int axis = static_cast<int>(std::max_element(extent, extent + 3) - extent);
+    const size_t middle = ((part.size() + chunk - 1) / chunk + 1) / 2 * chunk;
+    std::nth_element(part.begin(), part.begin() + static_cast<std::ptrdiff_t>(middle), part.end(),
+                     [&](uint32_t a, uint32_t b) {
+                         return points[a].position[axis] < points[b].position[axis];
+                     });
+    plainCells(points, {part.begin(), part.begin() + static_cast<std::ptrdiff_t>(middle)}, chunk,
+               cells);
+    plainCells(points, {part.begin() + static_cast<std::ptrdiff_t>(middle), part.end()}, chunk,
+               cells);
+}
+
+std::vector<std::vector<uint32_t>> cellsOf(const zulplan::Cutting& cutting) {
+    std::vector<std::vector<uint32_t>> cells;
+    for (size_t c = 0; c < cutting.chunks(); ++c) {
+        cells.emplace_back(cutting.order.begin() + cutting.begin(c),
+                           cutting.order.begin() + cutting.ends[c]);
+        std::sort(cells.back().begin(), cells.back().end());
+    }
+    return cells;
+}
+
+struct KdCase {
+    size_t count;
+    double width, height;
+    int chunk;
+    size_t infinite;  // points whose height is infinite, which no extent counts
+};
+
+class KdCellsMatch : public ::testing::TestWithParam<KdCase> {};
+
+// Large parts are halved from a sample of pivots: the cells are those of plain halving all the
+// same (distinct coordinates make them one), and a k-d sample takes whole ones of them.
+TEST_P(KdCellsMatch, PlainHalvingAndTheSample) {
+    const KdCase c = GetParam();
+    std::vector<zul_Point> points = randomPoints(c.count, c.width, c.height, 7);
+    for (size_t i = 0; i < c.infinite; ++i) points[i * 97].position[2] = INFINITY;
+    zulplan::IndexVector all(points.size());
+    for (size_t i = 0; i < all.size(); ++i) all[i] = static_cast<uint32_t>(i);
+    std::vector<std::vector<uint32_t>> plain;
+    plainCells(points, {all.begin(), all.end()}, static_cast<size_t>(c.chunk), plain);
+    zulplan::Cutting cutting, sample;
+    zulplan::KdScratch scratch;
+    zulplan::cutKdCells(points.data(), all, c.chunk, cutting, scratch);
+    EXPECT_EQ(cellsOf(cutting), plain);
+    const size_t sampled = zulplan::kdSample(points.data(), all, c.chunk, 3000, 8, sample, scratch);
+    EXPECT_EQ(sampled, sample.order.size());
+    EXPECT_GT(sampled, 0u);
+    for (const auto& cell : cellsOf(sample))
+        EXPECT_NE(std::find(plain.begin(), plain.end(), cell), plain.end());
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, KdCellsMatch,
+                         ::testing::Values(KdCase{40000, 400, 100, 500, 0},
+                                           KdCase{40000, 100, 100, 1000, 5},
+                                           KdCase{30000, 1000, 10, 64, 0},
+                                           KdCase{9000, 100, 300, 10000, 0}));
+
+struct StripCase {
+    int axis, shift;
+    size_t notFinite;  // points with a coordinate that is not a number
+};
+
+class StripBands : public ::testing::TestWithParam<StripCase> {};
+
+// Strips cut from the finest bands worked out beforehand are those cut from the points.
+TEST_P(StripBands, FromTheFinestAsFromThePoints) {
+    const StripCase c = GetParam();
+    std::vector<zul_Point> points = randomPoints(20000, 100, 60, 11);
+    for (size_t i = 0; i < c.notFinite; ++i) points[i * 31].position[i % 3] = NAN;
+    zulplan::StripShape shape;
+    shape.axis = c.axis;
+    shape.origin = 0;
+    shape.width = 0.75 * std::exp2(c.shift);
+    shape.inverse = 1 / shape.width;
+    shape.count = static_cast<size_t>((c.axis == 0 ? 100 : 60) / shape.width) + 1;
+    shape.chunk = 700;
+    shape.maxLength = 20;
+    zulplan::StripShape finest = shape;
+    finest.inverse = std::ldexp(shape.inverse, c.shift);
+    finest.count = shape.count << c.shift;
+    std::vector<uint64_t> units(points.size());
+    zulplan::IndexVector all(points.size());
+    for (size_t i = 0; i < points.size(); ++i) {
+        const size_t band = zulplan::stripOf(finest, points[i]);
+        units[i] = band == finest.count ? UINT64_MAX : band;
+        all[i] = static_cast<uint32_t>(i);
+    }
+    zulplan::Cutting plain, fromFinest;
+    zulplan::StripScratch scratch;
+    zulplan::cutStrips(points.data(), all, shape, plain, scratch);
+    zulplan::cutStrips(points.data(), all, shape, fromFinest, scratch, units.data(), c.shift);
+    EXPECT_EQ(fromFinest.order, plain.order);
+    EXPECT_EQ(fromFinest.ends, plain.ends);
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, StripBands,
+                         ::testing::Values(StripCase{0, 0, 0}, StripCase{1, 3, 0},
+                                           StripCase{0, 5, 7}));
+
 class PlannedFiles : public ToolTest, public ::testing::WithParamInterface<const char*> {};
 
 // The planner's file holds the points of the input's order, never in more bytes, in chunks of 1
