@@ -41,7 +41,7 @@ void LasStoredPoints::start(const LasHead& las, const unsigned char* records,
 }
 
 bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords,
-                                 uint64_t* inputs) {
+                                 uint64_t* inputs, uint64_t& last) {
     // (With the records' grid points, a point's position is its own record's X, Y and Z times
     // the ratios, as compress computed it: the same whole number, of an int32 times at most 2^20,
     // so below 2^52.)
@@ -58,6 +58,7 @@ bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRec
             }
         }
         inputs[k] = chunk.inputs[k];
+        last = std::max(last, inputs[k]);
         if (previous && (p[0] != previous[0] || p[1] != previous[1] || p[2] != previous[2])) {
             if (k - run > 1) std::sort(inputs + run, inputs + k);
             run = k;
@@ -73,13 +74,17 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
     const double step = chunk.type->quantizationStep;
     const bool fromRecords = ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0;
     const bool unit = step == 1.0;
+    // A point past the file's records (the file changed) is caught before any record is read.
     uint64_t last = 0;
-    for (size_t k = 0; k < n; ++k) last = std::max(last, chunk.inputs[k]);
+    whole_ = unit && matchWhole(chunk, fromRecords, inputOf.data() + base, last);
+    if (!whole_) {
+        last = 0;
+        for (size_t k = 0; k < n; ++k) last = std::max(last, chunk.inputs[k]);
+    }
     if (n > 0 && last >= las_.count) {
         changed_ = true;
         return false;
     }
-    whole_ = unit && matchWhole(chunk, fromRecords, inputOf.data() + base);
     if (whole_) return true;
     // Where every point's own grid point is the one it is stored on (as a rule), the points of a
     // grid point are next to each other in the chunk, and take their records in input order.

@@ -49,8 +49,9 @@ private:
     // The same for the usual chunk, false for any other: on a step of 1, every position a whole
     // number below 2^52, stored as it is and its own grid point (checked point by point unless
     // `fromRecords`: the positions are the records' grid points). A grid point's stored points
-    // are next to each other.
-    bool matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords, uint64_t* inputs);
+    // are next to each other. `last` gets the largest input point.
+    bool matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords, uint64_t* inputs,
+                    uint64_t& last);
 
     LasHead las_;
     const unsigned char* records_ = nullptr;
