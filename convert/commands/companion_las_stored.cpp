@@ -41,7 +41,7 @@ void LasStoredPoints::start(const LasHead& las, const unsigned char* records,
 }
 
 bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords,
-                                 uint64_t* inputs) {
+                                 uint64_t* inputs, uint64_t& last) {
     // (With the records' grid points, a point's position is its own record's X, Y and Z times
     // the ratios, as compress computed it: the same whole number, of an int32 times at most 2^20,
     // so below 2^52.)
@@ -58,6 +58,7 @@ bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRec
             }
         }
         inputs[k] = chunk.inputs[k];
+        last = std::max(last, inputs[k]);
         if (previous && (p[0] != previous[0] || p[1] != previous[1] || p[2] != previous[2])) {
             if (k - run > 1) std::sort(inputs + run, inputs + k);
             run = k;
@@ -73,13 +74,17 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
     const double step = chunk.type->quantizationStep;
     const bool fromRecords = ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0;
     const bool unit = step == 1.0;
+    // A point past the file's records (the file changed) is caught before any record is read.
     uint64_t last = 0;
-    for (size_t k = 0; k < n; ++k) last = std::max(last, chunk.inputs[k]);
+    whole_ = unit && matchWhole(chunk, fromRecords, inputOf.data() + base, last);
+    if (!whole_) {
+        last = 0;
+        for (size_t k = 0; k < n; ++k) last = std::max(last, chunk.inputs[k]);
+    }
     if (n > 0 && last >= las_.count) {
         changed_ = true;
         return false;
     }
-    whole_ = unit && matchWhole(chunk, fromRecords, inputOf.data() + base);
     if (whole_) return true;
     // Where every point's own grid point is the one it is stored on (as a rule), the points of a
     // grid point are next to each other in the chunk, and take their records in input order.
@@ -150,6 +155,17 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
     return true;
 }
 
+namespace {
+
+// Counts how many of a record's colour values `own` each colour scale gives back from the stream's
+// 8-bit `value`: own == value * kScales[s].
+inline void countAlike(uint16_t own, uint8_t value, int64_t alike[3]) {
+    for (int s = 0; s < 3; ++s)
+        alike[s] += own == static_cast<uint16_t>(value * LasStoredPoints::kScales[s]);
+}
+
+}  // namespace
+
 void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
     if (changed_) return;
     const size_t n = chunk.count, base = inputOf.size();
@@ -161,10 +177,25 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
     const zul_DataType& type = *chunk.type;
     const zul_Header2 none = {};
     const zul_Header2& header = chunk.header ? *chunk.header : none;
+    // Everything the loop reads is kept in locals while it runs: its stores of bytes could alias
+    // the members, which would be read again after each.
     const bool reflection = type.reflectionMode != zul_REFLECTION_NONE;
-    // Kept in locals while the loop runs: its stores of bytes could alias the members.
+    const int32_t maxReflection = type.maxReflection;
     const zul_ColorMode colorMode = type.colorMode;
     const int colorOffset = las_.colorOffset;
+    const size_t length = las_.recordLength;
+    const unsigned char* const records = records_;
+    const uint64_t* const inputs = inputOf.data() + base;
+    const uint32_t* const at = chunk.at;
+    const double* const positions = chunk.points.positions;
+    const int32_t* const reflections = chunk.points.reflections;
+    const uint8_t* const colors = chunk.points.colors;
+    uint16_t* const intensities = intensityResidual.data() + base;
+    uint8_t* const color = color8.data() + 3 * base;
+    const double* const stored = whole_ ? nullptr : stored_.data();
+    const double scale[3] = {las_.scale[0], las_.scale[1], las_.scale[2]};
+    const double offset[3] = {las_.offset[0], las_.offset[1], las_.offset[2]};
+    bool any[4] = {false, false, false, false};
     int64_t alike[3] = {0, 0, 0};
     // A matrix without rotation (as compress makes it from the LAS scales and offsets) takes one
     // product and one sum an axis: the terms left out are zeros, which change no sum but the sign
@@ -173,59 +204,57 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
     const bool diagonal = header.enabled && m[1] == 0 && m[2] == 0 && m[4] == 0 && m[6] == 0 &&
                           m[8] == 0 && m[9] == 0;
     const double factor[3] = {m[0], m[5], m[10]}, shift[3] = {m[12], m[13], m[14]};
+    // Colour kept in 5, 6 and 5 bits is given back in the middle of what each value stands for.
+    const int drop[3] = {3, 2, 3};
     for (size_t k = 0; k < n; ++k) {
-        const size_t at = base + k;
         if (k + kAhead < n) {
-            const char* next =
-                reinterpret_cast<const char*>(records_ + inputOf[at + kAhead] * las_.recordLength);
+            const char* next = reinterpret_cast<const char*>(records + inputs[k + kAhead] * length);
             __builtin_prefetch(next);
-            __builtin_prefetch(next + las_.recordLength - 1);
+            __builtin_prefetch(next + length - 1);
         }
-        const size_t i = chunk.at[k];
-        const unsigned char* r = records_ + inputOf[at] * las_.recordLength;
+        const size_t i = at[k];
+        const unsigned char* r = records + inputs[k] * length;
         double q[3];
-        const double* g =
-            whole_ ? chunk.points.positions + 3 * size_t{chunk.at[k]} : &stored_[3 * k];
+        const double* g = stored ? stored + 3 * k : positions + 3 * i;
         if (diagonal) {
             for (int axis = 0; axis < 3; ++axis) q[axis] = shift[axis] + factor[axis] * g[axis];
         } else {
             residualWorld(g, m, header.enabled, q);
         }
-        XyzResidual xyz = {at, {0, 0, 0}};
+        int32_t xyz[3];
         for (int axis = 0; axis < 3; ++axis) {
-            xyz.value[axis] = lasResidual(loadLittle<int32_t>(r + 4 * axis), q[axis],
-                                          las_.scale[axis], las_.offset[axis]);
-            anyResidual[axis] = anyResidual[axis] || xyz.value[axis] != 0;
+            xyz[axis] =
+                lasResidual(loadLittle<int32_t>(r + 4 * axis), q[axis], scale[axis], offset[axis]);
+            any[axis] |= xyz[axis] != 0;
         }
-        if (xyz.value[0] != 0 || xyz.value[1] != 0 || xyz.value[2] != 0) {
-            xyzResidual.push_back(xyz);
+        if ((xyz[0] | xyz[1] | xyz[2]) != 0) {
+            xyzResidual.push_back({base + k, {xyz[0], xyz[1], xyz[2]}});
         }
         // The reflection and colour as the stream gives them back.
-        const int32_t stored =
-            reflection ? std::max(0, std::min(chunk.points.reflections[i], type.maxReflection)) : 0;
+        const int32_t kept = reflection ? std::max(0, std::min(reflections[i], maxReflection)) : 0;
         const uint16_t ir =
-            static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) - static_cast<uint16_t>(stored));
-        intensityResidual[at] = ir;
-        anyResidual[3] = anyResidual[3] || ir != 0;
-        for (int channel = 0; channel < 3; ++channel) {
-            uint8_t value = 0;
-            if (colorMode == zul_COLOR_RGB888) {
-                value = chunk.points.colors[3 * i + channel];
-            } else if (colorMode == zul_COLOR_RGB565) {
-                // Kept in 5, 6 and 5 bits, given back in the middle of what each stands for.
-                const int drop = channel == 1 ? 2 : 3;
-                value = static_cast<uint8_t>(
-                    ((chunk.points.colors[3 * i + channel] >> drop) << drop) + (1 << (drop - 1)));
+            static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) - static_cast<uint16_t>(kept));
+        intensities[k] = ir;
+        any[3] |= ir != 0;
+        uint8_t value[3] = {0, 0, 0};
+        if (colorMode == zul_COLOR_RGB888) {
+            for (int channel = 0; channel < 3; ++channel) value[channel] = colors[3 * i + channel];
+        } else if (colorMode == zul_COLOR_RGB565) {
+            for (int channel = 0; channel < 3; ++channel) {
+                const int d = drop[channel];
+                value[channel] =
+                    static_cast<uint8_t>(((colors[3 * i + channel] >> d) << d) + (1 << (d - 1)));
             }
-            color8[3 * at + channel] = value;
-            if (colorOffset > 0) {
-                const uint16_t own = loadLittle<uint16_t>(r + colorOffset + 2 * channel);
-                for (int s = 0; s < 3; ++s) {
-                    alike[s] += own == static_cast<uint16_t>(value * kScales[s]);
-                }
+        }
+        for (int channel = 0; channel < 3; ++channel) color[3 * k + channel] = value[channel];
+        if (colorOffset > 0) {
+            for (int channel = 0; channel < 3; ++channel) {
+                countAlike(loadLittle<uint16_t>(r + colorOffset + 2 * channel), value[channel],
+                           alike);
             }
         }
     }
+    for (int s = 0; s < 4; ++s) anyResidual[s] = anyResidual[s] || any[s];
     for (int s = 0; s < 3; ++s) same[s] += alike[s];
 }
 

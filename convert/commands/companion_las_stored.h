@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "commands/companion_las.h"
+#include "planner/large_pages.h"
 #include "planner/planned_writer.h"
 
 namespace zulconvert {
@@ -31,12 +32,13 @@ public:
         uint64_t at;
         int32_t value[3];
     };
-    std::vector<uint64_t> inputOf;       // the input point of each stored point
-    std::vector<int64_t> chunkStart{0};  // each chunk's first stored point, and the end
+    // Filled chunk by chunk as they come: the arrays a point grow without being zeroed first.
+    zulplan::LargeVector<uint64_t> inputOf;  // the input point of each stored point
+    std::vector<int64_t> chunkStart{0};      // each chunk's first stored point, and the end
     std::vector<XyzResidual> xyzResidual;
-    std::vector<uint16_t> intensityResidual;  // a stored point's
-    std::vector<uint8_t> color8;              // three a stored point, as the stream gives them
-    bool anyResidual[4] = {};                 // X, Y, Z, intensity
+    zulplan::LargeVector<uint16_t> intensityResidual;  // a stored point's
+    zulplan::LargeVector<uint8_t> color8;  // three a stored point, as the stream gives them
+    bool anyResidual[4] = {};              // X, Y, Z, intensity
     // The colour scales tried, 256, 257 and 1, and how many values each gives back as they were.
     static constexpr int64_t kScales[3] = {256, 257, 1};
     int64_t same[3] = {};
@@ -47,8 +49,9 @@ private:
     // The same for the usual chunk, false for any other: on a step of 1, every position a whole
     // number below 2^52, stored as it is and its own grid point (checked point by point unless
     // `fromRecords`: the positions are the records' grid points). A grid point's stored points
-    // are next to each other.
-    bool matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords, uint64_t* inputs);
+    // are next to each other. `last` gets the largest input point.
+    bool matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords, uint64_t* inputs,
+                    uint64_t& last);
 
     LasHead las_;
     const unsigned char* records_ = nullptr;

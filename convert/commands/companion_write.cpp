@@ -106,6 +106,20 @@ void copyColumn(const unsigned char* from, size_t stride, size_t width, size_t n
     }
 }
 
+// A record of `length` bytes: those of 16 to 64 bytes (every LAS point format without extra
+// bytes) in two copies of a fixed size that overlap, which take a few moves, not a call.
+inline void copyRecord(unsigned char* to, const unsigned char* from, size_t length) {
+    if (length >= 32 && length <= 64) {
+        std::memcpy(to, from, 32);
+        std::memcpy(to + length - 32, from + length - 32, 32);
+    } else if (length >= 16 && length < 32) {
+        std::memcpy(to, from, 16);
+        std::memcpy(to + length - 16, from + length - 16, 16);
+    } else {
+        std::memcpy(to, from, length);
+    }
+}
+
 const auto check = &checkCompanion;
 
 }  // namespace
@@ -223,7 +237,7 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
                           "back; compress with --no-companion");
     }
     const unsigned char* records = input.bytes() + las.dataOffset;
-    const std::vector<uint64_t>& inputOf = stored_.inputOf;
+    const zulplan::LargeVector<uint64_t>& inputOf = stored_.inputOf;
     const size_t stored = inputOf.size();
     const auto recordOf = [&](size_t p) { return records + inputOf[p] * las.recordLength; };
     // The records are read in the stream's order, anywhere in the file: each is asked for well
@@ -240,8 +254,8 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     // writer stored them.
     const std::vector<int64_t>& chunkStart = stored_.chunkStart;
     const std::vector<LasStoredPoints::XyzResidual>& xyzResidual = stored_.xyzResidual;
-    const std::vector<uint16_t>& intensityResidual = stored_.intensityResidual;
-    const std::vector<uint8_t>& color8 = stored_.color8;
+    const zulplan::LargeVector<uint16_t>& intensityResidual = stored_.intensityResidual;
+    const zulplan::LargeVector<uint8_t>& color8 = stored_.color8;
     const bool* anyResidual = stored_.anyResidual;
     const int64_t* same = stored_.same;
     const int64_t* scales = LasStoredPoints::kScales;
@@ -293,15 +307,16 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
         const size_t begin = static_cast<size_t>(chunkStart[c]);
         const size_t n = static_cast<size_t>(chunkStart[c + 1]) - begin;
         // The chunk's records, gathered once in its order, then cut into columns.
-        chunkRecords.resize(n * length);
+        if (chunkRecords.size() < n * length) chunkRecords.resize(n * length);
         for (size_t k = 0; k < n; ++k) {
             prefetch(begin + k);
-            std::memcpy(chunkRecords.data() + k * length, recordOf(begin + k), length);
+            copyRecord(chunkRecords.data() + k * length, recordOf(begin + k), length);
         }
         int32_t field = 0;
         for (const LasColumn& column : columns) {
             const size_t width = static_cast<size_t>(column.width);
-            values.resize(n * width);
+            // Grown, never shrunk: a narrow column before a wide one would zero the rest again.
+            if (values.size() < n * width) values.resize(n * width);
             copyColumn(chunkRecords.data() + column.offset, length, width, n, values.data());
             check(zul_xout_writeColumn(writer, c, field++, values.data(), static_cast<int64_t>(n)),
                   shown);

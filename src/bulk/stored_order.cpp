@@ -83,7 +83,8 @@ void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t
                  std::vector<zullib::zul_QuantizedPoint>& records,
                  std::vector<unsigned char>& scratch) {
     const size_t n = static_cast<size_t>(points.numPoints);
-    records.resize(n);
+    // Grown, never shrunk: a smaller chunk before a larger one would zero the rest again.
+    if (records.size() < n) records.resize(n);
     // The encoder's own steps: each position onto the grid, the slots laid out by the chunk's
     // box and shifted to its minimum. Only the coordinates decide the order.
     const double step = type.quantizationStep;
@@ -116,7 +117,8 @@ void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t
     for (size_t i = 0; i < n; ++i) order[i] = static_cast<uint32_t>(i);
     const int keyBits = width[0] + width[1] + width[2];
     if (keyBits > 64 || width[0] == 64 || width[1] == 64 || width[2] == 64) {
-        for (zullib::zul_QuantizedPoint& record : records) {
+        for (size_t i = 0; i < n; ++i) {
+            zullib::zul_QuantizedPoint& record = records[i];
             const int64_t grid[3] = {record.coordinates[0], record.coordinates[1],
                                      record.coordinates[2]};
             for (int k = 0; k < 3; ++k) {

@@ -155,8 +155,9 @@ constexpr size_t kTinySample = 32;
 // Chunks of at most kWholeTrialValues values try the codings on all of them (the best trial is
 // the segment) and keep the winner for the next chunks, while those hold at most kValuesPerTrial
 // values with the chunk the trials ran on, and until one makes more than kGrowth times the bytes
-// a value (plus kGrowthSlack) of that chunk. Larger chunks try the codings on a sample, each.
-constexpr int64_t kWholeTrialValues = 2048;
+// a value (plus kGrowthSlack) of that chunk. Larger chunks try the codings on a sample, each (a
+// first sample misleads more often than the whole chunk: docs/companion.md).
+constexpr int64_t kWholeTrialValues = 4096;
 constexpr int64_t kValuesPerTrial = 65536;
 constexpr double kGrowth = 1.25, kGrowthSlack = 0.05;
 // zstd's shortest match for the byte planes of 8-byte floats (GPS time) in a small chunk, coded

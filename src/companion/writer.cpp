@@ -48,6 +48,9 @@ struct zul_xout_WriterStruct {
     size_t nextChunk = 0;
     std::vector<std::vector<uint8_t>> segments;
     std::vector<bool> written;
+    // Without the order, a chunk's columns that come in directory order are coded as they come,
+    // into the blocks, not copied: the first `codedFields`, from `chunkAt`.
+    size_t codedFields = 0, chunkAt = 0;
     std::vector<CodingChoice> choices;  // a field's, kept from chunk to chunk
     CodingChoice orderChoice;
     std::vector<uint8_t> output;
@@ -66,8 +69,8 @@ struct zul_xout_WriterStruct {
             if (head.hasOrder)
                 inputOrder = inputOrderOf(
                     reinterpret_cast<const uint64_t*>(segments[numFields].data()), count);
-            const size_t at = blocks.size();
-            for (size_t s = 0; s < numFields; ++s)
+            const size_t at = codedFields > 0 ? chunkAt : blocks.size();
+            for (size_t s = codedFields; s < numFields; ++s)
                 encodeBestSegment(segments[s].data(), count, head.fields[s].width,
                                   head.fields[s].type, head.hasOrder ? &inputOrder : nullptr,
                                   choices[s], blocks);
@@ -78,6 +81,7 @@ struct zul_xout_WriterStruct {
                 segments[s].clear();  // keeps its room for the next chunk's column
                 written[s] = false;
             }
+            codedFields = 0;
             entry.blockOffset = static_cast<int64_t>(at);  // from the first block for now
             entry.blockSize = static_cast<int64_t>(blocks.size() - at);
             entry.blockChecksum = checksum(blocks.data() + at, blocks.size() - at);
@@ -122,8 +126,19 @@ struct zul_xout_WriterStruct {
         if (written[segment] || numValues != head.chunks[nextChunk].chunk.numPoints)
             return zul_STATUS_INVALID_ARGUMENT;
         const uint8_t* bytes = static_cast<const uint8_t*>(values);
-        segments[segment].assign(bytes, bytes + numValues * width);
         written[segment] = true;
+        if (head.hasOrder || segment != codedFields) {
+            segments[segment].assign(bytes, bytes + numValues * width);
+        } else {
+            if (codedFields == 0) chunkAt = blocks.size();
+            const size_t numFields = head.fields.size();
+            for (; codedFields < numFields && written[codedFields]; ++codedFields) {
+                const Field& field = head.fields[codedFields];
+                encodeBestSegment(codedFields == segment ? bytes : segments[codedFields].data(),
+                                  numValues, field.width, field.type, nullptr, choices[codedFields],
+                                  blocks);
+            }
+        }
         completeBlocks();
         return zul_STATUS_OK;
     }

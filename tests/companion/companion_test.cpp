@@ -131,6 +131,42 @@ TEST(Companion, BindingByPartsEqualsWholeBinding) {
 }
 
 // A companion bound to another stream is refused: another marker, or another chunk layout.
+// Columns written as they come: in directory order they are coded at once, in any other order
+// kept until those before them are there; the bytes are the same either way.
+TEST(Companion, ColumnsInAnyOrderMakeTheSameBytes) {
+    const ByteVector stream = makeStream(3, 300, 4);
+    const std::vector<int32_t> counts = chunkCounts(stream);
+    const size_t numFields = allTypes().size();
+    const auto companion = [&](bool withOrder, size_t rotate, bool reverse) {
+        zul::CompanionWriter writer;
+        for (const TypeCase& t : allTypes()) writer.addField(t.name, t.type, t.width);
+        if (withOrder) writer.keepOrder();
+        writer.bindStream(stream);
+        for (size_t c = 0; c < counts.size(); ++c) {
+            std::vector<uint64_t> order(static_cast<size_t>(counts[c]));
+            for (size_t i = 0; i < order.size(); ++i) order[i] = (i * 7919 + c) % order.size();
+            if (withOrder && reverse) writer.writeOrder(static_cast<int64_t>(c), order);
+            for (size_t k = 0; k < numFields; ++k) {
+                const size_t f = (reverse ? numFields - 1 - k : k + rotate) % numFields;
+                const int width = allTypes()[f].width;
+                writer.writeColumn(static_cast<int64_t>(c), static_cast<int>(f),
+                                   columnBytes(static_cast<int>(c % 3), counts[c], width,
+                                               static_cast<unsigned>(c * 100 + f)),
+                                   width);
+            }
+            if (withOrder && !reverse) writer.writeOrder(static_cast<int64_t>(c), order);
+        }
+        return writer.finish();
+    };
+    for (const bool withOrder : {false, true}) {
+        const ByteVector inOrder = companion(withOrder, 0, false);
+        EXPECT_EQ(companion(withOrder, 0, true), inOrder);
+        EXPECT_EQ(companion(withOrder, 1, false), inOrder);
+        EXPECT_EQ(companion(withOrder, numFields / 2, false), inOrder);
+        EXPECT_NO_THROW(zul::CompanionReader(inOrder, stream));
+    }
+}
+
 TEST(Companion, CompanionOfAnotherStreamIsRefused) {
     const ByteVector stream = makeStream(3, 100, 3);
     const ByteVector companion = makeCompanion(stream, false);

@@ -58,8 +58,8 @@ class ReadChunk : public ::testing::TestWithParam<Choice> {};
 
 TEST_P(ReadChunk, GivesWhatColumnReadsGive) {
     const Choice choice = GetParam();
-    // Chunks above 2048 points, whose columns each choose their own coding.
-    const ByteVector stream = makeStream(4, 2100, 5);
+    // Chunks above 4096 points, whose columns each choose their own coding.
+    const ByteVector stream = makeStream(4, 4200, 5);
     std::vector<std::vector<ByteVector>> written;
     const ByteVector companion = orderedCompanion(stream, choice.withOrder, choice.kind, &written);
     zul::CompanionReader reader(companion, stream);
