@@ -24,8 +24,9 @@ void put(unsigned char* at, T value) {
 
 // The stream's matrix applied as residualWorld does. With no rotation or shear (every entry off
 // the diagonal zero) each added product of a zero and a finite coordinate is a zero: the sum is
-// the same double but for the sign of a zero, which no rounded coordinate keeps. A block with a
-// coordinate that is not finite (a zero times it is no zero) takes the whole sum.
+// the same double but for the sign of a zero, which no rounded coordinate keeps. A coordinate
+// that is not finite (a zero times it is no zero) gives units that are not finite on its own
+// axis: a block with units out of an int32's reach takes the whole sum.
 struct NoMatrix {
     double at(const double* g, int row) const { return g[row]; }
 };
@@ -35,11 +36,6 @@ struct DiagonalMatrix {
     explicit DiagonalMatrix(const double* matrix)
         : m(matrix), move{m[12], m[13], m[14]}, factor{m[0], m[5], m[10]} {}
     double at(const double* g, int row) const { return move[row] + factor[row] * g[row]; }
-    bool exact(const double* g, int64_t n) const {
-        double zero = 0;  // NaN once any value is not finite
-        for (int64_t k = 0; k < n; ++k) zero += g[k] * 0.0;
-        return zero == 0;
-    }
 };
 struct FullMatrix {
     const double* m;
@@ -56,22 +52,28 @@ struct FullMatrix {
 // once where the processor has the instructions.
 constexpr double kLowest = -2147483648.5, kHighest = 2147483647.5;
 
-int32_t roundUnit(double u) {
-    const double inside = u > kLowest && u < kHighest ? u : 0.0;
+int32_t roundUnit(double u, bool& allInside) {
+    const bool in = u > kLowest && u < kHighest;
+    allInside = allInside && in;
+    const double inside = in ? u : 0.0;
     const int32_t whole = static_cast<int32_t>(inside);
     const double fraction = inside - static_cast<double>(whole);
     return whole + (fraction >= 0.5 ? 1 : 0) - (fraction <= -0.5 ? 1 : 0);
 }
 
-void roundUnits(const double* units, int64_t n, int32_t* out) {
+// Returns whether every value was within an int32's reach.
+bool roundUnits(const double* units, int64_t n, int32_t* out) {
     int64_t k = 0;
+    bool allInside = true;
 #if defined(__SSE2__)
     const __m128d lowest = _mm_set1_pd(kLowest), highest = _mm_set1_pd(kHighest);
     const __m128d half = _mm_set1_pd(0.5), minusHalf = _mm_set1_pd(-0.5);
+    __m128d every = _mm_castsi128_pd(_mm_set1_epi32(-1));
     for (; k + 2 <= n; k += 2) {
         const __m128d u = _mm_loadu_pd(units + k);
-        const __m128d inside =
-            _mm_and_pd(u, _mm_and_pd(_mm_cmpgt_pd(u, lowest), _mm_cmplt_pd(u, highest)));
+        const __m128d in = _mm_and_pd(_mm_cmpgt_pd(u, lowest), _mm_cmplt_pd(u, highest));
+        every = _mm_and_pd(every, in);
+        const __m128d inside = _mm_and_pd(u, in);
         const __m128i whole = _mm_cvttpd_epi32(inside);
         const __m128d fraction = _mm_sub_pd(inside, _mm_cvtepi32_pd(whole));
         // Each comparison's all-ones is -1 in the low half of its lane.
@@ -82,8 +84,10 @@ void roundUnits(const double* units, int64_t n, int32_t* out) {
         _mm_storel_epi64(reinterpret_cast<__m128i*>(out + k),
                          _mm_add_epi32(_mm_sub_epi32(whole, up), down));
     }
+    allInside = _mm_movemask_pd(every) == 3;
 #endif
-    for (; k < n; ++k) out[k] = roundUnit(units[k]);
+    for (; k < n; ++k) out[k] = roundUnit(units[k], allInside);
+    return allInside;
 }
 
 // Coordinates, and the intensity and colour where the records take them, of `n` records; the
@@ -108,16 +112,13 @@ void putEach(const World& world, const zul_bulk_Points& points, int64_t at, int6
                     units[3 * i + axis] = (through.at(p, axis) - offset[axis]) / scale[axis];
             }
         };
-        if constexpr (std::is_same<World, DiagonalMatrix>::value) {
-            if (world.exact(g, 3 * count)) {
-                unitsWith(world);
-            } else {
+        unitsWith(world);
+        if (!roundUnits(units, 3 * count, whole)) {
+            if constexpr (std::is_same<World, DiagonalMatrix>::value) {
                 unitsWith(FullMatrix{world.m});
+                roundUnits(units, 3 * count, whole);
             }
-        } else {
-            unitsWith(world);
         }
-        roundUnits(units, 3 * count, whole);
         const int32_t* reflection = kIntensity ? points.reflections + at + from : nullptr;
         const uint8_t* colour = kColour ? points.colors + 3 * (at + from) : nullptr;
         unsigned char* r = records + static_cast<size_t>(from) * length;
