@@ -152,7 +152,15 @@ void putPointsWith(const World& world, const zul_bulk_Points& points, int64_t at
 // Copies a column's `n` values into their place in each record.
 template <size_t W>
 void copyColumn(const unsigned char* column, int64_t n, size_t length, unsigned char* r) {
-    for (int64_t i = 0; i < n; ++i, column += W, r += length) std::memcpy(r, column, W);
+    // Four values a turn: the loop's own steps cost more than a copy.
+    int64_t i = 0;
+    for (; i + 4 <= n; i += 4, column += 4 * W, r += 4 * length) {
+        std::memcpy(r, column, W);
+        std::memcpy(r + length, column + W, W);
+        std::memcpy(r + 2 * length, column + 2 * W, W);
+        std::memcpy(r + 3 * length, column + 3 * W, W);
+    }
+    for (; i < n; ++i, column += W, r += length) std::memcpy(r, column, W);
 }
 
 }  // namespace
