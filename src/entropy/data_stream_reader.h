@@ -127,6 +127,34 @@ public:
         if (!fast_) form_ = kGeneralForm;
         if (form_ == kTabledForm && kComponents > 1)
             pairs_ = CodePairLookup(lookups_[0], lookups_[1]);
+        bitless_ = true;
+        for (int c = 0; c < kComponents; ++c) {
+            bitless_ = bitless_ && tables[c].size() == 1 &&
+                       (tables[c][0] == 0 || (tables[c][0] == 255 && absoluteBits[c] == 0));
+        }
+    }
+
+    // Whether the points take no bit of the stream: each component has a single code, with no
+    // prefix and no payload (the same delta for every point, or an escape of no bits, 0).
+    bool bitless() const { return bitless_; }
+
+    // For a bitless stream, the points from `first` on: what checked steps give them, a
+    // component at a time, with no bit read.
+    void readBitless(std::vector<zul_QuantizedPoint>& records, size_t first) {
+        // In locals: a byte stored to a record could alias the vector's own fields.
+        zul_QuantizedPoint* const begin = records.data() + first;
+        zul_QuantizedPoint* const end = records.data() + records.size();
+        for (int c = 0; c < kComponents; ++c) {
+            int64_t value = coding_.previous[c];
+            int64_t delta = 0;
+            const bool escape = tables_[c][0] == 255;
+            if (!escape) CVR::decodeDelta(delta, coding_.lookup[c], 0, 0);
+            for (zul_QuantizedPoint* point = begin; point != end; ++point) {
+                value = escape ? 0 : Accessor::undoDelta(c, value, delta);
+                Accessor::set(*point, c, value);
+            }
+            if (begin != end) coding_.previous[c] = value;
+        }
     }
 
     // Which step serves every point of the chunk: readFast, or readInRegister with or without
@@ -352,6 +380,7 @@ private:
     int componentBits_[kComponents] = {};  // the longest code of each component
     int refillBits_[kComponents] = {};     // see Cursor
     int form_ = kGeneralForm;
+    bool bitless_ = false;
     CodePairLookup pairs_;
     DeltaDecoder decoders_[kComponents];
     CodeLookup lookups_[kComponents];
@@ -433,6 +462,10 @@ template <class Accessor>
 zul_Status readStreamBody(BitStreamIn& in, std::vector<zul_QuantizedPoint>& points,
                           const int* absoluteBits, const std::vector<int>* tables) {
     StreamBodyReader<Accessor> reader(in, absoluteBits, tables, points.size());
+    if (reader.bitless()) {
+        reader.readBitless(points, 0);
+        return reader.finish();
+    }
     size_t next = readFastRuns(points, 0, reader);
     reader.stopFast();
     for (; next < points.size(); ++next) reader.readChecked(points[next]);
