@@ -61,37 +61,88 @@ int32_t roundUnit(double u, bool& allInside) {
     return whole + (fraction >= 0.5 ? 1 : 0) - (fraction <= -0.5 ? 1 : 0);
 }
 
+#if defined(__SSE2__)
+// roundUnit of two values at once, keeping whether every value was within reach.
+class RoundTwo {
+public:
+    __m128i operator()(__m128d u) {
+        const __m128d in = _mm_and_pd(_mm_cmpgt_pd(u, lowest_), _mm_cmplt_pd(u, highest_));
+        every_ = _mm_and_pd(every_, in);
+        const __m128d inside = _mm_and_pd(u, in);
+        const __m128i whole = _mm_cvttpd_epi32(inside);
+        const __m128d fraction = _mm_sub_pd(inside, _mm_cvtepi32_pd(whole));
+        // Each comparison's all-ones is -1 in the low half of its lane.
+        const __m128i up = _mm_shuffle_epi32(_mm_castpd_si128(_mm_cmpge_pd(fraction, half_)),
+                                             _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128i down = _mm_shuffle_epi32(_mm_castpd_si128(_mm_cmple_pd(fraction, minusHalf_)),
+                                               _MM_SHUFFLE(2, 0, 2, 0));
+        return _mm_add_epi32(_mm_sub_epi32(whole, up), down);
+    }
+    bool allInside() const { return _mm_movemask_pd(every_) == 3; }
+
+private:
+    __m128d lowest_ = _mm_set1_pd(kLowest), highest_ = _mm_set1_pd(kHighest);
+    __m128d half_ = _mm_set1_pd(0.5), minusHalf_ = _mm_set1_pd(-0.5);
+    __m128d every_ = _mm_castsi128_pd(_mm_set1_epi32(-1));
+};
+#endif
+
 // Returns whether every value was within an int32's reach.
 bool roundUnits(const double* units, int64_t n, int32_t* out) {
     int64_t k = 0;
     bool allInside = true;
 #if defined(__SSE2__)
-    const __m128d lowest = _mm_set1_pd(kLowest), highest = _mm_set1_pd(kHighest);
-    const __m128d half = _mm_set1_pd(0.5), minusHalf = _mm_set1_pd(-0.5);
-    __m128d every = _mm_castsi128_pd(_mm_set1_epi32(-1));
-    for (; k + 2 <= n; k += 2) {
-        const __m128d u = _mm_loadu_pd(units + k);
-        const __m128d in = _mm_and_pd(_mm_cmpgt_pd(u, lowest), _mm_cmplt_pd(u, highest));
-        every = _mm_and_pd(every, in);
-        const __m128d inside = _mm_and_pd(u, in);
-        const __m128i whole = _mm_cvttpd_epi32(inside);
-        const __m128d fraction = _mm_sub_pd(inside, _mm_cvtepi32_pd(whole));
-        // Each comparison's all-ones is -1 in the low half of its lane.
-        const __m128i up = _mm_shuffle_epi32(_mm_castpd_si128(_mm_cmpge_pd(fraction, half)),
-                                             _MM_SHUFFLE(2, 0, 2, 0));
-        const __m128i down = _mm_shuffle_epi32(_mm_castpd_si128(_mm_cmple_pd(fraction, minusHalf)),
-                                               _MM_SHUFFLE(2, 0, 2, 0));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(out + k),
-                         _mm_add_epi32(_mm_sub_epi32(whole, up), down));
-    }
-    allInside = _mm_movemask_pd(every) == 3;
+    RoundTwo round;
+    for (; k + 2 <= n; k += 2)
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out + k), round(_mm_loadu_pd(units + k)));
+    allInside = round.allInside();
 #endif
     for (; k < n; ++k) out[k] = roundUnit(units[k], allInside);
     return allInside;
 }
 
+// Without a matrix or with a diagonal one: the units of `count` points and their rounding in one
+// pass, two points (six values, each lane the operations of at() and of the units) a turn.
+// Returns whether every value was within an int32's reach.
+template <typename World>
+bool roundPoints(const World& world, const double* g, int64_t count, const double* offset,
+                 const double* scale, int32_t* out) {
+    int64_t i = 0;
+    bool allInside = true;
+#if defined(__SSE2__)
+    constexpr bool kDiagonal = std::is_same<World, DiagonalMatrix>::value;
+    __m128d move[3], factor[3], shift[3], step[3];
+    for (int j = 0; j < 3; ++j) {
+        const int a = (2 * j) % 3, b = (2 * j + 1) % 3;  // the axes of the turn's pair j
+        shift[j] = _mm_setr_pd(offset[a], offset[b]);
+        step[j] = _mm_setr_pd(scale[a], scale[b]);
+        if constexpr (kDiagonal) {
+            move[j] = _mm_setr_pd(world.move[a], world.move[b]);
+            factor[j] = _mm_setr_pd(world.factor[a], world.factor[b]);
+        }
+    }
+    RoundTwo round;
+    for (; i + 2 <= count; i += 2) {
+        for (int j = 0; j < 3; ++j) {
+            __m128d q = _mm_loadu_pd(g + 3 * i + 2 * j);
+            if constexpr (kDiagonal) q = _mm_add_pd(move[j], _mm_mul_pd(factor[j], q));
+            const __m128d units = _mm_div_pd(_mm_sub_pd(q, shift[j]), step[j]);
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 3 * i + 2 * j), round(units));
+        }
+    }
+    allInside = round.allInside();
+#endif
+    for (; i < count; ++i) {
+        for (int axis = 0; axis < 3; ++axis) {
+            out[3 * i + axis] =
+                roundUnit((world.at(g + 3 * i, axis) - offset[axis]) / scale[axis], allInside);
+        }
+    }
+    return allInside;
+}
+
 // Coordinates, and the intensity and colour where the records take them, of `n` records; the
-// coordinates a block of points at a time: the units, then their rounding, then the records.
+// coordinates a block of points at a time: the rounded units, then the records.
 template <bool kIntensity, bool kColour, typename World>
 void putEach(const World& world, const zul_bulk_Points& points, int64_t at, int64_t n,
              const LasHead& las, int64_t colorScale, unsigned char* records) {
@@ -112,8 +163,14 @@ void putEach(const World& world, const zul_bulk_Points& points, int64_t at, int6
                     units[3 * i + axis] = (through.at(p, axis) - offset[axis]) / scale[axis];
             }
         };
-        unitsWith(world);
-        if (!roundUnits(units, 3 * count, whole)) {
+        bool allInside;
+        if constexpr (std::is_same<World, FullMatrix>::value) {
+            unitsWith(world);
+            allInside = roundUnits(units, 3 * count, whole);
+        } else {
+            allInside = roundPoints(world, g, count, offset, scale, whole);
+        }
+        if (!allInside) {
             if constexpr (std::is_same<World, DiagonalMatrix>::value) {
                 unitsWith(FullMatrix{world.m});
                 roundUnits(units, 3 * count, whole);

@@ -41,7 +41,7 @@ TEST(LasRecordFill, WritesWhatThePlainFunctionsGive) {
                             std::numeric_limits<double>::quiet_NaN(),
                             123456.789,
                             -98765.4321};
-    const size_t count = 1029;  // two blocks of 512 and an odd tail
+    const size_t count = 1030;  // two blocks of 512 and an odd tail
     std::vector<double> positions(3 * count);
     std::vector<int32_t> reflections(count);
     std::vector<uint8_t> colors(3 * count);
