@@ -212,7 +212,7 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     // The whole file in the input's order: each record goes straight to its place.
     const bool direct = info.hasOrder && !options.box && !options.salvage &&
                         info.numPoints == static_cast<int64_t>(las.count);
-    std::vector<bool> seen(direct ? las.count : 0);
+    std::vector<unsigned char> taken(direct ? las.count : 0);
     uint64_t placedRecords = 0;
     // Not zeroed: every record of it is written, each once, or nothing is written at all.
     std::unique_ptr<unsigned char[]> whole(direct ? new unsigned char[las.count * length]
@@ -283,6 +283,20 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
             }
             if (records.size() < bytes) records.resize(bytes);
             fill.fill(points, at, n, rooms.data(), records.data());
+            if (direct) {
+                // Every record in its place at once.
+                const int64_t placed = placeRecords(records.data(), n, length, chunkOrder.data(),
+                                                    las.count, taken.data(), whole.get());
+                placedRecords += static_cast<uint64_t>(placed);
+                if (placed < n) {
+                    throw FormatError(path + ": chunk " + std::to_string(number) +
+                                      "'s order is damaged (record " +
+                                      std::to_string(chunkOrder[static_cast<size_t>(placed)]) +
+                                      " twice or out of range)");
+                }
+                at += n;
+                continue;
+            }
             if (!options.box && !direct) {
                 // Every record, in stored order: the chunk's at once.
                 data.insert(data.end(), records.data(), records.data() + bytes);
@@ -304,19 +318,6 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                                  p[axis] <= options.boxMax[axis];
                     }
                     if (!inside) continue;
-                }
-                if (direct) {
-                    // Every record in its place at once.
-                    const uint64_t k = chunkOrder[static_cast<size_t>(i)];
-                    if (k >= las.count || seen[k]) {
-                        throw FormatError(path + ": chunk " + std::to_string(number) +
-                                          "'s order is damaged (record " + std::to_string(k) +
-                                          " twice or out of range)");
-                    }
-                    seen[k] = true;
-                    std::memcpy(whole.get() + k * length, r, length);
-                    ++placedRecords;
-                    continue;
                 }
                 data.insert(data.end(), r, r + length);
                 if (info.hasOrder) order.push_back(chunkOrder[static_cast<size_t>(i)]);

@@ -220,7 +220,37 @@ void copyColumn(const unsigned char* column, int64_t n, size_t length, unsigned 
     for (; i < n; ++i, column += W, r += length) std::memcpy(r, column, W);
 }
 
+template <size_t L>
+int64_t placeEach(const unsigned char* records, int64_t n, size_t length, const uint64_t* order,
+                  uint64_t count, unsigned char* taken, unsigned char* whole) {
+    const size_t size = L == 0 ? length : L;  // a length of its own, or any
+    for (int64_t i = 0; i < n; ++i, records += size) {
+        const uint64_t k = order[i];
+        if (k >= count || taken[k]) return i;
+        taken[k] = 1;
+        std::memcpy(whole + k * size, records, size);
+    }
+    return n;
+}
+
 }  // namespace
+
+int64_t placeRecords(const unsigned char* records, int64_t n, size_t length, const uint64_t* order,
+                     uint64_t count, unsigned char* taken, unsigned char* whole) {
+    // The records of the point formats most files have, copied with a length the compiler knows.
+    switch (length) {
+        case 20:
+            return placeEach<20>(records, n, length, order, count, taken, whole);
+        case 28:
+            return placeEach<28>(records, n, length, order, count, taken, whole);
+        case 30:
+            return placeEach<30>(records, n, length, order, count, taken, whole);
+        case 34:
+            return placeEach<34>(records, n, length, order, count, taken, whole);
+        default:
+            return placeEach<0>(records, n, length, order, count, taken, whole);
+    }
+}
 
 LasRecordFill::LasRecordFill(const LasHead& las, const zul_Header2& header, int64_t colorScale,
                              std::vector<Placed> placed)

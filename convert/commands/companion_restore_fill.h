@@ -22,6 +22,12 @@ struct Placed {
     int residual;  // 0-6 for a difference column (kLasResidualNames), -1 for record bytes
 };
 
+// Copies each of `n` records of `length` bytes to its place `order[i]` among the `count` records
+// of `whole`, marking it in `taken` (count bytes). Returns the index of the first record whose
+// place is out of range or taken already, the records before it placed; else n.
+int64_t placeRecords(const unsigned char* records, int64_t n, size_t length, const uint64_t* order,
+                     uint64_t count, unsigned char* taken, unsigned char* whole);
+
 class LasRecordFill {
 public:
     // `colorScale` multiplies the stream's 8-bit colour; `header` is the stream's (its matrix

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "formats/byte_input.h"
@@ -110,6 +111,39 @@ TEST(LasRecordFill, WritesWhatThePlainFunctionsGive) {
             }
             ASSERT_EQ(zulformats::loadLittle<uint64_t>(r + 20), times[i]);
             for (const size_t b : {14, 15, 16, 17, 18, 19, 34, 35}) ASSERT_EQ(r[b], 0) << b;
+        }
+    }
+}
+
+// Each record to its place, for the lengths copied as known and any other; a place out of range
+// or taken twice stops the copy there.
+TEST(PlaceRecords, PutsEachRecordInItsPlaceAndStopsAtADamagedOrder) {
+    struct {
+        const char* what;
+        std::vector<uint64_t> order;
+        int64_t stop;  // the record refused, or the count
+    } cases[] = {
+        {"a permutation", {3, 0, 4, 1, 2}, 5},
+        {"a place taken twice", {3, 0, 3, 1, 2}, 2},
+        {"a place out of range", {3, 0, 4, 5, 2}, 3},
+    };
+    for (const size_t length : {20, 28, 30, 34, 21}) {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(c.what) + ", length " + std::to_string(length));
+            const int64_t n = static_cast<int64_t>(c.order.size());
+            std::vector<unsigned char> records(static_cast<size_t>(n) * length);
+            for (size_t b = 0; b < records.size(); ++b) records[b] = static_cast<unsigned char>(b);
+            std::vector<unsigned char> taken(5, 0), whole(5 * length, 0xee);
+            ASSERT_EQ(zulconvert::placeRecords(records.data(), n, length, c.order.data(), 5,
+                                               taken.data(), whole.data()),
+                      c.stop);
+            for (int64_t i = 0; i < c.stop; ++i) {
+                const size_t k = static_cast<size_t>(c.order[static_cast<size_t>(i)]);
+                EXPECT_EQ(taken[k], 1);
+                EXPECT_EQ(std::memcmp(whole.data() + k * length,
+                                      records.data() + static_cast<size_t>(i) * length, length),
+                          0);
+            }
         }
     }
 }
