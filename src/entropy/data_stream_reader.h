@@ -144,17 +144,23 @@ public:
         // In locals: a byte stored to a record could alias the vector's own fields.
         zul_QuantizedPoint* const begin = records.data() + first;
         zul_QuantizedPoint* const end = records.data() + records.size();
+        int64_t value[kComponents], delta[kComponents];
+        bool escape[kComponents];
         for (int c = 0; c < kComponents; ++c) {
-            int64_t value = coding_.previous[c];
-            int64_t delta = 0;
-            const bool escape = tables_[c][0] == 255;
-            if (!escape) CVR::decodeDelta(delta, coding_.lookup[c], 0, 0);
-            for (zul_QuantizedPoint* point = begin; point != end; ++point) {
-                value = escape ? 0 : Accessor::undoDelta(c, value, delta);
-                Accessor::set(*point, c, value);
-            }
-            if (begin != end) coding_.previous[c] = value;
+            value[c] = coding_.previous[c];
+            delta[c] = 0;
+            escape[c] = tables_[c][0] == 255;
+            if (!escape[c]) CVR::decodeDelta(delta[c], coding_.lookup[c], 0, 0);
         }
+        for (zul_QuantizedPoint* point = begin; point != end; ++point) {
+            ZUL_UNROLL_4
+            for (int c = 0; c < kComponents; ++c) {
+                value[c] = escape[c] ? 0 : Accessor::undoDelta(c, value[c], delta[c]);
+                Accessor::set(*point, c, value[c]);
+            }
+        }
+        if (begin != end)
+            for (int c = 0; c < kComponents; ++c) coding_.previous[c] = value[c];
     }
 
     // Which step serves every point of the chunk: readFast, or readInRegister with or without
