@@ -16,6 +16,7 @@
 #include "commands/companion_las.h"
 #include "commands/companion_records.h"
 #include "commands/companion_report.h"
+#include "commands/companion_restore_fill.h"
 #include "commands/companion_write.h"
 #include "commands/output_file.h"
 #include "commands/salvage.h"
@@ -66,14 +67,6 @@ void put(unsigned char* at, T value) {
     std::memcpy(at, &value, sizeof value);
 }
 
-// A column of the companion and where it goes in a record.
-struct Placed {
-    int32_t field;
-    int width;
-    size_t offset;
-    int residual;  // 0-6 for a difference column (kLasResidualNames), -1 for record bytes
-};
-
 // The chunks whose points can be records within the box: every chunk without a box; else those
 // whose box through the stream's matrix meets the box widened by a LAS scale step on each side (a
 // record's coordinate is its stream position rounded to the scale). Every chunk when a coordinate
@@ -104,69 +97,6 @@ std::vector<int64_t> boxChunks(const DecompressOptions& options, int64_t usable,
                 options.input, ZulStage::Read);
     chunks.erase(std::lower_bound(chunks.begin(), chunks.end(), usable), chunks.end());
     return chunks;
-}
-
-// The X, Y, Z of `n` records from the decoded positions: the stream's matrix (where it has one)
-// taken out of the loop's choices, so that the loop is one straight path.
-void putCoordinates(const double* positions, int64_t n, const zul_Header2& header,
-                    const LasHead& las, size_t length, unsigned char* records) {
-    const auto each = [&](auto world) {
-        for (int64_t i = 0; i < n; ++i) {
-            double q[3];
-            world(positions + 3 * i, q);
-            unsigned char* r = records + static_cast<size_t>(i) * length;
-            for (int axis = 0; axis < 3; ++axis)
-                put(r + 4 * axis, lasCoordinate(q[axis], las.scale[axis], las.offset[axis]));
-        }
-    };
-    if (header.enabled) {
-        each([&](const double* g, double* q) { residualWorld(g, header.transformation, true, q); });
-    } else {
-        each([](const double* g, double* q) { q[0] = g[0], q[1] = g[1], q[2] = g[2]; });
-    }
-}
-
-// Copies a column's `n` values into their place in each record, or adds a difference column's
-// values to what the stream gave.
-template <size_t W>
-void copyColumn(const unsigned char* column, int64_t n, size_t offset, size_t length,
-                unsigned char* records) {
-    for (int64_t i = 0; i < n; ++i)
-        std::memcpy(records + static_cast<size_t>(i) * length + offset,
-                    column + static_cast<size_t>(i) * W, W);
-}
-
-void placeColumn(const Placed& p, const unsigned char* column, int64_t n, size_t colorOffset,
-                 size_t length, unsigned char* records) {
-    if (p.residual < 0) {
-        switch (p.width) {
-            case 1:
-                return copyColumn<1>(column, n, p.offset, length, records);
-            case 2:
-                return copyColumn<2>(column, n, p.offset, length, records);
-            case 4:
-                return copyColumn<4>(column, n, p.offset, length, records);
-            case 8:
-                return copyColumn<8>(column, n, p.offset, length, records);
-            default:
-                for (int64_t i = 0; i < n; ++i)
-                    std::memcpy(records + static_cast<size_t>(i) * length + p.offset,
-                                column + static_cast<size_t>(i) * p.width,
-                                static_cast<size_t>(p.width));
-                return;
-        }
-    }
-    for (int64_t i = 0; i < n; ++i) {
-        unsigned char* r = records + static_cast<size_t>(i) * length;
-        const unsigned char* v = column + static_cast<size_t>(i) * p.width;
-        if (p.residual < 3) {
-            unsigned char* at4 = r + 4 * p.residual;
-            put(at4, static_cast<uint32_t>(loadLittle<uint32_t>(at4) + loadLittle<uint32_t>(v)));
-        } else {
-            unsigned char* at2 = p.residual == 3 ? r + 12 : r + colorOffset + 2 * (p.residual - 4);
-            put(at2, static_cast<uint16_t>(loadLittle<uint16_t>(at2) + loadLittle<uint16_t>(v)));
-        }
-    }
 }
 
 }  // namespace
@@ -282,7 +212,7 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     // The whole file in the input's order: each record goes straight to its place.
     const bool direct = info.hasOrder && !options.box && !options.salvage &&
                         info.numPoints == static_cast<int64_t>(las.count);
-    std::vector<bool> seen(direct ? las.count : 0);
+    std::vector<unsigned char> taken(direct ? las.count : 0);
     uint64_t placedRecords = 0;
     // Not zeroed: every record of it is written, each once, or nothing is written at all.
     std::unique_ptr<unsigned char[]> whole(direct ? new unsigned char[las.count * length]
@@ -304,25 +234,10 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         if (info.hasOrder) order.reserve(data.capacity() / length);
     }
     ChunkBatches batches(options.input, index.index, false, chunks, options.threads);
-    const zul_Header2& header = head.header;
+    const LasRecordFill fill(las, head.header, colorScale, placed);
     std::vector<unsigned char> records;
-    // Whether every byte of a record is written below (coordinates, intensity, colour, columns):
-    // the records of a chunk then need no zeroing first.
-    const auto coveredBy = [&](const zul_bulk_Points& points) {
-        std::vector<bool> written(length, false);
-        const auto mark = [&](size_t from, size_t count) {
-            for (size_t b = from; b < std::min(length, from + count); ++b) written[b] = true;
-        };
-        mark(0, 12);
-        if (points.reflections) mark(12, 2);
-        if (las.colorOffset > 0 && points.colors) mark(las.colorOffset, 6);
-        for (const Placed& p : placed)
-            if (p.residual < 0) mark(p.offset, static_cast<size_t>(p.width));
-        return std::find(written.begin(), written.end(), false) == written.end();
-    };
     while (batches.next()) {
         const zul_bulk_Points& points = batches.points();
-        const bool covered = coveredBy(points);
         int64_t at = 0;
         for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
             const int64_t number = batches.batchChunks()[c];
@@ -337,23 +252,6 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                                   std::to_string(number) + " is another)");
             }
             const size_t bytes = static_cast<size_t>(n) * length;
-            if (records.size() < bytes) records.resize(bytes);  // zeroed once, as it grows
-            if (!covered) std::memset(records.data(), 0, bytes);
-            putCoordinates(points.positions + 3 * at, n, header, las, length, records.data());
-            if (points.reflections) {
-                for (int64_t i = 0; i < n; ++i)
-                    put(records.data() + static_cast<size_t>(i) * length + 12,
-                        static_cast<uint16_t>(points.reflections[at + i]));
-            }
-            if (las.colorOffset > 0 && points.colors) {
-                for (int64_t i = 0; i < n; ++i) {
-                    unsigned char* r = records.data() + static_cast<size_t>(i) * length;
-                    for (int k = 0; k < 3; ++k) {
-                        put(r + las.colorOffset + 2 * k,
-                            static_cast<uint16_t>(points.colors[3 * (at + i) + k] * colorScale));
-                    }
-                }
-            }
             // Every column and the order with one read of the chunk's block.
             for (size_t f = 0; f < placed.size(); ++f) {
                 values[f].resize(static_cast<size_t>(n) * placed[f].width);
@@ -368,12 +266,34 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                                   "'s fields cannot be read (" + zul_x_statusText(read) +
                                   "); decompress with --no-companion to write the stream alone");
             }
-            for (size_t f = 0; f < placed.size(); ++f)
-                placeColumn(placed[f], values[f].data(), n, las.colorOffset, length,
-                            records.data());
             if (streamed) {
-                streamedOut->write(records.data(), bytes);
+                // Straight into the output's buffer where the chunk's records fit it.
+                unsigned char* room = streamedOut->room(bytes);
+                if (room == nullptr) {
+                    if (records.size() < bytes) records.resize(bytes);
+                    fill.fill(points, at, n, rooms.data(), records.data());
+                    streamedOut->write(records.data(), bytes);
+                } else {
+                    fill.fill(points, at, n, rooms.data(), room);
+                    streamedOut->wrote(bytes);
+                }
                 streamedRecords += static_cast<uint64_t>(n);
+                at += n;
+                continue;
+            }
+            if (records.size() < bytes) records.resize(bytes);
+            fill.fill(points, at, n, rooms.data(), records.data());
+            if (direct) {
+                // Every record in its place at once.
+                const int64_t placed = placeRecords(records.data(), n, length, chunkOrder.data(),
+                                                    las.count, taken.data(), whole.get());
+                placedRecords += static_cast<uint64_t>(placed);
+                if (placed < n) {
+                    throw FormatError(path + ": chunk " + std::to_string(number) +
+                                      "'s order is damaged (record " +
+                                      std::to_string(chunkOrder[static_cast<size_t>(placed)]) +
+                                      " twice or out of range)");
+                }
                 at += n;
                 continue;
             }
@@ -398,19 +318,6 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                                  p[axis] <= options.boxMax[axis];
                     }
                     if (!inside) continue;
-                }
-                if (direct) {
-                    // Every record in its place at once.
-                    const uint64_t k = chunkOrder[static_cast<size_t>(i)];
-                    if (k >= las.count || seen[k]) {
-                        throw FormatError(path + ": chunk " + std::to_string(number) +
-                                          "'s order is damaged (record " + std::to_string(k) +
-                                          " twice or out of range)");
-                    }
-                    seen[k] = true;
-                    std::memcpy(whole.get() + k * length, r, length);
-                    ++placedRecords;
-                    continue;
                 }
                 data.insert(data.end(), r, r + length);
                 if (info.hasOrder) order.push_back(chunkOrder[static_cast<size_t>(i)]);

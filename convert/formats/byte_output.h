@@ -35,6 +35,15 @@ public:
         }
         writeThrough(data, n);
     }
+    // Room for `n` bytes at the end of what is written, to be filled by the caller and then
+    // counted by wrote(n) before any other call; nullptr when `n` is more than a buffer holds
+    // (write() them instead). Bytes made in place are not copied.
+    unsigned char* room(size_t n) {
+        if (n > kBufferSize) return nullptr;
+        if (n > kBufferSize - used_) flush();
+        return buffer_.get() + used_;
+    }
+    void wrote(size_t n) { used_ += n; }
     void text(const std::string& s) { write(s.data(), s.size()); }
     template <typename T>
     void little(T value) {

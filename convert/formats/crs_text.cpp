@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -73,7 +74,32 @@ std::string crsWkt(const std::string& crs, WktDialect dialect, std::string& prob
 bool epsgCodes(const std::string& crs, EpsgCodes& codes, std::string& problem) {
     const Module& m = module();
     if (m.functions == nullptr) return problem = m.failure, false;
-    return m.functions->epsgCodes(crs, codes, problem);
+    // The last answer kept: identifying a system searches PROJ's database, and a command asks of
+    // the same system more than once (whether a LAS 1.2 output can hold it, then its keys).
+    struct Answer {
+        std::string crs;
+        EpsgCodes codes;
+        std::string problem;
+        bool found = false;
+    };
+    static std::mutex mutex;
+    static std::unique_ptr<Answer> last;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (last && last->crs == crs) {
+            codes = last->codes;
+            if (!last->found) problem = last->problem;
+            return last->found;
+        }
+    }
+    Answer answer;
+    answer.crs = crs;
+    answer.found = m.functions->epsgCodes(crs, answer.codes, answer.problem);
+    std::lock_guard<std::mutex> lock(mutex);
+    last = std::make_unique<Answer>(answer);
+    codes = answer.codes;
+    if (!answer.found) problem = answer.problem;
+    return answer.found;
 }
 
 std::string crsOfGeoKeys(const GeoKeyCodes& keys, std::string& problem) {

@@ -5,6 +5,7 @@
 // bounding box and the count are known.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -16,6 +17,11 @@
 namespace zulformats {
 
 namespace {
+
+// The longest record written (point format 7).
+constexpr size_t kLargestRecord = 36;
+static_assert(kLasRecordSize[7] == kLargestRecord && kLasRecordSize[6] < kLargestRecord &&
+              kLasRecordSize[2] < kLargestRecord);
 
 template <typename T>
 void put(unsigned char* header, size_t offset, T value) {
@@ -40,7 +46,7 @@ public:
         scale_ = options.gridStep > 0 ? options.gridStep : 0.001;
         gridExact_ = options.gridExact;
         if (gridExact_) std::copy(options.gridOffset, options.gridOffset + 3, offset_);
-        record_.assign(kLasRecordSize[pointFormat_], 0);
+        recordSize_ = kLasRecordSize[pointFormat_];
         if (!options.crs.empty()) vlrs_ = crsVlrs(options.crs, v14_, path);
         const std::vector<unsigned char> placeholder(headerSize_, 0);
         out_.write(placeholder.data(), placeholder.size());
@@ -60,35 +66,39 @@ public:
                                     : 0.0;
             }
         }
-        std::fill(record_.begin(), record_.end(), 0);
+        // Made in the output's buffer: room for the largest record, zeroed whole, then counted
+        // as long as this one is.
+        unsigned char* record = out_.room(kLargestRecord);
+        std::memset(record, 0, kLargestRecord);
         for (int axis = 0; axis < 3; ++axis) {
-            const double units = std::round((point.position[axis] - offset_[axis]) / scale_);
-            if (!(units >= std::numeric_limits<int32_t>::min() &&
-                  units <= std::numeric_limits<int32_t>::max())) {
+            // std::round's halves away from zero, within LAS's 32-bit coordinates exactly
+            // where the units lie within (-2^31 - 0.5, 2^31 - 0.5).
+            const double units = (point.position[axis] - offset_[axis]) / scale_;
+            if (!(units > -2147483648.5 && units < 2147483647.5)) {
                 throw FormatError(path_ +
                                   ": a position does not fit LAS's 32-bit coordinates at "
                                   "this scale (or is not a number)");
             }
-            const int32_t stored = static_cast<int32_t>(units);
-            put(record_.data(), 4 * axis, stored);
+            const int32_t whole = static_cast<int32_t>(units);
+            const double fraction = units - static_cast<double>(whole);
+            const int32_t stored = whole + (fraction >= 0.5 ? 1 : 0) - (fraction <= -0.5 ? 1 : 0);
+            put(record, 4 * axis, stored);
             const double value = stored * scale_ + offset_[axis];
             min_[axis] = std::min(min_[axis], value);
             max_[axis] = std::max(max_[axis], value);
         }
         if (intensity_) {
             if (point.reflection > 65535) count("reflections above 65535 written as 65535");
-            put(record_.data(), 12, static_cast<uint16_t>(std::clamp(point.reflection, 0, 65535)));
+            put(record, 12, static_cast<uint16_t>(std::clamp(point.reflection, 0, 65535)));
         }
         // One return of one.
-        record_[14] = v14_ ? 0x11 : 0x09;
+        record[14] = v14_ ? 0x11 : 0x09;
         if (color_) {
             const int at = v14_ ? 30 : 20;
-            for (int c = 0; c < 3; ++c) {
-                put(record_.data(), at + 2 * c,
-                    static_cast<uint16_t>(point.color[c] * colorScale_));
-            }
+            for (int c = 0; c < 3; ++c)
+                put(record, at + 2 * c, static_cast<uint16_t>(point.color[c] * colorScale_));
         }
-        out_.write(record_.data(), record_.size());
+        out_.wrote(recordSize_);
         ++count_;
     }
 
@@ -105,7 +115,7 @@ public:
         put<uint32_t>(h, 96, static_cast<uint32_t>(dataOffset_));
         put<uint32_t>(h, 100, static_cast<uint32_t>(vlrs_.size()));
         h[104] = static_cast<unsigned char>(pointFormat_);
-        put<uint16_t>(h, 105, static_cast<uint16_t>(record_.size()));
+        put<uint16_t>(h, 105, static_cast<uint16_t>(recordSize_));
         const bool legacyFits = !v14_ && count_ <= std::numeric_limits<uint32_t>::max();
         if (!v14_ && !legacyFits) {
             throw FormatError(path_ + ": too many points for LAS 1.2; write LAS 1.4");
@@ -144,7 +154,7 @@ private:
     double min_[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL};
     double max_[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
     uint64_t count_ = 0;
-    std::vector<unsigned char> record_;
+    size_t recordSize_ = 0;
 };
 
 }  // namespace

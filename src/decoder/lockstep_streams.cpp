@@ -28,9 +28,11 @@ struct Lane {
     // end.
     zul_Status finish(std::vector<zul_QuantizedPoint>& records, size_t next) {
         if (!present) return zul_STATUS_OK;
-        next = zullib::readFastRuns(records, next, *reader);
-        reader->stopFast();
-        for (; next < records.size(); ++next) reader->readChecked(records[next]);
+        if (!bitless) {
+            next = zullib::readFastRuns(records, next, *reader);
+            reader->stopFast();
+            for (; next < records.size(); ++next) reader->readChecked(records[next]);
+        }
         const zul_Status status = reader->finish();
         if (status != zul_STATUS_OK) return status;
         ZUL_REFUSE_UNLESS(in.bytePosition == end);
@@ -40,19 +42,20 @@ struct Lane {
     BitStreamIn in;
     int64_t end;
     bool present;
+    bool bitless = false;  // read whole (readBitless), not in the side by side steps
     std::vector<int> tables[Accessor::kNumComponents];
     std::optional<zullib::StreamBodyReader<Accessor>> reader;
 };
 
-// Calls f with the readers of the present lanes, in order: which lanes take part in the fast
-// steps is then fixed at compile time.
+// Calls f with the readers of the present lanes that take bits, in order: which lanes take part in
+// the fast steps is then fixed at compile time.
 template <class F>
 size_t withPresentReaders(F&& f) {
     return f();
 }
 template <class F, class FirstLane, class... Lanes>
 size_t withPresentReaders(F&& f, FirstLane& lane, Lanes&... lanes) {
-    if (!lane.present) return withPresentReaders(f, lanes...);
+    if (!lane.present || lane.bitless) return withPresentReaders(f, lanes...);
     return withPresentReaders([&](auto&... readers) { return f(*lane.reader, readers...); },
                               lanes...);
 }
@@ -90,6 +93,14 @@ zul_Status zul_dec_ContextStruct::readStreamsInLockstep(const unsigned char* bod
     open(reflections, widths.reflectionBits);
     open(normals, widths.normalBits);
     if (status != zul_STATUS_OK) return status;
+    // A stream whose points take no bits (a constant colour) is filled whole, outside the steps.
+    const auto fillBitless = [&](auto& lane) {
+        lane.bitless = lane.present && lane.reader->bitless();
+        if (lane.bitless) lane.reader->readBitless(records, 0);
+    };
+    fillBitless(colors);
+    fillBitless(reflections);
+    fillBitless(normals);
 
     const size_t next = withPresentReaders(
         [&](auto&... readers) {

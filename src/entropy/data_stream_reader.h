@@ -127,6 +127,40 @@ public:
         if (!fast_) form_ = kGeneralForm;
         if (form_ == kTabledForm && kComponents > 1)
             pairs_ = CodePairLookup(lookups_[0], lookups_[1]);
+        bitless_ = true;
+        for (int c = 0; c < kComponents; ++c) {
+            bitless_ = bitless_ && tables[c].size() == 1 &&
+                       (tables[c][0] == 0 || (tables[c][0] == 255 && absoluteBits[c] == 0));
+        }
+    }
+
+    // Whether the points take no bit of the stream: each component has a single code, with no
+    // prefix and no payload (the same delta for every point, or an escape of no bits, 0).
+    bool bitless() const { return bitless_; }
+
+    // For a bitless stream, the points from `first` on: what checked steps give them, a
+    // component at a time, with no bit read.
+    void readBitless(std::vector<zul_QuantizedPoint>& records, size_t first) {
+        // In locals: a byte stored to a record could alias the vector's own fields.
+        zul_QuantizedPoint* const begin = records.data() + first;
+        zul_QuantizedPoint* const end = records.data() + records.size();
+        int64_t value[kComponents], delta[kComponents];
+        bool escape[kComponents];
+        for (int c = 0; c < kComponents; ++c) {
+            value[c] = coding_.previous[c];
+            delta[c] = 0;
+            escape[c] = tables_[c][0] == 255;
+            if (!escape[c]) CVR::decodeDelta(delta[c], coding_.lookup[c], 0, 0);
+        }
+        for (zul_QuantizedPoint* point = begin; point != end; ++point) {
+            ZUL_UNROLL_4
+            for (int c = 0; c < kComponents; ++c) {
+                value[c] = escape[c] ? 0 : Accessor::undoDelta(c, value[c], delta[c]);
+                Accessor::set(*point, c, value[c]);
+            }
+        }
+        if (begin != end)
+            for (int c = 0; c < kComponents; ++c) coding_.previous[c] = value[c];
     }
 
     // Which step serves every point of the chunk: readFast, or readInRegister with or without
@@ -352,6 +386,7 @@ private:
     int componentBits_[kComponents] = {};  // the longest code of each component
     int refillBits_[kComponents] = {};     // see Cursor
     int form_ = kGeneralForm;
+    bool bitless_ = false;
     CodePairLookup pairs_;
     DeltaDecoder decoders_[kComponents];
     CodeLookup lookups_[kComponents];
@@ -433,6 +468,10 @@ template <class Accessor>
 zul_Status readStreamBody(BitStreamIn& in, std::vector<zul_QuantizedPoint>& points,
                           const int* absoluteBits, const std::vector<int>* tables) {
     StreamBodyReader<Accessor> reader(in, absoluteBits, tables, points.size());
+    if (reader.bitless()) {
+        reader.readBitless(points, 0);
+        return reader.finish();
+    }
     size_t next = readFastRuns(points, 0, reader);
     reader.stopFast();
     for (; next < points.size(); ++next) reader.readChecked(points[next]);

@@ -26,14 +26,15 @@ using Points = std::vector<zul_QuantizedPoint>;
 struct StepCase {
     const char* name;
     size_t points;
-    int coordinateBits;  // 60: an escape too long for the register
-    int expectedForm;    // of the side-by-side steps
+    int coordinateBits;          // 60: an escape too long for the register
+    int expectedForm;            // of the side-by-side steps
+    bool constantColor = false;  // black: a colour stream of no bits, read whole (readBitless)
 };
 
 void PrintTo(const StepCase& c, std::ostream* os) { *os << c.name; }
 
 // A random walk of small steps with now and then a jump anywhere (an escape); slot 0 sorted.
-Points walk(size_t count, int coordinateBits, uint64_t seed) {
+Points walk(size_t count, int coordinateBits, uint64_t seed, bool constantColor) {
     std::mt19937_64 random(seed);
     const uint64_t mask = coordinateBits == 64 ? ~uint64_t{0} : (uint64_t{1} << coordinateBits) - 1;
     Points points(count);
@@ -49,7 +50,7 @@ Points walk(size_t count, int coordinateBits, uint64_t seed) {
             current[c] = static_cast<int64_t>(static_cast<uint64_t>(current[c] + step) & mask);
             point.coordinates[c] = current[c];
             rgb[c] = static_cast<uint8_t>(rgb[c] + (random() % 100 == 0 ? random() : random() % 5));
-            point.rgb[c] = rgb[c];
+            point.rgb[c] = constantColor ? 0 : rgb[c];
         }
     }
     // Slot 0 never falls.
@@ -103,7 +104,7 @@ class FastSteps : public ::testing::TestWithParam<StepCase> {};
 
 TEST_P(FastSteps, GiveWhatCheckedStepsGive) {
     const StepCase& c = GetParam();
-    const Points written = walk(c.points, c.coordinateBits, c.points);
+    const Points written = walk(c.points, c.coordinateBits, c.points, c.constantColor);
     const int coordinateBits[3] = {c.coordinateBits, c.coordinateBits, c.coordinateBits};
     const int colorBits[3] = {8, 8, 8};
     const std::vector<unsigned char> coordinateBytes =
@@ -118,9 +119,16 @@ TEST_P(FastSteps, GiveWhatCheckedStepsGive) {
                                               fastCoordinates.tables, c.points);
     StreamBodyReader<Colors> colors(fastColors.in, colorBits, fastColors.tables, c.points);
     EXPECT_EQ(std::min(coordinates.form(), colors.form()), c.expectedForm);
-    const size_t sideBySide = readFastRuns(fast, 0, coordinates, colors);
+    ASSERT_EQ(colors.bitless(), c.constantColor);
+    if (c.constantColor) colors.readBitless(fast, 0);
+    const size_t sideBySide = c.constantColor ? readFastRuns(fast, 0, coordinates)
+                                              : readFastRuns(fast, 0, coordinates, colors);
     EXPECT_GT(sideBySide, c.points / 2);
     const auto finish = [&](auto& reader) {
+        if (reader.bitless()) {
+            EXPECT_EQ(reader.finish(), zul_STATUS_OK);
+            return;
+        }
         reader.stopFast();
         for (size_t i = readFastRuns(fast, sideBySide, reader); i < fast.size(); ++i)
             reader.readChecked(fast[i]);
@@ -163,7 +171,9 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(StepCase{"lookups and register", 5000, 18, kTabledForm},
                       StepCase{"register alone", 3000, 18, kRegisterForm},
                       StepCase{"general for too long an escape", 5000, 60, kGeneralForm},
-                      StepCase{"general in a short chunk", 700, 60, kGeneralForm}),
+                      StepCase{"general in a short chunk", 700, 60, kGeneralForm},
+                      StepCase{"constant colour, no bits", 5000, 18, kTabledForm, true},
+                      StepCase{"constant colour in a short chunk", 700, 60, kGeneralForm, true}),
     NameOfCase());
 
 }  // namespace
