@@ -19,7 +19,7 @@ public:
 
     // Takes over `out` at its byte position (which must be on a byte boundary) with room for
     // `maxBytes` more bytes of fields.
-    BitPacker(BitStreamOut& out, int64_t maxBytes) : out_(&out) {
+    BitPacker(BitStreamOut& out, int64_t maxBytes) : out_(out) {
         const int64_t need = out.bytePosition + maxBytes + kStoreReach;
         if (static_cast<int64_t>(out.buffer.size()) < need)
             out.buffer.resize(static_cast<size_t>(2 * need));
@@ -46,8 +46,8 @@ public:
     // Closes the last partly filled byte and hands the position back to `out`.
     void finish() {
         at_ += (fill_ + 7) >> 3;
-        out_->bytePosition = at_ - out_->buffer.data();
-        out_->bitPosition = 0;
+        out_.bytePosition = at_ - out_.buffer.data();
+        out_.bitPosition = 0;
     }
 
 private:
@@ -61,7 +61,7 @@ private:
         fill_ &= 7;
     }
 
-    BitStreamOut* out_;  // a pointer, so that a loop can work on a copy and hand it back
+    BitStreamOut& out_;
     unsigned char* at_;
     uint64_t word_ = 0;
     int fill_ = 0;

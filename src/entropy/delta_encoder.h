@@ -137,7 +137,7 @@ public:
         bound_ = (int64_t{1} << windowBits) - 1;
         entries_.resize(static_cast<size_t>(2 * bound_ + 1));
         // Outward from 0 on each side, a range at a time: the deltas of one range share their
-        // prefix and width, and their payloads count up with them.
+        // prefix and width, and their payloads step by one with them.
         int range = 0;
         for (int64_t delta = 0; delta <= bound_ && range >= 0;) {
             range = fill(encoder, lastPrefix, range, delta, bound_);
@@ -150,20 +150,22 @@ public:
         if (range < 0) {
             entries_.clear();
             bound_ = -1;
-            widest_ = 0;
             return;
         }
         size_ = entries_.size();
     }
 
-    bool empty() const { return size_ == 0; }
-    // The widest field code() gives, an escape's absolute value included.
-    int widest() const { return widest_; }
-
     // The field for `delta` of a value `current`, with its width; false if `delta` lies outside
     // the table or the table is empty (then the caller searches).
     bool code(int64_t delta, int64_t current, uint64_t& field, int& numBits) const {
-        return view().code(delta, current, field, numBits);
+        // One unsigned comparison: deltas below -bound_ wrap to above the table's size.
+        const uint64_t index = static_cast<uint64_t>(delta) + static_cast<uint64_t>(bound_);
+        if (index >= size_) return false;
+        const Entry& entry = entries_[index];
+        const uint64_t absolute = static_cast<uint64_t>(current) & entry.absoluteMask;
+        field = entry.code | absolute << entry.bits;
+        numBits = entry.totalBits;
+        return true;
     }
 
 private:
@@ -174,28 +176,6 @@ private:
         uint8_t totalBits = 0;      // with an escape's absolute value
     };
 
-public:
-    // The table's entries and bounds by value, for a loop that keeps them in registers while it
-    // stores through byte pointers (which could point at the table for all the compiler knows).
-    struct View {
-        const Entry* entries;
-        uint64_t size;
-        uint64_t bound;
-
-        bool code(int64_t delta, int64_t current, uint64_t& field, int& numBits) const {
-            // One unsigned comparison: deltas below -bound wrap to above the table's size.
-            const uint64_t index = static_cast<uint64_t>(delta) + bound;
-            if (index >= size) return false;
-            const Entry& entry = entries[index];
-            const uint64_t absolute = static_cast<uint64_t>(current) & entry.absoluteMask;
-            field = entry.code | absolute << entry.bits;
-            numBits = entry.totalBits;
-            return true;
-        }
-    };
-    View view() const { return {entries_.data(), size_, static_cast<uint64_t>(bound_)}; }
-
-private:
     // The entries from `delta` outward to the end of its range or to `limit` (-bound_ or bound_),
     // the range searched from `first`; returns the range, or -1 if its codes are too long for
     // one field.
@@ -209,7 +189,6 @@ private:
         entry.code = (uint64_t{1} << prefix) - 1;
         entry.bits = static_cast<uint8_t>(prefixBits);
         entry.totalBits = static_cast<uint8_t>(prefixBits + numBits);
-        widest_ = entry.totalBits > widest_ ? entry.totalBits : widest_;
         const bool payload = !escape && numBits > 0;
         if (escape) entry.absoluteMask = (uint64_t{1} << numBits) - 1;
         if (payload) entry.bits = entry.totalBits;
@@ -231,7 +210,6 @@ private:
     std::vector<Entry> entries_;
     uint64_t size_ = 0;  // of entries_, kept apart from the vector's own ends
     int64_t bound_ = -1;
-    int widest_ = 0;
 };
 
 }  // namespace zullib
