@@ -110,11 +110,9 @@ template <class Element>
 void permute(std::vector<zul_QuantizedPoint>& points, const Element* order,
              std::vector<zul_QuantizedPoint>& spare) {
     const size_t n = points.size();
-    // Only a longer vector than the last chunk's pays for clearing the new records.
-    spare.resize(n);
-    const zul_QuantizedPoint* from = points.data();
-    zul_QuantizedPoint* to = spare.data();
-    for (size_t i = 0; i < n; ++i) to[i] = from[order[i].position()];
+    spare.clear();
+    spare.reserve(n);
+    for (size_t i = 0; i < n; ++i) spare.push_back(points[order[i].position()]);
     points.swap(spare);
 }
 

@@ -99,19 +99,17 @@ bool quantizeRecords(std::vector<zul_QuantizedPoint>& points, const RecordInputs
                      zullib::BoundingBox3d<long long>& box) {
     const zul_PointData& data = *in.pointData;
     const size_t numPoints = static_cast<size_t>(data.numPoints);
-    // Every record is written whole below; the box stays in locals, out of the records' reach.
-    points.resize(numPoints);
-    zul_QuantizedPoint* records = points.data();
-    zullib::BoundingBox3d<long long> localBox = box;
+    points.clear();
+    points.reserve(numPoints);
     for (size_t i = 0; i < numPoints; ++i) {
-        zul_QuantizedPoint& record = records[i];
+        zul_QuantizedPoint record;
         const double* position = data.positions + 3 * i;
         long long grid[3];
         for (int axis = 0; axis < 3; ++axis) {
             grid[axis] = zullib::quantizeCoordinate(position[axis], in.step);
             record.coordinates[axis] = grid[axis];
         }
-        localBox.extend(grid);
+        box.extend(grid);
         for (int c = 0; c < 3; ++c)
             record.rgb[c] =
                 kColor ? static_cast<uint8_t>(data.colors[3 * i + c] >> in.rgbShift[c]) : 0;
@@ -123,8 +121,8 @@ bool quantizeRecords(std::vector<zul_QuantizedPoint>& points, const RecordInputs
         } else {
             record.normal[0] = record.normal[1] = 0;
         }
+        points.push_back(record);
     }
-    box = localBox;
     return true;
 }
 
