@@ -1,7 +1,9 @@
 #include "encoder/coordinate_sort.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <new>
 
 #include "frame/bit_length.h"
@@ -104,15 +106,45 @@ Element* radixSort(Element* elements, Element* other, size_t n, int keyBits, uin
     return elements;
 }
 
+// The records in the order of the elements, one after another: what the gather below copies
+// from, so that the vector sizes its storage once and copies without checking its room a record.
+template <class Element>
+class OrderedRecords {
+public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = zul_QuantizedPoint;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const zul_QuantizedPoint*;
+    using reference = const zul_QuantizedPoint&;
+
+    OrderedRecords(const zul_QuantizedPoint* records, const Element* order)
+        : records_(records), order_(order) {}
+    reference operator*() const { return records_[order_->position()]; }
+    OrderedRecords& operator++() {
+        ++order_;
+        return *this;
+    }
+    OrderedRecords operator++(int) {
+        OrderedRecords before = *this;
+        ++order_;
+        return before;
+    }
+    bool operator==(const OrderedRecords& other) const { return order_ == other.order_; }
+    bool operator!=(const OrderedRecords& other) const { return order_ != other.order_; }
+
+private:
+    const zul_QuantizedPoint* records_;
+    const Element* order_;
+};
+
 // The records in the order of the elements, gathered into `spare`, which then trades places with
 // `points`.
 template <class Element>
 void permute(std::vector<zul_QuantizedPoint>& points, const Element* order,
              std::vector<zul_QuantizedPoint>& spare) {
     const size_t n = points.size();
-    spare.clear();
-    spare.reserve(n);
-    for (size_t i = 0; i < n; ++i) spare.push_back(points[order[i].position()]);
+    spare.assign(OrderedRecords<Element>(points.data(), order),
+                 OrderedRecords<Element>(points.data(), order + n));
     points.swap(spare);
 }
 
