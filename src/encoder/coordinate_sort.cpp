@@ -1,7 +1,9 @@
 #include "encoder/coordinate_sort.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <new>
 
 #include "frame/bit_length.h"
@@ -57,9 +59,10 @@ bool makeElements(const std::vector<zul_QuantizedPoint>& points, const int (&wid
     bool neighboursTie = false;
     for (size_t i = 0; i < points.size(); ++i) {
         const int64_t* c = points[i].coordinates;
-        uint64_t key = static_cast<uint64_t>(c[0]);
-        key = width[1] > 0 ? key << width[1] | static_cast<uint64_t>(c[1]) : key;
-        key = width[2] > 0 ? key << width[2] | static_cast<uint64_t>(c[2]) : key;
+        // A slot of width 0 holds only zeros, and a shift by 0 leaves the key as it is.
+        const uint64_t key = (static_cast<uint64_t>(c[0]) << width[1] | static_cast<uint64_t>(c[1]))
+                                 << width[2] |
+                             static_cast<uint64_t>(c[2]);
         new (&elements[i]) Element(Element::make(key, static_cast<uint32_t>(i)));
         neighboursTie |= i > 0 && key == previous;
         previous = key;
@@ -87,15 +90,14 @@ void countDigits(const Element* elements, size_t n, int keyBits, uint32_t* count
 template <class Element>
 Element* radixSort(Element* elements, Element* other, size_t n, int keyBits, uint32_t* counts) {
     for (int shift = 0; shift < keyBits; shift += kDigitBits, counts += kDigits) {
+        // Every element shares the digit exactly when the first element's digit counts them all.
+        if (counts[(elements[0].sortKey() >> shift) & (kDigits - 1)] == n) continue;
         uint32_t start = 0;
-        bool oneDigit = false;
         for (size_t d = 0; d < kDigits; ++d) {
             const uint32_t count = counts[d];
-            oneDigit |= count == n;
             counts[d] = start;
             start += count;
         }
-        if (oneDigit) continue;
         for (size_t i = 0; i < n; ++i)
             new (&other[counts[(elements[i].sortKey() >> shift) & (kDigits - 1)]++])
                 Element(elements[i]);
@@ -104,15 +106,45 @@ Element* radixSort(Element* elements, Element* other, size_t n, int keyBits, uin
     return elements;
 }
 
+// The records in the order of the elements, one after another: what the gather below copies
+// from, so that the vector sizes its storage once and copies without checking its room a record.
+template <class Element>
+class OrderedRecords {
+public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = zul_QuantizedPoint;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const zul_QuantizedPoint*;
+    using reference = const zul_QuantizedPoint&;
+
+    OrderedRecords(const zul_QuantizedPoint* records, const Element* order)
+        : records_(records), order_(order) {}
+    reference operator*() const { return records_[order_->position()]; }
+    OrderedRecords& operator++() {
+        ++order_;
+        return *this;
+    }
+    OrderedRecords operator++(int) {
+        OrderedRecords before = *this;
+        ++order_;
+        return before;
+    }
+    bool operator==(const OrderedRecords& other) const { return order_ == other.order_; }
+    bool operator!=(const OrderedRecords& other) const { return order_ != other.order_; }
+
+private:
+    const zul_QuantizedPoint* records_;
+    const Element* order_;
+};
+
 // The records in the order of the elements, gathered into `spare`, which then trades places with
 // `points`.
 template <class Element>
 void permute(std::vector<zul_QuantizedPoint>& points, const Element* order,
              std::vector<zul_QuantizedPoint>& spare) {
     const size_t n = points.size();
-    spare.clear();
-    spare.reserve(n);
-    for (size_t i = 0; i < n; ++i) spare.push_back(points[order[i].position()]);
+    spare.assign(OrderedRecords<Element>(points.data(), order),
+                 OrderedRecords<Element>(points.data(), order + n));
     points.swap(spare);
 }
 

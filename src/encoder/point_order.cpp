@@ -1,4 +1,7 @@
 // The order in which a chunk stores its points, and the statistics of the deltas in that order.
+#include <type_traits>
+
+#include "encoder/byte_delta_lengths.h"
 #include "encoder/coordinate_sort.h"
 #include "encoder/enc_context.h"
 #include "frame/bit_length.h"
@@ -9,8 +12,11 @@ using zullib::zul_QuantizedPoint;
 namespace {
 
 // The bit counts of one stream's deltas, kept apart until they are added to the caller's.
+// Colour channels are bytes, so their deltas lie within +-255 and their lengths are looked up.
 template <class Accessor>
 struct StreamCounter {
+    static constexpr bool kByteDeltas =
+        std::is_same<Accessor, zul_QuantizedPoint::RGBAccessor>::value;
     static constexpr int kComponents = Accessor::kNumComponents;
     int counts[kComponents][65] = {};
     int64_t previous[kComponents];
@@ -25,7 +31,8 @@ struct StreamCounter {
             const int64_t delta = Accessor::delta(c, previous[c], current);
             previous[c] = current;
             // Slot 0 of the coordinates is sorted, so its delta is counted without a sign.
-            const int bits = Accessor::nonNegative(c)
+            const int bits = kByteDeltas ? zullib::kByteDeltaLengths.of(delta)
+                             : Accessor::nonNegative(c)
                                  ? zullib::bitLength(static_cast<uint64_t>(delta))
                                  : zullib::signedBitLength(delta);
             ++counts[c][bits];

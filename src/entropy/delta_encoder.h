@@ -3,6 +3,7 @@
 // component from its range tables.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -43,6 +44,12 @@ public:
 
     bool usable() const { return positive_.count <= kMaxEntries && negative_.count <= kMaxEntries; }
 
+    // The last delta, going outward from 0, that range `range` of the side takes: its bound
+    // nearest the extreme of the side, or the extreme for an escape or past the last range.
+    int64_t reach(bool positiveSide, int range) const {
+        return (positiveSide ? positive_ : negative_).stop[range];
+    }
+
     // The widest payload any entry can ask for (an escape's absolute width included).
     int widestPayload() const {
         int widest = 0;
@@ -57,8 +64,16 @@ public:
     // usable() encoder.
     bool encode(int64_t delta, int64_t absoluteValue, int64_t& value, int& prefixIndex,
                 int& numBits) const {
+        return encodeFrom(0, delta, absoluteValue, value, prefixIndex, numBits);
+    }
+    // The same with the search on the delta's side starting at range `first`, which gives the
+    // same as encode() where every range before `first` is one that encode() passes for this
+    // delta: where `first` is what encode() found for a delta nearer 0 on the same side (each
+    // bound a smaller positive delta passes, a larger one passes too).
+    bool encodeFrom(int first, int64_t delta, int64_t absoluteValue, int64_t& value,
+                    int& prefixIndex, int& numBits) const {
         if (delta >= 0) {
-            int i = 0;
+            int i = first;
             while (delta > positive_.stop[i]) ++i;
             if (i == positive_.count) return none(positive_, value, prefixIndex, numBits);
             if (positive_.escape[i])
@@ -68,7 +83,7 @@ public:
             value = wrappingSub(delta, positive_.minDelta[i]);
             return false;
         }
-        int i = 0;
+        int i = first;
         while (delta < negative_.stop[i]) ++i;
         if (i == negative_.count) return none(negative_, value, prefixIndex, numBits);
         if (negative_.escape[i])
@@ -121,27 +136,21 @@ public:
         if (windowBits > kMaxWidth) return;
         bound_ = (int64_t{1} << windowBits) - 1;
         entries_.resize(static_cast<size_t>(2 * bound_ + 1));
-        for (int64_t delta = -bound_; delta <= bound_; ++delta) {
-            int64_t value;
-            int prefix, numBits;
-            const bool escape = encoder.encode(delta, 0, value, prefix, numBits);
-            const int prefixBits = prefix < lastPrefix ? prefix + 1 : prefix;
-            if (prefix >= 56 || prefixBits + numBits > 56) {
-                entries_.clear();
-                bound_ = -1;
-                return;
-            }
-            Entry& entry = entries_[static_cast<size_t>(delta + bound_)];
-            entry.code = (uint64_t{1} << prefix) - 1;
-            entry.bits = static_cast<uint8_t>(prefixBits);
-            if (escape) {
-                entry.absoluteBits = static_cast<uint8_t>(numBits);
-                entry.absoluteMask = (uint64_t{1} << numBits) - 1;
-            } else if (numBits > 0) {
-                entry.code |= (static_cast<uint64_t>(value) & ((uint64_t{1} << numBits) - 1))
-                              << prefixBits;
-                entry.bits = static_cast<uint8_t>(prefixBits + numBits);
-            }
+        // Outward from 0 on each side, a range at a time: the deltas of one range share their
+        // prefix and width, and their payloads step by one with them.
+        int range = 0;
+        for (int64_t delta = 0; delta <= bound_ && range >= 0;) {
+            range = fill(encoder, lastPrefix, range, delta, bound_);
+            delta = range >= 0 ? std::min(encoder.reach(true, range), bound_) + 1 : delta;
+        }
+        for (int64_t delta = -1, first = 0; delta >= -bound_ && range >= 0; first = range) {
+            range = fill(encoder, lastPrefix, static_cast<int>(first), delta, -bound_);
+            delta = range >= 0 ? std::max(encoder.reach(false, range), -bound_) - 1 : delta;
+        }
+        if (range < 0) {
+            entries_.clear();
+            bound_ = -1;
+            return;
         }
         size_ = entries_.size();
     }
@@ -155,7 +164,7 @@ public:
         const Entry& entry = entries_[index];
         const uint64_t absolute = static_cast<uint64_t>(current) & entry.absoluteMask;
         field = entry.code | absolute << entry.bits;
-        numBits = entry.bits + entry.absoluteBits;
+        numBits = entry.totalBits;
         return true;
     }
 
@@ -164,8 +173,39 @@ private:
         uint64_t code = 0;
         uint64_t absoluteMask = 0;  // the bits of an escape's absolute value
         uint8_t bits = 0;           // prefix, and payload unless an escape
-        uint8_t absoluteBits = 0;   // an escape's absolute width, else 0
+        uint8_t totalBits = 0;      // with an escape's absolute value
     };
+
+    // The entries from `delta` outward to the end of its range or to `limit` (-bound_ or bound_),
+    // the range searched from `first`; returns the range, or -1 if its codes are too long for
+    // one field.
+    int fill(const DeltaEncoder& encoder, int lastPrefix, int first, int64_t delta, int64_t limit) {
+        int64_t value;
+        int prefix, numBits;
+        const bool escape = encoder.encodeFrom(first, delta, 0, value, prefix, numBits);
+        const int prefixBits = prefix < lastPrefix ? prefix + 1 : prefix;
+        if (prefix >= 56 || prefixBits + numBits > 56) return -1;
+        Entry entry;
+        entry.code = (uint64_t{1} << prefix) - 1;
+        entry.bits = static_cast<uint8_t>(prefixBits);
+        entry.totalBits = static_cast<uint8_t>(prefixBits + numBits);
+        const bool payload = !escape && numBits > 0;
+        if (escape) entry.absoluteMask = (uint64_t{1} << numBits) - 1;
+        if (payload) entry.bits = entry.totalBits;
+        const uint64_t mask = payload ? (uint64_t{1} << numBits) - 1 : 0;
+        const uint64_t ones = entry.code;
+        const bool up = delta >= 0;
+        const int64_t end = up ? std::min(encoder.reach(true, prefix), limit)
+                               : std::max(encoder.reach(false, prefix), limit);
+        // The payload of each later delta is one more (upward) or one less (downward).
+        for (uint64_t at = static_cast<uint64_t>(value);; at += up ? 1 : -1) {
+            entry.code = ones | (at & mask) << prefixBits;
+            entries_[static_cast<size_t>(delta + bound_)] = entry;
+            if (delta == end) break;
+            delta += up ? 1 : -1;
+        }
+        return prefix;
+    }
 
     std::vector<Entry> entries_;
     uint64_t size_ = 0;  // of entries_, kept apart from the vector's own ends

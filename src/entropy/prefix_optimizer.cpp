@@ -38,10 +38,24 @@ int64_t cheapestTable(std::vector<int>& table, const std::vector<int>& keys,
         const int64_t after = restAt(i + 1, next);
         return after == INT64_MAX ? INT64_MAX : entry + after;
     };
-    for (int i = levels - 1; i >= 0; --i)
-        for (int j = -1; j < last; ++j)
-            for (int next = j + 1; next <= last; ++next)
-                restAt(i, j) = std::min(restAt(i, j), through(i, j, next));
+    // The least of through(i, j, next) over every next, as the walk below recomputes it: the
+    // entries that do not end the table (none at the deepest level), then the one that does.
+    for (int i = levels - 1; i >= 0; --i) {
+        const int64_t* after = i + 1 < levels ? &restAt(i + 1, -1) + 1 : nullptr;
+        for (int j = -1; j < last; ++j) {
+            const int64_t before = covered(j);
+            int64_t best = INT64_MAX;
+            for (int next = j + 1; after != nullptr && next < last; ++next) {
+                if (after[next] == INT64_MAX) continue;
+                const int64_t entry =
+                    static_cast<int64_t>(i + 1 + keys[next]) * (cumulative[next] - before);
+                best = std::min(best, entry + after[next]);
+            }
+            const int64_t ending =
+                static_cast<int64_t>(i + keys[last]) * (cumulative[last] - before);
+            restAt(i, j) = std::min(best, ending);
+        }
+    }
 
     table.clear();
     const int64_t best = restAt(0, -1);
