@@ -10,11 +10,15 @@
 
 namespace zulbase {
 
-struct PointColumns {
-    std::vector<double> positions;     // 3 a point
-    std::vector<uint8_t> colors;       // 3 a point, if the type has colour
-    std::vector<int32_t> reflections;  // 1 a point, if the type has a reflection
-    std::vector<float> normals;        // 3 a point, if the type has normals
+// `Allocator` makes the arrays' allocator of an element type (std::allocator by default; one that
+// leaves added elements unset suits arrays filled whole right after).
+template <template <class> class Allocator>
+struct BasicPointColumns {
+    std::vector<double, Allocator<double>> positions;  // 3 a point
+    std::vector<uint8_t, Allocator<uint8_t>> colors;   // 3 a point, if the type has colour
+    std::vector<int32_t, Allocator<int32_t>>
+        reflections;                               // 1 a point, if the type has a reflection
+    std::vector<float, Allocator<float>> normals;  // 3 a point, if the type has normals
 
     // Room for `count` points of `type`.
     void resize(const zul_DataType& type, size_t count) {
@@ -30,5 +34,9 @@ struct PointColumns {
     float* normalData() { return normals.empty() ? nullptr : normals.data(); }
     size_t size() const { return positions.size() / 3; }
 };
+
+template <class T>
+using StandardAllocator = std::allocator<T>;
+using PointColumns = BasicPointColumns<StandardAllocator>;
 
 }  // namespace zulbase

@@ -152,11 +152,12 @@ private:
     bool keptWhole_ = false;
     std::vector<const char*> keptBytes_;
     std::vector<int64_t> keptSizes_;
-    zulbase::PointColumns columns_;  // a cutting's points in its order, for the bulk writer
+    // A cutting's points in its order, for the bulk writer, and the order the writer tells.
+    zulbase::BasicPointColumns<LargePageAllocator> columns_;
     std::vector<int32_t> chunkSizes_;
     std::vector<uint64_t>* order_ = nullptr;  // recordOrder's
     std::function<void(const StoredChunk&)> recorder_;
-    std::vector<uint32_t> storedOrder_;   // of a cutting: each chunk's order in the stream
+    LargeVector<uint32_t> storedOrder_;   // of a cutting: each chunk's order in the stream
     std::vector<uint32_t> storedAt_;      // of a chunk: where its stored points lie in columns_
     std::vector<uint64_t> storedInputs_;  // of a chunk: its stored points' numbers
     uint64_t workStart_ = 0;              // the number of work_'s first point
