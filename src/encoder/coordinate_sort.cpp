@@ -52,11 +52,13 @@ const size_t kRadixFrom = 2048;
 
 // The elements of the records in their given order, each key the three slots side by side.
 // True if two records next to each other share a position: then the order has ties for sure.
+// `ascending` tells whether every key is above the one before: the records are then in their
+// sorted order already, the only one there is.
 template <class Element>
 bool makeElements(const std::vector<zul_QuantizedPoint>& points, const int (&width)[3],
-                  Element* elements) {
+                  Element* elements, bool& ascending) {
     uint64_t previous = 0;
-    bool neighboursTie = false;
+    bool neighboursTie = false, descends = false;
     for (size_t i = 0; i < points.size(); ++i) {
         const int64_t* c = points[i].coordinates;
         // A slot of width 0 holds only zeros, and a shift by 0 leaves the key as it is.
@@ -65,8 +67,10 @@ bool makeElements(const std::vector<zul_QuantizedPoint>& points, const int (&wid
                              static_cast<uint64_t>(c[2]);
         new (&elements[i]) Element(Element::make(key, static_cast<uint32_t>(i)));
         neighboursTie |= i > 0 && key == previous;
+        descends |= i > 0 && key < previous;
         previous = key;
     }
+    ascending = !neighboursTie && !descends;
     return neighboursTie;
 }
 
@@ -161,7 +165,9 @@ void sortElements(std::vector<zul_QuantizedPoint>& points, const int (&width)[3]
     Element* elements = reinterpret_cast<Element*>(scratch.data());
     Element* other = elements + n;
     uint32_t* counts = new (other + n) uint32_t[passes * kDigits];
-    const bool neighboursTie = makeElements(points, width, elements);
+    bool ascending = false;
+    const bool neighboursTie = makeElements(points, width, elements, ascending);
+    if (ascending) return;
     // Below a few thousand records the digit counts cost more than comparing; and where two
     // neighbours share a position, the radix sort's order would be thrown away.
     Element* sorted = elements;
@@ -173,7 +179,7 @@ void sortElements(std::vector<zul_QuantizedPoint>& points, const int (&width)[3]
         for (size_t i = 1; i < n && !tied; ++i)
             tied = sorted[i].sortKey() == sorted[i - 1].sortKey();
         // The passes have overwritten the elements in their given order.
-        if (tied) makeElements(points, width, elements);
+        if (tied) makeElements(points, width, elements, ascending);
     }
     if (tied) {
         std::sort(elements, elements + n, KeyBefore<Element>());

@@ -63,4 +63,26 @@ INSTANTIATE_TEST_SUITE_P(Encoder, CoordinateSort, ::testing::Values(
     NameOfCase());
 // clang-format on
 
+// Records already in order are left so, and one pair out of order is still found, on both sides
+// of the radix size.
+TEST(CoordinateSort, RecordsInOrderAndOnePairOut) {
+    for (const int n : {1000, 4096}) {
+        for (const bool swapped : {false, true}) {
+            std::vector<zul_QuantizedPoint> points(static_cast<size_t>(n));
+            for (size_t i = 0; i < points.size(); ++i) {
+                const int64_t k = static_cast<int64_t>(3 * i);
+                points[i].coordinates[0] = k / 100;
+                points[i].coordinates[1] = k % 100;
+                points[i].coordinates[2] = static_cast<int64_t>(i % 2);
+                points[i].reflection = static_cast<int32_t>(i);
+            }
+            if (swapped) std::swap(points[n / 2], points[n / 2 + 1]);
+            std::vector<unsigned char> scratch;
+            zullib::sortByCoordinates(points, scratch);
+            for (size_t i = 0; i < points.size(); ++i)
+                ASSERT_EQ(points[i].reflection, static_cast<int32_t>(i)) << n << swapped << i;
+        }
+    }
+}
+
 }  // namespace
