@@ -1,7 +1,8 @@
 // zul verify: decodes every chunk of every file and says, per file, that it is intact or where
 // the first damage lies and how much before it is intact. The check to run before deleting
 // originals. The stream alone proves that every chunk decodes and that its points lie in the box
-// its header declares; it holds no checksum, so verify says what it cannot see.
+// its header declares; it holds no checksum, so verify says what it cannot see. A companion
+// beside it holds a checksum of every chunk, and verify says so when it checked them.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,11 +10,13 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 
 #include "commands/chunk_walk.h"
 #include "commands/commands.h"
 #include "commands/companion_report.h"
+#include "commands/companion_write.h"
 #include "commands/input_spool.h"
 #include "commands/status_text.h"
 #include "commands/stream_members.h"
@@ -27,6 +30,12 @@ namespace {
 constexpr const char* kStreamAloneProves =
     "  (stream only: every chunk decodes and its points lie in its box; a flipped bit that keeps "
     "a point in its box, or a file cut at a chunk boundary, cannot be seen)\n";
+
+// What an OK with the companion's checksums means: `companion` is its name.
+std::string companionProves(const std::string& companion) {
+    return "  (with " + companion +
+           ": every chunk's bytes match the checksum the companion holds, and its fields read)\n";
+}
 
 }  // namespace
 
@@ -61,6 +70,8 @@ int runVerify(const VerifyOptions& options) {
             end = walkMembers(spool->path(), members, true, 0, [](size_t, const ChunkEntry&) {});
         const std::string unused = unusedCompanionNote(spool->path(), path, members);
         const std::string companion = unused.empty() ? verifyCompanion(spool->path()) : "";
+        const bool checked =
+            unused.empty() && std::filesystem::exists(companionPath(spool->path()));
         if (!unused.empty()) {
             std::fflush(stdout);
             std::fprintf(stderr, "zul: %s\n", unused.c_str());
@@ -77,9 +88,10 @@ int runVerify(const VerifyOptions& options) {
                 std::fprintf(stderr, "%s: %s\n", path.c_str(), damageText(end).c_str());
         } else if (end.status == zul_STATUS_OK) {
             if (!options.quiet) {
-                std::printf("%s: OK, %s%" PRIu64 " chunk%s, %" PRId64 " points\n%s", path.c_str(),
-                            streams, end.intactChunks, end.intactChunks == 1 ? "" : "s",
-                            end.intactPoints, kStreamAloneProves);
+                std::printf(
+                    "%s: OK, %s%" PRIu64 " chunk%s, %" PRId64 " points\n%s", path.c_str(), streams,
+                    end.intactChunks, end.intactChunks == 1 ? "" : "s", end.intactPoints,
+                    checked ? companionProves(companionPath(path)).c_str() : kStreamAloneProves);
             }
         } else {
             ++damaged;
