@@ -182,8 +182,10 @@ void select(LargeVector<Item>& items, size_t begin, size_t middle, size_t end, i
 }
 
 // Splits `part` of `items` as the cells do and returns the middle, or its end for a part that
-// fits in one chunk. The halves are [begin, middle) and [middle, end), their axes in `halves`.
-size_t split(LargeVector<Item>& items, const Part& part, size_t size, Part halves[2]) {
+// fits in one chunk. The halves are [begin, middle) and [middle, end), their axes in `halves`;
+// the axis split along goes to `along` where it is not null.
+size_t split(LargeVector<Item>& items, const Part& part, size_t size, Part halves[2],
+             int* along = nullptr) {
     const size_t count = part.end - part.begin;
     if (count <= size) return part.end;
     const size_t chunks = (count + size - 1) / size;
@@ -194,6 +196,7 @@ size_t split(LargeVector<Item>& items, const Part& part, size_t size, Part halve
                                       items.begin() + static_cast<std::ptrdiff_t>(part.end));
     int axes[2] = {-1, -1};
     select(items, part.begin, middle, part.end, axis, axes);
+    if (along != nullptr) *along = axis;
     halves[0] = {part.begin, middle, axes[0]};
     halves[1] = {middle, part.end, axes[1]};
     return middle;
@@ -224,19 +227,32 @@ void cutKdCells(const zul_Point* points, const IndexVector& indices, int chunk, 
     appendCells(items, {0, items.size(), -1}, static_cast<size_t>(std::max(chunk, 1)), cutting);
 }
 
-size_t kdSample(const zul_Point* points, const IndexVector& indices, int chunk, size_t target,
-                size_t parts, Cutting& cutting, KdScratch& scratch) {
-    const size_t size = static_cast<size_t>(std::max(chunk, 1));
-    LargeVector<Item>& items = itemsOf(points, indices, scratch);
+namespace {
+
+// A branch to sample, and how many branches are still to take out of it.
+struct Branch {
+    Part part;
+    size_t want;
+};
+
+// Follows `part` down one side, alternately the first and the second, while it holds more than
+// `target` points.
+Part followDown(LargeVector<Item>& items, Part part, size_t size, size_t target) {
+    Part halves[2];
+    for (bool second = false; part.end - part.begin > target; second = !second) {
+        if (split(items, part, size, halves) == part.end) break;
+        part = halves[second ? 1 : 0];
+    }
+    return part;
+}
+
+// The samples of the splits themselves: the branches down to `parts`, each followed down.
+size_t sampleSplitting(LargeVector<Item>& items, size_t size, size_t target, size_t parts,
+                       Cutting& cutting) {
     size_t sampled = 0;
-    // A part, and the branches still to take out of it.
-    struct Branch {
-        Part part;
-        size_t want;
-    };
-    std::vector<Branch> stack = {{{0, items.size(), -1}, std::max<size_t>(parts, 1)}};
+    std::vector<Branch> stack = {{{0, items.size(), -1}, parts}};
     while (!stack.empty()) {
-        Branch branch = stack.back();
+        const Branch branch = stack.back();
         stack.pop_back();
         Part halves[2];
         if (branch.want > 1 && split(items, branch.part, size, halves) != branch.part.end) {
@@ -244,11 +260,110 @@ size_t kdSample(const zul_Point* points, const IndexVector& indices, int chunk, 
             stack.push_back({halves[0], branch.want / 2});
             continue;
         }
-        Part part = branch.part;
-        for (bool second = false; part.end - part.begin > target; second = !second) {
-            if (split(items, part, size, halves) == part.end) break;
-            part = halves[second ? 1 : 0];
+        const Part part = followDown(items, branch.part, size, target);
+        sampled += part.end - part.begin;
+        appendCells(items, part, size, cutting);
+    }
+    return sampled;
+}
+
+// Large blocks find the branches on every kThinning-th point: the splits of the thinned points
+// make a small tree of planes, and one pass puts each point into the branch it falls in, if any.
+const size_t kThinning = 16;
+// ... where a branch spans this many chunks at least, and a thinned chunk this many points.
+const size_t kThinnedChunks = 4;
+const size_t kThinnedChunk = 32;
+
+// A plane of the tree, and what lies before `at` along `axis` and what does not: a node (0 or
+// more), nothing (kNowhere) or a branch (kNowhere - 1 - its number).
+struct Plane {
+    int axis;
+    double at;
+    int32_t next[2];
+};
+const int32_t kNowhere = -1;
+
+// The planes of the thinned `items` down to `want` branches, each then followed down while it
+// holds more than `target`; returns the root's reference.
+int32_t planesOf(LargeVector<Item>& items, const Part& part, size_t want, size_t size,
+                 size_t target, std::vector<Plane>& planes, int32_t& branches) {
+    Part halves[2];
+    int axis = 0;
+    if (want > 1) {
+        const size_t middle = split(items, part, size, halves, &axis);
+        if (middle != part.end) {
+            const int32_t node = static_cast<int32_t>(planes.size());
+            planes.push_back({axis, items[middle].position[axis], {kNowhere, kNowhere}});
+            const int32_t first = planesOf(items, halves[0], want / 2, size, target, planes,
+                                           branches);
+            const int32_t second = planesOf(items, halves[1], want - want / 2, size, target,
+                                            planes, branches);
+            planes[static_cast<size_t>(node)].next[0] = first;
+            planes[static_cast<size_t>(node)].next[1] = second;
+            return node;
         }
+    }
+    // Down one side: a chain of planes, the side not taken leading nowhere.
+    int32_t head = kNowhere - 1 - branches++;
+    int32_t last = -1;  // the node whose taken side is still to point on
+    int side = 0;
+    Part down = part;
+    for (bool second = false; down.end - down.begin > target; second = !second) {
+        const size_t middle = split(items, down, size, halves, &axis);
+        if (middle == down.end) break;
+        const int32_t node = static_cast<int32_t>(planes.size());
+        planes.push_back({axis, items[middle].position[axis], {kNowhere, kNowhere}});
+        if (last < 0)
+            head = node;
+        else
+            planes[static_cast<size_t>(last)].next[side] = node;
+        last = node;
+        side = second ? 1 : 0;
+        down = halves[side];
+    }
+    if (last >= 0) planes[static_cast<size_t>(last)].next[side] = kNowhere - branches;
+    return head;
+}
+
+}  // namespace
+
+size_t kdSample(const zul_Point* points, const IndexVector& indices, int chunk, size_t target,
+                size_t parts, Cutting& cutting, KdScratch& scratch) {
+    const size_t size = static_cast<size_t>(std::max(chunk, 1));
+    const size_t want = std::max<size_t>(parts, 1);
+    const size_t n = indices.size();
+    if (size / kThinning < kThinnedChunk || n / want / size < kThinnedChunks) {
+        return sampleSplitting(itemsOf(points, indices, scratch), size, target, want, cutting);
+    }
+    LargeVector<Item>& items = scratch;
+    items.resize(n / kThinning);
+    for (size_t k = 0; k < items.size(); ++k) {
+        const uint32_t i = indices[k * kThinning + kThinning / 2];
+        const double* p = points[i].position;
+        items[k] = {{p[0], p[1], p[2]}, i};
+    }
+    std::vector<Plane> planes;
+    int32_t branches = 0;
+    const int32_t root = planesOf(items, {0, items.size(), -1}, want, size / kThinning,
+                                  std::max<size_t>(target / kThinning, 1), planes, branches);
+    // A plane at a coordinate that is not a number (the splits put those last) is taken to lie at
+    // infinity: the regions of a sample need only be close to the branches.
+    for (Plane& plane : planes)
+        if (std::isnan(plane.at)) plane.at = INFINITY;
+    std::vector<std::vector<Item>> found(static_cast<size_t>(branches));
+    for (const uint32_t i : indices) {
+        const double* p = points[i].position;
+        int32_t at = root;
+        while (at >= 0) {
+            const Plane& plane = planes[static_cast<size_t>(at)];
+            at = plane.next[p[plane.axis] < plane.at ? 0 : 1];
+        }
+        if (at != kNowhere) found[static_cast<size_t>(kNowhere - 1 - at)].push_back({{p[0], p[1], p[2]}, i});
+    }
+    size_t sampled = 0;
+    for (const std::vector<Item>& branch : found) {
+        items.assign(branch.begin(), branch.end());
+        const Part part = followDown(items, {0, items.size(), -1}, size, target);
         sampled += part.end - part.begin;
         appendCells(items, part, size, cutting);
     }

@@ -31,8 +31,11 @@ void cutKdCells(const zul_Point* points, const IndexVector& indices, int chunk, 
 // Whole subtrees of the cells of `indices`, about `parts` of them spread over the tree, each of
 // at most `target` points unless one cell is larger, appended to `cutting` as their cells; returns
 // the points they hold. The tree is split on every side down to `parts` branches, and each branch
-// followed down one side, alternately the first and the second part. Their cells are exactly
-// those that cutKdCells makes of the same points.
+// followed down one side, alternately the first and the second part. Their cells are those that
+// cutKdCells makes of the same points; where a branch spans several chunks of 512 points or more,
+// the branches are found on every 16th point and hold the points that lie where those did, at the
+// block's full density, which is what a sample must show (about the same cells, a fraction of the
+// passes over the block).
 size_t kdSample(const zul_Point* points, const IndexVector& indices, int chunk, size_t target,
                 size_t parts, Cutting& cutting, KdScratch& scratch);
 

@@ -115,8 +115,26 @@ struct KdCase {
 
 class KdCellsMatch : public ::testing::TestWithParam<KdCase> {};
 
+// The mean extent of the full cells of a cutting, each a box across x and y.
+double meanCellArea(const std::vector<zul_Point>& points, const zulplan::Cutting& cutting,
+                    size_t chunk) {
+    double sum = 0;
+    size_t cells = 0;
+    for (size_t c = 0; c < cutting.chunks(); ++c) {
+        if (cutting.ends[c] - cutting.begin(c) != chunk) continue;
+        std::vector<zul_Point> cell;
+        for (size_t i = cutting.begin(c); i < cutting.ends[c]; ++i)
+            cell.push_back(points[cutting.order[i]]);
+        sum += boxArea(cell, 0, cell.size());
+        ++cells;
+    }
+    return cells == 0 ? 0 : sum / static_cast<double>(cells);
+}
+
 // Large parts are halved from a sample of pivots: the cells are those of plain halving all the
-// same (distinct coordinates make them one), and a k-d sample takes whole ones of them.
+// same (distinct coordinates make them one). A k-d sample takes branches of the tree at the full
+// density of the points (large blocks find them on a thinned copy): its cells are as large as the
+// cells of the whole, no point twice, and about as many points as asked for.
 TEST_P(KdCellsMatch, PlainHalvingAndTheSample) {
     const KdCase c = GetParam();
     std::vector<zul_Point> points = randomPoints(c.count, c.width, c.height, 7);
@@ -129,18 +147,30 @@ TEST_P(KdCellsMatch, PlainHalvingAndTheSample) {
     zulplan::KdScratch scratch;
     zulplan::cutKdCells(points.data(), all, c.chunk, cutting, scratch);
     EXPECT_EQ(cellsOf(cutting), plain);
-    const size_t sampled = zulplan::kdSample(points.data(), all, c.chunk, 3000, 8, sample, scratch);
+    const size_t target = std::max<size_t>(3000, static_cast<size_t>(c.chunk));
+    const size_t sampled = zulplan::kdSample(points.data(), all, c.chunk, target, 8, sample, scratch);
     EXPECT_EQ(sampled, sample.order.size());
-    EXPECT_GT(sampled, 0u);
-    for (const auto& cell : cellsOf(sample))
-        EXPECT_NE(std::find(plain.begin(), plain.end(), cell), plain.end());
+    EXPECT_GE(sampled, std::min(points.size(), 8 * target / 4));
+    EXPECT_LE(sampled, std::min(points.size(), 8 * target * 3 / 2));
+    std::vector<uint32_t> taken(sample.order.begin(), sample.order.end());
+    std::sort(taken.begin(), taken.end());
+    EXPECT_EQ(std::adjacent_find(taken.begin(), taken.end()), taken.end());
+    for (size_t k = 0; k < sample.chunks(); ++k)
+        EXPECT_LE(sample.ends[k] - sample.begin(k), static_cast<size_t>(c.chunk));
+    const double whole = meanCellArea(points, cutting, static_cast<size_t>(c.chunk));
+    const double sampledArea = meanCellArea(points, sample, static_cast<size_t>(c.chunk));
+    if (points.size() < 2 * static_cast<size_t>(c.chunk)) return;  // one cell, the whole
+    EXPECT_GT(sampledArea, 0.75 * whole);
+    EXPECT_LT(sampledArea, 1.33 * whole);
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, KdCellsMatch,
                          ::testing::Values(KdCase{40000, 400, 100, 500, 0},
                                            KdCase{40000, 100, 100, 1000, 5},
                                            KdCase{30000, 1000, 10, 64, 0},
-                                           KdCase{9000, 100, 300, 10000, 0}));
+                                           KdCase{9000, 100, 300, 10000, 0},
+                                           KdCase{400000, 300, 200, 4000, 3},
+                                           KdCase{200000, 2000, 30, 1024, 0}));
 
 struct StripCase {
     int axis, shift;
