@@ -40,7 +40,7 @@ struct Estimate {
 struct BlockPlannerOptions {
     int chunk = zulbase::kDefaultChunkSize;  // most points a chunk
     size_t exactLimit = 300000;              // blocks up to this size are measured whole
-    size_t sampleTarget = 30000;             // points a sample holds, about
+    size_t sampleTarget = 15000;             // points a sample of strips holds, about
     int searchEvery = 16;                    // sampled blocks: a full search every so many
 };
 
