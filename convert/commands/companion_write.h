@@ -75,6 +75,14 @@ public:
         dropped_ += kept ? 0 : 1;
         if (active_ && recordFields_) keep(prepared, kept);
     }
+    // Whether add() takes each point's record from the reader (a PCD or PLY file's fields): the
+    // points must then be read and added one by one.
+    bool takesRecords() const { return active_ && recordFields_; }
+    // `read` points read, `dropped` of them dropped, for a recorder that takes no records.
+    void addCounted(uint64_t read, uint64_t dropped) {
+        read_ += read;
+        dropped_ += dropped;
+    }
     // The grid's whole steps in a unit of the LAS file's grid, axis by axis (GridPlan::ratio):
     // where none is 0, a point's grid point is its record's X, Y and Z times these. Given before
     // the first point.

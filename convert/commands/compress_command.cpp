@@ -113,14 +113,32 @@ int runCompress(const CompressOptions& options) {
     ProgressBar progress("compressing", reader->fileSize(), options.quiet);
     int64_t written = 0;
     PointTally tally;
-    zul_Point point = {};
-    while (reader->read(point)) {
-        progress.update(reader->bytesRead());
-        const bool kept = preparePoint(plan, *reader, point, tally);
-        companion.add(point, kept);
-        if (!kept) continue;
-        checkStatus(writer.write(point), options.output, ZulStage::Write);
-        ++written;
+    if (companion.takesRecords()) {
+        zul_Point point = {};
+        while (reader->read(point)) {
+            progress.update(reader->bytesRead());
+            const bool kept = preparePoint(plan, *reader, point, tally);
+            companion.add(point, kept);
+            if (!kept) continue;
+            checkStatus(writer.write(point), options.output, ZulStage::Write);
+            ++written;
+        }
+    } else {
+        // A batch at a time: what is read of each point goes through once, in a loop of its own.
+        const size_t batch = 4096;
+        std::vector<zul_Point> points(batch, zul_Point{});
+        std::vector<double> intensities(batch);
+        std::vector<int64_t> grids(3 * batch);
+        size_t read = 0;
+        while ((read = reader->readMany(points.data(), intensities.data(), grids.data(), batch)) >
+               0) {
+            progress.update(reader->bytesRead());
+            const size_t kept = preparePoints(plan, layout, points.data(), intensities.data(),
+                                              grids.data(), read, tally);
+            companion.addCounted(read, read - kept);
+            checkStatus(writer.writeMany(points.data(), kept), options.output, ZulStage::Write);
+            written += static_cast<int64_t>(kept);
+        }
     }
     checkStatus(writer.close(), options.output, ZulStage::Write);
     progress.finish();

@@ -195,70 +195,123 @@ PointPlan planPoints(const CompressOptions& options, const CloudLayout& layout, 
     return plan;
 }
 
+namespace {
+
+// A value rounded half away from zero, as std::round, without its call for the values of most
+// inputs (from 0 to 2^31).
+double roundHalfAway(double value) {
+    if (!(value >= 0 && value < 2147483648.0)) return std::round(value);
+    const double whole = static_cast<double>(static_cast<int32_t>(value));
+    return value - whole >= 0.5 ? whole + 1 : whole;  // the difference is exact
+}
+
+// The changes made to fit points, counted a batch at a time rather than a map look-up each.
+struct BatchChanges {
+    int64_t moved[3] = {0, 0, 0};
+    int64_t notNumbers = 0, negative = 0, above = 0, rounded = 0;
+    int64_t infiniteNormals = 0, zeroNormals = 0;
+
+    void addTo(PointTally& tally, const PointPlan& plan) const {
+        std::map<std::string, int64_t>& changes = tally.changes;
+        for (int axis = 0; axis < 3; ++axis)
+            if (moved[axis] > 0)
+                changes[std::string(1, "xyz"[axis]) + " values moved onto the grid of " +
+                        shortestDecimal(plan.grid.step) + " (by at most half of it)"] +=
+                    moved[axis];
+        const std::string max = std::to_string(plan.reflection.max);
+        const std::pair<int64_t, std::string> counted[] = {
+            {notNumbers, "intensities that are not numbers stored as 0"},
+            {negative, "negative intensities stored as 0"},
+            {above, "intensities above " + max + " stored as " + max},
+            {rounded, "intensities rounded to whole numbers"},
+            {infiniteNormals, "normals with an infinite component stored as (0, 0, 1)"},
+            {zeroNormals, "normals of length zero (or not numbers) stored as (0, 0, 1)"}};
+        for (const auto& [count, kind] : counted)
+            if (count > 0) changes[kind] += count;
+    }
+};
+
+}  // namespace
+
+size_t preparePoints(const PointPlan& plan, const CloudLayout& layout, zul_Point* points,
+                     const double* intensities, const int64_t* grids, size_t count,
+                     PointTally& tally) {
+    const GridPlan& grid = plan.grid;
+    const bool onGrid = grid.ratio[0] != 0 && grid.ratio[1] != 0 && grid.ratio[2] != 0;
+    const ReflectionPlan& reflection = plan.reflection;
+    const double largest = reflection.max;
+    BatchChanges changes;
+    size_t kept = 0;
+    for (size_t i = 0; i < count; ++i) {
+        zul_Point& point = points[i];
+        double* p = point.position;
+        if (!(std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]))) continue;
+        const int64_t* g = grids + 3 * i;
+        if (onGrid) {
+            for (int axis = 0; axis < 3; ++axis)
+                p[axis] = static_cast<double>(g[axis] * grid.ratio[axis]);
+        } else {
+            for (int axis = 0; axis < 3; ++axis) {
+                if (grid.ratio[axis] != 0) {
+                    p[axis] = static_cast<double>(g[axis] * grid.ratio[axis]);
+                    continue;
+                }
+                p[axis] = (p[axis] - grid.offset[axis]) / grid.step;
+                // Beyond 2^53 grid points, neighbouring points of the grid are no longer
+                // doubles.
+                if (!(std::fabs(p[axis]) <= 9007199254740992.0)) {
+                    throw FormatError(plan.input + ": point " + std::to_string(tally.read + 1 + i) +
+                                      ": its " + "xyz"[axis] + " lies too far out for a step of " +
+                                      shortestDecimal(grid.step) + " (give a larger --step)");
+                }
+                // A value of the input's own grid (a LAS integer) that falls between two of the
+                // stored grid's points does not come back: counted, axis by axis.
+                if (layout.gridStep > 0 && std::fabs(p[axis] - std::round(p[axis])) > 1e-6)
+                    ++changes.moved[axis];
+            }
+        }
+        if (reflection.keep) {
+            const double scaled = intensities[i] * reflection.scale;
+            const double v = roundHalfAway(scaled);
+            if (std::isnan(scaled)) {
+                ++changes.notNumbers;
+            } else if (v < 0) {
+                ++changes.negative;
+            } else if (v > largest) {
+                ++changes.above;
+            } else if (v != scaled && !reflection.exact) {
+                ++changes.rounded;
+            }
+            point.reflection = !(v > 0)       ? 0
+                               : v >= largest ? reflection.max
+                                              : static_cast<int32_t>(v);
+        }
+        if (plan.normals) {
+            const float* n = point.normal;
+            // The format cannot store a normal shorter than 1e-6, nor one with an infinite
+            // component (it has no direction); such a point gets +z, counted.
+            const double length =
+                std::sqrt(double{n[0]} * n[0] + double{n[1]} * n[1] + double{n[2]} * n[2]);
+            const bool infinite = std::isinf(length);
+            if (infinite || !(length >= 1e-6)) {
+                point.normal[0] = point.normal[1] = 0.0f;
+                point.normal[2] = 1.0f;
+                ++(infinite ? changes.infiniteNormals : changes.zeroNormals);
+            }
+        }
+        if (kept != i) points[kept] = point;
+        ++kept;
+    }
+    tally.read += static_cast<int64_t>(count);
+    tally.dropped += static_cast<int64_t>(count - kept);
+    changes.addTo(tally, plan);
+    return kept;
+}
+
 bool preparePoint(const PointPlan& plan, const CloudReader& reader, zul_Point& point,
                   PointTally& tally) {
-    ++tally.read;
-    double* p = point.position;
-    if (!(std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]))) {
-        ++tally.dropped;
-        return false;
-    }
-    const GridPlan& grid = plan.grid;
-    for (int axis = 0; axis < 3; ++axis) {
-        if (grid.ratio[axis] != 0) {
-            p[axis] = static_cast<double>(reader.grid()[axis] * grid.ratio[axis]);
-            continue;
-        }
-        p[axis] = (p[axis] - grid.offset[axis]) / grid.step;
-        // Beyond 2^53 grid points, neighbouring points of the grid are no longer doubles.
-        if (!(std::fabs(p[axis]) <= 9007199254740992.0)) {
-            throw FormatError(plan.input + ": point " + std::to_string(tally.read) + ": its " +
-                              "xyz"[axis] + " lies too far out for a step of " +
-                              shortestDecimal(grid.step) + " (give a larger --step)");
-        }
-        // A value of the input's own grid (a LAS integer) that falls between two of the stored
-        // grid's points does not come back: counted, axis by axis.
-        if (reader.layout().gridStep > 0 && std::fabs(p[axis] - std::round(p[axis])) > 1e-6) {
-            ++tally.changes[std::string(1, "xyz"[axis]) + " values moved onto the grid of " +
-                            shortestDecimal(grid.step) + " (by at most half of it)"];
-        }
-    }
-    const ReflectionPlan& reflection = plan.reflection;
-    if (reflection.keep) {
-        const double scaled = reader.intensity() * reflection.scale;
-        const double v = std::round(scaled);
-        if (std::isnan(scaled)) {
-            ++tally.changes["intensities that are not numbers stored as 0"];
-        } else if (v < 0) {
-            ++tally.changes["negative intensities stored as 0"];
-        } else if (v > reflection.max) {
-            ++tally.changes["intensities above " + std::to_string(reflection.max) + " stored as " +
-                            std::to_string(reflection.max)];
-        } else if (v != scaled && !reflection.exact) {
-            ++tally.changes["intensities rounded to whole numbers"];
-        }
-        point.reflection = !(v > 0)              ? 0
-                           : v >= reflection.max ? reflection.max
-                                                 : static_cast<int32_t>(v);
-    }
-    if (plan.normals) {
-        const float* n = point.normal;
-        // The format cannot store a normal shorter than 1e-6, nor one with an infinite
-        // component (it has no direction); such a point gets +z, counted.
-        const double length =
-            std::sqrt(double{n[0]} * n[0] + double{n[1]} * n[1] + double{n[2]} * n[2]);
-        const char* change = std::isinf(length)  ? "normals with an infinite component stored as "
-                                                   "(0, 0, 1)"
-                             : !(length >= 1e-6) ? "normals of length zero (or not numbers) stored "
-                                                   "as (0, 0, 1)"
-                                                 : nullptr;
-        if (change != nullptr) {
-            point.normal[0] = point.normal[1] = 0.0f;
-            point.normal[2] = 1.0f;
-            ++tally.changes[change];
-        }
-    }
-    return true;
+    const double intensity = reader.intensity();
+    return preparePoints(plan, reader.layout(), &point, &intensity, reader.grid(), 1, tally) == 1;
 }
 
 void reportTally(const CompressOptions& options, const CloudReader& reader,

@@ -78,6 +78,12 @@ struct PointTally {
 // (a coordinate NaN or infinite). Throws FormatError for a position the grid cannot hold.
 bool preparePoint(const PointPlan& plan, const zulformats::CloudReader& reader, zul_Point& point,
                   PointTally& tally);
+// preparePoint of `count` points read from a reader of `layout`, each with its intensity and its
+// grid point (3 values a point; CloudReader::readMany): those to drop are taken out, the others
+// keep their order; returns how many are left.
+size_t preparePoints(const PointPlan& plan, const zulformats::CloudLayout& layout,
+                     zul_Point* points, const double* intensities, const int64_t* grids,
+                     size_t count, PointTally& tally);
 
 // "changed 3 values: <kind>", a line of the reports of compress and decompress.
 std::string changeText(int64_t count, const std::string& kind);

@@ -3,6 +3,7 @@
 // Readers and writers stream: they hold a buffer of the file, never the whole cloud.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -103,6 +104,17 @@ public:
     // false after the last point. The point's intensity is then intensity(). Throws FormatError
     // for a malformed or cut file.
     virtual bool read(zul_Point& point) = 0;
+    // Reads up to `count` points as read() does, each point's intensity() into `intensities` and
+    // its grid() into `grids` (3 values a point); returns how many, 0 after the last. Not for a
+    // reader whose record() of each point is wanted.
+    virtual size_t readMany(zul_Point* points, double* intensities, int64_t* grids, size_t count) {
+        size_t n = 0;
+        for (; n < count && read(points[n]); ++n) {
+            intensities[n] = intensity_;
+            std::copy(grid_, grid_ + 3, grids + 3 * n);
+        }
+        return n;
+    }
     // The intensity of the point last read, as the file holds it.
     double intensity() const { return intensity_; }
     // The integer coordinates of the point last read, for a file with a grid of its own.

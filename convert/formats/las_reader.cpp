@@ -85,6 +85,8 @@ public:
         }
         layout_.pointCount = static_cast<int64_t>(count);
         seen_.assign((recordLength_ + 7) / 8, 0);
+        const size_t tail = recordLength_ % 8;
+        lastWord_ = tail == 0 ? ~uint64_t{0} : (uint64_t{1} << (8 * tail)) - 1;
     }
 
     bool read(zul_Point& point) override {
@@ -92,21 +94,28 @@ public:
         --remaining_;
         unsigned char* r = record_.data();
         in_.read(r, recordLength_, "a point record");
-        for (size_t w = 0; w < seen_.size(); ++w) seen_[w] |= loadLittle<uint64_t>(r + 8 * w);
-        for (int axis = 0; axis < 3; ++axis) {
-            grid_[axis] = loadLittle<int32_t>(r + 4 * axis);
-            point.position[axis] = grid_[axis] * scale_[axis] + offset_[axis];
-        }
-        intensity_ = loadLittle<uint16_t>(r + 12);
-        if (colorOffset_ > 0) {
-            for (int c = 0; c < 3; ++c) {
-                const uint16_t value = loadLittle<uint16_t>(r + colorOffset_ + 2 * c);
-                point.color[c] = static_cast<uint8_t>(value >> colorShift_);
-                lowBits_ |= value & 0xFF;
-                notTimes257_ |= (value & 0xFF) ^ (value >> 8);
-            }
-        }
+        see(r, 1);
+        take(r, point, intensity_, grid_, lowBits_, notTimes257_);
         return true;
+    }
+
+    size_t readMany(zul_Point* points, double* intensities, int64_t* grids, size_t count) override {
+        const size_t n = static_cast<size_t>(std::min<uint64_t>(count, remaining_));
+        if (n == 0) return 0;
+        remaining_ -= n;
+        // The records whole, and a word beyond the last for the loads of see() and take().
+        records_.resize(n * recordLength_ + 8);
+        const unsigned char* r = records_.data();
+        in_.read(records_.data(), n * recordLength_, "a point record");
+        see(r, n);
+        unsigned low = lowBits_, differ = notTimes257_;
+        for (size_t i = 0; i < n; ++i)
+            take(r + i * recordLength_, points[i], intensities[i], grids + 3 * i, low, differ);
+        lowBits_ = low;
+        notTimes257_ = differ;
+        intensity_ = intensities[n - 1];
+        std::copy(grids + 3 * (n - 1), grids + 3 * n, grid_);
+        return n;
     }
 
     uint64_t bytesRead() const override { return in_.position(); }
@@ -138,6 +147,37 @@ public:
     }
 
 private:
+    // Adds the bits set in the `n` records from `r` to seen_; the last 8-byte word of a record
+    // may run past its end.
+    void see(const unsigned char* r, size_t n) {
+        const size_t words = seen_.size();
+        for (size_t w = 0; w < words; ++w) {
+            uint64_t bits = 0;
+            for (size_t i = 0; i < n; ++i)
+                bits |= loadLittle<uint64_t>(r + i * recordLength_ + 8 * w);
+            seen_[w] |= w + 1 < words ? bits : bits & lastWord_;
+        }
+    }
+
+    // The point of the record at `r`; of its colour, the bits of the low bytes go to `low` and
+    // those where low and high byte differ to `differ`.
+    void take(const unsigned char* r, zul_Point& point, double& intensity, int64_t grid[3],
+              unsigned& low, unsigned& differ) const {
+        for (int axis = 0; axis < 3; ++axis) {
+            grid[axis] = loadLittle<int32_t>(r + 4 * axis);
+            point.position[axis] = static_cast<double>(grid[axis]) * scale_[axis] + offset_[axis];
+        }
+        intensity = loadLittle<uint16_t>(r + 12);
+        if (colorOffset_ > 0) {
+            for (int c = 0; c < 3; ++c) {
+                const uint16_t value = loadLittle<uint16_t>(r + colorOffset_ + 2 * c);
+                point.color[c] = static_cast<uint8_t>(value >> colorShift_);
+                low |= value & 0xFFu;
+                differ |= (value & 0xFFu) ^ (value >> 8);
+            }
+        }
+    }
+
     bool anySeen(size_t offset, size_t size) const {
         for (size_t i = offset; i < offset + size; ++i) {
             if ((seen_[i / 8] >> (8 * (i % 8))) & 0xFF) return true;
@@ -172,7 +212,9 @@ private:
     uint32_t otherVlrs_ = 0;
     std::vector<LasVlr> crsVlrs_;
     std::vector<unsigned char> record_;
-    std::vector<uint64_t> seen_;  // the bits set in any record so far
+    std::vector<unsigned char> records_;  // of readMany
+    std::vector<uint64_t> seen_;          // the bits set in any record so far
+    uint64_t lastWord_ = 0;  // the bytes of the last word of seen_ that lie in a record
 };
 
 }  // namespace

@@ -294,10 +294,10 @@ int32_t planesOf(LargeVector<Item>& items, const Part& part, size_t want, size_t
         if (middle != part.end) {
             const int32_t node = static_cast<int32_t>(planes.size());
             planes.push_back({axis, items[middle].position[axis], {kNowhere, kNowhere}});
-            const int32_t first = planesOf(items, halves[0], want / 2, size, target, planes,
-                                           branches);
-            const int32_t second = planesOf(items, halves[1], want - want / 2, size, target,
-                                            planes, branches);
+            const int32_t first =
+                planesOf(items, halves[0], want / 2, size, target, planes, branches);
+            const int32_t second =
+                planesOf(items, halves[1], want - want / 2, size, target, planes, branches);
             planes[static_cast<size_t>(node)].next[0] = first;
             planes[static_cast<size_t>(node)].next[1] = second;
             return node;
@@ -358,7 +358,8 @@ size_t kdSample(const zul_Point* points, const IndexVector& indices, int chunk, 
             const Plane& plane = planes[static_cast<size_t>(at)];
             at = plane.next[p[plane.axis] < plane.at ? 0 : 1];
         }
-        if (at != kNowhere) found[static_cast<size_t>(kNowhere - 1 - at)].push_back({{p[0], p[1], p[2]}, i});
+        if (at != kNowhere)
+            found[static_cast<size_t>(kNowhere - 1 - at)].push_back({{p[0], p[1], p[2]}, i});
     }
     size_t sampled = 0;
     for (const std::vector<Item>& branch : found) {

@@ -143,14 +143,23 @@ zul_Status PlannedWriter::openFile() {
     return status;
 }
 
-zul_Status PlannedWriter::write(const zul_Point& point) {
+zul_Status PlannedWriter::writeMany(const zul_Point* points, size_t count) {
     if (failed_ != zul_STATUS_OK) return zul_STATUS_INVALID_STATE;
-    block_.push_back(point);
-    if (file_ == nullptr) marker_->add(point);
-    if (block_.size() < capacity_) return zul_STATUS_OK;
-    failed_ = flush();
-    if (failed_ != zul_STATUS_OK) errno = fileErrno_;
-    return failed_;
+    while (count > 0) {
+        const size_t n = std::min(count, capacity_ - block_.size());
+        block_.insert(block_.end(), points, points + n);
+        if (file_ == nullptr)
+            for (size_t i = 0; i < n && !marker_->full(); ++i) marker_->add(points[i]);
+        points += n;
+        count -= n;
+        if (block_.size() < capacity_) break;
+        failed_ = flush();
+        if (failed_ != zul_STATUS_OK) {
+            errno = fileErrno_;
+            return failed_;
+        }
+    }
+    return zul_STATUS_OK;
 }
 
 zul_Status PlannedWriter::close() {

@@ -82,7 +82,9 @@ public:
                     const PlanOptions& options);
     // Takes one point; a full block is cut and written. A failure fails the writer: later calls
     // return zul_STATUS_INVALID_STATE.
-    zul_Status write(const zul_Point& point);
+    zul_Status write(const zul_Point& point) { return writeMany(&point, 1); }
+    // Takes `count` points in their order, as write() takes each.
+    zul_Status writeMany(const zul_Point* points, size_t count);
     // Writes the last block and closes the file. zul_STATUS_WRITE_ERROR if the file cannot be
     // created or written (errno tells why, on the calling thread).
     zul_Status close();

@@ -148,7 +148,8 @@ TEST_P(KdCellsMatch, PlainHalvingAndTheSample) {
     zulplan::cutKdCells(points.data(), all, c.chunk, cutting, scratch);
     EXPECT_EQ(cellsOf(cutting), plain);
     const size_t target = std::max<size_t>(3000, static_cast<size_t>(c.chunk));
-    const size_t sampled = zulplan::kdSample(points.data(), all, c.chunk, target, 8, sample, scratch);
+    const size_t sampled =
+        zulplan::kdSample(points.data(), all, c.chunk, target, 8, sample, scratch);
     EXPECT_EQ(sampled, sample.order.size());
     EXPECT_GE(sampled, std::min(points.size(), 8 * target / 4));
     EXPECT_LE(sampled, std::min(points.size(), 8 * target * 3 / 2));
@@ -164,13 +165,11 @@ TEST_P(KdCellsMatch, PlainHalvingAndTheSample) {
     EXPECT_LT(sampledArea, 1.33 * whole);
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, KdCellsMatch,
-                         ::testing::Values(KdCase{40000, 400, 100, 500, 0},
-                                           KdCase{40000, 100, 100, 1000, 5},
-                                           KdCase{30000, 1000, 10, 64, 0},
-                                           KdCase{9000, 100, 300, 10000, 0},
-                                           KdCase{400000, 300, 200, 4000, 3},
-                                           KdCase{200000, 2000, 30, 1024, 0}));
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, KdCellsMatch,
+    ::testing::Values(KdCase{40000, 400, 100, 500, 0}, KdCase{40000, 100, 100, 1000, 5},
+                      KdCase{30000, 1000, 10, 64, 0}, KdCase{9000, 100, 300, 10000, 0},
+                      KdCase{400000, 300, 200, 4000, 3}, KdCase{200000, 2000, 30, 1024, 0}));
 
 struct StripCase {
     int axis, shift;
