@@ -188,12 +188,18 @@ private:
     // Many writers put 8-bit colours into LAS's 16-bit fields: if no channel of any point exceeds
     // 255, the values are taken as they are; otherwise by their high byte.
     bool colorIs16Bit(uint64_t dataOffset, uint64_t count) {
+        // The high bytes of the three channels, in a word loaded at the colour.
+        const uint64_t highBytes = 0xFF00FF00FF00ull;
         bool wide = false;
-        for (uint64_t i = 0; i < count && !wide; ++i) {
-            in_.read(record_.data(), recordLength_, "a point record");
-            for (int c = 0; c < 3; ++c) {
-                wide = wide || loadLittle<uint16_t>(record_.data() + colorOffset_ + 2 * c) > 255;
-            }
+        for (uint64_t left = count; left > 0 && !wide;) {
+            const size_t n = static_cast<size_t>(std::min<uint64_t>(left, 4096));
+            left -= n;
+            records_.resize(n * recordLength_ + 8);
+            in_.read(records_.data(), n * recordLength_, "a point record");
+            uint64_t high = 0;
+            for (size_t i = 0; i < n; ++i)
+                high |= loadLittle<uint64_t>(records_.data() + i * recordLength_ + colorOffset_);
+            wide = (high & highBytes) != 0;
         }
         in_.seek(dataOffset);
         return wide;

@@ -22,9 +22,9 @@ struct ValuesCase {
 
 void PrintTo(const ValuesCase& c, std::ostream* out) { *out << c.name; }
 
-// A LAS 1.2 file of point format 2, 50 points on a 0.01 grid, every channel colour(i).
-std::string colourLas(uint16_t (*colour)(uint32_t)) {
-    return lasBytes(2, 2, 26, {0.01, 0.01, 0.01, 0, 0, 0}, 50, false,
+// A LAS 1.2 file of point format 2, `count` points on a 0.01 grid, every channel colour(i).
+std::string colourLas(uint16_t (*colour)(uint32_t), uint32_t count = 50) {
+    return lasBytes(2, 2, 26, {0.01, 0.01, 0.01, 0, 0, 0}, count, false,
                     [colour](uint32_t i, std::string& r) {
                         const int32_t xyz[3] = {static_cast<int32_t>(i), 3, 7};
                         std::memcpy(&r[0], xyz, 12);
@@ -62,6 +62,9 @@ const ValuesCase kCases[] = {
     {"16-bit colour", "c.las",
      [] { return colourLas([](uint32_t i) { return uint16_t(i * 1000 + 1); }); }, "",
      "left out: the low byte of 16-bit colour", "--las-color-scale", "", ""},
+    {"16-bit colour in the last points only", "c.las",
+     [] { return colourLas([](uint32_t i) { return uint16_t(i < 9000 ? i % 256 : 300); }, 9002); },
+     "", "left out: the low byte of 16-bit colour", "--las-color-scale", "", ""},
     {"kitti reflectance of two decimals", "k.bin", kitti, "",
      "intensities are stored multiplied by 100", "", "", "back.bin"},
     {"scales 0.025 0.01 0.01", "q.las", quarterScaleLas, "",
