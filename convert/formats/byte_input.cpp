@@ -11,9 +11,12 @@ namespace zulformats {
 
 namespace {
 const size_t kBufferSize = 1 << 20;
-}
+// Bytes the buffer holds beyond what it reads into: loads of a whole word at the end of what
+// take() hands out stay inside it.
+const size_t kSlack = 8;
+}  // namespace
 
-ByteInput::ByteInput(const std::string& path) : path_(path), buffer_(kBufferSize) {
+ByteInput::ByteInput(const std::string& path) : path_(path), buffer_(kBufferSize + kSlack) {
     file_ = std::fopen(path.c_str(), "rb");
     if (file_ == nullptr) {
         fail(std::string("cannot open the file (") + std::strerror(errno) + ")");
@@ -36,8 +39,29 @@ void ByteInput::fail(const std::string& message) const {
     throw FormatError(path_ + ": " + message);
 }
 
+size_t ByteInput::largestTake() const { return buffer_.size() - kSlack; }
+
+void ByteInput::gather(size_t n, const char* what) {
+    if (n > largestTake()) fail(std::string("cannot take so much at once, inside ") + what);
+    const size_t have = static_cast<size_t>(end_ - next_);
+    std::memmove(buffer_.data(), next_, have);
+    size_t got = have;
+    while (got < n) {
+        const size_t more = std::fread(buffer_.data() + got, 1, largestTake() - got, file_);
+        if (more == 0) {
+            if (std::ferror(file_)) fail("a read failed");
+            next_ = end_ = buffer_.data();
+            fail(std::string("the file ends early, inside ") + what);
+        }
+        position_ += more;
+        got += more;
+    }
+    next_ = buffer_.data();
+    end_ = buffer_.data() + got;
+}
+
 bool ByteInput::refill() {
-    const size_t n = std::fread(buffer_.data(), 1, buffer_.size(), file_);
+    const size_t n = std::fread(buffer_.data(), 1, largestTake(), file_);
     if (n == 0 && std::ferror(file_)) fail("a read failed");
     position_ += n;
     next_ = buffer_.data();

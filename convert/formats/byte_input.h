@@ -33,6 +33,16 @@ public:
         }
         readAcross(data, n, what);
     }
+    // The next `n` bytes (at most largestTake()), read without a copy: they stay valid until the
+    // next call, and 8 more bytes after them can be loaded (what they hold is not defined).
+    // Throws as read() does.
+    const unsigned char* take(size_t n, const char* what) {
+        if (static_cast<size_t>(end_ - next_) < n) gather(n, what);
+        const char* at = next_;
+        next_ += n;
+        return reinterpret_cast<const unsigned char*>(at);
+    }
+    size_t largestTake() const;
     // Reads up to `n` bytes, returns how many; 0 only at the end of the file.
     size_t readSome(void* data, size_t n);
     // Reads one line without its end ("\n" or "\r\n"); false at the end of the file. A line
@@ -44,6 +54,8 @@ public:
 
 private:
     bool refill();
+    // Moves what is left of the buffer to its start and reads until it holds `n` bytes.
+    void gather(size_t n, const char* what);
     // read() of bytes that the buffer does not hold all of.
     void readAcross(void* data, size_t n, const char* what);
 

@@ -100,13 +100,12 @@ public:
     }
 
     size_t readMany(zul_Point* points, double* intensities, int64_t* grids, size_t count) override {
-        const size_t n = static_cast<size_t>(std::min<uint64_t>(count, remaining_));
+        const size_t n = static_cast<size_t>(
+            std::min<uint64_t>({count, remaining_, in_.largestTake() / recordLength_}));
         if (n == 0) return 0;
         remaining_ -= n;
-        // The records whole, and a word beyond the last for the loads of see() and take().
-        records_.resize(n * recordLength_ + 8);
-        const unsigned char* r = records_.data();
-        in_.read(records_.data(), n * recordLength_, "a point record");
+        // The records where they were read; see() and take() load a word beyond the last.
+        const unsigned char* r = in_.take(n * recordLength_, "a point record");
         see(r, n);
         unsigned low = lowBits_, differ = notTimes257_;
         for (size_t i = 0; i < n; ++i)
@@ -192,13 +191,13 @@ private:
         const uint64_t highBytes = 0xFF00FF00FF00ull;
         bool wide = false;
         for (uint64_t left = count; left > 0 && !wide;) {
-            const size_t n = static_cast<size_t>(std::min<uint64_t>(left, 4096));
+            const size_t n =
+                static_cast<size_t>(std::min<uint64_t>(left, in_.largestTake() / recordLength_));
             left -= n;
-            records_.resize(n * recordLength_ + 8);
-            in_.read(records_.data(), n * recordLength_, "a point record");
+            const unsigned char* r = in_.take(n * recordLength_, "a point record");
             uint64_t high = 0;
             for (size_t i = 0; i < n; ++i)
-                high |= loadLittle<uint64_t>(records_.data() + i * recordLength_ + colorOffset_);
+                high |= loadLittle<uint64_t>(r + i * recordLength_ + colorOffset_);
             wide = (high & highBytes) != 0;
         }
         in_.seek(dataOffset);
@@ -218,9 +217,8 @@ private:
     uint32_t otherVlrs_ = 0;
     std::vector<LasVlr> crsVlrs_;
     std::vector<unsigned char> record_;
-    std::vector<unsigned char> records_;  // of readMany
-    std::vector<uint64_t> seen_;          // the bits set in any record so far
-    uint64_t lastWord_ = 0;  // the bytes of the last word of seen_ that lie in a record
+    std::vector<uint64_t> seen_;  // the bits set in any record so far
+    uint64_t lastWord_ = 0;       // the bytes of the last word of seen_ that lie in a record
 };
 
 }  // namespace
