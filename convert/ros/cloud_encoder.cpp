@@ -302,8 +302,9 @@ CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeO
         }
         if (layout.color.field >= 0) type.colorMode = zul_COLOR_RGB888;
         if (points.message.size() != layout.points) head.flags |= kMaskPresent;
-        const ChunkPlan plan = planChunks(cloud.height, cloud.width, points.message.data(),
-                                          points.message.size(), chunkPoints, head.tileColumns);
+        const ChunkPlan plan =
+            planChunks(cloud.height, cloud.width, points.inside.data(), points.message.size(),
+                       chunkPoints, head.tileColumns, true);
         // With a companion, the stream and it as the companion's one blob.
         writeStream(layout, points, type, plan, stream, order, options.companion);
         if (options.companion) head.flags |= kCompanion;

@@ -70,17 +70,25 @@ PointCloud2 readPointCloud2(const uint8_t* bytes, size_t size, Serialization fam
     return message;
 }
 
-CompressedPointCloud2 readCompressedPointCloud2(const uint8_t* bytes, size_t size,
-                                                Serialization family) {
+CompressedPointCloud2View viewCompressedPointCloud2(const uint8_t* bytes, size_t size,
+                                                    Serialization family) {
     WireReader in(bytes, size, family, "CompressedPointCloud2 message");
-    CompressedPointCloud2 message;
+    CompressedPointCloud2View message;
     readHead(in, message.cloud);
-    size_t count = 0;
-    const uint8_t* data = in.bytes(count, "compressed_data");
-    message.compressedData.assign(data, data + count);
+    message.data = in.bytes(message.size, "compressed_data");
     message.cloud.isDense = in.u8("is_dense");
     message.format = in.string("format");
     message.cloud.trailingBytes = in.finish();
+    return message;
+}
+
+CompressedPointCloud2 readCompressedPointCloud2(const uint8_t* bytes, size_t size,
+                                                Serialization family) {
+    CompressedPointCloud2View view = viewCompressedPointCloud2(bytes, size, family);
+    CompressedPointCloud2 message;
+    message.cloud = std::move(view.cloud);
+    message.compressedData.assign(view.data, view.data + view.size);
+    message.format = std::move(view.format);
     return message;
 }
 

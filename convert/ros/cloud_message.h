@@ -61,6 +61,14 @@ struct CompressedPointCloud2 {
     std::string format;
 };
 
+// A CompressedPointCloud2 whose compressed_data lies in its serialised bytes.
+struct CompressedPointCloud2View {
+    CloudDescription cloud;
+    const uint8_t* data = nullptr;
+    size_t size = 0;
+    std::string format;
+};
+
 // Parse a serialised message; a message that is cut short, claims more than it holds or has bytes
 // after its last field throws Error.
 PointCloud2 readPointCloud2(const uint8_t* bytes, size_t size, Serialization family);
@@ -68,6 +76,9 @@ PointCloud2 readPointCloud2(const uint8_t* bytes, size_t size, Serialization fam
 PointCloud2View viewPointCloud2(const uint8_t* bytes, size_t size, Serialization family);
 CompressedPointCloud2 readCompressedPointCloud2(const uint8_t* bytes, size_t size,
                                                 Serialization family);
+// The same with compressed_data left where it is: valid while `bytes` are.
+CompressedPointCloud2View viewCompressedPointCloud2(const uint8_t* bytes, size_t size,
+                                                    Serialization family);
 
 // Serialise in the record's own serialisation (cloud.wire).
 std::vector<uint8_t> writePointCloud2(const PointCloud2& message);

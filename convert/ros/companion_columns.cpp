@@ -32,11 +32,15 @@ zul_FieldType fieldType(uint8_t datatype) {
     }
 }
 
-// Whether `size` bytes are all zero, eight at a time.
+// Whether `size` bytes are all zero: 64 at a time, stopping at the first block that is not.
 bool allZero(const uint8_t* bytes, size_t size) {
-    uint64_t any = 0;
     size_t i = 0;
-    for (; i + 8 <= size; i += 8) any |= load<uint64_t>(bytes + i, false);
+    for (; i + 64 <= size; i += 64) {
+        uint64_t any = 0;
+        for (size_t k = 0; k < 64; k += 8) any |= load<uint64_t>(bytes + i + k, false);
+        if (any != 0) return false;
+    }
+    uint64_t any = 0;
     for (; i < size; ++i) any |= bytes[i];
     return any == 0;
 }

@@ -114,16 +114,20 @@ void sortAsStored(std::vector<OrderKey>& keys) {
     keys.swap(sorted);
 }
 
-void settleTies(const double* positions, const uint8_t* colors, const int32_t* reflections,
+bool settleTies(const double* positions, const uint8_t* colors, const int32_t* reflections,
                 uint32_t n, std::vector<uint32_t>& order) {
-    order.resize(n);
-    std::iota(order.begin(), order.end(), 0u);
-    if (colors == nullptr && reflections == nullptr) return;
+    if (colors == nullptr && reflections == nullptr) return false;
     auto samePlace = [&](uint32_t a, uint32_t b) {
         return positions[3 * a] == positions[3 * b] &&
                positions[3 * a + 1] == positions[3 * b + 1] &&
                positions[3 * a + 2] == positions[3 * b + 2];
     };
+    // Most chunks have no two points on one position.
+    uint32_t i = 0;
+    while (i + 1 < n && !samePlace(i, i + 1)) ++i;
+    if (i + 1 >= n) return false;
+    order.resize(n);
+    std::iota(order.begin(), order.end(), 0u);
     auto before = [&](uint32_t a, uint32_t b) {
         const uint32_t ca =
             colors ? uint32_t(colors[3 * a]) << 16 | colors[3 * a + 1] << 8 | colors[3 * a + 2] : 0;
@@ -132,12 +136,13 @@ void settleTies(const double* positions, const uint8_t* colors, const int32_t* r
         if (ca != cb) return ca < cb;
         return reflections ? reflections[a] < reflections[b] : false;
     };
-    for (uint32_t i = 0; i + 1 < n;) {
+    while (i + 1 < n) {
         uint32_t end = i + 1;
         while (end < n && samePlace(i, end)) ++end;
         if (end - i > 1) std::stable_sort(order.begin() + i, order.begin() + end, before);
         i = end;
     }
+    return true;
 }
 
 }  // namespace zul::ros
