@@ -11,6 +11,7 @@
 #include "compressed_blob.h"
 #include "point_access.h"
 #include "record_columns.h"
+#include "scratch.h"
 #include "stream_order.h"
 #include "zul_ros.h"
 
@@ -40,6 +41,12 @@ struct Unset : std::allocator<T> {
 template <typename T>
 using UnsetVector = std::vector<T, Unset<T>>;
 
+// The stream's bytes, a buffer of the thread.
+std::vector<uint8_t>& streamBuffer() {
+    thread_local std::vector<uint8_t> buffer;
+    return buffer;
+}
+
 // The stream's points: those whose positions come back within half a step, in message order.
 struct StreamPoints {
     std::vector<uint8_t> inside;          // one a point of the message
@@ -68,10 +75,9 @@ inline bool fitsStream(double value, bool narrow, double step, int64_t& grid) {
     return std::fabs(back - value) <= half;
 }
 
-StreamPoints selectStreamPoints(const PointCloud2View& message, const CloudLayout& layout,
-                                double step) {
+void selectStreamPoints(const PointCloud2View& message, const CloudLayout& layout, double step,
+                        StreamPoints& points) {
     const CloudDescription& cloud = message.cloud;
-    StreamPoints points;
     points.inside.assign(layout.points, 0);
     points.message.resize(layout.points);
     points.records.resize(layout.points);
@@ -109,7 +115,6 @@ StreamPoints selectStreamPoints(const PointCloud2View& message, const CloudLayou
     points.message.resize(count);
     points.records.resize(count);
     points.grid.resize(3 * count);
-    return points;
 }
 
 // The intensity field goes into the stream if every stream point's value is a whole number from
@@ -160,13 +165,14 @@ private:
     std::vector<uint8_t>& out_;
 };
 
-// Encodes the stream points chunk by chunk in the order the decoder gives them back, and notes
-// for each of them its place in the chunk's message order (`order`), or, with a companion, puts
-// the other fields of each chunk's points and their message indices into it (`stream` then gets
-// the companion's one blob of the stream and the companion).
-void writeStream(const CloudLayout& layout, const StreamPoints& points, const zul_DataType& type,
-                 const ChunkPlan& plan, std::vector<uint8_t>& stream, std::vector<uint8_t>& order,
-                 bool companion) {
+// Encodes the stream points chunk by chunk in the order the decoder gives them back into `stream`,
+// and notes for each of them its place in the chunk's message order (`order`), or, with a
+// companion, puts the other fields of each chunk's points and their message indices into it,
+// which it returns.
+std::unique_ptr<CompanionWriter> writeStream(const CloudLayout& layout, const StreamPoints& points,
+                                             const zul_DataType& type, const ChunkPlan& plan,
+                                             std::vector<uint8_t>& stream,
+                                             std::vector<uint8_t>& order, bool companion) {
     StreamWriter writer(type, stream);
     std::unique_ptr<CompanionWriter> fields;
     if (companion) fields = std::make_unique<CompanionWriter>(layout, stream.data(), stream.size());
@@ -227,7 +233,7 @@ void writeStream(const CloudLayout& layout, const StreamPoints& points, const zu
         }
         fields->chunk(storedRecords, stored, stream.data() + before, stream.size() - before);
     }
-    if (fields) stream = fields->finishBlob(stream);
+    return fields;
 }
 
 // The record's byte ranges of every point, and the stream's fields of the points outside it, into
@@ -259,7 +265,9 @@ void putColumn(Column&& column, std::vector<Column>& columns) {
     columns.push_back(std::move(column));
 }
 
-CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeOptions& options) {
+// Appends the compressed_data of a message to `out`.
+void compressView(const PointCloud2View& message, const EncodeOptions& options,
+                  std::vector<uint8_t>& out) {
     const CloudDescription& cloud = message.cloud;
     CloudLayout layout = layOutCloud(cloud, message.size, true);
     uint32_t chunkPoints = options.chunkPoints, tileColumns = options.tileColumns;
@@ -288,10 +296,19 @@ CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeO
     head.trailingDataBytes = message.size - uint64_t(cloud.height) * cloud.rowStep;
     if (layout.points == 0) head.trailingDataBytes = message.size;
 
-    StreamPoints points;
-    std::vector<uint8_t> stream, order;
+    // The stream points and the stream in buffers of the thread, kept for the next message.
+    thread_local StreamPoints reused;
+    StreamPoints& points = reused;
+    const ScratchLease<std::vector<uint8_t>> insideLease(points.inside),
+        streamLease(streamBuffer());
+    const ScratchLease<UnsetVector<uint32_t>> messageLease(points.message);
+    const ScratchLease<UnsetVector<const uint8_t*>> recordsLease(points.records);
+    const ScratchLease<UnsetVector<int64_t>> gridLease(points.grid);
+    std::vector<uint8_t>& stream = *streamLease;
+    std::vector<uint8_t> order;
+    std::unique_ptr<CompanionWriter> companion;
     if (layout.hasPositions) {
-        points = selectStreamPoints(message, layout, step);
+        selectStreamPoints(message, layout, step, points);
         int32_t maxValue = 1;
         if (intensityFits(layout, points, maxValue)) {
             head.flags |= kIntensityInStream;
@@ -305,11 +322,11 @@ CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeO
         const ChunkPlan plan =
             planChunks(cloud.height, cloud.width, points.inside.data(), points.message.size(),
                        chunkPoints, head.tileColumns, true);
-        // With a companion, the stream and it as the companion's one blob.
-        writeStream(layout, points, type, plan, stream, order, options.companion);
-        if (options.companion) head.flags |= kCompanion;
+        companion = writeStream(layout, points, type, plan, stream, order, options.companion);
+        if (companion) head.flags |= kCompanion;
     }
-    head.streamSize = stream.size();
+    // With a companion, the stream and it as the companion's one blob.
+    head.streamSize = companion ? companion->finish(stream) : stream.size();
 
     std::vector<Column> columns;
     if (head.flags & kMaskPresent) {
@@ -341,31 +358,40 @@ CompressedPointCloud2 compressView(const PointCloud2View& message, const EncodeO
               record.back().bytes.begin());
     for (Column& column : record) putColumn(std::move(column), columns);
 
-    CompressedPointCloud2 result;
-    result.cloud = cloud;
-    result.cloud.trailingBytes = 0;
-    result.format = formatName();
-    std::vector<uint8_t>& blob = result.compressedData;
     // Room for every part at once: the stream alone is most of the blob, and a reallocation
     // would copy it.
-    blob.reserve(kBlobHeadSize + stream.size() + packedColumnsBound(columns));
-    writeBlobHead(head, blob);
-    blob.insert(blob.end(), stream.begin(), stream.end());
-    packColumns(columns, options.zstdLevel, blob);
-    const uint64_t checksum = blobChecksum(cloud, blob.data(), blob.size());
+    const size_t start = out.size();
+    out.reserve(start + kBlobHeadSize + head.streamSize + packedColumnsBound(columns) + 256);
+    writeBlobHead(head, out);
+    if (companion)
+        companion->appendBlob(stream, out);
+    else
+        out.insert(out.end(), stream.begin(), stream.end());
+    packColumns(columns, options.zstdLevel, out);
+    uint8_t* blob = out.data() + start;
+    const uint64_t checksum = blobChecksum(cloud, blob, out.size() - start);
     for (int b = 0; b < 8; ++b) blob[32 + b] = uint8_t(checksum >> (8 * b));
-    return result;
 }
 
 }  // namespace
 
 CompressedPointCloud2 compressCloud(const PointCloud2& message, const EncodeOptions& options) {
-    return compressView({message.cloud, message.data.data(), message.data.size()}, options);
+    CompressedPointCloud2 result;
+    result.cloud = message.cloud;
+    result.cloud.trailingBytes = 0;
+    result.format = formatName();
+    compressView({message.cloud, message.data.data(), message.data.size()}, options,
+                 result.compressedData);
+    return result;
 }
 
+// compressed_data made in place in the serialised message, without a copy.
 std::vector<uint8_t> compressMessage(const uint8_t* bytes, size_t size, Serialization family,
                                      const EncodeOptions& options) {
-    return writeCompressedPointCloud2(compressView(viewPointCloud2(bytes, size, family), options));
+    const PointCloud2View message = viewPointCloud2(bytes, size, family);
+    return writeCompressedPointCloud2(
+        message.cloud, formatName(), 0,
+        [&](std::vector<uint8_t>& out) { compressView(message, options, out); });
 }
 
 }  // namespace zul::ros

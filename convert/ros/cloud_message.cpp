@@ -110,15 +110,24 @@ std::vector<uint8_t> writePointCloud2(const PointCloud2& message) {
     return out;
 }
 
-std::vector<uint8_t> writeCompressedPointCloud2(const CompressedPointCloud2& message) {
-    const CloudDescription& cloud = message.cloud;
-    WireWriter out(cloud.wire, cloud.cdrOptions,
-                   message.compressedData.size() + 64 * cloud.fields.size());
+std::vector<uint8_t> writeCompressedPointCloud2(
+    const CloudDescription& cloud, const std::string& format, size_t reserve,
+    const std::function<void(std::vector<uint8_t>&)>& fill) {
+    WireWriter out(cloud.wire, cloud.cdrOptions, reserve + 64 * cloud.fields.size());
     writeHead(out, cloud);
-    out.bytes(message.compressedData.data(), message.compressedData.size());
+    const size_t lengthAt = out.beginBytes();
+    fill(out.output());
+    out.endBytes(lengthAt);
     out.u8(cloud.isDense);
-    out.string(message.format);
+    out.string(format);
     return out.take();
+}
+
+std::vector<uint8_t> writeCompressedPointCloud2(const CompressedPointCloud2& message) {
+    const std::vector<uint8_t>& data = message.compressedData;
+    return writeCompressedPointCloud2(
+        message.cloud, message.format, data.size(),
+        [&](std::vector<uint8_t>& out) { out.insert(out.end(), data.begin(), data.end()); });
 }
 
 }  // namespace zul::ros

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -86,5 +87,9 @@ std::vector<uint8_t> writePointCloud2(const PointCloud2& message);
 std::vector<uint8_t> writePointCloud2Room(const CloudDescription& cloud, size_t dataBytes,
                                           size_t& dataOffset);
 std::vector<uint8_t> writeCompressedPointCloud2(const CompressedPointCloud2& message);
+// The same with compressed_data appended to the output by `fill` (about `reserve` bytes), in place.
+std::vector<uint8_t> writeCompressedPointCloud2(
+    const CloudDescription& cloud, const std::string& format, size_t reserve,
+    const std::function<void(std::vector<uint8_t>&)>& fill);
 
 }  // namespace zul::ros

@@ -1,0 +1,31 @@
+// Buffers of the calling thread kept from one message to the next: a message's scratch arrays are
+// then not allocated, and their pages not faulted in, afresh for every message. A buffer above
+// 64 MiB is given back after use.
+#pragma once
+
+#include <cstddef>
+#include <utility>
+
+namespace zul::ros {
+
+inline constexpr size_t kScratchKeptBytes = size_t{64} << 20;
+
+// Empties a thread's buffer (a std::vector of any allocator) for one use, and gives its memory
+// back afterwards if it grew above kScratchKeptBytes. One lease of a buffer at a time.
+template <typename Vector>
+class ScratchLease {
+public:
+    explicit ScratchLease(Vector& buffer) : buffer_(buffer) { buffer_.clear(); }
+    ~ScratchLease() {
+        if (buffer_.capacity() * sizeof(typename Vector::value_type) > kScratchKeptBytes)
+            Vector().swap(buffer_);
+    }
+    ScratchLease(const ScratchLease&) = delete;
+    ScratchLease& operator=(const ScratchLease&) = delete;
+    Vector& operator*() const { return buffer_; }
+
+private:
+    Vector& buffer_;
+};
+
+}  // namespace zul::ros
