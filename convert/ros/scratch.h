@@ -4,9 +4,34 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <new>
 #include <utility>
+#include <vector>
 
 namespace zul::ros {
+
+// A vector whose added elements are left as they are, not zeroed: for arrays filled at once.
+template <typename T>
+struct Unset : std::allocator<T> {
+    template <typename U>
+    struct rebind {
+        using other = Unset<U>;
+    };
+    Unset() = default;
+    template <typename U>
+    Unset(const Unset<U>&) {}
+    template <typename U>
+    void construct(U* p) {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <typename U, typename... A>
+    void construct(U* p, A&&... a) {
+        ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+    }
+};
+template <typename T>
+using UnsetVector = std::vector<T, Unset<T>>;
 
 inline constexpr size_t kScratchKeptBytes = size_t{64} << 20;
 
