@@ -96,20 +96,69 @@ void selectStreamPoints(const PointCloud2View& message, const CloudLayout& layou
 }
 
 // The intensity field goes into the stream if every stream point's value is a whole number from
-// 0 to 2^31 - 1 that its type gives back bit for bit; `maxValue` is the largest.
+// 0 to 2^31 - 1 that its type gives back bit for bit; `maxValue` is the largest (at least 1). A
+// loop for each type.
 bool intensityFits(const CloudLayout& layout, const StreamPoints& points, int32_t& maxValue) {
     const StreamField& field = layout.intensity;
     maxValue = 1;
     if (field.field < 0) return false;
-    for (const uint8_t* record : points.records) {
-        const uint8_t* at = record + field.offset;
-        const double value = loadNumber(at, field.datatype, layout.bigEndian);
-        if (!(value >= 0 && value <= 2147483647.0) || value != std::floor(value)) return false;
-        if ((field.datatype == kFloat32 || field.datatype == kFloat64) && std::signbit(value))
-            return false;
-        maxValue = std::max(maxValue, int32_t(value));
+    const bool big = layout.bigEndian;
+    const uint32_t offset = field.offset;
+    const uint8_t* const* records = points.records.data();
+    const size_t n = points.records.size();
+    int64_t largest = 1;
+    auto integers = [&](auto read) {
+        int64_t low = 0, high = 1;
+        for (size_t j = 0; j < n; ++j) {
+            const int64_t value = read(records[j] + offset);
+            low = std::min(low, value);
+            high = std::max(high, value);
+        }
+        largest = high;
+        return low >= 0 && high <= 2147483647;
+    };
+    auto reals = [&](auto read) {
+        for (size_t j = 0; j < n; ++j) {
+            const double value = read(records[j] + offset);
+            // A negative zero would come back as a positive one.
+            if (!(value >= 0 && value <= 2147483647.0) || std::signbit(value) ||
+                double(int64_t(value)) != value)
+                return false;
+            largest = std::max(largest, int64_t(value));
+        }
+        return true;
+    };
+    bool fits = false;
+    switch (field.datatype) {
+        case kInt8:
+            fits = integers([](const uint8_t* p) { return int64_t(int8_t(*p)); });
+            break;
+        case kUint8:
+            fits = integers([](const uint8_t* p) { return int64_t(*p); });
+            break;
+        case kInt16:
+            fits = integers(
+                [big](const uint8_t* p) { return int64_t(int16_t(load<uint16_t>(p, big))); });
+            break;
+        case kUint16:
+            fits = integers([big](const uint8_t* p) { return int64_t(load<uint16_t>(p, big)); });
+            break;
+        case kInt32:
+            fits = integers(
+                [big](const uint8_t* p) { return int64_t(int32_t(load<uint32_t>(p, big))); });
+            break;
+        case kUint32:
+            fits = integers([big](const uint8_t* p) { return int64_t(load<uint32_t>(p, big)); });
+            break;
+        case kFloat32:
+            fits = reals([big](const uint8_t* p) { return loadReal(p, kFloat32, big); });
+            break;
+        default:
+            fits = reals([big](const uint8_t* p) { return loadReal(p, kFloat64, big); });
+            break;
     }
-    return true;
+    if (fits) maxValue = int32_t(largest);
+    return fits;
 }
 
 class StreamWriter {

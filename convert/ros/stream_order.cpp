@@ -1,6 +1,7 @@
 #include "stream_order.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <numeric>
 
 namespace zul::ros {
@@ -105,10 +106,16 @@ void sortAsStored(std::vector<OrderKey>& keys) {
     sorted.resize(keys.size());
     const uint64_t place = (uint64_t{1} << placeBits) - 1;
     for (size_t j = 0; j < keys.size(); ++j) sorted[j] = keys[packed[j] & place];
-    for (size_t j = 0; j + 1 < sorted.size();) {
-        size_t end = j + 1;
-        while (end < sorted.size() && (packed[end] >> placeBits) == (packed[j] >> placeBits)) ++end;
-        if (end - j > 1) std::sort(sorted.begin() + j, sorted.begin() + end, sameSlotBefore);
+    // Runs of one slot are rare: found by a scan for neighbours that share it.
+    const size_t n = sorted.size();
+    const uint64_t* key = packed.data();
+    for (size_t j = 0;;) {
+        while (j + 1 < n && ((key[j] ^ key[j + 1]) >> placeBits) != 0) ++j;
+        if (j + 1 >= n) break;
+        size_t end = j + 2;
+        while (end < n && ((key[end] ^ key[j]) >> placeBits) == 0) ++end;
+        std::sort(sorted.begin() + std::ptrdiff_t(j), sorted.begin() + std::ptrdiff_t(end),
+                  sameSlotBefore);
         j = end;
     }
     keys.swap(sorted);

@@ -98,6 +98,12 @@ void setFloat(PointCloud2& m, uint64_t point, uint32_t offset, float value) {
     store<uint32_t>(at + offset, bits, c.isBigendian != 0);
 }
 
+float fromBits(uint32_t bits) {
+    float value;
+    std::memcpy(&value, &bits, 4);
+    return value;
+}
+
 // The lidar's x, y and z with `fields` after them in records of `pointStep` bytes, every other
 // byte (padding) of a pattern.
 PointCloud2 withPadding(const PointCloud2& m, const std::vector<PointField>& fields,
@@ -268,6 +274,25 @@ const Quirk kQuirks[] = {
          m.cloud.fields[3] = {"intensity", 16, kInt32, 1};
      },
      true},
+    // One value below 0 or above 2^31 - 1 keeps the intensity out of the stream.
+    {"negative_int8_intensity", Sensor::OrganisedLidar,
+     [](PointCloud2& m) {
+         m.cloud.fields[3] = {"intensity", 16, kInt8, 1};
+         setFloat(m, 9, 16, fromBits(0x80808080u));
+     },
+     false},
+    {"negative_int16_intensity", Sensor::OrganisedLidar,
+     [](PointCloud2& m) {
+         m.cloud.fields[3] = {"intensity", 16, kInt16, 1};
+         setFloat(m, 9, 16, fromBits(0x80008000u));
+     },
+     false},
+    {"uint32_intensity_of_2_to_31", Sensor::OrganisedLidar,
+     [](PointCloud2& m) {
+         m.cloud.fields[3] = {"intensity", 16, kUint32, 1};
+         setFloat(m, 9, 16, fromBits(0x80000000u));
+     },
+     false},
 };
 
 INSTANTIATE_TEST_SUITE_P(Quirks, QuirkRoundTrip, ::testing::ValuesIn(kQuirks),
