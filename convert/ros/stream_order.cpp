@@ -17,8 +17,20 @@ void axisOrder(const int64_t extent[3], int remap[3]) {
     remap[2] = 3 - remap[0] - remap[1];
 }
 
+// Sorts values whose order is nearly right: each moves back past the few before it that are
+// larger.
+void insertionSort(uint64_t* values, size_t n) {
+    for (size_t i = 1; i < n; ++i) {
+        const uint64_t value = values[i];
+        size_t j = i;
+        for (; j > 0 && values[j - 1] > value; --j) values[j] = values[j - 1];
+        values[j] = value;
+    }
+}
+
 // Sorts `values`, which differ in their low bits (the key's place) and agree above bit `high`,
-// by buckets of their top bits below `high`, then each bucket alike on the bits below, down to
+// by buckets of their top bits below `high`; buckets of at most 32 values (the common case) are
+// then finished by one insertion sort over them all, larger ones alike on the bits below, down to
 // small buckets that a comparison sort finishes. Two passes over most values where a radix sort
 // from the least significant digit makes one a digit of the whole key. `spare` holds n values.
 void bucketSort(uint64_t* values, uint64_t* spare, size_t n, int high, int low) {
@@ -33,11 +45,19 @@ void bucketSort(uint64_t* values, uint64_t* spare, size_t n, int high, int low) 
     uint32_t starts[(1u << kMaxBits) + 1];
     std::fill_n(starts, mask + 2, 0u);
     for (size_t i = 0; i < n; ++i) ++starts[((values[i] >> shift) & mask) + 1];
-    for (uint64_t d = 0; d < mask + 1; ++d) starts[d + 1] += starts[d];
+    uint32_t largest = 0;
+    for (uint64_t d = 0; d < mask + 1; ++d) {
+        largest = std::max(largest, starts[d + 1]);
+        starts[d + 1] += starts[d];
+    }
     uint32_t next[1u << kMaxBits];
     std::copy_n(starts, mask + 1, next);
     for (size_t i = 0; i < n; ++i) spare[next[(values[i] >> shift) & mask]++] = values[i];
     std::copy_n(spare, n, values);
+    if (largest <= 32) {
+        insertionSort(values, n);
+        return;
+    }
     for (uint64_t d = 0; d <= mask; ++d) {
         const uint32_t size = starts[d + 1] - starts[d];
         if (size > 1) bucketSort(values + starts[d], spare, size, shift, low);
