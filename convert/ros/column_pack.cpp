@@ -176,13 +176,17 @@ void ColumnReader::read(Column& column) {
         if (coded != 0) throw Error(what + " is empty but holds coded bytes");
         return;
     }
-    shuffled_.resize(rawSize);
-    const size_t got =
-        ZSTD_decompressDCtx(decompressor(), shuffled_.data(), shuffled_.size(), data, coded);
+    // Bytes kept as they are straight into the column; others through a buffer of the thread.
+    const bool raw = column.coding == ColumnCoding::Raw;
+    thread_local UnsetVector<uint8_t> buffer;
+    const ScratchLease<UnsetVector<uint8_t>> lease(buffer);
+    if (!raw) buffer.resize(rawSize);
+    uint8_t* to = raw ? column.bytes.data() : buffer.data();
+    const size_t got = ZSTD_decompressDCtx(decompressor(), to, rawSize, data, coded);
     if (ZSTD_isError(got) || got != rawSize)
         throw Error(what + " is damaged (zstd: " +
                     (ZSTD_isError(got) ? ZSTD_getErrorName(got) : "too few bytes") + ")");
-    transform(column, shuffled_.data(), column.bytes.data(), false);
+    if (!raw) transform(column, to, column.bytes.data(), false);
 }
 
 void ColumnReader::finish() const {
