@@ -15,9 +15,10 @@ struct ChunkPlan {
     std::vector<size_t> starts;      // where each chunk starts in `sequence`, then its size
 };
 
-// `inside` lists the message index of each of the `total` stream points, ascending. Throws Error
-// for a tile that could hold more than 65536 points.
-ChunkPlan planChunks(uint32_t height, uint32_t width, const uint32_t* inside, size_t total,
-                     uint32_t chunkPoints, uint32_t tileColumns);
+// `inStream` holds one byte a message point, 1 for a stream point and 0 for another (null: every
+// point is one); `total` is the number of stream points. `sequence` is left empty unless
+// `listPoints`. Throws Error for a tile that could hold more than 65536 points.
+ChunkPlan planChunks(uint32_t height, uint32_t width, const uint8_t* inStream, size_t total,
+                     uint32_t chunkPoints, uint32_t tileColumns, bool listPoints);
 
 }  // namespace zul::ros

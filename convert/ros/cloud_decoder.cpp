@@ -104,21 +104,20 @@ uint8_t* recordOf(const CloudDescription& c, uint8_t* data, uint64_t i) {
 }
 
 // The stream's points of a decoded chunk into their records (`records`, one a point in stored
-// order, point j of the chunk being stream point ties[j]): x, y, z, and the colour's three bytes
+// order, point j of the chunk being stream point tie(j)): x, y, z, and the colour's three bytes
 // and the intensity where the stream holds them (the colour's fourth byte is in the records
 // already).
-void writeStreamPoints(const zul_PointData& data, const std::vector<uint32_t>& ties,
-                       uint8_t* const* records, uint32_t n, const CloudLayout& layout,
-                       const std::string& where) {
+template <typename Tie>
+void writeStreamPointsBy(const zul_PointData& data, Tie tie, uint8_t* const* records, uint32_t n,
+                         const CloudLayout& layout, const std::string& where) {
     // Everything the loops read is in locals: their stores of bytes might otherwise alias it.
     const bool big = layout.bigEndian;
-    const uint32_t* tie = ties.data();
     const double* positions = data.positions;
     withAxes(layout, [&](const auto& axes) {
         const auto local = axes;
         for (uint32_t j = 0; j < n; ++j) {
             uint8_t* record = records[j];
-            const double* at = positions + 3 * size_t(tie[j]);
+            const double* at = positions + 3 * size_t(tie(j));
             local.store(record, 0, at[0]);
             local.store(record, 1, at[1]);
             local.store(record, 2, at[2]);
@@ -128,7 +127,7 @@ void writeStreamPoints(const zul_PointData& data, const std::vector<uint32_t>& t
         const uint8_t* colors = data.colors;
         const uint32_t offset = layout.color.offset;
         for (uint32_t j = 0; j < n; ++j) {
-            const uint8_t* c = colors + 3 * size_t(tie[j]);
+            const uint8_t* c = colors + 3 * size_t(tie(j));
             uint8_t* rgb = records[j] + offset;
             const uint32_t alpha = load<uint32_t>(rgb, big) & 0xff000000u;
             store<uint32_t>(rgb, alpha | uint32_t(c[0]) << 16 | uint32_t(c[1]) << 8 | c[2], big);
@@ -146,7 +145,7 @@ void writeStreamPoints(const zul_PointData& data, const std::vector<uint32_t>& t
                     std::to_string(largest) + " that the field's type cannot hold");
     // A loop for each type.
     auto storeAll = [&](auto convert) {
-        for (uint32_t j = 0; j < n; ++j) convert(records[j] + offset, reflections[tie[j]]);
+        for (uint32_t j = 0; j < n; ++j) convert(records[j] + offset, reflections[tie(j)]);
     };
     switch (type) {
         case kInt8:
@@ -165,6 +164,19 @@ void writeStreamPoints(const zul_PointData& data, const std::vector<uint32_t>& t
             return storeAll(
                 [big](uint8_t* p, int32_t v) { storeReal(p, kFloat64, big, double(v)); });
     }
+}
+
+// The same with the points put in the order of their colour and reflection where they share a
+// position (stream_order.h); `ties` is scratch.
+void writeStreamPoints(const zul_PointData& data, std::vector<uint32_t>& ties,
+                       uint8_t* const* records, uint32_t n, const CloudLayout& layout,
+                       const std::string& where) {
+    if (!settleTies(data.positions, data.colors, data.reflections, n, ties))
+        return writeStreamPointsBy(
+            data, [](uint32_t j) { return j; }, records, n, layout, where);
+    const uint32_t* tie = ties.data();
+    writeStreamPointsBy(
+        data, [tie](uint32_t j) { return tie[j]; }, records, n, layout, where);
 }
 
 // The lean container's columns into the records: every point's byte ranges, and the stream's
@@ -197,19 +209,17 @@ void scatterRecords(const std::vector<Column>& record, const CloudLayout& layout
     }
 }
 
-// The whole records of the points outside the stream.
-void placeOutsideRecords(const Column& records, const std::vector<uint32_t>& inside,
+// The whole records of the points outside the stream (`inStream` 0).
+void placeOutsideRecords(const Column& records, const std::vector<uint8_t>& inStream,
                          const CloudDescription& cloud, uint8_t* data) {
-    const uint64_t points = uint64_t(cloud.height) * cloud.width;
     const uint8_t* from = records.bytes.data();
-    size_t next = 0;
-    for (uint64_t i = 0; i < points && !records.bytes.empty(); ++i) {
-        if (next < inside.size() && inside[next] == i) {
-            ++next;
-            continue;
-        }
-        std::memcpy(recordOf(cloud, data, i), from, cloud.pointStep);
-        from += cloud.pointStep;
+    if (records.bytes.empty()) return;
+    const Records findRecord(cloud, data);
+    const uint32_t pointStep = cloud.pointStep;
+    for (uint64_t i = 0; i < inStream.size(); ++i) {
+        if (inStream[i] != 0) continue;
+        std::memcpy(findRecord(i), from, pointStep);
+        from += pointStep;
     }
 }
 
@@ -221,14 +231,12 @@ struct Prepared {
     uint64_t dataBytes() const { return rows + head.trailingDataBytes; }
 };
 
-Prepared prepare(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
-    if (compressed.format != formatName())
-        throw Error("the message's format is '" + compressed.format + "', not 'zul'");
-    const std::vector<uint8_t>& blob = compressed.compressedData;
+Prepared prepare(const CloudDescription& cloud, const std::string& format, const uint8_t* blob,
+                 size_t blobSize, const DecodeOptions& options) {
+    if (format != formatName()) throw Error("the message's format is '" + format + "', not 'zul'");
     Prepared p;
-    p.head = readBlobHead(blob.data(), blob.size());
+    p.head = readBlobHead(blob, blobSize);
     const BlobHead& head = p.head;
-    const CloudDescription& cloud = compressed.cloud;
     if (head.trailingMessageBytes > 0 && !isCdr(cloud.wire))
         throw Error("compressed_data claims padding after a ROS 1 message, which has none");
     p.points = uint64_t(cloud.height) * cloud.width;
@@ -238,7 +246,7 @@ Prepared prepare(const CompressedPointCloud2& compressed, const DecodeOptions& o
         throw Error("the message claims " + std::to_string(p.rows + head.trailingDataBytes) +
                     " bytes of data, more than the " + std::to_string(options.maxDataBytes) +
                     " allowed");
-    if (blobChecksum(cloud, blob.data(), blob.size()) != head.checksum)
+    if (blobChecksum(cloud, blob, blobSize) != head.checksum)
         throw Error(
             "compressed_data fails its checksum: it is damaged, or the message's height, "
             "width, fields, is_bigendian, point_step or row_step changed");
@@ -252,39 +260,60 @@ Prepared prepare(const CompressedPointCloud2& compressed, const DecodeOptions& o
     return p;
 }
 
-// Decodes compressed_data into the message's data at `data` (p.dataBytes() bytes, zero).
-void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob, const Prepared& p,
-                uint8_t* data) {
+// With a companion, each message point: outside the stream, a stream point not yet placed, or
+// placed.
+enum : uint8_t { kOutside = 0, kFree = 1, kTaken = 2 };
+
+// Which points the stream holds (one byte a point, kFree or kOutside, from the column 'valid'
+// when the head says some are outside); returns how many.
+uint64_t readStreamPoints(ColumnReader& reader, const BlobHead& head, uint64_t points,
+                          std::vector<uint8_t>& inStream) {
+    if (!(head.flags & kMaskPresent)) {
+        inStream.assign(points, kFree);
+        return points;
+    }
+    Column mask{"valid", kUint8, 1, ColumnCoding::Raw, {}};
+    mask.bytes.resize((points + 7) / 8);
+    reader.read(mask);
+    if (points % 8 != 0 && mask.bytes.back() >> (points % 8) != 0)
+        throw Error("column 'valid' marks points past the last");
+    inStream.resize(points);
+    uint8_t* flag = inStream.data();
+    const uint8_t* bits = mask.bytes.data();
+    uint64_t count = 0;
+    for (uint64_t i = 0; i < points; ++i) {
+        flag[i] = bits[i / 8] >> (i % 8) & 1;
+        count += flag[i];
+    }
+    if (count == points) throw Error("column 'valid' marks every point, but says some are missing");
+    return count;
+}
+
+// Decodes compressed_data (`blob`) into the message's data at `data` (p.dataBytes() bytes, zero).
+void decodeData(const CloudDescription& cloud, const uint8_t* blob, size_t blobSize,
+                const Prepared& p, uint8_t* data) {
     const BlobHead& head = p.head;
     const CloudLayout& layout = p.layout;
     const uint64_t points = p.points, rows = p.rows;
-    const uint8_t* columnBytes = blob.data() + kBlobHeadSize + head.streamSize;
-    ColumnReader reader(columnBytes, blob.size() - kBlobHeadSize - head.streamSize);
-    // Which points the stream holds, and where each chunk's points go.
-    std::vector<uint32_t> inside;
-    if (layout.hasPositions) {
-        inside.reserve(points);
-        if (head.flags & kMaskPresent) {
-            Column mask{"valid", kUint8, 1, ColumnCoding::Raw, {}};
-            mask.bytes.resize((points + 7) / 8);
-            reader.read(mask);
-            for (uint64_t i = 0; i < points; ++i)
-                if (mask.bytes[i / 8] >> (i % 8) & 1) inside.push_back(uint32_t(i));
-            if (points % 8 != 0 && mask.bytes.back() >> (points % 8) != 0)
-                throw Error("column 'valid' marks points past the last");
-            if (inside.size() == points)
-                throw Error("column 'valid' marks every point, but says some are missing");
-        } else {
-            for (uint64_t i = 0; i < points; ++i) inside.push_back(uint32_t(i));
-        }
-    }
+    const uint8_t* columnBytes = blob + kBlobHeadSize + head.streamSize;
+    ColumnReader reader(columnBytes, blobSize - kBlobHeadSize - head.streamSize);
+    // Which points the stream holds.
+    std::vector<uint8_t> inStream;
+    const uint64_t total =
+        layout.hasPositions ? readStreamPoints(reader, head, points, inStream) : 0;
     const bool withCompanion = (head.flags & kCompanion) != 0;
+    // Without a companion, the message index of each stream point and their places in their
+    // chunks' stream order.
+    std::vector<uint32_t> inside;
     Column order{"order", kUint16, 1, ColumnCoding::Delta, {}};
     if (layout.hasPositions && !withCompanion) {
-        order.bytes.resize(2 * inside.size());
+        inside.reserve(total);
+        for (uint64_t i = 0; i < points; ++i)
+            if (inStream[i]) inside.push_back(uint32_t(i));
+        order.bytes.resize(2 * total);
         reader.read(order);
     }
-    const uint64_t outside = layout.hasPositions ? points - inside.size() : 0;
+    const uint64_t outside = layout.hasPositions ? points - total : 0;
     const uint64_t tail = points == 0 ? 0 : cloud.rowStep - layout.recordBytes;
     std::vector<Column> record =
         withCompanion ? companionModeColumns(layout, cloud.pointStep, outside, tail * cloud.height,
@@ -294,7 +323,7 @@ void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob,
     reader.finish();
 
     if (withCompanion)
-        placeOutsideRecords(record[0], inside, cloud, data);
+        placeOutsideRecords(record[0], inStream, cloud, data);
     else
         scatterRecords(record, layout, inside, cloud, data);
     const uint8_t* tails = record[record.size() - 2].bytes.data();
@@ -304,7 +333,7 @@ void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob,
     if (!layout.hasPositions) return;
 
     // The stream, alone or with its companion in one blob.
-    const uint8_t* streamBytes = blob.data() + kBlobHeadSize;
+    const uint8_t* streamBytes = blob + kBlobHeadSize;
     size_t streamSize = head.streamSize;
     const void *streamPart = nullptr, *companionPart = nullptr;
     size_t companionSize = 0;
@@ -323,8 +352,9 @@ void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob,
         (type.reflectionMode != zul_REFLECTION_NONE) != hasIntensity ||
         type.normalMode != zul_NORMAL_NONE)
         throw Error("compressed_data's stream holds other attributes than the fields say");
-    const ChunkPlan plan = planChunks(cloud.height, cloud.width, inside.data(), inside.size(),
-                                      head.chunkPoints, head.tileColumns);
+    // With a companion only the chunks' sizes: the companion names each point's place.
+    const ChunkPlan plan = planChunks(cloud.height, cloud.width, inStream.data(), total,
+                                      head.chunkPoints, head.tileColumns, !withCompanion);
     std::unique_ptr<CompanionColumnReader> fields;
     if (withCompanion)
         fields = std::make_unique<CompanionColumnReader>(
@@ -332,25 +362,19 @@ void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob,
             streamSize, plan.starts.size() - 1);
     std::vector<uint32_t> ties;
     std::vector<uint64_t> indices;
-    // With a companion, each message point: outside the stream, a stream point not yet placed,
-    // or placed.
-    enum : uint8_t { kOutside, kFree, kTaken };
-    std::vector<uint8_t> seen(withCompanion ? points : 0, kOutside);
-    if (withCompanion)
-        for (uint32_t i : inside) seen[i] = kFree;
+    std::vector<uint8_t> seen;
     std::vector<uint8_t*> records;
     const Records findRecord(cloud, data);
     for (size_t c = 0; c + 1 < plan.starts.size(); ++c) {
         const size_t first = plan.starts[c];
         const uint32_t n = uint32_t(plan.starts[c + 1] - first);
         const zul_PointData decoded = stream.chunk(int32_t(n), c);
-        settleTies(decoded.positions, decoded.colors, decoded.reflections, n, ties);
         const std::string where = "chunk " + std::to_string(c);
+        records.resize(n);
         if (withCompanion) {
             // The companion's rows follow the stored order, each naming its message point.
             fields->readChunk(int64_t(c), n, indices);
-            records.resize(n);
-            uint8_t* state = seen.data();
+            uint8_t* state = inStream.data();
             uint8_t** record = records.data();
             const uint64_t* index = indices.data();
             for (uint32_t j = 0; j < n; ++j) {
@@ -366,16 +390,14 @@ void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob,
             writeStreamPoints(decoded, ties, records.data(), n, layout, where);
             continue;
         }
-        if (seen.size() < n) seen.resize(n);
-        std::fill_n(seen.begin(), n, 0);
-        records.resize(n);
+        seen.assign(n, 0);
         for (uint32_t local = 0; local < n; ++local) {
             const uint32_t j = loadLittle<uint16_t>(&order.bytes[2 * (first + local)]);
             if (j >= n || seen[j])
                 throw Error("column 'order' of " + where + " is not an order of its " +
                             std::to_string(n) + " points");
             seen[j] = 1;
-            records[j] = recordOf(cloud, data, inside[plan.sequence[first + local]]);
+            records[j] = findRecord(inside[plan.sequence[first + local]]);
         }
         writeStreamPoints(decoded, ties, records.data(), n, layout, where);
     }
@@ -386,25 +408,28 @@ void decodeData(const CloudDescription& cloud, const std::vector<uint8_t>& blob,
 }  // namespace
 
 PointCloud2 decompressCloud(const CompressedPointCloud2& compressed, const DecodeOptions& options) {
-    const Prepared p = prepare(compressed, options);
+    const std::vector<uint8_t>& blob = compressed.compressedData;
+    const Prepared p =
+        prepare(compressed.cloud, compressed.format, blob.data(), blob.size(), options);
     PointCloud2 message;
     message.cloud = compressed.cloud;
     message.cloud.trailingBytes = p.head.trailingMessageBytes;
     message.data.assign(p.dataBytes(), 0);
-    decodeData(compressed.cloud, compressed.compressedData, p, message.data.data());
+    decodeData(compressed.cloud, blob.data(), blob.size(), p, message.data.data());
     return message;
 }
 
-// The data decoded in place in the serialised message, without a copy.
+// The data decoded in place in the serialised message, from compressed_data where it lies.
 std::vector<uint8_t> decompressMessage(const uint8_t* bytes, size_t size, Serialization family,
                                        const DecodeOptions& options) {
-    const CompressedPointCloud2 compressed = readCompressedPointCloud2(bytes, size, family);
-    const Prepared p = prepare(compressed, options);
+    const CompressedPointCloud2View compressed = viewCompressedPointCloud2(bytes, size, family);
+    const Prepared p =
+        prepare(compressed.cloud, compressed.format, compressed.data, compressed.size, options);
     CloudDescription cloud = compressed.cloud;
     cloud.trailingBytes = p.head.trailingMessageBytes;
     size_t at = 0;
     std::vector<uint8_t> message = writePointCloud2Room(cloud, p.dataBytes(), at);
-    decodeData(compressed.cloud, compressed.compressedData, p, message.data() + at);
+    decodeData(compressed.cloud, compressed.data, compressed.size, p, message.data() + at);
     return message;
 }
 

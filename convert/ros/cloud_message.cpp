@@ -70,17 +70,25 @@ PointCloud2 readPointCloud2(const uint8_t* bytes, size_t size, Serialization fam
     return message;
 }
 
-CompressedPointCloud2 readCompressedPointCloud2(const uint8_t* bytes, size_t size,
-                                                Serialization family) {
+CompressedPointCloud2View viewCompressedPointCloud2(const uint8_t* bytes, size_t size,
+                                                    Serialization family) {
     WireReader in(bytes, size, family, "CompressedPointCloud2 message");
-    CompressedPointCloud2 message;
+    CompressedPointCloud2View message;
     readHead(in, message.cloud);
-    size_t count = 0;
-    const uint8_t* data = in.bytes(count, "compressed_data");
-    message.compressedData.assign(data, data + count);
+    message.data = in.bytes(message.size, "compressed_data");
     message.cloud.isDense = in.u8("is_dense");
     message.format = in.string("format");
     message.cloud.trailingBytes = in.finish();
+    return message;
+}
+
+CompressedPointCloud2 readCompressedPointCloud2(const uint8_t* bytes, size_t size,
+                                                Serialization family) {
+    CompressedPointCloud2View view = viewCompressedPointCloud2(bytes, size, family);
+    CompressedPointCloud2 message;
+    message.cloud = std::move(view.cloud);
+    message.compressedData.assign(view.data, view.data + view.size);
+    message.format = std::move(view.format);
     return message;
 }
 
@@ -102,15 +110,24 @@ std::vector<uint8_t> writePointCloud2(const PointCloud2& message) {
     return out;
 }
 
-std::vector<uint8_t> writeCompressedPointCloud2(const CompressedPointCloud2& message) {
-    const CloudDescription& cloud = message.cloud;
-    WireWriter out(cloud.wire, cloud.cdrOptions,
-                   message.compressedData.size() + 64 * cloud.fields.size());
+std::vector<uint8_t> writeCompressedPointCloud2(
+    const CloudDescription& cloud, const std::string& format, size_t reserve,
+    const std::function<void(std::vector<uint8_t>&)>& fill) {
+    WireWriter out(cloud.wire, cloud.cdrOptions, reserve + 64 * cloud.fields.size());
     writeHead(out, cloud);
-    out.bytes(message.compressedData.data(), message.compressedData.size());
+    const size_t lengthAt = out.beginBytes();
+    fill(out.output());
+    out.endBytes(lengthAt);
     out.u8(cloud.isDense);
-    out.string(message.format);
+    out.string(format);
     return out.take();
+}
+
+std::vector<uint8_t> writeCompressedPointCloud2(const CompressedPointCloud2& message) {
+    const std::vector<uint8_t>& data = message.compressedData;
+    return writeCompressedPointCloud2(
+        message.cloud, message.format, data.size(),
+        [&](std::vector<uint8_t>& out) { out.insert(out.end(), data.begin(), data.end()); });
 }
 
 }  // namespace zul::ros

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -61,6 +62,14 @@ struct CompressedPointCloud2 {
     std::string format;
 };
 
+// A CompressedPointCloud2 whose compressed_data lies in its serialised bytes.
+struct CompressedPointCloud2View {
+    CloudDescription cloud;
+    const uint8_t* data = nullptr;
+    size_t size = 0;
+    std::string format;
+};
+
 // Parse a serialised message; a message that is cut short, claims more than it holds or has bytes
 // after its last field throws Error.
 PointCloud2 readPointCloud2(const uint8_t* bytes, size_t size, Serialization family);
@@ -68,6 +77,9 @@ PointCloud2 readPointCloud2(const uint8_t* bytes, size_t size, Serialization fam
 PointCloud2View viewPointCloud2(const uint8_t* bytes, size_t size, Serialization family);
 CompressedPointCloud2 readCompressedPointCloud2(const uint8_t* bytes, size_t size,
                                                 Serialization family);
+// The same with compressed_data left where it is: valid while `bytes` are.
+CompressedPointCloud2View viewCompressedPointCloud2(const uint8_t* bytes, size_t size,
+                                                    Serialization family);
 
 // Serialise in the record's own serialisation (cloud.wire).
 std::vector<uint8_t> writePointCloud2(const PointCloud2& message);
@@ -75,5 +87,9 @@ std::vector<uint8_t> writePointCloud2(const PointCloud2& message);
 std::vector<uint8_t> writePointCloud2Room(const CloudDescription& cloud, size_t dataBytes,
                                           size_t& dataOffset);
 std::vector<uint8_t> writeCompressedPointCloud2(const CompressedPointCloud2& message);
+// The same with compressed_data appended to the output by `fill` (about `reserve` bytes), in place.
+std::vector<uint8_t> writeCompressedPointCloud2(
+    const CloudDescription& cloud, const std::string& format, size_t reserve,
+    const std::function<void(std::vector<uint8_t>&)>& fill);
 
 }  // namespace zul::ros

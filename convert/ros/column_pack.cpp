@@ -8,6 +8,7 @@
 #include "byte_order.h"
 #include "cloud_layout.h"
 #include "ros_error.h"
+#include "scratch.h"
 
 namespace zul::ros {
 
@@ -100,7 +101,13 @@ size_t packedColumnsBound(const std::vector<Column>& columns) {
 
 void packColumns(const std::vector<Column>& columns, int zstdLevel, std::vector<uint8_t>& out) {
     put(out, columns.size(), 4);
-    std::vector<uint8_t> shuffled;
+    // The regrouped values and their frame in buffers of the thread, kept for the next message:
+    // the frame is copied out, so that the output's room for the largest frame zstd might make is
+    // neither zeroed nor faulted in.
+    thread_local UnsetVector<uint8_t> shuffledBuffer, frameBuffer;
+    const ScratchLease<UnsetVector<uint8_t>> shuffledLease(shuffledBuffer), frameLease(frameBuffer);
+    UnsetVector<uint8_t>& shuffled = *shuffledLease;
+    UnsetVector<uint8_t>& frame = *frameLease;
     for (const Column& column : columns) {
         if (!checkShape(column)) throw Error("column '" + column.name + "' is malformed");
         put(out, column.name.size(), 2);
@@ -109,19 +116,20 @@ void packColumns(const std::vector<Column>& columns, int zstdLevel, std::vector<
         out.push_back(uint8_t(column.coding));
         put(out, column.valuesPerPoint, 4);
         put(out, column.bytes.size(), 8);
-        const size_t sizeAt = out.size();
-        put(out, 0, 8);
-        if (column.bytes.empty()) continue;
+        if (column.bytes.empty()) {
+            put(out, 0, 8);
+            continue;
+        }
         shuffled.resize(column.bytes.size());
         transform(column, column.bytes.data(), shuffled.data(), true);
         const size_t bound = ZSTD_compressBound(shuffled.size());
-        out.resize(sizeAt + 8 + bound);
-        const size_t coded = ZSTD_compressCCtx(compressor(), out.data() + sizeAt + 8, bound,
-                                               shuffled.data(), shuffled.size(), zstdLevel);
+        if (frame.size() < bound) frame.resize(bound);
+        const size_t coded = ZSTD_compressCCtx(compressor(), frame.data(), bound, shuffled.data(),
+                                               shuffled.size(), zstdLevel);
         if (ZSTD_isError(coded))
             throw Error("column '" + column.name + "': zstd: " + ZSTD_getErrorName(coded));
-        out.resize(sizeAt + 8 + coded);
-        for (int b = 0; b < 8; ++b) out[sizeAt + b] = uint8_t(uint64_t(coded) >> (8 * b));
+        put(out, coded, 8);
+        out.insert(out.end(), frame.begin(), frame.begin() + ptrdiff_t(coded));
     }
 }
 
@@ -168,13 +176,17 @@ void ColumnReader::read(Column& column) {
         if (coded != 0) throw Error(what + " is empty but holds coded bytes");
         return;
     }
-    shuffled_.resize(rawSize);
-    const size_t got =
-        ZSTD_decompressDCtx(decompressor(), shuffled_.data(), shuffled_.size(), data, coded);
+    // Bytes kept as they are straight into the column; others through a buffer of the thread.
+    const bool raw = column.coding == ColumnCoding::Raw;
+    thread_local UnsetVector<uint8_t> buffer;
+    const ScratchLease<UnsetVector<uint8_t>> lease(buffer);
+    if (!raw) buffer.resize(rawSize);
+    uint8_t* to = raw ? column.bytes.data() : buffer.data();
+    const size_t got = ZSTD_decompressDCtx(decompressor(), to, rawSize, data, coded);
     if (ZSTD_isError(got) || got != rawSize)
         throw Error(what + " is damaged (zstd: " +
                     (ZSTD_isError(got) ? ZSTD_getErrorName(got) : "too few bytes") + ")");
-    transform(column, shuffled_.data(), column.bytes.data(), false);
+    if (!raw) transform(column, to, column.bytes.data(), false);
 }
 
 void ColumnReader::finish() const {

@@ -46,7 +46,6 @@ private:
     const uint8_t* bytes_;
     size_t size_, pos_ = 0;
     uint64_t count_ = 0, read_ = 0;
-    std::vector<uint8_t> shuffled_;
 };
 
 }  // namespace zul::ros

@@ -32,11 +32,15 @@ zul_FieldType fieldType(uint8_t datatype) {
     }
 }
 
-// Whether `size` bytes are all zero, eight at a time.
+// Whether `size` bytes are all zero: 64 at a time, stopping at the first block that is not.
 bool allZero(const uint8_t* bytes, size_t size) {
-    uint64_t any = 0;
     size_t i = 0;
-    for (; i + 8 <= size; i += 8) any |= load<uint64_t>(bytes + i, false);
+    for (; i + 64 <= size; i += 64) {
+        uint64_t any = 0;
+        for (size_t k = 0; k < 64; k += 8) any |= load<uint64_t>(bytes + i + k, false);
+        if (any != 0) return false;
+    }
+    uint64_t any = 0;
     for (; i < size; ++i) any |= bytes[i];
     return any == 0;
 }
@@ -108,17 +112,23 @@ void CompanionWriter::chunk(const std::vector<const uint8_t*>& records,
     ++chunks_;
 }
 
-std::vector<uint8_t> CompanionWriter::finishBlob(const std::vector<uint8_t>& stream) {
-    const void* bytes = nullptr;
-    size_t size = 0, blobSize = 0;
-    check(zul_xout_finish(writer_, &bytes, &size), "cannot be finished");
-    // Packed from the writer's bytes, without a copy of them first.
-    zul_xblob_pack(stream.data(), stream.size(), bytes, size, nullptr, 0, &blobSize);
-    std::vector<uint8_t> blob(blobSize);
-    check(zul_xblob_pack(stream.data(), stream.size(), bytes, size, blob.data(), blob.size(),
-                         &blobSize),
+size_t CompanionWriter::finish(const std::vector<uint8_t>& stream) {
+    check(zul_xout_finish(writer_, &companion_, &companionSize_), "cannot be finished");
+    zul_xblob_pack(stream.data(), stream.size(), companion_, companionSize_, nullptr, 0,
+                   &blobSize_);
+    return blobSize_;
+}
+
+void CompanionWriter::appendBlob(const std::vector<uint8_t>& stream,
+                                 std::vector<uint8_t>& out) const {
+    // Packed from the writer's bytes straight into place.
+    const size_t at = out.size();
+    out.resize(at + blobSize_);
+    size_t size = 0;
+    check(zul_xblob_pack(stream.data(), stream.size(), companion_, companionSize_, out.data() + at,
+                         blobSize_, &size),
           "cannot be packed with the stream");
-    return blob;
+    out.resize(at + size);
 }
 
 CompanionColumnReader::CompanionColumnReader(const CloudLayout& layout, const uint8_t* companion,

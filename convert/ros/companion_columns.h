@@ -38,9 +38,10 @@ public:
     // chunk's bytes as the encoder gave them.
     void chunk(const std::vector<const uint8_t*>& records, const std::vector<uint64_t>& indices,
                const uint8_t* bytes, size_t size);
-    // The companion's one blob of `stream` (the stream whose chunks were given) and the
-    // companion.
-    std::vector<uint8_t> finishBlob(const std::vector<uint8_t>& stream);
+    // Finishes the companion: returns the size of the one blob of it and `stream` (the stream
+    // whose chunks were given), which appendBlob() then appends to `out`.
+    size_t finish(const std::vector<uint8_t>& stream);
+    void appendBlob(const std::vector<uint8_t>& stream, std::vector<uint8_t>& out) const;
 
 private:
     std::vector<CompanionField> fields_;
@@ -53,6 +54,8 @@ private:
     zul_xout_Writer& writer_ = handle_.value;
     int64_t chunks_ = 0;
     std::vector<uint8_t> values_;
+    const void* companion_ = nullptr;  // the finished companion's bytes, the writer's
+    size_t companionSize_ = 0, blobSize_ = 0;
 };
 
 // Reads the companion of a blob's stream.

@@ -1,6 +1,7 @@
 #include "stream_order.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <numeric>
 
 namespace zul::ros {
@@ -16,8 +17,20 @@ void axisOrder(const int64_t extent[3], int remap[3]) {
     remap[2] = 3 - remap[0] - remap[1];
 }
 
+// Sorts values whose order is nearly right: each moves back past the few before it that are
+// larger.
+void insertionSort(uint64_t* values, size_t n) {
+    for (size_t i = 1; i < n; ++i) {
+        const uint64_t value = values[i];
+        size_t j = i;
+        for (; j > 0 && values[j - 1] > value; --j) values[j] = values[j - 1];
+        values[j] = value;
+    }
+}
+
 // Sorts `values`, which differ in their low bits (the key's place) and agree above bit `high`,
-// by buckets of their top bits below `high`, then each bucket alike on the bits below, down to
+// by buckets of their top bits below `high`; buckets of at most 32 values (the common case) are
+// then finished by one insertion sort over them all, larger ones alike on the bits below, down to
 // small buckets that a comparison sort finishes. Two passes over most values where a radix sort
 // from the least significant digit makes one a digit of the whole key. `spare` holds n values.
 void bucketSort(uint64_t* values, uint64_t* spare, size_t n, int high, int low) {
@@ -32,11 +45,19 @@ void bucketSort(uint64_t* values, uint64_t* spare, size_t n, int high, int low) 
     uint32_t starts[(1u << kMaxBits) + 1];
     std::fill_n(starts, mask + 2, 0u);
     for (size_t i = 0; i < n; ++i) ++starts[((values[i] >> shift) & mask) + 1];
-    for (uint64_t d = 0; d < mask + 1; ++d) starts[d + 1] += starts[d];
+    uint32_t largest = 0;
+    for (uint64_t d = 0; d < mask + 1; ++d) {
+        largest = std::max(largest, starts[d + 1]);
+        starts[d + 1] += starts[d];
+    }
     uint32_t next[1u << kMaxBits];
     std::copy_n(starts, mask + 1, next);
     for (size_t i = 0; i < n; ++i) spare[next[(values[i] >> shift) & mask]++] = values[i];
     std::copy_n(spare, n, values);
+    if (largest <= 32) {
+        insertionSort(values, n);
+        return;
+    }
     for (uint64_t d = 0; d <= mask; ++d) {
         const uint32_t size = starts[d + 1] - starts[d];
         if (size > 1) bucketSort(values + starts[d], spare, size, shift, low);
@@ -105,25 +126,35 @@ void sortAsStored(std::vector<OrderKey>& keys) {
     sorted.resize(keys.size());
     const uint64_t place = (uint64_t{1} << placeBits) - 1;
     for (size_t j = 0; j < keys.size(); ++j) sorted[j] = keys[packed[j] & place];
-    for (size_t j = 0; j + 1 < sorted.size();) {
-        size_t end = j + 1;
-        while (end < sorted.size() && (packed[end] >> placeBits) == (packed[j] >> placeBits)) ++end;
-        if (end - j > 1) std::sort(sorted.begin() + j, sorted.begin() + end, sameSlotBefore);
+    // Runs of one slot are rare: found by a scan for neighbours that share it.
+    const size_t n = sorted.size();
+    const uint64_t* key = packed.data();
+    for (size_t j = 0;;) {
+        while (j + 1 < n && ((key[j] ^ key[j + 1]) >> placeBits) != 0) ++j;
+        if (j + 1 >= n) break;
+        size_t end = j + 2;
+        while (end < n && ((key[end] ^ key[j]) >> placeBits) == 0) ++end;
+        std::sort(sorted.begin() + std::ptrdiff_t(j), sorted.begin() + std::ptrdiff_t(end),
+                  sameSlotBefore);
         j = end;
     }
     keys.swap(sorted);
 }
 
-void settleTies(const double* positions, const uint8_t* colors, const int32_t* reflections,
+bool settleTies(const double* positions, const uint8_t* colors, const int32_t* reflections,
                 uint32_t n, std::vector<uint32_t>& order) {
-    order.resize(n);
-    std::iota(order.begin(), order.end(), 0u);
-    if (colors == nullptr && reflections == nullptr) return;
+    if (colors == nullptr && reflections == nullptr) return false;
     auto samePlace = [&](uint32_t a, uint32_t b) {
         return positions[3 * a] == positions[3 * b] &&
                positions[3 * a + 1] == positions[3 * b + 1] &&
                positions[3 * a + 2] == positions[3 * b + 2];
     };
+    // Most chunks have no two points on one position.
+    uint32_t i = 0;
+    while (i + 1 < n && !samePlace(i, i + 1)) ++i;
+    if (i + 1 >= n) return false;
+    order.resize(n);
+    std::iota(order.begin(), order.end(), 0u);
     auto before = [&](uint32_t a, uint32_t b) {
         const uint32_t ca =
             colors ? uint32_t(colors[3 * a]) << 16 | colors[3 * a + 1] << 8 | colors[3 * a + 2] : 0;
@@ -132,12 +163,13 @@ void settleTies(const double* positions, const uint8_t* colors, const int32_t* r
         if (ca != cb) return ca < cb;
         return reflections ? reflections[a] < reflections[b] : false;
     };
-    for (uint32_t i = 0; i + 1 < n;) {
+    while (i + 1 < n) {
         uint32_t end = i + 1;
         while (end < n && samePlace(i, end)) ++end;
         if (end - i > 1) std::stable_sort(order.begin() + i, order.begin() + end, before);
         i = end;
     }
+    return true;
 }
 
 }  // namespace zul::ros

@@ -22,8 +22,9 @@ void sortAsStored(std::vector<OrderKey>& keys);
 
 // Puts points the decoder gave back on the same position into the order of their colour and
 // reflection: `order` (0 to n - 1) is permuted within runs of equal positions. `colors` and
-// `reflections` may be null when the stream lacks them.
-void settleTies(const double* positions, const uint8_t* colors, const int32_t* reflections,
+// `reflections` may be null when the stream lacks them. Returns false, with `order` untouched,
+// when the order is 0 to n - 1 (no two points share a position, or there is nothing to order by).
+bool settleTies(const double* positions, const uint8_t* colors, const int32_t* reflections,
                 uint32_t n, std::vector<uint32_t>& order);
 
 }  // namespace zul::ros

@@ -1,6 +1,7 @@
 #include "wire.h"
 
 #include <cstring>
+#include <string>
 
 namespace zul::ros {
 
@@ -105,17 +106,38 @@ void WireWriter::align(size_t size) {
     while ((out_.size() - 4) % size != 0) out_.push_back(0);
 }
 
-void WireWriter::u32(uint32_t value) {
-    align(4);
-    uint8_t b[4];
-    if (wire_ == Wire::CdrBig) {
+namespace {
+
+void putU32(Wire wire, uint32_t value, uint8_t* b) {
+    if (wire == Wire::CdrBig) {
         b[0] = uint8_t(value >> 24), b[1] = uint8_t(value >> 16), b[2] = uint8_t(value >> 8);
         b[3] = uint8_t(value);
     } else {
         b[0] = uint8_t(value), b[1] = uint8_t(value >> 8), b[2] = uint8_t(value >> 16);
         b[3] = uint8_t(value >> 24);
     }
+}
+
+}  // namespace
+
+void WireWriter::u32(uint32_t value) {
+    align(4);
+    uint8_t b[4];
+    putU32(wire_, value, b);
     out_.insert(out_.end(), b, b + 4);
+}
+
+size_t WireWriter::beginBytes() {
+    u32(0);
+    return out_.size() - 4;
+}
+
+void WireWriter::endBytes(size_t lengthAt) {
+    const size_t size = out_.size() - lengthAt - 4;
+    if (size > UINT32_MAX)
+        throw Error("an array of " + std::to_string(size) +
+                    " bytes, more than a message's array holds");
+    putU32(wire_, uint32_t(size), out_.data() + lengthAt);
 }
 
 void WireWriter::string(const std::string& value) {

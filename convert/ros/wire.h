@@ -68,6 +68,11 @@ public:
     void bytes(const uint8_t* data, size_t size);
     // An array of `size` zero bytes, to be filled in place: returns their offset in the output.
     size_t zeroBytes(size_t size);
+    // An array whose bytes the caller appends to output() and whose length endBytes() then
+    // writes: returns where the length goes.
+    size_t beginBytes();
+    void endBytes(size_t lengthAt);
+    std::vector<uint8_t>& output() { return out_; }
     // Trailing zero bytes, as the message came with them.
     void pad(uint8_t count) { out_.insert(out_.end(), count, 0); }
     std::vector<uint8_t> take() { return std::move(out_); }

@@ -29,7 +29,7 @@ struct EncodeOptions {
     // Stream points a chunk, 1 to 65536. With both this and tileColumns 0, the plan is chosen by
     // the cloud's shape: an organised cloud of at most 128 rows (a lidar) in chunks of 256
     // points (with a companion: in tiles of 2048 / height columns), a taller one (a camera) in
-    // chunks of 512, a flat one in chunks of 1024.
+    // chunks of 512 (with a companion: of 4096), a flat one in chunks of 1024.
     uint32_t chunkPoints = 0;
     // An organised cloud (height > 1) cut into tiles of this many columns over all rows, a chunk a
     // tile (height x tileColumns at most 65536); 0: chunks of consecutive points.

@@ -98,6 +98,19 @@ void setFloat(PointCloud2& m, uint64_t point, uint32_t offset, float value) {
     store<uint32_t>(at + offset, bits, c.isBigendian != 0);
 }
 
+// The lidar's intensity as a field of another type, point 9's four bytes there set to `bits`
+// (when given).
+std::function<void(PointCloud2&)> intensityAs(uint8_t datatype, int64_t bits = -1) {
+    return [datatype, bits](PointCloud2& m) {
+        m.cloud.fields[3] = {"intensity", 16, datatype, 1};
+        if (bits < 0) return;
+        float value;
+        const uint32_t word = uint32_t(bits);
+        std::memcpy(&value, &word, 4);
+        setFloat(m, 9, 16, value);
+    };
+}
+
 // The lidar's x, y and z with `fields` after them in records of `pointStep` bytes, every other
 // byte (padding) of a pattern.
 PointCloud2 withPadding(const PointCloud2& m, const std::vector<PointField>& fields,
@@ -253,21 +266,14 @@ const Quirk kQuirks[] = {
      },
      false},
     // The intensity in the stream, written back by a loop for each type.
-    {"uint8_intensity", Sensor::OrganisedLidar,
-     [](PointCloud2& m) {
-         m.cloud.fields[3] = {"intensity", 16, kUint8, 1};
-     },
-     true},
-    {"uint16_intensity", Sensor::OrganisedLidar,
-     [](PointCloud2& m) {
-         m.cloud.fields[3] = {"intensity", 16, kUint16, 1};
-     },
-     true},
-    {"int32_intensity", Sensor::OrganisedLidar,
-     [](PointCloud2& m) {
-         m.cloud.fields[3] = {"intensity", 16, kInt32, 1};
-     },
-     true},
+    {"uint8_intensity", Sensor::OrganisedLidar, intensityAs(kUint8), true},
+    {"uint16_intensity", Sensor::OrganisedLidar, intensityAs(kUint16), true},
+    {"int32_intensity", Sensor::OrganisedLidar, intensityAs(kInt32), true},
+    // One value below 0 or above 2^31 - 1 keeps the intensity out of the stream.
+    {"negative_int8_intensity", Sensor::OrganisedLidar, intensityAs(kInt8, 0x80808080u), false},
+    {"negative_int16_intensity", Sensor::OrganisedLidar, intensityAs(kInt16, 0x80008000u), false},
+    {"uint32_intensity_of_2_to_31", Sensor::OrganisedLidar, intensityAs(kUint32, 0x80000000u),
+     false},
 };
 
 INSTANTIATE_TEST_SUITE_P(Quirks, QuirkRoundTrip, ::testing::ValuesIn(kQuirks),
