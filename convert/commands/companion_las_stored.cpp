@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <numeric>
 
 #include "commands/companion_match.h"
@@ -28,13 +29,56 @@ double storedPosition(double value, double step) {
     return static_cast<double>(whole) * step;
 }
 
+// Value `offset` of `width` bytes of the records of `inputs[0 .. n)`, side by side into `to`.
+template <size_t width>
+void gatherValues(const unsigned char* records, size_t length, const uint64_t* inputs, size_t n,
+                  size_t offset, uint8_t* to) {
+    const unsigned char* const from = records + offset;
+    for (size_t k = 0; k < n; ++k) std::memcpy(to + k * width, from + inputs[k] * length, width);
+}
+
 }  // namespace
+
+void LasStoredPoints::gatherColumns(size_t base, size_t n) {
+    fields_.resize((base + n) * rowWidth_);
+    const uint64_t* const inputs = inputOf.data() + base;
+    const size_t length = las_.recordLength;
+    for (size_t j = 0; j < columns_.size(); ++j) {
+        const size_t offset = columns_[j].offset, width = static_cast<size_t>(columns_[j].width);
+        uint8_t* const to = fields_.data() + base * rowWidth_ + columnAt_[j] * n;
+        switch (width) {
+            case 1:
+                gatherValues<1>(records_, length, inputs, n, offset, to);
+                break;
+            case 2:
+                gatherValues<2>(records_, length, inputs, n, offset, to);
+                break;
+            case 4:
+                gatherValues<4>(records_, length, inputs, n, offset, to);
+                break;
+            case 8:
+                gatherValues<8>(records_, length, inputs, n, offset, to);
+                break;
+            default:
+                for (size_t k = 0; k < n; ++k)
+                    std::memcpy(to + k * width, records_ + inputs[k] * length + offset, width);
+        }
+    }
+}
 
 void LasStoredPoints::start(const LasHead& las, const unsigned char* records,
                             const int64_t ratio[3]) {
     las_ = las;
     records_ = records;
     for (int axis = 0; axis < 3; ++axis) ratio_[axis] = ratio[axis];
+    columns_ = lasColumns(las.pointFormat, las.recordLength);
+    columnAt_.clear();
+    rowWidth_ = 0;
+    for (const LasColumn& column : columns_) {
+        columnAt_.push_back(rowWidth_);
+        rowWidth_ += static_cast<size_t>(column.width);
+    }
+    fields_.reserve(las.count * rowWidth_);
     inputOf.reserve(las.count);
     intensityResidual.reserve(las.count);
     color8.reserve(3 * las.count);
@@ -256,6 +300,9 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
     }
     for (int s = 0; s < 4; ++s) anyResidual[s] = anyResidual[s] || any[s];
     for (int s = 0; s < 3; ++s) same[s] += alike[s];
+    // The chunk's records were just read: their columns are taken now, from the caches, not
+    // from anywhere in the file once the stream is complete.
+    gatherColumns(base, n);
 }
 
 }  // namespace zulconvert
