@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <climits>
 
+#if defined(__x86_64__) && defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "encoder/quantize.h"
 #include "frame/bit_length.h"
 #include "frame/bounding_box.h"
@@ -78,25 +82,39 @@ void bucketSort(const uint64_t* words, uint64_t* sorted, uint32_t* starts, size_
     }
 }
 
+// The integer `v` truncates to, and whether it is `v`. Where the processor's conversion is at hand
+// it is used as it is: a value beyond 64 bits (or a NaN) gives -2^63, which is no whole number
+// below 2^52 either (the caller checks the range on the integers).
+inline bool truncatesToItself(double v, long long& g) {
+#if defined(__x86_64__) && defined(__SSE2__)
+    g = _mm_cvttsd_si64(_mm_set_sd(v));
+#else
+    constexpr double kWide = 9223372036854775808.0;  // 2^63
+    g = v > -kWide && v < kWide ? static_cast<long long>(v) : LLONG_MIN;
+#endif
+    return static_cast<double>(g) == v;
+}
+
 // On a step of 1, where every coordinate of the chunk is a whole number below 2^52 in size (as a
 // rule: the tool hands the grid points of LAS records), each is its own grid point (value + 0.5
 // is exact, and its floor the value). Sets the box of the `n` points at `positions` and returns
 // true when they all are; false at the first that is not.
 bool wholeBox(const double* positions, size_t n, zullib::BoundingBox3d<long long>& box) {
-    constexpr double kExact = 4503599627370496.0;  // 2^52
+    constexpr long long kExact = 4503599627370496;  // 2^52
     long long low[3] = {LLONG_MAX, LLONG_MAX, LLONG_MAX};
     long long high[3] = {LLONG_MIN, LLONG_MIN, LLONG_MIN};
     for (size_t i = 0; i < n; ++i) {
         for (int axis = 0; axis < 3; ++axis) {
-            const double v = positions[3 * i + axis];
-            if (!(v > -kExact && v < kExact)) return false;
-            const long long g = static_cast<long long>(v);
-            if (static_cast<double>(g) != v) return false;
+            long long g;
+            if (!truncatesToItself(positions[3 * i + axis], g)) return false;
             low[axis] = std::min(low[axis], g);
             high[axis] = std::max(high[axis], g);
         }
     }
-    for (int axis = 0; axis < 3; ++axis) box.min[axis] = low[axis], box.max[axis] = high[axis];
+    for (int axis = 0; axis < 3; ++axis) {
+        if (low[axis] <= -kExact || high[axis] >= kExact) return false;
+        box.min[axis] = low[axis], box.max[axis] = high[axis];
+    }
     return true;
 }
 
