@@ -256,6 +256,11 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     for (int64_t c = 0; c + 1 < static_cast<int64_t>(chunkStart.size()); ++c) {
         const size_t begin = static_cast<size_t>(chunkStart[c]);
         const size_t n = static_cast<size_t>(chunkStart[c + 1]) - begin;
+        // The order first: the writer then codes each column as it comes, without a copy.
+        if (keepOrder_) {
+            check(zul_xout_writeOrder(writer, c, inputOf.data() + begin, static_cast<int64_t>(n)),
+                  shown);
+        }
         // The columns as the stored points gathered them, chunk by chunk.
         for (size_t j = 0; j < columns.size(); ++j) {
             check(zul_xout_writeColumn(writer, c, static_cast<int32_t>(j),
@@ -293,10 +298,6 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
                                            static_cast<int64_t>(n)),
                       shown);
             }
-        }
-        if (keepOrder_) {
-            check(zul_xout_writeOrder(writer, c, inputOf.data() + begin, static_cast<int64_t>(n)),
-                  shown);
         }
     }
     check(zul_xout_finish(writer, nullptr, nullptr), shown);
