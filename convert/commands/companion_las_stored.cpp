@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <numeric>
 
 #include "commands/companion_match.h"
@@ -17,6 +18,7 @@ namespace {
 constexpr size_t kAhead = 16;
 
 constexpr double kExact = 4503599627370496.0;  // 2^52: below it, x + 0.5 is exact
+constexpr double kSurelyNear = 0.499;
 
 // The position a decoder gives for `value` on a grid of `step`: the nearest multiple, exact
 // halves upwards, as the encoder rounds (an index beyond 64 bits is the smallest one).
@@ -28,13 +30,72 @@ double storedPosition(double value, double step) {
     return static_cast<double>(whole) * step;
 }
 
+// Value `offset` of `width` bytes of the records of `inputs[0 .. n)`, side by side into `to`.
+template <size_t width>
+void gatherValues(const unsigned char* records, size_t length, const uint64_t* inputs, size_t n,
+                  size_t offset, uint8_t* to) {
+    const unsigned char* const from = records + offset;
+    for (size_t k = 0; k < n; ++k) std::memcpy(to + k * width, from + inputs[k] * length, width);
+}
+
 }  // namespace
+
+void LasStoredPoints::gatherColumns(size_t base, size_t n) {
+    fields_.resize((base + n) * rowWidth_);
+    const uint64_t* const inputs = inputOf.data() + base;
+    const size_t length = las_.recordLength;
+    size_t j = 0;
+    // Every point format starts with four columns of a byte (bit fields, classification ...), side
+    // by side in the record: taken in one word a point.
+    if (columns_.size() >= 4 && columns_[0].width == 1 && columns_[1].width == 1 &&
+        columns_[2].width == 1 && columns_[3].width == 1 &&
+        columns_[1].offset == columns_[0].offset + 1 &&
+        columns_[2].offset == columns_[0].offset + 2 &&
+        columns_[3].offset == columns_[0].offset + 3) {
+        const unsigned char* const from = records_ + columns_[0].offset;
+        uint8_t* const to = fields_.data() + base * rowWidth_ + columnAt_[0] * n;
+        for (size_t k = 0; k < n; ++k) {
+            const uint32_t four = loadLittle<uint32_t>(from + inputs[k] * length);
+            for (size_t c = 0; c < 4; ++c) to[c * n + k] = static_cast<uint8_t>(four >> (8 * c));
+        }
+        j = 4;
+    }
+    for (; j < columns_.size(); ++j) {
+        const size_t offset = columns_[j].offset, width = static_cast<size_t>(columns_[j].width);
+        uint8_t* const to = fields_.data() + base * rowWidth_ + columnAt_[j] * n;
+        switch (width) {
+            case 1:
+                gatherValues<1>(records_, length, inputs, n, offset, to);
+                break;
+            case 2:
+                gatherValues<2>(records_, length, inputs, n, offset, to);
+                break;
+            case 4:
+                gatherValues<4>(records_, length, inputs, n, offset, to);
+                break;
+            case 8:
+                gatherValues<8>(records_, length, inputs, n, offset, to);
+                break;
+            default:
+                for (size_t k = 0; k < n; ++k)
+                    std::memcpy(to + k * width, records_ + inputs[k] * length + offset, width);
+        }
+    }
+}
 
 void LasStoredPoints::start(const LasHead& las, const unsigned char* records,
                             const int64_t ratio[3]) {
     las_ = las;
     records_ = records;
     for (int axis = 0; axis < 3; ++axis) ratio_[axis] = ratio[axis];
+    columns_ = lasColumns(las.pointFormat, las.recordLength);
+    columnAt_.clear();
+    rowWidth_ = 0;
+    for (const LasColumn& column : columns_) {
+        columnAt_.push_back(rowWidth_);
+        rowWidth_ += static_cast<size_t>(column.width);
+    }
+    fields_.reserve(las.count * rowWidth_);
     inputOf.reserve(las.count);
     intensityResidual.reserve(las.count);
     color8.reserve(3 * las.count);
@@ -47,24 +108,30 @@ bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRec
     // so below 2^52.)
     const size_t n = chunk.count;
     const double* const positions = chunk.points.positions;
+    // Read from locals: the stores to `inputs` could alias the chunk's arrays.
+    const uint32_t* const at = chunk.at;
+    const uint64_t* const given = chunk.inputs;
+    uint64_t largest = last;
     size_t run = 0;  // the first stored point of the grid point at hand
     const double* previous = nullptr;
     for (size_t k = 0; k < n; ++k) {
-        const double* p = positions + 3 * size_t{chunk.at[k]};
+        const double* p = positions + 3 * size_t{at[k]};
         for (int axis = 0; axis < 3 && !fromRecords; ++axis) {
             const double v = p[axis];
             if (!(v > -kExact && v < kExact) || static_cast<double>(static_cast<int64_t>(v)) != v) {
                 return false;
             }
         }
-        inputs[k] = chunk.inputs[k];
-        last = std::max(last, inputs[k]);
+        const uint64_t input = given[k];
+        inputs[k] = input;
+        largest = std::max(largest, input);
         if (previous && (p[0] != previous[0] || p[1] != previous[1] || p[2] != previous[2])) {
             if (k - run > 1) std::sort(inputs + run, inputs + k);
             run = k;
         }
         previous = p;
     }
+    last = largest;
     if (n - run > 1) std::sort(inputs + run, inputs + n);
     return true;
 }
@@ -157,11 +224,23 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
 
 namespace {
 
-// Counts how many of a record's colour values `own` each colour scale gives back from the stream's
-// 8-bit `value`: own == value * kScales[s].
-inline void countAlike(uint16_t own, uint8_t value, int64_t alike[3]) {
-    for (int s = 0; s < 3; ++s)
-        alike[s] += own == static_cast<uint16_t>(value * LasStoredPoints::kScales[s]);
+// A point's three 16-bit colour values, red in the low 16 bits of the word.
+inline uint64_t colourLanes(uint64_t red, uint64_t green, uint64_t blue) {
+    return red | green << 16 | blue << 32;
+}
+
+// Of the three 16-bit lanes of `x`, those that are not 0, as a 1 at the lane's lowest bit (the
+// lane's low 15 bits plus 0x7FFF carry into its top bit exactly where they are not 0).
+inline uint64_t nonZeroLanes(uint64_t x) {
+    constexpr uint64_t kLow = 0x7FFF7FFF7FFFull, kTop = 0x800080008000ull;
+    return (((x & kLow) + kLow) | x) & kTop;
+}
+
+// How many values differ, counted lane by lane in `lanes` (at most 2^16 - 1 points a lane), added
+// into `differ` and cleared.
+inline void foldLanes(uint64_t& lanes, int64_t& differ) {
+    differ += static_cast<int64_t>((lanes & 0xFFFF) + (lanes >> 16 & 0xFFFF) + (lanes >> 32));
+    lanes = 0;
 }
 
 }  // namespace
@@ -195,8 +274,13 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
     const double* const stored = whole_ ? nullptr : stored_.data();
     const double scale[3] = {las_.scale[0], las_.scale[1], las_.scale[2]};
     const double offset[3] = {las_.offset[0], las_.offset[1], las_.offset[2]};
+    const double inverse[3] = {1 / scale[0], 1 / scale[1], 1 / scale[2]};
     bool any[4] = {false, false, false, false};
-    int64_t alike[3] = {0, 0, 0};
+    // How many of the records' colour values each colour scale does not give back from the
+    // stream's 8-bit values (own != value * kScales[s]), three lanes at once.
+    static_assert(kScales[0] == 256 && kScales[1] == 257 && kScales[2] == 1, "the lanes' scales");
+    uint64_t lanes[3] = {0, 0, 0};
+    int64_t differ[3] = {0, 0, 0};
     // A matrix without rotation (as compress makes it from the LAS scales and offsets) takes one
     // product and one sum an axis: the terms left out are zeros, which change no sum but the sign
     // of a zero, and no coordinate.
@@ -223,8 +307,14 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
         }
         int32_t xyz[3];
         for (int axis = 0; axis < 3; ++axis) {
-            xyz[axis] =
-                lasResidual(loadLittle<int32_t>(r + 4 * axis), q[axis], scale[axis], offset[axis]);
+            const int32_t own = loadLittle<int32_t>(r + 4 * axis);
+            // A product by the scale's inverse is within 2^-51 of the quotient, relatively: well
+            // within 0.499 of `own` (of at most 2^31), the quotient is within 0.5 and the
+            // difference 0 without a division; else lasResidual decides.
+            const double near = (q[axis] - offset[axis]) * inverse[axis];
+            xyz[axis] = std::fabs(near - static_cast<double>(own)) < kSurelyNear
+                            ? 0
+                            : lasResidual(own, q[axis], scale[axis], offset[axis]);
             any[axis] |= xyz[axis] != 0;
         }
         if ((xyz[0] | xyz[1] | xyz[2]) != 0) {
@@ -248,14 +338,27 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
         }
         for (int channel = 0; channel < 3; ++channel) color[3 * k + channel] = value[channel];
         if (colorOffset > 0) {
-            for (int channel = 0; channel < 3; ++channel) {
-                countAlike(loadLittle<uint16_t>(r + colorOffset + 2 * channel), value[channel],
-                           alike);
-            }
+            const uint64_t own = colourLanes(loadLittle<uint16_t>(r + colorOffset),
+                                             loadLittle<uint16_t>(r + colorOffset + 2),
+                                             loadLittle<uint16_t>(r + colorOffset + 4));
+            const uint64_t stream = colourLanes(value[0], value[1], value[2]);
+            lanes[0] += nonZeroLanes(own ^ stream << 8) >> 15;
+            lanes[1] += nonZeroLanes(own ^ (stream << 8 | stream)) >> 15;
+            lanes[2] += nonZeroLanes(own ^ stream) >> 15;
+            if ((k & 0x7FFF) == 0x7FFF)
+                for (int s = 0; s < 3; ++s) foldLanes(lanes[s], differ[s]);
         }
     }
     for (int s = 0; s < 4; ++s) anyResidual[s] = anyResidual[s] || any[s];
-    for (int s = 0; s < 3; ++s) same[s] += alike[s];
+    if (colorOffset > 0) {
+        for (int s = 0; s < 3; ++s) {
+            foldLanes(lanes[s], differ[s]);
+            same[s] += 3 * static_cast<int64_t>(n) - differ[s];
+        }
+    }
+    // The chunk's records were just read: their columns are taken now, from the caches, not
+    // from anywhere in the file once the stream is complete.
+    gatherColumns(base, n);
 }
 
 }  // namespace zulconvert

@@ -38,7 +38,14 @@ public:
     std::vector<XyzResidual> xyzResidual;
     zulplan::LargeVector<uint16_t> intensityResidual;  // a stored point's
     zulplan::LargeVector<uint8_t> color8;  // three a stored point, as the stream gives them
-    bool anyResidual[4] = {};              // X, Y, Z, intensity
+    // The record's columns (lasColumns) of each stored point, gathered while the record is at
+    // hand, chunk by chunk: column j of the chunk of n points from stored point `begin` is its n
+    // values side by side, at columnValues(begin, n, j).
+    const uint8_t* columnValues(size_t begin, size_t n, size_t j) const {
+        return fields_.data() + begin * rowWidth_ + columnAt_[j] * n;
+    }
+    const std::vector<LasColumn>& columns() const { return columns_; }
+    bool anyResidual[4] = {};  // X, Y, Z, intensity
     // The colour scales tried, 256, 257 and 1, and how many values each gives back as they were.
     static constexpr int64_t kScales[3] = {256, 257, 1};
     int64_t same[3] = {};
@@ -53,7 +60,14 @@ private:
     bool matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords, uint64_t* inputs,
                     uint64_t& last);
 
+    // Gathers the chunk's columns into fields_ from `base`.
+    void gatherColumns(size_t base, size_t n);
+
     LasHead las_;
+    std::vector<LasColumn> columns_;
+    std::vector<size_t> columnAt_;  // the bytes a point of the columns before each
+    size_t rowWidth_ = 0;           // the bytes a point of all columns
+    zulplan::LargeVector<uint8_t> fields_;
     const unsigned char* records_ = nullptr;
     int64_t ratio_[3] = {0, 0, 0};
     bool changed_ = false;

@@ -81,45 +81,6 @@ private:
 
 namespace {
 
-// Records asked for this many points before they are read.
-constexpr size_t kAhead = 16;
-
-// `n` values of `width` bytes, `stride` bytes apart from `from`, side by side into `to`.
-template <size_t width>
-void copyValues(const unsigned char* from, size_t stride, size_t n, unsigned char* to) {
-    for (size_t k = 0; k < n; ++k) std::memcpy(to + k * width, from + k * stride, width);
-}
-
-void copyColumn(const unsigned char* from, size_t stride, size_t width, size_t n,
-                unsigned char* to) {
-    switch (width) {
-        case 1:
-            return copyValues<1>(from, stride, n, to);
-        case 2:
-            return copyValues<2>(from, stride, n, to);
-        case 4:
-            return copyValues<4>(from, stride, n, to);
-        case 8:
-            return copyValues<8>(from, stride, n, to);
-        default:
-            for (size_t k = 0; k < n; ++k) std::memcpy(to + k * width, from + k * stride, width);
-    }
-}
-
-// A record of `length` bytes: those of 16 to 64 bytes (every LAS point format without extra
-// bytes) in two copies of a fixed size that overlap, which take a few moves, not a call.
-inline void copyRecord(unsigned char* to, const unsigned char* from, size_t length) {
-    if (length >= 32 && length <= 64) {
-        std::memcpy(to, from, 32);
-        std::memcpy(to + length - 32, from + length - 32, 32);
-    } else if (length >= 16 && length < 32) {
-        std::memcpy(to, from, 16);
-        std::memcpy(to + length - 16, from + length - 16, 16);
-    } else {
-        std::memcpy(to, from, length);
-    }
-}
-
 const auto check = &checkCompanion;
 
 }  // namespace
@@ -240,15 +201,6 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     const zulplan::LargeVector<uint64_t>& inputOf = stored_.inputOf;
     const size_t stored = inputOf.size();
     const auto recordOf = [&](size_t p) { return records + inputOf[p] * las.recordLength; };
-    // The records are read in the stream's order, anywhere in the file: each is asked for well
-    // before it is needed.
-    const auto prefetch = [&](size_t p) {
-        if (p + kAhead < stored) {
-            const char* next = reinterpret_cast<const char*>(recordOf(p + kAhead));
-            __builtin_prefetch(next);
-            __builtin_prefetch(next + las.recordLength - 1);
-        }
-    };
 
     // What the stream gives of every stored point's values, against its record, as the stream's
     // writer stored them.
@@ -274,7 +226,7 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     // The companion.
     const CompanionWriter output(companionPath, shown);
     const zul_xout_Writer writer = output.get();
-    const std::vector<LasColumn> columns = lasColumns(las.pointFormat, las.recordLength);
+    const std::vector<LasColumn>& columns = stored_.columns();
     for (const LasColumn& column : columns) {
         check(zul_xout_addField(writer, column.name, column.type, column.width, nullptr), shown);
     }
@@ -301,24 +253,18 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
     const std::string ownName = std::filesystem::path(shownInput(options_)).filename().string();
     zul_xout_addConvention(writer, "name", ownName.c_str());
     check(zul_xout_bindStreamFile(writer, streamPath.c_str()), shown);
-    std::vector<unsigned char> values, chunkRecords;
-    const size_t length = las.recordLength;
     for (int64_t c = 0; c + 1 < static_cast<int64_t>(chunkStart.size()); ++c) {
         const size_t begin = static_cast<size_t>(chunkStart[c]);
         const size_t n = static_cast<size_t>(chunkStart[c + 1]) - begin;
-        // The chunk's records, gathered once in its order, then cut into columns.
-        if (chunkRecords.size() < n * length) chunkRecords.resize(n * length);
-        for (size_t k = 0; k < n; ++k) {
-            prefetch(begin + k);
-            copyRecord(chunkRecords.data() + k * length, recordOf(begin + k), length);
+        // The order first: the writer then codes each column as it comes, without a copy.
+        if (keepOrder_) {
+            check(zul_xout_writeOrder(writer, c, inputOf.data() + begin, static_cast<int64_t>(n)),
+                  shown);
         }
-        int32_t field = 0;
-        for (const LasColumn& column : columns) {
-            const size_t width = static_cast<size_t>(column.width);
-            // Grown, never shrunk: a narrow column before a wide one would zero the rest again.
-            if (values.size() < n * width) values.resize(n * width);
-            copyColumn(chunkRecords.data() + column.offset, length, width, n, values.data());
-            check(zul_xout_writeColumn(writer, c, field++, values.data(), static_cast<int64_t>(n)),
+        // The columns as the stored points gathered them, chunk by chunk.
+        for (size_t j = 0; j < columns.size(); ++j) {
+            check(zul_xout_writeColumn(writer, c, static_cast<int32_t>(j),
+                                       stored_.columnValues(begin, n, j), static_cast<int64_t>(n)),
                   shown);
         }
         for (int k = 0; k < 7; ++k) {
@@ -341,8 +287,9 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
                     shown);
             } else {
                 std::vector<uint16_t> v(n);
+                // (Only where some 16-bit colour has low bytes: its records are read again.)
                 for (size_t p = 0; p < n; ++p) {
-                    const unsigned char* r = chunkRecords.data() + p * length + las.colorOffset;
+                    const unsigned char* r = recordOf(begin + p) + las.colorOffset;
                     v[p] = static_cast<uint16_t>(
                         loadLittle<uint16_t>(r + 2 * (k - 4)) -
                         static_cast<uint16_t>(color8[3 * (begin + p) + (k - 4)] * scale));
@@ -351,10 +298,6 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
                                            static_cast<int64_t>(n)),
                       shown);
             }
-        }
-        if (keepOrder_) {
-            check(zul_xout_writeOrder(writer, c, inputOf.data() + begin, static_cast<int64_t>(n)),
-                  shown);
         }
     }
     check(zul_xout_finish(writer, nullptr, nullptr), shown);

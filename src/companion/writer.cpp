@@ -48,9 +48,12 @@ struct zul_xout_WriterStruct {
     size_t nextChunk = 0;
     std::vector<std::vector<uint8_t>> segments;
     std::vector<bool> written;
-    // Without the order, a chunk's columns that come in directory order are coded as they come,
-    // into the blocks, not copied: the first `codedFields`, from `chunkAt`.
+    // A chunk's columns that come in directory order are coded as they come, into the blocks, not
+    // copied (with the order, once the order has come): the first `codedFields`, from `chunkAt`.
     size_t codedFields = 0, chunkAt = 0;
+    // With the order, the chunk's input order once its order has come (inputOrderOf).
+    bool orderReady = false;
+    std::vector<uint32_t> chunkOrder;
     std::vector<CodingChoice> choices;  // a field's, kept from chunk to chunk
     CodingChoice orderChoice;
     std::vector<uint8_t> output;
@@ -65,14 +68,11 @@ struct zul_xout_WriterStruct {
                 if (!written[s]) return;
             ChunkEntry& entry = head.chunks[nextChunk];
             const int64_t count = entry.chunk.numPoints;
-            std::vector<uint32_t> inputOrder;
-            if (head.hasOrder)
-                inputOrder = inputOrderOf(
-                    reinterpret_cast<const uint64_t*>(segments[numFields].data()), count);
+            if (head.hasOrder && !orderReady) readyOrder(count);
             const size_t at = codedFields > 0 ? chunkAt : blocks.size();
             for (size_t s = codedFields; s < numFields; ++s)
                 encodeBestSegment(segments[s].data(), count, head.fields[s].width,
-                                  head.fields[s].type, head.hasOrder ? &inputOrder : nullptr,
+                                  head.fields[s].type, head.hasOrder ? &chunkOrder : nullptr,
                                   choices[s], blocks);
             if (head.hasOrder)  // the input indices, with the codings of a u64 column
                 encodeBestSegment(segments[numFields].data(), count, 8, zul_FIELD_U64, nullptr,
@@ -82,11 +82,19 @@ struct zul_xout_WriterStruct {
                 written[s] = false;
             }
             codedFields = 0;
+            orderReady = false;
             entry.blockOffset = static_cast<int64_t>(at);  // from the first block for now
             entry.blockSize = static_cast<int64_t>(blocks.size() - at);
             entry.blockChecksum = checksum(blocks.data() + at, blocks.size() - at);
             ++nextChunk;
         }
+    }
+
+    // The input order of the chunk at hand, from its order segment (`count` indices).
+    void readyOrder(int64_t count) {
+        chunkOrder = inputOrderOf(
+            reinterpret_cast<const uint64_t*>(segments[head.fields.size()].data()), count);
+        orderReady = true;
     }
 
     zul_Status startBinding(Binding kind) {
@@ -127,15 +135,20 @@ struct zul_xout_WriterStruct {
             return zul_STATUS_INVALID_ARGUMENT;
         const uint8_t* bytes = static_cast<const uint8_t*>(values);
         written[segment] = true;
-        if (head.hasOrder || segment != codedFields) {
+        const size_t numFields = head.fields.size();
+        if (segment == numFields) {  // the order: kept for its own segment, once the fields are
             segments[segment].assign(bytes, bytes + numValues * width);
-        } else {
-            if (codedFields == 0) chunkAt = blocks.size();
-            const size_t numFields = head.fields.size();
+            readyOrder(numValues);
+        } else if ((head.hasOrder && !orderReady) || segment != codedFields) {
+            segments[segment].assign(bytes, bytes + numValues * width);
+        }
+        if (!head.hasOrder || orderReady) {
+            if (codedFields == 0 && written[0]) chunkAt = blocks.size();
             for (; codedFields < numFields && written[codedFields]; ++codedFields) {
                 const Field& field = head.fields[codedFields];
                 encodeBestSegment(codedFields == segment ? bytes : segments[codedFields].data(),
-                                  numValues, field.width, field.type, nullptr, choices[codedFields],
+                                  numValues, field.width, field.type,
+                                  head.hasOrder ? &chunkOrder : nullptr, choices[codedFields],
                                   blocks);
             }
         }

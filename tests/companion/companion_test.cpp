@@ -137,7 +137,7 @@ TEST(Companion, ColumnsInAnyOrderMakeTheSameBytes) {
     const ByteVector stream = makeStream(3, 300, 4);
     const std::vector<int32_t> counts = chunkCounts(stream);
     const size_t numFields = allTypes().size();
-    const auto companion = [&](bool withOrder, size_t rotate, bool reverse) {
+    const auto companion = [&](bool withOrder, size_t rotate, bool reverse, bool orderFirst) {
         zul::CompanionWriter writer;
         for (const TypeCase& t : allTypes()) writer.addField(t.name, t.type, t.width);
         if (withOrder) writer.keepOrder();
@@ -145,7 +145,7 @@ TEST(Companion, ColumnsInAnyOrderMakeTheSameBytes) {
         for (size_t c = 0; c < counts.size(); ++c) {
             std::vector<uint64_t> order(static_cast<size_t>(counts[c]));
             for (size_t i = 0; i < order.size(); ++i) order[i] = (i * 7919 + c) % order.size();
-            if (withOrder && reverse) writer.writeOrder(static_cast<int64_t>(c), order);
+            if (withOrder && orderFirst) writer.writeOrder(static_cast<int64_t>(c), order);
             for (size_t k = 0; k < numFields; ++k) {
                 const size_t f = (reverse ? numFields - 1 - k : k + rotate) % numFields;
                 const int width = allTypes()[f].width;
@@ -154,15 +154,16 @@ TEST(Companion, ColumnsInAnyOrderMakeTheSameBytes) {
                                                static_cast<unsigned>(c * 100 + f)),
                                    width);
             }
-            if (withOrder && !reverse) writer.writeOrder(static_cast<int64_t>(c), order);
+            if (withOrder && !orderFirst) writer.writeOrder(static_cast<int64_t>(c), order);
         }
         return writer.finish();
     };
     for (const bool withOrder : {false, true}) {
-        const ByteVector inOrder = companion(withOrder, 0, false);
-        EXPECT_EQ(companion(withOrder, 0, true), inOrder);
-        EXPECT_EQ(companion(withOrder, 1, false), inOrder);
-        EXPECT_EQ(companion(withOrder, numFields / 2, false), inOrder);
+        const ByteVector inOrder = companion(withOrder, 0, false, false);
+        EXPECT_EQ(companion(withOrder, 0, true, true), inOrder);
+        EXPECT_EQ(companion(withOrder, 0, false, true), inOrder);  // coded as they come
+        EXPECT_EQ(companion(withOrder, 1, false, false), inOrder);
+        EXPECT_EQ(companion(withOrder, numFields / 2, false, true), inOrder);
         EXPECT_NO_THROW(zul::CompanionReader(inOrder, stream));
     }
 }
