@@ -21,9 +21,8 @@ constexpr size_t kRunsAheadPerWorker = 3;
 // What a worker keeps from run to run: the decoded points and the columns of one chunk.
 struct RestoreRuns::Scratch {
     zulbase::PointColumns points;
-    std::vector<std::vector<unsigned char>> values;
+    std::vector<Room<unsigned char>> values;
     std::vector<void*> rooms;
-    std::vector<uint64_t> order;
 };
 
 RestoreRuns::RestoreRuns(zul_idx_Index index, zul_xin_Reader reader, const std::string& path,
@@ -141,8 +140,8 @@ void RestoreRuns::make(size_t run, Slot& slot, Scratch& scratch) const {
     }
     int64_t intactPoints = 0;
     for (size_t k = 0; k < intact; ++k) intactPoints += counts_[plan.begin + k];
-    slot.records.resize(static_cast<size_t>(intactPoints) * length_);
-    if (withOrder_) slot.order.resize(static_cast<size_t>(intactPoints));
+    unsigned char* records = slot.records.take(static_cast<size_t>(intactPoints) * length_);
+    uint64_t* order = withOrder_ ? slot.order.take(static_cast<size_t>(intactPoints)) : nullptr;
     scratch.values.resize(widths_.size());
     scratch.rooms.resize(scratch.values.size());
     int64_t at = 0;
@@ -161,12 +160,11 @@ void RestoreRuns::make(size_t run, Slot& slot, Scratch& scratch) const {
         }
         // Every column and the order with one read of the chunk's block.
         for (size_t f = 0; f < scratch.values.size(); ++f) {
-            scratch.values[f].resize(static_cast<size_t>(n) * widths_[f]);
-            scratch.rooms[f] = scratch.values[f].data();
+            scratch.rooms[f] = scratch.values[f].take(static_cast<size_t>(n) * widths_[f]);
         }
-        uint64_t* order = withOrder_ ? slot.order.data() + at : nullptr;
         const zul_Status read = zul_xin_readChunk(reader_, number, scratch.rooms.data(),
-                                                  static_cast<int32_t>(widths_.size()), order, n);
+                                                  static_cast<int32_t>(widths_.size()),
+                                                  order ? order + at : nullptr, n);
         if (read != zul_STATUS_OK) {
             slot.problem = path_ + ": chunk " + std::to_string(number) +
                            "'s fields cannot be read (" + zul_x_statusText(read) +
@@ -174,7 +172,7 @@ void RestoreRuns::make(size_t run, Slot& slot, Scratch& scratch) const {
             return;
         }
         fill_.fill(points, at, n, scratch.rooms.data(),
-                   slot.records.data() + static_cast<size_t>(at) * length_);
+                   records + static_cast<size_t>(at) * length_);
         at += n;
         slot.made = k + 1;
     }

@@ -56,9 +56,23 @@ private:
         size_t begin, end;  // in chunks_
         int64_t points;
     };
+    // An array that grows, never cleared: each element used is written before it is read.
+    template <typename T>
+    class Room {
+    public:
+        T* take(size_t n) {
+            if (n > size_) data_.reset(new T[n]), size_ = n;
+            return data_.get();
+        }
+        T* data() const { return data_.get(); }
+
+    private:
+        std::unique_ptr<T[]> data_;
+        size_t size_ = 0;
+    };
     struct Slot {
-        std::vector<unsigned char> records;
-        std::vector<uint64_t> order;
+        Room<unsigned char> records;
+        Room<uint64_t> order;
         size_t made = 0;
         zul_Status status = zul_STATUS_OK;
         std::string problem;
