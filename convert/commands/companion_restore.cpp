@@ -281,8 +281,8 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
             if (chunkOrder) chunkOrder += n;
         }
         // The run's records at once, straight from where they were made.
-        if (streamed && records != run.records)
-            streamedOut->write(run.records, static_cast<size_t>(records - run.records));
+        if (streamed)
+            streamedOut->writeInPlace(run.records, static_cast<size_t>(records - run.records));
         if (!run.problem.empty()) throw FormatError(run.problem);
         failure = run.status;
     }
