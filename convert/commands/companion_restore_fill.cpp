@@ -217,6 +217,9 @@ void putEach(const World& world, const zul_bulk_Points& points, int64_t at, int6
     constexpr int64_t kBlock = 512;
     double units[3 * kBlock];
     int32_t whole[3 * kBlock];
+    uint16_t wide[3 * kBlock];
+    // A colour times the scale, kept to 16 bits: the same whatever the scale's higher bits.
+    const uint16_t scale16 = static_cast<uint16_t>(colorScale);
     const size_t length = las.recordLength;
     const double scale[3] = {las.scale[0], las.scale[1], las.scale[2]};
     const double offset[3] = {las.offset[0], las.offset[1], las.offset[2]};
@@ -250,17 +253,17 @@ void putEach(const World& world, const zul_bulk_Points& points, int64_t at, int6
             }
         }
         const int32_t* reflection = kIntensity ? points.reflections + at + from : nullptr;
-        const uint8_t* colour = kColour ? points.colors + 3 * (at + from) : nullptr;
+        if (kColour) {
+            // The block's colours at the records' scale first, in a loop the compiler widens.
+            const uint8_t* colour = points.colors + 3 * (at + from);
+            for (int64_t k = 0; k < 3 * count; ++k)
+                wide[k] = static_cast<uint16_t>(colour[k] * scale16);
+        }
         unsigned char* r = records + static_cast<size_t>(from) * length;
         for (int64_t i = 0; i < count; ++i, r += length) {
             std::memcpy(r, whole + 3 * i, 12);
             if (kIntensity) put(r + 12, static_cast<uint16_t>(reflection[i]));
-            if (kColour) {
-                for (int k = 0; k < 3; ++k) {
-                    put(r + colorOffset + 2 * k,
-                        static_cast<uint16_t>(colour[3 * i + k] * colorScale));
-                }
-            }
+            if (kColour) std::memcpy(r + colorOffset, wide + 3 * i, 6);
         }
     }
 }
