@@ -296,6 +296,13 @@ void copyColumn(const unsigned char* column, int64_t n, size_t length, unsigned 
     for (; i < n; ++i, column += W, r += length) std::memcpy(r, column, W);
 }
 
+// Adds a difference column's `n` values to the values at `r` of each record, modulo the width.
+template <typename U>
+void addColumn(const unsigned char* column, int64_t n, size_t length, unsigned char* r) {
+    for (int64_t i = 0; i < n; ++i, column += sizeof(U), r += length)
+        put(r, static_cast<U>(loadLittle<U>(r) + loadLittle<U>(column)));
+}
+
 template <size_t L>
 int64_t placeEach(const unsigned char* records, int64_t n, size_t length, const uint64_t* order,
                   uint64_t count, unsigned char* taken, unsigned char* whole) {
@@ -400,21 +407,13 @@ void LasRecordFill::fill(const zul_bulk_Points& points, int64_t at, int64_t n, v
             }
             continue;
         }
-        // A difference column: added to what the stream gave.
-        for (int64_t i = 0; i < n; ++i) {
-            unsigned char* r = records + static_cast<size_t>(i) * length;
-            const unsigned char* v = column + static_cast<size_t>(i) * p.width;
-            if (p.residual < 3) {
-                unsigned char* at4 = r + 4 * p.residual;
-                put(at4,
-                    static_cast<uint32_t>(loadLittle<uint32_t>(at4) + loadLittle<uint32_t>(v)));
-            } else {
-                unsigned char* at2 =
-                    p.residual == 3 ? r + 12 : r + las_.colorOffset + 2 * (p.residual - 4);
-                put(at2,
-                    static_cast<uint16_t>(loadLittle<uint16_t>(at2) + loadLittle<uint16_t>(v)));
-            }
-        }
+        // A difference column: added to what the stream gave, at a place of its own in each record.
+        if (p.residual < 3)
+            addColumn<uint32_t>(column, n, length, records + 4 * p.residual);
+        else
+            addColumn<uint16_t>(
+                column, n, length,
+                records + (p.residual == 3 ? 12 : las_.colorOffset + 2 * (p.residual - 4)));
     }
 }
 
