@@ -14,7 +14,7 @@ namespace {
 // making ahead of the caller (beyond the run the caller waits for), and the runs ahead a worker.
 constexpr int64_t kRunPoints = int64_t{1} << 15;
 constexpr int64_t kAheadPoints = int64_t{1} << 21;
-constexpr size_t kRunsAheadPerWorker = 3;
+constexpr size_t kRunsAheadPerWorker = 2;
 
 }  // namespace
 
@@ -57,6 +57,7 @@ RestoreRuns::RestoreRuns(zul_idx_Index index, zul_xin_Reader reader, const std::
             plan.points += counts_[plan.end++];
         }
         plans_.push_back(plan);
+        runRoom_ = std::max(runRoom_, static_cast<size_t>(std::min(plan.points, kRunPoints)));
         at = plan.end;
     }
     workers_ = zulbase::threadsFor(threads, plans_.size());
@@ -120,7 +121,7 @@ void RestoreRuns::make(size_t run, Slot& slot, Scratch& scratch) const {
     slot.error = nullptr;
     // The run's points, decoded on this thread.
     const size_t total = static_cast<size_t>(plan.points);
-    if (scratch.points.size() < total) scratch.points.resize(type_, total);
+    if (scratch.points.size() < total) scratch.points.resize(type_, std::max(total, runRoom_));
     zul_bulk_Points points = {};
     points.numPoints = plan.points;
     points.positions = scratch.points.positionData();
@@ -140,8 +141,10 @@ void RestoreRuns::make(size_t run, Slot& slot, Scratch& scratch) const {
     }
     int64_t intactPoints = 0;
     for (size_t k = 0; k < intact; ++k) intactPoints += counts_[plan.begin + k];
-    unsigned char* records = slot.records.take(static_cast<size_t>(intactPoints) * length_);
-    uint64_t* order = withOrder_ ? slot.order.take(static_cast<size_t>(intactPoints)) : nullptr;
+    unsigned char* records =
+        slot.records.take(static_cast<size_t>(intactPoints) * length_, runRoom_ * length_);
+    uint64_t* order =
+        withOrder_ ? slot.order.take(static_cast<size_t>(intactPoints), runRoom_) : nullptr;
     scratch.values.resize(widths_.size());
     scratch.rooms.resize(scratch.values.size());
     int64_t at = 0;

@@ -5,6 +5,7 @@
 // the caller writes one run while the workers make the next ones.
 #pragma once
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
@@ -56,12 +57,14 @@ private:
         size_t begin, end;  // in chunks_
         int64_t points;
     };
-    // An array that grows, never cleared: each element used is written before it is read.
+    // An array that grows, never cleared: each element used is written before it is read. It
+    // takes `atLeast` at once when it grows, so that runs of slightly different sizes do not
+    // each fault in fresh pages.
     template <typename T>
     class Room {
     public:
-        T* take(size_t n) {
-            if (n > size_) data_.reset(new T[n]), size_ = n;
+        T* take(size_t n, size_t atLeast = 0) {
+            if (n > size_) size_ = std::max(n, atLeast), data_.reset(new T[size_]);
             return data_.get();
         }
         T* data() const { return data_.get(); }
@@ -96,6 +99,7 @@ private:
     std::vector<size_t> widths_;  // of each field's values
     std::vector<int64_t> chunks_, counts_;
     std::vector<Plan> plans_;
+    size_t runRoom_ = 0;  // the points a run's arrays take at once: the largest run, within reason
     std::vector<Slot> slots_;  // run r is made in slots_[r % size]
 
     std::mutex lock_;
