@@ -1,5 +1,7 @@
 #include "commands/chunk_walk.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
@@ -112,15 +114,17 @@ zul_Status openIndex(const std::string& path, bool applyTransformation, int64_t 
     if (status != zul_STATUS_OK) return status;
     status = readHead(index.index, applyTransformation, budgetMiB, pointDensity, 0, head);
     if (status != zul_STATUS_OK) return status;
-    try {
-        ByteInput in(path);
-        unsigned char signature[4];
-        if (in.readSome(signature, 4) != 4) return zul_STATUS_READ_ERROR;
-        head.fileBytes = in.size();
-        head.version = signature[3];  // byte 3 of the signature
-    } catch (const FormatError&) {
-        return zul_STATUS_READ_ERROR;
-    }
+    // Four bytes and the size: no buffer of a reader's own to clear.
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) return zul_STATUS_READ_ERROR;
+    struct stat facts;
+    unsigned char signature[4];
+    const bool read = ::fstat(::fileno(file), &facts) == 0 && S_ISREG(facts.st_mode) &&
+                      std::fread(signature, 1, 4, file) == 4;
+    std::fclose(file);
+    if (!read) return zul_STATUS_READ_ERROR;
+    head.fileBytes = static_cast<uint64_t>(facts.st_size);
+    head.version = signature[3];  // byte 3 of the signature
     return zul_STATUS_OK;
 }
 

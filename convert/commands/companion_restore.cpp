@@ -17,6 +17,7 @@
 #include "commands/companion_records.h"
 #include "commands/companion_report.h"
 #include "commands/companion_restore_fill.h"
+#include "commands/companion_restore_runs.h"
 #include "commands/companion_write.h"
 #include "commands/output_file.h"
 #include "commands/salvage.h"
@@ -206,9 +207,6 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
     const size_t length = las.recordLength;
     std::vector<unsigned char> data;
     std::vector<uint64_t> order;
-    std::vector<std::vector<unsigned char>> values(placed.size());
-    std::vector<void*> rooms(placed.size());
-    std::vector<uint64_t> chunkOrder;
     // The whole file in the input's order: each record goes straight to its place.
     const bool direct = info.hasOrder && !options.box && !options.salvage &&
                         info.numPoints == static_cast<int64_t>(las.count);
@@ -233,80 +231,37 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
         data.reserve(std::min<uint64_t>(las.count, static_cast<uint64_t>(info.numPoints)) * length);
         if (info.hasOrder) order.reserve(data.capacity() / length);
     }
-    ChunkBatches batches(options.input, index.index, false, chunks, options.threads);
     const LasRecordFill fill(las, head.header, colorScale, placed);
-    std::vector<unsigned char> records;
-    while (batches.next()) {
-        const zul_bulk_Points& points = batches.points();
-        int64_t at = 0;
-        for (size_t c = 0; c < batches.deliveredChunks(); ++c) {
-            const int64_t number = batches.batchChunks()[c];
-            zul_idx_Chunk chunk = {};
-            zul_idx_getChunk(index.index, number, &chunk);
-            const int64_t n = chunk.numPoints;
-            zul_CompanionChunk bound = {};
-            if (zul_xin_getChunk(guard.reader, number, &bound) != zul_STATUS_OK ||
-                bound.chunk.offset != chunk.offset || bound.chunk.size != chunk.size ||
-                bound.chunk.numPoints != chunk.numPoints) {
-                throw FormatError(path + " does not belong to " + options.input + " (chunk " +
-                                  std::to_string(number) + " is another)");
-            }
+    RestoreRuns runs(index.index, guard.reader, path, options.input, fill, length, info.hasOrder,
+                     std::move(chunks), options.threads);
+    RestoredRun run;
+    zul_Status failure = zul_STATUS_OK;
+    while (failure == zul_STATUS_OK && runs.next(run)) {
+        const unsigned char* records = run.records;
+        const uint64_t* chunkOrder = run.order;
+        for (size_t c = 0; c < run.made; ++c) {
+            const int64_t n = run.counts[c];
             const size_t bytes = static_cast<size_t>(n) * length;
-            // Every column and the order with one read of the chunk's block.
-            for (size_t f = 0; f < placed.size(); ++f) {
-                values[f].resize(static_cast<size_t>(n) * placed[f].width);
-                rooms[f] = values[f].data();
-            }
-            if (info.hasOrder) chunkOrder.resize(static_cast<size_t>(n));
-            const zul_Status read =
-                zul_xin_readChunk(guard.reader, number, rooms.data(), info.numFields,
-                                  info.hasOrder ? chunkOrder.data() : nullptr, n);
-            if (read != zul_STATUS_OK) {
-                throw FormatError(path + ": chunk " + std::to_string(number) +
-                                  "'s fields cannot be read (" + zul_x_statusText(read) +
-                                  "); decompress with --no-companion to write the stream alone");
-            }
             if (streamed) {
-                // Straight into the output's buffer where the chunk's records fit it.
-                unsigned char* room = streamedOut->room(bytes);
-                if (room == nullptr) {
-                    if (records.size() < bytes) records.resize(bytes);
-                    fill.fill(points, at, n, rooms.data(), records.data());
-                    streamedOut->write(records.data(), bytes);
-                } else {
-                    fill.fill(points, at, n, rooms.data(), room);
-                    streamedOut->wrote(bytes);
-                }
                 streamedRecords += static_cast<uint64_t>(n);
-                at += n;
-                continue;
-            }
-            if (records.size() < bytes) records.resize(bytes);
-            fill.fill(points, at, n, rooms.data(), records.data());
-            if (direct) {
+            } else if (direct) {
                 // Every record in its place at once.
-                const int64_t placed = placeRecords(records.data(), n, length, chunkOrder.data(),
-                                                    las.count, taken.data(), whole.get());
+                const int64_t placed = placeRecords(records, n, length, chunkOrder, las.count,
+                                                    taken.data(), whole.get());
                 placedRecords += static_cast<uint64_t>(placed);
                 if (placed < n) {
-                    throw FormatError(path + ": chunk " + std::to_string(number) +
+                    throw FormatError(path + ": chunk " + std::to_string(run.chunks[c]) +
                                       "'s order is damaged (record " +
                                       std::to_string(chunkOrder[static_cast<size_t>(placed)]) +
                                       " twice or out of range)");
                 }
-                at += n;
-                continue;
-            }
-            if (!options.box && !direct) {
+            } else if (!options.box) {
                 // Every record, in stored order: the chunk's at once.
-                data.insert(data.end(), records.data(), records.data() + bytes);
-                if (info.hasOrder) order.insert(order.end(), chunkOrder.begin(), chunkOrder.end());
-                at += n;
-                continue;
-            }
-            for (int64_t i = 0; i < n; ++i) {
-                const unsigned char* r = records.data() + static_cast<size_t>(i) * length;
-                if (options.box) {
+                data.insert(data.end(), records, records + bytes);
+                if (info.hasOrder) order.insert(order.end(), chunkOrder, chunkOrder + n);
+            } else {
+                for (int64_t i = 0; i < n; ++i) {
+                    const unsigned char* r = records + static_cast<size_t>(i) * length;
                     double p[3];
                     for (int axis = 0; axis < 3; ++axis) {
                         p[axis] =
@@ -318,15 +273,20 @@ bool restoreFromCompanion(const DecompressOptions& options, Format format, int& 
                                  p[axis] <= options.boxMax[axis];
                     }
                     if (!inside) continue;
+                    data.insert(data.end(), r, r + length);
+                    if (info.hasOrder) order.push_back(chunkOrder[static_cast<size_t>(i)]);
                 }
-                data.insert(data.end(), r, r + length);
-                if (info.hasOrder) order.push_back(chunkOrder[static_cast<size_t>(i)]);
             }
-            at += n;
+            records += bytes;
+            if (chunkOrder) chunkOrder += n;
         }
-        if (batches.status() != zul_STATUS_OK) break;
+        // The run's records at once, straight from where they were made.
+        if (streamed)
+            streamedOut->writeInPlace(run.records, static_cast<size_t>(records - run.records));
+        if (!run.problem.empty()) throw FormatError(run.problem);
+        failure = run.status;
     }
-    checkStatus(batches.status(), options.input, ZulStage::Read);
+    checkStatus(failure, options.input, ZulStage::Read);
     if (direct && placedRecords != las.count) {
         throw FormatError(path + ": holds " + std::to_string(placedRecords) + " of the " +
                           std::to_string(las.count) + " records its LAS header counts");

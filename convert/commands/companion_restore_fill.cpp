@@ -10,6 +10,9 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#endif
 
 namespace zulconvert {
 
@@ -141,6 +144,71 @@ bool roundPoints(const World& world, const double* g, int64_t count, const doubl
     return allInside;
 }
 
+#if defined(__x86_64__) && defined(__GNUC__)
+#define ZUL_ROUND_FOUR 1
+// roundPoints four points (twelve values, three turns of four lanes) at a time, on processors
+// with the wider instructions: the same operations on each lane, so the same integers. The
+// truncation is the rounding instruction's toward zero, exact as the conversion's; the step of a
+// half is added as a double (0 or 1, exact) before the conversion, whose result is then an int32
+// for every value within reach.
+template <typename World>
+__attribute__((target("avx2"))) bool roundPointsFour(const World& world, const double* g,
+                                                     int64_t count, const double* offset,
+                                                     const double* scale, int32_t* out) {
+    constexpr bool kDiagonal = std::is_same<World, DiagonalMatrix>::value;
+    __m256d move[3], factor[3], shift[3], step[3];
+    for (int j = 0; j < 3; ++j) {
+        int axes[4];
+        for (int l = 0; l < 4; ++l) axes[l] = (4 * j + l) % 3;
+        shift[j] =
+            _mm256_setr_pd(offset[axes[0]], offset[axes[1]], offset[axes[2]], offset[axes[3]]);
+        step[j] = _mm256_setr_pd(scale[axes[0]], scale[axes[1]], scale[axes[2]], scale[axes[3]]);
+        if constexpr (kDiagonal) {
+            move[j] = _mm256_setr_pd(world.move[axes[0]], world.move[axes[1]], world.move[axes[2]],
+                                     world.move[axes[3]]);
+            factor[j] = _mm256_setr_pd(world.factor[axes[0]], world.factor[axes[1]],
+                                       world.factor[axes[2]], world.factor[axes[3]]);
+        }
+    }
+    const __m256d lowest = _mm256_set1_pd(kLowest), highest = _mm256_set1_pd(kHighest);
+    const __m256d half = _mm256_set1_pd(0.5), minusHalf = _mm256_set1_pd(-0.5);
+    const __m256d one = _mm256_set1_pd(1.0);
+    __m256d every = _mm256_castsi256_pd(_mm256_set1_epi32(-1));
+    int64_t i = 0;
+    for (; i + 4 <= count; i += 4) {
+        for (int j = 0; j < 3; ++j) {
+            __m256d q = _mm256_loadu_pd(g + 3 * i + 4 * j);
+            if constexpr (kDiagonal) q = _mm256_add_pd(move[j], _mm256_mul_pd(factor[j], q));
+            const __m256d u = _mm256_div_pd(_mm256_sub_pd(q, shift[j]), step[j]);
+            const __m256d in = _mm256_and_pd(_mm256_cmp_pd(u, lowest, _CMP_GT_OQ),
+                                             _mm256_cmp_pd(u, highest, _CMP_LT_OQ));
+            every = _mm256_and_pd(every, in);
+            const __m256d inside = _mm256_and_pd(u, in);
+            const __m256d whole = _mm256_round_pd(inside, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+            const __m256d fraction = _mm256_sub_pd(inside, whole);
+            const __m256d up = _mm256_and_pd(_mm256_cmp_pd(fraction, half, _CMP_GE_OQ), one);
+            const __m256d down = _mm256_and_pd(_mm256_cmp_pd(fraction, minusHalf, _CMP_LE_OQ), one);
+            const __m128i rounded =
+                _mm256_cvttpd_epi32(_mm256_sub_pd(_mm256_add_pd(whole, up), down));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 3 * i + 4 * j), rounded);
+        }
+    }
+    bool allInside = _mm256_movemask_pd(every) == 15;
+    for (; i < count; ++i) {
+        for (int axis = 0; axis < 3; ++axis) {
+            out[3 * i + axis] =
+                roundUnit((world.at(g + 3 * i, axis) - offset[axis]) / scale[axis], allInside);
+        }
+    }
+    return allInside;
+}
+
+bool hasFour() {
+    static const bool has = __builtin_cpu_supports("avx2");
+    return has;
+}
+#endif
+
 // Coordinates, and the intensity and colour where the records take them, of `n` records; the
 // coordinates a block of points at a time: the rounded units, then the records.
 template <bool kIntensity, bool kColour, typename World>
@@ -149,6 +217,9 @@ void putEach(const World& world, const zul_bulk_Points& points, int64_t at, int6
     constexpr int64_t kBlock = 512;
     double units[3 * kBlock];
     int32_t whole[3 * kBlock];
+    uint16_t wide[3 * kBlock];
+    // A colour times the scale, kept to 16 bits: the same whatever the scale's higher bits.
+    const uint16_t scale16 = static_cast<uint16_t>(colorScale);
     const size_t length = las.recordLength;
     const double scale[3] = {las.scale[0], las.scale[1], las.scale[2]};
     const double offset[3] = {las.offset[0], las.offset[1], las.offset[2]};
@@ -168,7 +239,12 @@ void putEach(const World& world, const zul_bulk_Points& points, int64_t at, int6
             unitsWith(world);
             allInside = roundUnits(units, 3 * count, whole);
         } else {
+#if defined(ZUL_ROUND_FOUR)
+            allInside = hasFour() ? roundPointsFour(world, g, count, offset, scale, whole)
+                                  : roundPoints(world, g, count, offset, scale, whole);
+#else
             allInside = roundPoints(world, g, count, offset, scale, whole);
+#endif
         }
         if (!allInside) {
             if constexpr (std::is_same<World, DiagonalMatrix>::value) {
@@ -177,17 +253,17 @@ void putEach(const World& world, const zul_bulk_Points& points, int64_t at, int6
             }
         }
         const int32_t* reflection = kIntensity ? points.reflections + at + from : nullptr;
-        const uint8_t* colour = kColour ? points.colors + 3 * (at + from) : nullptr;
+        if (kColour) {
+            // The block's colours at the records' scale first, in a loop the compiler widens.
+            const uint8_t* colour = points.colors + 3 * (at + from);
+            for (int64_t k = 0; k < 3 * count; ++k)
+                wide[k] = static_cast<uint16_t>(colour[k] * scale16);
+        }
         unsigned char* r = records + static_cast<size_t>(from) * length;
         for (int64_t i = 0; i < count; ++i, r += length) {
             std::memcpy(r, whole + 3 * i, 12);
             if (kIntensity) put(r + 12, static_cast<uint16_t>(reflection[i]));
-            if (kColour) {
-                for (int k = 0; k < 3; ++k) {
-                    put(r + colorOffset + 2 * k,
-                        static_cast<uint16_t>(colour[3 * i + k] * colorScale));
-                }
-            }
+            if (kColour) std::memcpy(r + colorOffset, wide + 3 * i, 6);
         }
     }
 }
@@ -218,6 +294,13 @@ void copyColumn(const unsigned char* column, int64_t n, size_t length, unsigned 
         std::memcpy(r + 3 * length, column + 3 * W, W);
     }
     for (; i < n; ++i, column += W, r += length) std::memcpy(r, column, W);
+}
+
+// Adds a difference column's `n` values to the values at `r` of each record, modulo the width.
+template <typename U>
+void addColumn(const unsigned char* column, int64_t n, size_t length, unsigned char* r) {
+    for (int64_t i = 0; i < n; ++i, column += sizeof(U), r += length)
+        put(r, static_cast<U>(loadLittle<U>(r) + loadLittle<U>(column)));
 }
 
 template <size_t L>
@@ -324,21 +407,13 @@ void LasRecordFill::fill(const zul_bulk_Points& points, int64_t at, int64_t n, v
             }
             continue;
         }
-        // A difference column: added to what the stream gave.
-        for (int64_t i = 0; i < n; ++i) {
-            unsigned char* r = records + static_cast<size_t>(i) * length;
-            const unsigned char* v = column + static_cast<size_t>(i) * p.width;
-            if (p.residual < 3) {
-                unsigned char* at4 = r + 4 * p.residual;
-                put(at4,
-                    static_cast<uint32_t>(loadLittle<uint32_t>(at4) + loadLittle<uint32_t>(v)));
-            } else {
-                unsigned char* at2 =
-                    p.residual == 3 ? r + 12 : r + las_.colorOffset + 2 * (p.residual - 4);
-                put(at2,
-                    static_cast<uint16_t>(loadLittle<uint16_t>(at2) + loadLittle<uint16_t>(v)));
-            }
-        }
+        // A difference column: added to what the stream gave, at a place of its own in each record.
+        if (p.residual < 3)
+            addColumn<uint32_t>(column, n, length, records + 4 * p.residual);
+        else
+            addColumn<uint16_t>(
+                column, n, length,
+                records + (p.residual == 3 ? 12 : las_.colorOffset + 2 * (p.residual - 4)));
     }
 }
 

@@ -95,11 +95,15 @@ void ByteOutput::writeThrough(const void* data, size_t n) {
         return;
     }
     // Large: written from where it is, after what came before.
+    writeInPlace(data, n);
+}
+
+void ByteOutput::writeInPlace(const void* data, size_t n) {
     drain();
     std::unique_lock<std::mutex> lock(mutex_);
     const bool failed = failed_;
     lock.unlock();
-    if (!failed) put(data, n);
+    if (!failed && n > 0) put(data, n);
 }
 
 void ByteOutput::rewrite(uint64_t offset, const void* data, size_t n) {

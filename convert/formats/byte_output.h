@@ -44,6 +44,9 @@ public:
         return buffer_.get() + used_;
     }
     void wrote(size_t n) { used_ += n; }
+    // Writes `n` bytes from where they are, on the calling thread, behind everything before: for
+    // blocks the caller made whole elsewhere, which a copy into the buffer would only cost.
+    void writeInPlace(const void* data, size_t n);
     void text(const std::string& s) { write(s.data(), s.size()); }
     template <typename T>
     void little(T value) {

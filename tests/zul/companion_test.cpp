@@ -2,7 +2,8 @@
 // format (extra bytes, VLRs, EVLRs, colour at every scale, points sharing a position) come back
 // byte for byte with --keep-order, and with the same header, VLRs, EVLRs and records in stored
 // order without; a companion of another stream or a damaged one is refused by name, and the
-// stream alone still decodes; verify names a chunk whose bytes changed.
+// stream alone still decodes; several threads write what one writes; verify names a chunk whose
+// bytes changed.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -242,6 +243,59 @@ TEST_P(CompanionRefused, NamedNeverUsedAndTheStreamAloneStillDecodes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Damage, CompanionRefused, ::testing::ValuesIn(kRefusals), NameOfCase());
+
+// Restores on several threads: the bytes one thread writes, and a damaged block of the companion
+// named as one thread names it. Enough points for several runs of chunks on each worker.
+struct Threaded {
+    const char* name;
+    const char* compress;
+    const char* decompress;
+    bool damaged;  // a bit of a companion block flipped
+};
+
+void PrintTo(const Threaded& c, std::ostream* out) { *out << c.name; }
+
+const Threaded kThreaded[] = {
+    {"stored order", "", "", false},
+    {"input order", "--keep-order ", "", false},
+    {"box", "", "--bbox 990,1990,-10,1080,2080,10 ", false},
+    {"damaged block", "", "", true},
+    {"damaged block in input order", "--keep-order ", "", true},
+};
+
+class CompanionThreads : public ToolTest, public ::testing::WithParamInterface<Threaded> {};
+
+TEST_P(CompanionThreads, WriteWhatOneThreadWrites) {
+    const Threaded& c = GetParam();
+    const std::string input = path("in.las"), zul = path("a.zul");
+    writeBytes(input, generatedLas(kLasCases[3], 120000));
+    ASSERT_TRUE(
+        toolSucceeds("compress -q --chunk 700 " + std::string(c.compress) + input + " " + zul));
+    if (c.damaged) {
+        std::string bytes = readBytes(zul + "x");
+        bytes[bytes.size() / 2] ^= 8;
+        writeBytes(zul + "x", bytes);
+    }
+    std::string written[2];
+    ToolRun runs[2];
+    for (const int threads : {1, 3}) {
+        const std::string las = path("j" + std::to_string(threads) + ".las");
+        runs[threads / 2] = runTool("decompress -q -j " + std::to_string(threads) + " " +
+                                    c.decompress + zul + " " + las);
+        if (!c.damaged) written[threads / 2] = readBytes(las);
+    }
+    EXPECT_EQ(runs[0].exitCode, c.damaged ? 1 : 0) << runs[0].output;
+    EXPECT_EQ(runs[1].exitCode, runs[0].exitCode) << runs[1].output;
+    EXPECT_EQ(runs[1].output, runs[0].output);
+    if (c.damaged) {
+        EXPECT_NE(runs[1].output.find("'s fields cannot be read"), std::string::npos);
+    }
+    EXPECT_TRUE(written[1] == written[0]) << "-j 3 writes other bytes than -j 1";
+    if (std::string(c.compress).empty() || !std::string(c.decompress).empty() || c.damaged) return;
+    EXPECT_TRUE(written[1] == readBytes(input));
+}
+
+INSTANTIATE_TEST_SUITE_P(Restores, CompanionThreads, ::testing::ValuesIn(kThreaded), NameOfCase());
 
 // Part of the points: each written record is one of the input's, whole, and the header counts them.
 struct Subset {

@@ -65,11 +65,12 @@ TEST(LasRecordFill, WritesWhatThePlainFunctionsGive) {
         const double* matrix;
         double scale, offset;
         bool intensity, colour;
+        int64_t colourScale;  // beyond 16 bits: the product kept to 16 bits
     } cases[] = {
-        {"no matrix", false, identity, 1, 0, true, true},
-        {"no matrix, a LAS scale", false, identity, 0.01, -5, false, true},
-        {"diagonal", true, diagonal, 0.001, 1000, true, false},
-        {"rotated", true, full, 0.5, 0, false, false},
+        {"no matrix", false, identity, 1, 0, true, true, 257},
+        {"no matrix, a LAS scale", false, identity, 0.01, -5, false, true, 65536 * 3 + 256},
+        {"diagonal", true, diagonal, 0.001, 1000, true, false, 256},
+        {"rotated", true, full, 0.5, 0, false, false, 256},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -85,7 +86,7 @@ TEST(LasRecordFill, WritesWhatThePlainFunctionsGive) {
         std::vector<uint64_t> times(count);
         for (size_t i = 0; i < count; ++i) times[i] = 0x0102030405060708u * (i + 1);
         const std::vector<zulconvert::Placed> placed = {{0, 8, 20, -1}};
-        const zulconvert::LasRecordFill fill(las, header, 256, placed);
+        const zulconvert::LasRecordFill fill(las, header, c.colourScale, placed);
         points.reflections = c.intensity ? reflections.data() : nullptr;
         points.colors = c.colour ? colors.data() : nullptr;
         const int64_t at = 3;  // past the batch's first points
@@ -106,8 +107,9 @@ TEST(LasRecordFill, WritesWhatThePlainFunctionsGive) {
             ASSERT_EQ(zulformats::loadLittle<uint16_t>(r + 12),
                       c.intensity ? static_cast<uint16_t>(reflections[at + i]) : 0);
             for (int k = 0; k < 3; ++k) {
-                ASSERT_EQ(zulformats::loadLittle<uint16_t>(r + 28 + 2 * k),
-                          c.colour ? colors[3 * (at + i) + k] * 256 : 0);
+                ASSERT_EQ(
+                    zulformats::loadLittle<uint16_t>(r + 28 + 2 * k),
+                    c.colour ? static_cast<uint16_t>(colors[3 * (at + i) + k] * c.colourScale) : 0);
             }
             ASSERT_EQ(zulformats::loadLittle<uint64_t>(r + 20), times[i]);
             for (const size_t b : {14, 15, 16, 17, 18, 19, 34, 35}) ASSERT_EQ(r[b], 0) << b;

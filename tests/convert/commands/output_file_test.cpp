@@ -45,28 +45,35 @@ TEST_F(OutputFileTest, WritersOfOnePathAtOnceNeverShareATemporaryName) {
 }
 
 // A ByteOutput's file holds its writes in order, whatever their sizes against its buffers (1 MiB,
-// written by a thread of its own once one fills), with a header rewritten at the end; a longer
-// file at the path is replaced whole.
+// written by a thread of its own once one fills) and whether they are written in place, with a
+// header rewritten at the end; a longer file at the path is replaced whole.
 TEST_F(OutputFileTest, AByteOutputKeepsItsWritesInOrder) {
     const size_t kMiB = size_t{1} << 20;
+    const size_t kInPlace = size_t{1} << 62;  // a size with this bit: writeInPlace
     const std::vector<std::vector<size_t>> cases = {
         {5},                              // one small write, no thread
         {kMiB - 1, 1, 1},                 // the buffer exactly full, then one more byte
         {3 * kMiB + 7},                   // one write larger than a buffer
         {100, 5 * kMiB, 100},             // small, large, small
         std::vector<size_t>(6000, 1500),  // small writes through more buffers than it has
-        {kMiB / 2, kMiB / 2 + 1, 2 * kMiB, 9}};
+        {kMiB / 2, kMiB / 2 + 1, 2 * kMiB, 9},
+        {100, 7 | kInPlace, kMiB - 1, 2 * kMiB | kInPlace, 3 * kMiB, 0 | kInPlace, 5},
+        {kMiB | kInPlace, 10}};
     for (size_t c = 0; c < cases.size(); ++c) {
         const std::string target = path("out" + std::to_string(c) + ".bin");
         writeBytes(target, std::string(12 * kMiB, 'x'));
         std::string expected;
         {
             zulformats::ByteOutput out(target);
-            for (const size_t n : cases[c]) {
+            for (const size_t size : cases[c]) {
+                const size_t n = size & ~kInPlace;
                 std::string piece(n, '\0');
                 for (size_t i = 0; i < n; ++i)
                     piece[i] = static_cast<char>('a' + (expected.size() + i) % 26);
-                out.text(piece);
+                if (size & kInPlace)
+                    out.writeInPlace(piece.data(), n);
+                else
+                    out.text(piece);
                 expected += piece;
             }
             out.rewrite(0, "HEAD", 4);
