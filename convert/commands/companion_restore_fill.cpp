@@ -1,6 +1,7 @@
 #include "commands/companion_restore_fill.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <type_traits>
 #include <utility>
@@ -203,9 +204,11 @@ __attribute__((target("avx2"))) bool roundPointsFour(const World& world, const d
     return allInside;
 }
 
+std::atomic<bool> fourAllowed{true};
+
 bool hasFour() {
     static const bool has = __builtin_cpu_supports("avx2");
-    return has;
+    return has && fourAllowed.load(std::memory_order_relaxed);
 }
 #endif
 
@@ -317,6 +320,14 @@ int64_t placeEach(const unsigned char* records, int64_t n, size_t length, const 
 }
 
 }  // namespace
+
+void allowWiderRounding(bool allowed) {
+#if defined(ZUL_ROUND_FOUR)
+    fourAllowed = allowed;
+#else
+    (void)allowed;
+#endif
+}
 
 int64_t placeRecords(const unsigned char* records, int64_t n, size_t length, const uint64_t* order,
                      uint64_t count, unsigned char* taken, unsigned char* whole) {

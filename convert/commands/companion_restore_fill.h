@@ -28,6 +28,10 @@ struct Placed {
 int64_t placeRecords(const unsigned char* records, int64_t n, size_t length, const uint64_t* order,
                      uint64_t count, unsigned char* taken, unsigned char* whole);
 
+// Whether the records' coordinates may be rounded with the processor's wider instructions where it
+// has them (the default); off, the narrower form rounds them, as on other processors. For tests.
+void allowWiderRounding(bool allowed);
+
 class LasRecordFill {
 public:
     // `colorScale` multiplies the stream's 8-bit colour; `header` is the stream's (its matrix

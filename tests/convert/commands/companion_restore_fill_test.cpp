@@ -72,49 +72,53 @@ TEST(LasRecordFill, WritesWhatThePlainFunctionsGive) {
         {"diagonal", true, diagonal, 0.001, 1000, true, false, 256},
         {"rotated", true, full, 0.5, 0, false, false, 256},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        zul_Header2 header = {};
-        header.enabled = c.enabled;
-        std::memcpy(header.transformation, c.matrix, sizeof header.transformation);
-        LasHead las;
-        las.pointFormat = 3;
-        las.recordLength = 36;  // two bytes no source writes: zeroed
-        las.colorOffset = 28;
-        for (int axis = 0; axis < 3; ++axis) las.scale[axis] = c.scale * (axis + 1);
-        for (int axis = 0; axis < 3; ++axis) las.offset[axis] = c.offset * axis;
-        std::vector<uint64_t> times(count);
-        for (size_t i = 0; i < count; ++i) times[i] = 0x0102030405060708u * (i + 1);
-        const std::vector<zulconvert::Placed> placed = {{0, 8, 20, -1}};
-        const zulconvert::LasRecordFill fill(las, header, c.colourScale, placed);
-        points.reflections = c.intensity ? reflections.data() : nullptr;
-        points.colors = c.colour ? colors.data() : nullptr;
-        const int64_t at = 3;  // past the batch's first points
-        const int64_t n = static_cast<int64_t>(count) - at;
-        std::vector<unsigned char> records(static_cast<size_t>(n) * las.recordLength, 0xee);
-        void* values[] = {times.data()};
-        fill.fill(points, at, n, values, records.data());
-        for (int64_t i = 0; i < n; ++i) {
-            const unsigned char* r = records.data() + static_cast<size_t>(i) * las.recordLength;
-            double q[3];
-            zulconvert::residualWorld(positions.data() + 3 * (at + i), header.transformation,
-                                      header.enabled, q);
-            for (int axis = 0; axis < 3; ++axis) {
-                ASSERT_EQ(zulformats::loadLittle<int32_t>(r + 4 * axis),
-                          zulconvert::lasCoordinate(q[axis], las.scale[axis], las.offset[axis]))
-                    << "point " << i << " axis " << axis << " at " << q[axis];
+    for (const bool wider : {true, false})
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(c.what) + (wider ? "" : ", the narrower rounding"));
+            zulconvert::allowWiderRounding(wider);
+            zul_Header2 header = {};
+            header.enabled = c.enabled;
+            std::memcpy(header.transformation, c.matrix, sizeof header.transformation);
+            LasHead las;
+            las.pointFormat = 3;
+            las.recordLength = 36;  // two bytes no source writes: zeroed
+            las.colorOffset = 28;
+            for (int axis = 0; axis < 3; ++axis) las.scale[axis] = c.scale * (axis + 1);
+            for (int axis = 0; axis < 3; ++axis) las.offset[axis] = c.offset * axis;
+            std::vector<uint64_t> times(count);
+            for (size_t i = 0; i < count; ++i) times[i] = 0x0102030405060708u * (i + 1);
+            const std::vector<zulconvert::Placed> placed = {{0, 8, 20, -1}};
+            const zulconvert::LasRecordFill fill(las, header, c.colourScale, placed);
+            points.reflections = c.intensity ? reflections.data() : nullptr;
+            points.colors = c.colour ? colors.data() : nullptr;
+            const int64_t at = 3;  // past the batch's first points
+            const int64_t n = static_cast<int64_t>(count) - at;
+            std::vector<unsigned char> records(static_cast<size_t>(n) * las.recordLength, 0xee);
+            void* values[] = {times.data()};
+            fill.fill(points, at, n, values, records.data());
+            for (int64_t i = 0; i < n; ++i) {
+                const unsigned char* r = records.data() + static_cast<size_t>(i) * las.recordLength;
+                double q[3];
+                zulconvert::residualWorld(positions.data() + 3 * (at + i), header.transformation,
+                                          header.enabled, q);
+                for (int axis = 0; axis < 3; ++axis) {
+                    ASSERT_EQ(zulformats::loadLittle<int32_t>(r + 4 * axis),
+                              zulconvert::lasCoordinate(q[axis], las.scale[axis], las.offset[axis]))
+                        << "point " << i << " axis " << axis << " at " << q[axis];
+                }
+                ASSERT_EQ(zulformats::loadLittle<uint16_t>(r + 12),
+                          c.intensity ? static_cast<uint16_t>(reflections[at + i]) : 0);
+                for (int k = 0; k < 3; ++k) {
+                    ASSERT_EQ(zulformats::loadLittle<uint16_t>(r + 28 + 2 * k),
+                              c.colour
+                                  ? static_cast<uint16_t>(colors[3 * (at + i) + k] * c.colourScale)
+                                  : 0);
+                }
+                ASSERT_EQ(zulformats::loadLittle<uint64_t>(r + 20), times[i]);
+                for (const size_t b : {14, 15, 16, 17, 18, 19, 34, 35}) ASSERT_EQ(r[b], 0) << b;
             }
-            ASSERT_EQ(zulformats::loadLittle<uint16_t>(r + 12),
-                      c.intensity ? static_cast<uint16_t>(reflections[at + i]) : 0);
-            for (int k = 0; k < 3; ++k) {
-                ASSERT_EQ(
-                    zulformats::loadLittle<uint16_t>(r + 28 + 2 * k),
-                    c.colour ? static_cast<uint16_t>(colors[3 * (at + i) + k] * c.colourScale) : 0);
-            }
-            ASSERT_EQ(zulformats::loadLittle<uint64_t>(r + 20), times[i]);
-            for (const size_t b : {14, 15, 16, 17, 18, 19, 34, 35}) ASSERT_EQ(r[b], 0) << b;
         }
-    }
+    zulconvert::allowWiderRounding(true);
 }
 
 // Each record to its place, for the lengths copied as known and any other; a place out of range
