@@ -16,6 +16,7 @@
 #include "commands/companion_las.h"
 #include "commands/companion_records.h"
 #include "commands/companion_report.h"
+#include "commands/companion_restore_fill.h"
 #include "commands/output_file.h"
 #include "commands/salvage.h"
 #include "formats/byte_output.h"
@@ -32,6 +33,55 @@ namespace {
 [[noreturn]] void damaged(const std::string& path, const std::string& what) {
     throw FormatError(path + ": " + what +
                       "; decompress with --no-companion to write the stream alone");
+}
+
+// The stored records (`data`, records of `width` bytes) and the rows the stream could not hold, in
+// the order they are written. With the input's order (one place a stored record in `order`, one a
+// row in `rowIndices`, ascending) that makes every place once, each record goes to its place;
+// other orders (a part of the file, a damaged companion) are sorted, ties in stored order, and the
+// rows merged in by number. Without the order, the rows follow the stored records.
+std::vector<unsigned char> inWrittenOrder(std::vector<unsigned char>& data,
+                                          const std::vector<uint64_t>* order,
+                                          const std::vector<unsigned char>& rows,
+                                          const std::vector<uint64_t>& rowIndices, size_t width) {
+    const uint64_t stored = data.size() / width;
+    const uint64_t written = stored + rowIndices.size();
+    std::vector<unsigned char> all;
+    if (order == nullptr) {
+        all.swap(data);
+        all.insert(all.end(), rows.begin(), rows.end());
+        return all;
+    }
+    if (std::is_sorted(rowIndices.begin(), rowIndices.end())) {
+        all.resize(written * width);
+        std::vector<unsigned char> taken(written, 0);
+        const int64_t numRows = static_cast<int64_t>(rowIndices.size());
+        if (placeRecords(rows.data(), numRows, width, rowIndices.data(), written, taken.data(),
+                         all.data()) == numRows &&
+            placeRecords(data.data(), static_cast<int64_t>(stored), width, order->data(), written,
+                         taken.data(), all.data()) == static_cast<int64_t>(stored))
+            return all;
+        all.clear();
+    }
+    std::vector<uint64_t> rank(stored);
+    std::iota(rank.begin(), rank.end(), uint64_t{0});
+    std::stable_sort(rank.begin(), rank.end(),
+                     [&](uint64_t a, uint64_t b) { return (*order)[a] < (*order)[b]; });
+    all.reserve(written * width);
+    size_t nextRow = 0;
+    for (uint64_t k = 0; k <= stored; ++k) {
+        while (nextRow < rowIndices.size() &&
+               (k == stored || rowIndices[nextRow] <= (*order)[rank[k]])) {
+            all.insert(all.end(), rows.begin() + static_cast<std::ptrdiff_t>(nextRow * width),
+                       rows.begin() + static_cast<std::ptrdiff_t>((nextRow + 1) * width));
+            ++nextRow;
+        }
+        if (k < stored) {
+            const unsigned char* r = data.data() + rank[k] * width;
+            all.insert(all.end(), r, r + width);
+        }
+    }
+    return all;
 }
 
 // How a text output spells each field: a position or normal whose residual the companion lacks
@@ -192,15 +242,17 @@ int restoreRecords(const DecompressOptions& options, Format format, zul_xin_Read
                                       zul_x_statusText(status) + ")");
                 }
             }
-            for (int64_t i = 0; i < n; ++i) {
-                if (options.box) {
-                    bool inside = true;
-                    for (int axis = 0; axis < 3; ++axis) {
-                        const double v = q[static_cast<size_t>(3 * i + axis)];
-                        inside = inside && v >= options.boxMin[axis] && v <= options.boxMax[axis];
-                    }
-                    if (!inside) continue;
+            if (!options.box) {
+                data.insert(data.end(), records.begin(), records.end());
+                if (info.hasOrder) order.insert(order.end(), chunkOrder.begin(), chunkOrder.end());
+            }
+            for (int64_t i = 0; i < n && options.box; ++i) {
+                bool inside = true;
+                for (int axis = 0; axis < 3; ++axis) {
+                    const double v = q[static_cast<size_t>(3 * i + axis)];
+                    inside = inside && v >= options.boxMin[axis] && v <= options.boxMax[axis];
                 }
+                if (!inside) continue;
                 const unsigned char* r = records.data() + static_cast<size_t>(i) * width;
                 data.insert(data.end(), r, r + width);
                 if (info.hasOrder) order.push_back(chunkOrder[static_cast<size_t>(i)]);
@@ -231,31 +283,9 @@ int restoreRecords(const DecompressOptions& options, Format format, zul_xin_Read
             damaged(path,
                     std::string("its rows cannot be read (") + zul_x_statusText(status) + ")");
     }
-    const uint64_t stored = data.size() / width;
-    const uint64_t written = stored + rowIndices.size();
-    // The stored records in the input's order (or stored order), the rows merged in by number.
-    std::vector<uint64_t> rank(stored);
-    std::iota(rank.begin(), rank.end(), uint64_t{0});
-    if (info.hasOrder) {
-        std::stable_sort(rank.begin(), rank.end(),
-                         [&](uint64_t a, uint64_t b) { return order[a] < order[b]; });
-    }
-    std::vector<unsigned char> all;
-    all.reserve(written * width);
-    size_t nextRow = 0;
-    for (uint64_t k = 0; k <= stored; ++k) {
-        // Without the order, the rows follow the stored points.
-        while (nextRow < rowIndices.size() &&
-               (k == stored || (info.hasOrder && rowIndices[nextRow] <= order[rank[k]]))) {
-            all.insert(all.end(), rows.begin() + static_cast<std::ptrdiff_t>(nextRow * width),
-                       rows.begin() + static_cast<std::ptrdiff_t>((nextRow + 1) * width));
-            ++nextRow;
-        }
-        if (k < stored) {
-            const unsigned char* r = data.data() + rank[k] * width;
-            all.insert(all.end(), r, r + width);
-        }
-    }
+    const uint64_t written = data.size() / width + rowIndices.size();
+    std::vector<unsigned char> all =
+        inWrittenOrder(data, info.hasOrder ? &order : nullptr, rows, rowIndices, width);
     std::vector<unsigned char>().swap(data);
 
     const bool recount = written != static_cast<uint64_t>(info.numPoints + rowCount);

@@ -39,6 +39,9 @@ const TextCase kTextCases[] = {
     {"a .pts count, a box leaving one point", "e.pts",
      "# scan\n2\n1 1 1 10 20 30 7\n5 5 5 1 2 3 8\n", "--bbox 0,0,0,2,2,2",
      "# scan\n1\n1 1 1 10 20 30 7\n"},
+    {"a box in the input's order, not the stored one", "g.csv",
+     "x,y,z,k\n5,5,5,1\n4,4,4,2\n3,3,3,3\n1,1,1,4\n2,2,2,5\n", "--bbox 0,0,0,4.5,4.5,4.5",
+     "x,y,z,k\n4,4,4,2\n3,3,3,3\n1,1,1,4\n2,2,2,5\n"},
 };
 
 class CompanionText : public ToolTest, public ::testing::WithParamInterface<TextCase> {};
