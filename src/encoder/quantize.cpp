@@ -99,29 +99,40 @@ bool quantizeRecords(std::vector<zul_QuantizedPoint>& points, const RecordInputs
                      zullib::BoundingBox3d<long long>& box) {
     const zul_PointData& data = *in.pointData;
     const size_t numPoints = static_cast<size_t>(data.numPoints);
+    // Every record is zeroed once by the resize and then written through a plain pointer, the
+    // box kept in locals, so that no store of a record makes the loop reload what it reads.
     points.clear();
-    points.reserve(numPoints);
+    points.resize(numPoints);
+    zul_QuantizedPoint* const records = points.data();
+    const double* const positions = data.positions;
+    const uint8_t* const colors = data.colors;
+    const int32_t* const reflections = data.reflections;
+    const double step = in.step;
+    long long low[3], high[3];
+    for (int axis = 0; axis < 3; ++axis) {
+        low[axis] = box.min[axis];
+        high[axis] = box.max[axis];
+    }
     for (size_t i = 0; i < numPoints; ++i) {
-        zul_QuantizedPoint record;
-        const double* position = data.positions + 3 * i;
-        long long grid[3];
+        zul_QuantizedPoint& record = records[i];
         for (int axis = 0; axis < 3; ++axis) {
-            grid[axis] = zullib::quantizeCoordinate(position[axis], in.step);
-            record.coordinates[axis] = grid[axis];
+            const long long grid = zullib::quantizeCoordinate(positions[3 * i + axis], step);
+            record.coordinates[axis] = grid;
+            low[axis] = std::min(low[axis], grid);
+            high[axis] = std::max(high[axis], grid);
         }
-        box.extend(grid);
-        for (int c = 0; c < 3; ++c)
-            record.rgb[c] =
-                kColor ? static_cast<uint8_t>(data.colors[3 * i + c] >> in.rgbShift[c]) : 0;
-        record.reflection =
-            kReflection ? std::max(0, std::min(data.reflections[i], in.maxReflection)) : 0;
-        if (kNormals) {
-            if (!zullib::quantizeNormal(data.normals + 3 * i, record.normal, *in.cellFinder))
-                return false;
-        } else {
-            record.normal[0] = record.normal[1] = 0;
-        }
-        points.push_back(record);
+        if (kColor)
+            for (int c = 0; c < 3; ++c)
+                record.rgb[c] = static_cast<uint8_t>(colors[3 * i + c] >> in.rgbShift[c]);
+        if (kReflection)
+            record.reflection = std::max(0, std::min(reflections[i], in.maxReflection));
+        if (kNormals &&
+            !zullib::quantizeNormal(data.normals + 3 * i, record.normal, *in.cellFinder))
+            return false;
+    }
+    for (int axis = 0; axis < 3; ++axis) {
+        box.min[axis] = low[axis];
+        box.max[axis] = high[axis];
     }
     return true;
 }
