@@ -41,7 +41,7 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
         // The small deltas of a component by table, all of them if it is narrow; a table pays
         // for itself only over a chunk several times its size.
         const int window = std::min(absoluteBits[c], int{DeltaCodeTable::kMaxWidth});
-        if (encoders[c].usable() && points.size() >= (size_t{4} << window))
+        if (encoders[c].usable() && points.size() >= (size_t{1} << window))
             codeTables[c] = DeltaCodeTable(encoders[c], coding.lastPrefix[c], window);
         fast = fast && encoders[c].usable() && encoders[c].widestPayload() <= 64;
         bitsPerPoint += DeltaEncoder::kMaxEntries + encoders[c].widestPayload();
