@@ -14,6 +14,7 @@
 #include "entropy/delta_encoder.h"
 #include "entropy/quantized_point.h"
 #include "entropy/stream_coding.h"
+#include "frame/bit_length.h"
 #include "frame/compiler.h"
 
 namespace zullib {
@@ -39,9 +40,11 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
     for (int c = 0; c < kComponents; ++c) {
         encoders[c] = DeltaEncoder(coding.lookup[c]);
         // The small deltas of a component by table, all of them if it is narrow; a table pays
-        // for itself only over a chunk several times its size.
-        const int window = std::min(absoluteBits[c], int{DeltaCodeTable::kMaxWidth});
-        if (encoders[c].usable() && points.size() >= (size_t{1} << window))
+        // for itself over a chunk of at least its positive half's size, so a small chunk takes a
+        // narrower window.
+        const int chunkBits = bitLength(static_cast<uint64_t>(points.size())) - 1;
+        const int window = std::min({absoluteBits[c], int{DeltaCodeTable::kMaxWidth}, chunkBits});
+        if (encoders[c].usable() && window >= 0)
             codeTables[c] = DeltaCodeTable(encoders[c], coding.lastPrefix[c], window);
         fast = fast && encoders[c].usable() && encoders[c].widestPayload() <= 64;
         bitsPerPoint += DeltaEncoder::kMaxEntries + encoders[c].widestPayload();
