@@ -57,20 +57,24 @@ const size_t kRadixFrom = 2048;
 template <class Element>
 bool makeElements(const std::vector<zul_QuantizedPoint>& points, const int (&width)[3],
                   Element* elements, bool& ascending) {
-    uint64_t previous = 0;
-    bool neighboursTie = false, descends = false;
-    for (size_t i = 0; i < points.size(); ++i) {
-        const int64_t* c = points[i].coordinates;
-        // A slot of width 0 holds only zeros, and a shift by 0 leaves the key as it is.
-        const uint64_t key = (static_cast<uint64_t>(c[0]) << width[1] | static_cast<uint64_t>(c[1]))
-                                 << width[2] |
-                             static_cast<uint64_t>(c[2]);
+    // A slot of width 0 holds only zeros, and a shift by 0 leaves the key as it is.
+    const auto keyOf = [&](const zul_QuantizedPoint& point) {
+        const int64_t* c = point.coordinates;
+        return (static_cast<uint64_t>(c[0]) << width[1] | static_cast<uint64_t>(c[1])) << width[2] |
+               static_cast<uint64_t>(c[2]);
+    };
+    const size_t n = points.size();
+    uint64_t previous = n > 0 ? keyOf(points[0]) : 0;
+    if (n > 0) new (&elements[0]) Element(Element::make(previous, 0));
+    bool neighboursTie = false, notAbove = false;
+    for (size_t i = 1; i < n; ++i) {
+        const uint64_t key = keyOf(points[i]);
         new (&elements[i]) Element(Element::make(key, static_cast<uint32_t>(i)));
-        neighboursTie |= i > 0 && key == previous;
-        descends |= i > 0 && key < previous;
+        neighboursTie |= key == previous;
+        notAbove |= key <= previous;
         previous = key;
     }
-    ascending = !neighboursTie && !descends;
+    ascending = !notAbove;
     return neighboursTie;
 }
 
@@ -96,8 +100,11 @@ Element* radixSort(Element* elements, Element* other, size_t n, int keyBits, uin
     for (int shift = 0; shift < keyBits; shift += kDigitBits, counts += kDigits) {
         // Every element shares the digit exactly when the first element's digit counts them all.
         if (counts[(elements[0].sortKey() >> shift) & (kDigits - 1)] == n) continue;
+        // The last pass may take fewer bits than a digit holds; digits beyond them count none.
+        const size_t digits =
+            keyBits - shift < kDigitBits ? size_t{1} << (keyBits - shift) : kDigits;
         uint32_t start = 0;
-        for (size_t d = 0; d < kDigits; ++d) {
+        for (size_t d = 0; d < digits; ++d) {
             const uint32_t count = counts[d];
             counts[d] = start;
             start += count;
