@@ -7,6 +7,7 @@
 #include <new>
 
 #include "frame/bit_length.h"
+#include "frame/compiler.h"
 
 namespace zullib {
 
@@ -104,11 +105,13 @@ Element* radixSort(Element* elements, Element* other, size_t n, int keyBits, uin
         const size_t digits =
             keyBits - shift < kDigitBits ? size_t{1} << (keyBits - shift) : kDigits;
         uint32_t start = 0;
+        ZUL_UNROLL_4
         for (size_t d = 0; d < digits; ++d) {
             const uint32_t count = counts[d];
             counts[d] = start;
             start += count;
         }
+        ZUL_UNROLL_4
         for (size_t i = 0; i < n; ++i)
             new (&other[counts[(elements[i].sortKey() >> shift) & (kDigits - 1)]++])
                 Element(elements[i]);
