@@ -68,6 +68,7 @@ bool makeElements(const std::vector<zul_QuantizedPoint>& points, const int (&wid
     uint64_t previous = n > 0 ? keyOf(points[0]) : 0;
     if (n > 0) new (&elements[0]) Element(Element::make(previous, 0));
     bool neighboursTie = false, notAbove = false;
+    ZUL_UNROLL_4
     for (size_t i = 1; i < n; ++i) {
         const uint64_t key = keyOf(points[i]);
         new (&elements[i]) Element(Element::make(key, static_cast<uint32_t>(i)));
@@ -85,6 +86,7 @@ template <class Element>
 void countDigits(const Element* elements, size_t n, int keyBits, uint32_t* counts) {
     const int passes = (keyBits + kDigitBits - 1) / kDigitBits;
     std::fill(counts, counts + passes * kDigits, 0);
+    ZUL_UNROLL_4
     for (size_t i = 0; i < n; ++i) {
         const uint64_t key = elements[i].sortKey();
         for (int p = 0; p < passes; ++p)

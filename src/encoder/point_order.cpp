@@ -56,6 +56,7 @@ void countStreams(const std::vector<zul_QuantizedPoint>& points,
     StreamCounter<zul_QuantizedPoint::RGBAccessor> colors;
     StreamCounter<zul_QuantizedPoint::ReflectionAccessor> reflections;
     StreamCounter<zul_QuantizedPoint::NormalAccessor> normals;
+    ZUL_UNROLL_4
     for (const zul_QuantizedPoint& point : points) {
         coordinates.count(point);
         if (kColor) colors.count(point);

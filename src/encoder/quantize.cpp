@@ -113,6 +113,7 @@ bool quantizeRecords(std::vector<zul_QuantizedPoint>& points, const RecordInputs
         low[axis] = box.min[axis];
         high[axis] = box.max[axis];
     }
+    ZUL_UNROLL_4
     for (size_t i = 0; i < numPoints; ++i) {
         zul_QuantizedPoint& record = records[i];
         for (int axis = 0; axis < 3; ++axis) {
@@ -167,11 +168,15 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
     if (!loop(points, inputs, chunkBox)) return zul_STATUS_INVALID_ARGUMENT;
 
     const zullib::ChunkAxes axes = zullib::chunkAxes(chunkBox);
+    // The remap and the minima in locals, so that no store of a record makes the loop reload them.
+    const int remap[3] = {axes.axisRemap[0], axes.axisRemap[1], axes.axisRemap[2]};
+    const int64_t slotMin[3] = {axes.slotMin[0], axes.slotMin[1], axes.slotMin[2]};
+    ZUL_UNROLL_4
     for (zul_QuantizedPoint& record : points) {
         const int64_t grid[3] = {record.coordinates[0], record.coordinates[1],
                                  record.coordinates[2]};
         for (int k = 0; k < 3; ++k)
-            record.coordinates[k] = zullib::wrappingSub(grid[axes.axisRemap[k]], axes.slotMin[k]);
+            record.coordinates[k] = zullib::wrappingSub(grid[remap[k]], slotMin[k]);
     }
     for (int k = 0; k < 3; ++k) {
         axisRemap[k] = axes.axisRemap[k];
