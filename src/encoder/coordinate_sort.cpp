@@ -7,6 +7,7 @@
 #include <new>
 
 #include "frame/bit_length.h"
+#include "frame/compiler.h"
 
 namespace zullib {
 
@@ -57,20 +58,25 @@ const size_t kRadixFrom = 2048;
 template <class Element>
 bool makeElements(const std::vector<zul_QuantizedPoint>& points, const int (&width)[3],
                   Element* elements, bool& ascending) {
-    uint64_t previous = 0;
-    bool neighboursTie = false, descends = false;
-    for (size_t i = 0; i < points.size(); ++i) {
-        const int64_t* c = points[i].coordinates;
-        // A slot of width 0 holds only zeros, and a shift by 0 leaves the key as it is.
-        const uint64_t key = (static_cast<uint64_t>(c[0]) << width[1] | static_cast<uint64_t>(c[1]))
-                                 << width[2] |
-                             static_cast<uint64_t>(c[2]);
+    // A slot of width 0 holds only zeros, and a shift by 0 leaves the key as it is.
+    const auto keyOf = [&](const zul_QuantizedPoint& point) {
+        const int64_t* c = point.coordinates;
+        return (static_cast<uint64_t>(c[0]) << width[1] | static_cast<uint64_t>(c[1])) << width[2] |
+               static_cast<uint64_t>(c[2]);
+    };
+    const size_t n = points.size();
+    uint64_t previous = n > 0 ? keyOf(points[0]) : 0;
+    if (n > 0) new (&elements[0]) Element(Element::make(previous, 0));
+    bool neighboursTie = false, notAbove = false;
+    ZUL_UNROLL_4
+    for (size_t i = 1; i < n; ++i) {
+        const uint64_t key = keyOf(points[i]);
         new (&elements[i]) Element(Element::make(key, static_cast<uint32_t>(i)));
-        neighboursTie |= i > 0 && key == previous;
-        descends |= i > 0 && key < previous;
+        neighboursTie |= key == previous;
+        notAbove |= key <= previous;
         previous = key;
     }
-    ascending = !neighboursTie && !descends;
+    ascending = !notAbove;
     return neighboursTie;
 }
 
@@ -80,6 +86,7 @@ template <class Element>
 void countDigits(const Element* elements, size_t n, int keyBits, uint32_t* counts) {
     const int passes = (keyBits + kDigitBits - 1) / kDigitBits;
     std::fill(counts, counts + passes * kDigits, 0);
+    ZUL_UNROLL_4
     for (size_t i = 0; i < n; ++i) {
         const uint64_t key = elements[i].sortKey();
         for (int p = 0; p < passes; ++p)
@@ -96,12 +103,17 @@ Element* radixSort(Element* elements, Element* other, size_t n, int keyBits, uin
     for (int shift = 0; shift < keyBits; shift += kDigitBits, counts += kDigits) {
         // Every element shares the digit exactly when the first element's digit counts them all.
         if (counts[(elements[0].sortKey() >> shift) & (kDigits - 1)] == n) continue;
+        // The last pass may take fewer bits than a digit holds; digits beyond them count none.
+        const size_t digits =
+            keyBits - shift < kDigitBits ? size_t{1} << (keyBits - shift) : kDigits;
         uint32_t start = 0;
-        for (size_t d = 0; d < kDigits; ++d) {
+        ZUL_UNROLL_4
+        for (size_t d = 0; d < digits; ++d) {
             const uint32_t count = counts[d];
             counts[d] = start;
             start += count;
         }
+        ZUL_UNROLL_4
         for (size_t i = 0; i < n; ++i)
             new (&other[counts[(elements[i].sortKey() >> shift) & (kDigits - 1)]++])
                 Element(elements[i]);

@@ -44,6 +44,41 @@ struct StreamCounter {
     }
 };
 
+// One pass over the records for every stream the type has; one loop for each combination, so
+// that no point asks which streams there are.
+template <bool kColor, bool kReflection, bool kNormals>
+void countStreams(const std::vector<zul_QuantizedPoint>& points,
+                  zullib::BitLengthCounts (&coordinateFrequencies)[3],
+                  zullib::BitLengthCounts (&rgbFrequencies)[3],
+                  zullib::BitLengthCounts (&reflectionFrequencies)[1],
+                  zullib::BitLengthCounts (&normalFrequencies)[2]) {
+    StreamCounter<zul_QuantizedPoint::CoordinateAccessor> coordinates;
+    StreamCounter<zul_QuantizedPoint::RGBAccessor> colors;
+    StreamCounter<zul_QuantizedPoint::ReflectionAccessor> reflections;
+    StreamCounter<zul_QuantizedPoint::NormalAccessor> normals;
+    ZUL_UNROLL_4
+    for (const zul_QuantizedPoint& point : points) {
+        coordinates.count(point);
+        if (kColor) colors.count(point);
+        if (kReflection) reflections.count(point);
+        if (kNormals) normals.count(point);
+    }
+    coordinates.addTo(coordinateFrequencies);
+    if (kColor) colors.addTo(rgbFrequencies);
+    if (kReflection) reflections.addTo(reflectionFrequencies);
+    if (kNormals) normals.addTo(normalFrequencies);
+}
+
+using CountLoop = void (*)(const std::vector<zul_QuantizedPoint>&, zullib::BitLengthCounts (&)[3],
+                           zullib::BitLengthCounts (&)[3], zullib::BitLengthCounts (&)[1],
+                           zullib::BitLengthCounts (&)[2]);
+// Indexed by colour * 4 + reflection * 2 + normals.
+const CountLoop kCountLoops[8] = {
+    countStreams<false, false, false>, countStreams<false, false, true>,
+    countStreams<false, true, false>,  countStreams<false, true, true>,
+    countStreams<true, false, false>,  countStreams<true, false, true>,
+    countStreams<true, true, false>,   countStreams<true, true, true>};
+
 }  // namespace
 
 void zul_enc_ContextStruct::sortQuantizedPoints(QuantizedPoints& points) {
@@ -55,20 +90,7 @@ void zul_enc_ContextStruct::countDeltaBitLengthFrequencies(const QuantizedPoints
                                                            Frequencies (&rgbFrequencies)[3],
                                                            Frequencies (&reflectionFrequencies)[1],
                                                            Frequencies (&normalFrequencies)[2]) {
-    // One pass over the records for every stream.
     const zullib::ChunkStreams streams(dataType);
-    StreamCounter<zul_QuantizedPoint::CoordinateAccessor> coordinates;
-    StreamCounter<zul_QuantizedPoint::RGBAccessor> colors;
-    StreamCounter<zul_QuantizedPoint::ReflectionAccessor> reflections;
-    StreamCounter<zul_QuantizedPoint::NormalAccessor> normals;
-    for (const zul_QuantizedPoint& point : points) {
-        coordinates.count(point);
-        if (streams.color) colors.count(point);
-        if (streams.reflection) reflections.count(point);
-        if (streams.normals) normals.count(point);
-    }
-    coordinates.addTo(coordinateFrequencies);
-    if (streams.color) colors.addTo(rgbFrequencies);
-    if (streams.reflection) reflections.addTo(reflectionFrequencies);
-    if (streams.normals) normals.addTo(normalFrequencies);
+    kCountLoops[int{streams.color} * 4 + int{streams.reflection} * 2 + int{streams.normals}](
+        points, coordinateFrequencies, rgbFrequencies, reflectionFrequencies, normalFrequencies);
 }

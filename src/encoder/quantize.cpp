@@ -99,29 +99,41 @@ bool quantizeRecords(std::vector<zul_QuantizedPoint>& points, const RecordInputs
                      zullib::BoundingBox3d<long long>& box) {
     const zul_PointData& data = *in.pointData;
     const size_t numPoints = static_cast<size_t>(data.numPoints);
+    // Every record is zeroed once by the resize and then written through a plain pointer, the
+    // box kept in locals, so that no store of a record makes the loop reload what it reads.
     points.clear();
-    points.reserve(numPoints);
+    points.resize(numPoints);
+    zul_QuantizedPoint* const records = points.data();
+    const double* const positions = data.positions;
+    const uint8_t* const colors = data.colors;
+    const int32_t* const reflections = data.reflections;
+    const double step = in.step;
+    long long low[3], high[3];
+    for (int axis = 0; axis < 3; ++axis) {
+        low[axis] = box.min[axis];
+        high[axis] = box.max[axis];
+    }
+    ZUL_UNROLL_4
     for (size_t i = 0; i < numPoints; ++i) {
-        zul_QuantizedPoint record;
-        const double* position = data.positions + 3 * i;
-        long long grid[3];
+        zul_QuantizedPoint& record = records[i];
         for (int axis = 0; axis < 3; ++axis) {
-            grid[axis] = zullib::quantizeCoordinate(position[axis], in.step);
-            record.coordinates[axis] = grid[axis];
+            const long long grid = zullib::quantizeCoordinate(positions[3 * i + axis], step);
+            record.coordinates[axis] = grid;
+            low[axis] = std::min(low[axis], grid);
+            high[axis] = std::max(high[axis], grid);
         }
-        box.extend(grid);
-        for (int c = 0; c < 3; ++c)
-            record.rgb[c] =
-                kColor ? static_cast<uint8_t>(data.colors[3 * i + c] >> in.rgbShift[c]) : 0;
-        record.reflection =
-            kReflection ? std::max(0, std::min(data.reflections[i], in.maxReflection)) : 0;
-        if (kNormals) {
-            if (!zullib::quantizeNormal(data.normals + 3 * i, record.normal, *in.cellFinder))
-                return false;
-        } else {
-            record.normal[0] = record.normal[1] = 0;
-        }
-        points.push_back(record);
+        if (kColor)
+            for (int c = 0; c < 3; ++c)
+                record.rgb[c] = static_cast<uint8_t>(colors[3 * i + c] >> in.rgbShift[c]);
+        if (kReflection)
+            record.reflection = std::max(0, std::min(reflections[i], in.maxReflection));
+        if (kNormals &&
+            !zullib::quantizeNormal(data.normals + 3 * i, record.normal, *in.cellFinder))
+            return false;
+    }
+    for (int axis = 0; axis < 3; ++axis) {
+        box.min[axis] = low[axis];
+        box.max[axis] = high[axis];
     }
     return true;
 }
@@ -156,11 +168,15 @@ zul_Status zul_enc_ContextStruct::quantizeRemapAndShiftPoints(QuantizedPoints& p
     if (!loop(points, inputs, chunkBox)) return zul_STATUS_INVALID_ARGUMENT;
 
     const zullib::ChunkAxes axes = zullib::chunkAxes(chunkBox);
+    // The remap and the minima in locals, so that no store of a record makes the loop reload them.
+    const int remap[3] = {axes.axisRemap[0], axes.axisRemap[1], axes.axisRemap[2]};
+    const int64_t slotMin[3] = {axes.slotMin[0], axes.slotMin[1], axes.slotMin[2]};
+    ZUL_UNROLL_4
     for (zul_QuantizedPoint& record : points) {
         const int64_t grid[3] = {record.coordinates[0], record.coordinates[1],
                                  record.coordinates[2]};
         for (int k = 0; k < 3; ++k)
-            record.coordinates[k] = zullib::wrappingSub(grid[axes.axisRemap[k]], axes.slotMin[k]);
+            record.coordinates[k] = zullib::wrappingSub(grid[remap[k]], slotMin[k]);
     }
     for (int k = 0; k < 3; ++k) {
         axisRemap[k] = axes.axisRemap[k];

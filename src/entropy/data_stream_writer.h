@@ -14,6 +14,7 @@
 #include "entropy/delta_encoder.h"
 #include "entropy/quantized_point.h"
 #include "entropy/stream_coding.h"
+#include "frame/bit_length.h"
 #include "frame/compiler.h"
 
 namespace zullib {
@@ -39,9 +40,11 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
     for (int c = 0; c < kComponents; ++c) {
         encoders[c] = DeltaEncoder(coding.lookup[c]);
         // The small deltas of a component by table, all of them if it is narrow; a table pays
-        // for itself only over a chunk several times its size.
-        const int window = std::min(absoluteBits[c], int{DeltaCodeTable::kMaxWidth});
-        if (encoders[c].usable() && points.size() >= (size_t{4} << window))
+        // for itself over a chunk of at least its positive half's size, so a small chunk takes a
+        // narrower window.
+        const int chunkBits = bitLength(static_cast<uint64_t>(points.size())) - 1;
+        const int window = std::min({absoluteBits[c], int{DeltaCodeTable::kMaxWidth}, chunkBits});
+        if (encoders[c].usable() && window >= 0)
             codeTables[c] = DeltaCodeTable(encoders[c], coding.lastPrefix[c], window);
         fast = fast && encoders[c].usable() && encoders[c].widestPayload() <= 64;
         bitsPerPoint += DeltaEncoder::kMaxEntries + encoders[c].widestPayload();
@@ -50,57 +53,75 @@ void writeStreamBody(BitStreamOut& out, const std::vector<zul_QuantizedPoint>& p
         BitPacker packer(out, static_cast<int64_t>(points.size()) * ((bitsPerPoint + 7) / 8));
         // A point's fields gather in one word while they fit, so that the packer takes a point's
         // codes in one step rather than one a component. Where a whole point fits in the word
-        // (at most kMaxEntries prefix bits and the widest payload a component), no field asks.
-        const auto writePoints = [&](auto pointFits) {
+        // (at most kMaxEntries prefix bits and the widest payload a component), no field asks;
+        // where two surely fit, the word gathers the codes of as many points as it can and goes
+        // to the packer only before a point that might not fit.
+        struct Gathered {
+            uint64_t word = 0;
+            int bits = 0;
+        };
+        const auto flush = [&](Gathered& gathered) {
+            packer.put(gathered.word, gathered.bits);
+            gathered = Gathered();
+        };
+        const auto writePoint = [&](const zul_QuantizedPoint& point, Gathered& gathered,
+                                    auto pointFits) {
             constexpr bool kPointFits = decltype(pointFits)::value;
-            for (const zul_QuantizedPoint& point : points) {
-                uint64_t gathered = 0;
-                int gatheredBits = 0;
-                const auto flush = [&]() {
-                    packer.put(gathered, gatheredBits);
-                    gathered = 0;
-                    gatheredBits = 0;
-                };
-                const auto add = [&](uint64_t field, int fieldBits) {
-                    if (!kPointFits && gatheredBits + fieldBits > 56) flush();
-                    gathered |= field << gatheredBits;
-                    gatheredBits += fieldBits;
-                };
-                ZUL_UNROLL_4
-                for (int c = 0; c < kComponents; ++c) {
-                    const int64_t current = Accessor::get(point, c);
-                    const int64_t delta = Accessor::delta(c, previous[c], current);
-                    previous[c] = current;
-                    uint64_t field;
-                    int fieldBits;
-                    if (codeTables[c].code(delta, current, field, fieldBits)) {
-                        add(field, fieldBits);
-                        continue;
-                    }
-                    int64_t value;
-                    int prefix, numBits;
-                    encoders[c].encode(delta, current, value, prefix, numBits);
-                    // Prefix i is i one-bits, closed by a zero-bit unless it is the last prefix.
-                    const uint64_t ones = (uint64_t{1} << prefix) - 1;
-                    const int prefixBits = prefix < coding.lastPrefix[c] ? prefix + 1 : prefix;
-                    const uint64_t payload =
-                        numBits < 64 ? static_cast<uint64_t>(value) & ((uint64_t{1} << numBits) - 1)
-                                     : static_cast<uint64_t>(value);
-                    if (kPointFits || prefixBits + numBits <= 56) {
-                        add(ones | payload << prefixBits, prefixBits + numBits);
-                    } else {
-                        flush();
-                        packer.put(ones, prefixBits);
-                        packer.putWide(payload, numBits);
-                    }
+            const auto add = [&](uint64_t field, int fieldBits) {
+                if (!kPointFits && gathered.bits + fieldBits > 56) flush(gathered);
+                gathered.word |= field << gathered.bits;
+                gathered.bits += fieldBits;
+            };
+            ZUL_UNROLL_4
+            for (int c = 0; c < kComponents; ++c) {
+                const int64_t current = Accessor::get(point, c);
+                const int64_t delta = Accessor::delta(c, previous[c], current);
+                previous[c] = current;
+                uint64_t field;
+                int fieldBits;
+                if (codeTables[c].code(delta, current, field, fieldBits)) {
+                    add(field, fieldBits);
+                    continue;
                 }
-                flush();
+                int64_t value;
+                int prefix, numBits;
+                encoders[c].encode(delta, current, value, prefix, numBits);
+                // Prefix i is i one-bits, closed by a zero-bit unless it is the last prefix.
+                const uint64_t ones = (uint64_t{1} << prefix) - 1;
+                const int prefixBits = prefix < coding.lastPrefix[c] ? prefix + 1 : prefix;
+                const uint64_t payload =
+                    numBits < 64 ? static_cast<uint64_t>(value) & ((uint64_t{1} << numBits) - 1)
+                                 : static_cast<uint64_t>(value);
+                if (kPointFits || prefixBits + numBits <= 56) {
+                    add(ones | payload << prefixBits, prefixBits + numBits);
+                } else {
+                    flush(gathered);
+                    packer.put(ones, prefixBits);
+                    packer.putWide(payload, numBits);
+                }
             }
         };
-        if (bitsPerPoint <= 56)
-            writePoints(std::true_type{});
-        else
-            writePoints(std::false_type{});
+        const auto eachPoint = [&](auto pointFits) {
+            for (const zul_QuantizedPoint& point : points) {
+                Gathered gathered;
+                writePoint(point, gathered, pointFits);
+                flush(gathered);
+            }
+        };
+        if (bitsPerPoint <= 28) {
+            const int pointBits = static_cast<int>(bitsPerPoint);
+            Gathered gathered;
+            ZUL_UNROLL_4
+            for (const zul_QuantizedPoint& point : points) {
+                if (gathered.bits + pointBits > 56) flush(gathered);
+                writePoint(point, gathered, std::true_type{});
+            }
+            flush(gathered);
+        } else if (bitsPerPoint <= 56) {
+            eachPoint(std::true_type{});
+        } else {
+            eachPoint(std::false_type{});
+        }
         packer.finish();
         return;
     }

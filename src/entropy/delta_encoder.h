@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "entropy/cvr.h"
@@ -135,7 +136,8 @@ public:
     DeltaCodeTable(const DeltaEncoder& encoder, int lastPrefix, int windowBits) {
         if (windowBits > kMaxWidth) return;
         bound_ = (int64_t{1} << windowBits) - 1;
-        entries_.resize(static_cast<size_t>(2 * bound_ + 1));
+        // Left unset here: the ranges below cover every entry of the window.
+        entries_.reset(new Entry[static_cast<size_t>(2 * bound_ + 1)]);
         // Outward from 0 on each side, a range at a time: the deltas of one range share their
         // prefix and width, and their payloads step by one with them.
         int range = 0;
@@ -148,11 +150,11 @@ public:
             delta = range >= 0 ? std::max(encoder.reach(false, range), -bound_) - 1 : delta;
         }
         if (range < 0) {
-            entries_.clear();
+            entries_.reset();
             bound_ = -1;
             return;
         }
-        size_ = entries_.size();
+        size_ = static_cast<uint64_t>(2 * bound_ + 1);
     }
 
     // The field for `delta` of a value `current`, with its width; false if `delta` lies outside
@@ -169,11 +171,12 @@ public:
     }
 
 private:
+    // Trivial, so that a table's storage is not zeroed before fill() writes it.
     struct Entry {
-        uint64_t code = 0;
-        uint64_t absoluteMask = 0;  // the bits of an escape's absolute value
-        uint8_t bits = 0;           // prefix, and payload unless an escape
-        uint8_t totalBits = 0;      // with an escape's absolute value
+        uint64_t code;
+        uint64_t absoluteMask;  // the bits of an escape's absolute value
+        uint8_t bits;           // prefix, and payload unless an escape
+        uint8_t totalBits;      // with an escape's absolute value
     };
 
     // The entries from `delta` outward to the end of its range or to `limit` (-bound_ or bound_),
@@ -185,7 +188,7 @@ private:
         const bool escape = encoder.encodeFrom(first, delta, 0, value, prefix, numBits);
         const int prefixBits = prefix < lastPrefix ? prefix + 1 : prefix;
         if (prefix >= 56 || prefixBits + numBits > 56) return -1;
-        Entry entry;
+        Entry entry{};
         entry.code = (uint64_t{1} << prefix) - 1;
         entry.bits = static_cast<uint8_t>(prefixBits);
         entry.totalBits = static_cast<uint8_t>(prefixBits + numBits);
@@ -197,18 +200,27 @@ private:
         const bool up = delta >= 0;
         const int64_t end = up ? std::min(encoder.reach(true, prefix), limit)
                                : std::max(encoder.reach(false, prefix), limit);
-        // The payload of each later delta is one more (upward) or one less (downward).
-        for (uint64_t at = static_cast<uint64_t>(value);; at += up ? 1 : -1) {
-            entry.code = ones | (at & mask) << prefixBits;
-            entries_[static_cast<size_t>(delta + bound_)] = entry;
-            if (delta == end) break;
-            delta += up ? 1 : -1;
+        // The payload of each later delta is one more (upward) or one less (downward): entry k
+        // of the run lies k entries from the first, outward.
+        const uint64_t payload0 = static_cast<uint64_t>(value);
+        const int64_t count = up ? end - delta + 1 : delta - end + 1;
+        Entry* const at = entries_.get() + (delta + bound_);
+        if (up) {
+            for (int64_t k = 0; k < count; ++k) {
+                entry.code = ones | ((payload0 + static_cast<uint64_t>(k)) & mask) << prefixBits;
+                at[k] = entry;
+            }
+        } else {
+            for (int64_t k = 0; k < count; ++k) {
+                entry.code = ones | ((payload0 - static_cast<uint64_t>(k)) & mask) << prefixBits;
+                at[-k] = entry;
+            }
         }
         return prefix;
     }
 
-    std::vector<Entry> entries_;
-    uint64_t size_ = 0;  // of entries_, kept apart from the vector's own ends
+    std::unique_ptr<Entry[]> entries_;
+    uint64_t size_ = 0;  // entries in entries_
     int64_t bound_ = -1;
 };
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -71,5 +72,52 @@ INSTANTIATE_TEST_SUITE_P(
         ReflectionCase{"all values zero cost no body", {0, 0, 0}, 8, {0x01, 0x00}},
         ReflectionCase{"one table entry costs no prefix", {2, 3, 1}, 8, {0x01, 0x03, 0x8A, 0x01}}),
     NameOfCase());
+
+// The writer's word-at-a-time forms (points gathered several to a word, a point a word, fields
+// that do not fit together) give the bits of its plain loop, which it takes off a byte boundary.
+class ReflectionForms : public ::testing::TestWithParam<int> {};
+
+TEST_P(ReflectionForms, GiveThePlainLoopsBits) {
+    const int width = GetParam();
+    std::mt19937_64 random(static_cast<uint64_t>(width));
+    const uint64_t mask = (uint64_t{1} << width) - 1;
+    std::vector<zul_QuantizedPoint> points(3001);
+    std::map<int, int> frequencies;
+    int64_t previous = 0;
+    for (zul_QuantizedPoint& point : points) {
+        // Mostly small steps, now and then a jump across the whole width.
+        const int64_t value =
+            random() % 8 == 0
+                ? static_cast<int64_t>(random() & mask)
+                : (previous + static_cast<int64_t>(random() % 9) - 4) & static_cast<int64_t>(mask);
+        point.reflection = static_cast<int32_t>(value);
+        ++frequencies[zullib::signedBitLength(value - previous)];
+        previous = value;
+    }
+    std::vector<int> tables[1];
+    zullib::PrefixOptimizer::findBestBitLengthsForPrefixes(tables[0], frequencies, width, 6);
+    const int widths[1] = {width};
+    Bytes fast, plain;
+    zullib::BitStreamOut fastOut(fast, 0);
+    zullib::writeStreamBody<Reflection>(fastOut, points, widths, tables);
+    zullib::BitStreamOut plainOut(plain, 0);
+    plainOut.writeBits(1, 1);
+    zullib::writeStreamBody<Reflection>(plainOut, points, widths, tables);
+    // The plain stream is the fast one a bit later; the padding of either is zero bits.
+    ASSERT_LE(plainOut.bytePosition, fastOut.bytePosition + 1);
+    ASSERT_GE(plainOut.bytePosition, fastOut.bytePosition);
+    for (int64_t bit = 0; bit < fastOut.bytePosition * 8; ++bit) {
+        const int fastBit = (fast[static_cast<size_t>(bit / 8)] >> (bit % 8)) & 1;
+        const int64_t at = bit + 1;
+        const int plainBit = at < plainOut.bytePosition * 8
+                                 ? (plain[static_cast<size_t>(at / 8)] >> (at % 8)) & 1
+                                 : 0;
+        ASSERT_EQ(fastBit, plainBit) << "bit " << bit;
+    }
+}
+
+// 8 prefix bits and the payload: 12 and 20 gather points, 31 takes a word a point, 50 fields
+// that do not all fit.
+INSTANTIATE_TEST_SUITE_P(DataStream, ReflectionForms, ::testing::Values(4, 12, 20, 31, 50));
 
 }  // namespace

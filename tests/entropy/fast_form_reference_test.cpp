@@ -129,32 +129,35 @@ TEST_P(FastForms, DeltaCodeTableWritesThePlainCodes) {
     int numBits;
     EXPECT_FALSE(DeltaCodeTable(DeltaEncoder(lookup), lastPrefix, DeltaCodeTable::kMaxWidth + 1)
                      .code(0, 0, field, numBits));
-    // The window of a wide component is that of the widest table; its other deltas are searched.
-    const int window = std::min(c.absoluteBits, DeltaCodeTable::kMaxWidth);
-    const DeltaCodeTable codes(DeltaEncoder(lookup), lastPrefix, window);
-    // Deltas of the window, with values of the component's whole width.
-    const int64_t bound = (int64_t{1} << window) - 1;
-    const uint64_t valueMask = (uint64_t{1} << c.absoluteBits) - 1;
-    std::mt19937_64 random(5);
-    for (int i = 0; i < 98; ++i) {
-        const int64_t current = static_cast<int64_t>(i == 0 ? valueMask : random() & valueMask);
-        for (int64_t delta = -bound; delta <= bound; ++delta) {
-            if (c.nonNegative && delta < 0) continue;
-            int expectedBits;
-            ASSERT_TRUE(codes.code(delta, current, field, numBits));
-            const std::vector<unsigned char> expected =
-                plainCode(lookup, lastPrefix, delta, current, expectedBits);
-            std::vector<unsigned char> buffer;
-            BitStreamOut out(buffer, 0);
-            out.writeBits(field, numBits);
-            out.alignToByte();
-            buffer.resize(static_cast<size_t>(out.bytePosition));
-            ASSERT_EQ(numBits, expectedBits) << "delta " << delta << ", value " << current;
-            ASSERT_EQ(buffer, expected) << "delta " << delta << ", value " << current;
+    // The window of a wide component is at most that of the widest table, narrower for a small
+    // chunk; its other deltas are searched.
+    const int widest = std::min(c.absoluteBits, DeltaCodeTable::kMaxWidth);
+    for (const int window : {0, widest / 2, widest}) {
+        const DeltaCodeTable codes(DeltaEncoder(lookup), lastPrefix, window);
+        // Deltas of the window, with values of the component's whole width.
+        const int64_t bound = (int64_t{1} << window) - 1;
+        const uint64_t valueMask = (uint64_t{1} << c.absoluteBits) - 1;
+        std::mt19937_64 random(5);
+        for (int i = 0; i < 98; ++i) {
+            const int64_t current = static_cast<int64_t>(i == 0 ? valueMask : random() & valueMask);
+            for (int64_t delta = -bound; delta <= bound; ++delta) {
+                if (c.nonNegative && delta < 0) continue;
+                int expectedBits;
+                ASSERT_TRUE(codes.code(delta, current, field, numBits));
+                const std::vector<unsigned char> expected =
+                    plainCode(lookup, lastPrefix, delta, current, expectedBits);
+                std::vector<unsigned char> buffer;
+                BitStreamOut out(buffer, 0);
+                out.writeBits(field, numBits);
+                out.alignToByte();
+                buffer.resize(static_cast<size_t>(out.bytePosition));
+                ASSERT_EQ(numBits, expectedBits) << "delta " << delta << ", value " << current;
+                ASSERT_EQ(buffer, expected) << "delta " << delta << ", value " << current;
+            }
         }
+        EXPECT_FALSE(codes.code(bound + 1, 0, field, numBits));
+        EXPECT_FALSE(codes.code(-bound - 1, 0, field, numBits));
     }
-    EXPECT_FALSE(codes.code(bound + 1, 0, field, numBits));
-    EXPECT_FALSE(codes.code(-bound - 1, 0, field, numBits));
 }
 
 TEST_P(FastForms, CodeLookupReadsThePlainCodes) {
