@@ -57,15 +57,6 @@ struct StreamPlan {
     std::vector<KeptChunk> kept;
 };
 
-zul_Point pointAt(const zul_bulk_Points& points, int64_t i) {
-    zul_Point point = {};
-    std::copy_n(points.positions + 3 * i, 3, point.position);
-    if (points.colors) std::copy_n(points.colors + 3 * i, 3, point.color);
-    if (points.reflections) point.reflection = points.reflections[i];
-    if (points.normals) std::copy_n(points.normals + 3 * i, 3, point.normal);
-    return point;
-}
-
 // The chunks to decode, of the first `usable` listed, and the number of points that will be
 // written: every chunk, or those that meet the box. When `exact` (a writer that needs the count
 // first), the points within the box of the chunks that only overlap it are counted by decoding
@@ -115,7 +106,7 @@ std::vector<int64_t> chooseChunks(const DecompressOptions& options, zul_idx_Inde
                 if (!inBox(options, points.positions + 3 * i)) continue;
                 ++count;
                 if (keptBytes + sizeof(zul_Point) <= kKeptBytes) {
-                    inside.points.push_back(pointAt(points, i));
+                    inside.points.push_back(zulformats::pointOf(points, i));
                     keptBytes += sizeof(zul_Point);
                 } else {
                     inside.number = -1;  // beyond the budget: decoded again when written
@@ -197,9 +188,13 @@ void writeStream(const DecompressOptions& options, StreamMembers& members, size_
             zul_idx_Chunk chunk = {};
             zul_idx_getChunk(index, batches.batchChunks()[c], &chunk);
             const int64_t end = std::min(at + chunk.numPoints, points.numPoints);
-            for (int64_t i = at; i < end; ++i) {
-                if (options.box && !inBox(options, points.positions + 3 * i)) continue;
-                writer.write(pointAt(points, i));
+            if (!options.box) {
+                writer.writeMany(points, at, end);
+                read += end - at;
+            }
+            for (int64_t i = at; i < end && options.box; ++i) {
+                if (!inBox(options, points.positions + 3 * i)) continue;
+                writer.write(zulformats::pointOf(points, i));
                 ++read;
             }
             at = end;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "zul.h"
+#include "zul_bulk.h"
 
 namespace zulformats {
 
@@ -182,10 +183,24 @@ struct WriteOptions {
 // so x / step rounds to the same whole number from the float as from the double.
 bool pcdFloatKeepsGrid(double reach, double step);
 
+// Point `i` of `points`, its absent attributes zero.
+inline zul_Point pointOf(const zul_bulk_Points& points, int64_t i) {
+    zul_Point point = {};
+    std::copy_n(points.positions + 3 * i, 3, point.position);
+    if (points.colors) std::copy_n(points.colors + 3 * i, 3, point.color);
+    if (points.reflections) point.reflection = points.reflections[i];
+    if (points.normals) std::copy_n(points.normals + 3 * i, 3, point.normal);
+    return point;
+}
+
 class CloudWriter {
 public:
     virtual ~CloudWriter() = default;
     virtual void write(const zul_Point& point) = 0;
+    // Writes points `from` to `to` (not included) of `points` as write() writes each.
+    virtual void writeMany(const zul_bulk_Points& points, int64_t from, int64_t to) {
+        for (int64_t i = from; i < to; ++i) write(pointOf(points, i));
+    }
     // Completes the file (headers that depend on the points); throws FormatError if any write
     // failed.
     virtual void finish() = 0;
@@ -194,7 +209,7 @@ public:
     const std::map<std::string, int64_t>& changes() const { return changes_; }
 
 protected:
-    void count(const std::string& change) { ++changes_[change]; }
+    void count(const std::string& change, int64_t times = 1) { changes_[change] += times; }
 
 private:
     std::map<std::string, int64_t> changes_;

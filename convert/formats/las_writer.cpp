@@ -18,11 +18,6 @@ namespace zulformats {
 
 namespace {
 
-// The longest record written (point format 7).
-constexpr size_t kLargestRecord = 36;
-static_assert(kLasRecordSize[7] == kLargestRecord && kLasRecordSize[6] < kLargestRecord &&
-              kLasRecordSize[2] < kLargestRecord);
-
 template <typename T>
 void put(unsigned char* header, size_t offset, T value) {
     std::memcpy(header + offset, &value, sizeof(T));
@@ -58,48 +53,76 @@ public:
     }
 
     void write(const zul_Point& point) override {
+        zul_Point copy = point;
+        const zul_bulk_Points one = {1, copy.position, copy.color, &copy.reflection, copy.normal};
+        writeMany(one, 0, 1);
+    }
+
+    void writeMany(const zul_bulk_Points& points, int64_t from, int64_t to) override {
+        if (from >= to) return;
         if (count_ == 0 && !gridExact_) {
             // Coordinates are stored relative to the first point, on the grid of the scale.
+            const double* first = points.positions + 3 * from;
             for (int axis = 0; axis < 3; ++axis) {
-                offset_[axis] = std::isfinite(point.position[axis])
-                                    ? std::round(point.position[axis] / scale_) * scale_
-                                    : 0.0;
+                offset_[axis] =
+                    std::isfinite(first[axis]) ? std::round(first[axis] / scale_) * scale_ : 0.0;
             }
         }
-        // Made in the output's buffer: room for the largest record, zeroed whole, then counted
-        // as long as this one is.
-        unsigned char* record = out_.room(kLargestRecord);
-        std::memset(record, 0, kLargestRecord);
-        for (int axis = 0; axis < 3; ++axis) {
-            // std::round's halves away from zero, within LAS's 32-bit coordinates exactly
-            // where the units lie within (-2^31 - 0.5, 2^31 - 0.5).
-            const double units = (point.position[axis] - offset_[axis]) / scale_;
-            if (!(units > -2147483648.5 && units < 2147483647.5)) {
-                throw FormatError(path_ +
-                                  ": a position does not fit LAS's 32-bit coordinates at "
-                                  "this scale (or is not a number)");
+        int64_t above = 0;
+        const int colorAt = v14_ ? 30 : 20;
+        // In locals: the records' byte stores could otherwise change them, as far as the
+        // compiler knows, and it would load and store them a point at a time.
+        const double scale = scale_;
+        const double offset[3] = {offset_[0], offset_[1], offset_[2]};
+        double low[3] = {min_[0], min_[1], min_[2]}, high[3] = {max_[0], max_[1], max_[2]};
+        // Records made in the output's buffer, a block at a time, zeroed first.
+        constexpr int64_t kBlock = 4096;
+        for (int64_t begin = from; begin < to; begin += kBlock) {
+            const int64_t n = std::min(kBlock, to - begin);
+            const size_t bytes = static_cast<size_t>(n) * recordSize_;
+            unsigned char* block = out_.room(bytes);
+            std::memset(block, 0, bytes);
+            for (int64_t i = 0; i < n; ++i) {
+                unsigned char* record = block + static_cast<size_t>(i) * recordSize_;
+                const int64_t k = begin + i;
+                const double* p = points.positions + 3 * k;
+                for (int axis = 0; axis < 3; ++axis) {
+                    // std::round's halves away from zero, within LAS's 32-bit coordinates
+                    // exactly where the units lie within (-2^31 - 0.5, 2^31 - 0.5).
+                    const double units = (p[axis] - offset[axis]) / scale;
+                    if (!(units > -2147483648.5 && units < 2147483647.5)) {
+                        throw FormatError(path_ +
+                                          ": a position does not fit LAS's 32-bit coordinates "
+                                          "at this scale (or is not a number)");
+                    }
+                    const int32_t whole = static_cast<int32_t>(units);
+                    const double fraction = units - static_cast<double>(whole);
+                    const int32_t stored =
+                        whole + (fraction >= 0.5 ? 1 : 0) - (fraction <= -0.5 ? 1 : 0);
+                    put(record, 4 * axis, stored);
+                    const double value = stored * scale + offset[axis];
+                    low[axis] = std::min(low[axis], value);
+                    high[axis] = std::max(high[axis], value);
+                }
+                if (intensity_) {
+                    const int32_t reflection = points.reflections ? points.reflections[k] : 0;
+                    above += reflection > 65535 ? 1 : 0;
+                    put(record, 12, static_cast<uint16_t>(std::clamp(reflection, 0, 65535)));
+                }
+                // One return of one.
+                record[14] = v14_ ? 0x11 : 0x09;
+                if (color_ && points.colors) {
+                    for (int c = 0; c < 3; ++c)
+                        put(record, colorAt + 2 * c,
+                            static_cast<uint16_t>(points.colors[3 * k + c] * colorScale_));
+                }
             }
-            const int32_t whole = static_cast<int32_t>(units);
-            const double fraction = units - static_cast<double>(whole);
-            const int32_t stored = whole + (fraction >= 0.5 ? 1 : 0) - (fraction <= -0.5 ? 1 : 0);
-            put(record, 4 * axis, stored);
-            const double value = stored * scale_ + offset_[axis];
-            min_[axis] = std::min(min_[axis], value);
-            max_[axis] = std::max(max_[axis], value);
+            out_.wrote(bytes);
+            count_ += static_cast<uint64_t>(n);
         }
-        if (intensity_) {
-            if (point.reflection > 65535) count("reflections above 65535 written as 65535");
-            put(record, 12, static_cast<uint16_t>(std::clamp(point.reflection, 0, 65535)));
-        }
-        // One return of one.
-        record[14] = v14_ ? 0x11 : 0x09;
-        if (color_) {
-            const int at = v14_ ? 30 : 20;
-            for (int c = 0; c < 3; ++c)
-                put(record, at + 2 * c, static_cast<uint16_t>(point.color[c] * colorScale_));
-        }
-        out_.wrote(recordSize_);
-        ++count_;
+        std::copy(low, low + 3, min_);
+        std::copy(high, high + 3, max_);
+        if (above > 0) count("reflections above 65535 written as 65535", above);
     }
 
     void finish() override {

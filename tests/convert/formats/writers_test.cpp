@@ -106,6 +106,36 @@ TEST_F(Writers, LasOffsetOfAGridThatIsNotExact) {
     EXPECT_EQ(at<double>(las, 155), 13.0);
 }
 
+// Reflections beyond LAS's 16-bit intensity are written as its largest and counted, in every
+// block of records (more than one here), and the others as they are.
+TEST_F(Writers, LasIntensityAboveItsRangeIsCounted) {
+    zul_DataType type;
+    zul_init_headers(&type, nullptr);
+    type.quantizationStep = 0.01f;
+    type.reflectionMode = zul_REFLECTION_CLAMPED;
+    type.maxReflection = 100000;
+    std::vector<zul_Point> points(9000);
+    for (size_t i = 0; i < points.size(); ++i) {
+        points[i] = {{0.01 * static_cast<double>(i), 1, 2}, {0, 0, 0}, 0, {0, 0, 0}};
+        points[i].reflection = i % 1000 == 7 ? 70000 : static_cast<int32_t>(i % 65536);
+    }
+    writePoints(path("r.zul"), type, nullptr, 9000, points);
+    const ToolRun run = runTool("decompress -j 1 " + path("r.zul") + " " + path("r.las"));
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_NE(run.output.find("changed 9 values: reflections above 65535 written as 65535"),
+              std::string::npos)
+        << run.output;
+    const std::string las = readFile(path("r.las"));
+    std::vector<uint16_t> intensities, expected;
+    for (size_t i = 0; i < points.size(); ++i) {
+        intensities.push_back(at<uint16_t>(las, 227 + 20 * i + 12));
+        expected.push_back(static_cast<uint16_t>(std::min(points[i].reflection, 65535)));
+    }
+    std::sort(intensities.begin(), intensities.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(intensities, expected);
+}
+
 // PCD positions are 4-byte floats where their spacing at the farthest coordinate is a quarter of
 // the step or finer, 8-byte ones otherwise, or as asked.
 TEST_F(Writers, PcdPositionsTakeFourBytesWhereTheyKeepTheGrid) {
