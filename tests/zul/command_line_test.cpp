@@ -468,6 +468,29 @@ TEST_F(CommandLineRun, CompressThreadsChangeNoByte) {
     }
 }
 
+// What goes beside the stream is the same on any number of threads too: the companion of a file
+// of several batches and planner blocks, and without it the .prj file of its coordinate system.
+TEST_F(CommandLineRun, CompressThreadsChangeNoByteBeside) {
+    for (const char* companion : {"", "--no-companion "}) {
+        const std::string options =
+            std::string("compress -q --chunk 2000 --order-budget 1 ") + companion;
+        for (const char* threads : {"1", "3"}) {
+            ASSERT_EQ(runTool(options + "-j " + threads + " " + dataFile("4_6_crop.las") + " " +
+                              path(std::string(threads) + ".zul"))
+                          .exitCode,
+                      0);
+        }
+        const char* beside = *companion ? ".prj" : ".zulx";
+        for (const char* ext : {".zul", beside}) {
+            const std::string one = readFile(path(std::string("1") + ext));
+            EXPECT_GT(one.size(), 100u) << companion << ext;
+            EXPECT_EQ(readFile(path(std::string("3") + ext)), one) << companion << ext;
+        }
+        for (const char* name : {"1.zul", "3.zul", "1.zulx", "3.zulx", "1.prj", "3.prj"})
+            std::filesystem::remove(path(name));
+    }
+}
+
 // Streams one after another decompress as one cloud: each stream's points in turn, as the stream
 // alone gives them; the same bytes on any thread count and from standard input.
 TEST_F(CommandLineRun, StreamsOneAfterAnotherAreOneCloud) {
