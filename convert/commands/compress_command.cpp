@@ -16,6 +16,7 @@
 #include "commands/output_file.h"
 #include "commands/point_plan.h"
 #include "commands/progress_bar.h"
+#include "commands/read_ahead.h"
 #include "commands/status_text.h"
 #include "formats/byte_output.h"
 #include "formats/cloud.h"
@@ -145,18 +146,21 @@ int runCompress(const CompressOptions& options) {
         }
     } else {
         // A batch at a time: what is read of each point goes through once, in a loop of its own.
-        const size_t batch = 4096;
-        std::vector<zul_Point> points(batch, zul_Point{});
-        std::vector<double> intensities(batch);
-        std::vector<int64_t> grids(3 * batch);
-        size_t read = 0;
-        while ((read = reader->readMany(points.data(), intensities.data(), grids.data(), batch)) >
-               0) {
-            progress.update(reader->bytesRead());
-            const size_t kept = preparePoints(plan, layout, points.data(), intensities.data(),
-                                              grids.data(), read, tally);
-            companion.addCounted(read, read - kept);
-            checkStatus(writer.writeMany(points.data(), kept), options.output, ZulStage::Write);
+        // With threads to spare, the next batch is read while this one is prepared and written.
+        ReadAhead batches(
+            [&](ReadBatch& b) {
+                b.read = reader->readMany(b.points.data(), b.intensities.data(), b.grids.data(),
+                                          b.points.size());
+                b.bytesRead = reader->bytesRead();
+                return b.read > 0;
+            },
+            4096, planOptions.threads > 1);
+        while (ReadBatch* b = batches.next()) {
+            progress.update(b->bytesRead);
+            const size_t kept = preparePoints(plan, layout, b->points.data(), b->intensities.data(),
+                                              b->grids.data(), b->read, tally);
+            companion.addCounted(b->read, b->read - kept);
+            checkStatus(writer.writeMany(b->points.data(), kept), options.output, ZulStage::Write);
             written += static_cast<int64_t>(kept);
         }
     }

@@ -491,6 +491,22 @@ TEST_F(CommandLineRun, CompressThreadsChangeNoByteBeside) {
     }
 }
 
+// A file that ends within its records, batches after the first: on any number of threads the
+// points before the end are read, and the same message names the place.
+TEST_F(CommandLineRun, CompressThreadsTellTheSameEnd) {
+    const std::string las = readFile(dataFile("4_6_crop.las"));
+    writeFile(path("cut.las"), las.substr(0, las.size() - 12345));
+    ToolRun runs[2];
+    for (const int threads : {1, 3}) {
+        runs[threads / 2] = runTool("compress -q -f --no-companion -j " + std::to_string(threads) +
+                                    " " + path("cut.las") + " " + path("cut.zul"));
+    }
+    EXPECT_NE(runs[0].exitCode, 0) << runs[0].output;
+    EXPECT_NE(runs[0].output.find("cut.las"), std::string::npos) << runs[0].output;
+    EXPECT_EQ(runs[1].exitCode, runs[0].exitCode);
+    EXPECT_EQ(runs[1].output, runs[0].output);
+}
+
 // Streams one after another decompress as one cloud: each stream's points in turn, as the stream
 // alone gives them; the same bytes on any thread count and from standard input.
 TEST_F(CommandLineRun, StreamsOneAfterAnotherAreOneCloud) {
