@@ -210,28 +210,30 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting, bool kept) {
                                            static_cast<int64_t>(chunkSizes_.size()),
                                            recording ? storedOrder_.data() : nullptr, nullptr);
     if (status != zul_STATUS_OK || !recording) return status;
-    StoredChunk chunk;
-    chunk.points = points;
-    chunk.type = &type_;
-    chunk.header = header_.enabled ? &header_ : nullptr;
+    storedAt_.resize(count);
+    storedInputs_.resize(count);
     for (size_t c = 0; c < cutting.chunks(); ++c) {
-        const size_t begin = cutting.begin(c), n = cutting.ends[c] - begin;
-        storedAt_.resize(n);
-        storedInputs_.resize(n);
-        for (size_t k = 0; k < n; ++k) {
-            storedAt_[k] = static_cast<uint32_t>(begin + storedOrder_[begin + k]);
+        const size_t begin = cutting.begin(c);
+        for (size_t k = begin; k < cutting.ends[c]; ++k) {
+            storedAt_[k] = static_cast<uint32_t>(begin + storedOrder_[k]);
             storedInputs_[k] = workStart_ + cutting.order[storedAt_[k]];
         }
-        if (order_ != nullptr) {
-            order_->insert(order_->end(), storedInputs_.begin(), storedInputs_.end());
-        }
-        if (recorder_) {
-            chunk.count = n;
-            chunk.inputs = storedInputs_.data();
-            chunk.at = storedAt_.data();
-            recorder_(chunk);
-        }
     }
+    if (order_ != nullptr)
+        order_->insert(order_->end(), storedInputs_.begin(), storedInputs_.end());
+    if (!recorder_) return status;
+    std::vector<StoredChunk> chunks(cutting.chunks());
+    for (size_t c = 0; c < cutting.chunks(); ++c) {
+        const size_t begin = cutting.begin(c);
+        StoredChunk& chunk = chunks[c];
+        chunk.count = cutting.ends[c] - begin;
+        chunk.inputs = storedInputs_.data() + begin;
+        chunk.at = storedAt_.data() + begin;
+        chunk.points = points;
+        chunk.type = &type_;
+        chunk.header = header_.enabled ? &header_ : nullptr;
+    }
+    recorder_(chunks);
     return status;
 }
 
