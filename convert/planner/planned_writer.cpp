@@ -189,13 +189,20 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting, bool kept) {
     uint8_t* colors = columns_.colorData();
     int32_t* reflections = columns_.reflectionData();
     float* normals = columns_.normalData();
-    for (size_t i = 0; i < count; ++i) {
-        const zul_Point& p = work_[cutting.order[i]];
-        std::copy(p.position, p.position + 3, positions + 3 * i);
-        if (colors) std::copy(p.color, p.color + 3, colors + 3 * i);
-        if (reflections) reflections[i] = p.reflection;
-        if (normals) std::copy(p.normal, p.normal + 3, normals + 3 * i);
-    }
+    // Gathered in parts of their own on the workers.
+    const size_t part = size_t{1} << 16, parts = (count + part - 1) / part;
+    std::atomic<size_t> next{0};
+    zulbase::runWorkers(zulbase::threadsFor(static_cast<int>(measures_.size()), parts), [&](int) {
+        for (size_t at; (at = next++) < parts;) {
+            for (size_t i = at * part; i < std::min(count, at * part + part); ++i) {
+                const zul_Point& p = work_[cutting.order[i]];
+                std::copy(p.position, p.position + 3, positions + 3 * i);
+                if (colors) std::copy(p.color, p.color + 3, colors + 3 * i);
+                if (reflections) reflections[i] = p.reflection;
+                if (normals) std::copy(p.normal, p.normal + 3, normals + 3 * i);
+            }
+        }
+    });
     chunkSizes_.resize(cutting.chunks());
     for (size_t c = 0; c < cutting.chunks(); ++c) {
         chunkSizes_[c] = static_cast<int32_t>(cutting.ends[c] - cutting.begin(c));
