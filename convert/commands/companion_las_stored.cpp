@@ -1,10 +1,12 @@
 #include "commands/companion_las_stored.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <numeric>
 
+#include "base/worker_threads.h"
 #include "commands/companion_match.h"
 #include "formats/byte_input.h"
 
@@ -41,7 +43,6 @@ void gatherValues(const unsigned char* records, size_t length, const uint64_t* i
 }  // namespace
 
 void LasStoredPoints::gatherColumns(size_t base, size_t n) {
-    fields_.resize((base + n) * rowWidth_);
     const uint64_t* const inputs = inputOf.data() + base;
     const size_t length = las_.recordLength;
     size_t j = 0;
@@ -136,27 +137,28 @@ bool LasStoredPoints::matchWhole(const zulplan::StoredChunk& chunk, bool fromRec
     return true;
 }
 
-bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
+bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base, Scratch& scratch,
+                            bool& whole) {
     const size_t n = chunk.count;
     const double step = chunk.type->quantizationStep;
     const bool fromRecords = ratio_[0] != 0 && ratio_[1] != 0 && ratio_[2] != 0;
     const bool unit = step == 1.0;
     // A point past the file's records (the file changed) is caught before any record is read.
     uint64_t last = 0;
-    whole_ = unit && matchWhole(chunk, fromRecords, inputOf.data() + base, last);
-    if (!whole_) {
+    uint64_t* inputs = inputOf.data() + base;
+    whole = unit && matchWhole(chunk, fromRecords, inputs, last);
+    if (!whole) {
         last = 0;
         for (size_t k = 0; k < n; ++k) last = std::max(last, chunk.inputs[k]);
     }
-    if (n > 0 && last >= las_.count) {
-        changed_ = true;
-        return false;
-    }
-    if (whole_) return true;
+    if (n > 0 && last >= las_.count) return false;
+    if (whole) return true;
     // Where every point's own grid point is the one it is stored on (as a rule), the points of a
     // grid point are next to each other in the chunk, and take their records in input order.
-    stored_.resize(3 * n);
-    keys_.resize(6 * n);
+    std::vector<double>& stored = scratch.stored;
+    std::vector<int64_t>& keys = scratch.keys;
+    stored.resize(3 * n);
+    keys.resize(6 * n);
     bool agree = true;
     for (size_t k = 0; k < n; ++k) {
         const uint64_t input = chunk.inputs[k];
@@ -180,18 +182,17 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
                 own = nearestInteger(v);
             }
             if (fromRecords) own = int64_t{loadLittle<int32_t>(r + 4 * axis)} * ratio_[axis];
-            stored_[3 * k + axis] = g;
-            keys_[3 * k + axis] = key;
-            keys_[3 * (n + k) + axis] = own;
+            stored[3 * k + axis] = g;
+            keys[3 * k + axis] = key;
+            keys[3 * (n + k) + axis] = own;
             agree &= key == own;
         }
     }
-    uint64_t* inputs = inputOf.data() + base;
     std::copy(chunk.inputs, chunk.inputs + n, inputs);
     if (agree) {
         for (size_t k = 0; k < n;) {
             size_t end = k + 1;
-            while (end < n && std::equal(&keys_[3 * k], &keys_[3 * k + 3], &keys_[3 * end])) {
+            while (end < n && std::equal(&keys[3 * k], &keys[3 * k + 3], &keys[3 * end])) {
                 ++end;
             }
             if (end - k > 1) std::sort(inputs + k, inputs + end);
@@ -208,11 +209,11 @@ bool LasStoredPoints::match(const zulplan::StoredChunk& chunk, size_t base) {
               [&](uint32_t a, uint32_t b) { return chunk.inputs[a] < chunk.inputs[b]; });
     std::vector<int64_t> ownKeys(3 * n);
     for (size_t i = 0; i < n; ++i) {
-        std::copy_n(&keys_[3 * (n + byInput[i])], 3, &ownKeys[3 * i]);
+        std::copy_n(&keys[3 * (n + byInput[i])], 3, &ownKeys[3 * i]);
     }
     PointMatcher matcher(ownKeys, std::vector<uint8_t>(n, 1));
     for (size_t k = 0; k < n; ++k) {
-        const int64_t found = matcher.take(&keys_[3 * k]);
+        const int64_t found = matcher.take(&keys[3 * k]);
         if (found < 0) {
             std::copy(chunk.inputs, chunk.inputs + n, inputs);
             return true;
@@ -245,14 +246,48 @@ inline void foldLanes(uint64_t& lanes, int64_t& differ) {
 
 }  // namespace
 
-void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
+void LasStoredPoints::add(const std::vector<zulplan::StoredChunk>& chunks, int threads) {
     if (changed_) return;
-    const size_t n = chunk.count, base = inputOf.size();
-    inputOf.resize(base + n);
-    if (!match(chunk, base)) return;
-    chunkStart.push_back(static_cast<int64_t>(base + n));
-    intensityResidual.resize(base + n);
-    color8.resize(3 * (base + n));
+    // Each chunk takes its own range of the arrays, on any worker; what it tallies is joined in
+    // the chunks' order.
+    const size_t first = inputOf.size();
+    std::vector<size_t> bases(chunks.size() + 1, first);
+    for (size_t c = 0; c < chunks.size(); ++c) bases[c + 1] = bases[c] + chunks[c].count;
+    const size_t end = bases.back();
+    inputOf.resize(end);
+    intensityResidual.resize(end);
+    color8.resize(3 * end);
+    fields_.resize(end * rowWidth_);
+    std::vector<ChunkTally> tallies(chunks.size());
+    const int workers = zulbase::threadsFor(threads, chunks.size());
+    std::vector<Scratch> scratch(static_cast<size_t>(workers));
+    std::atomic<size_t> next{0};
+    zulbase::runWorkers(workers, [&](int w) {
+        for (size_t c; (c = next++) < chunks.size();) {
+            addChunk(chunks[c], bases[c], scratch[static_cast<size_t>(w)], tallies[c]);
+        }
+    });
+    for (size_t c = 0; c < chunks.size(); ++c) {
+        const ChunkTally& tally = tallies[c];
+        if (tally.changed) {
+            changed_ = true;
+            return;
+        }
+        chunkStart.push_back(static_cast<int64_t>(bases[c + 1]));
+        xyzResidual.insert(xyzResidual.end(), tally.xyz.begin(), tally.xyz.end());
+        for (int s = 0; s < 4; ++s) anyResidual[s] = anyResidual[s] || tally.any[s];
+        for (int s = 0; s < 3; ++s) same[s] += tally.same[s];
+    }
+}
+
+void LasStoredPoints::addChunk(const zulplan::StoredChunk& chunk, size_t base, Scratch& scratch,
+                               ChunkTally& tally) {
+    const size_t n = chunk.count;
+    bool whole = false;
+    if (!match(chunk, base, scratch, whole)) {
+        tally.changed = true;
+        return;
+    }
     const zul_DataType& type = *chunk.type;
     const zul_Header2 none = {};
     const zul_Header2& header = chunk.header ? *chunk.header : none;
@@ -271,7 +306,7 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
     const uint8_t* const colors = chunk.points.colors;
     uint16_t* const intensities = intensityResidual.data() + base;
     uint8_t* const color = color8.data() + 3 * base;
-    const double* const stored = whole_ ? nullptr : stored_.data();
+    const double* const stored = whole ? nullptr : scratch.stored.data();
     const double scale[3] = {las_.scale[0], las_.scale[1], las_.scale[2]};
     const double offset[3] = {las_.offset[0], las_.offset[1], las_.offset[2]};
     const double inverse[3] = {1 / scale[0], 1 / scale[1], 1 / scale[2]};
@@ -318,7 +353,7 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
             any[axis] |= xyz[axis] != 0;
         }
         if ((xyz[0] | xyz[1] | xyz[2]) != 0) {
-            xyzResidual.push_back({base + k, {xyz[0], xyz[1], xyz[2]}});
+            tally.xyz.push_back({base + k, {xyz[0], xyz[1], xyz[2]}});
         }
         // The reflection and colour as the stream gives them back.
         const int32_t kept = reflection ? std::max(0, std::min(reflections[i], maxReflection)) : 0;
@@ -349,11 +384,11 @@ void LasStoredPoints::add(const zulplan::StoredChunk& chunk) {
                 for (int s = 0; s < 3; ++s) foldLanes(lanes[s], differ[s]);
         }
     }
-    for (int s = 0; s < 4; ++s) anyResidual[s] = anyResidual[s] || any[s];
+    std::copy(any, any + 4, tally.any);
     if (colorOffset > 0) {
         for (int s = 0; s < 3; ++s) {
             foldLanes(lanes[s], differ[s]);
-            same[s] += 3 * static_cast<int64_t>(n) - differ[s];
+            tally.same[s] = 3 * static_cast<int64_t>(n) - differ[s];
         }
     }
     // The chunk's records were just read: their columns are taken now, from the caches, not

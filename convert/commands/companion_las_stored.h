@@ -21,8 +21,8 @@ public:
     // CompanionRecorder::gridRatios gives it (without a zero, a point's own grid point is its
     // record's X, Y and Z times these).
     void start(const LasHead& las, const unsigned char* records, const int64_t ratio[3]);
-    // The next chunk of the stream.
-    void add(const zulplan::StoredChunk& chunk);
+    // The next chunks of the stream, in its order, on `threads` threads (threadsFor).
+    void add(const std::vector<zulplan::StoredChunk>& chunks, int threads);
 
     // Whether a stored point lay past the file's records: the file changed while it was read.
     bool changed() const { return changed_; }
@@ -51,8 +51,24 @@ public:
     int64_t same[3] = {};
 
 private:
+    // What a worker uses for one chunk after another.
+    struct Scratch {
+        std::vector<double> stored;  // the chunk's positions as the stream gives them
+        std::vector<int64_t> keys;   // the chunk's grid points: stored, then its points' own
+    };
+    // What a chunk adds to the members that sum over the chunks.
+    struct ChunkTally {
+        bool changed = false;  // a stored point past the file's records
+        std::vector<XyzResidual> xyz;
+        bool any[4] = {};
+        int64_t same[3] = {};
+    };
+    // The chunk's stored points from `base`, into the arrays' ranges of its own.
+    void addChunk(const zulplan::StoredChunk& chunk, size_t base, Scratch& scratch,
+                  ChunkTally& tally);
     // Each stored point's input point, into inputOf from `base`; false when the file changed.
-    bool match(const zulplan::StoredChunk& chunk, size_t base);
+    // `whole`: the chunk is stored as it was given (its positions are the stream's).
+    bool match(const zulplan::StoredChunk& chunk, size_t base, Scratch& scratch, bool& whole);
     // The same for the usual chunk, false for any other: on a step of 1, every position a whole
     // number below 2^52, stored as it is and its own grid point (checked point by point unless
     // `fromRecords`: the positions are the records' grid points). A grid point's stored points
@@ -60,7 +76,7 @@ private:
     bool matchWhole(const zulplan::StoredChunk& chunk, bool fromRecords, uint64_t* inputs,
                     uint64_t& last);
 
-    // Gathers the chunk's columns into fields_ from `base`.
+    // Gathers the chunk's columns into fields_ (sized for them) from `base`.
     void gatherColumns(size_t base, size_t n);
 
     LasHead las_;
@@ -71,9 +87,6 @@ private:
     const unsigned char* records_ = nullptr;
     int64_t ratio_[3] = {0, 0, 0};
     bool changed_ = false;
-    bool whole_ = false;          // the chunk at hand is stored as it was given
-    std::vector<double> stored_;  // the chunk's positions as the stream gives them
-    std::vector<int64_t> keys_;   // the chunk's grid points: stored, then its points' own
 };
 
 }  // namespace zulconvert

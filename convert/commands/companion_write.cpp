@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <numeric>
 
+#include "base/worker_threads.h"
 #include "commands/chunk_batches.h"
 #include "commands/chunk_walk.h"
 #include "commands/companion_las.h"
@@ -144,9 +145,12 @@ void CompanionRecorder::mapLas(const std::string& input) {
     lasMapped_ = true;
 }
 
-std::function<void(const zulplan::StoredChunk&)> CompanionRecorder::chunkRecorder() {
+std::function<void(const std::vector<zulplan::StoredChunk>&)> CompanionRecorder::chunkRecorder() {
     if (!active_ || !lasMapped_) return {};
-    return [this](const zulplan::StoredChunk& chunk) { stored_.add(chunk); };
+    const int threads = zulbase::threadsFor(options_.threads);
+    return [this, threads](const std::vector<zulplan::StoredChunk>& chunks) {
+        stored_.add(chunks, threads);
+    };
 }
 
 CompanionRecorder::~CompanionRecorder() = default;

@@ -89,7 +89,7 @@ public:
     void gridRatios(const int64_t ratio[3]);
     // What the stream's writer hands each chunk to as it stores it (PlannedWriter::recordChunks),
     // on the writer's thread; empty when no LAS fields are kept.
-    std::function<void(const zulplan::StoredChunk&)> chunkRecorder();
+    std::function<void(const std::vector<zulplan::StoredChunk>&)> chunkRecorder();
 
     // Writes the companion of the complete stream at `streamPath` to `companionPath` (a
     // temporary name). Returns a short account of what it holds ("12 fields, the order and the

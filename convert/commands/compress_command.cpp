@@ -16,6 +16,7 @@
 #include "commands/output_file.h"
 #include "commands/point_plan.h"
 #include "commands/progress_bar.h"
+#include "commands/read_ahead.h"
 #include "commands/status_text.h"
 #include "formats/byte_output.h"
 #include "formats/cloud.h"
@@ -29,27 +30,39 @@ using namespace zulformats;
 
 namespace {
 
-// The coordinate system of the input, as a .prj file beside the output, the convention GIS tools
-// read; decompress puts it back.
-void keepCoordinateSystem(const CompressOptions& options, const CloudReader& reader) {
-    std::string problem;
-    const std::string crs = reader.coordinateSystem(problem);
-    bool kept = false;
+// The input's coordinate system as the .prj file beside the output holds it: what identifying it
+// takes (PROJ's database, tens of milliseconds) does not depend on the points.
+struct CoordinateSystem {
+    std::string text;     // ESRI WKT, empty for none
+    std::string problem;  // what could not be kept of it
+};
+
+CoordinateSystem identifyCoordinateSystem(const CompressOptions& options,
+                                          const CloudReader& reader) {
+    CoordinateSystem found;
+    const std::string crs = reader.coordinateSystem(found.problem);
     if (!crs.empty() && writesThrough(options.output)) {
         // Nothing travels beside a stream on standard output, a pipe or a device.
-        problem = "a .prj file cannot go beside " + options.output + "; left behind";
+        found.problem = "a .prj file cannot go beside " + options.output + "; left behind";
     } else if (!crs.empty()) {
-        const std::string text = crsWkt(crs, WktDialect::Esri, problem);
-        if (!text.empty()) {
-            const std::string note =
-                writeSidecar(sidecarPath(options.output), text + "\n", options.force);
-            if (!note.empty() && !options.quiet) std::cerr << "zul: " << note << "\n";
-            kept = note.empty();
-        }
+        found.text = crsWkt(crs, WktDialect::Esri, found.problem);
     }
-    if (!problem.empty() && !options.quiet) {
+    return found;
+}
+
+// The coordinate system of the input, as a .prj file beside the output, the convention GIS tools
+// read; decompress puts it back.
+void keepCoordinateSystem(const CompressOptions& options, const CoordinateSystem& found) {
+    bool kept = false;
+    if (!found.text.empty()) {
+        const std::string note =
+            writeSidecar(sidecarPath(options.output), found.text + "\n", options.force);
+        if (!note.empty() && !options.quiet) std::cerr << "zul: " << note << "\n";
+        kept = note.empty();
+    }
+    if (!found.problem.empty() && !options.quiet) {
         std::cerr << "zul: the coordinate system of " << shownInput(options)
-                  << (kept ? " is kept in part: " : " cannot be kept: ") << problem << "\n";
+                  << (kept ? " is kept in part: " : " cannot be kept: ") << found.problem << "\n";
     }
 }
 
@@ -109,6 +122,14 @@ int runCompress(const CompressOptions& options) {
     }
     checkStatus(opened, options.output, ZulStage::Write);
     writer.recordChunks(companion.chunkRecorder());
+    // Without the companion, the .prj file keeps the coordinate system: with threads to spare, it
+    // is identified beside the reading and the planning.
+    const bool prj = !companion.keepsFields();
+    CoordinateSystem crs;
+    zulbase::WorkerThreads identifying;
+    const bool early = prj && planOptions.threads > 1 && identifying.start(0, 1, [&](int) {
+        crs = identifyCoordinateSystem(options, *reader);
+    }) == 1;
 
     ProgressBar progress("compressing", reader->fileSize(), options.quiet);
     int64_t written = 0;
@@ -125,18 +146,21 @@ int runCompress(const CompressOptions& options) {
         }
     } else {
         // A batch at a time: what is read of each point goes through once, in a loop of its own.
-        const size_t batch = 4096;
-        std::vector<zul_Point> points(batch, zul_Point{});
-        std::vector<double> intensities(batch);
-        std::vector<int64_t> grids(3 * batch);
-        size_t read = 0;
-        while ((read = reader->readMany(points.data(), intensities.data(), grids.data(), batch)) >
-               0) {
-            progress.update(reader->bytesRead());
-            const size_t kept = preparePoints(plan, layout, points.data(), intensities.data(),
-                                              grids.data(), read, tally);
-            companion.addCounted(read, read - kept);
-            checkStatus(writer.writeMany(points.data(), kept), options.output, ZulStage::Write);
+        // With threads to spare, the next batch is read while this one is prepared and written.
+        ReadAhead batches(
+            [&](ReadBatch& b) {
+                b.read = reader->readMany(b.points.data(), b.intensities.data(), b.grids.data(),
+                                          b.points.size());
+                b.bytesRead = reader->bytesRead();
+                return b.read > 0;
+            },
+            4096, planOptions.threads > 1);
+        while (ReadBatch* b = batches.next()) {
+            progress.update(b->bytesRead);
+            const size_t kept = preparePoints(plan, layout, b->points.data(), b->intensities.data(),
+                                              b->grids.data(), b->read, tally);
+            companion.addCounted(b->read, b->read - kept);
+            checkStatus(writer.writeMany(b->points.data(), kept), options.output, ZulStage::Write);
             written += static_cast<int64_t>(kept);
         }
     }
@@ -150,7 +174,9 @@ int runCompress(const CompressOptions& options) {
     output.commit();
     if (companionOutput) companionOutput->commit();
     // The companion holds the source's own coordinate system records.
-    if (!companion.keepsFields()) keepCoordinateSystem(options, *reader);
+    if (early) identifying.join();
+    if (prj && !early) crs = identifyCoordinateSystem(options, *reader);
+    if (prj) keepCoordinateSystem(options, crs);
     if (companion.active() && !options.quiet) {
         std::cerr << "zul: " << companionPath(options.output) << " beside " << options.output
                   << " keeps " << kept << "\n";

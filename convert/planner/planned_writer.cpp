@@ -189,13 +189,20 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting, bool kept) {
     uint8_t* colors = columns_.colorData();
     int32_t* reflections = columns_.reflectionData();
     float* normals = columns_.normalData();
-    for (size_t i = 0; i < count; ++i) {
-        const zul_Point& p = work_[cutting.order[i]];
-        std::copy(p.position, p.position + 3, positions + 3 * i);
-        if (colors) std::copy(p.color, p.color + 3, colors + 3 * i);
-        if (reflections) reflections[i] = p.reflection;
-        if (normals) std::copy(p.normal, p.normal + 3, normals + 3 * i);
-    }
+    // Gathered in parts of their own on the workers.
+    const size_t part = size_t{1} << 16, parts = (count + part - 1) / part;
+    std::atomic<size_t> next{0};
+    zulbase::runWorkers(zulbase::threadsFor(static_cast<int>(measures_.size()), parts), [&](int) {
+        for (size_t at; (at = next++) < parts;) {
+            for (size_t i = at * part; i < std::min(count, at * part + part); ++i) {
+                const zul_Point& p = work_[cutting.order[i]];
+                std::copy(p.position, p.position + 3, positions + 3 * i);
+                if (colors) std::copy(p.color, p.color + 3, colors + 3 * i);
+                if (reflections) reflections[i] = p.reflection;
+                if (normals) std::copy(p.normal, p.normal + 3, normals + 3 * i);
+            }
+        }
+    });
     chunkSizes_.resize(cutting.chunks());
     for (size_t c = 0; c < cutting.chunks(); ++c) {
         chunkSizes_[c] = static_cast<int32_t>(cutting.ends[c] - cutting.begin(c));
@@ -210,28 +217,30 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting, bool kept) {
                                            static_cast<int64_t>(chunkSizes_.size()),
                                            recording ? storedOrder_.data() : nullptr, nullptr);
     if (status != zul_STATUS_OK || !recording) return status;
-    StoredChunk chunk;
-    chunk.points = points;
-    chunk.type = &type_;
-    chunk.header = header_.enabled ? &header_ : nullptr;
+    storedAt_.resize(count);
+    storedInputs_.resize(count);
     for (size_t c = 0; c < cutting.chunks(); ++c) {
-        const size_t begin = cutting.begin(c), n = cutting.ends[c] - begin;
-        storedAt_.resize(n);
-        storedInputs_.resize(n);
-        for (size_t k = 0; k < n; ++k) {
-            storedAt_[k] = static_cast<uint32_t>(begin + storedOrder_[begin + k]);
+        const size_t begin = cutting.begin(c);
+        for (size_t k = begin; k < cutting.ends[c]; ++k) {
+            storedAt_[k] = static_cast<uint32_t>(begin + storedOrder_[k]);
             storedInputs_[k] = workStart_ + cutting.order[storedAt_[k]];
         }
-        if (order_ != nullptr) {
-            order_->insert(order_->end(), storedInputs_.begin(), storedInputs_.end());
-        }
-        if (recorder_) {
-            chunk.count = n;
-            chunk.inputs = storedInputs_.data();
-            chunk.at = storedAt_.data();
-            recorder_(chunk);
-        }
     }
+    if (order_ != nullptr)
+        order_->insert(order_->end(), storedInputs_.begin(), storedInputs_.end());
+    if (!recorder_) return status;
+    std::vector<StoredChunk> chunks(cutting.chunks());
+    for (size_t c = 0; c < cutting.chunks(); ++c) {
+        const size_t begin = cutting.begin(c);
+        StoredChunk& chunk = chunks[c];
+        chunk.count = cutting.ends[c] - begin;
+        chunk.inputs = storedInputs_.data() + begin;
+        chunk.at = storedAt_.data() + begin;
+        chunk.points = points;
+        chunk.type = &type_;
+        chunk.header = header_.enabled ? &header_ : nullptr;
+    }
+    recorder_(chunks);
     return status;
 }
 

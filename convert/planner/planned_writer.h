@@ -94,9 +94,9 @@ public:
     // after close(). Null stops it.
     void recordOrder(std::vector<uint64_t>* order) { order_ = order; }
     // From now on, hands every chunk, as it is written and in the stream's order, to `recorder`:
-    // on the thread that writes it (a background one with more than one thread), one chunk at a
-    // time. An empty function stops it.
-    void recordChunks(std::function<void(const StoredChunk&)> recorder) {
+    // on the thread that writes it (a background one with more than one thread), the chunks of a
+    // cutting at once, once they are written. An empty function stops it.
+    void recordChunks(std::function<void(const std::vector<StoredChunk>&)> recorder) {
         recorder_ = std::move(recorder);
     }
 
@@ -158,10 +158,10 @@ private:
     zulbase::BasicPointColumns<LargePageAllocator> columns_;
     std::vector<int32_t> chunkSizes_;
     std::vector<uint64_t>* order_ = nullptr;  // recordOrder's
-    std::function<void(const StoredChunk&)> recorder_;
+    std::function<void(const std::vector<StoredChunk>&)> recorder_;
     LargeVector<uint32_t> storedOrder_;   // of a cutting: each chunk's order in the stream
-    std::vector<uint32_t> storedAt_;      // of a chunk: where its stored points lie in columns_
-    std::vector<uint64_t> storedInputs_;  // of a chunk: its stored points' numbers
+    std::vector<uint32_t> storedAt_;      // of a cutting: where its stored points lie in columns_
+    std::vector<uint64_t> storedInputs_;  // of a cutting: its stored points' numbers
     uint64_t workStart_ = 0;              // the number of work_'s first point
 
     struct Tally {

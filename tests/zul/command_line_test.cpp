@@ -468,6 +468,47 @@ TEST_F(CommandLineRun, CompressThreadsChangeNoByte) {
     }
 }
 
+// What goes beside the stream is the same on any number of threads too: the companion of a file
+// of several batches and planner blocks, and without it the .prj file of its coordinate system.
+TEST_F(CommandLineRun, CompressThreadsChangeNoByteBeside) {
+    for (const char* companion : {"", "--no-companion "}) {
+        const std::string options =
+            std::string("compress -q --chunk 2000 --order-budget 1 ") + companion;
+        for (const char* threads : {"1", "3"}) {
+            ASSERT_EQ(runTool(options + "-j " + threads + " " + dataFile("4_6_crop.las") + " " +
+                              path(std::string(threads) + ".zul"))
+                          .exitCode,
+                      0);
+        }
+        const char* beside = *companion ? ".prj" : ".zulx";
+        for (const char* ext : {".zul", beside}) {
+            const std::string one = readFile(path(std::string("1") + ext));
+            EXPECT_GT(one.size(), 100u) << companion << ext;
+            EXPECT_EQ(readFile(path(std::string("3") + ext)), one) << companion << ext;
+        }
+        for (const char* name : {"1.zul", "3.zul", "1.zulx", "3.zulx", "1.prj", "3.prj"})
+            std::filesystem::remove(path(name));
+    }
+}
+
+// A text file with a value that is no number, batches after the first: on any number of
+// threads the points before it are read, and the same message names the line.
+TEST_F(CommandLineRun, CompressThreadsTellTheSameFailure) {
+    std::string text;
+    for (int i = 0; i < 20000; ++i)
+        text += std::to_string(i % 200) + " " + std::to_string(i / 200) + " 1\n";
+    writeFile(path("cut.xyz"), text + "1 2 zz\n");
+    ToolRun runs[2];
+    for (const int threads : {1, 3}) {
+        runs[threads / 2] = runTool("compress -q -f --no-companion -j " + std::to_string(threads) +
+                                    " " + path("cut.xyz") + " " + path("cut.zul"));
+    }
+    EXPECT_NE(runs[0].exitCode, 0) << runs[0].output;
+    EXPECT_NE(runs[0].output.find("line 20001"), std::string::npos) << runs[0].output;
+    EXPECT_EQ(runs[1].exitCode, runs[0].exitCode);
+    EXPECT_EQ(runs[1].output, runs[0].output);
+}
+
 // Streams one after another decompress as one cloud: each stream's points in turn, as the stream
 // alone gives them; the same bytes on any thread count and from standard input.
 TEST_F(CommandLineRun, StreamsOneAfterAnotherAreOneCloud) {

@@ -315,11 +315,14 @@ TEST_P(StoredOrder, IsTheStreamsOrder) {
               zul_STATUS_OK);
     std::vector<uint64_t> order, handed;
     writer.recordOrder(&order);
-    writer.recordChunks([&](const zulplan::StoredChunk& chunk) {
-        for (size_t k = 0; k < chunk.count; ++k) {
-            // The values handed are those of the point named.
-            EXPECT_EQ(chunk.points.reflections[chunk.at[k]], static_cast<int32_t>(chunk.inputs[k]));
-            handed.push_back(chunk.inputs[k]);
+    writer.recordChunks([&](const std::vector<zulplan::StoredChunk>& chunks) {
+        for (const zulplan::StoredChunk& chunk : chunks) {
+            for (size_t k = 0; k < chunk.count; ++k) {
+                // The values handed are those of the point named.
+                EXPECT_EQ(chunk.points.reflections[chunk.at[k]],
+                          static_cast<int32_t>(chunk.inputs[k]));
+                handed.push_back(chunk.inputs[k]);
+            }
         }
     });
     for (const zul_Point& p : points) ASSERT_EQ(writer.write(p), zul_STATUS_OK);
