@@ -13,7 +13,8 @@
 // on the codec contexts, which are not part of their exported interface.
 #define ZUL_INTERNAL __attribute__((visibility("hidden")))
 
-// Unrolls the loop that follows four times (the loops over a stream's components).
+// Unrolls the loop that follows four times (the loops over a stream's components and over a
+// chunk's records).
 #define ZUL_UNROLL_4 _Pragma("GCC unroll 4")
 
 namespace zullib {
