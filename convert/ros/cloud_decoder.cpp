@@ -7,6 +7,7 @@
 #include "chunk_plan.h"
 #include "companion_columns.h"
 #include "compressed_blob.h"
+#include "field_prediction.h"
 #include "point_access.h"
 #include "record_columns.h"
 #include "stream_order.h"
@@ -313,6 +314,15 @@ void decodeData(const CloudDescription& cloud, const uint8_t* blob, size_t blobS
         order.bytes.resize(2 * total);
         reader.read(order);
     }
+    // Which companion columns hold differences to a prediction, and from how far back.
+    std::vector<CompanionField> predicted;
+    std::vector<Prediction> predictions;
+    if (head.flags & kPredicted) {
+        predicted = companionFields(layout);
+        Column column = emptyPredictionColumn(predicted.size());
+        reader.read(column);
+        predictions = readPredictions(column, predicted, cloud.width);
+    }
     const uint64_t outside = layout.hasPositions ? points - total : 0;
     const uint64_t tail = points == 0 ? 0 : cloud.rowStep - layout.recordBytes;
     std::vector<Column> record =
@@ -403,6 +413,15 @@ void decodeData(const CloudDescription& cloud, const uint8_t* blob, size_t blobS
     }
     if (!stream.done())
         throw Error("compressed_data's stream holds more chunks than its points need");
+    const RecordGrid grid{cloud.height, cloud.width, cloud.rowStep, cloud.pointStep,
+                          layout.bigEndian};
+    for (size_t f = 0; f < predictions.size(); ++f) {
+        const PredictedValue value{predicted[f].offset, predicted[f].width};
+        if (predictions[f].how == kRadialPrediction)
+            undoRadialPrediction(grid, data, layout, value, predictions[f].scale, inStream.data());
+        else if (predictions[f].how)
+            undoPrediction(grid, data, value, predictions[f].how, inStream.data());
+    }
 }
 
 }  // namespace

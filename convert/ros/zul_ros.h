@@ -39,6 +39,9 @@ struct EncodeOptions {
     // (zul_companion.h) beside the stream, the two as its one blob; false: in columns of the
     // message's own container.
     bool companion = true;
+    // With a companion: fields that an earlier point of the message predicts well (measured on a
+    // sample) sent as their differences to that prediction (docs/ros.md).
+    bool predict = true;
 };
 
 struct DecodeOptions {

@@ -36,6 +36,7 @@ struct Case {
     double step;
     uint32_t chunkPoints;
     bool companion = true;
+    bool predict = true;  // false: as writers before predictions made them
 };
 
 std::string caseName(const ::testing::TestParamInfo<Case>& info) {
@@ -44,7 +45,8 @@ std::string caseName(const ::testing::TestParamInfo<Case>& info) {
     return std::string(testing::sensorName(c.shape.sensor)) + "_" + wires[int(c.wire)] +
            (c.bigEndianData ? "_bigdata" : "") + "_step_um" +
            std::to_string(int(std::lround(c.step * 1e6))) + "_chunk" +
-           std::to_string(c.chunkPoints) + (c.companion ? "" : "_lean");
+           std::to_string(c.chunkPoints) + (c.companion ? "" : "_lean") +
+           (c.predict ? "" : "_unpredicted");
 }
 
 class MessageRoundTrip : public ::testing::TestWithParam<Case> {};
@@ -58,6 +60,7 @@ TEST_P(MessageRoundTrip, ComesBackWithEveryField) {
     options.step = c.step;
     options.chunkPoints = c.chunkPoints;
     options.companion = c.companion;
+    options.predict = c.predict;
     const std::vector<uint8_t> compressed =
         compressMessage(bytes.data(), bytes.size(), family, options);
     const CompressedPointCloud2 parsed =
@@ -85,6 +88,8 @@ std::vector<Case> cases() {
     // The stream's points' other fields in the message's own columns instead of a companion.
     for (const SensorShape& shape : shapes)
         all.push_back({shape, Wire::CdrBig, true, 0.001, 0, false});
+    for (const SensorShape& shape : shapes)
+        all.push_back({shape, Wire::CdrLittle, false, 0.001, 0, true, false});
     return all;
 }
 

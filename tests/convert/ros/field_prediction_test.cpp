@@ -1,0 +1,129 @@
+// A field predicted from an earlier point: its differences, placed in the stream points' records
+// as the decoder places them, come back to the values exactly, for every width, distance and byte
+// order, with wrap-around, extreme values and rows of points outside the stream (their own values
+// kept, yet predicting the points after them).
+#include "ros/field_prediction.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "ros/byte_order.h"
+
+namespace zul::ros {
+namespace {
+
+struct Case {
+    uint32_t width;     // bytes of the value
+    uint32_t distance;  // 1 to the row's width
+    bool big;
+};
+
+constexpr uint64_t kRows = 5, kColumns = 7, kPointStep = 11, kRowStep = 80, kOffset = 3;
+
+// Values that wrap: the extremes of the width, then a ramp and noise.
+uint64_t plantedValue(uint64_t i, std::mt19937_64& random) {
+    switch (i % 5) {
+        case 0:
+            return ~uint64_t{0};
+        case 1:
+            return 0;
+        case 2:
+            return uint64_t{1} << 63;
+        case 3:
+            return i * 0x0101010101010101u;
+        default:
+            return random();
+    }
+}
+
+uint64_t get(const uint8_t* p, uint32_t width, bool big) {
+    uint64_t v = 0;
+    for (uint32_t b = 0; b < width; ++b) v |= uint64_t(p[big ? width - 1 - b : b]) << (8 * b);
+    return v;
+}
+
+void put(uint8_t* p, uint32_t width, bool big, uint64_t v) {
+    for (uint32_t b = 0; b < width; ++b) p[big ? width - 1 - b : b] = uint8_t(v >> (8 * b));
+}
+
+class PredictionRoundTrip : public ::testing::TestWithParam<Case> {};
+
+TEST_P(PredictionRoundTrip, DifferencesComeBackExactly) {
+    const Case& c = GetParam();
+    const RecordGrid grid{kRows, kColumns, kRowStep, kPointStep, c.big};
+    const PredictedValue value{uint32_t(kOffset), c.width};
+    std::mt19937_64 random(c.width * 100 + c.distance);
+    std::vector<uint8_t> data(kRows * kRowStep);
+    for (uint8_t& b : data) b = uint8_t(random());
+    std::vector<uint8_t> inStream(kRows * kColumns, 1);
+    for (uint64_t i = 0; i < kRows * kColumns; ++i) {
+        const uint64_t r = i / kColumns, col = i % kColumns;
+        put(&data[r * kRowStep + col * kPointStep + kOffset], c.width, c.big,
+            plantedValue(i, random));
+        if (r == 2 || i % 9 == 4) inStream[i] = 0;  // a row outside the stream, and some points
+    }
+    std::vector<uint8_t> differences(kRows * kColumns * c.width);
+    predictValues(grid, data.data(), value, c.distance, differences.data());
+    // The decoder's records: a stream point holds its difference, the others their own value.
+    std::vector<uint8_t> decoded = data;
+    for (uint64_t i = 0; i < kRows * kColumns; ++i) {
+        if (!inStream[i]) continue;
+        uint8_t* at = &decoded[(i / kColumns) * kRowStep + (i % kColumns) * kPointStep + kOffset];
+        put(at, c.width, c.big, get(&differences[i * c.width], c.width, false));
+    }
+    undoPrediction(grid, decoded.data(), value, c.distance, inStream.data());
+    EXPECT_EQ(decoded, data);
+}
+
+std::vector<Case> cases() {
+    std::vector<Case> all;
+    for (uint32_t width : {1u, 2u, 4u, 8u})
+        for (uint32_t distance : {1u, 3u, uint32_t(kColumns)})
+            for (bool big : {false, true}) all.push_back({width, distance, big});
+    return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(Widths, PredictionRoundTrip, ::testing::ValuesIn(cases()),
+                         [](const auto& info) {
+                             const Case& c = info.param;
+                             return "w" + std::to_string(c.width) + "_d" +
+                                    std::to_string(c.distance) + (c.big ? "_big" : "");
+                         });
+
+// The distance chosen for fields shaped like a lidar's: constant along a row (a ring), constant
+// down a column (a time), repeating every 4 points, and noise (none).
+struct Shape {
+    const char* name;
+    uint64_t (*value)(uint64_t row, uint64_t column, std::mt19937& random);
+    uint32_t distance;
+};
+
+const Shape kShapes[] = {
+    {"ring", [](uint64_t r, uint64_t, std::mt19937&) { return r * 7; }, 1},
+    {"time", [](uint64_t, uint64_t c, std::mt19937&) { return c * 48828; }, 64},
+    {"lasers", [](uint64_t, uint64_t c, std::mt19937&) { return 1000 + c % 4 * 50; }, 4},
+    {"noise", [](uint64_t, uint64_t, std::mt19937& random) { return uint64_t(random()); }, 0},
+};
+
+class PredictionChoice : public ::testing::TestWithParam<Shape> {};
+
+TEST_P(PredictionChoice, TakesTheDistanceThatPredictsBest) {
+    const uint64_t rows = 16, columns = 64, pointStep = 8;
+    std::vector<uint8_t> data(rows * columns * pointStep);
+    std::mt19937 random(3);
+    for (uint64_t r = 0; r < rows; ++r)
+        for (uint64_t c = 0; c < columns; ++c)
+            storeLittle<uint32_t>(&data[(r * columns + c) * pointStep],
+                                  uint32_t(GetParam().value(r, c, random)));
+    const RecordGrid grid{rows, columns, columns * pointStep, pointStep, false};
+    double bits = 0;
+    EXPECT_EQ(choosePrediction(grid, data.data(), {0, 4}, bits), GetParam().distance);
+}
+
+INSTANTIATE_TEST_SUITE_P(Fields, PredictionChoice, ::testing::ValuesIn(kShapes),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace zul::ros
