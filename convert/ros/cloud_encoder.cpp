@@ -201,26 +201,16 @@ void predictFields(const RecordGrid& grid, const uint8_t* data, const CloudLayou
                    std::vector<Prediction>& predictions, UnsetVector<uint8_t>& differences) {
     const std::vector<CompanionField>& fields = writer.fields();
     predictions.assign(fields.size(), Prediction{});
-    // The stream points' distances to the origin, of their positions as the stream gives them.
-    thread_local UnsetVector<double> reused;
-    const ScratchLease<UnsetVector<double>> radiiLease(reused);
-    UnsetVector<double>& radii = *radiiLease;
+    // A sample of the stream points (at most 2048), their records and distances to the origin.
     const size_t n = points.message.size();
-    const bool wholeNumbers = std::any_of(fields.begin(), fields.end(), [](const auto& f) {
-        return f.type >= zul_FIELD_U8 && f.type <= zul_FIELD_I64;
-    });
-    if (wholeNumbers) {
-        radii.resize(n);
-        const int64_t* g = points.grid.data();
-        bool narrow[3];
-        for (int k = 0; k < 3; ++k) narrow[k] = layout.position[k].datatype == kFloat32;
-        auto back = [step](int64_t index, bool narrowed) {
-            const double value = double(index) * step;
-            return narrowed ? double(static_cast<float>(value)) : value;
-        };
-        for (size_t j = 0; j < n; ++j, g += 3)
-            radii[j] =
-                radiusOf(back(g[0], narrow[0]), back(g[1], narrow[1]), back(g[2], narrow[2]));
+    const size_t every = std::max<size_t>(1, n / 1024);
+    std::vector<const uint8_t*> sample;
+    std::vector<double> radii;
+    bool narrow[3];
+    for (int k = 0; k < 3; ++k) narrow[k] = layout.position[k].datatype == kFloat32;
+    for (size_t j = 0; j < n; j += every) {
+        sample.push_back(points.records[j]);
+        radii.push_back(gridRadius(&points.grid[3 * j], step, narrow));
     }
     size_t widths = 0;
     for (size_t f = 0; f < fields.size(); ++f) {
@@ -231,8 +221,8 @@ void predictFields(const RecordGrid& grid, const uint8_t* data, const CloudLayou
         predictions[f].how = choosePrediction(grid, data, value, bits);
         if (field.type >= zul_FIELD_U8 && field.type <= zul_FIELD_I64) {
             const bool isSigned = field.type % 2 == 0;
-            const double scale = chooseRadialScale(points.records.data(), radii.data(), n, value,
-                                                   isSigned, layout.bigEndian, radialBits);
+            const double scale = chooseRadialScale(sample.data(), radii.data(), sample.size(),
+                                                   value, isSigned, layout.bigEndian, radialBits);
             if (scale != 0 && radialBits * 4 <= bits * 3)
                 predictions[f] = Prediction{kRadialPrediction, scale};
         }
@@ -245,8 +235,8 @@ void predictFields(const RecordGrid& grid, const uint8_t* data, const CloudLayou
         const Prediction& prediction = predictions[f];
         const PredictedValue value{fields[f].offset, fields[f].width};
         if (prediction.how == kRadialPrediction)
-            predictRadially(points.records.data(), points.message.data(), radii.data(), n, value,
-                            prediction.scale, layout.bigEndian, at);
+            predictRadially(points.records.data(), points.message.data(), points.grid.data(), step,
+                            narrow, n, value, prediction.scale, layout.bigEndian, at);
         else if (prediction.how)
             predictValues(grid, data, value, prediction.how, at);
         else

@@ -203,6 +203,15 @@ std::vector<Prediction> readPredictions(const Column& column,
 
 double radiusOf(double x, double y, double z) { return std::sqrt(x * x + y * y + z * z); }
 
+double gridRadius(const int64_t* grid, double step, const bool* narrow) {
+    double xyz[3];
+    for (int k = 0; k < 3; ++k) {
+        xyz[k] = double(grid[k]) * step;
+        if (narrow[k]) xyz[k] = double(static_cast<float>(xyz[k]));
+    }
+    return radiusOf(xyz[0], xyz[1], xyz[2]);
+}
+
 int64_t radialPrediction(double radius, double scale) {
     const double p = scale * radius + 0.5;
     if (!(std::fabs(p) < 4611686018427387904.0)) return 0;  // NaN and 2^62 give 0
@@ -243,10 +252,12 @@ double chooseRadialScale(const uint8_t* const* records, const double* radii, siz
 namespace {
 
 template <typename U>
-void predictRadiallyAs(const uint8_t* const* records, const uint32_t* indices, const double* radii,
-                       size_t n, uint32_t offset, double scale, bool big, uint8_t* out) {
+void predictRadiallyAs(const uint8_t* const* records, const uint32_t* indices, const int64_t* grid,
+                       double step, const bool* narrow, size_t n, uint32_t offset, double scale,
+                       bool big, uint8_t* out) {
     for (size_t j = 0; j < n; ++j) {
-        const U p = U(uint64_t(radialPrediction(radii[j], scale)));
+        const double radius = gridRadius(grid + 3 * j, step, narrow);
+        const U p = U(uint64_t(radialPrediction(radius, scale)));
         storeLittle<U>(out + size_t(indices[j]) * sizeof(U),
                        zigzag<U>(U(load<U>(records[j] + offset, big) - p)));
     }
@@ -270,10 +281,12 @@ void undoRadiallyAs(const RecordGrid& g, uint8_t* data, const Axes& axes, uint32
 
 }  // namespace
 
-void predictRadially(const uint8_t* const* records, const uint32_t* indices, const double* radii,
-                     size_t n, PredictedValue value, double scale, bool big, uint8_t* out) {
+void predictRadially(const uint8_t* const* records, const uint32_t* indices, const int64_t* grid,
+                     double step, const bool* narrow, size_t n, PredictedValue value, double scale,
+                     bool big, uint8_t* out) {
     byWidth(value.width, [&](auto u) {
-        predictRadiallyAs<decltype(u)>(records, indices, radii, n, value.offset, scale, big, out);
+        predictRadiallyAs<decltype(u)>(records, indices, grid, step, narrow, n, value.offset, scale,
+                                       big, out);
     });
 }
 

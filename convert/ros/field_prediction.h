@@ -50,6 +50,9 @@ uint32_t choosePrediction(const RecordGrid& grid, const uint8_t* data, Predicted
 // number `scale` times that predicts (rounded half up; 0 when it is not finite or not below 2^62
 // in magnitude). The same on every machine: the library is built without contracted products.
 double radiusOf(double x, double y, double z);
+// The distance of a stream point on the grid (`grid`: x, y, z), as the stream gives its position
+// back with `step` (`narrow`: an axis of FLOAT32).
+double gridRadius(const int64_t* grid, double step, const bool* narrow);
 int64_t radialPrediction(double radius, double scale);
 
 // The scale of a radial prediction of a whole-number value (`isSigned`: of a signed type) from a
@@ -60,9 +63,11 @@ double chooseRadialScale(const uint8_t* const* records, const double* radii, siz
                          PredictedValue value, bool isSigned, bool big, double& bitsPerPoint);
 
 // The differences of the stream points' values (`records`, their message indices `indices` and
-// radii) to their radial predictions, little-endian, at their message index in `out`.
-void predictRadially(const uint8_t* const* records, const uint32_t* indices, const double* radii,
-                     size_t n, PredictedValue value, double scale, bool big, uint8_t* out);
+// positions on the grid, `grid`) to their radial predictions, little-endian, at their message
+// index in `out`.
+void predictRadially(const uint8_t* const* records, const uint32_t* indices, const int64_t* grid,
+                     double step, const bool* narrow, size_t n, PredictedValue value, double scale,
+                     bool big, uint8_t* out);
 
 // Adds its radial prediction back to the value of every point whose `inStream` byte is not 0,
 // from the position in its record (x, y and z as the layout has them).

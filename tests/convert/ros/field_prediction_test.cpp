@@ -94,8 +94,8 @@ INSTANTIATE_TEST_SUITE_P(Widths, PredictionRoundTrip, ::testing::ValuesIn(cases(
                          });
 
 // A whole number predicted from its point's distance to the origin: x, y and z (floats) as the
-// stream gives them back, values near the prediction, at the extremes of the width, and points
-// so far out that no prediction is made.
+// stream gives them back from the grid, values near the prediction, at the extremes of the width,
+// and points so far out that no prediction is made.
 class RadialRoundTrip : public ::testing::TestWithParam<Case> {};
 
 TEST_P(RadialRoundTrip, DifferencesComeBackExactly) {
@@ -104,40 +104,42 @@ TEST_P(RadialRoundTrip, DifferencesComeBackExactly) {
     CloudLayout layout;
     layout.bigEndian = c.big;
     for (uint32_t k = 0; k < 3; ++k) layout.position[k] = {int(k), 4 * k, kFloat32, "xyz"};
-    const RecordGrid grid{1, kPoints, kPoints * kStep, kStep, c.big};
+    const RecordGrid cloud{1, kPoints, kPoints * kStep, kStep, c.big};
     std::mt19937_64 random(c.width);
     std::vector<uint8_t> data(kPoints * kStep);
     std::vector<const uint8_t*> records;
     std::vector<uint32_t> indices;
-    std::vector<double> radii;
+    std::vector<int64_t> grid;  // x, y, z of the stream points on the grid
     std::vector<uint8_t> inStream(kPoints, 0);
-    const float far = 3e38f;
+    const double step = double(0.001f), scale = 1e4;
+    const bool narrow[3] = {true, true, true};
     for (uint32_t i = 0; i < kPoints; ++i) {
         uint8_t* record = &data[i * kStep];
-        const float xyz[3] = {i % 7 == 0 ? far : float(i) * 0.37f, -float(i), 2.5f};
+        const int64_t at[3] = {i % 7 == 0 ? int64_t{1} << 62 : int64_t(i) * 370, -int64_t(i), 2500};
         for (int k = 0; k < 3; ++k) {
+            const float position = float(double(at[k]) * step);
             uint32_t bits;
-            std::memcpy(&bits, &xyz[k], 4);
+            std::memcpy(&bits, &position, 4);
             put(record + 4 * k, 4, c.big, bits);
         }
-        const double radius = radiusOf(xyz[0], xyz[1], xyz[2]);
-        const uint64_t near = uint64_t(radialPrediction(radius, 1000.0)) + i % 3 - 1;
+        const uint64_t near =
+            uint64_t(radialPrediction(gridRadius(at, step, narrow), scale)) + i % 3 - 1;
         put(record + kValueAt, c.width, c.big, i % 5 == 0 ? plantedValue(i, random) : near);
         if (i % 4 == 3) continue;  // outside the stream: keeps its own value
         inStream[i] = 1;
         records.push_back(record);
         indices.push_back(i);
-        radii.push_back(radius);
+        grid.insert(grid.end(), at, at + 3);
     }
     const PredictedValue value{uint32_t(kValueAt), c.width};
     std::vector<uint8_t> differences(kPoints * c.width);
-    predictRadially(records.data(), indices.data(), radii.data(), records.size(), value, 1000.0,
-                    c.big, differences.data());
+    predictRadially(records.data(), indices.data(), grid.data(), step, narrow, records.size(),
+                    value, scale, c.big, differences.data());
     std::vector<uint8_t> decoded = data;
     for (uint32_t i : indices)
         put(&decoded[i * kStep + kValueAt], c.width, c.big,
             get(&differences[i * c.width], c.width, false));
-    undoRadialPrediction(grid, decoded.data(), layout, value, 1000.0, inStream.data());
+    undoRadialPrediction(cloud, decoded.data(), layout, value, scale, inStream.data());
     EXPECT_EQ(decoded, data);
 }
 
