@@ -415,13 +415,11 @@ void decodeData(const CloudDescription& cloud, const uint8_t* blob, size_t blobS
         throw Error("compressed_data's stream holds more chunks than its points need");
     const RecordGrid grid{cloud.height, cloud.width, cloud.rowStep, cloud.pointStep,
                           layout.bigEndian};
-    for (size_t f = 0; f < predictions.size(); ++f) {
-        const PredictedValue value{predicted[f].offset, predicted[f].width};
-        if (predictions[f].how == kRadialPrediction)
-            undoRadialPrediction(grid, data, layout, value, predictions[f].scale, inStream.data());
-        else if (predictions[f].how)
-            undoPrediction(grid, data, value, predictions[f].how, inStream.data());
-    }
+    std::vector<PredictedField> undo;
+    for (size_t f = 0; f < predictions.size(); ++f)
+        if (predictions[f].how)
+            undo.push_back({{predicted[f].offset, predicted[f].width}, predictions[f]});
+    undoPredictions(grid, data, layout, undo, inStream.data());
 }
 
 }  // namespace

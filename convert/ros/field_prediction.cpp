@@ -96,39 +96,6 @@ void predictAll(const RecordGrid& g, const uint8_t* data, uint32_t offset, uint6
     }
 }
 
-template <typename U, bool Big>
-void undoAll(const RecordGrid& g, uint8_t* data, uint32_t offset, uint64_t distance,
-             const uint8_t* inStream) {
-    const uint64_t ps = g.pointStep, width = g.width, head = std::min(distance, width);
-    for (uint64_t r = 0; r < g.rows; ++r, inStream += width) {
-        uint8_t* row = data + r * g.rowStep + offset;
-        for (uint64_t c = 0; c < head; ++c) {
-            if (!inStream[c]) continue;
-            uint8_t* at = row + c * ps;
-            const uint8_t* by = predictorOf(g, at, r, c, distance);
-            const U d = unzigzag<U>(load<U>(at, Big));
-            store<U>(at, U(d + (by ? load<U>(by, Big) : U(0))), Big);
-        }
-        // Without a branch a point: a point outside the stream keeps its value.
-        const uint64_t back = distance * ps;
-        uint8_t* at = row + head * ps;
-        for (uint64_t c = head; c < width; ++c, at += ps) {
-            const U v = load<U>(at, Big);
-            const U sum = U(unzigzag<U>(v) + load<U>(at - back, Big));
-            store<U>(at, inStream[c] ? sum : v, Big);
-        }
-    }
-}
-
-template <typename U>
-void undoAll(const RecordGrid& g, uint8_t* data, uint32_t offset, uint64_t distance,
-             const uint8_t* inStream) {
-    if (g.bigEndian)
-        undoAll<U, true>(g, data, offset, distance, inStream);
-    else
-        undoAll<U, false>(g, data, offset, distance, inStream);
-}
-
 }  // namespace
 
 uint32_t choosePrediction(const RecordGrid& g, const uint8_t* data, PredictedValue value,
@@ -263,22 +230,6 @@ void predictRadiallyAs(const uint8_t* const* records, const uint32_t* indices, c
     }
 }
 
-template <typename U, typename Axes>
-void undoRadiallyAs(const RecordGrid& g, uint8_t* data, const Axes& axes, uint32_t offset,
-                    double scale, const uint8_t* inStream) {
-    const bool big = g.bigEndian;
-    for (uint64_t r = 0; r < g.rows; ++r, inStream += g.width) {
-        uint8_t* record = data + r * g.rowStep;
-        for (uint64_t c = 0; c < g.width; ++c, record += g.pointStep) {
-            if (!inStream[c]) continue;
-            const double radius = radiusOf(axes(record, 0), axes(record, 1), axes(record, 2));
-            const U p = U(uint64_t(radialPrediction(radius, scale)));
-            uint8_t* at = record + offset;
-            store<U>(at, U(unzigzag<U>(load<U>(at, big)) + p), big);
-        }
-    }
-}
-
 }  // namespace
 
 void predictRadially(const uint8_t* const* records, const uint32_t* indices, const int64_t* grid,
@@ -290,25 +241,76 @@ void predictRadially(const uint8_t* const* records, const uint32_t* indices, con
     });
 }
 
-void undoRadialPrediction(const RecordGrid& grid, uint8_t* data, const CloudLayout& layout,
-                          PredictedValue value, double scale, const uint8_t* inStream) {
-    withAxes(layout, [&](const auto& axes) {
-        byWidth(value.width, [&](auto u) {
-            undoRadiallyAs<decltype(u)>(grid, data, axes, value.offset, scale, inStream);
-        });
-    });
-}
-
 void predictValues(const RecordGrid& grid, const uint8_t* data, PredictedValue value,
                    uint32_t distance, uint8_t* out) {
     byWidth(value.width,
             [&](auto u) { predictAll<decltype(u)>(grid, data, value.offset, distance, out); });
 }
 
-void undoPrediction(const RecordGrid& grid, uint8_t* data, PredictedValue value, uint32_t distance,
-                    const uint8_t* inStream) {
-    byWidth(value.width,
-            [&](auto u) { undoAll<decltype(u)>(grid, data, value.offset, distance, inStream); });
+namespace {
+
+// Row r's values of one field (at `offset` in its records) from the point `distance` before.
+template <typename U, bool Big>
+void undoRow(const RecordGrid& g, uint8_t* row, uint64_t r, uint32_t offset, uint64_t distance,
+             const uint8_t* inStream) {
+    const uint64_t ps = g.pointStep, width = g.width, head = std::min(distance, width);
+    row += offset;
+    for (uint64_t c = 0; c < head; ++c) {
+        if (!inStream[c]) continue;
+        uint8_t* at = row + c * ps;
+        const uint8_t* by = predictorOf(g, at, r, c, distance);
+        store<U>(at, U(unzigzag<U>(load<U>(at, Big)) + (by ? load<U>(by, Big) : U(0))), Big);
+    }
+    // Without a branch a point: a point outside the stream keeps its value.
+    const uint64_t back = distance * ps;
+    uint8_t* at = row + head * ps;
+    for (uint64_t c = head; c < width; ++c, at += ps) {
+        const U v = load<U>(at, Big);
+        const U sum = U(unzigzag<U>(v) + load<U>(at - back, Big));
+        store<U>(at, inStream[c] ? sum : v, Big);
+    }
+}
+
+// Row r's values of one field as `scale` times their points' distances to the origin.
+template <typename U, typename Axes>
+void undoRowRadially(const RecordGrid& g, uint8_t* row, const Axes& axes, uint32_t offset,
+                     double scale, const uint8_t* inStream) {
+    const bool big = g.bigEndian;
+    for (uint64_t c = 0; c < g.width; ++c, row += g.pointStep) {
+        if (!inStream[c]) continue;
+        const double radius = radiusOf(axes(row, 0), axes(row, 1), axes(row, 2));
+        const U p = U(uint64_t(radialPrediction(radius, scale)));
+        store<U>(row + offset, U(unzigzag<U>(load<U>(row + offset, big)) + p), big);
+    }
+}
+
+// Row by row, each row's fields in turn while its records are in the cache.
+template <typename Axes>
+void undoAll(const RecordGrid& g, uint8_t* data, const Axes& axes,
+             const std::vector<PredictedField>& fields, const uint8_t* inStream) {
+    for (uint64_t r = 0; r < g.rows; ++r, inStream += g.width) {
+        uint8_t* row = data + r * g.rowStep;
+        for (const PredictedField& field : fields) {
+            const uint32_t how = field.prediction.how, offset = field.value.offset;
+            byWidth(field.value.width, [&](auto u) {
+                using U = decltype(u);
+                if (how == kRadialPrediction)
+                    undoRowRadially<U>(g, row, axes, offset, field.prediction.scale, inStream);
+                else if (g.bigEndian)
+                    undoRow<U, true>(g, row, r, offset, how, inStream);
+                else
+                    undoRow<U, false>(g, row, r, offset, how, inStream);
+            });
+        }
+    }
+}
+
+}  // namespace
+
+void undoPredictions(const RecordGrid& grid, uint8_t* data, const CloudLayout& layout,
+                     const std::vector<PredictedField>& fields, const uint8_t* inStream) {
+    if (fields.empty()) return;
+    withAxes(layout, [&](const auto& axes) { undoAll(grid, data, axes, fields, inStream); });
 }
 
 }  // namespace zul::ros

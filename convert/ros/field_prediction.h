@@ -69,11 +69,6 @@ void predictRadially(const uint8_t* const* records, const uint32_t* indices, con
                      double step, const bool* narrow, size_t n, PredictedValue value, double scale,
                      bool big, uint8_t* out);
 
-// Adds its radial prediction back to the value of every point whose `inStream` byte is not 0,
-// from the position in its record (x, y and z as the layout has them).
-void undoRadialPrediction(const RecordGrid& grid, uint8_t* data, const CloudLayout& layout,
-                          PredictedValue value, double scale, const uint8_t* inStream);
-
 // The differences of every point's value to its prediction, little-endian, in message order, into
 // `out` (the points' count times the width bytes). `distance` is 1 to grid.width. The value of
 // point i is predicted by that of point i - distance, for the points of the first row closer to
@@ -81,9 +76,16 @@ void undoRadialPrediction(const RecordGrid& grid, uint8_t* data, const CloudLayo
 void predictValues(const RecordGrid& grid, const uint8_t* data, PredictedValue value,
                    uint32_t distance, uint8_t* out);
 
-// Adds its prediction back to the value of every point whose `inStream` byte is not 0, in message
-// order (the points before have their values by then; a point with byte 0 holds its own already).
-void undoPrediction(const RecordGrid& grid, uint8_t* data, PredictedValue value, uint32_t distance,
-                    const uint8_t* inStream);
+// A value of the records and how it is predicted.
+struct PredictedField {
+    PredictedValue value;
+    Prediction prediction;
+};
+
+// Adds their predictions back to the values of every point whose `inStream` byte is not 0, in
+// one pass in message order (the points before have their values by then; a point with byte 0
+// holds its own already; x, y and z as the layout has them are the stream's).
+void undoPredictions(const RecordGrid& grid, uint8_t* data, const CloudLayout& layout,
+                     const std::vector<PredictedField>& fields, const uint8_t* inStream);
 
 }  // namespace zul::ros

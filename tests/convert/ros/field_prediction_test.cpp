@@ -74,7 +74,8 @@ TEST_P(PredictionRoundTrip, DifferencesComeBackExactly) {
         uint8_t* at = &decoded[(i / kColumns) * kRowStep + (i % kColumns) * kPointStep + kOffset];
         put(at, c.width, c.big, get(&differences[i * c.width], c.width, false));
     }
-    undoPrediction(grid, decoded.data(), value, c.distance, inStream.data());
+    undoPredictions(grid, decoded.data(), CloudLayout{}, {{value, {c.distance, 0}}},
+                    inStream.data());
     EXPECT_EQ(decoded, data);
 }
 
@@ -139,7 +140,8 @@ TEST_P(RadialRoundTrip, DifferencesComeBackExactly) {
     for (uint32_t i : indices)
         put(&decoded[i * kStep + kValueAt], c.width, c.big,
             get(&differences[i * c.width], c.width, false));
-    undoRadialPrediction(cloud, decoded.data(), layout, value, scale, inStream.data());
+    undoPredictions(cloud, decoded.data(), layout, {{value, {kRadialPrediction, scale}}},
+                    inStream.data());
     EXPECT_EQ(decoded, data);
 }
 
