@@ -323,6 +323,12 @@ void decodeData(const CloudDescription& cloud, const uint8_t* blob, size_t blobS
         reader.read(column);
         predictions = readPredictions(column, predicted, cloud.width);
     }
+    // Radial predictions are undone chunk by chunk, the others in message order at the end.
+    std::vector<PredictedField> radial, fromNeighbours;
+    for (size_t f = 0; f < predictions.size(); ++f)
+        if (predictions[f].how)
+            (predictions[f].how == kRadialPrediction ? radial : fromNeighbours)
+                .push_back({{predicted[f].offset, predicted[f].width}, predictions[f]});
     const uint64_t outside = layout.hasPositions ? points - total : 0;
     const uint64_t tail = points == 0 ? 0 : cloud.rowStep - layout.recordBytes;
     std::vector<Column> record =
@@ -398,6 +404,7 @@ void decodeData(const CloudDescription& cloud, const uint8_t* blob, size_t blobS
             }
             fields->place(records.data());
             writeStreamPoints(decoded, ties, records.data(), n, layout, where);
+            undoRadialPredictions(records.data(), n, layout, radial);
             continue;
         }
         seen.assign(n, 0);
@@ -415,11 +422,7 @@ void decodeData(const CloudDescription& cloud, const uint8_t* blob, size_t blobS
         throw Error("compressed_data's stream holds more chunks than its points need");
     const RecordGrid grid{cloud.height, cloud.width, cloud.rowStep, cloud.pointStep,
                           layout.bigEndian};
-    std::vector<PredictedField> undo;
-    for (size_t f = 0; f < predictions.size(); ++f)
-        if (predictions[f].how)
-            undo.push_back({{predicted[f].offset, predicted[f].width}, predictions[f]});
-    undoPredictions(grid, data, layout, undo, inStream.data());
+    undoPredictions(grid, data, layout, fromNeighbours, inStream.data());
 }
 
 }  // namespace

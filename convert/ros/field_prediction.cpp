@@ -307,6 +307,27 @@ void undoAll(const RecordGrid& g, uint8_t* data, const Axes& axes,
 
 }  // namespace
 
+void undoRadialPredictions(uint8_t* const* records, size_t n, const CloudLayout& layout,
+                           const std::vector<PredictedField>& fields) {
+    const bool big = layout.bigEndian;
+    withAxes(layout, [&](const auto& axes) {
+        for (const PredictedField& field : fields)
+            byWidth(field.value.width, [&](auto u) {
+                using U = decltype(u);
+                const uint32_t offset = field.value.offset;
+                const double scale = field.prediction.scale;
+                for (size_t j = 0; j < n; ++j) {
+                    uint8_t* record = records[j];
+                    const double radius =
+                        radiusOf(axes(record, 0), axes(record, 1), axes(record, 2));
+                    const U p = U(uint64_t(radialPrediction(radius, scale)));
+                    uint8_t* at = record + offset;
+                    store<U>(at, U(unzigzag<U>(load<U>(at, big)) + p), big);
+                }
+            });
+    });
+}
+
 void undoPredictions(const RecordGrid& grid, uint8_t* data, const CloudLayout& layout,
                      const std::vector<PredictedField>& fields, const uint8_t* inStream) {
     if (fields.empty()) return;

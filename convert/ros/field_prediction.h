@@ -87,5 +87,9 @@ struct PredictedField {
 // holds its own already; x, y and z as the layout has them are the stream's).
 void undoPredictions(const RecordGrid& grid, uint8_t* data, const CloudLayout& layout,
                      const std::vector<PredictedField>& fields, const uint8_t* inStream);
+// The same for radial predictions only, of the stream points at `records` (their x, y and z
+// written): a chunk's points while they are in the cache.
+void undoRadialPredictions(uint8_t* const* records, size_t n, const CloudLayout& layout,
+                           const std::vector<PredictedField>& fields);
 
 }  // namespace zul::ros
