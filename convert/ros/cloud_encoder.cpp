@@ -201,17 +201,19 @@ void predictFields(const RecordGrid& grid, const uint8_t* data, const CloudLayou
                    std::vector<Prediction>& predictions, UnsetVector<uint8_t>& differences) {
     const std::vector<CompanionField>& fields = writer.fields();
     predictions.assign(fields.size(), Prediction{});
-    // A sample of the stream points (at most 2048), their records and distances to the origin.
+    // A sample of the stream points (at most 2048), their records and distances to the origin,
+    // made when a whole number needs it.
     const size_t n = points.message.size();
-    const size_t every = std::max<size_t>(1, n / 1024);
     std::vector<const uint8_t*> sample;
     std::vector<double> radii;
     bool narrow[3];
     for (int k = 0; k < 3; ++k) narrow[k] = layout.position[k].datatype == kFloat32;
-    for (size_t j = 0; j < n; j += every) {
-        sample.push_back(points.records[j]);
-        radii.push_back(gridRadius(&points.grid[3 * j], step, narrow));
-    }
+    auto takeSample = [&] {
+        for (size_t j = 0, every = std::max<size_t>(1, n / 1024); j < n; j += every) {
+            sample.push_back(points.records[j]);
+            radii.push_back(gridRadius(&points.grid[3 * j], step, narrow));
+        }
+    };
     size_t widths = 0;
     for (size_t f = 0; f < fields.size(); ++f) {
         const CompanionField& field = fields[f];
@@ -219,7 +221,9 @@ void predictFields(const RecordGrid& grid, const uint8_t* data, const CloudLayou
         const PredictedValue value{field.offset, field.width};
         double bits = 0, radialBits = 0;
         predictions[f].how = choosePrediction(grid, data, value, bits);
-        if (field.type >= zul_FIELD_U8 && field.type <= zul_FIELD_I64) {
+        // Values of no bits (zeros, mostly) leave nothing to gain.
+        if (field.type >= zul_FIELD_U8 && field.type <= zul_FIELD_I64 && bits > 0) {
+            if (sample.empty()) takeSample();
             const bool isSigned = field.type % 2 == 0;
             const double scale = chooseRadialScale(sample.data(), radii.data(), sample.size(),
                                                    value, isSigned, layout.bigEndian, radialBits);
