@@ -197,7 +197,7 @@ private:
 // a whole number from the stream point's distance to the origin) and gives the writer their
 // differences, made into `differences`.
 void predictFields(const RecordGrid& grid, const uint8_t* data, const CloudLayout& layout,
-                   const StreamPoints& points, double step, CompanionWriter& writer,
+                   const StreamPoints& points, double step, bool radial, CompanionWriter& writer,
                    std::vector<Prediction>& predictions, UnsetVector<uint8_t>& differences) {
     const std::vector<CompanionField>& fields = writer.fields();
     predictions.assign(fields.size(), Prediction{});
@@ -222,7 +222,7 @@ void predictFields(const RecordGrid& grid, const uint8_t* data, const CloudLayou
         double bits = 0, radialBits = 0;
         predictions[f].how = choosePrediction(grid, data, value, bits);
         // Values of no bits (zeros, mostly) leave nothing to gain.
-        if (field.type >= zul_FIELD_U8 && field.type <= zul_FIELD_I64 && bits > 0) {
+        if (radial && field.type >= zul_FIELD_U8 && field.type <= zul_FIELD_I64 && bits > 0) {
             if (sample.empty()) takeSample();
             const bool isSigned = field.type % 2 == 0;
             const double scale = chooseRadialScale(sample.data(), radii.data(), sample.size(),
@@ -258,7 +258,8 @@ std::unique_ptr<CompanionWriter> writeStream(const CloudLayout& layout, const St
                                              const zul_DataType& type, const ChunkPlan& plan,
                                              std::vector<uint8_t>& stream,
                                              std::vector<uint8_t>& order, bool companion,
-                                             const PointCloud2View& message, bool predict,
+                                             const PointCloud2View& message,
+                                             const EncodeOptions& options,
                                              std::vector<Prediction>& predictions) {
     StreamWriter writer(type, stream);
     std::unique_ptr<CompanionWriter> fields;
@@ -268,10 +269,10 @@ std::unique_ptr<CompanionWriter> writeStream(const CloudLayout& layout, const St
     if (companion) {
         fields = std::make_unique<CompanionWriter>(layout, stream.data(), stream.size());
         const CloudDescription& c = message.cloud;
-        if (predict)
+        if (options.predict)
             predictFields({c.height, c.width, c.rowStep, c.pointStep, layout.bigEndian},
-                          message.data, layout, points, type.quantizationStep, *fields, predictions,
-                          *differences);
+                          message.data, layout, points, type.quantizationStep,
+                          options.radialPrediction, *fields, predictions, *differences);
     }
     std::vector<uint64_t> stored;
     std::vector<const uint8_t*> storedRecords;
@@ -425,7 +426,7 @@ void compressView(const PointCloud2View& message, const EncodeOptions& options,
             planChunks(cloud.height, cloud.width, points.inside.data(), points.message.size(),
                        chunkPoints, head.tileColumns, true);
         companion = writeStream(layout, points, type, plan, stream, order, options.companion,
-                                message, options.predict, predictions);
+                                message, options, predictions);
         if (companion) head.flags |= kCompanion;
         if (std::any_of(predictions.begin(), predictions.end(),
                         [](const Prediction& p) { return p.how != 0; }))

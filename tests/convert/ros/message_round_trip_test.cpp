@@ -37,6 +37,7 @@ struct Case {
     uint32_t chunkPoints;
     bool companion = true;
     bool predict = true;  // false: as writers before predictions made them
+    bool radial = false;
 };
 
 std::string caseName(const ::testing::TestParamInfo<Case>& info) {
@@ -46,7 +47,7 @@ std::string caseName(const ::testing::TestParamInfo<Case>& info) {
            (c.bigEndianData ? "_bigdata" : "") + "_step_um" +
            std::to_string(int(std::lround(c.step * 1e6))) + "_chunk" +
            std::to_string(c.chunkPoints) + (c.companion ? "" : "_lean") +
-           (c.predict ? "" : "_unpredicted");
+           (c.predict ? "" : "_unpredicted") + (c.radial ? "_radial" : "");
 }
 
 class MessageRoundTrip : public ::testing::TestWithParam<Case> {};
@@ -61,6 +62,7 @@ TEST_P(MessageRoundTrip, ComesBackWithEveryField) {
     options.chunkPoints = c.chunkPoints;
     options.companion = c.companion;
     options.predict = c.predict;
+    options.radialPrediction = c.radial;
     const std::vector<uint8_t> compressed =
         compressMessage(bytes.data(), bytes.size(), family, options);
     const CompressedPointCloud2 parsed =
@@ -90,6 +92,10 @@ std::vector<Case> cases() {
         all.push_back({shape, Wire::CdrBig, true, 0.001, 0, false});
     for (const SensorShape& shape : shapes)
         all.push_back({shape, Wire::CdrLittle, false, 0.001, 0, true, false});
+    // The lidar's range from the distance to the origin, at a fine and a coarse step.
+    for (Wire wire : {Wire::Ros1, Wire::CdrBig})
+        all.push_back({shapes[0], wire, wire == Wire::CdrBig, 0.001, 0, true, true, true});
+    all.push_back({shapes[0], Wire::CdrLittle, false, 0.05, 0, true, true, true});
     return all;
 }
 
