@@ -3,8 +3,9 @@
 //  - bit 1 clear: a CompressedPointCloud2. Unless bit 2 is set its checksum is made afresh, so that
 //    the checks behind it are reached. Decompressing it either throws zul::ros::Error or gives a
 //    PointCloud2 that serialises and compresses again, to the same data.
-//  - bit 1 set: a PointCloud2. Compressing it either throws Error or gives a message that
-//    decompresses to the original, positions within half a step, all else byte for byte.
+//  - bit 1 set: a PointCloud2. Compressing it (with bit 2 set also predicting whole numbers from
+//    the position) either throws Error or gives a message that decompresses to the original,
+//    positions within half a step, all else byte for byte.
 // A compressed message may claim at most 16 MiB of data.
 #include <cstdio>
 #include <string>
@@ -50,12 +51,14 @@ void checkCompressed(const uint8_t* data, size_t size, Serialization family, boo
     FUZZ_CHECK(zul::ros::testing::differenceOf(reread, again, 0.001).empty());
 }
 
-void checkCloud(const uint8_t* data, size_t size, Serialization family) {
+void checkCloud(const uint8_t* data, size_t size, Serialization family, bool radial) {
     PointCloud2 cloud;
     CompressedPointCloud2 compressed;
     try {
         cloud = readPointCloud2(data, size, family);
-        compressed = compressCloud(cloud);
+        EncodeOptions options;
+        options.radialPrediction = radial;
+        compressed = compressCloud(cloud, options);
     } catch (const Error&) {
         return;
     }
@@ -73,7 +76,7 @@ void check(const uint8_t* data, size_t size) {
     const uint8_t mode = data[0];
     const Serialization family = mode & 1 ? Serialization::Ros2 : Serialization::Ros1;
     if (mode & 2)
-        checkCloud(data + 1, size - 1, family);
+        checkCloud(data + 1, size - 1, family, (mode & 4) != 0);
     else
         checkCompressed(data + 1, size - 1, family, (mode & 4) != 0);
 }

@@ -3,10 +3,10 @@
 // on one thread; on a shared, loaded machine they are indicative only.
 //
 //   ros_message_benchmark [step, default 0.001] [repeats, default 5]
-//   ros_message_benchmark --once lidar|flat|camera [own|companion] [repeats, default 1]
-//                         [points a chunk] [tile columns]
-//     encodes and decodes one message (with own columns instead of a companion, with the plan
-//     given instead of the default), once for
+//   ros_message_benchmark --once lidar|flat|camera [own|companion|radial|unpredicted]
+//                         [repeats, default 1] [points a chunk] [tile columns]
+//     encodes and decodes one message (with own columns instead of a companion, with radial
+//     predictions too, without predictions; with the plan given instead of the default), once for
 //     instruction counts: valgrind --tool=callgrind --toggle-collect='zul::ros::compressMessage*'
 //     --toggle-collect='zul::ros::decompressMessage*' ros_message_benchmark --once lidar;
 //     or `repeats` times, printing the median times passed and of the processor
@@ -164,12 +164,14 @@ double median(std::vector<double> values) {
 
 // Encodes and decodes one message `repeats` times, printing the sizes and, for more than one
 // run, the median times (passed and of the processor).
-int once(const SensorShape& shape, bool companion, int repeats, uint32_t chunkPoints,
+int once(const SensorShape& shape, const std::string& mode, int repeats, uint32_t chunkPoints,
          uint32_t tileColumns) {
     const PointCloud2 message = testing::makeSensorMessage(shape, Wire::CdrLittle, false, 1);
     const std::vector<uint8_t> bytes = writePointCloud2(message);
     EncodeOptions options;
-    options.companion = companion;
+    options.companion = mode != "own";
+    options.radialPrediction = mode == "radial";
+    options.predict = mode != "unpredicted";
     options.chunkPoints = chunkPoints;
     options.tileColumns = tileColumns;
     std::vector<uint8_t> compressed, back;
@@ -203,13 +205,13 @@ int main(int argc, char** argv) {
                                    {Sensor::RgbCamera, 480, 640}};
     if (argc > 2 && std::string(argv[1]) == "--once") {
         const std::string name = argv[2];
-        const bool companion = !(argc > 3 && std::string(argv[3]) == "own");
+        const std::string mode = argc > 3 ? argv[3] : "companion";
         const int repeats = argc > 4 ? std::max(1, std::atoi(argv[4])) : 1;
         const uint32_t chunkPoints = argc > 5 ? uint32_t(std::atol(argv[5])) : 0;
         const uint32_t tileColumns = argc > 6 ? uint32_t(std::atol(argv[6])) : 0;
         for (int s = 0; s < 3; ++s)
             if (name == (s == 0 ? "lidar" : s == 1 ? "flat" : "camera"))
-                return once(shapes[s], companion, repeats, chunkPoints, tileColumns);
+                return once(shapes[s], mode, repeats, chunkPoints, tileColumns);
         std::fprintf(stderr, "--once takes lidar, flat or camera\n");
         return 2;
     }

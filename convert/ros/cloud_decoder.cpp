@@ -7,6 +7,7 @@
 #include "chunk_plan.h"
 #include "companion_columns.h"
 #include "compressed_blob.h"
+#include "field_prediction.h"
 #include "point_access.h"
 #include "record_columns.h"
 #include "stream_order.h"
@@ -313,6 +314,21 @@ void decodeData(const CloudDescription& cloud, const uint8_t* blob, size_t blobS
         order.bytes.resize(2 * total);
         reader.read(order);
     }
+    // Which companion columns hold differences to a prediction, and from how far back.
+    std::vector<CompanionField> predicted;
+    std::vector<Prediction> predictions;
+    if (head.flags & kPredicted) {
+        predicted = companionFields(layout);
+        Column column = emptyPredictionColumn(predicted.size());
+        reader.read(column);
+        predictions = readPredictions(column, predicted, cloud.width);
+    }
+    // Radial predictions are undone chunk by chunk, the others in message order at the end.
+    std::vector<PredictedField> radial, fromNeighbours;
+    for (size_t f = 0; f < predictions.size(); ++f)
+        if (predictions[f].how)
+            (predictions[f].how == kRadialPrediction ? radial : fromNeighbours)
+                .push_back({{predicted[f].offset, predicted[f].width}, predictions[f]});
     const uint64_t outside = layout.hasPositions ? points - total : 0;
     const uint64_t tail = points == 0 ? 0 : cloud.rowStep - layout.recordBytes;
     std::vector<Column> record =
@@ -388,6 +404,7 @@ void decodeData(const CloudDescription& cloud, const uint8_t* blob, size_t blobS
             }
             fields->place(records.data());
             writeStreamPoints(decoded, ties, records.data(), n, layout, where);
+            undoRadialPredictions(records.data(), n, layout, radial);
             continue;
         }
         seen.assign(n, 0);
@@ -403,6 +420,9 @@ void decodeData(const CloudDescription& cloud, const uint8_t* blob, size_t blobS
     }
     if (!stream.done())
         throw Error("compressed_data's stream holds more chunks than its points need");
+    const RecordGrid grid{cloud.height, cloud.width, cloud.rowStep, cloud.pointStep,
+                          layout.bigEndian};
+    undoPredictions(grid, data, layout, fromNeighbours, inStream.data());
 }
 
 }  // namespace

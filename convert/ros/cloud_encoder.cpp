@@ -9,6 +9,7 @@
 #include "chunk_plan.h"
 #include "companion_columns.h"
 #include "compressed_blob.h"
+#include "field_prediction.h"
 #include "point_access.h"
 #include "record_columns.h"
 #include "scratch.h"
@@ -192,6 +193,63 @@ private:
     std::vector<uint8_t>& out_;
 };
 
+// Chooses the companion's columns that a prediction suits (docs/ros.md: from an earlier point, or
+// a whole number from the stream point's distance to the origin) and gives the writer their
+// differences, made into `differences`.
+void predictFields(const RecordGrid& grid, const uint8_t* data, const CloudLayout& layout,
+                   const StreamPoints& points, double step, bool radial, CompanionWriter& writer,
+                   std::vector<Prediction>& predictions, UnsetVector<uint8_t>& differences) {
+    const std::vector<CompanionField>& fields = writer.fields();
+    predictions.assign(fields.size(), Prediction{});
+    // A sample of the stream points (at most 2048), their records and distances to the origin,
+    // made when a whole number needs it.
+    const size_t n = points.message.size();
+    std::vector<const uint8_t*> sample;
+    std::vector<double> radii;
+    bool narrow[3];
+    for (int k = 0; k < 3; ++k) narrow[k] = layout.position[k].datatype == kFloat32;
+    auto takeSample = [&] {
+        for (size_t j = 0, every = std::max<size_t>(1, n / 1024); j < n; j += every) {
+            sample.push_back(points.records[j]);
+            radii.push_back(gridRadius(&points.grid[3 * j], step, narrow));
+        }
+    };
+    size_t widths = 0;
+    for (size_t f = 0; f < fields.size(); ++f) {
+        const CompanionField& field = fields[f];
+        if (field.type == zul_FIELD_RAW) continue;
+        const PredictedValue value{field.offset, field.width};
+        double bits = 0, radialBits = 0;
+        predictions[f].how = choosePrediction(grid, data, value, bits);
+        // Values of no bits (zeros, mostly) leave nothing to gain.
+        if (radial && field.type >= zul_FIELD_U8 && field.type <= zul_FIELD_I64 && bits > 0) {
+            if (sample.empty()) takeSample();
+            const bool isSigned = field.type % 2 == 0;
+            const double scale = chooseRadialScale(sample.data(), radii.data(), sample.size(),
+                                                   value, isSigned, layout.bigEndian, radialBits);
+            if (scale != 0 && radialBits * 4 <= bits * 3)
+                predictions[f] = Prediction{kRadialPrediction, scale};
+        }
+        if (predictions[f].how) widths += field.width;
+    }
+    const size_t count = grid.rows * grid.width;
+    differences.resize(count * widths);
+    uint8_t* at = differences.data();
+    for (size_t f = 0; f < fields.size(); ++f) {
+        const Prediction& prediction = predictions[f];
+        const PredictedValue value{fields[f].offset, fields[f].width};
+        if (prediction.how == kRadialPrediction)
+            predictRadially(points.records.data(), points.message.data(), points.grid.data(), step,
+                            narrow, n, value, prediction.scale, layout.bigEndian, at);
+        else if (prediction.how)
+            predictValues(grid, data, value, prediction.how, at);
+        else
+            continue;
+        writer.takeValues(f, at);
+        at += count * fields[f].width;
+    }
+}
+
 // Encodes the stream points chunk by chunk in the order the decoder gives them back into `stream`,
 // and notes for each of them its place in the chunk's message order (`order`), or, with a
 // companion, puts the other fields of each chunk's points and their message indices into it,
@@ -199,10 +257,23 @@ private:
 std::unique_ptr<CompanionWriter> writeStream(const CloudLayout& layout, const StreamPoints& points,
                                              const zul_DataType& type, const ChunkPlan& plan,
                                              std::vector<uint8_t>& stream,
-                                             std::vector<uint8_t>& order, bool companion) {
+                                             std::vector<uint8_t>& order, bool companion,
+                                             const PointCloud2View& message,
+                                             const EncodeOptions& options,
+                                             std::vector<Prediction>& predictions) {
     StreamWriter writer(type, stream);
     std::unique_ptr<CompanionWriter> fields;
-    if (companion) fields = std::make_unique<CompanionWriter>(layout, stream.data(), stream.size());
+    // The differences of predicted fields, a buffer of the thread.
+    thread_local UnsetVector<uint8_t> reused;
+    const ScratchLease<UnsetVector<uint8_t>> differences(reused);
+    if (companion) {
+        fields = std::make_unique<CompanionWriter>(layout, stream.data(), stream.size());
+        const CloudDescription& c = message.cloud;
+        if (options.predict)
+            predictFields({c.height, c.width, c.rowStep, c.pointStep, layout.bigEndian},
+                          message.data, layout, points, type.quantizationStep,
+                          options.radialPrediction, *fields, predictions, *differences);
+    }
     std::vector<uint64_t> stored;
     std::vector<const uint8_t*> storedRecords;
     if (!companion) order.resize(2 * plan.sequence.size());
@@ -337,6 +408,7 @@ void compressView(const PointCloud2View& message, const EncodeOptions& options,
     const ScratchLease<UnsetVector<int64_t>> gridLease(points.grid);
     std::vector<uint8_t>& stream = *streamLease;
     std::vector<uint8_t> order;
+    std::vector<Prediction> predictions;  // of the companion's columns
     std::unique_ptr<CompanionWriter> companion;
     if (layout.hasPositions) {
         selectStreamPoints(message, layout, step, points);
@@ -353,8 +425,12 @@ void compressView(const PointCloud2View& message, const EncodeOptions& options,
         const ChunkPlan plan =
             planChunks(cloud.height, cloud.width, points.inside.data(), points.message.size(),
                        chunkPoints, head.tileColumns, true);
-        companion = writeStream(layout, points, type, plan, stream, order, options.companion);
+        companion = writeStream(layout, points, type, plan, stream, order, options.companion,
+                                message, options, predictions);
         if (companion) head.flags |= kCompanion;
+        if (std::any_of(predictions.begin(), predictions.end(),
+                        [](const Prediction& p) { return p.how != 0; }))
+            head.flags |= kPredicted;
     }
     // With a companion, the stream and it as the companion's one blob.
     head.streamSize = companion ? companion->finish(stream) : stream.size();
@@ -366,6 +442,9 @@ void compressView(const PointCloud2View& message, const EncodeOptions& options,
         for (uint64_t i = 0; i < layout.points; ++i)
             mask.bytes[i / 8] |= uint8_t(points.inside[i] << (i % 8));
         putColumn(std::move(mask), columns);
+    }
+    if (head.flags & kPredicted) {
+        putColumn(predictionColumn(predictions), columns);
     }
     const uint64_t outside = layout.hasPositions ? layout.points - points.message.size() : 0;
     const uint64_t tail = layout.points == 0 ? 0 : cloud.rowStep - layout.recordBytes;

@@ -1,6 +1,7 @@
 #include "companion_columns.h"
 
 #include <algorithm>
+#include <cstring>
 #include <set>
 
 #include "point_access.h"
@@ -45,6 +46,26 @@ bool allZero(const uint8_t* bytes, size_t size) {
     return any == 0;
 }
 
+// The values of the points `indices` names, `W` bytes each, from `source` (by message index).
+template <size_t W>
+void gatherByIndex(const uint8_t* source, const uint64_t* indices, size_t n, uint8_t* out) {
+    for (size_t j = 0; j < n; ++j) std::memcpy(out + j * W, source + indices[j] * W, W);
+}
+
+void gatherByIndex(const uint8_t* source, const uint64_t* indices, size_t n, uint32_t width,
+                   uint8_t* out) {
+    switch (width) {
+        case 1:
+            return gatherByIndex<1>(source, indices, n, out);
+        case 2:
+            return gatherByIndex<2>(source, indices, n, out);
+        case 4:
+            return gatherByIndex<4>(source, indices, n, out);
+        default:
+            return gatherByIndex<8>(source, indices, n, out);
+    }
+}
+
 void check(zul_Status status, const std::string& what) {
     if (status != zul_STATUS_OK)
         throw Error("compressed_data's companion: " + what + " (" + zul_x_statusText(status) + ")");
@@ -83,7 +104,9 @@ std::vector<CompanionField> companionFields(const CloudLayout& layout) {
 
 CompanionWriter::CompanionWriter(const CloudLayout& layout, const uint8_t* streamHead,
                                  size_t headSize)
-    : fields_(companionFields(layout)), bigEndian_(layout.bigEndian) {
+    : fields_(companionFields(layout)),
+      sources_(fields_.size(), nullptr),
+      bigEndian_(layout.bigEndian) {
     zul_xout_open(&writer_, nullptr);
     for (const CompanionField& field : fields_)
         check(zul_xout_addField(writer_, field.name.c_str(), field.type, int32_t(field.width),
@@ -103,8 +126,11 @@ void CompanionWriter::chunk(const std::vector<const uint8_t*>& records,
         const CompanionField& field = fields_[f];
         // Only grows: a resize would zero what it adds for each wider field.
         if (values_.size() < n * field.width) values_.resize(n * field.width);
-        gatherValues(records.data(), n, field.offset, field.width,
-                     bigEndian_ && field.type != zul_FIELD_RAW, values_.data());
+        if (sources_[f])
+            gatherByIndex(sources_[f], indices.data(), n, field.width, values_.data());
+        else
+            gatherValues(records.data(), n, field.offset, field.width,
+                         bigEndian_ && field.type != zul_FIELD_RAW, values_.data());
         check(zul_xout_writeColumn(writer_, chunks_, int32_t(f), values_.data(), int64_t(n)),
               "a column refused");
     }

@@ -38,6 +38,10 @@ public:
     // chunk's bytes as the encoder gave them.
     void chunk(const std::vector<const uint8_t*>& records, const std::vector<uint64_t>& indices,
                const uint8_t* bytes, size_t size);
+    const std::vector<CompanionField>& fields() const { return fields_; }
+    // Column `f` takes its values from `values` (every message point's, little-endian, in message
+    // order, kept by the caller until the last chunk) instead of the records.
+    void takeValues(size_t f, const uint8_t* values) { sources_[f] = values; }
     // Finishes the companion: returns the size of the one blob of it and `stream` (the stream
     // whose chunks were given), which appendBlob() then appends to `out`.
     size_t finish(const std::vector<uint8_t>& stream);
@@ -45,6 +49,7 @@ public:
 
 private:
     std::vector<CompanionField> fields_;
+    std::vector<const uint8_t*> sources_;  // a column's values by message index, or null
     bool bigEndian_;
     // Closed also when the constructor throws.
     struct Handle {

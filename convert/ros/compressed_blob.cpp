@@ -71,7 +71,8 @@ BlobHead readBlobHead(const uint8_t* bytes, size_t size) {
     head.trailingDataBytes = get(bytes + 16, 8);
     head.streamSize = get(bytes + 24, 8);
     head.checksum = get(bytes + 32, 8);
-    if ((head.flags & ~(kIntensityInStream | kMaskPresent | kCompanion)) != 0 || bytes[7] != 0)
+    if ((head.flags & ~(kIntensityInStream | kMaskPresent | kCompanion | kPredicted)) != 0 ||
+        bytes[7] != 0 || ((head.flags & kPredicted) && !(head.flags & kCompanion)))
         throw Error("compressed_data's head has flags or reserved bytes no writer sets");
     if (head.trailingMessageBytes > 3)
         throw Error("compressed_data's head claims " + std::to_string(head.trailingMessageBytes) +

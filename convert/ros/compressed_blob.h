@@ -19,6 +19,7 @@ enum BlobFlag : uint8_t {
     kIntensityInStream = 1,  // the intensity field is in the stream's reflection values
     kMaskPresent = 2,        // some points are outside the stream: the "valid" column says which
     kCompanion = 4,          // the stream's points' other fields are in a companion beside it
+    kPredicted = 8,  // some companion columns hold differences to a prediction ("predictions")
 };
 
 struct BlobHead {

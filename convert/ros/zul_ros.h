@@ -39,6 +39,13 @@ struct EncodeOptions {
     // (zul_companion.h) beside the stream, the two as its one blob; false: in columns of the
     // message's own container.
     bool companion = true;
+    // With a companion: fields that an earlier point of the message predicts well (measured on a
+    // sample) sent as their differences to that prediction (docs/ros.md).
+    bool predict = true;
+    // With `predict`: a whole-number field that follows from the position (a lidar's range) also
+    // predicted from the point's distance to the origin. Measured on the generated lidar: 6.4%
+    // smaller, decoded about 5% slower.
+    bool radialPrediction = false;
 };
 
 struct DecodeOptions {

@@ -165,10 +165,16 @@ const CompressedCase kCompressedCases[] = {
      [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[40 + 24 + 36] ^= 1; }); },
      "compressed_data's companion: does not belong to the stream"},
     {"intensity_flag", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[5] ^= 1; }); },
-     "compressed_data's stream holds other attributes than the fields say"},
+     "column 'predictions' holds 96 bytes, the cloud's layout 108"},
     {"mask_flag", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[5] ^= 2; }); },
      "the column container holds 'valid' or another type where the cloud's layout puts column "
-     "'outside_records'"},
+     "'predictions'"},
+    {"predicted_flag", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[5] ^= 8; }); },
+     "the column container holds 'predictions' or another type where the cloud's layout puts "
+     "column 'outside_records'"},
+    {"predicted_without_companion",
+     [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[5] ^= 4; }); },
+     "compressed_data's head has flags or reserved bytes no writer sets"},
     {"tiles", [](CompressedPointCloud2& m) { reseal(m, [](auto& b) { b[12] = 1, b[13] = 0; }); },
      "compressed_data's companion holds 1 chunks and 8 columns, the cloud's layout 64"},
     {"claims_too_much", [](CompressedPointCloud2& m) { m.cloud.height = 4000000000u; },

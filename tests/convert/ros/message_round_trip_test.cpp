@@ -36,6 +36,8 @@ struct Case {
     double step;
     uint32_t chunkPoints;
     bool companion = true;
+    bool predict = true;  // false: as writers before predictions made them
+    bool radial = false;
 };
 
 std::string caseName(const ::testing::TestParamInfo<Case>& info) {
@@ -44,7 +46,8 @@ std::string caseName(const ::testing::TestParamInfo<Case>& info) {
     return std::string(testing::sensorName(c.shape.sensor)) + "_" + wires[int(c.wire)] +
            (c.bigEndianData ? "_bigdata" : "") + "_step_um" +
            std::to_string(int(std::lround(c.step * 1e6))) + "_chunk" +
-           std::to_string(c.chunkPoints) + (c.companion ? "" : "_lean");
+           std::to_string(c.chunkPoints) + (c.companion ? "" : "_lean") +
+           (c.predict ? "" : "_unpredicted") + (c.radial ? "_radial" : "");
 }
 
 class MessageRoundTrip : public ::testing::TestWithParam<Case> {};
@@ -58,6 +61,8 @@ TEST_P(MessageRoundTrip, ComesBackWithEveryField) {
     options.step = c.step;
     options.chunkPoints = c.chunkPoints;
     options.companion = c.companion;
+    options.predict = c.predict;
+    options.radialPrediction = c.radial;
     const std::vector<uint8_t> compressed =
         compressMessage(bytes.data(), bytes.size(), family, options);
     const CompressedPointCloud2 parsed =
@@ -85,6 +90,12 @@ std::vector<Case> cases() {
     // The stream's points' other fields in the message's own columns instead of a companion.
     for (const SensorShape& shape : shapes)
         all.push_back({shape, Wire::CdrBig, true, 0.001, 0, false});
+    for (const SensorShape& shape : shapes)
+        all.push_back({shape, Wire::CdrLittle, false, 0.001, 0, true, false});
+    // The lidar's range from the distance to the origin, at a fine and a coarse step.
+    for (Wire wire : {Wire::Ros1, Wire::CdrBig})
+        all.push_back({shapes[0], wire, wire == Wire::CdrBig, 0.001, 0, true, true, true});
+    all.push_back({shapes[0], Wire::CdrLittle, false, 0.05, 0, true, true, true});
     return all;
 }
 
