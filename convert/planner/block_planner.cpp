@@ -28,6 +28,10 @@ const size_t kKdParts = 8;
 // Between full searches, the strips next to the last choice in width are weighed every so many
 // blocks.
 const int kNeighboursEvery = 4;
+// A sampled block's candidates are weighed on every kRounds-th chunk of their samples first, and
+// only those within kFirstRoundMargin of the cheapest so weighed on the rest.
+const size_t kRounds = 3;
+const double kFirstRoundMargin = 0.025;
 // A strip's chunk may be this many times longer than the side of a square chunk.
 const double kLengthRatio = 16;
 
@@ -266,42 +270,48 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, E
     return this->estimate(block, candidate, estimate, *workspaces_[0]);
 }
 
-zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate,
-                                  Workspace& work, const std::atomic<uint64_t>* bound) {
-    estimate = Estimate();
+size_t BlockPlanner::sampleOf(PointSpan block, const Candidate& candidate, Workspace& work,
+                              Cutting& cutting) {
     const size_t n = block.size();
-    Cutting& cutting = work.cutting;
     cutting.order.clear();
     cutting.ends.clear();
-    size_t sampled = n;
     if (n <= options_.exactLimit) {
         cut(block, candidate, cutting, work);
-        estimate.exact = true;
-    } else if (candidate.kind == Candidate::Input) {
+        return n;
+    }
+    if (candidate.kind == Candidate::Input) {
         // Every so many runs of the input.
         const size_t chunk = static_cast<size_t>(options_.chunk);
         const size_t runs = (n + chunk - 1) / chunk;
         const size_t every =
             std::max<size_t>(1, std::min(runs * chunk / options_.sampleTarget, runs / kStrata));
-        sampled = 0;
+        size_t sampled = 0;
         for (size_t r = every / 2; r < runs; r += every) {
             const size_t begin = r * chunk, end = std::min(n, begin + chunk);
             for (size_t i = begin; i < end; ++i) cutting.order.push_back(static_cast<uint32_t>(i));
             cutting.closeChunk();
             sampled += end - begin;
         }
-    } else if (candidate.kind == Candidate::Kd) {
-        sampled = kdSample(
+        return sampled;
+    }
+    if (candidate.kind == Candidate::Kd)
+        return kdSample(
             block.data(), allIndices(n), options_.chunk,
             std::max(options_.sampleTarget / kKdParts, static_cast<size_t>(options_.chunk)),
             kKdParts, cutting, work.cells);
-    } else {
-        const StripShape& shape = candidate.strips;
-        const IndexVector& part = stripSample(block, candidate, work);
-        cutStrips(block.data(), part, shape, cutting, work.scratch, finestOf(block, candidate),
-                  candidate.shift);
-        sampled = part.size();
-    }
+    const IndexVector& part = stripSample(block, candidate, work);
+    cutStrips(block.data(), part, candidate.strips, cutting, work.scratch,
+              finestOf(block, candidate), candidate.shift);
+    return part.size();
+}
+
+zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate,
+                                  Workspace& work, const std::atomic<uint64_t>* bound) {
+    estimate = Estimate();
+    const size_t n = block.size();
+    Cutting& cutting = work.cutting;
+    const size_t sampled = sampleOf(block, candidate, work, cutting);
+    estimate.exact = n <= options_.exactLimit;
     if (bound != nullptr && sampled > 0) {
         bool over = false;
         const zul_Status status =
@@ -342,7 +352,6 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
         });
     std::vector<Estimate> estimates(list.size());
     std::vector<zul_Status> statuses(list.size(), zul_STATUS_OK);
-    std::atomic<size_t> next{0};
     // The least any candidate measured so far costs: one sure to cost more is never chosen, so it
     // is given up as soon as it does (the input's order, whose estimate is handed back, never).
     std::atomic<uint64_t> best{inputCost != nullptr ? UINT64_MAX : cost.bytes};
@@ -351,21 +360,88 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
         while (bytes < now && !best.compare_exchange_weak(now, bytes)) {
         }
     };
-    zulbase::runWorkers(
-        zulbase::threadsFor(static_cast<int>(workspaces_.size()), list.size()), [&](int w) {
-            try {
-                for (size_t i; (i = next++) < list.size();) {
-                    const bool whole = inputCost != nullptr && i == 0;
-                    statuses[i] =
-                        estimate(block, list[i], estimates[i], *workspaces_[static_cast<size_t>(w)],
-                                 whole ? nullptr : &best);
-                    if (statuses[i] == zul_STATUS_OK) lower(estimates[i].bytes);
+    // Runs `step(i, workspace)` for each i of `which` on as many threads as there are encoders.
+    const auto each = [&](const std::vector<size_t>& which, const auto& step) {
+        std::atomic<size_t> next{0};
+        zulbase::runWorkers(
+            zulbase::threadsFor(static_cast<int>(workspaces_.size()), which.size()), [&](int w) {
+                try {
+                    for (size_t k; (k = next++) < which.size();)
+                        statuses[which[k]] = step(which[k], *workspaces_[static_cast<size_t>(w)]);
+                } catch (...) {
+                    next = which.size();  // the others stop too
+                    throw;
                 }
-            } catch (...) {
-                next = list.size();  // the others stop too
-                throw;
-            }
+            });
+    };
+    std::vector<size_t> all(list.size());
+    for (size_t i = 0; i < all.size(); ++i) all[i] = i;
+    const size_t n = block.size();
+    if (n <= options_.exactLimit) {
+        each(all, [&](size_t i, Workspace& work) {
+            const bool whole = inputCost != nullptr && i == 0;
+            const zul_Status status =
+                estimate(block, list[i], estimates[i], work, whole ? nullptr : &best);
+            if (status == zul_STATUS_OK) lower(estimates[i].bytes);
+            return status;
         });
+    } else {
+        // Every candidate is weighed on the first of every kRounds chunks of its sample, and only
+        // those close to the cheapest so weighed on the rest: their estimates are those of the
+        // whole samples. The others cost so much more that the rest could hardly turn it; the
+        // input's order, if given up, has the estimate of the chunks weighed.
+        if (samples_.size() < list.size()) samples_.resize(list.size());
+        const ChunkSubset first{kRounds, true}, rest{kRounds, false};
+        each(all, [&](size_t i, Workspace& work) {
+            Sample& sample = samples_[i];
+            sample.sampled = sampleOf(block, list[i], work, sample.cutting);
+            sample.bytes = 0;
+            sample.weighed = 0;
+            const Cutting& cutting = sample.cutting;
+            for (size_t c = 0; c < cutting.chunks(); c += kRounds)
+                sample.weighed += cutting.ends[c] - cutting.begin(c);
+            return work.encoder.measure(block.data(), cutting, sample.bytes, first);
+        });
+        for (const zul_Status status : statuses)
+            if (status != zul_STATUS_OK) return status;
+        std::vector<double> guesses(list.size(), 0);
+        double least = INFINITY;
+        for (size_t i = 0; i < list.size(); ++i) {
+            const Sample& sample = samples_[i];
+            if (sample.weighed > 0)
+                guesses[i] = static_cast<double>(sample.bytes) * static_cast<double>(n) /
+                             static_cast<double>(sample.weighed);
+            least = std::min(least, guesses[i]);
+        }
+        std::vector<size_t> close;
+        for (size_t i = 0; i < list.size(); ++i) {
+            if (guesses[i] <= least * (1 + kFirstRoundMargin)) {
+                close.push_back(i);
+                continue;
+            }
+            const bool whole = inputCost != nullptr && i == 0;
+            estimates[i].bytes =
+                whole ? scaled(samples_[i].bytes, samples_[i].weighed, n) : UINT64_MAX;
+        }
+        each(close, [&](size_t i, Workspace& work) {
+            const Sample& sample = samples_[i];
+            Estimate& estimate = estimates[i];
+            estimate.bytes = sample.bytes;
+            if (sample.sampled == 0) return zul_STATUS_OK;
+            const bool whole = inputCost != nullptr && i == 0;
+            bool over = false;
+            const zul_Status status =
+                whole
+                    ? work.encoder.measure(block.data(), sample.cutting, estimate.bytes, rest)
+                    : work.encoder.measure(
+                          block.data(), sample.cutting, estimate.bytes, best,
+                          static_cast<double>(n) / static_cast<double>(sample.sampled), over, rest);
+            if (status != zul_STATUS_OK) return status;
+            estimate.bytes = over ? UINT64_MAX : scaled(estimate.bytes, sample.sampled, n);
+            lower(estimate.bytes);
+            return zul_STATUS_OK;
+        });
+    }
     for (size_t i = 0; i < list.size(); ++i) {
         if (statuses[i] != zul_STATUS_OK) return statuses[i];
         const bool first = inputCost != nullptr && i == 0;
