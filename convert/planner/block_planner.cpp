@@ -31,6 +31,8 @@ const int kNeighboursEvery = 4;
 // A sampled block's candidates are weighed on every kRounds-th chunk of their samples first, and
 // only those within kFirstRoundMargin of the cheapest so weighed on the rest.
 const size_t kRounds = 3;
+// ... unless their cuttings have fewer chunks than this: those are weighed whole at once.
+const size_t kFewestChunks = 8;
 const double kFirstRoundMargin = 0.025;
 // A strip's chunk may be this many times longer than the side of a square chunk.
 const double kLengthRatio = 16;
@@ -377,30 +379,24 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
     std::vector<size_t> all(list.size());
     for (size_t i = 0; i < all.size(); ++i) all[i] = i;
     const size_t n = block.size();
-    if (n <= options_.exactLimit) {
-        each(all, [&](size_t i, Workspace& work) {
-            const bool whole = inputCost != nullptr && i == 0;
-            const zul_Status status =
-                estimate(block, list[i], estimates[i], work, whole ? nullptr : &best);
-            if (status == zul_STATUS_OK) lower(estimates[i].bytes);
-            return status;
-        });
-    } else {
+    {
         // Every candidate is weighed on the first of every kRounds chunks of its sample, and only
         // those close to the cheapest so weighed on the rest: their estimates are those of the
         // whole samples. The others cost so much more that the rest could hardly turn it; the
         // input's order, if given up, has the estimate of the chunks weighed.
         if (samples_.size() < list.size()) samples_.resize(list.size());
-        const ChunkSubset first{kRounds, true}, rest{kRounds, false};
         each(all, [&](size_t i, Workspace& work) {
             Sample& sample = samples_[i];
             sample.sampled = sampleOf(block, list[i], work, sample.cutting);
             sample.bytes = 0;
             sample.weighed = 0;
             const Cutting& cutting = sample.cutting;
-            for (size_t c = 0; c < cutting.chunks(); c += kRounds)
+            // A cutting of few chunks is weighed whole at once.
+            sample.every = cutting.chunks() >= kFewestChunks ? kRounds : 1;
+            for (size_t c = 0; c < cutting.chunks(); c += sample.every)
                 sample.weighed += cutting.ends[c] - cutting.begin(c);
-            return work.encoder.measure(block.data(), cutting, sample.bytes, first);
+            return work.encoder.measure(block.data(), cutting, sample.bytes,
+                                        ChunkSubset{sample.every, true});
         });
         for (const zul_Status status : statuses)
             if (status != zul_STATUS_OK) return status;
@@ -427,7 +423,13 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
             const Sample& sample = samples_[i];
             Estimate& estimate = estimates[i];
             estimate.bytes = sample.bytes;
-            if (sample.sampled == 0) return zul_STATUS_OK;
+            estimate.exact = n <= options_.exactLimit;
+            if (sample.sampled == 0 || sample.every == 1) {
+                estimate.bytes = scaled(estimate.bytes, sample.sampled, n);
+                lower(estimate.bytes);
+                return zul_STATUS_OK;
+            }
+            const ChunkSubset rest{sample.every, false};
             const bool whole = inputCost != nullptr && i == 0;
             bool over = false;
             const zul_Status status =

@@ -100,6 +100,7 @@ private:
     struct Sample {
         Cutting cutting;
         size_t sampled = 0, weighed = 0;
+        size_t every = 1;  // the chunks weighed first: every so many
         uint64_t bytes = 0;
     };
 
