@@ -4,7 +4,9 @@
 #include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <type_traits>
 
 #include "base/worker_threads.h"
 #include "planner/kd_cells.h"
@@ -32,7 +34,7 @@ const int kNeighboursEvery = 4;
 // only those within kFirstRoundMargin of the cheapest so weighed on the rest.
 const size_t kRounds = 3;
 // ... unless their cuttings have fewer chunks than this: those are weighed whole at once.
-const size_t kFewestChunks = 8;
+const size_t kFewestChunks = 6;
 const double kFirstRoundMargin = 0.025;
 // A strip's chunk may be this many times longer than the side of a square chunk.
 const double kLengthRatio = 16;
@@ -45,15 +47,46 @@ struct Geometry {
 
 Geometry geometryOf(PointSpan block) {
     Geometry g;
+    // Every point taken as finite first: (v - v) is 0 for a finite v and not a number else, so
+    // the sum of them is 0 only if they all were. Else again, point by point. x and y side by
+    // side.
+    using Pair = double __attribute__((vector_size(16)));
+    Pair lowXY = {INFINITY, INFINITY}, highXY = {-INFINITY, -INFINITY}, sumXY = {0, 0};
+    double lowZ = INFINITY, highZ = -INFINITY, sumZ = 0;
     for (const zul_Point& p : block) {
-        if (!std::isfinite(p.position[0]) || !std::isfinite(p.position[1]) ||
-            !std::isfinite(p.position[2]))
-            continue;
-        ++g.finite;
+        Pair xy;
+        std::memcpy(&xy, p.position, sizeof xy);
+        const double z = p.position[2];
+        sumXY += xy - xy;
+        sumZ += z - z;
+        lowXY = xy < lowXY ? xy : lowXY;
+        highXY = xy > highXY ? xy : highXY;
+        lowZ = z < lowZ ? z : lowZ;
+        highZ = z > highZ ? z : highZ;
+    }
+    double low[3] = {lowXY[0], lowXY[1], lowZ}, high[3] = {highXY[0], highXY[1], highZ};
+    const double sum = sumXY[0] + sumXY[1] + sumZ;
+    size_t finite = block.size();
+    if (!(sum == 0)) {
+        finite = 0;
         for (int k = 0; k < 3; ++k) {
-            g.low[k] = std::min(g.low[k], p.position[k]);
-            g.high[k] = std::max(g.high[k], p.position[k]);
+            low[k] = INFINITY;
+            high[k] = -INFINITY;
         }
+        for (const zul_Point& p : block) {
+            const double x = p.position[0], y = p.position[1], z = p.position[2];
+            if (!((x - x) + (y - y) + (z - z) == 0)) continue;
+            ++finite;
+            for (int k = 0; k < 3; ++k) {
+                low[k] = std::min(low[k], p.position[k]);
+                high[k] = std::max(high[k], p.position[k]);
+            }
+        }
+    }
+    g.finite = finite;
+    for (int k = 0; k < 3; ++k) {
+        g.low[k] = low[k];
+        g.high[k] = high[k];
     }
     if (g.finite == 0) return g;
     const double ex = g.high[0] - g.low[0], ey = g.high[1] - g.low[1];
@@ -199,10 +232,31 @@ void BlockPlanner::prepareUnits(PointSpan block, const Candidate& candidate) {
     IndexVector& starts = pairStarts_[shape.axis];
     IndexVector& byPair = byPair_[shape.axis];
     starts.assign(paired_[shape.axis] ? static_cast<size_t>(pairs) + 1 : 0, 0);
-    for (size_t i = 0; i < block.size(); ++i) {
-        const size_t band = stripOf(finest, block[i]);
-        units[i] = band == finest.count ? UINT64_MAX : band;
-        if (band != finest.count && !starts.empty()) ++starts[(band >> 1) + 1];
+    if (finiteOf_ == block.data() && finite_ == block.size()) {
+        // Every point finite: stripOf without its tests, and the counts in a loop of their own
+        // kind.
+        const double origin = finest.origin, inverse = finest.inverse;
+        const double count = static_cast<double>(finest.count);
+        const size_t top = finest.count - 1;
+        const int axis = shape.axis;
+        const auto bands = [&](auto paired) {
+            for (size_t i = 0; i < block.size(); ++i) {
+                const double band = (block[i].position[axis] - origin) * inverse;
+                const size_t b = !(band >= 1) ? 0 : band >= count ? top : static_cast<size_t>(band);
+                units[i] = b;
+                if constexpr (decltype(paired)::value) ++starts[(b >> 1) + 1];
+            }
+        };
+        if (paired_[shape.axis])
+            bands(std::true_type());
+        else
+            bands(std::false_type());
+    } else {
+        for (size_t i = 0; i < block.size(); ++i) {
+            const size_t band = stripOf(finest, block[i]);
+            units[i] = band == finest.count ? UINT64_MAX : band;
+            if (band != finest.count && !starts.empty()) ++starts[(band >> 1) + 1];
+        }
     }
     if (!paired_[shape.axis]) return;
     for (size_t p = 1; p < starts.size(); ++p) starts[p] += starts[p - 1];
@@ -266,6 +320,7 @@ const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& c
 }
 
 zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate) {
+    finiteOf_ = nullptr;  // not known here
     if (candidate.kind == Candidate::Strips && candidate.shift >= 0 &&
         block.size() > options_.exactLimit)
         prepareUnits(block, candidate);
@@ -464,6 +519,8 @@ zul_Status BlockPlanner::choose(PointSpan block, Candidate& chosen, Estimate& co
     // The input's order first.
     std::vector<Candidate> list(1);
     const Geometry g = geometryOf(block);
+    finiteOf_ = block.data();
+    finite_ = g.finite;
     if (search) {
         sinceSearch_ = sampled ? 0 : -1;
         // k-d cells cost a large block several passes: weighed at its first search only.

@@ -116,6 +116,9 @@ private:
     IndexVector byPair_[2], pairStarts_[2];
     bool paired_[2] = {false, false};
     const zul_Point* unitsOf_[2] = {nullptr, nullptr};
+    // The finite points of the block whose geometry choose() found last.
+    const zul_Point* finiteOf_ = nullptr;
+    size_t finite_ = 0;
     // The last choice of a sampled block, and sampled blocks since the last full search.
     Candidate last_;
     int sinceSearch_ = -1;
