@@ -440,15 +440,12 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
         // whole samples. The others cost so much more that the rest could hardly turn it; the
         // input's order, if given up, has the estimate of the chunks weighed.
         if (samples_.size() < list.size()) samples_.resize(list.size());
-        // A sample's cutting is kept between the rounds; a whole block's is made again, not
-        // held for every candidate.
-        const bool keep = n > options_.exactLimit;
         each(all, [&](size_t i, Workspace& work) {
             Sample& sample = samples_[i];
-            Cutting& cutting = keep ? sample.cutting : work.cutting;
-            sample.sampled = sampleOf(block, list[i], work, cutting);
+            sample.sampled = sampleOf(block, list[i], work, sample.cutting);
             sample.bytes = 0;
             sample.weighed = 0;
+            const Cutting& cutting = sample.cutting;
             // A cutting of few chunks is weighed whole at once.
             sample.every = cutting.chunks() >= kFewestChunks ? kRounds : 1;
             for (size_t c = 0; c < cutting.chunks(); c += sample.every)
@@ -488,15 +485,13 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
                 return zul_STATUS_OK;
             }
             const ChunkSubset rest{sample.every, false};
-            if (!keep) sampleOf(block, list[i], work, work.cutting);
-            const Cutting& cutting = keep ? sample.cutting : work.cutting;
             const bool whole = inputCost != nullptr && i == 0;
             bool over = false;
             const zul_Status status =
                 whole
-                    ? work.encoder.measure(block.data(), cutting, estimate.bytes, rest)
+                    ? work.encoder.measure(block.data(), sample.cutting, estimate.bytes, rest)
                     : work.encoder.measure(
-                          block.data(), cutting, estimate.bytes, best,
+                          block.data(), sample.cutting, estimate.bytes, best,
                           static_cast<double>(n) / static_cast<double>(sample.sampled), over, rest);
             if (status != zul_STATUS_OK) return status;
             estimate.bytes = over ? UINT64_MAX : scaled(estimate.bytes, sample.sampled, n);

@@ -96,8 +96,7 @@ private:
     // The finest bands of the block's points for the strips of `candidate`, if made; else null.
     const uint64_t* finestOf(PointSpan block, const Candidate& candidate) const;
 
-    // A candidate's sample (its cutting kept between the rounds where it is a sample), the
-    // points of its chunks weighed first and their bytes.
+    // A candidate's sample, the points of its chunks weighed first and their bytes.
     struct Sample {
         Cutting cutting;
         size_t sampled = 0, weighed = 0;
