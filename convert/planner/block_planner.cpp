@@ -4,7 +4,9 @@
 #include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <type_traits>
 
 #include "base/worker_threads.h"
 #include "planner/kd_cells.h"
@@ -28,6 +30,12 @@ const size_t kKdParts = 8;
 // Between full searches, the strips next to the last choice in width are weighed every so many
 // blocks.
 const int kNeighboursEvery = 4;
+// A sampled block's candidates are weighed on every kRounds-th chunk of their samples first, and
+// only those within kFirstRoundMargin of the cheapest so weighed on the rest.
+const size_t kRounds = 3;
+// ... unless their cuttings have fewer chunks than this: those are weighed whole at once.
+const size_t kFewestChunks = 6;
+const double kFirstRoundMargin = 0.025;
 // A strip's chunk may be this many times longer than the side of a square chunk.
 const double kLengthRatio = 16;
 
@@ -39,15 +47,46 @@ struct Geometry {
 
 Geometry geometryOf(PointSpan block) {
     Geometry g;
+    // Every point taken as finite first: (v - v) is 0 for a finite v and not a number else, so
+    // the sum of them is 0 only if they all were. Else again, point by point. x and y side by
+    // side.
+    using Pair = double __attribute__((vector_size(16)));
+    Pair lowXY = {INFINITY, INFINITY}, highXY = {-INFINITY, -INFINITY}, sumXY = {0, 0};
+    double lowZ = INFINITY, highZ = -INFINITY, sumZ = 0;
     for (const zul_Point& p : block) {
-        if (!std::isfinite(p.position[0]) || !std::isfinite(p.position[1]) ||
-            !std::isfinite(p.position[2]))
-            continue;
-        ++g.finite;
+        Pair xy;
+        std::memcpy(&xy, p.position, sizeof xy);
+        const double z = p.position[2];
+        sumXY += xy - xy;
+        sumZ += z - z;
+        lowXY = xy < lowXY ? xy : lowXY;
+        highXY = xy > highXY ? xy : highXY;
+        lowZ = z < lowZ ? z : lowZ;
+        highZ = z > highZ ? z : highZ;
+    }
+    double low[3] = {lowXY[0], lowXY[1], lowZ}, high[3] = {highXY[0], highXY[1], highZ};
+    const double sum = sumXY[0] + sumXY[1] + sumZ;
+    size_t finite = block.size();
+    if (!(sum == 0)) {
+        finite = 0;
         for (int k = 0; k < 3; ++k) {
-            g.low[k] = std::min(g.low[k], p.position[k]);
-            g.high[k] = std::max(g.high[k], p.position[k]);
+            low[k] = INFINITY;
+            high[k] = -INFINITY;
         }
+        for (const zul_Point& p : block) {
+            const double x = p.position[0], y = p.position[1], z = p.position[2];
+            if (!((x - x) + (y - y) + (z - z) == 0)) continue;
+            ++finite;
+            for (int k = 0; k < 3; ++k) {
+                low[k] = std::min(low[k], p.position[k]);
+                high[k] = std::max(high[k], p.position[k]);
+            }
+        }
+    }
+    g.finite = finite;
+    for (int k = 0; k < 3; ++k) {
+        g.low[k] = low[k];
+        g.high[k] = high[k];
     }
     if (g.finite == 0) return g;
     const double ex = g.high[0] - g.low[0], ey = g.high[1] - g.low[1];
@@ -193,10 +232,31 @@ void BlockPlanner::prepareUnits(PointSpan block, const Candidate& candidate) {
     IndexVector& starts = pairStarts_[shape.axis];
     IndexVector& byPair = byPair_[shape.axis];
     starts.assign(paired_[shape.axis] ? static_cast<size_t>(pairs) + 1 : 0, 0);
-    for (size_t i = 0; i < block.size(); ++i) {
-        const size_t band = stripOf(finest, block[i]);
-        units[i] = band == finest.count ? UINT64_MAX : band;
-        if (band != finest.count && !starts.empty()) ++starts[(band >> 1) + 1];
+    if (finiteOf_ == block.data() && finite_ == block.size()) {
+        // Every point finite: stripOf without its tests, and the counts in a loop of their own
+        // kind.
+        const double origin = finest.origin, inverse = finest.inverse;
+        const double count = static_cast<double>(finest.count);
+        const size_t top = finest.count - 1;
+        const int axis = shape.axis;
+        const auto bands = [&](auto paired) {
+            for (size_t i = 0; i < block.size(); ++i) {
+                const double band = (block[i].position[axis] - origin) * inverse;
+                const size_t b = !(band >= 1) ? 0 : band >= count ? top : static_cast<size_t>(band);
+                units[i] = b;
+                if constexpr (decltype(paired)::value) ++starts[(b >> 1) + 1];
+            }
+        };
+        if (paired_[shape.axis])
+            bands(std::true_type());
+        else
+            bands(std::false_type());
+    } else {
+        for (size_t i = 0; i < block.size(); ++i) {
+            const size_t band = stripOf(finest, block[i]);
+            units[i] = band == finest.count ? UINT64_MAX : band;
+            if (band != finest.count && !starts.empty()) ++starts[(band >> 1) + 1];
+        }
     }
     if (!paired_[shape.axis]) return;
     for (size_t p = 1; p < starts.size(); ++p) starts[p] += starts[p - 1];
@@ -260,10 +320,46 @@ const IndexVector& BlockPlanner::stripSample(PointSpan block, const Candidate& c
 }
 
 zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate) {
+    finiteOf_ = nullptr;  // not known here
     if (candidate.kind == Candidate::Strips && candidate.shift >= 0 &&
         block.size() > options_.exactLimit)
         prepareUnits(block, candidate);
     return this->estimate(block, candidate, estimate, *workspaces_[0]);
+}
+
+size_t BlockPlanner::sampleOf(PointSpan block, const Candidate& candidate, Workspace& work,
+                              Cutting& cutting) {
+    const size_t n = block.size();
+    cutting.order.clear();
+    cutting.ends.clear();
+    if (n <= options_.exactLimit) {
+        cut(block, candidate, cutting, work);
+        return n;
+    }
+    if (candidate.kind == Candidate::Input) {
+        // Every so many runs of the input.
+        const size_t chunk = static_cast<size_t>(options_.chunk);
+        const size_t runs = (n + chunk - 1) / chunk;
+        const size_t every =
+            std::max<size_t>(1, std::min(runs * chunk / options_.sampleTarget, runs / kStrata));
+        size_t sampled = 0;
+        for (size_t r = every / 2; r < runs; r += every) {
+            const size_t begin = r * chunk, end = std::min(n, begin + chunk);
+            for (size_t i = begin; i < end; ++i) cutting.order.push_back(static_cast<uint32_t>(i));
+            cutting.closeChunk();
+            sampled += end - begin;
+        }
+        return sampled;
+    }
+    if (candidate.kind == Candidate::Kd)
+        return kdSample(
+            block.data(), allIndices(n), options_.chunk,
+            std::max(options_.sampleTarget / kKdParts, static_cast<size_t>(options_.chunk)),
+            kKdParts, cutting, work.cells);
+    const IndexVector& part = stripSample(block, candidate, work);
+    cutStrips(block.data(), part, candidate.strips, cutting, work.scratch,
+              finestOf(block, candidate), candidate.shift);
+    return part.size();
 }
 
 zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, Estimate& estimate,
@@ -271,37 +367,8 @@ zul_Status BlockPlanner::estimate(PointSpan block, const Candidate& candidate, E
     estimate = Estimate();
     const size_t n = block.size();
     Cutting& cutting = work.cutting;
-    cutting.order.clear();
-    cutting.ends.clear();
-    size_t sampled = n;
-    if (n <= options_.exactLimit) {
-        cut(block, candidate, cutting, work);
-        estimate.exact = true;
-    } else if (candidate.kind == Candidate::Input) {
-        // Every so many runs of the input.
-        const size_t chunk = static_cast<size_t>(options_.chunk);
-        const size_t runs = (n + chunk - 1) / chunk;
-        const size_t every =
-            std::max<size_t>(1, std::min(runs * chunk / options_.sampleTarget, runs / kStrata));
-        sampled = 0;
-        for (size_t r = every / 2; r < runs; r += every) {
-            const size_t begin = r * chunk, end = std::min(n, begin + chunk);
-            for (size_t i = begin; i < end; ++i) cutting.order.push_back(static_cast<uint32_t>(i));
-            cutting.closeChunk();
-            sampled += end - begin;
-        }
-    } else if (candidate.kind == Candidate::Kd) {
-        sampled = kdSample(
-            block.data(), allIndices(n), options_.chunk,
-            std::max(options_.sampleTarget / kKdParts, static_cast<size_t>(options_.chunk)),
-            kKdParts, cutting, work.cells);
-    } else {
-        const StripShape& shape = candidate.strips;
-        const IndexVector& part = stripSample(block, candidate, work);
-        cutStrips(block.data(), part, shape, cutting, work.scratch, finestOf(block, candidate),
-                  candidate.shift);
-        sampled = part.size();
-    }
+    const size_t sampled = sampleOf(block, candidate, work, cutting);
+    estimate.exact = n <= options_.exactLimit;
     if (bound != nullptr && sampled > 0) {
         bool over = false;
         const zul_Status status =
@@ -342,7 +409,6 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
         });
     std::vector<Estimate> estimates(list.size());
     std::vector<zul_Status> statuses(list.size(), zul_STATUS_OK);
-    std::atomic<size_t> next{0};
     // The least any candidate measured so far costs: one sure to cost more is never chosen, so it
     // is given up as soon as it does (the input's order, whose estimate is handed back, never).
     std::atomic<uint64_t> best{inputCost != nullptr ? UINT64_MAX : cost.bytes};
@@ -351,21 +417,88 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
         while (bytes < now && !best.compare_exchange_weak(now, bytes)) {
         }
     };
-    zulbase::runWorkers(
-        zulbase::threadsFor(static_cast<int>(workspaces_.size()), list.size()), [&](int w) {
-            try {
-                for (size_t i; (i = next++) < list.size();) {
-                    const bool whole = inputCost != nullptr && i == 0;
-                    statuses[i] =
-                        estimate(block, list[i], estimates[i], *workspaces_[static_cast<size_t>(w)],
-                                 whole ? nullptr : &best);
-                    if (statuses[i] == zul_STATUS_OK) lower(estimates[i].bytes);
+    // Runs `step(i, workspace)` for each i of `which` on as many threads as there are encoders.
+    const auto each = [&](const std::vector<size_t>& which, const auto& step) {
+        std::atomic<size_t> next{0};
+        zulbase::runWorkers(
+            zulbase::threadsFor(static_cast<int>(workspaces_.size()), which.size()), [&](int w) {
+                try {
+                    for (size_t k; (k = next++) < which.size();)
+                        statuses[which[k]] = step(which[k], *workspaces_[static_cast<size_t>(w)]);
+                } catch (...) {
+                    next = which.size();  // the others stop too
+                    throw;
                 }
-            } catch (...) {
-                next = list.size();  // the others stop too
-                throw;
-            }
+            });
+    };
+    std::vector<size_t> all(list.size());
+    for (size_t i = 0; i < all.size(); ++i) all[i] = i;
+    const size_t n = block.size();
+    {
+        // Every candidate is weighed on the first of every kRounds chunks of its sample, and only
+        // those close to the cheapest so weighed on the rest: their estimates are those of the
+        // whole samples. The others cost so much more that the rest could hardly turn it; the
+        // input's order, if given up, has the estimate of the chunks weighed.
+        if (samples_.size() < list.size()) samples_.resize(list.size());
+        each(all, [&](size_t i, Workspace& work) {
+            Sample& sample = samples_[i];
+            sample.sampled = sampleOf(block, list[i], work, sample.cutting);
+            sample.bytes = 0;
+            sample.weighed = 0;
+            const Cutting& cutting = sample.cutting;
+            // A cutting of few chunks is weighed whole at once.
+            sample.every = cutting.chunks() >= kFewestChunks ? kRounds : 1;
+            for (size_t c = 0; c < cutting.chunks(); c += sample.every)
+                sample.weighed += cutting.ends[c] - cutting.begin(c);
+            return work.encoder.measure(block.data(), cutting, sample.bytes,
+                                        ChunkSubset{sample.every, true});
         });
+        for (const zul_Status status : statuses)
+            if (status != zul_STATUS_OK) return status;
+        std::vector<double> guesses(list.size(), 0);
+        double least = INFINITY;
+        for (size_t i = 0; i < list.size(); ++i) {
+            const Sample& sample = samples_[i];
+            if (sample.weighed > 0)
+                guesses[i] = static_cast<double>(sample.bytes) * static_cast<double>(n) /
+                             static_cast<double>(sample.weighed);
+            least = std::min(least, guesses[i]);
+        }
+        std::vector<size_t> close;
+        for (size_t i = 0; i < list.size(); ++i) {
+            if (guesses[i] <= least * (1 + kFirstRoundMargin)) {
+                close.push_back(i);
+                continue;
+            }
+            const bool whole = inputCost != nullptr && i == 0;
+            estimates[i].bytes =
+                whole ? scaled(samples_[i].bytes, samples_[i].weighed, n) : UINT64_MAX;
+        }
+        each(close, [&](size_t i, Workspace& work) {
+            const Sample& sample = samples_[i];
+            Estimate& estimate = estimates[i];
+            estimate.bytes = sample.bytes;
+            estimate.exact = n <= options_.exactLimit;
+            if (sample.sampled == 0 || sample.every == 1) {
+                estimate.bytes = scaled(estimate.bytes, sample.sampled, n);
+                lower(estimate.bytes);
+                return zul_STATUS_OK;
+            }
+            const ChunkSubset rest{sample.every, false};
+            const bool whole = inputCost != nullptr && i == 0;
+            bool over = false;
+            const zul_Status status =
+                whole
+                    ? work.encoder.measure(block.data(), sample.cutting, estimate.bytes, rest)
+                    : work.encoder.measure(
+                          block.data(), sample.cutting, estimate.bytes, best,
+                          static_cast<double>(n) / static_cast<double>(sample.sampled), over, rest);
+            if (status != zul_STATUS_OK) return status;
+            estimate.bytes = over ? UINT64_MAX : scaled(estimate.bytes, sample.sampled, n);
+            lower(estimate.bytes);
+            return zul_STATUS_OK;
+        });
+    }
     for (size_t i = 0; i < list.size(); ++i) {
         if (statuses[i] != zul_STATUS_OK) return statuses[i];
         const bool first = inputCost != nullptr && i == 0;
@@ -386,6 +519,8 @@ zul_Status BlockPlanner::choose(PointSpan block, Candidate& chosen, Estimate& co
     // The input's order first.
     std::vector<Candidate> list(1);
     const Geometry g = geometryOf(block);
+    finiteOf_ = block.data();
+    finite_ = g.finite;
     if (search) {
         sinceSearch_ = sampled ? 0 : -1;
         // k-d cells cost a large block several passes: weighed at its first search only.

@@ -80,6 +80,9 @@ private:
     zul_Status estimate(PointSpan block, const Candidate& candidate, Estimate& estimate,
                         Workspace& work, const std::atomic<uint64_t>* bound = nullptr);
     void cut(PointSpan block, const Candidate& candidate, Cutting& cutting, Workspace& work);
+    // The cutting a candidate is weighed on, into `cutting`: the whole block's if it is measured
+    // whole, else a sample's; returns the points it holds.
+    size_t sampleOf(PointSpan block, const Candidate& candidate, Workspace& work, Cutting& cutting);
     // Weighs `list` (on as many threads as there are encoders) and takes the cheapest into
     // `chosen` and `cost`: the earlier on ties, and any of them over what `chosen` holds unless
     // `inputCost` is given, which then gets the first one's estimate.
@@ -93,7 +96,17 @@ private:
     // The finest bands of the block's points for the strips of `candidate`, if made; else null.
     const uint64_t* finestOf(PointSpan block, const Candidate& candidate) const;
 
-    std::vector<std::unique_ptr<Workspace>> workspaces_;  // the first for one thread's calls
+    // A candidate's sample, the points of its chunks weighed first and their bytes.
+    struct Sample {
+        Cutting cutting;
+        size_t sampled = 0, weighed = 0;
+        size_t every = 1;  // the chunks weighed first: every so many
+        uint64_t bytes = 0;
+    };
+
+    std::vector<std::unique_ptr<Workspace>> workspaces_;
+    std::vector<Sample>
+        samples_;  // of the candidates of a sampled block  // the first for one thread's calls
     BlockPlannerOptions options_;
     IndexVector all_;
     // The finest band of each point along either axis, and the block they belong to.
@@ -103,6 +116,9 @@ private:
     IndexVector byPair_[2], pairStarts_[2];
     bool paired_[2] = {false, false};
     const zul_Point* unitsOf_[2] = {nullptr, nullptr};
+    // The finite points of the block whose geometry choose() found last.
+    const zul_Point* finiteOf_ = nullptr;
+    size_t finite_ = 0;
     // The last choice of a sampled block, and sampled blocks since the last full search.
     Candidate last_;
     int sinceSearch_ = -1;

@@ -41,16 +41,19 @@ zul_Status ChunkEncoder::encode(const zul_Point* points, const uint32_t* indices
     return zul_enc_encodeChunk(encoder_, bytes, size, &data);
 }
 
-zul_Status ChunkEncoder::measure(const zul_Point* points, const Cutting& cutting, uint64_t& total) {
+zul_Status ChunkEncoder::measure(const zul_Point* points, const Cutting& cutting, uint64_t& total,
+                                 ChunkSubset subset) {
     const std::atomic<uint64_t> unbounded{UINT64_MAX};
     bool over = false;
-    return measure(points, cutting, total, unbounded, 1.0, over);
+    return measure(points, cutting, total, unbounded, 1.0, over, subset);
 }
 
 zul_Status ChunkEncoder::measure(const zul_Point* points, const Cutting& cutting, uint64_t& total,
-                                 const std::atomic<uint64_t>& bound, double scale, bool& over) {
+                                 const std::atomic<uint64_t>& bound, double scale, bool& over,
+                                 ChunkSubset subset) {
     over = false;
     for (size_t c = 0; c < cutting.chunks(); ++c) {
+        if (!subset.has(c)) continue;
         const char* bytes = nullptr;
         int size = 0;
         const size_t begin = cutting.begin(c);

@@ -13,6 +13,14 @@
 
 namespace zulplan {
 
+// Which chunks of a cutting a measure takes: those whose number is a multiple of `every`
+// (`multiples`), or the others; every chunk by default.
+struct ChunkSubset {
+    size_t every = 1;
+    bool multiples = true;
+    bool has(size_t chunk) const { return (chunk % every == 0) == multiples; }
+};
+
 class ChunkEncoder {
 public:
     // An encoder of streams of `type` with the optional sensor `header` (null: version 1). The
@@ -28,12 +36,14 @@ public:
     // Encodes points[indices[0 .. count)] as one chunk; the bytes stay valid until the next call.
     zul_Status encode(const zul_Point* points, const uint32_t* indices, size_t count,
                       const char** bytes, int* size);
-    // Adds the bytes of every chunk of `cutting` to `total`.
-    zul_Status measure(const zul_Point* points, const Cutting& cutting, uint64_t& total);
+    // Adds the bytes of every chunk of `cutting` (of `subset`) to `total`.
+    zul_Status measure(const zul_Point* points, const Cutting& cutting, uint64_t& total,
+                       ChunkSubset subset = ChunkSubset());
     // The same, but gives up (and sets `over`) as soon as `total` times `scale` is sure to exceed
     // what `bound` holds by then: a cutting that cannot be the cheapest is not measured whole.
     zul_Status measure(const zul_Point* points, const Cutting& cutting, uint64_t& total,
-                       const std::atomic<uint64_t>& bound, double scale, bool& over);
+                       const std::atomic<uint64_t>& bound, double scale, bool& over,
+                       ChunkSubset subset = ChunkSubset());
 
 private:
     zul_DataType type_;

@@ -403,6 +403,71 @@ TEST(BlockPlanner, EstimatesFromSamplesHoldWithinOnePercent) {
     }
 }
 
+// The choice weighed in two rounds (the chunks of every candidate's sample in part, then the rest
+// of those close to the cheapest) is the one that weighing every whole sample makes, at the same
+// cost: planted clouds in scan order, shuffled and turned, weighed on samples and whole.
+struct PlantedCase {
+    const char* name;
+    int lines;
+    bool shuffled, turned, sampled;
+};
+
+class TwoRounds : public ::testing::TestWithParam<PlantedCase> {};
+
+TEST_P(TwoRounds, ChooseAsEveryWholeSampleDoes) {
+    const PlantedCase& planted = GetParam();
+    std::vector<zul_Point> cloud = flightStrip(planted.lines, 1000);
+    if (planted.shuffled) std::shuffle(cloud.begin(), cloud.end(), std::mt19937(5));
+    if (planted.turned)
+        for (zul_Point& p : cloud) std::swap(p.position[0], p.position[1]);
+    const zul_DataType type = makeDataType(0.01f, zul_COLOR_RGB888, 65535, false);
+    zulplan::ChunkEncoder encoder(type, nullptr);
+    zulplan::BlockPlannerOptions options;
+    options.chunk = 1000;
+    options.sampleTarget = 4000;
+    options.exactLimit = planted.sampled ? 0 : cloud.size();
+    zulplan::BlockPlanner planner(encoder, options), reference(encoder, options);
+    zulplan::Candidate chosen;
+    zulplan::Estimate cost, inputCost;
+    ASSERT_EQ(planner.choose(cloud, chosen, cost, inputCost), zul_STATUS_OK);
+    EXPECT_EQ(cost.exact, !planted.sampled);
+    // Every candidate weighed on its whole sample, the earlier on ties.
+    const std::vector<zulplan::Candidate> list = reference.candidates(cloud);
+    std::vector<zulplan::Estimate> estimates(list.size());
+    size_t best = 0;
+    for (size_t i = 0; i < list.size(); ++i) {
+        ASSERT_EQ(reference.estimate(cloud, list[i], estimates[i]), zul_STATUS_OK);
+        if (estimates[i].bytes < estimates[best].bytes) best = i;
+    }
+    if (planted.sampled) {
+        // A sample's gain of less than 1% keeps the input's order.
+        if (static_cast<double>(estimates[best].bytes) > 0.99 * estimates[0].bytes) best = 0;
+        EXPECT_EQ(chosen.describe(), list[best].describe());
+        EXPECT_EQ(cost.bytes, estimates[best].bytes);
+    } else {
+        // Measured whole, the widths between the best strips' may beat them.
+        EXPECT_LE(cost.bytes, estimates[best].bytes);
+        if (chosen.describe() == list[best].describe()) {
+            EXPECT_EQ(cost.bytes, estimates[best].bytes);
+        }
+        zulplan::Cutting cutting;
+        planner.cut(cloud, chosen, cutting);
+        uint64_t whole = 0;
+        ASSERT_EQ(encoder.measure(cloud.data(), cutting, whole), zul_STATUS_OK);
+        EXPECT_EQ(cost.bytes, whole);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Planted, TwoRounds,
+    ::testing::Values(PlantedCase{"ScanOrder", 300, false, false, true},
+                      PlantedCase{"Shuffled", 300, true, false, true},
+                      PlantedCase{"ShuffledTurned", 300, true, true, true},
+                      PlantedCase{"WholeScanOrder", 40, false, false, false},
+                      PlantedCase{"WholeShuffled", 40, true, false, false},
+                      PlantedCase{"WholeShuffledTurned", 40, true, true, false}),
+    [](const ::testing::TestParamInfo<PlantedCase>& info) { return info.param.name; });
+
 // Blocks weighed on samples write the chunks measured whole as they are, over blocks of
 // differing sizes and on any thread count: asking for the stored order changes no byte, and the
 // order told is the stream's.
