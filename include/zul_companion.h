@@ -143,6 +143,13 @@ ZUL_API zul_Status zul_xout_addField(zul_xout_Writer writer, const char* name, z
  * first binding call. */
 ZUL_API zul_Status zul_xout_keepOrder(zul_xout_Writer writer);
 
+/* Codes the blocks' columns on up to `threads` threads, the caller's among them (1, the default:
+ * each chunk's columns on the caller's thread as they come). With more, the columns of the chunks
+ * written are copied and coded a batch of chunks at a time, each column on one thread: the bytes
+ * are the same. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null writer or `threads`
+ * below 1; zul_STATUS_INVALID_STATE after the binding. */
+ZUL_API zul_Status zul_xout_setThreads(zul_xout_Writer writer, int32_t threads);
+
 /* Sets the source header: `size` bytes at `bytes` (copied; may be null when `size` is 0) of kind
  * `kind`, replacing an earlier one. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null
  * writer, a null `bytes` with a positive size or an unknown kind; zul_STATUS_INVALID_STATE after
