@@ -122,7 +122,8 @@ ZUL_API const char* zul_x_statusText(zul_Status status);
  * refused binding may be tried again), except zul_xout_finish's zul_STATUS_WRITE_ERROR, after
  * which the writer accepts zul_xout_close only. Memory: the coded blocks are kept until
  * zul_xout_finish (3 to 4 bytes a point for the fields of the shared airborne LAS files), and the
- * columns of the chunk being written as they were given.
+ * columns of the chunk being written as they were given (on threads, zul_xout_setThreads: those of
+ * the chunks not yet coded, until they hold 2^17 points).
  * ------------------------------------------------------------------------------------------- */
 
 /* Opens a writer that writes the companion to `path` at zul_xout_finish, or, for a null `path`,
