@@ -122,7 +122,8 @@ ZUL_API const char* zul_x_statusText(zul_Status status);
  * refused binding may be tried again), except zul_xout_finish's zul_STATUS_WRITE_ERROR, after
  * which the writer accepts zul_xout_close only. Memory: the coded blocks are kept until
  * zul_xout_finish (3 to 4 bytes a point for the fields of the shared airborne LAS files), and the
- * columns of the chunk being written as they were given.
+ * columns of the chunk being written as they were given (on threads, zul_xout_setThreads: those of
+ * the chunks not yet coded, until they hold 2^17 points).
  * ------------------------------------------------------------------------------------------- */
 
 /* Opens a writer that writes the companion to `path` at zul_xout_finish, or, for a null `path`,
@@ -142,6 +143,13 @@ ZUL_API zul_Status zul_xout_addField(zul_xout_Writer writer, const char* name, z
  * zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null writer; zul_STATUS_INVALID_STATE after the
  * first binding call. */
 ZUL_API zul_Status zul_xout_keepOrder(zul_xout_Writer writer);
+
+/* Codes the blocks' columns on up to `threads` threads, the caller's among them (1, the default:
+ * each chunk's columns on the caller's thread as they come). With more, the columns of the chunks
+ * written are copied and coded a batch of chunks at a time, each column on one thread: the bytes
+ * are the same. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null writer or `threads`
+ * below 1; zul_STATUS_INVALID_STATE after the binding. */
+ZUL_API zul_Status zul_xout_setThreads(zul_xout_Writer writer, int32_t threads);
 
 /* Sets the source header: `size` bytes at `bytes` (copied; may be null when `size` is 0) of kind
  * `kind`, replacing an earlier one. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a null

@@ -310,11 +310,13 @@ void LasStoredPoints::addChunk(const zulplan::StoredChunk& chunk, size_t base, S
     const double scale[3] = {las_.scale[0], las_.scale[1], las_.scale[2]};
     const double offset[3] = {las_.offset[0], las_.offset[1], las_.offset[2]};
     const double inverse[3] = {1 / scale[0], 1 / scale[1], 1 / scale[2]};
-    bool any[4] = {false, false, false, false};
+    // Whether any difference of X, Y, Z and intensity is not 0: their bits ORed together, in
+    // registers (an array of flags would be read and written back a point).
+    uint32_t anyX = 0, anyY = 0, anyZ = 0, anyIntensity = 0;
     // How many of the records' colour values each colour scale does not give back from the
     // stream's 8-bit values (own != value * kScales[s]), three lanes at once.
     static_assert(kScales[0] == 256 && kScales[1] == 257 && kScales[2] == 1, "the lanes' scales");
-    uint64_t lanes[3] = {0, 0, 0};
+    uint64_t lanes256 = 0, lanes257 = 0, lanes1 = 0;
     int64_t differ[3] = {0, 0, 0};
     // A matrix without rotation (as compress makes it from the LAS scales and offsets) takes one
     // product and one sum an axis: the terms left out are zeros, which change no sum but the sign
@@ -350,8 +352,10 @@ void LasStoredPoints::addChunk(const zulplan::StoredChunk& chunk, size_t base, S
             xyz[axis] = std::fabs(near - static_cast<double>(own)) < kSurelyNear
                             ? 0
                             : lasResidual(own, q[axis], scale[axis], offset[axis]);
-            any[axis] |= xyz[axis] != 0;
         }
+        anyX |= static_cast<uint32_t>(xyz[0]);
+        anyY |= static_cast<uint32_t>(xyz[1]);
+        anyZ |= static_cast<uint32_t>(xyz[2]);
         if ((xyz[0] | xyz[1] | xyz[2]) != 0) {
             tally.xyz.push_back({base + k, {xyz[0], xyz[1], xyz[2]}});
         }
@@ -360,7 +364,7 @@ void LasStoredPoints::addChunk(const zulplan::StoredChunk& chunk, size_t base, S
         const uint16_t ir =
             static_cast<uint16_t>(loadLittle<uint16_t>(r + 12) - static_cast<uint16_t>(kept));
         intensities[k] = ir;
-        any[3] |= ir != 0;
+        anyIntensity |= ir;
         uint8_t value[3] = {0, 0, 0};
         if (colorMode == zul_COLOR_RGB888) {
             for (int channel = 0; channel < 3; ++channel) value[channel] = colors[3 * i + channel];
@@ -377,19 +381,25 @@ void LasStoredPoints::addChunk(const zulplan::StoredChunk& chunk, size_t base, S
                                              loadLittle<uint16_t>(r + colorOffset + 2),
                                              loadLittle<uint16_t>(r + colorOffset + 4));
             const uint64_t stream = colourLanes(value[0], value[1], value[2]);
-            lanes[0] += nonZeroLanes(own ^ stream << 8) >> 15;
-            lanes[1] += nonZeroLanes(own ^ (stream << 8 | stream)) >> 15;
-            lanes[2] += nonZeroLanes(own ^ stream) >> 15;
-            if ((k & 0x7FFF) == 0x7FFF)
-                for (int s = 0; s < 3; ++s) foldLanes(lanes[s], differ[s]);
+            lanes256 += nonZeroLanes(own ^ stream << 8) >> 15;
+            lanes257 += nonZeroLanes(own ^ (stream << 8 | stream)) >> 15;
+            lanes1 += nonZeroLanes(own ^ stream) >> 15;
+            if ((k & 0x7FFF) == 0x7FFF) {
+                foldLanes(lanes256, differ[0]);
+                foldLanes(lanes257, differ[1]);
+                foldLanes(lanes1, differ[2]);
+            }
         }
     }
-    std::copy(any, any + 4, tally.any);
+    tally.any[0] = anyX != 0;
+    tally.any[1] = anyY != 0;
+    tally.any[2] = anyZ != 0;
+    tally.any[3] = anyIntensity != 0;
     if (colorOffset > 0) {
-        for (int s = 0; s < 3; ++s) {
-            foldLanes(lanes[s], differ[s]);
-            tally.same[s] = 3 * static_cast<int64_t>(n) - differ[s];
-        }
+        foldLanes(lanes256, differ[0]);
+        foldLanes(lanes257, differ[1]);
+        foldLanes(lanes1, differ[2]);
+        for (int s = 0; s < 3; ++s) tally.same[s] = 3 * static_cast<int64_t>(n) - differ[s];
     }
     // The chunk's records were just read: their columns are taken now, from the caches, not
     // from anywhere in the file once the stream is complete.

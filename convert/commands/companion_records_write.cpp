@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "base/worker_threads.h"
 #include "commands/chunk_batches.h"
 #include "commands/chunk_walk.h"
 #include "commands/companion_las.h"
@@ -184,6 +185,7 @@ std::string CompanionRecorder::writeRecords(const std::string& streamPath,
               shown);
     }
     if (keepOrder_) check(zul_xout_keepOrder(writer), shown);
+    check(zul_xout_setThreads(writer, zulbase::threadsFor(threads)), shown);
     const std::vector<unsigned char> source =
         sourceBytes(options_.input, layout.dataBegin, reader_.dataEnd());
     check(zul_xout_setSource(writer,

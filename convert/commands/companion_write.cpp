@@ -168,7 +168,7 @@ void CompanionRecorder::keep(const zul_Point& prepared, bool kept) {
 
 std::string CompanionRecorder::finish(const std::string& streamPath,
                                       const std::string& companionPath, int threads) {
-    if (lasFields_) return writeLas(streamPath, companionPath);
+    if (lasFields_) return writeLas(streamPath, companionPath, threads);
     if (recordFields_) return writeRecords(streamPath, companionPath, threads);
     // Any other input: the binding alone, for its checksums and chunk index.
     const std::string shown = zulconvert::companionPath(options_.output);
@@ -183,7 +183,7 @@ std::string CompanionRecorder::finish(const std::string& streamPath,
 }
 
 std::string CompanionRecorder::writeLas(const std::string& streamPath,
-                                        const std::string& companionPath) {
+                                        const std::string& companionPath, int threads) {
     const std::string shown = zulconvert::companionPath(options_.output);
     if (!lasInput_) lasInput_ = std::make_unique<MappedFile>(options_.input);
     const MappedFile& input = *lasInput_;
@@ -243,6 +243,7 @@ std::string CompanionRecorder::writeLas(const std::string& streamPath,
               shown);
     }
     if (keepOrder_) check(zul_xout_keepOrder(writer), shown);
+    check(zul_xout_setThreads(writer, zulbase::threadsFor(threads)), shown);
     std::vector<unsigned char> source(input.bytes(), input.bytes() + las.dataOffset);
     source.insert(source.end(), input.bytes() + dataEnd, input.bytes() + input.size());
     check(zul_xout_setSource(writer, zul_SOURCE_LAS, source.data(), source.size()), shown);

@@ -104,7 +104,8 @@ private:
                              int threads);
     // Maps the LAS file `input` and readies stored_ for its records, where it is one.
     void mapLas(const std::string& input);
-    std::string writeLas(const std::string& streamPath, const std::string& companionPath);
+    std::string writeLas(const std::string& streamPath, const std::string& companionPath,
+                         int threads);
 
     const CompressOptions& options_;
     zulformats::Format format_;

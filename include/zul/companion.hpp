@@ -47,6 +47,9 @@ public:
         return field;
     }
     void keepOrder() { check(zul_xout_keepOrder(writer_), "zul_xout_keepOrder"); }
+    void setThreads(int threads) {
+        check(zul_xout_setThreads(writer_, threads), "zul_xout_setThreads");
+    }
     void setSource(zul_SourceKind kind, ByteView bytes) {
         check(zul_xout_setSource(writer_, kind, bytes.data(), bytes.size()), "zul_xout_setSource");
     }

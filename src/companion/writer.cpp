@@ -3,9 +3,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <exception>
+#include <functional>
+#include <numeric>
 #include <set>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -28,6 +35,35 @@ std::FILE* openForWriting(const std::string& path) {
     if (file == nullptr && fd >= 0) ::close(fd);
     return file;
 }
+
+// Runs `work(k)` for k from 0 to `count` - 1 on up to `threads` threads, the caller's among them,
+// each taking the next k; the first exception thrown is thrown again here once all have stopped.
+void runTasks(int threads, size_t count, const std::function<void(size_t)>& work) {
+    std::atomic<size_t> next{0};
+    std::exception_ptr failure;
+    std::atomic<bool> failed{false};
+    const auto worker = [&]() {
+        try {
+            for (size_t k; !failed && (k = next++) < count;) work(k);
+        } catch (...) {
+            if (!failed.exchange(true)) failure = std::current_exception();
+        }
+    };
+    std::vector<std::thread> others;
+    const size_t helpers = std::min(static_cast<size_t>(threads), count);
+    try {
+        for (size_t t = 1; t < helpers; ++t) others.emplace_back(worker);
+    } catch (const std::system_error&) {
+        // A thread the system cannot start leaves fewer, never the work undone.
+    }
+    worker();
+    for (std::thread& t : others) t.join();
+    if (failure) std::rethrow_exception(failure);
+}
+
+// With threads, the chunks complete before their columns are coded are coded together once they
+// hold this many points (and at the end): each column of the batch on one thread.
+constexpr int64_t kBatchPoints = int64_t{1} << 17;
 
 }  // namespace
 
@@ -57,6 +93,76 @@ struct zul_xout_WriterStruct {
     std::vector<CodingChoice> choices;  // a field's, kept from chunk to chunk
     CodingChoice orderChoice;
     std::vector<uint8_t> output;
+    // The threads the columns are coded on (zul_xout_setThreads); with more than one, the chunks
+    // whose columns all came, waiting to be coded as a batch: their point counts and columns.
+    int threads = 1;
+    std::vector<int64_t> waitingCounts;
+    std::vector<std::vector<std::vector<uint8_t>>> waitingSegments;
+    int64_t waitingPoints = 0;
+
+    // Codes the waiting chunks' blocks: their input orders first, chunk by chunk, then each
+    // column over the chunks in order (its coding choice goes from chunk to chunk), the widest
+    // columns first, on the threads; the blocks are appended in chunk order.
+    void codeWaiting() {
+        const size_t n = waitingCounts.size();
+        if (n == 0) return;
+        const size_t numFields = head.fields.size();
+        const size_t numSegments = static_cast<size_t>(head.segments());
+        std::vector<std::vector<uint32_t>> orders(head.hasOrder ? n : 0);
+        if (head.hasOrder)
+            runTasks(threads, n, [&](size_t c) {
+                orders[c] = inputOrderOf(
+                    reinterpret_cast<const uint64_t*>(waitingSegments[c][numFields].data()),
+                    waitingCounts[c]);
+            });
+        const auto widthOf = [&](size_t s) { return s < numFields ? head.fields[s].width : 8; };
+        std::vector<size_t> tasks(numSegments);
+        std::iota(tasks.begin(), tasks.end(), size_t{0});
+        std::stable_sort(tasks.begin(), tasks.end(),
+                         [&](size_t a, size_t b) { return widthOf(a) > widthOf(b); });
+        std::vector<std::vector<uint8_t>> coded(n * numSegments);
+        runTasks(threads, numSegments, [&](size_t k) {
+            const size_t s = tasks[k];
+            for (size_t c = 0; c < n; ++c) {
+                if (s < numFields)
+                    encodeBestSegment(waitingSegments[c][s].data(), waitingCounts[c],
+                                      head.fields[s].width, head.fields[s].type,
+                                      head.hasOrder ? &orders[c] : nullptr, choices[s],
+                                      coded[c * numSegments + s]);
+                else  // the input indices, with the codings of a u64 column
+                    encodeBestSegment(waitingSegments[c][s].data(), waitingCounts[c], 8,
+                                      zul_FIELD_U64, nullptr, orderChoice,
+                                      coded[c * numSegments + s]);
+            }
+        });
+        for (size_t c = 0; c < n; ++c) {
+            const size_t at = blocks.size();
+            for (size_t s = 0; s < numSegments; ++s) {
+                const std::vector<uint8_t>& segment = coded[c * numSegments + s];
+                appendBytes(blocks, segment.data(), segment.size());
+            }
+            ChunkEntry& entry = head.chunks[nextChunk - n + c];
+            entry.blockOffset = static_cast<int64_t>(at);  // from the first block for now
+            entry.blockSize = static_cast<int64_t>(blocks.size() - at);
+            entry.blockChecksum = checksum(blocks.data() + at, blocks.size() - at);
+        }
+        waitingCounts.clear();
+        waitingSegments.clear();
+        waitingPoints = 0;
+    }
+
+    // With threads: the chunk at hand, whose columns all came, waits for its batch.
+    void queueChunk() {
+        const size_t numSegments = static_cast<size_t>(head.segments());
+        const int64_t count = head.chunks[nextChunk].chunk.numPoints;
+        waitingCounts.push_back(count);
+        waitingSegments.emplace_back(numSegments);
+        waitingSegments.back().swap(segments);
+        written.assign(numSegments, false);
+        ++nextChunk;
+        waitingPoints += count;
+        if (waitingPoints >= kBatchPoints) codeWaiting();
+    }
 
     // Codes and appends the blocks of the chunks whose columns are all there: the order first,
     // for the columns that are coded in the input's order.
@@ -66,6 +172,10 @@ struct zul_xout_WriterStruct {
         while (nextChunk < head.chunks.size()) {
             for (size_t s = 0; s < numSegments; ++s)
                 if (!written[s]) return;
+            if (threads > 1) {
+                queueChunk();
+                continue;
+            }
             ChunkEntry& entry = head.chunks[nextChunk];
             const int64_t count = entry.chunk.numPoints;
             if (head.hasOrder && !orderReady) readyOrder(count);
@@ -136,6 +246,11 @@ struct zul_xout_WriterStruct {
         const uint8_t* bytes = static_cast<const uint8_t*>(values);
         written[segment] = true;
         const size_t numFields = head.fields.size();
+        if (threads > 1) {  // copied, for the batch
+            segments[segment].assign(bytes, bytes + numValues * width);
+            completeBlocks();
+            return zul_STATUS_OK;
+        }
         if (segment == numFields) {  // the order: kept for its own segment, once the fields are
             segments[segment].assign(bytes, bytes + numValues * width);
             readyOrder(numValues);
@@ -160,6 +275,7 @@ struct zul_xout_WriterStruct {
         completeBlocks();
         if (binding == Binding::none || nextChunk != head.chunks.size())
             return zul_STATUS_INVALID_STATE;
+        codeWaiting();
         if (binding == Binding::byParts)
             head.streamSize = head.chunks.empty()
                                   ? head.streamHeadSize
@@ -244,6 +360,14 @@ ZUL_API zul_Status zul_xout_keepOrder(zul_xout_Writer writer) {
     if (writer->failed || writer->binding != zul_xout_WriterStruct::Binding::none)
         return zul_STATUS_INVALID_STATE;
     writer->head.hasOrder = true;
+    return zul_STATUS_OK;
+}
+
+ZUL_API zul_Status zul_xout_setThreads(zul_xout_Writer writer, int32_t threads) {
+    if (!writer || threads < 1) return zul_STATUS_INVALID_ARGUMENT;
+    if (writer->failed || writer->binding != zul_xout_WriterStruct::Binding::none)
+        return zul_STATUS_INVALID_STATE;
+    writer->threads = threads;
     return zul_STATUS_OK;
 }
 

@@ -92,7 +92,7 @@ if [ -n "$companion" ]; then
     fi
     required=(
         zul_x_checksum zul_x_statusText
-        zul_xout_open zul_xout_addField zul_xout_keepOrder zul_xout_setSource zul_xout_setFormat
+        zul_xout_open zul_xout_addField zul_xout_keepOrder zul_xout_setThreads zul_xout_setSource zul_xout_setFormat
         zul_xout_addConvention zul_xout_setRows zul_xout_bindStreamBuffer zul_xout_bindStreamFile
         zul_xout_beginStream zul_xout_addChunk zul_xout_addChunkBytes zul_xout_writeColumn zul_xout_writeOrder
         zul_xout_finish zul_xout_close

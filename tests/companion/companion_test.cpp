@@ -132,15 +132,18 @@ TEST(Companion, BindingByPartsEqualsWholeBinding) {
 
 // A companion bound to another stream is refused: another marker, or another chunk layout.
 // Columns written as they come: in directory order they are coded at once, in any other order
-// kept until those before them are there; the bytes are the same either way.
+// kept until those before them are there; the bytes are the same either way, and on threads
+// (in one batch of chunks, or in several).
 TEST(Companion, ColumnsInAnyOrderMakeTheSameBytes) {
-    const ByteVector stream = makeStream(3, 300, 4);
-    const std::vector<int32_t> counts = chunkCounts(stream);
+    ByteVector stream = makeStream(3, 300, 4);
+    std::vector<int32_t> counts = chunkCounts(stream);
     const size_t numFields = allTypes().size();
-    const auto companion = [&](bool withOrder, size_t rotate, bool reverse, bool orderFirst) {
+    const auto companion = [&](bool withOrder, size_t rotate, bool reverse, bool orderFirst,
+                               int threads = 1) {
         zul::CompanionWriter writer;
         for (const TypeCase& t : allTypes()) writer.addField(t.name, t.type, t.width);
         if (withOrder) writer.keepOrder();
+        writer.setThreads(threads);
         writer.bindStream(stream);
         for (size_t c = 0; c < counts.size(); ++c) {
             std::vector<uint64_t> order(static_cast<size_t>(counts[c]));
@@ -164,8 +167,14 @@ TEST(Companion, ColumnsInAnyOrderMakeTheSameBytes) {
         EXPECT_EQ(companion(withOrder, 0, false, true), inOrder);  // coded as they come
         EXPECT_EQ(companion(withOrder, 1, false, false), inOrder);
         EXPECT_EQ(companion(withOrder, numFields / 2, false, true), inOrder);
+        EXPECT_EQ(companion(withOrder, 0, false, false, 2), inOrder);
+        EXPECT_EQ(companion(withOrder, 1, true, true, 3), inOrder);
         EXPECT_NO_THROW(zul::CompanionReader(inOrder, stream));
     }
+    stream = makeStream(30, 5000, 4);  // more points than a batch
+    counts = chunkCounts(stream);
+    for (const bool withOrder : {false, true})
+        EXPECT_EQ(companion(withOrder, 0, false, false, 3), companion(withOrder, 0, false, false));
 }
 
 TEST(Companion, CompanionOfAnotherStreamIsRefused) {
@@ -241,6 +250,8 @@ TEST(Companion, WriterRefusesMisuse) {
     EXPECT_EQ(zul_xout_addField(w, "x", zul_FIELD_RAW, 0, nullptr), zul_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(zul_xout_addField(w, "a", zul_FIELD_U16, 0, nullptr), zul_STATUS_OK);
     EXPECT_EQ(zul_xout_addField(w, "a", zul_FIELD_U8, 0, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_xout_setThreads(w, 0), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_xout_setThreads(w, 2), zul_STATUS_OK);
     EXPECT_EQ(zul_xout_writeColumn(w, 0, 0, values, 10), zul_STATUS_INVALID_STATE);
     EXPECT_EQ(zul_xout_finish(w, &bytes, &size), zul_STATUS_INVALID_STATE);
     EXPECT_EQ(zul_xout_addChunk(w, nullptr, 0), zul_STATUS_INVALID_ARGUMENT);
@@ -249,6 +260,7 @@ TEST(Companion, WriterRefusesMisuse) {
     EXPECT_EQ(zul_xout_bindStreamBuffer(w, stream.data(), stream.size()), zul_STATUS_OK);
     EXPECT_EQ(zul_xout_bindStreamBuffer(w, stream.data(), stream.size()), zul_STATUS_INVALID_STATE);
     EXPECT_EQ(zul_xout_addField(w, "b", zul_FIELD_U8, 0, nullptr), zul_STATUS_INVALID_STATE);
+    EXPECT_EQ(zul_xout_setThreads(w, 1), zul_STATUS_INVALID_STATE);
     EXPECT_EQ(zul_xout_writeOrder(w, 0, nullptr, 0), zul_STATUS_INVALID_STATE);
     EXPECT_EQ(zul_xout_writeColumn(w, 0, 0, values, 11), zul_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(zul_xout_writeColumn(w, 1, 0, values, 10), zul_STATUS_INVALID_STATE);

@@ -244,8 +244,9 @@ TEST_P(CompanionRefused, NamedNeverUsedAndTheStreamAloneStillDecodes) {
 
 INSTANTIATE_TEST_SUITE_P(Damage, CompanionRefused, ::testing::ValuesIn(kRefusals), NameOfCase());
 
-// Restores on several threads: the bytes one thread writes, and a damaged block of the companion
-// named as one thread names it. Enough points for several runs of chunks on each worker.
+// Compresses and restores on several threads: the bytes one thread writes, and a damaged block of
+// the companion named as one thread names it. Enough points for several runs of chunks on each
+// worker, and for more than one batch of the companion's columns.
 struct Threaded {
     const char* name;
     const char* compress;
@@ -268,9 +269,16 @@ class CompanionThreads : public ToolTest, public ::testing::WithParamInterface<T
 TEST_P(CompanionThreads, WriteWhatOneThreadWrites) {
     const Threaded& c = GetParam();
     const std::string input = path("in.las"), zul = path("a.zul");
-    writeBytes(input, generatedLas(kLasCases[3], 120000));
-    ASSERT_TRUE(
-        toolSucceeds("compress -q --chunk 700 " + std::string(c.compress) + input + " " + zul));
+    writeBytes(input, generatedLas(kLasCases[3], 140000));
+    ASSERT_TRUE(toolSucceeds("compress -q -j 3 --chunk 700 " + std::string(c.compress) + input +
+                             " " + zul));
+    if (!c.damaged && std::string(c.decompress).empty()) {
+        const std::string alone = path("b.zul");
+        ASSERT_TRUE(toolSucceeds("compress -q -j 1 --chunk 700 " + std::string(c.compress) + input +
+                                 " " + alone));
+        EXPECT_TRUE(readBytes(alone) == readBytes(zul));
+        EXPECT_TRUE(readBytes(alone + "x") == readBytes(zul + "x")) << "-j 3 writes other bytes";
+    }
     if (c.damaged) {
         std::string bytes = readBytes(zul + "x");
         bytes[bytes.size() / 2] ^= 8;
