@@ -166,7 +166,7 @@ private:
     // Of a cutting: each chunk's order in the stream, then where its stored points lie in
     // columns_.
     LargeVector<uint32_t> storedOrder_;
-    std::vector<uint64_t> storedInputs_;  // of a cutting: its stored points' numbers
+    LargeVector<uint64_t> storedInputs_;  // of a cutting: its stored points' numbers
     uint64_t workStart_ = 0;              // the number of work_'s first point
 
     struct Tally {
