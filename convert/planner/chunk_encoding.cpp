@@ -41,18 +41,21 @@ void gather(const zul_Point* points, const uint32_t* indices, const zul_PointDat
     }
 }
 
-// The points of `from` in `order` into the arrays of `to`.
+// The `count` values of `width` elements at `from` in `order`, to `to`.
+template <size_t width, class T>
+void permuteValues(const T* from, const uint32_t* order, size_t count, T* to) {
+    for (size_t k = 0; k < count; ++k)
+        for (size_t c = 0; c < width; ++c) to[width * k + c] = from[width * order[k] + c];
+}
+
+// The points of `from` in `order` into the arrays of `to`, an array at a time (the chunk's
+// arrays stay in the cache, and no point asks which attributes there are).
 void permute(const zul_PointData& from, const uint32_t* order, const zul_PointData& to) {
     const size_t count = static_cast<size_t>(from.numPoints);
-    for (size_t k = 0; k < count; ++k) {
-        const size_t i = order[k];
-        for (int c = 0; c < 3; ++c) to.positions[3 * k + c] = from.positions[3 * i + c];
-        if (to.colors)
-            for (int c = 0; c < 3; ++c) to.colors[3 * k + c] = from.colors[3 * i + c];
-        if (to.reflections) to.reflections[k] = from.reflections[i];
-        if (to.normals)
-            for (int c = 0; c < 3; ++c) to.normals[3 * k + c] = from.normals[3 * i + c];
-    }
+    permuteValues<3>(from.positions, order, count, to.positions);
+    if (to.colors) permuteValues<3>(from.colors, order, count, to.colors);
+    if (to.reflections) permuteValues<1>(from.reflections, order, count, to.reflections);
+    if (to.normals) permuteValues<3>(from.normals, order, count, to.normals);
 }
 
 }  // namespace
