@@ -91,8 +91,9 @@ typedef struct zul_bulk_Points {
     float* normals;       /* x, y, z a point */
 } zul_bulk_Points;
 
-typedef struct zul_idx_IndexStruct* zul_idx_Index;     /* chunk index of one stream */
-typedef struct zul_bulk_WriterStruct* zul_bulk_Writer; /* bulk writer of one file */
+typedef struct zul_idx_IndexStruct* zul_idx_Index;       /* chunk index of one stream */
+typedef struct zul_bulk_WriterStruct* zul_bulk_Writer;   /* bulk writer of one file */
+typedef struct zul_bulk_OrdererStruct* zul_bulk_Orderer; /* stored orders of one data type */
 
 /* ---------------------------------------------------------------------------------------------
  * Chunk index.
@@ -320,8 +321,10 @@ ZUL_API zul_Status zul_bulk_writeChunks(zul_bulk_Writer writer, const zul_bulk_P
  * has room for points->numPoints numbers, and for each chunk written, whose first point is point
  * `first` of `points`, storedOrder[first + k] gets the number (0 to its size - 1) of the chunk's
  * point that is its k-th in the stream, the k-th a decoder hands out. The numbers of a chunk that
- * was not written are undefined. Costs about a sort of the points more than zul_bulk_writeChunks,
- * on the writer's threads. */
+ * was not written are undefined. The order is found before each chunk is encoded, on the
+ * writer's threads: a chunk none of whose points share a grid point is handed to the encoder in
+ * it, which then does not sort, and costs about a copy of its points more than
+ * zul_bulk_writeChunks; any other, about a sort more. */
 ZUL_API zul_Status zul_bulk_writeChunksOrdered(zul_bulk_Writer writer,
                                                const zul_bulk_Points* points,
                                                const int32_t* chunkSizes, int64_t numChunks,
@@ -388,6 +391,33 @@ ZUL_API zul_Status zul_bulk_encodeFile(const char* path, const zul_DataType* dat
                                        const zul_Header2* header, const zul_bulk_Points* points,
                                        const int32_t* chunkSizes, int64_t numChunks,
                                        int32_t chunkSize, int threads, int64_t* failedChunk);
+
+/* ---------------------------------------------------------------------------------------------
+ * Stored order: the order in which a chunk stores its points, found without encoding it.
+ * ------------------------------------------------------------------------------------------- */
+
+/* Opens an orderer of chunks of `dataType`, which keeps its working memory from chunk to chunk.
+ * A new orderer is stored in `*orderer` unless `orderer` is null, also when this fails, and must
+ * be given to zul_bulk_closeOrderer. Returns zul_STATUS_OK; zul_STATUS_INVALID_ARGUMENT for a
+ * null `orderer` or `dataType` or an invalid `dataType`; zul_STATUS_OUT_OF_MEMORY. Thread rule:
+ * an orderer is used by one thread at a time. */
+ZUL_API zul_Status zul_bulk_openOrderer(zul_bulk_Orderer* orderer, const zul_DataType* dataType);
+
+/* Tells in what order the chunk that zul_enc_encodeChunk makes of `points` (with an encoder of
+ * the orderer's data type) stores them: order[k] gets the number (0 to points->numPoints - 1) of
+ * the point stored k-th, for every k, as zul_bulk_writeChunksOrdered tells it; about a sort of
+ * the points. `*unique` (may be null) gets 1 when no two of the points lie on one grid point:
+ * that order is then the only sorted one, and the points handed to zul_enc_encodeChunk in it
+ * make the same chunk, byte for byte, which the encoder takes as it comes instead of sorting it
+ * again; 0 when some do, and the order holds for the points in the order given only. Returns
+ * zul_STATUS_OK (0 points: nothing written); zul_STATUS_INVALID_ARGUMENT for a null `orderer`,
+ * `points` or `order`, a negative count or null positions with points (nothing written);
+ * zul_STATUS_OUT_OF_MEMORY. Only the positions are read. */
+ZUL_API zul_Status zul_bulk_orderChunk(zul_bulk_Orderer orderer, const zul_PointData* points,
+                                       uint32_t* order, int* unique);
+
+/* Frees an orderer and sets `*orderer` to null; does nothing for a null pointer or handle. */
+ZUL_API void zul_bulk_closeOrderer(zul_bulk_Orderer* orderer);
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -179,63 +179,81 @@ zul_Status PlannedWriter::close() {
     return status;
 }
 
+bool PlannedWriter::recording() const { return order_ != nullptr || static_cast<bool>(recorder_); }
+
+zul_PointData PlannedWriter::columnsAt(size_t first, size_t count) {
+    const auto at = [&](auto* values, size_t width) {
+        return values ? values + width * first : nullptr;
+    };
+    return {static_cast<int32_t>(count), at(columns_.positionData(), 3),
+            at(columns_.colorData(), 3), at(columns_.reflectionData(), 1),
+            at(columns_.normalData(), 3)};
+}
+
 zul_Status PlannedWriter::writeCutting(const Cutting& cutting, bool kept) {
     const size_t count = cutting.order.size();
-    const bool recording = order_ != nullptr || recorder_;
-    // Chunks measured whole go as they are; their points are gathered only for their order.
-    if (kept && !recording) return writeKept(nullptr, nullptr);
-    columns_.resize(type_, count);
-    double* positions = columns_.positionData();
-    uint8_t* colors = columns_.colorData();
-    int32_t* reflections = columns_.reflectionData();
-    float* normals = columns_.normalData();
-    // Gathered in parts of their own on the workers.
-    const size_t part = size_t{1} << 16, parts = (count + part - 1) / part;
-    std::atomic<size_t> next{0};
-    zulbase::runWorkers(zulbase::threadsFor(static_cast<int>(measures_.size()), parts), [&](int) {
-        for (size_t at; (at = next++) < parts;) {
-            for (size_t i = at * part; i < std::min(count, at * part + part); ++i) {
-                const zul_Point& p = work_[cutting.order[i]];
-                std::copy(p.position, p.position + 3, positions + 3 * i);
-                if (colors) std::copy(p.color, p.color + 3, colors + 3 * i);
-                if (reflections) reflections[i] = p.reflection;
-                if (normals) std::copy(p.normal, p.normal + 3, normals + 3 * i);
-            }
+    const bool recorded = recording();
+    zul_Status status = zul_STATUS_OK;
+    if (kept) {
+        // Measured whole: the chunks go as they are, and measureCutting gathered their points
+        // and found their order when it is asked for.
+        status = writeKept();
+    } else {
+        columns_.resize(type_, count);
+        double* positions = columns_.positionData();
+        uint8_t* colors = columns_.colorData();
+        int32_t* reflections = columns_.reflectionData();
+        float* normals = columns_.normalData();
+        // Gathered in parts of their own on the workers.
+        const size_t part = size_t{1} << 16, parts = (count + part - 1) / part;
+        std::atomic<size_t> next{0};
+        zulbase::runWorkers(
+            zulbase::threadsFor(static_cast<int>(measures_.size()), parts), [&](int) {
+                for (size_t at; (at = next++) < parts;) {
+                    for (size_t i = at * part; i < std::min(count, at * part + part); ++i) {
+                        const zul_Point& p = work_[cutting.order[i]];
+                        std::copy(p.position, p.position + 3, positions + 3 * i);
+                        if (colors) std::copy(p.color, p.color + 3, colors + 3 * i);
+                        if (reflections) reflections[i] = p.reflection;
+                        if (normals) std::copy(p.normal, p.normal + 3, normals + 3 * i);
+                    }
+                }
+            });
+        chunkSizes_.resize(cutting.chunks());
+        for (size_t c = 0; c < cutting.chunks(); ++c) {
+            chunkSizes_[c] = static_cast<int32_t>(cutting.ends[c] - cutting.begin(c));
         }
-    });
-    chunkSizes_.resize(cutting.chunks());
-    for (size_t c = 0; c < cutting.chunks(); ++c) {
-        chunkSizes_[c] = static_cast<int32_t>(cutting.ends[c] - cutting.begin(c));
+        const zul_bulk_Points points = {static_cast<int64_t>(count), positions, colors, reflections,
+                                        normals};
+        if (recorded) storedOrder_.resize(count);
+        errno = 0;
+        status = zul_bulk_writeChunksOrdered(file_, &points, chunkSizes_.data(),
+                                             static_cast<int64_t>(chunkSizes_.size()),
+                                             recorded ? storedOrder_.data() : nullptr, nullptr);
     }
-    const zul_bulk_Points points = {static_cast<int64_t>(count), positions, colors, reflections,
-                                    normals};
-    if (recording) storedOrder_.resize(count);
-    errno = 0;
-    const zul_Status status =
-        kept ? writeKept(&points, storedOrder_.data())
-             : zul_bulk_writeChunksOrdered(file_, &points, chunkSizes_.data(),
-                                           static_cast<int64_t>(chunkSizes_.size()),
-                                           recording ? storedOrder_.data() : nullptr, nullptr);
-    if (status != zul_STATUS_OK || !recording) return status;
-    storedAt_.resize(count);
+    if (status != zul_STATUS_OK || !recorded) return status;
+    // Each chunk's order becomes where its stored points lie in columns_, in place.
     storedInputs_.resize(count);
     for (size_t c = 0; c < cutting.chunks(); ++c) {
         const size_t begin = cutting.begin(c);
         for (size_t k = begin; k < cutting.ends[c]; ++k) {
-            storedAt_[k] = static_cast<uint32_t>(begin + storedOrder_[k]);
-            storedInputs_[k] = workStart_ + cutting.order[storedAt_[k]];
+            storedOrder_[k] += static_cast<uint32_t>(begin);
+            storedInputs_[k] = workStart_ + cutting.order[storedOrder_[k]];
         }
     }
     if (order_ != nullptr)
         order_->insert(order_->end(), storedInputs_.begin(), storedInputs_.end());
     if (!recorder_) return status;
+    const zul_bulk_Points points = {static_cast<int64_t>(count), columns_.positionData(),
+                                    columns_.colorData(), columns_.reflectionData(),
+                                    columns_.normalData()};
     std::vector<StoredChunk> chunks(cutting.chunks());
     for (size_t c = 0; c < cutting.chunks(); ++c) {
         const size_t begin = cutting.begin(c);
         StoredChunk& chunk = chunks[c];
         chunk.count = cutting.ends[c] - begin;
         chunk.inputs = storedInputs_.data() + begin;
-        chunk.at = storedAt_.data() + begin;
+        chunk.at = storedOrder_.data() + begin;
         chunk.points = points;
         chunk.type = &type_;
         chunk.header = header_.enabled ? &header_ : nullptr;
@@ -247,6 +265,15 @@ zul_Status PlannedWriter::writeCutting(const Cutting& cutting, bool kept) {
 zul_Status PlannedWriter::measureCutting(const Cutting& cutting, uint64_t& total, bool keep) {
     // Each chunk has its own buffer: the threads never share one.
     if (keep && kept_.size() < cutting.chunks()) kept_.resize(cutting.chunks());
+    // Chunks kept are the stream's: where the stream's order is asked for, their points are
+    // gathered and each chunk's order is found before it is encoded, which spares the encoder
+    // its sort (ChunkEncoder::encodeStored). Without it, finding the order would cost more than
+    // the sort it spares.
+    const bool ordering = keep && recording();
+    if (ordering) {
+        columns_.resize(type_, cutting.order.size());
+        storedOrder_.resize(cutting.order.size());
+    }
     std::atomic<size_t> next{0};
     std::vector<uint64_t> totals(measures_.size(), 0);
     std::vector<zul_Status> statuses(measures_.size(), zul_STATUS_OK);
@@ -256,9 +283,16 @@ zul_Status PlannedWriter::measureCutting(const Cutting& cutting, uint64_t& total
             for (size_t c = next++; c < cutting.chunks(); c = next++) {
                 const char* bytes = nullptr;
                 int size = 0;
-                const size_t begin = cutting.begin(c);
-                const zul_Status status = encoder.encode(work_.data(), cutting.order.data() + begin,
-                                                         cutting.ends[c] - begin, &bytes, &size);
+                const size_t begin = cutting.begin(c), n = cutting.ends[c] - begin;
+                const uint32_t* indices = cutting.order.data() + begin;
+                zul_Status status = zul_STATUS_OK;
+                if (ordering) {
+                    const zul_PointData out = columnsAt(begin, n);
+                    status = encoder.encodeStored(work_.data(), indices, n, out,
+                                                  storedOrder_.data() + begin, &bytes, &size);
+                } else {
+                    status = encoder.encode(work_.data(), indices, n, &bytes, &size);
+                }
                 if (status != zul_STATUS_OK) {
                     statuses[static_cast<size_t>(w)] = status;
                     next = cutting.chunks();
@@ -275,7 +309,7 @@ zul_Status PlannedWriter::measureCutting(const Cutting& cutting, uint64_t& total
     return zul_STATUS_OK;
 }
 
-zul_Status PlannedWriter::writeKept(const zul_bulk_Points* points, uint32_t* storedOrder) {
+zul_Status PlannedWriter::writeKept() {
     const size_t chunks = cutting_.chunks();
     keptBytes_.resize(chunks);
     keptSizes_.resize(chunks);
@@ -284,9 +318,8 @@ zul_Status PlannedWriter::writeKept(const zul_bulk_Points* points, uint32_t* sto
         keptSizes_[c] = static_cast<int64_t>(kept_[c].size());
     }
     errno = 0;
-    return zul_bulk_writeEncodedChunksOrdered(file_, keptBytes_.data(), keptSizes_.data(),
-                                              static_cast<int64_t>(chunks), points, storedOrder,
-                                              nullptr);
+    return zul_bulk_writeEncodedChunks(file_, keptBytes_.data(), keptSizes_.data(),
+                                       static_cast<int64_t>(chunks), nullptr);
 }
 
 zul_Status PlannedWriter::flush() {

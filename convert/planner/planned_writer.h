@@ -50,13 +50,13 @@ struct PlanOptions {
     bool publish = false;
 };
 
-// One chunk as the stream stores it: the encoder sorts a chunk's points by position, so their
-// order is known only once the chunk is encoded.
+// One chunk as the stream stores it: the encoder sorts a chunk's points by position, and the
+// order is found once for the encoder and the recorder.
 struct StoredChunk {
     size_t count = 0;
     const uint64_t* inputs = nullptr;  // each stored point's number (0: the first point written)
     const uint32_t* at = nullptr;      // where each stored point lies in `points`
-    zul_bulk_Points points = {};       // the values the encoder was given
+    zul_bulk_Points points = {};       // the values of the cutting's points, in its order
     const zul_DataType* type = nullptr;
     const zul_Header2* header = nullptr;  // the sensor header, null without one
 };
@@ -119,15 +119,19 @@ private:
     // Opens the bulk writer once the marker is known.
     zul_Status openFile();
     // Writes the chunks of `cutting` of the block: those kept by measureCutting when `kept`,
-    // else its points gathered in its order and encoded. The points are gathered also for the
-    // stored order when it is asked for.
+    // else its points gathered in its order and encoded; then hands on the stored order when it
+    // is asked for.
     zul_Status writeCutting(const Cutting& cutting, bool kept);
     // The bytes the chunks of `cutting` of the block take, measured on every measuring encoder;
-    // with `keep`, the chunks are kept in kept_ for writeKept().
+    // with `keep`, the chunks are the stream's: kept in kept_ for writeKept(), their order in
+    // storedOrder_ and, when the order is asked for, their points in columns_.
     zul_Status measureCutting(const Cutting& cutting, uint64_t& total, bool keep);
-    // Appends the chunks kept by measureCutting as they are, and with a `storedOrder` tells
-    // their order from `points`, the cutting's points gathered.
-    zul_Status writeKept(const zul_bulk_Points* points, uint32_t* storedOrder);
+    // Appends the chunks kept by measureCutting as they are.
+    zul_Status writeKept();
+    // Whether the stored order is asked for (recordOrder, recordChunks).
+    bool recording() const;
+    // columns_'s arrays from point `first`, for `count` points.
+    zul_PointData columnsAt(size_t first, size_t count);
 
     PlanOptions options_;
     size_t capacity_ = 0;
@@ -154,14 +158,15 @@ private:
     bool keptWhole_ = false;
     std::vector<const char*> keptBytes_;
     std::vector<int64_t> keptSizes_;
-    // A cutting's points in its order, for the bulk writer, and the order the writer tells.
+    // A cutting's points in its order, for the bulk writer and the stored order.
     zulbase::BasicPointColumns<LargePageAllocator> columns_;
     std::vector<int32_t> chunkSizes_;
     std::vector<uint64_t>* order_ = nullptr;  // recordOrder's
     std::function<void(const std::vector<StoredChunk>&)> recorder_;
-    LargeVector<uint32_t> storedOrder_;   // of a cutting: each chunk's order in the stream
-    std::vector<uint32_t> storedAt_;      // of a cutting: where its stored points lie in columns_
-    std::vector<uint64_t> storedInputs_;  // of a cutting: its stored points' numbers
+    // Of a cutting: each chunk's order in the stream, then where its stored points lie in
+    // columns_.
+    LargeVector<uint32_t> storedOrder_;
+    LargeVector<uint64_t> storedInputs_;  // of a cutting: its stored points' numbers
     uint64_t workStart_ = 0;              // the number of work_'s first point
 
     struct Tally {

@@ -5,6 +5,7 @@
 // a thread wait in memory.
 #include "bulk/bulk_encode.h"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <map>
@@ -17,6 +18,38 @@
 namespace zulbulk {
 
 namespace {
+
+// A chunk's points gathered in an order, in arrays kept from chunk to chunk.
+class InOrder {
+public:
+    zul_PointData gather(const zul_PointData& from, const uint32_t* order) {
+        const size_t n = static_cast<size_t>(from.numPoints);
+        zul_PointData to = {from.numPoints, grown(positions_, 3 * n), nullptr, nullptr, nullptr};
+        if (from.colors) to.colors = grown(colors_, 3 * n);
+        if (from.reflections) to.reflections = grown(reflections_, n);
+        if (from.normals) to.normals = grown(normals_, 3 * n);
+        for (size_t k = 0; k < n; ++k) {
+            const size_t i = order[k];
+            std::copy_n(from.positions + 3 * i, 3, to.positions + 3 * k);
+            if (to.colors) std::copy_n(from.colors + 3 * i, 3, to.colors + 3 * k);
+            if (to.reflections) to.reflections[k] = from.reflections[i];
+            if (to.normals) std::copy_n(from.normals + 3 * i, 3, to.normals + 3 * k);
+        }
+        return to;
+    }
+
+private:
+    template <class T>
+    static T* grown(std::vector<T>& values, size_t n) {
+        if (values.size() < n) values.resize(n);
+        return values.data();
+    }
+
+    std::vector<double> positions_;
+    std::vector<uint8_t> colors_;
+    std::vector<int32_t> reflections_;
+    std::vector<float> normals_;
+};
 
 class EncodeRun {
 public:
@@ -33,6 +66,7 @@ public:
         const int64_t count = static_cast<int64_t>(plan_.size());
         std::vector<zullib::zul_QuantizedPoint> records;
         std::vector<unsigned char> scratch;
+        InOrder sorted;
         for (;;) {
             const int64_t k = next_.fetch_add(1);
             if (k >= count || k > failedAt_.load()) return;
@@ -44,14 +78,17 @@ public:
                                    points_.normals ? points_.normals + 3 * first : nullptr};
             const char* bytes = nullptr;
             int size = 0;
-            const zul_Status status = zul_enc_encodeChunk(encoder, &bytes, &size, &slice);
+            // With the order asked for, it is found first, on the chunk's own worker, and where
+            // it is the only sorted one the encoder is given the points in it and does not sort.
+            zul_PointData given = slice;
+            if (storedOrder_ &&
+                storedOrder(encoder->dataType, slice, storedOrder_ + first, records, scratch)) {
+                given = sorted.gather(slice, storedOrder_ + first);
+            }
+            const zul_Status status = zul_enc_encodeChunk(encoder, &bytes, &size, &given);
             if (status != zul_STATUS_OK) {
                 fail(k, status);
                 return;
-            }
-            // The order is found while the chunk waits for its turn, on the chunk's own worker.
-            if (storedOrder_) {
-                storedOrder(encoder->dataType, slice, storedOrder_ + first, records, scratch);
             }
             deliver(k, bytes, static_cast<size_t>(size));
         }

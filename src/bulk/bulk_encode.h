@@ -21,7 +21,8 @@ struct PlannedChunk {
 // chunk that failed (zul_STATUS_WRITE_ERROR when `write` returns false), with its number in
 // `*failedAt`, or zul_STATUS_OK with -1; the chunks before it were all written, none after it.
 // A non-null `storedOrder` gets, at each chunk's first point, the order the chunk stores its
-// points in (storedOrder, stored_order.h), for the chunks written.
+// points in (storedOrder, stored_order.h), for the chunks written; found before the chunk is
+// encoded, it spares the encoder its sort where no two points share a grid point.
 zul_Status encodeChunks(const std::vector<zul_enc_Context>& encoders, const zul_bulk_Points& points,
                         const std::vector<PlannedChunk>& plan,
                         const std::function<bool(const char*, size_t)>& write,

@@ -120,11 +120,11 @@ bool wholeBox(const double* positions, size_t n, zullib::BoundingBox3d<long long
 
 }  // namespace
 
-void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t* order,
+bool storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t* order,
                  std::vector<zullib::zul_QuantizedPoint>& records,
                  std::vector<unsigned char>& scratch) {
     const size_t n = static_cast<size_t>(points.numPoints);
-    if (n == 0) return;
+    if (n == 0) return true;
     const double* const positions = points.positions;
     // The encoder's own steps: each position onto the grid, the slots laid out by the chunk's
     // box and shifted to its minimum. Only the coordinates decide the order.
@@ -175,8 +175,12 @@ void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t
                 record.coordinates[k] = zullib::wrappingSub(grid[remap[k]], axes.slotMin[k]);
             }
         }
-        std::sort(order, order + n, SlotsLess{records.data()});
-        return;
+        const SlotsLess less{records.data()};
+        std::sort(order, order + n, less);
+        // Sorted: two points share a grid point exactly when two neighbours do.
+        for (size_t k = 1; k < n; ++k)
+            if (!less(order[k - 1], order[k])) return false;
+        return true;
     }
     // The keys: axis a's slot (its value less the slot's minimum) at its place in the key, that
     // of slot k above the slots after it. A slot of no width holds only 0.
@@ -224,10 +228,14 @@ void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t
             apart = std::min(apart, (word ^ before) >> low);
             before = word;
         }
-        if (apart != 0) return;
+        if (apart != 0) return true;
         for (size_t i = 0; i < n; ++i) order[i] = static_cast<uint32_t>(i);
     }
     std::sort(order, order + n, KeyLess{keys});
+    if (neighboursTie) return false;
+    for (size_t k = 1; k < n; ++k)
+        if (keys[order[k - 1]] == keys[order[k]]) return false;
+    return true;
 }
 
 }  // namespace zulbulk

@@ -14,8 +14,10 @@ namespace zulbulk {
 
 // Writes to `order[0 .. points.numPoints)` the number of the point of `points` that the chunk
 // encoded from them (with `type`) stores k-th, for every k. `records` (the points' slots) and
-// `scratch` are working memory kept from chunk to chunk.
-void storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t* order,
+// `scratch` are working memory kept from chunk to chunk. Returns true when no two points share a
+// grid point: the order is then the only sorted one, and the points given to the encoder in it
+// are stored as they come; false when some do (their order is that of the points as given).
+bool storedOrder(const zul_DataType& type, const zul_PointData& points, uint32_t* order,
                  std::vector<zullib::zul_QuantizedPoint>& records,
                  std::vector<unsigned char>& scratch);
 

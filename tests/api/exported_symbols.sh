@@ -56,6 +56,7 @@ required=(
     zul_idx_setChunkBudget zul_idx_setPointDensity zul_idx_getStreamSizes
     zul_bulk_allocate zul_bulk_free zul_bulk_decode zul_bulk_decodeChunks zul_bulk_encodeFile
     zul_bulk_openWriter zul_bulk_writeChunks zul_bulk_writeChunksOrdered zul_bulk_writeEncodedChunks zul_bulk_writeEncodedChunksOrdered zul_bulk_closeWriter zul_bulk_abortWriter
+    zul_bulk_openOrderer zul_bulk_orderChunk zul_bulk_closeOrderer
     'zul_dec_ContextStruct::zul_dec_ContextStruct(' 'zul_dec_ContextStruct::~zul_dec_ContextStruct('
     'zul_dec_ContextStruct::open(' 'zul_dec_ContextStruct::decodeFileHeader('
     'zul_dec_ContextStruct::decodeChunkHeader(' 'zul_dec_ContextStruct::getNumPointsInChunk('

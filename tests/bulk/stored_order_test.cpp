@@ -1,17 +1,22 @@
-// The stored order found without encoding is the encoder's, point for point, on each of its
-// paths: few points, keys packed with the point number or not, one bucket of many, positions shared
-// by neighbours or apart, slots too wide for one key, a span of 2^63 or more.
-#include "bulk/stored_order.h"
-
+// The stored order found without encoding (zul_bulk_orderChunk) is the encoder's, point for point,
+// on each of its paths: few points, keys packed with the point number or not, one bucket of many,
+// positions shared by neighbours or apart or all alike, slots too wide for one key, a span of 2^63
+// or more. It is unique exactly when no two points share a grid point; and the bulk writer, which
+// then hands the encoder the points in it, writes the bytes it writes without the order.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "encoder/quantize.h"
 #include "support/point_cloud.h"
 #include "support/stream_codec.h"
+#include "support/temp_folder.h"
+#include "zul_bulk.h"
 
 namespace {
 
@@ -44,9 +49,42 @@ const OrderCase kCases[] = {
      [](int i, double r, double* p) { p[0] = i < 2 ? 4.7e18 - i * 9.4e18 : (r - 0.5) * 9e18; }},
     {"halves", 2500, 2,
      [](int i, double, double* p) { p[0] = (i % 1000) - 0.5 * (i % 3), p[1] = -(i % 7) - 1; }},
+    {"few_apart", 200, 1, [](int i, double, double* p) { p[0] = (i * 7) % 200, p[1] = i % 3; }},
+    {"all_on_one_point", 3000, 1, [](int, double, double* p) { p[0] = 5, p[1] = -2, p[2] = 1; }},
 };
 
-class StoredOrderOf : public ::testing::TestWithParam<OrderCase> {};
+// Whether two points of the cloud lie on one grid point of `step`.
+bool shareGridPoints(const PointCloud& cloud, double step) {
+    std::set<std::array<int64_t, 3>> seen;
+    for (int i = 0; i < cloud.size(); ++i) {
+        std::array<int64_t, 3> grid;
+        for (int axis = 0; axis < 3; ++axis)
+            grid[axis] = zullib::quantizeCoordinate(cloud.positions[3 * i + axis], step);
+        if (!seen.insert(grid).second) return true;
+    }
+    return false;
+}
+
+class StoredOrderOf : public TempFolderTest, public ::testing::WithParamInterface<OrderCase> {
+protected:
+    // The cloud written by the bulk writer as one chunk; with `order`, the stored order is asked
+    // for.
+    Bytes written(const zul_DataType& type, PointCloud& cloud, uint32_t* order) {
+        const std::string file = path("cloud.zul");
+        const char marker[ZUL_SYNC_MARKER_SIZE + 1] = "a-stored-order-m";
+        zul_bulk_Writer writer = nullptr;
+        EXPECT_EQ(zul_bulk_openWriter(&writer, file.c_str(), &type, nullptr, marker, 1,
+                                      ZUL_BULK_WRITE_REPLACE),
+                  zul_STATUS_OK);
+        const zul_bulk_Points points = {cloud.size(), cloud.positions.data(), nullptr,
+                                        cloud.reflections.data(), nullptr};
+        const int32_t size = cloud.size();
+        EXPECT_EQ(zul_bulk_writeChunksOrdered(writer, &points, &size, 1, order, nullptr),
+                  zul_STATUS_OK);
+        EXPECT_EQ(zul_bulk_closeWriter(&writer), zul_STATUS_OK);
+        return readFile(file);
+    }
+};
 
 TEST_P(StoredOrderOf, IsTheEncodersOrder) {
     const OrderCase& c = GetParam();
@@ -69,14 +107,52 @@ TEST_P(StoredOrderOf, IsTheEncodersOrder) {
     ASSERT_EQ(decoder.points.numPoints, c.count);
 
     std::vector<uint32_t> order(static_cast<size_t>(c.count));
-    std::vector<zullib::zul_QuantizedPoint> records;
-    std::vector<unsigned char> scratch;
-    zulbulk::storedOrder(type, clouds[0].data(), order.data(), records, scratch);
+    zul_bulk_Orderer orderer = nullptr;
+    ASSERT_EQ(zul_bulk_openOrderer(&orderer, &type), zul_STATUS_OK);
+    const zul_PointData data = clouds[0].data();
+    int unique = -1;
+    EXPECT_EQ(zul_bulk_orderChunk(orderer, &data, order.data(), &unique), zul_STATUS_OK);
+    zul_bulk_closeOrderer(&orderer);
+    EXPECT_EQ(unique, shareGridPoints(clouds[0], c.step) ? 0 : 1);
     for (int k = 0; k < c.count; ++k) {
         ASSERT_EQ(order[static_cast<size_t>(k)],
                   static_cast<uint32_t>(decoder.points.reflections[k]))
             << k;
     }
+    // The writer finds the same order, and the bytes are those written without it.
+    std::vector<uint32_t> told(order.size(), UINT32_MAX);
+    EXPECT_TRUE(written(type, clouds[0], told.data()) == written(type, clouds[0], nullptr));
+    EXPECT_EQ(told, order);
+}
+
+TEST(StoredOrder, RefusesBadArguments) {
+    zul_DataType type = {};
+    type.quantizationStep = 1;
+    zul_bulk_Orderer orderer = nullptr;
+    EXPECT_EQ(zul_bulk_openOrderer(nullptr, &type), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_bulk_openOrderer(&orderer, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    zul_bulk_closeOrderer(&orderer);
+    type.quantizationStep = -1;
+    EXPECT_EQ(zul_bulk_openOrderer(&orderer, &type), zul_STATUS_INVALID_ARGUMENT);
+    zul_bulk_closeOrderer(&orderer);
+    type.quantizationStep = 1;
+    ASSERT_EQ(zul_bulk_openOrderer(&orderer, &type), zul_STATUS_OK);
+    double position[3] = {1, 2, 3};
+    uint32_t order[1] = {7};
+    zul_PointData points = {1, nullptr, nullptr, nullptr, nullptr};
+    EXPECT_EQ(zul_bulk_orderChunk(orderer, &points, order, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    points.positions = position;
+    EXPECT_EQ(zul_bulk_orderChunk(nullptr, &points, order, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_bulk_orderChunk(orderer, nullptr, order, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zul_bulk_orderChunk(orderer, &points, nullptr, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    points.numPoints = -1;
+    EXPECT_EQ(zul_bulk_orderChunk(orderer, &points, order, nullptr), zul_STATUS_INVALID_ARGUMENT);
+    points.numPoints = 0;
+    EXPECT_EQ(zul_bulk_orderChunk(orderer, &points, order, nullptr), zul_STATUS_OK);
+    EXPECT_EQ(order[0], 7u);
+    zul_bulk_closeOrderer(&orderer);
+    EXPECT_EQ(orderer, nullptr);
+    zul_bulk_closeOrderer(nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, StoredOrderOf, ::testing::ValuesIn(kCases),

@@ -296,9 +296,12 @@ TEST_P(AwkwardClouds, PlanWithoutErrorOrEmptyChunk) {
 INSTANTIATE_TEST_SUITE_P(Shapes, AwkwardClouds, ::testing::ValuesIn(kShapes), NameOfCase());
 
 // The order handed back is the stream's in every order and on any thread count, for chunks
-// sorted by digits (no two points on one position) and by comparison (many).
+// sorted by digits (no two points on one position) and by comparison (many), with the plan
+// measured exactly or weighed on samples (its chunks then kept from the measuring, their order
+// found before they are encoded).
 class StoredOrder : public TempFolderTest,
-                    public ::testing::WithParamInterface<std::tuple<zulplan::Order, int>> {};
+                    public ::testing::WithParamInterface<std::tuple<zulplan::Order, int, size_t>> {
+};
 
 TEST_P(StoredOrder, IsTheStreamsOrder) {
     std::vector<zul_Point> points = randomPoints(12000, 50, 50, 5);
@@ -308,6 +311,7 @@ TEST_P(StoredOrder, IsTheStreamsOrder) {
     zulplan::PlanOptions options;
     options.order = std::get<0>(GetParam());
     options.threads = std::get<1>(GetParam());
+    options.planner.exactLimit = std::get<2>(GetParam());
     options.chunk = 3000;
     zulplan::PlannedWriter writer;
     ASSERT_EQ(writer.open(path("a.zul"), makeDataType(0.001f, zul_COLOR_NONE, 1 << 20, false),
@@ -339,7 +343,8 @@ INSTANTIATE_TEST_SUITE_P(Orders, StoredOrder,
                          ::testing::Combine(::testing::Values(zulplan::Order::Plan,
                                                               zulplan::Order::Kd,
                                                               zulplan::Order::Input),
-                                            ::testing::Values(1, 2)));
+                                            ::testing::Values(1, 2),
+                                            ::testing::Values(size_t{1} << 20, size_t{0})));
 
 // An airborne-like strip, as large inputs are: scan lines across x, flown along y, with terrain,
 // colour and intensity that change smoothly and some noise.
