@@ -325,9 +325,14 @@ private:
         if constexpr (C < kComponents) {
             BitUnpacker& bits = cursor.bits;
             int64_t* previous = cursor.previous;
-            // Every group tops up: a test of the bits left would go either way as the codes'
-            // widths do, and a wrong guess costs more than the refill.
-            if (cursor.refillBits[C] != 0) bits.refill();
+            // With look-ups every group tops up: a test of the bits left would go either way as
+            // the codes' widths do, and a wrong guess costs more than the refill. Short chunks
+            // without them keep the test, which their codes' steadier widths predict well.
+            if constexpr (Lookups) {
+                if (cursor.refillBits[C] != 0) bits.refill();
+            } else {
+                if (bits.available() < cursor.refillBits[C]) bits.refill();
+            }
             const uint64_t buffered = bits.buffered();
             const uint64_t pattern = buffered & CodeLookup::kPeekMask;
             int64_t value;
