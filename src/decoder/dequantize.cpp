@@ -6,8 +6,8 @@
 #include "decoder/color_copy.h"
 #include "decoder/dec_context.h"
 #include "decoder/normal_centres.h"
+#include "decoder/position_copy.h"
 #include "frame/data_type.h"
-#include "frame/wrapping.h"
 
 void zul_dec_ContextStruct::dequantizeRemapAndShiftPoints(
     zul_PointData& points, const std::vector<zullib::zul_QuantizedPoint>& records,
@@ -21,13 +21,9 @@ void zul_dec_ContextStruct::dequantizeRemapAndShiftPoints(
     const zullib::zul_QuantizedPoint* record = records.data();
     double* const positions = points.positions;
     uint8_t* const colors = points.colors;
-    const int slots[3] = {axisToSlot[0], axisToSlot[1], axisToSlot[2]};
-    const long long min[3] = {box.min[0], box.min[1], box.min[2]};
-    for (size_t i = 0; i < n; ++i)
-        for (int axis = 0; axis < 3; ++axis)
-            positions[3 * i + axis] = static_cast<double>(zullib::wrappingAdd(
-                                          record[i].coordinates[slots[axis]], min[axis])) *
-                                      step;
+    const zullib::PositionLayout layout = {
+        {axisToSlot[0], axisToSlot[1], axisToSlot[2]}, {box.min[0], box.min[1], box.min[2]}, step};
+    zullib::copyPositions(positions, record, n, layout);
 
     if (dataType.colorMode == zul_COLOR_RGB888) {
         zullib::copyRgb888(colors, record, n);

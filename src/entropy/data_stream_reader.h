@@ -6,7 +6,8 @@
 // clang-format off
 //   form                         used when                               limits
 //   CodeLookup: one look-up      fast step; chunk of 4 x 2^10 points     codes of 10 bits at most,
-//                                or more                                 deltas in int32, no escape
+//                                or more                                 deltas in 24 bits; escapes
+//                                                                        in attribute streams only
 //   PrefixCodeTable: no branch   fast step; the component's longest      32 prefixes at most
 //                                code fits in a refilled register
 //   DeltaDecoder, prefix/read    fast step; longer codes                 payloads of 64 bits at most
@@ -17,7 +18,8 @@
 // A fast step needs room for its codes and the loads behind them (hasRoom). Where every
 // component of every stream read side by side has a look-up table, or every one decodes from the
 // register, a chunk's fast steps take a form of their own (readInRegister) that tests only the
-// data: no per-code test of which form applies.
+// data: no per-code test of which form applies, and the register topped up at every group of
+// components without a test (a branch on the widths of the codes would go wrong too often).
 #pragma once
 
 #include <algorithm>
@@ -83,6 +85,11 @@ template <class Accessor>
 class StreamBodyReader {
 public:
     static constexpr int kComponents = Accessor::kNumComponents;
+    // Whether the look-ups decode escapes too: in the attribute streams, where noisy values make
+    // escapes as frequent as deltas (a branch on them would go wrong that often); coordinates
+    // seldom escape and keep the shorter step.
+    static constexpr bool kEscapesInLookups =
+        !std::is_same<Accessor, zul_QuantizedPoint::CoordinateAccessor>::value;
 
     StreamBodyReader(BitStreamIn& in, const int* absoluteBits, const std::vector<int>* tables,
                      size_t numPoints)
@@ -99,7 +106,7 @@ public:
             // A look-up table repays its building only over a long chunk.
             if (fast_ && numPoints >= 4 * (size_t{1} << CodeLookup::kPeekBits))
                 lookups_[c] = CodeLookup(tables[c], coding_.lastPrefix[c], Accessor::nonNegative(c),
-                                         decoders_[c]);
+                                         decoders_[c], kEscapesInLookups ? absoluteBits[c] : -1);
             // The longest code of the component: the whole prefix and the widest payload.
             int widest = 0;
             for (int length : tables[c])
@@ -125,7 +132,10 @@ public:
             refillBits_[group] += componentBits_[c];
         }
         if (!fast_) form_ = kGeneralForm;
-        if (form_ == kTabledForm && kComponents > 1)
+        // Pairs leave escapes out: where an escape fits a look-up (it is then frequent), the
+        // pair's test would fail as often.
+        if (form_ == kTabledForm && kComponents > 1 && !lookups_[0].hasEscapes() &&
+            !lookups_[1].hasEscapes())
             pairs_ = CodePairLookup(lookups_[0], lookups_[1]);
         bitless_ = true;
         for (int c = 0; c < kComponents; ++c) {
@@ -225,7 +235,7 @@ public:
                                      CodeLookup::kPeekMask];
                 if (entry.bits() != 0) {
                     bits.skip(entry.bits());
-                    const int64_t value = Accessor::undoDelta(c, previous[c], entry.delta());
+                    const int64_t value = lookedUp(c, previous[c], entry);
                     Accessor::set(point, c, value);
                     previous[c] = value;
                     continue;
@@ -315,11 +325,25 @@ private:
         if constexpr (C < kComponents) {
             BitUnpacker& bits = cursor.bits;
             int64_t* previous = cursor.previous;
-            if (bits.available() < cursor.refillBits[C]) bits.refill();
+            // With look-ups every group tops up: a test of the bits left would go either way as
+            // the codes' widths do, and a wrong guess costs more than the refill. Short chunks
+            // without them keep the test, which their codes' steadier widths predict well.
+            if constexpr (Lookups) {
+                if (cursor.refillBits[C] != 0) bits.refill();
+            } else {
+                if (bits.available() < cursor.refillBits[C]) bits.refill();
+            }
             const uint64_t buffered = bits.buffered();
             const uint64_t pattern = buffered & CodeLookup::kPeekMask;
             int64_t value;
             if constexpr (Lookups && C == 0 && kComponents > 1) {
+                if (cursor.pairs == nullptr) {
+                    value = readOneCode<Lookups, C>(buffered, pattern, cursor);
+                    Accessor::set(point, C, value);
+                    previous[C] = value;
+                    readInRegisterFrom<Lookups, C + 1>(point, cursor);
+                    return;
+                }
                 const CodePairLookup::Entry pair = cursor.pairs[pattern];
                 // Both codes must lie in the bits that belong to the position.
                 if (__builtin_expect(pair.bothBits() <= bits.available(), 1)) {
@@ -331,7 +355,7 @@ private:
                     Accessor::set(point, 1, secondValue);
                     previous[1] = secondValue;
                     // What component 1 would have topped up, for those after it.
-                    if (bits.available() < cursor.refillBits[1]) bits.refill();
+                    if (cursor.refillBits[1] != 0) bits.refill();
                     readInRegisterFrom<Lookups, 2>(point, cursor);
                     return;
                 }
@@ -342,19 +366,31 @@ private:
                     value = readPrefixCode(C, buffered, cursor);
                 }
             } else {
-                const CodeLookup::Entry entry =
-                    Lookups ? cursor.lookup[C][pattern] : CodeLookup::Entry{0};
-                if (Lookups && __builtin_expect(entry.bits() != 0, 1)) {
-                    bits.skip(entry.bits());
-                    value = Accessor::undoDelta(C, previous[C], entry.delta());
-                } else {
-                    value = readPrefixCode(C, buffered, cursor);
-                }
+                value = readOneCode<Lookups, C>(buffered, pattern, cursor);
             }
             Accessor::set(point, C, value);
             previous[C] = value;
             readInRegisterFrom<Lookups, C + 1>(point, cursor);
         }
+    }
+
+    // Component C's code from the bits loaded, with its look-up if Lookups; consumes it.
+    template <bool Lookups, int C>
+    ZUL_ALWAYS_INLINE static int64_t readOneCode(uint64_t buffered, uint64_t pattern,
+                                                 Cursor& cursor) {
+        const CodeLookup::Entry entry = Lookups ? cursor.lookup[C][pattern] : CodeLookup::Entry{0};
+        if (Lookups && __builtin_expect(entry.bits() != 0, 1)) {
+            cursor.bits.skip(entry.bits());
+            return lookedUp(C, cursor.previous[C], entry);
+        }
+        return readPrefixCode(C, buffered, cursor);
+    }
+
+    // The value of a look-up's entry: an escape's own, else the previous one and the delta.
+    ZUL_ALWAYS_INLINE static int64_t lookedUp(int c, int64_t previous,
+                                              const CodeLookup::Entry entry) {
+        if constexpr (kEscapesInLookups) previous &= entry.keep();
+        return Accessor::undoDelta(c, previous, entry.delta());
     }
 
     // Any code of component c that fits in the register, from the bits loaded; consumes it.

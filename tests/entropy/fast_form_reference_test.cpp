@@ -160,25 +160,48 @@ TEST_P(FastForms, DeltaCodeTableWritesThePlainCodes) {
     }
 }
 
+// Without escapes, and with those that fit (their value in place of the delta).
 TEST_P(FastForms, CodeLookupReadsThePlainCodes) {
     const TableCase& c = GetParam();
-    const CodeLookup codes(c.table, lastPrefix, c.nonNegative, DeltaDecoder(lookup));
-    for (uint64_t pattern = 0; pattern <= CodeLookup::kPeekMask; ++pattern) {
-        const unsigned char bytes[8] = {static_cast<unsigned char>(pattern),
-                                        static_cast<unsigned char>(pattern >> 8)};
-        BitStreamIn in(bytes, 8, 0);
-        const CodeLookup::Entry& entry = codes.entries()[pattern];
-        SCOPED_TRACE(::testing::Message() << "pattern " << pattern);
-        int64_t delta = 0;
-        const bool isDelta = readPlainCode(in, c, lookup, delta);
-        const int used = bitsRead(in);
-        if (!isDelta || used > CodeLookup::kPeekBits || delta < CodeLookup::Entry::kMinDelta ||
-            delta > CodeLookup::Entry::kMaxDelta) {
-            EXPECT_EQ(entry.bits(), 0);
-            continue;
+    for (const bool escapes : {false, true}) {
+        const CodeLookup codes(c.table, lastPrefix, c.nonNegative, DeltaDecoder(lookup),
+                               escapes ? c.absoluteBits : -1);
+        bool anyEscape = false;
+        for (uint64_t pattern = 0; pattern <= CodeLookup::kPeekMask; ++pattern) {
+            const unsigned char bytes[8] = {static_cast<unsigned char>(pattern),
+                                            static_cast<unsigned char>(pattern >> 8)};
+            BitStreamIn in(bytes, 8, 0);
+            const CodeLookup::Entry& entry = codes.entries()[pattern];
+            SCOPED_TRACE(::testing::Message()
+                         << "pattern " << pattern << (escapes ? ", escapes" : ""));
+            int64_t delta = 0;
+            const bool isDelta = readPlainCode(in, c, lookup, delta);
+            if (!isDelta) {
+                const int64_t value = static_cast<int64_t>(in.readBits(c.absoluteBits));
+                const int used = bitsRead(in);
+                if (!escapes || used > CodeLookup::kPeekBits || used == 0) {
+                    EXPECT_EQ(entry.bits(), 0);
+                    continue;
+                }
+                anyEscape = true;
+                EXPECT_EQ(entry.bits(), used);
+                EXPECT_TRUE(entry.escape());
+                EXPECT_EQ(entry.keep(), 0);
+                EXPECT_EQ(entry.delta(), value);
+                continue;
+            }
+            const int used = bitsRead(in);
+            if (used > CodeLookup::kPeekBits || delta < CodeLookup::Entry::kMinDelta ||
+                delta > CodeLookup::Entry::kMaxDelta) {
+                EXPECT_EQ(entry.bits(), 0);
+                continue;
+            }
+            EXPECT_EQ(entry.bits(), used);
+            EXPECT_FALSE(entry.escape());
+            EXPECT_EQ(entry.keep(), -1);
+            EXPECT_EQ(entry.delta(), delta);
         }
-        EXPECT_EQ(entry.bits(), used);
-        EXPECT_EQ(entry.delta(), delta);
+        EXPECT_EQ(codes.hasEscapes(), anyEscape);
     }
 }
 
@@ -188,14 +211,16 @@ TEST_P(FastForms, CodePairLookupReadsTwoPlainCodes) {
     const std::vector<int> shortTable = {1, 3, 255};
     CVR::LookupTable shortLookup;
     CVR::buildRangeLookupTable(shortLookup, shortTable, 8, false);
-    const CodeLookup firstCodes(c.table, lastPrefix, c.nonNegative, DeltaDecoder(lookup));
+    // From look-ups with escapes, which the pairs leave out.
+    const CodeLookup firstCodes(c.table, lastPrefix, c.nonNegative, DeltaDecoder(lookup),
+                                c.absoluteBits);
     for (const bool again : {false, true}) {
         const TableCase second = again ? c : TableCase{shortTable, 8, false};
         const CVR::LookupTable& secondLookup = again ? lookup : shortLookup;
         const int secondLast = static_cast<int>(second.table.size()) - 1;
-        const CodePairLookup pairs(
-            firstCodes,
-            CodeLookup(second.table, secondLast, second.nonNegative, DeltaDecoder(secondLookup)));
+        const CodePairLookup pairs(firstCodes,
+                                   CodeLookup(second.table, secondLast, second.nonNegative,
+                                              DeltaDecoder(secondLookup), second.absoluteBits));
         for (uint64_t pattern = 0; pattern <= CodeLookup::kPeekMask; ++pattern) {
             const unsigned char bytes[8] = {static_cast<unsigned char>(pattern),
                                             static_cast<unsigned char>(pattern >> 8)};

@@ -29,12 +29,13 @@ struct StepCase {
     int coordinateBits;          // 60: an escape too long for the register
     int expectedForm;            // of the side-by-side steps
     bool constantColor = false;  // black: a colour stream of no bits, read whole (readBitless)
+    bool noisyColor = false;     // random colours: escapes short enough for the look-ups
 };
 
 void PrintTo(const StepCase& c, std::ostream* os) { *os << c.name; }
 
 // A random walk of small steps with now and then a jump anywhere (an escape); slot 0 sorted.
-Points walk(size_t count, int coordinateBits, uint64_t seed, bool constantColor) {
+Points walk(size_t count, int coordinateBits, uint64_t seed, bool constantColor, bool noisyColor) {
     std::mt19937_64 random(seed);
     const uint64_t mask = coordinateBits == 64 ? ~uint64_t{0} : (uint64_t{1} << coordinateBits) - 1;
     Points points(count);
@@ -50,7 +51,7 @@ Points walk(size_t count, int coordinateBits, uint64_t seed, bool constantColor)
             current[c] = static_cast<int64_t>(static_cast<uint64_t>(current[c] + step) & mask);
             point.coordinates[c] = current[c];
             rgb[c] = static_cast<uint8_t>(rgb[c] + (random() % 100 == 0 ? random() : random() % 5));
-            point.rgb[c] = constantColor ? 0 : rgb[c];
+            point.rgb[c] = constantColor ? 0 : noisyColor ? static_cast<uint8_t>(random()) : rgb[c];
         }
     }
     // Slot 0 never falls.
@@ -104,7 +105,8 @@ class FastSteps : public ::testing::TestWithParam<StepCase> {};
 
 TEST_P(FastSteps, GiveWhatCheckedStepsGive) {
     const StepCase& c = GetParam();
-    const Points written = walk(c.points, c.coordinateBits, c.points, c.constantColor);
+    const Points written =
+        walk(c.points, c.coordinateBits, c.points, c.constantColor, c.noisyColor);
     const int coordinateBits[3] = {c.coordinateBits, c.coordinateBits, c.coordinateBits};
     const int colorBits[3] = {8, 8, 8};
     const std::vector<unsigned char> coordinateBytes =
@@ -119,6 +121,12 @@ TEST_P(FastSteps, GiveWhatCheckedStepsGive) {
                                               fastCoordinates.tables, c.points);
     StreamBodyReader<Colors> colors(fastColors.in, colorBits, fastColors.tables, c.points);
     EXPECT_EQ(std::min(coordinates.form(), colors.form()), c.expectedForm);
+    if (c.noisyColor) {
+        // The escape is the last prefix: its code fits the look-up.
+        const std::vector<int>& red = fastColors.tables[0];
+        ASSERT_EQ(red.back(), 255);
+        EXPECT_LE(static_cast<int>(red.size()) - 1 + 8, CodeLookup::kPeekBits);
+    }
     ASSERT_EQ(colors.bitless(), c.constantColor);
     if (c.constantColor) colors.readBitless(fast, 0);
     const size_t sideBySide = c.constantColor ? readFastRuns(fast, 0, coordinates)
@@ -173,7 +181,9 @@ INSTANTIATE_TEST_SUITE_P(
                       StepCase{"general for too long an escape", 5000, 60, kGeneralForm},
                       StepCase{"general in a short chunk", 700, 60, kGeneralForm},
                       StepCase{"constant colour, no bits", 5000, 18, kTabledForm, true},
-                      StepCase{"constant colour in a short chunk", 700, 60, kGeneralForm, true}),
+                      StepCase{"constant colour in a short chunk", 700, 60, kGeneralForm, true},
+                      StepCase{"noisy colour", 5000, 18, kTabledForm, false, true},
+                      StepCase{"noisy colour, general", 5000, 60, kGeneralForm, false, true}),
     NameOfCase());
 
 }  // namespace
