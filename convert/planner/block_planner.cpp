@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <numeric>
 #include <type_traits>
 
 #include "base/worker_threads.h"
@@ -432,7 +433,7 @@ zul_Status BlockPlanner::weigh(PointSpan block, const std::vector<Candidate>& li
             });
     };
     std::vector<size_t> all(list.size());
-    for (size_t i = 0; i < all.size(); ++i) all[i] = i;
+    std::iota(all.begin(), all.end(), size_t{0});
     const size_t n = block.size();
     {
         // Every candidate is weighed on the first of every kRounds chunks of its sample, and only
